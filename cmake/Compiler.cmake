@@ -1,0 +1,24 @@
+# What every target of ours is compiled with: the interface target brumecpd_flags.
+
+# CMake's own optimised flags define NDEBUG; the assertions of this program stay in every build.
+foreach(config RELEASE RELWITHDEBINFO MINSIZEREL)
+    string(REGEX REPLACE "[-/]D ?NDEBUG" "" CMAKE_CXX_FLAGS_${config} "${CMAKE_CXX_FLAGS_${config}}")
+endforeach()
+
+add_library(brumecpd_flags INTERFACE)
+target_compile_options(brumecpd_flags INTERFACE -Wall -Wextra -Werror -fno-omit-frame-pointer)
+# Templates and inline statics must not become process-wide unique symbols: they would pin a library that
+# the daemon wants to close and replace.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(brumecpd_flags INTERFACE -fno-gnu-unique)
+endif()
+
+if(BRUMECPD_SANITIZER STREQUAL "address")
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+elseif(BRUMECPD_SANITIZER STREQUAL "thread")
+    add_compile_options(-fsanitize=thread)
+    add_link_options(-fsanitize=thread)
+elseif(NOT BRUMECPD_SANITIZER STREQUAL "none")
+    message(FATAL_ERROR "BRUMECPD_SANITIZER is '${BRUMECPD_SANITIZER}', expecting none, address or thread")
+endif()

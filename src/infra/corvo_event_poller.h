@@ -1,0 +1,83 @@
+#pragma once
+// Multiplexes all events with one epoll instance and one timerfd per timed event. The scheduler owns exactly
+// one poller and is the only caller of its dispatching operations.
+
+#include <cstddef>
+#include <memory>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "infra/corvo_event.h"
+
+namespace corvo {
+
+/** One registration. Owns the timer of a timed event: constructing with a time-out creates and arms it. */
+class ActiveEvent {
+ public:
+    ActiveEvent() = default;
+    /** @throws corvo::Exception when the timer can't be made; nothing is left open. */
+    ActiveEvent(std::shared_ptr<Event> ev, EventState state, unsigned int timeout_ms);
+    ActiveEvent(ActiveEvent&& other) noexcept;
+    ActiveEvent& operator=(ActiveEvent&& other) noexcept;
+    ~ActiveEvent();
+
+    const std::shared_ptr<Event>& event() const { return m_event; }
+    EventState state() const { return m_state; }
+    int timer_fd() const { return m_timer_fd; }
+    unsigned int timeout_ms() const { return m_timeout_ms; }
+
+ private:
+    void close_timer();
+
+    std::shared_ptr<Event> m_event;
+    EventState m_state = EVENT_STATE_NONE;
+    int m_timer_fd = -1;
+    unsigned int m_timeout_ms = 0;
+};
+
+class EventPoller {
+ public:
+    /** A descriptor that has fired and has not been served yet. */
+    using ExpiredEvent = std::pair<int, EventExpireReason>;
+    /** Ready descriptors go to the very front of the batch, timers to the very back. */
+    struct ExpiredEventCompare {
+        bool operator()(const ExpiredEvent& a, const ExpiredEvent& b) const;
+    };
+
+    EventPoller() = default;
+    EventPoller(const EventPoller&) = delete;
+    EventPoller& operator=(const EventPoller&) = delete;
+    /** Closes the epoll instance and drops the records; the registrations go away with the instance. */
+    ~EventPoller();
+
+    /** Creates the epoll instance if there is none. @throws corvo::Exception */
+    void init();
+    /** Registers an event; time-out 0 means none. @throws corvo::Exception, and nothing stays registered. */
+    void add(const std::shared_ptr<Event>& ev, EventState state, unsigned int timeout_ms);
+    /** `ev` must be a live object. False if it wasn't registered. */
+    bool remove(const Event* ev);
+    bool exists(const Event* ev) const;
+    void clear();
+
+    /** Blocks until a descriptor is ready or the time is over; consumes nothing. */
+    bool wait(int timeout_ms);
+    /** Serves at most one event. True if one was served, or if more entries of the batch wait. */
+    bool handle_pending_events(int timeout_ms);
+    /** Drops every unserved entry of this descriptor. */
+    void remove_expired(int fd);
+    /** One epoll_wait of up to 20 events. */
+    void OSPoll(int timeout_ms);
+
+    /** The epoll flags of a state. */
+    static uint32_t conv_state_to_flags(EventState state);
+
+ private:
+    void handle_pending_event(std::shared_ptr<Event>& ev, EventExpireReason reason, EventState state);
+
+    int m_epoll_fd = -1;
+    std::unordered_map<int, ActiveEvent> m_active;
+    std::multiset<ExpiredEvent, ExpiredEventCompare> m_expired;
+};
+
+}  // namespace corvo

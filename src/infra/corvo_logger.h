@@ -1,0 +1,106 @@
+#pragma once
+// The one logging facility: a process-wide current logger with a global level, levels per component, a fixed
+// line layout, a destination chosen at start and an append-only log file beside it. Before `open_logger` and
+// after `close_logger` a silent placeholder answers, so code can log at any time.
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace corvo::Logger {
+
+enum logger_level_e : unsigned { QUIET = 0, ERROR = 1, WARN = 2, INFO = 3, DEBUG = 4, INHERITED = 5 };
+enum logger_type_e : unsigned { LOGGER_CONSOLE = 0, LOGGER_SYSLOG = 1 };
+
+/** A format that is either pointed at (a literal) or owned (a string). */
+class CStrRef {
+ public:
+    CStrRef(const char* text) : m_text(text) {}                                 // NOLINT: implicit by design
+    CStrRef(const std::string& text) : m_text(nullptr), m_owned(text) {}        // NOLINT
+    CStrRef(std::string&& text) : m_text(nullptr), m_owned(std::move(text)) {}  // NOLINT
+    const char* c_str() const { return m_text ? m_text : m_owned.c_str(); }
+
+ private:
+    const char* m_text;
+    std::string m_owned;
+};
+
+/** One destination. Subclasses differ only in `write` and `flush`. */
+class LoggerInstance {
+ public:
+    /** A file that can't be opened only means that there is none: the name stays empty. */
+    LoggerInstance(logger_level_e level, const std::string& filename);
+    LoggerInstance(const LoggerInstance&) = delete;
+    LoggerInstance& operator=(const LoggerInstance&) = delete;
+    virtual ~LoggerInstance();
+
+    virtual void log(const char* file, int line, const std::string& comp, const char* fmt,
+                     logger_level_e level, va_list args);
+    /** Appends the last `lines` lines of the log file to `out`, oldest first. */
+    virtual void history(std::vector<std::string>& out, unsigned int lines);
+    virtual void set_verbosity(logger_level_e level);
+    virtual void set_verbosity(logger_level_e level, const std::string& comp);
+    virtual void reset_verbosity(logger_level_e level);
+    virtual const char* get_verbosity();
+    virtual logger_level_e get_comp_verb(const std::string& comp);
+    virtual std::unordered_map<std::string, logger_level_e> get_verbosity_comps();
+    virtual std::string get_log_filename();
+    virtual void write(const char* fmt, va_list args, bool newline) = 0;
+    virtual void flush() = 0;
+
+    bool pred(logger_level_e level, const std::string& comp);
+    const char* level_to_str(logger_level_e level);
+
+ private:
+    logger_level_e m_level;
+    FILE* m_file = nullptr;
+    std::string m_filename;
+    std::unordered_map<std::string, logger_level_e> m_comps;
+};
+
+LoggerInstance* get_logger();
+void open_logger(logger_type_e type, logger_level_e level, const std::string& filename);
+void close_logger();
+/** The caller keeps ownership. Null falls back to the placeholder. */
+void set_logger(LoggerInstance* logger);
+
+/** Would a message pass. A component that was never asked about is entered as INHERITED. */
+bool pred(logger_level_e level, const std::string& comp);
+void xlog(const char* file, int line, logger_level_e level, const std::string& comp, CStrRef fmt, ...);
+void vlog(const char* file, int line, logger_level_e level, const std::string& comp, CStrRef fmt,
+          va_list args);
+/** A format that prints `text` as it is: for texts that come from outside or are put together. */
+std::string as_format(const std::string& text);
+
+void history(std::vector<std::string>& out, unsigned int lines);
+std::string get_log_filename();
+/** The file exists and is empty afterwards; a failure is ignored. */
+void clear_log_file(const std::string& filename);
+
+namespace detail {
+/** Lets the compiler check the arguments against the format; never called. */
+[[gnu::format(printf, 1, 2)]] inline void check_format(const char*, ...) {}
+}  // namespace detail
+
+}  // namespace corvo::Logger
+
+/**
+ * The log statement: tests the level first and only then evaluates the arguments. `fmt` is a literal.
+ * `comp` should be a named std::string, so that a disabled statement builds none.
+ */
+#define CORVO_LOG(level, comp, ...)                                                               \
+    do {                                                                                          \
+        if (false) ::corvo::Logger::detail::check_format(__VA_ARGS__);                            \
+        if (::corvo::Logger::pred(::corvo::Logger::level, comp))                                  \
+            ::corvo::Logger::xlog(__FILE__, __LINE__, ::corvo::Logger::level, comp, __VA_ARGS__); \
+    } while (false)
+
+/** Logs a std::string alone: its percent signs are text, its first letter is capitalised as in any line. */
+#define CORVO_LOG_TEXT(level, comp, text)                                           \
+    do {                                                                            \
+        if (::corvo::Logger::pred(::corvo::Logger::level, comp))                    \
+            ::corvo::Logger::xlog(__FILE__, __LINE__, ::corvo::Logger::level, comp, \
+                                  ::corvo::Logger::as_format(text));                \
+    } while (false)

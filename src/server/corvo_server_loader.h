@@ -1,0 +1,192 @@
+#pragma once
+// The one loader of, and facade over, the engine library. Nothing else calls a corvo_api_cp_* function. The
+// state machine says which operation may run when; every failure is a corvo::Exception, and one that came
+// from the library carries the library's text unchanged.
+
+#include <brumecpd/engine_api.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "infra/corvo_event.h"
+#include "infra/corvo_task.h"
+
+namespace corvo {
+class CCapPkt;
+class Scheduler;
+}  // namespace corvo
+
+namespace corvo::server {
+
+class Engine;
+class PacketBuffer;
+
+/** The 22 functions of the library; all null while none is loaded. */
+struct EngineApi {
+    decltype(&corvo_api_cp_activate) activate = nullptr;
+    decltype(&corvo_api_cp_deactivate) deactivate = nullptr;
+    decltype(&corvo_api_cp_push_pkts) push_pkts = nullptr;
+    decltype(&corvo_api_cp_coffee) coffee = nullptr;
+    decltype(&corvo_api_cp_get_version) get_version = nullptr;
+    decltype(&corvo_api_cp_intf_attach) intf_attach = nullptr;
+    decltype(&corvo_api_cp_intf_detach) intf_detach = nullptr;
+    decltype(&corvo_api_cp_intf_get) intf_get = nullptr;
+    decltype(&corvo_api_cp_tick) tick = nullptr;
+    decltype(&corvo_api_cp_collector_enable) collector_enable = nullptr;
+    decltype(&corvo_api_cp_collector_disable) collector_disable = nullptr;
+    decltype(&corvo_api_cp_collector_set_interval) collector_set_interval = nullptr;
+    decltype(&corvo_api_cp_get_collectors) get_collectors = nullptr;
+    decltype(&corvo_api_cp_collector_get_sample) collector_get_sample = nullptr;
+    decltype(&corvo_api_cp_health_get) health_get = nullptr;
+    decltype(&corvo_api_cp_health_conf_get) health_conf_get = nullptr;
+    decltype(&corvo_api_cp_health_conf_set) health_conf_set = nullptr;
+    decltype(&corvo_api_cp_get_dps) get_dps = nullptr;
+    decltype(&corvo_api_cp_init) init = nullptr;
+    decltype(&corvo_api_cp_deinit) deinit = nullptr;
+    decltype(&corvo_api_cp_get_evfd) get_evfd = nullptr;
+    decltype(&corvo_api_cp_collect_set_exporter) collect_set_exporter = nullptr;
+};
+
+/** The timed tick. The library's result is the delay to the next one. */
+class EngineTask : public Task {
+ public:
+    explicit EngineTask(Engine* engine) : Task(0), m_engine(engine) {}
+    int execute() override;
+    std::string get_name() const override { return "Corvo Tick"; }
+    int64_t hog_timeout_ms() const override { return 0; }
+
+ private:
+    Engine* m_engine;
+};
+
+/** An extra tick whenever the library's descriptor is readable. The descriptor stays the library's. */
+class EngineEvent : public Event {
+ public:
+    EngineEvent(int fd, Engine* engine) : m_engine(engine) { m_fd = fd; }
+    std::string get_name() const override { return "Corvo Event"; }
+    EventRC do_work(const EventExpireReason& reason) override;
+
+ private:
+    Engine* m_engine;
+};
+
+class Engine {
+ public:
+    enum state_e : uint32_t {
+        STATE_UNLOADED = 0,
+        STATE_LOADED = 1,
+        STATE_ACTIVE = 2,
+        STATE_ATTACHED = 3,
+    };
+    using state_cb = void (*)(state_e);
+    using mt_info = std::unordered_map<std::string, std::unordered_map<std::string, uint64_t>>;
+
+    static constexpr size_t MAX_COFFEE_ARGS = 8;
+
+    /** What is known about one injected packet. */
+    struct PktInfo {
+        std::string src;
+        std::string dst;
+        std::string transport;
+        std::string protocol;
+        uint32_t cls = 0;  ///< 0: not classified
+        api::pkt_error_e error = api::PKT_OK;
+        uint16_t aging_sec = 0;
+        uint16_t visibility = 0;
+        uint16_t len = 0;
+        std::vector<std::pair<uint16_t, uint16_t>> cat;
+        std::vector<std::string> attr;
+        std::vector<std::string> tph;
+    };
+
+    /** `mode` is "kernel" or "userspace". The scheduler must outlive the engine. */
+    Engine(std::string mode, Scheduler& sched);
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+    /** Touches neither library nor scheduler: `cleanup` is what brings the engine down. */
+    virtual ~Engine();
+
+    virtual std::string& get_mode_int() = 0;
+    virtual std::string& get_engine_path_int() = 0;
+    virtual void get_mt_info_int(mt_info& out) = 0;
+
+    state_e state() const { return m_state; }
+    /** @throws corvo::Exception if the state is below `required`, STATE_LOADED or STATE_ACTIVE */
+    void validate_state(state_e required) const;
+    void register_state_cb(state_cb cb);
+    void unregister_state_cb(state_cb cb);
+
+    /** A failure leaves nothing behind: no task, event, handle or table entry. */
+    void load_engine(const std::string& path, const api::InitConfig& config);
+    /** Returns at once when nothing is loaded. A failing `deinit` still leaves the engine unloaded. */
+    void unload_engine();
+    void activate(const api::ActivateConfig& config);
+    /** Returns at once when not active. Failing detaches are log lines. */
+    void deactivate();
+    void attach(const std::string& ifname);
+    void detach(const std::string& ifname);
+    void detach_all();
+    /** Brings the engine down from whatever state it is in. */
+    void cleanup();
+    /** One call of the library's tick; its failure is a log line. Gives the wanted delay in milliseconds. */
+    int tick();
+
+    std::string coffee(const std::string& dpaddr, const std::string& func, const std::vector<uint32_t>& args);
+    void get_version(Json::Value& out);
+    /** Empty while unloaded, without asking the library. */
+    void get_interfaces(std::vector<std::string>& out);
+    void get_dps(std::vector<std::string>& out);
+
+    void collector_enable(const std::string& component);
+    void collector_disable(const std::string& component);
+    void collector_set_interval(const std::string& component, uint64_t interval_ms);
+    void get_collectors(Json::Value& out);
+    void collector_get_sample(const std::string& component, Json::Value& out);
+    void collect_set_exporter(const api::ExporterConfig& config);
+    void health_get(Json::Value& out, bool verbose);
+    void health_conf_get(Json::Value& out);
+    void health_conf_set(const Json::Value& conf);
+
+    /** Classifies a capture file; `results` holds what the engine recognised, in the file's order. */
+    void push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
+                   bool extended, std::vector<PktInfo>& results);
+    /** Classifies one frame. */
+    void push_raw_extended(const std::string& dpaddr, const std::string& data, uint32_t ns_id, bool reset,
+                           bool extended, PktInfo& info);
+
+ protected:
+    /** Opens the library and stores its handle in `m_handle`. `mt`: with memory tracing. */
+    virtual void load_engine_int(const std::string& path, bool mt) = 0;
+    virtual void unload_engine_int() = 0;
+
+    void* m_handle = nullptr;  ///< of dlopen
+    std::string m_path;        ///< directory the library was loaded from; empty while unloaded
+    std::string m_mode;
+
+ private:
+    void load_syms();
+    void release_after_failed_load(bool initialised);
+    void drop_task_and_event();
+    void set_state(state_e state);
+    void flow_reset(const std::string& dpaddr);
+    void push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t ns_id,
+                            bool reset, bool extended, std::vector<PktInfo>& infos);
+    void send_batch(const std::string& dpaddr, PacketBuffer& batch, uint32_t ns_id, bool reset, bool extended,
+                    std::vector<PktInfo>& results);
+
+    Scheduler& m_sched;
+    EngineApi m_api;
+    state_e m_state = STATE_UNLOADED;
+    std::shared_ptr<EngineTask> m_task;
+    std::shared_ptr<EngineEvent> m_event;
+    std::vector<state_cb> m_state_cbs;
+};
+
+/** The text of `status` for a state. */
+const char* engine_state_to_str(Engine::state_e state);
+
+}  // namespace corvo::server

@@ -1,0 +1,26 @@
+#include "server/watchdog/corvo_server_wd.h"
+
+namespace corvo::server {
+
+WatchDog::WatchDog() : m_instance(std::make_unique<WDNull>()) {}
+WatchDog::~WatchDog() = default;
+
+void WatchDog::init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
+                    Logger::logger_level_e level) {
+    m_instance = std::make_unique<WDNull>();
+    m_instance->init(conf, log_file, config_file, level);
+}
+
+void WatchDog::run(Scheduler* sched) {
+    m_instance->run(sched);
+}
+
+void WatchDog::report(int signum, const char* text) const {
+    m_instance->report(signum, text);
+}
+
+const std::deque<std::unique_ptr<SignalReport>>& WatchDog::get_sig_events() const {
+    return m_instance->get_sig_events();
+}
+
+}  // namespace corvo::server

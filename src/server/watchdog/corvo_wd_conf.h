@@ -1,0 +1,25 @@
+#pragma once
+// The watchdog's settings.
+
+#include <cstdint>
+
+namespace corvo::server {
+
+struct WDConf {
+    /** Seconds; the default kill time-out. Depends on the build: see the source. */
+    static const uint32_t PING_DELTA_MAX_WAIT_SEC;
+
+    bool hog_enabled = true;
+    bool reload_enabled = false;
+    bool disabled = false;
+    uint32_t hog_timeout_ms = 2000;
+    uint32_t kill_timeout_ms = 1000 * PING_DELTA_MAX_WAIT_SEC;
+    double backoff_multiplier = 2.0;
+    uint32_t backoff_max_interval_sec = 60;
+    uint32_t backoff_reset_interval_sec = 30;
+
+    /** @throws corvo::Exception at the first rule broken */
+    void check_params() const;
+};
+
+}  // namespace corvo::server

@@ -1,0 +1,10 @@
+#include "utils/exception.h"
+
+#include <cstring>
+
+namespace corvo {
+
+Exception::Exception(const std::string& message, int err)
+    : std::runtime_error(message + " : " + std::strerror(err)) {}
+
+}  // namespace corvo

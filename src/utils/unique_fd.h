@@ -1,0 +1,40 @@
+#pragma once
+// Ownership of file descriptors.
+
+namespace corvo {
+
+/** Owns one descriptor and closes it. -1 means none. Keeps errno on destruction. */
+class UniqueFd {
+ public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : m_fd(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept : m_fd(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        if (this != &other) reset(other.release());
+        return *this;
+    }
+    ~UniqueFd() { reset(); }
+
+    int get() const { return m_fd; }
+    explicit operator bool() const { return m_fd >= 0; }
+    /** Gives the descriptor up without closing it. */
+    int release() {
+        int fd = m_fd;
+        m_fd = -1;
+        return fd;
+    }
+    void reset(int fd = -1);
+
+ private:
+    int m_fd = -1;
+};
+
+/**
+ * Moves a descriptor above 2, keeping its close-on-exec flag, and gives its new number. A daemon runs with
+ * 0 to 2 closed: without this, its sockets and timers would be handed those numbers, and 1 and 2 receive
+ * whatever a library prints. -1 is passed through with errno untouched; a failed move closes `fd` and
+ * gives -1 with errno set.
+ */
+int lift_fd(int fd);
+
+}  // namespace corvo
