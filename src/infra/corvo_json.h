@@ -8,7 +8,10 @@
 
 namespace corvo::json {
 
-/** Parses one value; comments are accepted, text behind the first value is ignored. False: see `error`. */
+/**
+ * Parses one value; comments are accepted, text behind the first value is ignored. False: `out` is as it was
+ * and `error` holds the reader's messages, one or more lines that each end in a newline.
+ */
 bool parse(const std::string& text, Json::Value& out, std::string* error = nullptr);
 /** The same from memory that the caller keeps. */
 bool parse(const char* begin, const char* end, Json::Value& out, std::string* error = nullptr);

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "utils/exception.h"
@@ -66,6 +67,12 @@ class RpcParser {
     void check_field_type_common(const Json::Value& value, const std::string& name, field_type_e type,
                                  Json::Value& res);
 
+    /**
+     * Member `name`, or the null value where it, or `params` altogether, is absent.
+     * @throws corvo::Exception "internal parsing error" if `params` is neither null nor an object
+     */
+    static const Json::Value& optional_field(const Json::Value& params, const char* name);
+
     /** Gives the pointer of the list whose text the member equals. */
     template <typename T = const char*>
     T parse_choice(const Json::Value& params, const std::string& name, std::initializer_list<T> choices,
@@ -96,7 +103,10 @@ class RpcCommand : public RpcParser {
     RpcCommand& operator=(const RpcCommand&) = delete;
     virtual ~RpcCommand() = default;
 
-    /** Gives CMD_OK or the value of the RpcCommandException that ended the command. */
+    /**
+     * Gives what the command gave, or the value of the RpcCommandException that ended it. JSON of an
+     * unexpected kind that the command tripped over is CMD_INTERNAL_ERR; other exceptions pass through.
+     */
     uint32_t run(const std::string& method, const Json::Value& params, Json::Value& res);
     const std::string& name() const { return m_name; }
 
@@ -106,17 +116,31 @@ class RpcCommand : public RpcParser {
  protected:
     virtual uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) = 0;
 
+    /** Runs `work`. A corvo::Exception, a failed field check included, is logged and ends the command. */
+    template <class Work>
+    void guarded(Json::Value& res, Work&& work) {
+        try {
+            std::forward<Work>(work)();
+        } catch (const Exception& e) {
+            fail_logged(res, e.what());
+        }
+    }
+
  private:
+    [[noreturn]] void fail_logged(Json::Value& res, const std::string& msg);
+
     std::string m_name;
 };
 
-/** Owns its commands. A concrete component fills itself in its constructor. */
+/**
+ * Owns its commands. A concrete component fills itself in its constructor and adds no members: it is
+ * destroyed as an RpcComponent.
+ */
 class RpcComponent {
  public:
     explicit RpcComponent(std::string name) : m_name(std::move(name)) {}
     RpcComponent(const RpcComponent&) = delete;
     RpcComponent& operator=(const RpcComponent&) = delete;
-    ~RpcComponent();
 
     /** Takes ownership. */
     void add(RpcCommand* command);
@@ -134,7 +158,7 @@ class RpcCommandsTable {
     RpcCommandsTable() = default;
     RpcCommandsTable(const RpcCommandsTable&) = delete;
     RpcCommandsTable& operator=(const RpcCommandsTable&) = delete;
-    ~RpcCommandsTable();
+    ~RpcCommandsTable() { reset(); }
 
     /** `reset`, then marks the table as initialised. The arguments are not used. */
     void init(const std::string&, int, int);
@@ -149,10 +173,13 @@ class RpcCommandsTable {
     RpcCommand* lookup(const std::string& method) const;
     /** Appends every key, in the map's own order. */
     void query(std::vector<std::string>& out) const;
+    /** Grows with each change: a command that was looked up before may be gone by then. */
+    uint64_t changes() const { return m_changes; }
 
  private:
-    std::vector<RpcComponent*> m_components;
+    std::vector<std::unique_ptr<RpcComponent>> m_components;
     std::unordered_map<std::string, RpcCommand*> m_commands;
+    uint64_t m_changes = 0;
     bool m_initialised = false;
 };
 

@@ -1,0 +1,42 @@
+#include "infra/corvo_json.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+namespace corvo::json {
+
+bool parse(const char* begin, const char* end, Json::Value& out, std::string* error) {
+    Json::Reader reader;
+    Json::Value root;
+    try {
+        if (reader.parse(begin, end, root, /*collectComments=*/false)) {
+            out.swap(root);
+            return true;
+        }
+        if (error) *error = reader.getFormattedErrorMessages();
+    } catch (const Json::Exception&) {
+        // The reader recurses once per level and throws, instead of failing, when that goes too far.
+        if (error) *error = "* Values are nested too deeply.\n";
+    }
+    return false;
+}
+
+bool parse(const std::string& text, Json::Value& out, std::string* error) {
+    return parse(text.data(), text.data() + text.size(), out, error);
+}
+
+std::string write_line(const Json::Value& value) {
+    return Json::FastWriter().write(value);
+}
+
+std::string write(const Json::Value& value) {
+    Json::FastWriter writer;
+    writer.omitEndingLineFeed();
+    return writer.write(value);
+}
+
+std::string write_styled(const Json::Value& value) {
+    return Json::StyledWriter().write(value);
+}
+
+}  // namespace corvo::json
