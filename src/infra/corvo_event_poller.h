@@ -4,9 +4,9 @@
 
 #include <cstddef>
 #include <memory>
-#include <set>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "infra/corvo_event.h"
 
@@ -40,12 +40,12 @@ class EventPoller {
  public:
     /** A descriptor that has fired and has not been served yet. */
     using ExpiredEvent = std::pair<int, EventExpireReason>;
-    /** Ready descriptors go to the very front of the batch, timers to the very back. */
+    /** Ready descriptors are served before timers; their order among equals is that of `expire`. */
     struct ExpiredEventCompare {
-        bool operator()(const ExpiredEvent& a, const ExpiredEvent& b) const;
+        bool operator()(const ExpiredEvent& a, const ExpiredEvent& b) const { return a.second < b.second; }
     };
 
-    EventPoller() = default;
+    EventPoller();
     EventPoller(const EventPoller&) = delete;
     EventPoller& operator=(const EventPoller&) = delete;
     /** Closes the epoll instance and drops the records; the registrations go away with the instance. */
@@ -73,11 +73,22 @@ class EventPoller {
     static uint32_t conv_state_to_flags(EventState state);
 
  private:
+    using active_map = std::unordered_map<int, ActiveEvent>;
+
+    static constexpr int MAX_BATCH = 20;
+
+    active_map::iterator find(const Event* ev);
+    /** Puts a ready descriptor at the very front of the batch, a timer at the very back. */
+    void expire(const ExpiredEvent& entry);
+    /** Undoes a registration completely and hands out its reference. */
+    std::shared_ptr<Event> take(active_map::iterator it);
     void handle_pending_event(std::shared_ptr<Event>& ev, EventExpireReason reason, EventState state);
 
     int m_epoll_fd = -1;
-    std::unordered_map<int, ActiveEvent> m_active;
-    std::multiset<ExpiredEvent, ExpiredEventCompare> m_expired;
+    active_map m_active;  ///< keyed by the event's own descriptor
+    // Sorted by ExpiredEventCompare. A vector, since a batch is small and one event passes through here per
+    // request: no allocation.
+    std::vector<ExpiredEvent> m_expired;
 };
 
 }  // namespace corvo

@@ -38,7 +38,10 @@ class LoggerInstance {
 
     virtual void log(const char* file, int line, const std::string& comp, const char* fmt,
                      logger_level_e level, va_list args);
-    /** Appends the last `lines` lines of the log file to `out`, oldest first. */
+    /**
+     * Appends the last `lines` lines of the log file to `out`, oldest first and without their line ends.
+     * Reading stops at a line of more than 8095 characters.
+     */
     virtual void history(std::vector<std::string>& out, unsigned int lines);
     virtual void set_verbosity(logger_level_e level);
     virtual void set_verbosity(logger_level_e level, const std::string& comp);

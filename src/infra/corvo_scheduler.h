@@ -92,9 +92,10 @@ class Scheduler {
     };
     using task_queue = std::multiset<std::shared_ptr<Task>, TaskCompare>;
 
-    void run_task(const std::shared_ptr<Task>& task);
-    void account(Task& task, uint64_t started_ms);
-    void report_hog(Task& task, uint32_t run_ms);
+    task_queue::const_iterator find(const Task* task) const;
+    void run_next_task(uint64_t started_ms);
+    /** Keeps the statistics of a run that ends now and reports it if it took too long. */
+    void account(const Task& task, uint64_t started_ms);
     void call_stop_callback();
 
     task_queue m_tasks;
