@@ -1,11 +1,11 @@
 // The field checks that every command inherits.
-#include <arpa/inet.h>
 #include <sys/stat.h>
 
 #include <iterator>
 #include <string_view>
 
 #include "infra/corvo_rpc_command.h"
+#include "utils/net_utils.h"
 
 namespace corvo {
 
@@ -58,12 +58,6 @@ mode_t file_type(const std::string& path) {
     // Behind an embedded NUL there may be anything, but the system wouldn't look at it.
     if (path.find('\0') != std::string::npos || ::stat(path.c_str(), &info) != 0) return 0;
     return info.st_mode & S_IFMT;
-}
-
-bool is_ip(const std::string& ip) {
-    in6_addr address;
-    return ::inet_pton(AF_INET, ip.c_str(), &address) == 1 ||
-           ::inet_pton(AF_INET6, ip.c_str(), &address) == 1;
 }
 
 }  // namespace
@@ -146,7 +140,7 @@ void RpcParser::validate_file(const std::string& path, Json::Value& res) {
 }
 
 void RpcParser::validate_ip(const std::string& ip, Json::Value& res) {
-    if (is_ip(ip)) return;
+    if (NetUtils::is_valid_ipv4(ip) || NetUtils::is_valid_ipv6(ip)) return;
     generate_parser_execute_err(res, "invalid IPv4 / IPv6 address '" + ip + "'");
 }
 

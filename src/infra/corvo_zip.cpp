@@ -84,5 +84,5 @@ int corvo_zip_unzip(const char* in, unsigned len, char** out) {
 }
 
 void corvo_zip_destroy(char* buffer) {
-    if (buffer) cvfree(buffer);
+    cvfree(buffer);
 }
