@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "infra/corvo_logger.h"
+#include "infra/corvo_notif.h"
 #include "utils/clock.h"
 #include "utils/exception.h"
 
@@ -13,6 +14,8 @@ namespace corvo {
 namespace {
 
 const std::string COMP = "sched";
+
+const notif::notif_t HOG{"core", "sched.hog", notif::SEV_WARN};
 
 constexpr int IDLE_WAIT_MS = 1000;
 
@@ -142,7 +145,9 @@ void Scheduler::account(const Task& task, uint64_t started_ms) {
     const int64_t budget_ms = task.hog_timeout_ms();
     if (budget_ms == 0 || budget_ms >= int64_t{run_ms}) return;
     ++stats.hogs;
-    CORVO_LOG(WARN, COMP, "HOG: '%s' [~%u ms]", task.get_name().c_str(), run_ms);
+    const std::string name = task.get_name();
+    notif::notify(HOG, "Task: %s [~%u ms]", name.c_str(), run_ms);
+    CORVO_LOG(WARN, COMP, "HOG: '%s' [~%u ms]", name.c_str(), run_ms);
 }
 
 int Scheduler::run() {

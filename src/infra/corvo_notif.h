@@ -1,0 +1,89 @@
+#pragma once
+// Raising a notification: a named event of a severity with a line of text. It is delivered to all subscribers
+// inside the call and is then gone; no failure of a subscriber reaches the caller. The hub behind it is a
+// weak reference, so that code which raises events also links into programs without one.
+
+#include <cassert>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <tuple>
+
+#include "infra/corvo_logger.h"
+#include "utils/exception.h"
+
+namespace Json {
+class Value;
+}
+
+namespace corvo::notif {
+
+enum Severity : int {
+    SEV_ANY = 0,  ///< only in filters: lets everything pass
+    SEV_INFO = 1,
+    SEV_WARN = 2,
+    SEV_SEVERE = 3,
+};
+
+/** Feature, name and severity of a kind of event, written once where it is raised. */
+using notif_t = std::tuple<std::string, std::string, Severity>;
+
+/** The delivery itself. An event raised during another one's delivery is dropped. */
+[[gnu::weak]] void __notify(const std::string& feature, const std::string& name, Severity severity,
+                            const std::string& desc);
+/** The RPC operations on what the subscribers hold. @throws corvo::Exception whose text is for the client */
+[[gnu::weak]] void __ops(const Json::Value& params, Json::Value& res);
+
+namespace detail {
+
+inline const std::string COMP = "notif";
+
+inline void require_hub(bool resolved, const char* name) {
+    if (resolved) return;
+    std::fprintf(stderr, "\n*** Critical: weak function '%s' was not resolved ***\n\n", name);
+    assert(!"the notification hub isn't part of this program");
+}
+
+inline std::string format(const char* format, va_list args) {
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, args);
+    std::string text;
+    if (length > 0) {
+        text.resize(static_cast<size_t>(length));
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+    }
+    va_end(again);
+    if (length < 0) throw Exception(std::string("bad format: '") + format + "'");
+    return text;
+}
+
+}  // namespace detail
+
+inline void notify(const notif_t& kind) {
+    detail::require_hub(__notify != nullptr, "__notify");
+    const auto& [feature, name, severity] = kind;
+    __notify(feature, name, severity, "");
+}
+
+/** `format` is a literal; a text from outside is one of its arguments. */
+[[gnu::format(printf, 2, 3)]] inline void notify(const notif_t& kind, const char* format, ...) {
+    detail::require_hub(__notify != nullptr, "__notify");
+    const auto& [feature, name, severity] = kind;
+    va_list args;
+    va_start(args, format);
+    try {
+        __notify(feature, name, severity, detail::format(format, args));
+    } catch (const Exception&) {
+        CORVO_LOG(ERROR, detail::COMP, "bad formatting for notification: '%s'", format);
+    }
+    va_end(args);
+}
+
+/** `__ops`, where the hub is known to be part of the program. */
+inline void ops(const Json::Value& params, Json::Value& res) {
+    detail::require_hub(__ops != nullptr, "__ops");
+    __ops(params, res);
+}
+
+}  // namespace corvo::notif

@@ -1,0 +1,100 @@
+#include "infra/corvo_notif_subs.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "infra/corvo_json.h"
+#include "utils/clock.h"
+#include "utils/unique_fd.h"
+
+namespace corvo::notif {
+namespace {
+
+constexpr const char* SEVERITY_TEXTS[] = {nullptr, "info", "warn", "severe"};
+
+bool matches_word(const std::string& wanted, const std::string& actual) {
+    return wanted == "*" || wanted == actual;
+}
+
+}  // namespace
+
+std::atomic<uint64_t> Event::g_id{0};
+
+const char* severity_to_str(Severity severity) {
+    return severity >= SEV_INFO && severity <= SEV_SEVERE ? SEVERITY_TEXTS[severity] : "unknown";
+}
+
+Event::Event(const std::string& feature_, const std::string& name_, Severity severity_,
+             const std::string& desc_)
+    : id(++g_id), feature(feature_), name(name_), severity(severity_), desc(desc_), ts(realtime_sec()) {}
+
+void Event::to_json(Json::Value& out) const {
+    out["desc"] = desc;
+    out["feature"] = feature;
+    out["id"] = Json::UInt64{id};
+    out["name"] = name;
+    out["sev"] = severity_to_str(severity);
+    out["ts"] = static_cast<Json::UInt64>(ts);
+}
+
+bool Filter::matches(const Event& event) const {
+    return event.severity >= severity && matches_word(feature, event.feature) &&
+           matches_word(name, event.name);
+}
+
+void Subscriber::offer(const Event& event) {
+    if (!m_filter.matches(event)) return;
+    ++m_hits;
+    // A failed delivery costs this subscriber this event; it has been logged where it failed.
+    execute_(event);
+}
+
+int LogSub::execute_(const Event& event) {
+    if (m_events.size() == MAX_EVENTS) m_events.pop_front();
+    m_events.push_back(event);
+    return 0;
+}
+
+void Alert::to_json(Json::Value& out) const {
+    out["count"] = Json::UInt64{count};
+    out["feature"] = id.feature;
+    out["last_ts"] = static_cast<Json::UInt64>(last_ts);
+    out["name"] = id.name;
+    out["sev"] = severity_to_str(severity);
+}
+
+int AlertSub::execute_(const Event& event) {
+    const auto alert = m_alerts.insert({{event.feature, event.name}, event.severity}).first;
+    ++alert->count;
+    alert->last_ts = event.ts;
+    return 0;
+}
+
+SocketSub::SocketSub(const std::string& path) : Subscriber(Filter()), m_path(path) {
+    if (path.size() >= sizeof(sockaddr_un::sun_path)) throw Exception(uid_of(path) + " is too long");
+}
+
+int SocketSub::execute_(const Event& event) {
+    const UniqueFd fd(lift_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0)));
+    if (!fd) return fail(errno);
+
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    m_path.copy(address.sun_path, sizeof address.sun_path - 1);
+    Json::Value json;
+    event.to_json(json);
+    const std::string text = json::write(json);
+    const ssize_t sent = sendto(fd.get(), text.data(), text.size(), MSG_DONTWAIT,
+                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    return sent < 0 ? fail(errno) : 0;
+}
+
+int SocketSub::fail(int err) const {
+    CORVO_LOG(ERROR, detail::COMP, "failed notifing '%s' - [%s]", m_path.c_str(), std::strerror(err));
+    return -err;
+}
+
+}  // namespace corvo::notif

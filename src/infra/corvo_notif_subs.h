@@ -1,0 +1,144 @@
+#pragma once
+// Who takes notifications: the log of the last events, the table of warnings by kind, and the Unix datagram
+// sockets of clients. A subscriber states with a filter what it wants and is told apart by its `uid`.
+
+#include <json/value.h>
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <unordered_set>
+
+#include "infra/corvo_notif.h"
+
+namespace corvo::notif {
+
+/** The word of a severity in JSON. */
+const char* severity_to_str(Severity severity);
+
+/** One occurrence. */
+class Event {
+ public:
+    /** Takes the next id and the time. */
+    Event(const std::string& feature, const std::string& name, Severity severity, const std::string& desc);
+    Event(const Event&) = default;
+    Event& operator=(const Event&) = default;
+    virtual ~Event() = default;
+
+    void to_json(Json::Value& out) const;
+
+    static std::atomic<uint64_t> g_id;  ///< id of the last event; 0: none yet
+
+    uint64_t id;
+    std::string feature;
+    std::string name;
+    Severity severity;
+    std::string desc;
+    int64_t ts;  ///< seconds since the Epoch
+};
+
+struct EventID {
+    std::string feature;
+    std::string name;
+    bool operator==(const EventID&) const = default;
+};
+
+struct Filter {
+    std::string feature = "*";    ///< "*" for any
+    std::string name = "*";       ///< "*" for any
+    Severity severity = SEV_ANY;  ///< the lowest that passes
+
+    bool matches(const Event& event) const;
+};
+
+class Subscriber {
+ public:
+    explicit Subscriber(Filter filter) : m_filter(std::move(filter)) {}
+    Subscriber(const Subscriber&) = delete;
+    Subscriber& operator=(const Subscriber&) = delete;
+    virtual ~Subscriber() = default;
+
+    /** 0 or a negated errno value. */
+    virtual int execute_(const Event& event) = 0;
+    virtual std::string uid() const = 0;
+
+    /** Delivers the event if the filter lets it pass. */
+    void offer(const Event& event);
+    const Filter& filter() const { return m_filter; }
+    /** Deliveries tried, also those that failed. */
+    uint64_t hits() const { return m_hits; }
+
+ private:
+    Filter m_filter;
+    uint64_t m_hits = 0;
+};
+
+class LogSub : public Subscriber {
+ public:
+    static constexpr const char* UID = "log";
+    static constexpr size_t MAX_EVENTS = 50;
+
+    LogSub() : Subscriber(Filter()) {}
+    int execute_(const Event& event) override;
+    std::string uid() const override { return UID; }
+
+    /** Oldest first. */
+    const std::deque<Event>& events() const { return m_events; }
+    void clear() { m_events.clear(); }
+
+ private:
+    std::deque<Event> m_events;
+};
+
+/** One kind of warning since the last clearing. Its count and time are no part of its identity. */
+struct Alert {
+    EventID id;
+    Severity severity;
+    mutable uint64_t count = 0;
+    mutable int64_t last_ts = 0;  ///< seconds since the Epoch
+
+    bool operator==(const Alert& other) const { return id == other.id && severity == other.severity; }
+    void to_json(Json::Value& out) const;
+};
+
+struct AlertHasher {
+    size_t operator()(const Alert& alert) const {
+        return std::hash<std::string>()(alert.id.feature) ^ std::hash<std::string>()(alert.id.name);
+    }
+};
+
+class AlertSub : public Subscriber {
+ public:
+    static constexpr const char* UID = "alerts";
+    using alert_set = std::unordered_set<Alert, AlertHasher>;
+
+    AlertSub() : Subscriber(Filter{"*", "*", SEV_WARN}) {}
+    int execute_(const Event& event) override;
+    std::string uid() const override { return UID; }
+
+    const alert_set& alerts() const { return m_alerts; }
+    void clear() { m_alerts.clear(); }
+
+ private:
+    alert_set m_alerts;
+};
+
+/** Sends each event as one datagram of JSON. Nothing stays open towards the client, who may be gone. */
+class SocketSub : public Subscriber {
+ public:
+    /** @throws corvo::Exception for a path that no socket address can hold. */
+    explicit SocketSub(const std::string& path);
+    int execute_(const Event& event) override;
+    std::string uid() const override { return uid_of(m_path); }
+
+    const std::string& path() const { return m_path; }
+    static std::string uid_of(const std::string& path) { return "socket: [" + path + "]"; }
+
+ private:
+    int fail(int err) const;
+
+    std::string m_path;
+};
+
+}  // namespace corvo::notif
