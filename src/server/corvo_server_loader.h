@@ -6,6 +6,7 @@
 #include <brumecpd/engine_api.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -14,42 +15,16 @@
 
 #include "infra/corvo_event.h"
 #include "infra/corvo_task.h"
+#include "server/corvo_server_loader_api.h"
 
 namespace corvo {
-class CCapPkt;
 class Scheduler;
-}  // namespace corvo
+}
 
 namespace corvo::server {
 
 class Engine;
 class PacketBuffer;
-
-/** The 22 functions of the library; all null while none is loaded. */
-struct EngineApi {
-    decltype(&corvo_api_cp_activate) activate = nullptr;
-    decltype(&corvo_api_cp_deactivate) deactivate = nullptr;
-    decltype(&corvo_api_cp_push_pkts) push_pkts = nullptr;
-    decltype(&corvo_api_cp_coffee) coffee = nullptr;
-    decltype(&corvo_api_cp_get_version) get_version = nullptr;
-    decltype(&corvo_api_cp_intf_attach) intf_attach = nullptr;
-    decltype(&corvo_api_cp_intf_detach) intf_detach = nullptr;
-    decltype(&corvo_api_cp_intf_get) intf_get = nullptr;
-    decltype(&corvo_api_cp_tick) tick = nullptr;
-    decltype(&corvo_api_cp_collector_enable) collector_enable = nullptr;
-    decltype(&corvo_api_cp_collector_disable) collector_disable = nullptr;
-    decltype(&corvo_api_cp_collector_set_interval) collector_set_interval = nullptr;
-    decltype(&corvo_api_cp_get_collectors) get_collectors = nullptr;
-    decltype(&corvo_api_cp_collector_get_sample) collector_get_sample = nullptr;
-    decltype(&corvo_api_cp_health_get) health_get = nullptr;
-    decltype(&corvo_api_cp_health_conf_get) health_conf_get = nullptr;
-    decltype(&corvo_api_cp_health_conf_set) health_conf_set = nullptr;
-    decltype(&corvo_api_cp_get_dps) get_dps = nullptr;
-    decltype(&corvo_api_cp_init) init = nullptr;
-    decltype(&corvo_api_cp_deinit) deinit = nullptr;
-    decltype(&corvo_api_cp_get_evfd) get_evfd = nullptr;
-    decltype(&corvo_api_cp_collect_set_exporter) collect_set_exporter = nullptr;
-};
 
 /** The timed tick. The library's result is the delay to the next one. */
 class EngineTask : public Task {
@@ -87,7 +62,7 @@ class Engine {
 
     static constexpr size_t MAX_COFFEE_ARGS = 8;
 
-    /** What is known about one injected packet. */
+    /** What is known about one injected packet. `cls` and `protocol` always, the rest only if `extended`. */
     struct PktInfo {
         std::string src;
         std::string dst;
@@ -102,6 +77,8 @@ class Engine {
         std::vector<std::string> attr;
         std::vector<std::string> tph;
     };
+    /** Takes what the engine recognised, one packet after the other. */
+    using PktSink = std::function<void(PktInfo&&)>;
 
     /** `mode` is "kernel" or "userspace". The scheduler must outlive the engine. */
     Engine(std::string mode, Scheduler& sched);
@@ -117,6 +94,10 @@ class Engine {
     state_e state() const { return m_state; }
     /** @throws corvo::Exception if the state is below `required`, STATE_LOADED or STATE_ACTIVE */
     void validate_state(state_e required) const;
+    /**
+     * Callbacks run in order of registration when the state has been written; attach and detach call none.
+     * All of them run even if one throws; the first exception then leaves the operation.
+     */
     void register_state_cb(state_cb cb);
     void unregister_state_cb(state_cb cb);
 
@@ -132,9 +113,13 @@ class Engine {
     void detach_all();
     /** Brings the engine down from whatever state it is in. */
     void cleanup();
-    /** One call of the library's tick; its failure is a log line. Gives the wanted delay in milliseconds. */
+    /**
+     * One call of the library's tick; needs a loaded engine. Its failure is a log line, nothing is thrown.
+     * Gives the delay in milliseconds that the library wants, negative for no preference.
+     */
     int tick();
 
+    /** Runs a function of the data path by its name. */
     std::string coffee(const std::string& dpaddr, const std::string& func, const std::vector<uint32_t>& args);
     void get_version(Json::Value& out);
     /** Empty while unloaded, without asking the library. */
@@ -151,16 +136,24 @@ class Engine {
     void health_conf_get(Json::Value& out);
     void health_conf_set(const Json::Value& conf);
 
-    /** Classifies a capture file; `results` holds what the engine recognised, in the file's order. */
+    /**
+     * Classifies a capture file and hands over what the engine recognised, in the file's order. Nothing is
+     * kept of a packet that was handed over, so memory doesn't grow with the file. A failure in the middle
+     * of the file makes everything handed over before it void.
+     */
+    void push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
+                   bool extended, const PktSink& sink);
+    /** The same into a vector. */
     void push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                    bool extended, std::vector<PktInfo>& results);
-    /** Classifies one frame. */
+    /** Classifies one frame. `info` keeps its address, length and transport. */
     void push_raw_extended(const std::string& dpaddr, const std::string& data, uint32_t ns_id, bool reset,
                            bool extended, PktInfo& info);
 
  protected:
     /** Opens the library and stores its handle in `m_handle`. `mt`: with memory tracing. */
     virtual void load_engine_int(const std::string& path, bool mt) = 0;
+    /** Closes the library. If it throws, the library is closed and `m_handle` null all the same. */
     virtual void unload_engine_int() = 0;
 
     void* m_handle = nullptr;  ///< of dlopen
@@ -169,14 +162,17 @@ class Engine {
 
  private:
     void load_syms();
-    void release_after_failed_load(bool initialised);
+    void add_task_and_event();
     void drop_task_and_event();
+    void release_after_failed_load(bool initialised) noexcept;
+    void forget_library();
     void set_state(state_e state);
+    std::vector<std::string> detach_one(const std::string& ifname);
     void flow_reset(const std::string& dpaddr);
     void push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t ns_id,
                             bool reset, bool extended, std::vector<PktInfo>& infos);
     void send_batch(const std::string& dpaddr, PacketBuffer& batch, uint32_t ns_id, bool reset, bool extended,
-                    std::vector<PktInfo>& results);
+                    const PktSink& sink);
 
     Scheduler& m_sched;
     EngineApi m_api;

@@ -1,0 +1,398 @@
+#include "server/corvo_server_loader.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+
+#include "infra/corvo_logger.h"
+#include "infra/corvo_scheduler.h"
+#include "utils/exception.h"
+
+namespace corvo::server {
+
+namespace {
+
+const std::string COMP = "server";
+
+constexpr int NO_PREFERENCE_DELAY_MS = 1000;
+
+struct Symbol {
+    const char* name;
+    void (*store)(EngineApi& api, void* address);
+};
+
+template <auto Member>
+void store(EngineApi& api, void* address) {
+    auto& slot = api.*Member;
+    slot = reinterpret_cast<std::remove_reference_t<decltype(slot)>>(address);
+}
+
+#define ENGINE_SYMBOL(name) \
+    { "corvo_api_cp_" #name, store<&EngineApi::name> }
+/** In the order in which they are looked up: a library that lacks several is told of the first. */
+constexpr Symbol SYMBOLS[] = {
+    ENGINE_SYMBOL(activate),
+    ENGINE_SYMBOL(deactivate),
+    ENGINE_SYMBOL(push_pkts),
+    ENGINE_SYMBOL(coffee),
+    ENGINE_SYMBOL(get_version),
+    ENGINE_SYMBOL(intf_attach),
+    ENGINE_SYMBOL(intf_detach),
+    ENGINE_SYMBOL(intf_get),
+    ENGINE_SYMBOL(tick),
+    ENGINE_SYMBOL(collector_enable),
+    ENGINE_SYMBOL(collector_disable),
+    ENGINE_SYMBOL(get_collectors),
+    ENGINE_SYMBOL(collector_get_sample),
+    ENGINE_SYMBOL(health_get),
+    ENGINE_SYMBOL(health_conf_get),
+    ENGINE_SYMBOL(health_conf_set),
+    ENGINE_SYMBOL(collector_set_interval),
+    ENGINE_SYMBOL(collect_set_exporter),
+    ENGINE_SYMBOL(get_dps),
+    ENGINE_SYMBOL(init),
+    ENGINE_SYMBOL(deinit),
+    ENGINE_SYMBOL(get_evfd),
+};
+#undef ENGINE_SYMBOL
+static_assert(std::size(SYMBOLS) * sizeof(void*) == sizeof(EngineApi),
+              "every entry of the table is looked up");
+
+/**
+ * Runs a call into the library, `fn(err)`, and gives the failure's text, empty for success. A library that
+ * breaks the rule that no exception may leave it is answered here: its exception must not live on, because
+ * the type belongs to code that may be closed soon.
+ */
+template <typename Fn>
+std::string failure_of(Fn&& fn) {
+    std::string err;
+    try {
+        fn(err);
+    } catch (const std::exception& e) {
+        err = e.what();
+        if (err.empty()) err = "engine threw an exception without a text";
+    } catch (...) {
+        err = "engine threw an exception of unknown type";
+    }
+    return err;
+}
+
+/** The same for the callers that pass a failure on. */
+template <typename Fn>
+void call(Fn&& fn) {
+    const std::string err = failure_of(fn);
+    if (!err.empty()) throw Exception(err);
+}
+
+}  // namespace
+
+int EngineTask::execute() {
+    if (m_engine->state() == Engine::STATE_UNLOADED) return NO_PREFERENCE_DELAY_MS;
+    const int delay_ms = m_engine->tick();
+    return delay_ms >= 0 ? delay_ms : NO_PREFERENCE_DELAY_MS;
+}
+
+EventRC EngineEvent::do_work(const EventExpireReason&) {
+    if (m_engine->state() != Engine::STATE_UNLOADED) m_engine->tick();
+    return resched(0u);
+}
+
+Engine::Engine(std::string mode, Scheduler& sched) : m_mode(std::move(mode)), m_sched(sched) {}
+
+Engine::~Engine() = default;
+
+// --- state -------------------------------------------------------------------------------------------------
+
+void Engine::validate_state(state_e required) const {
+    if (m_state >= required) return;
+    throw Exception(required == STATE_LOADED ? "corvo is not loaded" : "corvo is not active");
+}
+
+void Engine::register_state_cb(state_cb cb) {
+    m_state_cbs.push_back(cb);
+}
+
+void Engine::unregister_state_cb(state_cb cb) {
+    const auto it = std::find(m_state_cbs.begin(), m_state_cbs.end(), cb);
+    if (it == m_state_cbs.end()) {
+        CORVO_LOG(ERROR, COMP, "Unregistering state change callback failed - Callback not found");
+        return;
+    }
+    m_state_cbs.erase(it);
+}
+
+void Engine::set_state(state_e state) {
+    m_state = state;
+    std::exception_ptr first_failure;
+    const std::vector<state_cb> cbs = m_state_cbs;  // a callback may take itself out
+    for (const state_cb cb : cbs) {
+        try {
+            cb(state);
+        } catch (...) {
+            if (!first_failure) first_failure = std::current_exception();
+        }
+    }
+    if (first_failure) std::rethrow_exception(first_failure);
+}
+
+const char* engine_state_to_str(Engine::state_e state) {
+    static constexpr const char* TEXTS[] = {"not loaded", "deactivated", "activated", "activated (attached)"};
+    return state < std::size(TEXTS) ? TEXTS[state] : "unknown";
+}
+
+// --- load and unload ---------------------------------------------------------------------------------------
+
+void Engine::load_engine(const std::string& path, const api::InitConfig& config) {
+    if (m_state != STATE_UNLOADED) throw Exception("corvo is already loaded");
+    CORVO_LOG(INFO, COMP, "Loading corvo engine");
+    bool initialised = false;
+    try {
+        load_engine_int(path, true);
+        load_syms();
+        call([&](std::string& err) { m_api.init(config, err); });
+        initialised = true;
+        m_path = path;
+        add_task_and_event();
+        set_state(STATE_LOADED);
+    } catch (...) {
+        release_after_failed_load(initialised);
+        throw;
+    }
+}
+
+void Engine::load_syms() {
+    for (const Symbol& symbol : SYMBOLS) {
+        void* address = dlsym(m_handle, symbol.name);
+        if (!address) {
+            const char* reason = dlerror();  // null for a symbol that is there with the value 0
+            throw Exception(std::string("failed loading symbol '") + symbol.name +
+                            "': " + (reason ? reason : "its address is null"));
+        }
+        symbol.store(m_api, address);
+    }
+}
+
+void Engine::add_task_and_event() {
+    m_task = std::make_shared<EngineTask>(this);
+    m_sched.add(m_task, 0);
+    int fd = -1;
+    call([&](std::string& err) { m_api.get_evfd(fd, err); });
+    if (fd <= 0) throw Exception("engine gave no valid event descriptor (" + std::to_string(fd) + ")");
+    m_event = std::make_shared<EngineEvent>(fd, this);
+    m_sched.add(m_event, EVENT_STATE_READ, 0);
+}
+
+void Engine::drop_task_and_event() {
+    if (m_task) m_sched.remove(m_task.get());
+    m_task.reset();
+    if (m_event) m_sched.remove(m_event.get());
+    m_event.reset();
+}
+
+void Engine::forget_library() {
+    m_api = EngineApi();
+    m_path.clear();
+}
+
+void Engine::release_after_failed_load(bool initialised) noexcept {
+    drop_task_and_event();
+    if (initialised) {
+        const std::string err = failure_of([&](std::string& e) { m_api.deinit(e); });
+        if (!err.empty()) CORVO_LOG(WARN, COMP, "deinit after a failed load: %s, ignoring", err.c_str());
+    }
+    try {
+        unload_engine_int();
+    } catch (const std::exception& e) {
+        CORVO_LOG(WARN, COMP, "unload after a failed load: %s, ignoring", e.what());
+    }
+    forget_library();
+    m_state = STATE_UNLOADED;
+}
+
+void Engine::unload_engine() {
+    if (m_state == STATE_UNLOADED) return;
+    if (m_state >= STATE_ACTIVE) throw Exception("corvo must be deactivated before unloading");
+    CORVO_LOG(INFO, COMP, "Unloading corvo engine");
+    drop_task_and_event();  // before the library goes: both call into it
+    const std::string err = failure_of([&](std::string& e) { m_api.deinit(e); });
+    std::exception_ptr close_failure;
+    try {
+        unload_engine_int();
+    } catch (...) {
+        close_failure = std::current_exception();
+    }
+    forget_library();
+    set_state(STATE_UNLOADED);
+    if (close_failure) {
+        if (!err.empty()) CORVO_LOG_TEXT(ERROR, COMP, err);
+        std::rethrow_exception(close_failure);
+    }
+    if (!err.empty()) throw Exception(err);
+}
+
+void Engine::cleanup() {
+    if (m_state == STATE_ATTACHED) detach_all();
+    if (m_state == STATE_ACTIVE) deactivate();
+    unload_engine();
+}
+
+// --- data path and interfaces ------------------------------------------------------------------------------
+
+void Engine::activate(const api::ActivateConfig& config) {
+    validate_state(STATE_LOADED);
+    if (m_state >= STATE_ACTIVE) throw Exception("corvo is already active");
+    CORVO_LOG(INFO, COMP, "Activating corvo");
+    call([&](std::string& err) { m_api.activate(config, err); });
+    CORVO_LOG(INFO, COMP, "corvo activated successfully");
+    set_state(STATE_ACTIVE);
+}
+
+void Engine::deactivate() {
+    if (m_state < STATE_ACTIVE) return;
+    CORVO_LOG(INFO, COMP, "Deactivating corvo");
+    try {
+        detach_all();
+    } catch (const Exception& e) {
+        CORVO_LOG_TEXT(ERROR, COMP, e.what());
+    }
+    call([&](std::string& err) { m_api.deactivate(err); });
+    set_state(STATE_LOADED);
+}
+
+void Engine::attach(const std::string& ifname) {
+    validate_state(STATE_ACTIVE);
+    CORVO_LOG(INFO, COMP, "Attaching to interface %s", ifname.c_str());
+    call([&](std::string& err) { m_api.intf_attach(ifname, err); });
+    m_state = STATE_ATTACHED;
+}
+
+void Engine::detach(const std::string& ifname) {
+    validate_state(STATE_ACTIVE);
+    detach_one(ifname);
+}
+
+/** Gives the interfaces that the engine still lists. */
+std::vector<std::string> Engine::detach_one(const std::string& ifname) {
+    CORVO_LOG(INFO, COMP, "Detaching from interface %s", ifname.c_str());
+    call([&](std::string& err) { m_api.intf_detach(ifname, err); });
+    std::vector<std::string> left;
+    get_interfaces(left);
+    m_state = left.empty() ? STATE_ACTIVE : STATE_ATTACHED;
+    return left;
+}
+
+void Engine::detach_all() {
+    validate_state(STATE_ACTIVE);
+    std::vector<std::string> names;
+    get_interfaces(names);
+    std::vector<std::string> left;
+    for (const std::string& name : names)
+        left = detach_one(name);
+    for (const std::string& name : left) {
+        CORVO_LOG(WARN, COMP, "engine still lists interface '%s' after its detach, ignoring", name.c_str());
+    }
+    m_state = STATE_ACTIVE;
+}
+
+// --- the library's functions, one by one -------------------------------------------------------------------
+
+int Engine::tick() {
+    int delay_ms = -1;
+    const std::string err = failure_of([&](std::string& e) { delay_ms = m_api.tick(e); });
+    if (!err.empty()) CORVO_LOG(ERROR, COMP, "Engine error '%s'", err.c_str());
+    return delay_ms;
+}
+
+std::string Engine::coffee(const std::string& dpaddr, const std::string& func,
+                           const std::vector<uint32_t>& args) {
+    validate_state(STATE_LOADED);
+    if (args.size() > MAX_COFFEE_ARGS) throw Exception("COFFEE maximum argument count is 8");
+    std::string result;
+    call([&](std::string& err) { m_api.coffee(dpaddr, func, args, result, err); });
+    return result;
+}
+
+void Engine::get_version(Json::Value& out) {
+    if (m_state < STATE_ACTIVE) throw Exception("corvo is not loaded");
+    call([&](std::string& err) { m_api.get_version(out, err); });
+}
+
+void Engine::get_interfaces(std::vector<std::string>& out) {
+    out.clear();
+    if (m_state == STATE_UNLOADED) return;
+    call([&](std::string& err) { m_api.intf_get(out, err); });
+}
+
+void Engine::get_dps(std::vector<std::string>& out) {
+    out.clear();
+    if (m_state == STATE_UNLOADED) return;
+    call([&](std::string& err) { m_api.get_dps(out, err); });
+}
+
+void Engine::collector_enable(const std::string& component) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.collector_enable(component, err); });
+}
+
+void Engine::collector_disable(const std::string& component) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.collector_disable(component, err); });
+}
+
+void Engine::collector_set_interval(const std::string& component, uint64_t interval_ms) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.collector_set_interval(component, interval_ms, err); });
+}
+
+void Engine::get_collectors(Json::Value& out) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.get_collectors(out, err); });
+}
+
+void Engine::collector_get_sample(const std::string& component, Json::Value& out) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.collector_get_sample(component, out, err); });
+}
+
+void Engine::collect_set_exporter(const api::ExporterConfig& config) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.collect_set_exporter(config, err); });
+}
+
+void Engine::health_get(Json::Value& out, bool verbose) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.health_get(out, verbose, err); });
+}
+
+void Engine::health_conf_get(Json::Value& out) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.health_conf_get(out, err); });
+}
+
+void Engine::health_conf_set(const Json::Value& conf) {
+    validate_state(STATE_LOADED);
+    call([&](std::string& err) { m_api.health_conf_set(conf, err); });
+}
+
+void Engine::push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t /*ns_id*/,
+                                bool /*reset*/, bool extended, std::vector<PktInfo>& infos) {
+    call([&](std::string& err) { m_api.push_pkts(dpaddr, pkts, err, extended); });
+    if (pkts.size() != infos.size()) throw Exception("engine changed the number of packets");
+    for (size_t i = 0; i < pkts.size(); ++i) {
+        api::pkt_& pkt = pkts[i];
+        PktInfo& info = infos[i];
+        info.protocol = std::move(pkt.protocol);
+        info.cls = pkt.cls;
+        if (!extended) continue;
+        info.error = pkt.error;
+        info.aging_sec = pkt.aging_sec;
+        info.visibility = pkt.visibility;
+        info.cat = std::move(pkt.cat);
+        std::move(pkt.attr.begin(), pkt.attr.end(), std::back_inserter(info.attr));
+        std::move(pkt.tph.begin(), pkt.tph.end(), std::back_inserter(info.tph));
+    }
+}
+
+}  // namespace corvo::server
