@@ -1,0 +1,259 @@
+// An engine that a test scripts call by call (TEST_ENGINE_SCRIPT) and whose calls it can read afterwards
+// (TEST_ENGINE_LOG). See README.md.
+
+#include <brumecpd/engine_api.h>
+#include <fcntl.h>
+#include <json/reader.h>
+#include <json/writer.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+
+#include "engines/engine_script.h"
+
+namespace {
+
+using test::EngineScript;
+using test::split_words;
+
+struct State {
+    int evfd = -1;
+    std::vector<std::string> interfaces;
+    size_t packets = 0;  ///< pushed since init
+    std::string last_script;
+};
+State g_state;
+
+void make_readable() {
+    const uint64_t one = 1;
+    if (g_state.evfd >= 0 && write(g_state.evfd, &one, sizeof one) < 0) abort();
+}
+
+void log_call(const std::string& name, const std::string& args) {
+    const char* path = getenv("TEST_ENGINE_LOG");
+    if (!path) return;
+    const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0) return;
+    const std::string line = args.empty() ? name + "\n" : name + " " + args + "\n";
+    [[maybe_unused]] const ssize_t written = write(fd, line.data(), line.size());
+    close(fd);
+}
+
+[[noreturn]] void crash(const std::string& how) {
+    const std::vector<std::string> words = split_words(how);
+    const std::string kind = words.empty() ? "abort" : words[0];
+    if (kind == "segv") raise(SIGSEGV);
+    if (kind == "exit") _exit(words.size() > 1 ? std::stoi(words[1]) : 1);
+    if (kind == "throw") throw std::runtime_error("scripted exception");
+    while (kind == "hang")
+        pause();
+    abort();
+}
+
+/** The start of every function: logs the call and does what the script says about it. */
+class Call {
+ public:
+    Call(const std::string& name, std::string& err, const std::string& args = "")
+        : m_script(EngineScript::read(getenv("TEST_ENGINE_SCRIPT"))) {
+        log_call(name, args);
+        if (m_script.text() != g_state.last_script) {
+            g_state.last_script = m_script.text();
+            if (m_script.has("signal")) make_readable();
+        }
+        if (m_script.has("signal", name)) make_readable();
+        if (const auto* text = m_script.rest("stderr", name)) dprintf(STDERR_FILENO, "%s\n", text->c_str());
+        if (const auto* ms = m_script.rest("delay", name)) usleep(1000 * std::stoi(*ms));
+        if (const auto* how = m_script.rest("crash", name)) crash(*how);
+        if (const auto* text = m_script.rest("fail", name)) err = *text;
+        m_failed = !err.empty();
+    }
+
+    bool failed() const { return m_failed; }
+    const EngineScript& script() const { return m_script; }
+    const std::string* value(const std::string& name) const { return m_script.rest("return", name); }
+    /** The scripted words of a list, if it is scripted. */
+    std::optional<std::vector<std::string>> list(const std::string& name) const {
+        const auto* words = m_script.rest("list", name);
+        return words ? std::optional(split_words(*words)) : std::nullopt;
+    }
+
+ private:
+    EngineScript m_script;
+    bool m_failed = false;
+};
+
+/** Fills `out` with the scripted JSON text, or with the default one. */
+void answer_json(const Call& call, const std::string& name, const char* otherwise, Json::Value& out) {
+    if (call.failed()) return;
+    const auto* text = call.value(name);
+    Json::Reader().parse(text ? *text : otherwise, out);
+}
+
+std::string to_text(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value);
+}
+
+template <typename... Args>
+std::string text(const Args&... args) {
+    std::ostringstream out;
+    (out << ... << args);
+    return out.str();
+}
+
+void classify(corvo::api::pkt_& pkt, const std::vector<std::string>& classes, bool extended) {
+    const size_t pair = 2 * (g_state.packets++ % (classes.size() / 2));
+    pkt.cls = std::stoul(classes[pair]);
+    pkt.protocol = classes[pair + 1];
+    if (!extended) return;
+    pkt.aging_sec = 30;
+    pkt.visibility = 2;
+    pkt.error = corvo::api::PKT_NON_FFRAG;
+    pkt.cat = {{1, 2}, {3, 4}};
+    pkt.attr = {"scripted"};
+    pkt.tph = {"eth", pkt.protocol};
+}
+
+}  // namespace
+
+void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string& err) {
+    const Call call(
+        "init", err,
+        text("shm_type=", config.shm_type, " shm_dev=", config.shm_dev, " shm_addr=", config.shm_addr,
+             " shm_size=", config.shm_size, " cp_addr=", config.cp_addr, " cmds=", config.cmds ? 1 : 0));
+    if (call.failed()) return;
+    g_state = State();
+    g_state.evfd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+void corvo_api_cp_deinit(std::string& err) {
+    const Call call("deinit", err);
+    if (g_state.evfd >= 0) close(g_state.evfd);
+    g_state = State();
+}
+
+void corvo_api_cp_activate(const corvo::api::ActivateConfig& config, std::string& err) {
+    const Call call("activate", err,
+                    text("max_flows=", config.max_flows, " dp_workers=", config.dp_workers,
+                         " writable_shm=", config.writable_shm));
+}
+
+void corvo_api_cp_deactivate(std::string& err) {
+    const Call call("deactivate", err);
+}
+
+int corvo_api_cp_tick(std::string& err) {
+    uint64_t count = 0;
+    if (g_state.evfd >= 0) [[maybe_unused]]
+        const ssize_t n = read(g_state.evfd, &count, sizeof count);
+    const Call call("tick", err);
+    const auto* delay = call.value("tick");
+    return delay ? std::stoi(*delay) : 1000;
+}
+
+void corvo_api_cp_get_evfd(int& fd, std::string& err) {
+    const Call call("get_evfd", err, text(fd));
+    const auto* scripted = call.value("get_evfd");
+    if (!call.failed()) fd = scripted ? std::stoi(*scripted) : g_state.evfd;
+}
+
+void corvo_api_cp_push_pkts(const std::string& dpaddr, std::vector<corvo::api::pkt_>& pkts, std::string& err,
+                            bool extended) {
+    size_t bytes = 0;
+    for (const auto& pkt : pkts)
+        bytes += pkt.len;
+    const Call call("push_pkts", err,
+                    text("dpaddr=", dpaddr, " pkts=", pkts.size(), " bytes=", bytes,
+                         " ns_id=", pkts.empty() ? 0 : pkts[0].ns_id, " extended=", extended));
+    if (call.failed()) return;
+    const auto* scripted = call.script().rest("class", "push_pkts");
+    const std::vector<std::string> classes = split_words(scripted ? *scripted : "1 bench");
+    for (auto& pkt : pkts)
+        classify(pkt, classes, extended);
+}
+
+void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
+                         const std::vector<uint32_t>& args, std::string& result, std::string& err) {
+    std::string numbers;
+    for (const uint32_t arg : args)
+        numbers += (numbers.empty() ? "" : ",") + std::to_string(arg);
+    const Call call("coffee", err, text("dpaddr=", dpaddr, " func=", func, " args=", numbers));
+    const auto* scripted = call.value("coffee");
+    if (!call.failed()) result = scripted ? *scripted : "done " + func;
+}
+
+void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
+    const Call call("get_version", err);
+    answer_json(call, "get_version", R"({"version":"scripted"})", out);
+}
+
+void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err) {
+    const Call call("get_dps", err);
+    if (!call.failed()) out = call.list("dps").value_or(std::vector<std::string>{"dp0"});
+}
+
+void corvo_api_cp_intf_attach(const std::string& ifname, std::string& err) {
+    const Call call("intf_attach", err, ifname);
+    if (!call.failed()) g_state.interfaces.push_back(ifname);
+}
+
+void corvo_api_cp_intf_detach(const std::string& ifname, std::string& err) {
+    const Call call("intf_detach", err, ifname);
+    auto& names = g_state.interfaces;
+    if (!call.failed()) names.erase(std::remove(names.begin(), names.end(), ifname), names.end());
+}
+
+void corvo_api_cp_intf_get(std::vector<std::string>& out, std::string& err) {
+    const Call call("intf_get", err);
+    if (!call.failed()) out = call.list("intf").value_or(g_state.interfaces);
+}
+
+void corvo_api_cp_collector_enable(const std::string& component, std::string& err) {
+    const Call call("collector_enable", err, component);
+}
+
+void corvo_api_cp_collector_disable(const std::string& component, std::string& err) {
+    const Call call("collector_disable", err, component);
+}
+
+void corvo_api_cp_collector_set_interval(const std::string& component, uint64_t interval, std::string& err) {
+    const Call call("collector_set_interval", err, text(component, " ", interval));
+}
+
+void corvo_api_cp_get_collectors(Json::Value& out, std::string& err) {
+    const Call call("get_collectors", err);
+    answer_json(call, "get_collectors", R"({"collectables":["flows","memory"],"exporter":{"type":"none"}})",
+                out);
+}
+
+void corvo_api_cp_collector_get_sample(const std::string& component, Json::Value& out, std::string& err) {
+    const Call call("collector_get_sample", err, component);
+    answer_json(call, "collector_get_sample", R"({"flows":3})", out);
+}
+
+void corvo_api_cp_collect_set_exporter(const corvo::api::ExporterConfig& config, std::string& err) {
+    const Call call(
+        "collect_set_exporter", err,
+        text("type=", config.type, " server=", config.server, " port=", config.port, " path=", config.path));
+}
+
+void corvo_api_cp_health_get(Json::Value& out, bool verbose, std::string& err) {
+    const Call call("health_get", err, text("verbose=", verbose));
+    answer_json(call, "health_get", R"({"healthy":true})", out);
+}
+
+void corvo_api_cp_health_conf_get(Json::Value& out, std::string& err) {
+    const Call call("health_conf_get", err);
+    answer_json(call, "health_conf_get", R"({"period":10})", out);
+}
+
+void corvo_api_cp_health_conf_set(const Json::Value& conf, std::string& err) {
+    const Call call("health_conf_set", err, to_text(conf));
+}
