@@ -1,0 +1,28 @@
+#include "server/rpc/core/corvo_rpc_cmd_coffee.h"
+
+#include <vector>
+
+#include "server/corvo_server.h"
+#include "server/corvo_server_loader.h"
+#include "server/rpc/core/corvo_rpc_values.h"
+
+namespace corvo {
+
+uint32_t RpcCmdCoffee::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+    guarded(res, [&] {
+        const auto func = required_param<std::string>(*this, params, "func", res);
+        const Json::Value& list = optional_field(params, "args");
+        if (!list.isNull()) check_field_type(params, "args", TYPE_ARRAY, res);
+        const auto dpaddr = optional_param<std::string>(*this, params, "dpaddr", "", res);
+        std::vector<uint32_t> args;
+        args.reserve(list.size());
+        for (int i = 0; i < static_cast<int>(list.size()); ++i) {
+            check_field_type(list, i, TYPE_UINT32, res);
+            args.push_back(list[i].asUInt());
+        }
+        res["result"] = server::Server::g_ptr->engine()->coffee(dpaddr, func, args);
+    });
+    return CMD_OK;
+}
+
+}  // namespace corvo

@@ -1,0 +1,120 @@
+#include "server/rpc/core/corvo_rpc_cmd_engine.h"
+
+#include <stdexcept>
+
+#include "infra/corvo_version.h"
+#include "server/corvo_server.h"
+#include "server/corvo_server_defaults.h"
+#include "server/corvo_server_loader.h"
+#include "server/rpc/core/corvo_rpc_values.h"
+#include "utils/net_utils.h"
+
+namespace corvo {
+
+namespace {
+
+using server::Server;
+
+constexpr uint16_t MAX_DP_WORKERS = 128;
+
+/** False unless the whole text is a hexadecimal number that fits 64 bits; the lower 32 are kept. */
+bool parse_hex(const std::string& text, uint32_t& out) {
+    try {
+        size_t consumed = 0;
+        out = static_cast<uint32_t>(std::stoull(text, &consumed, 16));
+        return consumed == text.size();
+    } catch (const std::logic_error&) {
+        return false;
+    }
+}
+
+/** The interface that a client means. "default" is the one that the routing table picks towards the world. */
+std::string intf_param(RpcCommand& command, const Json::Value& params, Json::Value& res) {
+    if (Version::g_in_slave_mode) throw Exception("'" + command.name() + "' not supported in slave mode");
+    auto intf = required_param<std::string>(command, params, "intf", res);
+    if (intf != "default") return intf;
+    intf = NetUtils::ip_to_ifname(NetUtils::get_src_ip("8.8.8.8", 53));
+    if (intf.empty()) command.generate_execute_err(res, "unable to resolve default interface");
+    return intf;
+}
+
+}  // namespace
+
+uint32_t RpcCmdLoad::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+    // `params` that can't hold members throws at any read: here that fails the command, not the server.
+    guarded(res, [&] { optional_field(params, "path"); });
+    const auto path = optional_param<std::string>(*this, params, "path", server::default_engine_path, res);
+    validate_path(path, res);
+    api::InitConfig config;
+    config.cp_addr = optional_param<std::string>(*this, params, "cpaddr", server::default_cpaddr, res);
+    config.cmds = &Server::g_ptr->cmds();
+    guarded(res, [&] {
+        parse_shm(params, config, res);
+        Server::g_ptr->engine()->load_engine(path, config);
+    });
+    res["result"] = Json::objectValue;
+    return CMD_OK;
+}
+
+void RpcCmdLoad::parse_shm(const Json::Value& params, api::InitConfig& config, Json::Value& res) {
+    config.shm_type = api::SHM_AUTO;
+    const Json::Value& shm = optional_field(params, "shm");
+    if (!shm.isNull()) {
+        check_field_type(params, "shm", TYPE_OBJECT, res);
+        const std::string type = parse_choice(shm, "type", {"auto", "devmem"}, res);
+        if (type == "devmem") config.shm_type = api::SHM_DEVMEM;
+    }
+    if (Version::g_bare_metal && config.shm_type == api::SHM_AUTO)
+        generate_execute_err(res, "Auto SHM configuration is not supported on bare metal mode");
+    if (config.shm_type == api::SHM_DEVMEM && Server::g_ptr->engine()->get_mode_int() == "kernel")
+        generate_execute_err(res, "devmem SHM configuration is not supported on kernel mode");
+    if (config.shm_type == api::SHM_AUTO) return;
+
+    config.shm_dev = optional_param<std::string>(*this, shm, "dev", "/dev/mem", res);
+    config.shm_size = required_param<uint32_t>(*this, shm, "size", res);
+    const auto addr = required_param<std::string>(*this, shm, "addr", res);
+    if (!parse_hex(addr, config.shm_addr)) generate_execute_err(res, "'addr' is not a valid HEX value");
+}
+
+uint32_t RpcCmdUnload::_run(const std::string&, const Json::Value&, Json::Value& res) {
+    guarded(res, [] { Server::g_ptr->engine()->unload_engine(); });
+    res["result"] = Json::objectValue;
+    return CMD_OK;
+}
+
+uint32_t RpcCmdActivate::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+    guarded(res, [&] {
+        check_field_type(params, "resources", TYPE_OBJECT, res);
+        const Json::Value& resources = params["resources"];
+        api::ActivateConfig config;
+        config.max_flows = required_param<uint32_t>(*this, resources, "max_flows", res);
+        config.writable_shm = optional_param<bool>(*this, resources, "writable_shm", false, res);
+        config.dp_workers = optional_param<uint16_t>(*this, resources, "dp_workers", 1, res);
+        if (Version::g_in_slave_mode && resources.isMember("dp_workers"))
+            throw Exception("'dp_workers' is controlled via DP API in slave mode");
+        if (config.dp_workers > MAX_DP_WORKERS) throw Exception("'dp_workers' is limited to 128");
+        Server::g_ptr->engine()->activate(config);
+    });
+    res["result"] = Json::objectValue;
+    return CMD_OK;
+}
+
+uint32_t RpcCmdDeactivate::_run(const std::string&, const Json::Value&, Json::Value& res) {
+    guarded(res, [] { Server::g_ptr->engine()->deactivate(); });
+    res["result"] = Json::objectValue;
+    return CMD_OK;
+}
+
+uint32_t RpcCmdAttach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+    guarded(res, [&] { Server::g_ptr->engine()->attach(intf_param(*this, params, res)); });
+    res["result"] = Json::objectValue;
+    return CMD_OK;
+}
+
+uint32_t RpcCmdDetach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+    guarded(res, [&] { Server::g_ptr->engine()->detach(intf_param(*this, params, res)); });
+    res["result"] = Json::objectValue;
+    return CMD_OK;
+}
+
+}  // namespace corvo

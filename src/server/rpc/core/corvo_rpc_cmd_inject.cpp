@@ -1,0 +1,100 @@
+#include "server/rpc/core/corvo_rpc_cmd_inject.h"
+
+#include <iterator>
+#include <unordered_map>
+#include <vector>
+
+#include "server/corvo_server.h"
+#include "server/rpc/core/corvo_rpc_values.h"
+#include "utils/base64.h"
+
+namespace corvo {
+
+namespace {
+
+using server::Engine;
+using server::Server;
+
+/** By value of api::pkt_error_e. */
+constexpr const char* PKT_ERRORS[] = {"",       "inactive",  "max_flows_reached", "no_mem",
+                                      "non_ip", "non_ffrag", "trimmed_l3",        "IPV6_frag"};
+
+const char* pkt_error_to_str(api::pkt_error_e error) {
+    return error < std::size(PKT_ERRORS) ? PKT_ERRORS[error] : "unknown";
+}
+
+}  // namespace
+
+uint32_t RpcCmdPushPCAP::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+    // `params` that can't hold members throws at any read: here that fails the command, not the server.
+    guarded(res, [&] { optional_field(params, "type"); });
+    const std::string type = parse_choice(params, "type", {"filename", "buffer"}, res);
+    const auto dpaddr = optional_param<std::string>(*this, params, "dpaddr", "", res);
+    const auto reset = required_param<bool>(*this, params, "reset", res);
+    const auto extended = optional_param<bool>(*this, params, "extended", false, res);
+    const auto ns_id = optional_param<uint32_t>(*this, params, "ns_id", 0, res);
+    guarded(res, [&] {
+        if (type == "filename") {
+            push_filename(dpaddr, parse_string(params, "filename", res), ns_id, reset, extended, res);
+        } else {
+            push_buffer(dpaddr, b64_decode(parse_string(params, "buffer", res)), ns_id, reset, extended, res);
+        }
+    });
+    return CMD_OK;
+}
+
+void RpcCmdPushPCAP::push_filename(const std::string& dpaddr, const std::string& filename, uint32_t ns_id,
+                                   bool reset, bool extended, Json::Value& res) {
+    std::vector<Engine::PktInfo> infos;
+    Server::g_ptr->engine()->push_pcap(dpaddr, filename, reset, ns_id, extended, infos);
+    Json::Value& result = res["result"];
+    if (extended) {
+        Json::Value& pkts = result["pkts"] = Json::arrayValue;
+        for (Engine::PktInfo& info : infos)
+            get_pktinfo(info, pkts.append(Json::objectValue));
+        return;
+    }
+    // Counted outside the document: a capture has millions of packets of a few protocols.
+    std::unordered_map<std::string, Json::Int> counts;
+    for (const Engine::PktInfo& info : infos)
+        ++counts[info.protocol];
+    for (const auto& [protocol, count] : counts)
+        result[protocol] = count;
+    result["total"] = static_cast<Json::UInt>(infos.size());
+}
+
+void RpcCmdPushPCAP::push_buffer(const std::string& dpaddr, const std::string& data, uint32_t ns_id,
+                                 bool reset, bool extended, Json::Value& res) {
+    Engine::PktInfo info;
+    guarded(res,
+            [&] { Server::g_ptr->engine()->push_raw_extended(dpaddr, data, ns_id, reset, extended, info); });
+    Json::Value& result = res["result"];
+    if (extended) {
+        get_pktinfo(info, result["pkts"].append(Json::objectValue));
+        return;
+    }
+    result["id"] = info.cls;
+    result["protocol"] = info.protocol;
+}
+
+void RpcCmdPushPCAP::get_pktinfo(Engine::PktInfo& info, Json::Value& out) {
+    out["src"] = info.src;
+    out["dst"] = info.dst;
+    out["len"] = info.len;
+    out["transport"] = info.transport;
+    out["protocol"] = info.protocol;
+    out["cls"] = info.cls;
+    out["aging_sec"] = info.aging_sec;
+    out["visibility"] = info.visibility;
+    out["error"] = pkt_error_to_str(info.error);
+    Json::Value& categories = out["cat"] = Json::arrayValue;
+    for (const auto& [id, value] : info.cat) {
+        Json::Value& category = categories.append(Json::objectValue);
+        category["cat_id"] = id;
+        category["cat_val"] = value;
+    }
+    out["attr"] = to_json_array(info.attr);
+    out["tph"] = to_json_array(info.tph);
+}
+
+}  // namespace corvo

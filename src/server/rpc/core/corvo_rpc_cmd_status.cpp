@@ -1,0 +1,103 @@
+#include "server/rpc/core/corvo_rpc_cmd_status.h"
+
+#include <sys/sysinfo.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "infra/corvo_logger.h"
+#include "server/corvo_server.h"
+#include "server/rpc/core/corvo_rpc_values.h"
+#include "utils/cpu_utils.h"
+#include "utils/mem_utils.h"
+
+namespace corvo {
+
+namespace {
+
+using server::Engine;
+using server::Server;
+
+constexpr int MIB_SHIFT = 20;
+
+/** The current size and the largest that was ever seen here, in MiB. */
+void fill_size(Json::Value& out, MemUtils::MemoryValue which, uint32_t& max) {
+    const auto current = static_cast<uint32_t>(MemUtils::get_process_mem_value(which) >> MIB_SHIFT);
+    max = std::max(max, current);
+    out["current"] = current;
+    out["max"] = max;
+}
+
+}  // namespace
+
+uint32_t RpcCmdStatus::_run(const std::string&, const Json::Value&, Json::Value& res) {
+    Engine& engine = *Server::g_ptr->engine();
+    Json::Value& result = res["result"];
+    result["mode"] = engine.get_mode_int();
+    result["uptime"] = static_cast<Json::UInt>(Server::g_ptr->get_uptime());
+    result["state"] = eng_state_to_str(engine.state());
+    result["logfile"] = Logger::get_log_filename();
+    guarded(res, [&] {
+        fill_proc_info(result);
+        fill_plat_info(result);
+        fill_ifs_info(result);
+        fill_dp_info(result);
+        fill_memory_info(result["mem"]);
+        fill_engine_info(result);
+    });
+    return CMD_OK;
+}
+
+void RpcCmdStatus::fill_proc_info(Json::Value& out) {
+    out["pid"] = static_cast<Json::Int>(getpid());
+}
+
+void RpcCmdStatus::fill_plat_info(Json::Value& out) {
+    utsname names = {};
+    uname(&names);
+    out["arch"] = CpuUtils::Arch();
+    out["kernel"] = names.release;
+}
+
+void RpcCmdStatus::fill_ifs_info(Json::Value& out) {
+    Engine& engine = *Server::g_ptr->engine();
+    std::vector<std::string> interfaces;
+    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_interfaces(interfaces);
+    out["attached"] = to_json_array(interfaces);
+}
+
+void RpcCmdStatus::fill_dp_info(Json::Value& out) {
+    Engine& engine = *Server::g_ptr->engine();
+    std::vector<std::string> dps;
+    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_dps(dps);
+    out["dps"] = to_json_array(dps);
+}
+
+void RpcCmdStatus::fill_memory_info(Json::Value& out) {
+    // Since the server's start, as far as anyone asked.
+    static uint32_t max_virt_mib = 0;
+    static uint32_t max_phy_mib = 0;
+
+    struct sysinfo machine = {};
+    sysinfo(&machine);
+    out["total_mem"] = static_cast<Json::UInt64>(machine.totalram >> MIB_SHIFT);
+    out["free_mem"] = static_cast<Json::UInt64>(machine.freeram >> MIB_SHIFT);
+    fill_size(out["process"]["virt_mem"], MemUtils::VIRTUAL_MEMORY, max_virt_mib);
+    fill_size(out["process"]["phy_mem"], MemUtils::RESIDENT_MEMORY, max_phy_mib);
+}
+
+void RpcCmdStatus::fill_engine_info(Json::Value& out) {
+    Engine& engine = *Server::g_ptr->engine();
+    out["state"] = eng_state_to_str(engine.state());
+    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_version(out["version"]);
+    // Asked anew: the list that belongs to this version and state.
+    fill_dp_info(out);
+}
+
+std::string RpcCmdStatus::eng_state_to_str(Engine::state_e state) {
+    return server::engine_state_to_str(state);
+}
+
+}  // namespace corvo
