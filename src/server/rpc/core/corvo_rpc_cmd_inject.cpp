@@ -2,7 +2,6 @@
 
 #include <iterator>
 #include <unordered_map>
-#include <vector>
 
 #include "server/corvo_server.h"
 #include "server/rpc/core/corvo_rpc_values.h"
@@ -45,22 +44,24 @@ uint32_t RpcCmdPushPCAP::_run(const std::string&, const Json::Value& params, Jso
 
 void RpcCmdPushPCAP::push_filename(const std::string& dpaddr, const std::string& filename, uint32_t ns_id,
                                    bool reset, bool extended, Json::Value& res) {
-    std::vector<Engine::PktInfo> infos;
-    Server::g_ptr->engine()->push_pcap(dpaddr, filename, reset, ns_id, extended, infos);
+    Engine& engine = *Server::g_ptr->engine();
     Json::Value& result = res["result"];
     if (extended) {
         Json::Value& pkts = result["pkts"] = Json::arrayValue;
-        for (Engine::PktInfo& info : infos)
-            get_pktinfo(info, pkts.append(Json::objectValue));
+        engine.push_pcap(dpaddr, filename, reset, ns_id, extended,
+                         [&](Engine::PktInfo&& info) { get_pktinfo(info, pkts.append(Json::objectValue)); });
         return;
     }
     // Counted outside the document: a capture has millions of packets of a few protocols.
     std::unordered_map<std::string, Json::Int> counts;
-    for (const Engine::PktInfo& info : infos)
+    Json::UInt total = 0;
+    engine.push_pcap(dpaddr, filename, reset, ns_id, extended, [&](Engine::PktInfo&& info) {
         ++counts[info.protocol];
+        ++total;
+    });
     for (const auto& [protocol, count] : counts)
         result[protocol] = count;
-    result["total"] = static_cast<Json::UInt>(infos.size());
+    result["total"] = total;
 }
 
 void RpcCmdPushPCAP::push_buffer(const std::string& dpaddr, const std::string& data, uint32_t ns_id,
