@@ -1,0 +1,160 @@
+// The entry points of the library: each hands its call to the engine and turns what that throws into a text.
+
+#include <brumecpd/engine_api.h>
+
+#include <exception>
+#include <memory>
+#include <new>
+
+#include "engine.h"
+#include "engine_error.h"
+
+namespace {
+
+using corvo::engine::Engine;
+using corvo::engine::Error;
+
+/** From init to deinit. */
+std::unique_ptr<Engine> g_engine;
+
+void fail(std::string& err, const char* text) noexcept {
+    try {
+        err = text && *text ? text : "unknown error";
+    } catch (...) {
+        err.assign(1, '?');  // fits without memory
+    }
+}
+
+/** Nothing that is thrown may leave the library. */
+template <typename Work>
+void guarded(std::string& err, Work work) noexcept {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        fail(err, "out of memory");
+    } catch (const std::exception& e) {
+        fail(err, e.what());
+    } catch (...) {
+        fail(err, nullptr);
+    }
+}
+
+Engine& engine() {
+    if (!g_engine) throw Error("the engine isn't initialised");
+    return *g_engine;
+}
+
+/** For what this engine can't do: it is given its packets, and keeps its knowledge to itself. */
+void refuse(std::string& err, const char* text) {
+    guarded(err, [&] {
+        engine();
+        throw Error(text);
+    });
+}
+
+constexpr const char* NO_CAPTURE = "this engine doesn't capture from interfaces";
+constexpr const char* NO_COLLECTORS = "this engine has no collectors";
+constexpr const char* NO_HEALTH = "this engine has no health monitoring";
+
+}  // namespace
+
+void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string& err) {
+    guarded(err, [&] {
+        if (g_engine) throw Error("the engine is already initialised");
+        g_engine = std::make_unique<Engine>(config);
+    });
+}
+
+void corvo_api_cp_deinit(std::string& err) {
+    guarded(err, [&] {
+        engine();
+        g_engine.reset();
+    });
+}
+
+void corvo_api_cp_activate(const corvo::api::ActivateConfig& config, std::string& err) {
+    guarded(err, [&] { engine().activate(config); });
+}
+
+void corvo_api_cp_deactivate(std::string& err) {
+    guarded(err, [&] { engine().deactivate(); });
+}
+
+int corvo_api_cp_tick(std::string& err) {
+    int delay_ms = -1;
+    guarded(err, [&] { delay_ms = engine().tick(); });
+    return delay_ms;
+}
+
+void corvo_api_cp_get_evfd(int& fd, std::string& err) {
+    guarded(err, [&] { fd = engine().event_fd(); });
+}
+
+void corvo_api_cp_push_pkts(const std::string& dpaddr, std::vector<corvo::api::pkt_>& pkts, std::string& err,
+                            bool extended) {
+    guarded(err, [&] { engine().push(dpaddr, pkts, extended); });
+}
+
+void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
+                         const std::vector<uint32_t>& args, std::string& result, std::string& err) {
+    guarded(err, [&] { result = engine().coffee(dpaddr, func, args); });
+}
+
+void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
+    guarded(err, [&] { out = Engine::version(); });
+}
+
+void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err) {
+    guarded(err, [&] {
+        engine();
+        out.push_back(Engine::data_path_name());
+    });
+}
+
+void corvo_api_cp_intf_attach(const std::string&, std::string& err) {
+    refuse(err, NO_CAPTURE);
+}
+
+void corvo_api_cp_intf_detach(const std::string&, std::string& err) {
+    refuse(err, NO_CAPTURE);
+}
+
+void corvo_api_cp_intf_get(std::vector<std::string>&, std::string& err) {
+    guarded(err, [] { engine(); });
+}
+
+void corvo_api_cp_collector_enable(const std::string&, std::string& err) {
+    refuse(err, NO_COLLECTORS);
+}
+
+void corvo_api_cp_collector_disable(const std::string&, std::string& err) {
+    refuse(err, NO_COLLECTORS);
+}
+
+void corvo_api_cp_collector_set_interval(const std::string&, uint64_t, std::string& err) {
+    refuse(err, NO_COLLECTORS);
+}
+
+void corvo_api_cp_get_collectors(Json::Value&, std::string& err) {
+    refuse(err, NO_COLLECTORS);
+}
+
+void corvo_api_cp_collector_get_sample(const std::string&, Json::Value&, std::string& err) {
+    refuse(err, NO_COLLECTORS);
+}
+
+void corvo_api_cp_collect_set_exporter(const corvo::api::ExporterConfig&, std::string& err) {
+    refuse(err, "this engine has no exporter");
+}
+
+void corvo_api_cp_health_get(Json::Value&, bool, std::string& err) {
+    refuse(err, NO_HEALTH);
+}
+
+void corvo_api_cp_health_conf_get(Json::Value&, std::string& err) {
+    refuse(err, NO_HEALTH);
+}
+
+void corvo_api_cp_health_conf_set(const Json::Value&, std::string& err) {
+    refuse(err, NO_HEALTH);
+}

@@ -1,0 +1,145 @@
+#include "classifier.h"
+
+#include <cctype>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "attributes.h"
+#include "engine_error.h"
+
+namespace corvo::engine {
+namespace {
+
+// How many packets of a flow nDPI may see before it has to make up its mind; the numbers of its own reader.
+constexpr uint32_t MAX_TCP_PACKETS = 80;
+constexpr uint32_t MAX_OTHER_PACKETS = 24;
+
+constexpr size_t MAX_PACKET = UINT16_MAX;
+/** Zeros behind each packet: a dissector that looks a little too far sees the same bytes every time. */
+constexpr size_t SLACK = 64;
+
+/** nDPI remembers the peers of these protocols and classifies later flows by them. */
+bool teaches_links(const ndpi_flow_struct& dissection, uint16_t id) {
+    switch (id) {
+        case NDPI_PROTOCOL_BITTORRENT:
+        case NDPI_PROTOCOL_MINING:
+        case NDPI_PROTOCOL_OOKLA:
+        case NDPI_PROTOCOL_MSTEAMS:
+        case NDPI_PROTOCOL_SKYPE_TEAMS:
+        case NDPI_PROTOCOL_STUN:
+        case NDPI_PROTOCOL_TINC:
+        case NDPI_PROTOCOL_ZOOM:
+            return true;
+        case NDPI_PROTOCOL_TLS:
+            return dissection.protos.tls_quic.subjectDN != nullptr;
+        default:
+            return false;
+    }
+}
+
+bool is_guess(uint8_t confidence) {
+    return confidence == NDPI_CONFIDENCE_MATCH_BY_PORT || confidence == NDPI_CONFIDENCE_MATCH_BY_IP;
+}
+
+std::string lower_case(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+}  // namespace
+
+Classifier::Classifier() : m_module(open_module()), m_scratch((MAX_PACKET + SLACK) / sizeof(uint64_t) + 1) {}
+
+Classifier::Module Classifier::open_module() {
+    // The flow structure's fields are read directly.
+    if (ndpi_get_api_version() != NDPI_API_VERSION ||
+        ndpi_detection_get_sizeof_ndpi_flow_struct() != sizeof(ndpi_flow_struct)) {
+        throw Error(std::string("the installed nDPI ") + ndpi_revision() +
+                    " isn't the one that this engine was built with");
+    }
+    Module module(ndpi_init_detection_module(ndpi_no_prefs));
+    if (!module) throw Error("nDPI can't be initialised");
+    NDPI_PROTOCOL_BITMASK all;
+    NDPI_BITMASK_SET_ALL(all);
+    ndpi_set_protocol_detection_bitmask2(module.get(), &all);
+    ndpi_finalize_initialization(module.get());
+    return module;
+}
+
+void Classifier::inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool keep_attributes) {
+    if (!flow.dissection) {
+        flow.dissection.reset(static_cast<ndpi_flow_struct*>(ndpi_calloc(1, sizeof(ndpi_flow_struct))));
+        if (!flow.dissection) throw std::bad_alloc();
+    }
+    ndpi_protocol found = ndpi_detection_process_packet(m_module.get(), flow.dissection.get(),
+                                                        aligned_copy(frame), frame.l3_len, now_ms);
+    bool enough = flow.packets > (frame.protocol == PROTO_TCP ? MAX_TCP_PACKETS : MAX_OTHER_PACKETS);
+    bool known = found.app_protocol != NDPI_PROTOCOL_UNKNOWN;
+    if (enough || (known && !ndpi_extra_dissection_possible(m_module.get(), flow.dissection.get()))) {
+        decide(flow, found, keep_attributes);
+    } else {
+        set_verdict(flow, found);
+    }
+}
+
+// nDPI reads words where it finds them, and not every processor lets it read them unaligned.
+const unsigned char* Classifier::aligned_copy(const Frame& frame) {
+    auto* copy = reinterpret_cast<unsigned char*>(m_scratch.data());
+    std::memcpy(copy, frame.l3, frame.l3_len);
+    std::memset(copy + frame.l3_len, 0, SLACK);
+    return copy;
+}
+
+void Classifier::decide(Flow& flow, ndpi_protocol found, bool keep_attributes) {
+    if (found.app_protocol == NDPI_PROTOCOL_UNKNOWN) {
+        uint8_t guessed = 0;
+        found = ndpi_detection_giveup(m_module.get(), flow.dissection.get(), 1, &guessed);
+        flow.verdict.guessed = guessed != 0;
+    }
+    set_verdict(flow, found);
+    if (keep_attributes && flow.verdict.cls() != 0) {
+        flow.attributes = std::make_unique<std::vector<std::string>>(attributes_of(*flow.dissection));
+    }
+    flow.dissection.reset();
+    flow.decided = true;
+}
+
+void Classifier::set_verdict(Flow& flow, const ndpi_protocol& found) {
+    Verdict& verdict = flow.verdict;
+    const ndpi_flow_struct& dissection = *flow.dissection;
+    bool changed = verdict.app != found.app_protocol || verdict.master != found.master_protocol;
+    if (changed) verdict.names = names_of(found);
+    verdict.app = found.app_protocol;
+    verdict.master = found.master_protocol;
+    verdict.category = static_cast<uint16_t>(found.category);
+    verdict.confidence = static_cast<uint8_t>(dissection.confidence);
+    verdict.guessed = verdict.guessed || is_guess(verdict.confidence);
+    for (uint16_t id : {dissection.detected_protocol_stack[0], dissection.detected_protocol_stack[1]}) {
+        m_links_learned = m_links_learned || teaches_links(dissection, id);
+    }
+}
+
+const ProtocolNames* Classifier::names_of(const ndpi_protocol& protocol) {
+    uint32_t pair = static_cast<uint32_t>(protocol.master_protocol) << 16 | protocol.app_protocol;
+    auto known = m_names.find(pair);
+    if (known != m_names.end()) return &known->second;
+    ProtocolNames names;
+    char full[64] = {};
+    names.full = ndpi_protocol2name(m_module.get(), protocol, full, sizeof full);
+    for (uint16_t id : {protocol.master_protocol, protocol.app_protocol}) {
+        if (id == NDPI_PROTOCOL_UNKNOWN) continue;
+        std::string layer = lower_case(ndpi_get_proto_name(m_module.get(), id));
+        if (names.layers.empty() || names.layers.back() != layer) names.layers.push_back(layer);
+    }
+    return &m_names.emplace(pair, std::move(names)).first->second;
+}
+
+void Classifier::forget_links() {
+    if (!m_links_learned) return;
+    m_module = open_module();
+    m_links_learned = false;
+}
+
+}  // namespace corvo::engine

@@ -1,0 +1,54 @@
+#pragma once
+// The engine's use of nDPI: packets of a flow in, the flow's verdict out. A flow is dissected until nDPI has
+// found all that it wants to know, or until it gives up; then its dissection is freed.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "flow.h"
+#include "frame.h"
+
+namespace corvo::engine {
+
+class Classifier {
+ public:
+    /** Takes some ten milliseconds. Throws Error if nDPI can't be had, or isn't the one we were built with.
+     */
+    Classifier();
+    Classifier(const Classifier&) = delete;
+    Classifier& operator=(const Classifier&) = delete;
+
+    /**
+     * Takes the next packet of an undecided flow, already counted in `flow.packets`, into account. With
+     * `keep_attributes` a final verdict leaves the flow's attributes in it. Throws std::bad_alloc.
+     */
+    void inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool keep_attributes);
+
+    /**
+     * Forgets what nDPI has learned about hosts from earlier flows. Takes as long as the constructor if there
+     * was anything, nothing otherwise. Throws like the constructor, and then the old state stays.
+     */
+    void forget_links();
+
+ private:
+    struct ModuleDeleter {
+        void operator()(ndpi_detection_module_struct* module) const { ndpi_exit_detection_module(module); }
+    };
+    using Module = std::unique_ptr<ndpi_detection_module_struct, ModuleDeleter>;
+
+    static Module open_module();
+    const unsigned char* aligned_copy(const Frame& frame);
+    void set_verdict(Flow& flow, const ndpi_protocol& found);
+    void decide(Flow& flow, ndpi_protocol found, bool keep_attributes);
+    const ProtocolNames* names_of(const ndpi_protocol& protocol);
+
+    Module m_module;
+    bool m_links_learned = false;
+    std::vector<uint64_t> m_scratch;
+    std::unordered_map<uint32_t, ProtocolNames> m_names;  ///< by master and application; entries never move
+};
+
+}  // namespace corvo::engine

@@ -1,0 +1,18 @@
+#pragma once
+// The data path's internal functions that can be called by name.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "data_path.h"
+
+namespace corvo::engine {
+
+/**
+ * Runs the function and gives its output. `path` is null while there is no data path; then there are no
+ * flows either. Throws Error if there is no such function or its arguments are wrong.
+ */
+std::string run_coffee(DataPath* path, const std::string& func, const std::vector<uint32_t>& args);
+
+}  // namespace corvo::engine

@@ -1,0 +1,93 @@
+#pragma once
+// One flow: who talks to whom, what nDPI has found so far, and what nDPI still needs to go on.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ndpi/ndpi_api.h>
+
+#include "frame.h"
+
+namespace corvo::engine {
+
+/** The name space and both ends, ordered so that the two directions of a conversation have one key. */
+struct FlowKey {
+    uint64_t words[6] =
+        {};  ///< lower end's address (2), upper end's (2), ports and name space, protocol and version
+
+    bool operator==(const FlowKey& other) const {
+        uint64_t differs = 0;
+        for (int i = 0; i < 6; i++)
+            differs |= words[i] ^ other.words[i];
+        return differs == 0;
+    }
+    uint32_t ns_id() const { return static_cast<uint32_t>(words[4]); }
+    uint16_t lower_port() const { return static_cast<uint16_t>(words[4] >> 48); }
+    uint16_t upper_port() const { return static_cast<uint16_t>(words[4] >> 32); }
+    uint8_t protocol() const { return static_cast<uint8_t>(words[5]); }
+    uint8_t version() const { return static_cast<uint8_t>(words[5] >> 8); }
+    /** The address as it stands in the packet: 4 or 16 bytes, network order. */
+    const void* lower_address() const { return &words[0]; }
+    const void* upper_address() const { return &words[2]; }
+};
+
+struct DirectedKey {
+    FlowKey key;
+    bool from_upper = false;  ///< the packet was sent by the key's upper end
+};
+
+/** The key of a decoded frame whose `error` is PKT_OK. */
+DirectedKey key_of(const Frame& frame, uint32_t ns_id);
+
+/** The texts that go with one pair of master and application protocol; owned by the classifier. */
+struct ProtocolNames {
+    std::string full;                 ///< as nDPI writes the pair, such as "TLS.Google"
+    std::vector<std::string> layers;  ///< lower case, outermost first, such as "tls", "google"
+};
+
+/** What is known of a flow's protocol; all 0 while nothing is. */
+struct Verdict {
+    const ProtocolNames* names = nullptr;
+    uint16_t master = 0;
+    uint16_t app = 0;
+    uint16_t category = 0;
+    uint8_t confidence = 0;  ///< ndpi_confidence_t
+    bool guessed = false;    ///< by port or address only
+
+    uint32_t cls() const { return app ? app : master; }
+};
+
+struct NdpiFlowDeleter {
+    void operator()(ndpi_flow_struct* flow) const { ndpi_free_flow(flow); }
+};
+
+struct Flow {
+    FlowKey key;
+    std::unique_ptr<ndpi_flow_struct, NdpiFlowDeleter> dissection;  ///< only until the verdict
+    std::unique_ptr<std::vector<std::string>> attributes;           ///< set with the verdict, if asked for
+    uint64_t last_seen_ms = 0;
+    Verdict verdict;
+    uint32_t packets = 0;
+    uint32_t hash = 0;
+    uint32_t next_free = 0;  ///< the table's own, while unused
+    bool used = false;       ///< the table's own
+    bool decided = false;    ///< the verdict is final
+    bool reset_seen = false;
+    bool fin_seen[2] = {};  ///< by direction: from the lower end, from the upper end
+
+    /** How long the flow may be idle before it is forgotten. */
+    uint16_t aging_sec() const {
+        switch (key.protocol()) {
+            case PROTO_TCP:
+                return reset_seen || (fin_seen[0] && fin_seen[1]) ? 10 : 300;
+            case PROTO_UDP:
+                return 60;
+            default:
+                return 30;
+        }
+    }
+};
+
+}  // namespace corvo::engine

@@ -1,0 +1,143 @@
+#include "flow_table.h"
+
+#include <cstring>
+#include <random>
+
+namespace corvo::engine {
+namespace {
+
+constexpr size_t FIRST_SLOTS = 1024;
+
+uint64_t mix(uint64_t hash, uint64_t word) {
+    hash = (hash ^ word) * 0xff51afd7ed558ccdu;
+    return hash ^ (hash >> 32);
+}
+
+/** Loads an address so that the bytes keep their order in memory. */
+void load_address(const uint8_t* from, uint8_t version, uint64_t to[2]) {
+    to[0] = to[1] = 0;
+    if (version == 4)
+        std::memcpy(to, from, 4);
+    else
+        std::memcpy(to, from, 16);
+}
+
+}  // namespace
+
+DirectedKey key_of(const Frame& frame, uint32_t ns_id) {
+    uint64_t src[2];
+    uint64_t dst[2];
+    load_address(frame.src, frame.version, src);
+    load_address(frame.dst, frame.version, dst);
+    bool from_upper = src[0] != dst[0]   ? src[0] > dst[0]
+                      : src[1] != dst[1] ? src[1] > dst[1]
+                                         : frame.src_port > frame.dst_port;
+    const uint64_t* lower = from_upper ? dst : src;
+    const uint64_t* upper = from_upper ? src : dst;
+    uint64_t lower_port = from_upper ? frame.dst_port : frame.src_port;
+    uint64_t upper_port = from_upper ? frame.src_port : frame.dst_port;
+    return {{{lower[0], lower[1], upper[0], upper[1], lower_port << 48 | upper_port << 32 | ns_id,
+              static_cast<uint64_t>(frame.version) << 8 | frame.protocol}},
+            from_upper};
+}
+
+FlowTable::FlowTable(uint32_t max_flows) : m_max_flows(max_flows) {
+    // Who sends the traffic must not be able to choose which flows share a slot.
+    std::random_device random;
+    for (uint64_t& seed : m_seed)
+        seed = static_cast<uint64_t>(random()) << 32 | random();
+}
+
+uint32_t FlowTable::hash_of(const FlowKey& key) const {
+    uint64_t a = mix(mix(mix(m_seed[0], key.words[0]), key.words[1]), key.words[4]);
+    uint64_t b = mix(mix(mix(m_seed[1], key.words[2]), key.words[3]), key.words[5]);
+    return static_cast<uint32_t>(mix(a, b));
+}
+
+Flow* FlowTable::find_or_add(const FlowKey& key) {
+    uint32_t hash = hash_of(key);
+    if (!m_slots.empty()) {
+        for (size_t at = hash & mask(); m_slots[at].index != NONE; at = (at + 1) & mask()) {
+            if (m_slots[at].hash != hash) continue;
+            Flow& flow = entry(m_slots[at].index);
+            if (flow.key == key) return &flow;
+        }
+    }
+    if (m_size >= m_max_flows) return nullptr;
+    if ((m_size + size_t{1}) * 4 > m_slots.size() * 3) grow_index();
+    uint32_t index = take_entry();
+    size_t at = hash & mask();
+    while (m_slots[at].index != NONE)
+        at = (at + 1) & mask();
+    m_slots[at] = {hash, index};
+    Flow& flow = entry(index);
+    flow.key = key;
+    flow.hash = hash;
+    flow.used = true;
+    m_size++;
+    return &flow;
+}
+
+void FlowTable::grow_index() {
+    std::vector<Slot> bigger(m_slots.empty() ? FIRST_SLOTS : m_slots.size() * 2);
+    size_t bigger_mask = bigger.size() - 1;
+    for (const Slot& slot : m_slots) {
+        if (slot.index == NONE) continue;
+        size_t at = slot.hash & bigger_mask;
+        while (bigger[at].index != NONE)
+            at = (at + 1) & bigger_mask;
+        bigger[at] = slot;
+    }
+    m_slots.swap(bigger);
+}
+
+uint32_t FlowTable::take_entry() {
+    if (m_first_free != NONE) {
+        uint32_t index = m_first_free;
+        m_first_free = entry(index).next_free;
+        return index;
+    }
+    if (m_opened == m_chunks.size() * CHUNK) m_chunks.push_back(std::make_unique<Flow[]>(CHUNK));
+    return m_opened++;
+}
+
+bool FlowTable::expire(uint64_t now_ms, uint32_t budget) {
+    for (; budget > 0 && m_cursor < m_opened; budget--, m_cursor++) {
+        const Flow& flow = entry(m_cursor);
+        if (flow.used && now_ms - flow.last_seen_ms >= flow.aging_sec() * uint64_t{1000}) remove(m_cursor);
+    }
+    if (m_cursor < m_opened) return false;
+    m_cursor = 0;
+    return true;
+}
+
+void FlowTable::remove(uint32_t index) {
+    unlink(index);
+    entry(index) = Flow();
+    entry(index).next_free = m_first_free;
+    m_first_free = index;
+    m_size--;
+}
+
+// Closes the gap that the entry leaves in its run of slots, so that look-ups never meet a tombstone.
+void FlowTable::unlink(uint32_t index) {
+    size_t gap = entry(index).hash & mask();
+    while (m_slots[gap].index != index)
+        gap = (gap + 1) & mask();
+    for (size_t at = (gap + 1) & mask(); m_slots[at].index != NONE; at = (at + 1) & mask()) {
+        size_t home = m_slots[at].hash & mask();
+        if (((at - home) & mask()) < ((at - gap) & mask())) continue;
+        m_slots[gap] = m_slots[at];
+        gap = at;
+    }
+    m_slots[gap] = Slot();
+}
+
+void FlowTable::clear() {
+    m_slots = std::vector<Slot>();
+    m_chunks = std::vector<std::unique_ptr<Flow[]>>();
+    m_size = m_opened = m_cursor = 0;
+    m_first_free = NONE;
+}
+
+}  // namespace corvo::engine
