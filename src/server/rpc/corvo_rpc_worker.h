@@ -1,0 +1,69 @@
+#pragma once
+// Carries one request from its first byte to the last byte of its reply, without ever blocking the scheduler.
+// It knows nothing of JSON-RPC's methods: the text goes to a handler, and what comes back is sent.
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "infra/corvo_event.h"
+#include "server/rpc/corvo_rpc_transport.h"
+#include "utils/unique_fd.h"
+
+namespace corvo {
+
+using RpcHandler = std::function<void(const std::string& request, std::string& response)>;
+
+class RPCWorker : public Event {
+ public:
+    enum state_e : int {
+        REQ_INIT = 0,
+        REQ_PARTIAL = 1,    ///< part of a request read, waiting for more
+        REQ_ERROR = 2,      ///< the request can't be served; an error reply is going out
+        REQ_COMPLETED = 3,  ///< a whole request is there
+        REQ_ABORTED = 4,    ///< the peer went away during the request
+        RESP_SENDING = 5,   ///< the handler has run; the reply is going out
+        RESP_PARTIAL = 6,   ///< part of the reply sent, waiting until the socket can take more
+    };
+
+    RPCWorker(std::unique_ptr<rpc::RpcTransport> transport, RpcHandler handler);
+    ~RPCWorker() override;
+
+    std::string get_name() const override { return "RPC Worker"; }
+    /** An exception of the handler passes through. */
+    EventRC do_work(const EventExpireReason& reason) override;
+
+    /** No complete request has come yet. */
+    bool awaits_request() const { return m_state == REQ_INIT || m_state == REQ_PARTIAL; }
+
+ protected:
+    std::unique_ptr<rpc::RpcTransport> m_transport;
+
+ private:
+    EventRC do_work_req();
+    /** Takes `response` over on the first call for a request; later calls pass an empty one. */
+    EventRC do_work_resp(std::string& response);
+    /** Sets the state, and `response` to the error text of a request that can't be served. */
+    void check_request(const std::unique_ptr<rpc::RpcRequest>& request, std::string& response);
+    EventRC wait_until_writable(bool progressed);
+
+    RpcHandler m_handler;
+    state_e m_state = REQ_INIT;
+    std::unique_ptr<rpc::RpcRequest> m_request;
+    UniqueFd m_writable;  ///< see wait_until_writable
+};
+
+/** Serves one datagram; lives no longer than its `do_work`. */
+class RPCWorkerUnix : public RPCWorker {
+ public:
+    using RPCWorker::RPCWorker;
+};
+
+/** Serves one connection and closes it in its destructor. */
+class RPCWorkerTCP : public RPCWorker {
+ public:
+    using RPCWorker::RPCWorker;
+    ~RPCWorkerTCP() override;
+};
+
+}  // namespace corvo

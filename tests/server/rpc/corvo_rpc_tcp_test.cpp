@@ -1,0 +1,150 @@
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "server/rpc/corvo_rpc_transport_tcp.h"
+#include "server/rpc/rpc_fixture.h"
+
+namespace corvo {
+namespace {
+
+class TcpRpc : public RpcFixture {
+ protected:
+    using Client = test::TcpClient;
+
+    TcpRpc() { listen("127.0.0.1", port); }
+
+    /** Reads while the server writes. */
+    std::string receive_all(const Client& client) {
+        std::string all;
+        std::vector<char> chunk(1 << 18);
+        bool open = true;
+        test::eventually([&] {
+            sched.step();
+            ssize_t len;
+            while ((len = recv(client.fd(), chunk.data(), chunk.size(), MSG_DONTWAIT)) > 0)
+                all.append(chunk.data(), static_cast<size_t>(len));
+            open = len < 0 && errno == EAGAIN;
+            return !open;
+        });
+        EXPECT_FALSE(open);
+        return all;
+    }
+    bool send_and_settle(const Client& client, const std::string& bytes) {
+        return client.send(bytes) && settle();
+    }
+
+    uint16_t port = test::free_port();
+    static constexpr size_t MORE_THAN_SOCKETS_HOLD = 24 << 20;
+};
+
+TEST_F(TcpRpc, ARequestInPiecesGetsOneReplyAndTheConnectionCloses) {
+    Client client(port);
+    for (const char* piece : {"a", "b", "c"})
+        EXPECT_TRUE(send_and_settle(client, piece));
+    EXPECT_EQ(handled, 0);
+    EXPECT_TRUE(client.send("\nbehind"));
+    EXPECT_EQ(receive_all(client), "re:abc\nbehind\n");
+}
+
+TEST_F(TcpRpc, ARequestThatFillsItsReadIsServedBeforeThePeersEndCounts) {
+    Client client(port);
+    std::string request = std::string(16383, 'r') + "\n";
+    EXPECT_TRUE(client.send(request));
+    shutdown(client.fd(), SHUT_WR);
+    EXPECT_EQ(receive_all(client), "re:" + request);
+}
+
+TEST_F(TcpRpc, APeerThatLeavesDuringItsRequestIsForgotten) {
+    EXPECT_TRUE(settle());
+    size_t before = test::open_descriptors(getpid());
+    for (bool reset : {false, true}) {
+        Client client(port);
+        EXPECT_TRUE(send_and_settle(client, "half"));
+        if (reset) client.reset_on_close();
+    }
+    EXPECT_TRUE(settle());
+    EXPECT_EQ(test::open_descriptors(getpid()), before);
+    EXPECT_EQ(handled, 0);
+}
+
+TEST_F(TcpRpc, ASlowReaderHoldsNobodyElseAndGetsItsWholeReply) {
+    // A sending side that is closed stays raised in the poller, so the second one could wake us for ever.
+    for (bool half_closed : {false, true}) {
+        Client slow(port);
+        padding = MORE_THAN_SOCKETS_HOLD;
+        EXPECT_TRUE(slow.send("slow\n"));
+        if (half_closed) shutdown(slow.fd(), SHUT_WR);
+        EXPECT_TRUE(settle());
+        padding = 0;
+        Client quick(port);
+        EXPECT_TRUE(send_and_settle(quick, "quick\n"));
+        EXPECT_EQ(receive_all(quick), "re:quick\n");
+
+        std::string reply = receive_all(slow);
+        EXPECT_EQ(reply.size(), 8 + MORE_THAN_SOCKETS_HOLD + 1);
+        EXPECT_EQ(reply.find('\n', 8), reply.size() - 1);
+    }
+}
+
+TEST_F(TcpRpc, AnUrgentByteIsReadLikeAnyOther) {
+    Client client(port);
+    EXPECT_EQ(send(client.fd(), "u", 1, MSG_OOB), 1);
+    EXPECT_TRUE(settle());
+    EXPECT_TRUE(client.send("\n"));
+    EXPECT_EQ(receive_all(client), "re:u\n");
+}
+
+TEST_F(TcpRpc, AtTheBoundANewcomerTakesThePlaceOfTheOneThatWaitedLongest) {
+    server->set_max_workers(2);
+    Client oldest(port);
+    EXPECT_TRUE(send_and_settle(oldest, "half"));
+    Client silent(port);
+    Client newcomer(port);
+    EXPECT_TRUE(send_and_settle(newcomer, "new\n"));
+    EXPECT_EQ(receive_all(newcomer), "re:new\n");
+    EXPECT_EQ(receive_all(oldest), "");
+    EXPECT_TRUE(silent.send("late\n"));
+    EXPECT_EQ(receive_all(silent), "re:late\n");
+}
+
+TEST_F(TcpRpc, ListeningRestsWhileAllConnectionsAreBeingAnswered) {
+    server->set_max_workers(1);
+    Client slow(port);
+    padding = MORE_THAN_SOCKETS_HOLD;
+    EXPECT_TRUE(send_and_settle(slow, "slow\n"));
+    padding = 0;
+    Client next(port);
+    EXPECT_TRUE(send_and_settle(next, "next\n"));
+    EXPECT_FALSE(sched.exists(server.get()));
+    EXPECT_EQ(receive_all(slow).size(), 8 + MORE_THAN_SOCKETS_HOLD + 1);
+    EXPECT_EQ(receive_all(next), "re:next\n");
+    EXPECT_TRUE(sched.exists(server.get()));
+}
+
+TEST_F(TcpRpc, ALineThatNeverEndsIsRefusedAtTheLimit) {
+    Client client(port);
+    std::string chunk(1 << 20, 'r');
+    size_t sent = 0;
+    EXPECT_TRUE(test::eventually([&] {
+        ssize_t len = send(client.fd(), chunk.data(), chunk.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (len > 0) sent += static_cast<size_t>(len);
+        sched.step();
+        return (len < 0 && errno != EAGAIN) || sent > rpc::RpcTransportTCP::MAX_MSG_SIZE;
+    }));
+    EXPECT_EQ(receive_all(client), too_long_reply(rpc::RpcTransportTCP::MAX_MSG_SIZE));
+    EXPECT_EQ(handled, 0);
+}
+
+TEST_F(TcpRpc, AFailedConnectTellsWhyAndLeavesNothingOpen) {
+    RPCServer port_in_use("127.0.0.1", port, &sched, nullptr);
+    EXPECT_EQ(connect_error(port_in_use),
+              "Failed to bind address [TCP 127.0.0.1:" + std::to_string(port) + "] : Address already in use");
+    RPCServer not_an_address("localhost", port, &sched, nullptr);
+    EXPECT_EQ(connect_error(not_an_address), "invalid IP address: localhost");
+}
+
+}  // namespace
+}  // namespace corvo

@@ -1,0 +1,107 @@
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstring>
+
+#include "server/rpc/rpc_fixture.h"
+#include "utils/unique_fd.h"
+
+namespace corvo {
+namespace {
+
+class UnixRpc : public RpcFixture {
+ protected:
+    std::string ask(const test::UnixClient& client, const std::string& request) {
+        std::string reply;
+        EXPECT_TRUE(client.send(request));
+        EXPECT_TRUE(settle());
+        EXPECT_TRUE(client.receive(reply, 0));
+        return reply;
+    }
+    /** From a socket that is bound to nothing, or to a name in the abstract namespace. */
+    UniqueFd send_from(const std::string& abstract_name, const std::string& text) {
+        UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        sockaddr_un own = {AF_UNIX, {}};
+        abstract_name.copy(own.sun_path + 1, sizeof(own.sun_path) - 1);
+        socklen_t len = offsetof(sockaddr_un, sun_path) + 1 + abstract_name.size();
+        if (!abstract_name.empty()) {
+            EXPECT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&own), len), 0);
+        }
+        sockaddr_un to = {AF_UNIX, {}};
+        path.copy(to.sun_path, sizeof(to.sun_path) - 1);
+        EXPECT_EQ(sendto(fd.get(), text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+                  static_cast<ssize_t>(text.size()));
+        return fd;
+    }
+
+    test::TempDir dir;
+    std::string path = dir.file("s");
+};
+
+TEST_F(UnixRpc, ServesDatagramsUpToTheLimitAndNamesItBeyond) {
+    listen(path);
+    test::UnixClient client(path);
+    for (size_t size : {0, 1, 60000}) {
+        std::string request(size, 'r');
+        EXPECT_EQ(ask(client, request), "re:" + request);
+    }
+    EXPECT_EQ(ask(client, std::string(60001, 'r')), too_long_reply(60000));
+    EXPECT_EQ(handled, 3);
+}
+
+TEST_F(UnixRpc, ASenderThatCannotBeAnsweredStopsNothing) {
+    listen(path);
+    send_from("", "unbound");
+    { EXPECT_TRUE(test::UnixClient(path).send("gone before its reply")); }
+    EXPECT_EQ(ask(test::UnixClient(path), "next"), "re:next");
+    EXPECT_EQ(handled, 3);
+}
+
+TEST_F(UnixRpc, ASenderInTheAbstractNamespaceIsAnswered) {
+    listen(path);
+    UniqueFd client = send_from("brumecpd-test-" + std::to_string(getpid()), "x");
+    EXPECT_TRUE(settle());
+    char reply[10] = "";
+    EXPECT_EQ(recv(client.get(), reply, sizeof(reply) - 1, MSG_DONTWAIT), 4);
+    EXPECT_STREQ(reply, "re:x");
+}
+
+TEST_F(UnixRpc, AReplyMayExceedTheUsualSendBuffer) {
+    listen(path);
+    padding = 300000;
+    EXPECT_EQ(ask(test::UnixClient(path), "").size(), padding + 3);
+}
+
+TEST_F(UnixRpc, AWakeUpWithoutADatagramIsQuiet) {
+    listen(path);
+    EXPECT_EQ(server->do_work(EVENT_EXPIRE_READY).action, EventRC::ACTION_REARM);
+    EXPECT_EQ(handled, 0);
+}
+
+TEST_F(UnixRpc, ReplacesAStaleFileOpensItToAllAndRemovesItAtTheEnd) {
+    // The second name is too long for an address: it is cut, and the cut name is what gets replaced.
+    for (std::string name : {path, path + std::string(120 - path.size(), 'n')}) {
+        std::string bound = name.substr(0, 107);
+        dir.write(bound.substr(dir.path().size() + 1), "stale");
+        mode_t old = umask(077);
+        listen(name);
+        umask(old);
+        struct stat st = {};
+        ASSERT_EQ(stat(bound.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode, S_IFSOCK | 0777U);
+        sched.remove(server.get());
+        server.reset();
+        EXPECT_NE(access(bound.c_str(), F_OK), 0);
+    }
+}
+
+TEST_F(UnixRpc, AFailedConnectTellsWhyAndLeavesNothingOpen) {
+    RPCServer failing(dir.file("missing/s"), &sched, nullptr);
+    EXPECT_EQ(connect_error(failing), "bind failed [No such file or directory]");
+}
+
+}  // namespace
+}  // namespace corvo

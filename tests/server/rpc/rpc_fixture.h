@@ -1,0 +1,65 @@
+#pragma once
+// A listener in a scheduler that the test turns by hand, with a handler that answers "re:" and the request.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "infra/corvo_scheduler.h"
+#include "server/rpc/corvo_rpc_server.h"
+#include "support/client.h"
+#include "support/daemon.h"
+#include "utils/exception.h"
+
+namespace corvo {
+
+class RpcFixture : public testing::Test {
+ protected:
+    template <typename... Address>
+    void listen(Address... address) {
+        server = std::make_shared<RPCServer>(address..., &sched, [this](const auto& request, auto& response) {
+            ++handled;
+            response = "re:" + request;
+            response.append(padding, 'x');
+        });
+        server->connect();
+        sched.add(server, EVENT_STATE_READ, 0);
+    }
+
+    /** Serves until nothing is ready any more; false when that never comes to an end. */
+    bool settle() {
+        for (int i = 0; i < 2000; ++i) {
+            if (!sched.wait(20)) return true;
+            sched.step();
+        }
+        return false;
+    }
+
+    /** The text of a failure that must leave nothing open. */
+    static std::string connect_error(RPCServer& failing) {
+        std::string error;
+        size_t before = test::open_descriptors(getpid());
+        try {
+            failing.connect();
+        } catch (const Exception& e) {
+            error = e.what();
+        }
+        EXPECT_EQ(test::open_descriptors(getpid()), before);
+        return error;
+    }
+
+    Scheduler sched;
+    std::shared_ptr<RPCServer> server;
+    int handled = 0;
+    size_t padding = 0;  ///< added to each reply
+};
+
+inline std::string too_long_reply(unsigned limit) {
+    return R"({"error":{"code":-32603,"message":"request size exceeds the maximum allowed size: )" +
+           std::to_string(limit) + R"( [B]"},"id":null,"jsonrpc":"2.0"})" + "\n";
+}
+
+}  // namespace corvo
