@@ -2,6 +2,7 @@
 // Clients of the daemon's two transports, and waiting without sleeping blindly.
 
 #include <json/value.h>
+#include <json/writer.h>
 
 #include <cstdint>
 #include <functional>

@@ -14,15 +14,15 @@
 namespace test {
 
 struct DaemonSetup {
-    std::vector<std::string> args;             ///< behind -m us -s … -l …
-    std::string engine_dir;                    ///< made reachable as ../lib; empty: no engine there
-    std::map<std::string, std::string> env;    ///< added to the environment
-    std::map<std::string, std::string> files;  ///< name and content, put into the working directory
+    std::vector<std::string> args = {};             ///< behind -m us -s … -l …
+    std::string engine_dir = {};                    ///< made reachable as ../lib; empty: no engine there
+    std::map<std::string, std::string> env = {};    ///< added to the environment
+    std::map<std::string, std::string> files = {};  ///< name and content, put into the working directory
     bool tcp = false;
     bool watchdog = false;   ///< false adds --wd_disable
     bool wait_ready = true;  ///< until `ping` is answered
     std::string mode = "us";
-    std::string log_file;  ///< empty: `log` in the test's folder
+    std::string log_file = {};  ///< empty: `log` in the test's folder
 };
 
 class Daemon {
