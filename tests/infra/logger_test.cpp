@@ -1,0 +1,163 @@
+#include "infra/corvo_logger.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <climits>
+#include <filesystem>
+#include <iterator>
+
+#include "support/capture_logger.h"
+#include "support/temp_dir.h"
+
+namespace corvo::Logger {
+namespace {
+
+using test::CaptureLogger;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+const std::string COMP = "server";
+
+long open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+TEST(Logger, WritesTheSameLineInItsFixedLayoutToBothOutputs) {
+    test::TempDir dir;
+    CaptureLogger log(INFO, dir.file("log"));
+    xlog("/some/where/corvo_server", 458, INFO, COMP, "waiting for %d %s", 3, "messages");
+    ASSERT_EQ(1u, log.lines().size());
+    EXPECT_EQ(log.lines()[0] + "\n", test::read_file(dir.file("log")));
+    EXPECT_THAT(log.lines()[0],
+                MatchesRegex("\\[ *[0-9]+\\] - [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
+                             "\\.(0  |[1-9] {2}|[1-9][0-9] |[1-9][0-9]{2}) - "
+                             "\\(corvo_server:458\\) {13}- \\[server\\]\\[INFO \\] - "
+                             "Waiting for 3 messages"));
+    char thread[16];
+    std::snprintf(thread, sizeof thread, "[%5d] ", getpid());
+    EXPECT_THAT(log.lines()[0], StartsWith(thread));
+}
+
+TEST(Logger, ShapesLocationTagAndFirstLetter) {
+    struct {
+        const char* file;
+        const char* comp;
+        logger_level_e level;
+        const char* text;
+        const char* end;
+    } const cases[] = {
+        {nullptr, "rpc", WARN, "x", " - (-)                            - [rpc   ][WARN ] - X"},
+        {"/a/", "rpc-worker", ERROR, "", " - (:12)                          - [rpc-wo][ERROR] - "},
+        {"a_source_file_of_a_long_name.cpp", "WD", INFO, "1a",
+         " - (e_file_of_a_long_name.cpp:12) - [WD    ][INFO ] - 1a"},
+        {"100%s", "%d", INFO, "%%s", " - (100%s:12)                     - [%d    ][INFO ] - %s"},
+    };
+    CaptureLogger log(DEBUG);
+    for (const auto& c : cases) {
+        xlog(c.file, 12, c.level, c.comp, c.text);
+        EXPECT_THAT(log.lines().back(), EndsWith(c.end));
+    }
+    xlog("f", 1, INFO, COMP, "%s", "lower");
+    EXPECT_THAT(log.lines().back(), EndsWith(" - lower"));
+    CORVO_LOG_TEXT(INFO, COMP, std::string("ends in 100%s"));
+    EXPECT_THAT(log.lines().back(), EndsWith(" - Ends in 100%s"));
+}
+
+TEST(Logger, AComponentsOwnLevelGoesBeforeTheGlobalOne) {
+    CaptureLogger log(ERROR);
+    EXPECT_FALSE(pred(DEBUG, "sched"));
+    log.set_verbosity(DEBUG, "rpc");
+    log.set_verbosity(QUIET, "WD");
+    EXPECT_TRUE(pred(DEBUG, "rpc"));
+    EXPECT_FALSE(pred(ERROR, "WD"));
+    EXPECT_TRUE(pred(ERROR, "sched"));
+    EXPECT_EQ(ERROR, log.get_comp_verb("never asked about"));
+    const std::unordered_map<std::string, logger_level_e> expected{
+        {"sched", INHERITED}, {"rpc", DEBUG}, {"WD", QUIET}};
+    EXPECT_EQ(expected, log.get_verbosity_comps());
+
+    log.reset_verbosity(WARN);
+    EXPECT_THAT(log.get_verbosity_comps(), IsEmpty());
+    EXPECT_STREQ("WARN ", log.get_verbosity());
+    EXPECT_FALSE(pred(INFO, "rpc"));
+}
+
+TEST(Logger, ADisabledStatementDoesNotEvaluateItsArguments) {
+    CaptureLogger log(INFO);
+    int evaluated = 0;
+    CORVO_LOG(DEBUG, COMP, "%d", ++evaluated);
+    EXPECT_EQ(0, evaluated);
+    CORVO_LOG(INFO, COMP, "%d", ++evaluated);
+    EXPECT_EQ(1, evaluated);
+}
+
+TEST(Logger, HistoryGivesTheLastLinesOldestFirst) {
+    test::TempDir dir;
+    CaptureLogger log(INFO, dir.write("log", "1\n2\n\n4\n5"));
+    const std::pair<unsigned, std::vector<std::string>> cases[] = {{0, {}},
+                                                                   {1, {"5"}},
+                                                                   {2, {"4", "5"}},
+                                                                   {10, {"1", "2", "", "4", "5"}},
+                                                                   {UINT_MAX, {"1", "2", "", "4", "5"}}};
+    for (auto [lines, expected] : cases) {
+        std::vector<std::string> out{"kept"};
+        expected.insert(expected.begin(), "kept");
+        history(out, lines);
+        EXPECT_EQ(expected, out) << lines;
+    }
+}
+
+TEST(Logger, HistoryEndsAtALineThatItsBufferCannotHold) {
+    test::TempDir dir;
+    const std::string longest(8095, 'x');
+    CaptureLogger log(INFO, dir.write("log", "1\n" + longest + "\n" + longest + "x\nnever seen\n"));
+    std::vector<std::string> out;
+    history(out, 10);
+    EXPECT_THAT(out, ElementsAre("1", longest));
+}
+
+TEST(Logger, WithoutAWritableFileTheOtherOutputStillShowsEveryLine) {
+    test::TempDir dir;
+    for (const std::string& file : {dir.path(), dir.file("no/such/folder"), std::string("/dev/full")}) {
+        CaptureLogger log(INFO, file);
+        CORVO_LOG(INFO, COMP, "one");
+        CORVO_LOG(INFO, COMP, "two");
+        EXPECT_EQ(2u, log.lines().size()) << file;
+        EXPECT_EQ(file == "/dev/full" ? file : "", get_log_filename());
+    }
+}
+
+TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
+    test::TempDir dir;
+    const long before = open_descriptors();
+    open_logger(LOGGER_SYSLOG, INFO, dir.file("log"));
+    EXPECT_EQ(dir.file("log"), get_log_filename());
+    open_logger(static_cast<logger_type_e>(2), DEBUG, dir.file("other"));
+    EXPECT_FALSE(pred(ERROR, COMP));
+    EXPECT_EQ("", get_log_filename());
+    std::vector<std::string> out;
+    history(out, 10);
+    EXPECT_THAT(out, IsEmpty());
+    EXPECT_EQ(before, open_descriptors());
+}
+
+TEST(Logger, TheLogFileIsAppendedToAndClearedOnDemand) {
+    test::TempDir dir;
+    const std::string file = dir.write("log", "old\n");
+    for (const char* text : {"first", "second"}) {
+        CaptureLogger log(INFO, file);
+        CORVO_LOG_TEXT(INFO, COMP, text);
+    }
+    const std::string content = test::read_file(file);
+    EXPECT_THAT(content, MatchesRegex("old\n.* - First\n.* - Second\n"));
+    clear_log_file(file);
+    EXPECT_TRUE(std::filesystem::is_empty(file));
+}
+
+}  // namespace
+}  // namespace corvo::Logger

@@ -1,0 +1,182 @@
+#include "infra/corvo_notif.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <json/value.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "infra/corvo_json.h"
+#include "infra/corvo_notif_hub.h"
+#include "support/capture_logger.h"
+#include "support/temp_dir.h"
+#include "utils/unique_fd.h"
+
+namespace corvo::notif {
+namespace {
+
+const notif_t INFO_KIND{"test", "info", SEV_INFO};
+const notif_t WARN_KIND{"test", "warn", SEV_WARN};
+
+Json::Value request(const std::string& text) {
+    Json::Value params, res(Json::objectValue);
+    EXPECT_TRUE(json::parse(text, params)) << text;
+    ops(params, res);
+    return res;
+}
+
+Json::Value socket_request(const std::string& op, const std::string& path) {
+    Json::Value params, res(Json::objectValue);
+    params["cmd"] = "socket";
+    params["op"] = op;
+    params["socket"] = path;
+    ops(params, res);
+    return res;
+}
+
+std::string error_of(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (const Exception& e) {
+        return e.what();
+    }
+    return "no error";
+}
+
+/** A client's socket. */
+class Client {
+ public:
+    explicit Client(const std::string& path) : m_fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, bind(m_fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
+    }
+    /** The next datagram, empty if there is none. */
+    std::string receive() {
+        char buffer[1024];
+        const ssize_t size = recv(m_fd.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+        return size > 0 ? std::string(buffer, static_cast<size_t>(size)) : "";
+    }
+
+ private:
+    UniqueFd m_fd;
+};
+
+/** The hub is one for the process: each test starts with nothing stored. */
+class Notifications : public testing::Test {
+ protected:
+    void SetUp() override {
+        request(R"({"cmd":"log","op":"clear"})");
+        request(R"({"cmd":"alerts","op":"clear"})");
+    }
+    static Json::Value stored() { return request(R"({"cmd":"log"})")["notif"]["log"]; }
+    static Json::Value alerts() { return request(R"({"cmd":"alerts"})")["notif"]["alerts"]; }
+
+    test::TempDir m_dir;
+};
+
+TEST_F(Notifications, TheLogKeepsTheLastFiftyWithConsecutiveIds) {
+    const uint64_t before = Event::g_id;
+    for (int i = 1; i <= 51; ++i)
+        notify(INFO_KIND, "%d%%", i);
+    const Json::Value events = stored();
+    ASSERT_EQ(50u, events.size());
+    EXPECT_EQ("2%", events[0]["desc"]);
+    EXPECT_EQ("51%", events[49]["desc"]);
+    EXPECT_EQ(before + 2, events[0]["id"].asUInt64());
+    EXPECT_EQ(before + 51, events[49]["id"].asUInt64());
+}
+
+TEST_F(Notifications, AlertsCountWarningsByKind) {
+    notify(INFO_KIND);
+    EXPECT_EQ(Json::arrayValue, alerts().type());
+    notify(WARN_KIND, "one");
+    notify(WARN_KIND, "two");
+    notify({"test", "warn", SEV_SEVERE});
+    EXPECT_EQ(2u, alerts().size());
+    Json::Value severe = request(R"({"cmd":"alerts","sev":"error"})")["notif"]["alerts"];
+    ASSERT_EQ(1u, severe.size());
+    EXPECT_EQ("severe", severe[0]["sev"]);
+    for (const Json::Value& alert : alerts())
+        EXPECT_EQ(alert["sev"] == "warn" ? 2u : 1u, alert["count"].asUInt());
+    EXPECT_EQ(3u, request(R"({"cmd":"log","sev":"warn"})")["notif"]["log"].size());
+}
+
+TEST_F(Notifications, ASubscribedSocketGetsOneLineOfJsonForEachEvent) {
+    const std::string path = m_dir.file("client");
+    Client client(path);
+    EXPECT_EQ(json::write(Json::objectValue), json::write(socket_request("add", path)));
+    Json::Value added;
+    ASSERT_TRUE(json::parse(client.receive(), added));
+    EXPECT_EQ("notif.sock.add", added["name"]);
+    EXPECT_EQ("socket: '" + path + "'", added["desc"].asString());
+
+    notify(WARN_KIND);
+    const Json::Value last = stored()[1];
+    EXPECT_EQ(R"({"desc":"","feature":"test","id":)" + last["id"].asString() +
+                  R"(,"name":"warn","sev":"warn","ts":)" + last["ts"].asString() + "}",
+              client.receive());
+    EXPECT_EQ("socket: [" + path + "] is already registered for notifications",
+              error_of([&] { socket_request("add", path); }));
+
+    socket_request("delete", path);
+    EXPECT_EQ("", client.receive());
+    EXPECT_EQ("notif.sock.del", stored()[2]["name"]);
+    EXPECT_EQ("socket: [" + path + "] is not registered for notifications",
+              error_of([&] { socket_request("delete", path); }));
+    EXPECT_EQ(R"({"ls":[]})", json::write(request(R"({"cmd":"socket","op":"ls"})")));
+}
+
+TEST_F(Notifications, AClientThatIsGoneCostsOneLogLineAnEvent) {
+    const std::string path = m_dir.file("100%s");
+    test::CaptureLogger log;
+    // Raised while another event is being delivered: dropped, or it would never end.
+    log.on_line = [] { notify(INFO_KIND); };
+    socket_request("add", path);
+    notify(WARN_KIND);
+    EXPECT_EQ(2, log.count("Failed notifing '" + path + "' - [No such file or directory]"));
+    EXPECT_EQ(2u, stored().size());
+    EXPECT_EQ(R"({"ls":[{"filter":"*.*","hits":2,"name":")" + path + "\"}]}",
+              json::write(request(R"({"cmd":"socket","op":"ls"})")));
+    log.on_line = nullptr;
+    socket_request("delete", path);
+}
+
+TEST_F(Notifications, APathThatNoSocketAddressHoldsIsRefused) {
+    const std::string longest(107, 'x');
+    socket_request("add", longest);
+    socket_request("delete", longest);
+    EXPECT_EQ("socket: [" + longest + "x] is too long",
+              error_of([&] { socket_request("add", longest + "x"); }));
+}
+
+TEST_F(Notifications, ABadRequestIsRefusedBeforeAnythingIsCleared) {
+    notify(WARN_KIND);
+    const std::pair<const char*, const char*> cases[] = {
+        {"null", "field 'cmd' is missing"},
+        {"[]", "internal parsing error"},
+        {R"({"cmd":"x"})", "field 'cmd' can only be one of ['log' ,'alerts' ,'socket']"},
+        {R"({"cmd":"log","op":"clear","sev":"severe"})",
+         "field 'sev' can only be one of ['info' ,'warn' ,'error']"},
+        {R"({"cmd":"alerts","op":"clear","sev":"info"})", "field 'sev' can only be one of ['warn' ,'error']"},
+        {R"({"cmd":"log","op":"ls"})", "field 'op' can only be one of ['show' ,'clear']"},
+        {R"({"cmd":"socket"})", "field 'op' is missing"},
+        {R"({"cmd":"socket","op":"delete"})", "field 'socket' is missing"},
+    };
+    for (const auto& [params, error] : cases)
+        EXPECT_EQ(error, error_of([&] { request(params); })) << params;
+    EXPECT_EQ(1u, stored().size());
+    EXPECT_EQ(1u, alerts().size());
+}
+
+TEST_F(Notifications, AFormatThatFailsIsLoggedAndRaisesNothing) {
+    test::CaptureLogger log;
+    const wchar_t not_in_the_c_locale[] = {0x20ac, 0};
+    notify(INFO_KIND, "%ls", not_in_the_c_locale);
+    EXPECT_EQ(1, log.count("Bad formatting for notification: '%ls'"));
+    EXPECT_TRUE(stored().empty());
+}
+
+}  // namespace
+}  // namespace corvo::notif
