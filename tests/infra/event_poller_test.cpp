@@ -79,16 +79,6 @@ TEST(EventPoller, AnEventInWriteStateIsNotWokenByItsTimer) {
     EXPECT_TRUE(poller.wait(0));
 }
 
-TEST(EventPoller, RearmingWithoutAStateKeepsTheOneThatFired) {
-    EventPoller poller;
-    auto ev = std::make_shared<FdEvent>(
-        [](FdEvent& self, EventExpireReason) { return self.resched(EVENT_STATE_NONE, 60000); });
-    poller.add(ev, EVENT_STATE_WRITE, 0);
-    EXPECT_TRUE(poller.handle_pending_events(0));
-    ev->fill();  // readable, but not writable any more
-    EXPECT_FALSE(poller.wait(0));
-}
-
 TEST(EventPoller, ABatchIsServedWholeWithTheLastReadyFirstAndTimersLast) {
     EventPoller poller;
     std::string order;
@@ -151,25 +141,6 @@ TEST(EventPoller, RemovingAnEventThatHasFiredPurgesItsEntry) {
     EXPECT_FALSE(poller.handle_pending_events(0));
     EXPECT_EQ(0, victim->runs);
     EXPECT_TRUE(log.lines().empty());
-}
-
-TEST(EventPoller, ADescriptorThatNobodyKnowsIsLogged) {
-    test::CaptureLogger log;
-    EventPoller poller;
-    auto other = std::make_shared<FdEvent>();
-    poller.add(other, EVENT_STATE_READ, 0);
-    UniqueFd alias;
-    {
-        auto ev = std::make_shared<FdEvent>();
-        poller.add(ev, EVENT_STATE_READ, 0);
-        ev->raise();
-        // What epoll watches outlives the number that is taken out of it.
-        alias.reset(dup(ev->fd()));
-        close(ev->fd());
-        poller.remove(ev.get());
-    }
-    EXPECT_FALSE(poller.handle_pending_events(0));
-    EXPECT_EQ(1, log.count("Trigger on an unknown event ["));
 }
 
 TEST(EventPoller, AddingADescriptorTwiceKeepsTheFirstRegistration) {
