@@ -1,0 +1,256 @@
+#include "infra/corvo_rpc_command.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+
+#include "infra/corvo_json.h"
+#include "support/temp_dir.h"
+
+namespace corvo {
+namespace {
+
+Json::Value parsed(const std::string& text) {
+    Json::Value value;
+    EXPECT_TRUE(json::parse(text, value)) << text;
+    return value;
+}
+
+/** A command whose body is given by the test; protected helpers of the base are within its reach. */
+class Scripted : public RpcCommand {
+ public:
+    using Body = std::function<uint32_t(Scripted&, const Json::Value& params, Json::Value& res)>;
+
+    explicit Scripted(const std::string& name, Body body = {}) : RpcCommand(name), m_body(std::move(body)) {}
+    using RpcCommand::guarded;
+
+ private:
+    uint32_t _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+        return m_body ? m_body(*this, params, res) : CMD_OK;
+    }
+
+    Body m_body;
+};
+
+struct Outcome {
+    uint32_t rc;
+    std::string text;  ///< explanation
+
+    bool operator==(const Outcome&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& os, const Outcome& o) {
+    return os << o.rc << " " << o.text;
+}
+
+Outcome run(const Scripted::Body& body, const std::string& params) {
+    Scripted command("x", body);
+    Json::Value res;
+    const uint32_t rc = command.run("x", parsed(params), res);
+    return {rc, res.get("specific_err", "").asString()};
+}
+
+RpcComponent* component(const std::string& name, std::initializer_list<RpcCommand*> commands) {
+    auto* made = new RpcComponent(name);
+    for (RpcCommand* command : commands)
+        made->add(command);
+    return made;
+}
+
+TEST(RpcCommandsTable, KeysAreMatchedWholeAndTheLastOneLoadedWins) {
+    RpcCommandsTable table;
+    table.load_component(component("", {new Scripted("ping"), new Scripted("x")}));
+    table.load_component(component("core", {new Scripted("ping")}));
+    RpcComponent* last = component("", {new Scripted("x")});
+    table.load_component(last);
+
+    std::vector<std::string> keys{"kept"};
+    table.query(keys);
+    std::sort(keys.begin(), keys.end());
+    EXPECT_EQ(keys, (std::vector<std::string>{"core.ping", "kept", "ping", "x"}));
+    EXPECT_EQ(table.lookup("x"), last->commands().front().get());
+    EXPECT_NE(table.lookup("core.ping"), table.lookup("ping"));
+    EXPECT_EQ(table.lookup("core"), nullptr);
+}
+
+TEST(RpcCommandsTable, TheWildcardTakesWhatNothingElseClaims) {
+    RpcCommandsTable table;
+    auto* any = new Scripted("*");
+    auto* ping = new Scripted("ping");
+    table.load_component(component("*", {any}));
+    table.load_component(component("", {ping}));
+    EXPECT_EQ(table.lookup("ping"), ping);
+    EXPECT_EQ(table.lookup("no.such"), any);
+}
+
+TEST(RpcCommandsTable, UnloadingGivesTheComponentBack) {
+    RpcCommandsTable table;
+    std::unique_ptr<RpcComponent> engine(component("engine", {new Scripted("go")}));
+    table.load_component(engine.get());
+    EXPECT_EQ(table.lookup_component("engine"), engine.get());
+    table.unload_component("engine");
+    EXPECT_EQ(table.lookup("engine.go"), nullptr);
+    EXPECT_EQ(table.lookup_component("engine"), nullptr);
+    try {
+        table.unload_component("engine");
+        FAIL();
+    } catch (const Exception& e) {
+        EXPECT_STREQ(e.what(), "component engine was never loaded");
+    }
+}
+
+TEST(RpcParser, FieldsAreCheckedByTypeAndRange) {
+    using P = RpcParser;
+    const std::string at = "error at offset: 5 - 'f' ";
+    const struct {
+        const char* value;
+        P::field_type_e type;
+        std::string error;
+    } cases[] = {
+        {"255", P::TYPE_BYTE, ""},
+        {"5.0", P::TYPE_BYTE, ""},
+        {"256", P::TYPE_BYTE, at + "has size bigger than uint8."},
+        {"-1", P::TYPE_BYTE, at + "is 'int', expecting 'byte'"},
+        {"1.5", P::TYPE_BYTE, at + "is 'double', expecting 'byte'"},
+        {"65536", P::TYPE_UINT16, at + "has size bigger than uint16."},
+        {"4294967295", P::TYPE_UINT32, ""},
+        {"4294967296", P::TYPE_UINT32, at + "has size bigger than uint32."},
+        {"\"a\"", P::TYPE_UINT32, at + "is 'string', expecting 'uint32'"},
+        {"18446744073709551615", P::TYPE_UINT64, ""},
+        {"18446744073709551616", P::TYPE_UINT64, at + "is 'double', expecting 'uint64'"},
+        {"-2147483648", P::TYPE_INT, ""},
+        {"-2147483649", P::TYPE_INT, at + "is 'int', expecting 'int'"},
+        {"true", P::TYPE_DOUBLE, at + "is 'boolean', expecting 'double'"},
+        {"0", P::TYPE_UDOUBLE, ""},
+        {"-0.5", P::TYPE_UDOUBLE, at + "has negative value."},
+        {"1", P::TYPE_BOOL, at + "is 'int', expecting 'bool'"},
+        {"[]", P::TYPE_STRING, at + "is 'array', expecting 'string'"},
+        {"{}", P::TYPE_ARRAY, at + "is 'object', expecting 'array'"},
+        {"null", P::TYPE_STRING, "field 'f' is missing"},
+    };
+    for (const auto& c : cases) {
+        auto check = [&](Scripted& self, const Json::Value& params, Json::Value& res) -> uint32_t {
+            self.check_field_type(params, "f", c.type, res);
+            return CMD_OK;
+        };
+        const Outcome expected{c.error.empty() ? CMD_OK : CMD_BAD_PARAMS, c.error};
+        EXPECT_EQ(run(check, std::string("{\"f\":") + c.value + "}"), expected)
+            << c.value << " as " << P::type_to_str(c.type);
+    }
+}
+
+TEST(RpcParser, AnArrayElementIsNamedByItsPosition) {
+    auto check = [](Scripted& self, const Json::Value& params, Json::Value& res) -> uint32_t {
+        for (int i = 0; i < 4; ++i)
+            self.check_field_type(params, i, RpcParser::TYPE_BYTE, res);
+        return CMD_OK;
+    };
+    EXPECT_EQ(
+        run(check, "[1,2,true,4]"),
+        (Outcome{CMD_BAD_PARAMS, "error at offset: 5 - 'array element: 3 ' is 'boolean', expecting 'byte'"}));
+    EXPECT_EQ(run(check, "[1,2,3]"), (Outcome{CMD_BAD_PARAMS, "field 'array element: 4 ' is missing"}));
+}
+
+TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
+    static const char* const add = "add";
+    const char* got = nullptr;
+    auto choose = [&](Scripted& self, const Json::Value& params, Json::Value& res) -> uint32_t {
+        got = self.parse_choice<const char*>(params, "op", {add, "delete"}, res);
+        return CMD_OK;
+    };
+    EXPECT_EQ(run(choose, R"({"op":"add"})").rc, CMD_OK);
+    EXPECT_EQ(got, add);
+    const Outcome refused{CMD_BAD_PARAMS, "field 'op' can only be one of ['add' ,'delete']"};
+    for (const char* params : {R"({"op":"ad"})", R"({"op":"add\u0000"})", R"({"op":[]})", R"({"op":1})"}) {
+        EXPECT_EQ(run(choose, params), refused) << params;
+    }
+    EXPECT_EQ(run(choose, "null"), (Outcome{CMD_BAD_PARAMS, "field 'op' is missing"}));
+}
+
+TEST(RpcParser, ParamsOfAWrongKindAreAnInternalParsingError) {
+    const Scripted::Body bodies[] = {
+        [](Scripted& self, const Json::Value& params, Json::Value& res) -> uint32_t {
+            self.check_field_type(params, "f", RpcParser::TYPE_INT, res);
+            return CMD_OK;
+        },
+        [](Scripted& self, const Json::Value& params, Json::Value& res) -> uint32_t {
+            self.parse_choice<const char*>(params, "f", {"a"}, res);
+            return CMD_OK;
+        },
+        [](Scripted&, const Json::Value& params, Json::Value&) -> uint32_t {
+            return RpcParser::optional_field(params, "f").isNull() ? CMD_OK : CMD_NO_RESULTS;
+        },
+    };
+    for (const auto& body : bodies) {
+        for (const char* params : {"5", "\"f\"", "[1]", "true"}) {
+            EXPECT_THROW(run(body, params), Exception) << params;
+        }
+    }
+    EXPECT_EQ(run(bodies[2], "null").rc, CMD_OK);
+    EXPECT_EQ(run(bodies[2], "{}").rc, CMD_OK);
+    EXPECT_EQ(run(bodies[2], R"({"f":0})").rc, CMD_NO_RESULTS);
+}
+
+TEST(RpcParser, PathsFilesAndAddressesAreVerified) {
+    test::TempDir dir;
+    const std::string file = dir.path() + "/f";
+    std::ofstream(file) << "x";
+    using Validate = void (RpcParser::*)(const std::string&, Json::Value&);
+    const struct {
+        Validate validate;
+        std::string text;
+        std::string error;
+    } cases[] = {
+        {&RpcParser::validate_path, dir.path(), ""},
+        {&RpcParser::validate_path, file, "path '" + file + "' is not a valid directory or does not exists"},
+        {&RpcParser::validate_file, file, ""},
+        {&RpcParser::validate_file, "/no/such", "file '/no/such' is not a valid file or does not exists"},
+        {&RpcParser::validate_ip, "10.0.0.1", ""},
+        {&RpcParser::validate_ip, "fe80::1", ""},
+        {&RpcParser::validate_ip, "10.0.0", "invalid IPv4 / IPv6 address '10.0.0'"},
+    };
+    for (const auto& c : cases) {
+        auto check = [&](Scripted& self, const Json::Value&, Json::Value& res) -> uint32_t {
+            (self.*c.validate)(c.text, res);
+            return CMD_OK;
+        };
+        EXPECT_EQ(run(check, "{}"), (Outcome{c.error.empty() ? CMD_OK : CMD_EXEC_FAILED, c.error})) << c.text;
+    }
+}
+
+TEST(RpcCommand, FailuresBecomeItsResult) {
+    const Scripted::Body internal = [](Scripted& self, const Json::Value&, Json::Value& res) -> uint32_t {
+        self.generate_internal_err(res, "odd");
+    };
+    EXPECT_EQ(run(internal, "{}"), (Outcome{CMD_INTERNAL_ERR, "odd"}));
+
+    const Scripted::Body json_misuse = [](Scripted&, const Json::Value& params, Json::Value&) -> uint32_t {
+        return params["f"]["g"].asUInt();
+    };
+    EXPECT_EQ(run(json_misuse, R"({"f":"text"})").rc, CMD_INTERNAL_ERR);
+
+    const Scripted::Body fails = [](Scripted&, const Json::Value&, Json::Value&) -> uint32_t {
+        throw Exception("passes");
+    };
+    EXPECT_THROW(run(fails, "{}"), Exception);
+}
+
+TEST(RpcCommand, GuardedWorkFailsWithTheTextOfItsException) {
+    const Scripted::Body plain = [](Scripted& self, const Json::Value&, Json::Value& res) -> uint32_t {
+        self.guarded(res, [] { throw Exception("100%s"); });
+        return CMD_OK;
+    };
+    EXPECT_EQ(run(plain, "{}"), (Outcome{CMD_EXEC_FAILED, "100%s"}));
+
+    const Scripted::Body field = [](Scripted& self, const Json::Value& params, Json::Value& res) -> uint32_t {
+        self.guarded(res, [&] { self.check_field_type(params, "f", RpcParser::TYPE_INT, res); });
+        return CMD_OK;
+    };
+    EXPECT_EQ(run(field, "{}"), (Outcome{CMD_EXEC_FAILED, "field 'f' is missing"}));
+    EXPECT_EQ(run(field, "7"), (Outcome{CMD_EXEC_FAILED, "internal parsing error"}));
+}
+
+}  // namespace
+}  // namespace corvo

@@ -1,0 +1,72 @@
+#include "infra/corvo_zip.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+/** Result, and what was unpacked. */
+std::pair<int, std::string> unzip(const std::string& in) {
+    char* out = nullptr;
+    const int len = corvo_zip_unzip(in.data(), static_cast<unsigned>(in.size()), &out);
+    std::string text = out ? std::string(out, static_cast<size_t>(len)) : "";
+    corvo_zip_destroy(out);
+    return {len, text};
+}
+
+std::string zip(const std::string& in) {
+    std::string out;
+    const int size = corvo_zip_zip(in, out, true);
+    EXPECT_EQ(size, static_cast<int>(out.size()));
+    return out;
+}
+
+TEST(Zip, AContainerUnpacksToWhatWasPacked) {
+    for (size_t size : {1U, 100U, 70000U}) {
+        std::string text(size, 'a');
+        for (size_t i = 0; i < size; i += 7)
+            text[i] = static_cast<char>(i);
+        EXPECT_EQ(unzip(zip(text)), std::make_pair(static_cast<int>(size), text));
+    }
+    EXPECT_EQ(unzip(zip("")), std::make_pair(0, std::string()));
+}
+
+TEST(Zip, TheRawFormIsTheContainerWithoutItsHeader) {
+    const std::string text(5000, 'x');
+    const std::string container = zip(text);
+    std::string raw;
+    EXPECT_GT(corvo_zip_zip(text, raw, false), 0);
+    EXPECT_EQ(container.substr(8), raw);
+    EXPECT_EQ(container.substr(0, 4), "\xA2\x27\xA8\xAB");
+}
+
+TEST(Zip, OnlyAHeaderMakesAContainer) {
+    const std::string header("\xA2\x27\xA8\xAB\0\0\0\0", 8);
+    EXPECT_TRUE(corvo_zip_is_zipped(header.data(), 8));
+    EXPECT_FALSE(corvo_zip_is_zipped(header.data(), 7));
+    EXPECT_FALSE(corvo_zip_is_zipped("{\"a\":1}   ", 10));
+}
+
+TEST(Zip, ADamagedContainerIsRefused) {
+    const std::string good = zip(std::string(5000, 'x') + "end");
+    const auto with_len = [&](uint32_t len) {
+        std::string changed = good;
+        std::memcpy(changed.data() + 4, &len, sizeof len);
+        return changed;
+    };
+    const std::string cases[] = {with_len(5002),
+                                 with_len(5004),
+                                 with_len(0),
+                                 with_len((64U << 20) + 1),
+                                 with_len(UINT32_MAX),
+                                 good.substr(0, good.size() - 1),
+                                 good.substr(0, 8),
+                                 good + "x",
+                                 "",
+                                 "short"};
+    for (const std::string& bad : cases)
+        EXPECT_EQ(unzip(bad), std::make_pair(-22, std::string()));
+}
+
+}  // namespace
