@@ -3,48 +3,30 @@
 #include <gtest/gtest.h>
 #include <lz4.h>
 
-#include <functional>
 #include <random>
 #include <regex>
 
 #include "infra/corvo_json.h"
+#include "infra/scripted_command.h"
 #include "utils/base64.h"
 
 namespace corvo {
 namespace {
 
-class Scripted : public RpcCommand {
- public:
-    using Body = std::function<uint32_t(const Json::Value& params, Json::Value& res)>;
-
-    Scripted(const std::string& name, Body body) : RpcCommand(name), m_body(std::move(body)) {}
-
- private:
-    uint32_t _run(const std::string&, const Json::Value& params, Json::Value& res) override {
-        return m_body(params, res);
-    }
-
-    Body m_body;
-};
+using Scripted = test::ScriptedCommand;
 
 /** A server's table: echo, fail (with a result and an explanation by its parameters) and a counter. */
 class JsonRpc : public ::testing::Test {
  protected:
     JsonRpc() {
-        auto* component = new RpcComponent("");
-        component->add(new Scripted("echo", [](const Json::Value& params, Json::Value& res) -> uint32_t {
-            if (!params.isNull()) res["result"] = params;
-            return CMD_OK;
-        }));
-        component->add(new Scripted("fail", [](const Json::Value& params, Json::Value& res) -> uint32_t {
+        auto echo = [](Scripted&, const Json::Value& params, Json::Value& res) { res["result"] = params; };
+        auto fail = [](Scripted&, const Json::Value& params, Json::Value& res) {
             if (params.isMember("why")) res["specific_err"] = params["why"];
-            return params["rc"].asUInt();
-        }));
-        component->add(new Scripted("count", [this](const Json::Value&, Json::Value&) -> uint32_t {
-            ++m_calls;
-            return CMD_OK;
-        }));
-        m_table.load_component(component);
+            throw RpcCommandException("", params["rc"].asUInt());
+        };
+        auto count = [this](Scripted&, const Json::Value&, Json::Value&) { ++m_calls; };
+        m_table.load_component(test::make_component(
+            "", {new Scripted("echo", echo), new Scripted("fail", fail), new Scripted("count", count)}));
     }
 
     /** The reply, with the time that the command took set to 0. */
@@ -236,16 +218,13 @@ TEST_F(JsonRpc, OnlyResultsAboveTheThresholdArePackedForThoseWhoAsk) {
 }
 
 TEST_F(JsonRpc, ACommandThatIsUnloadedWithinABatchIsNoLongerThere) {
-    auto* engine = new RpcComponent("engine");
-    engine->add(new Scripted("go", [](const Json::Value&, Json::Value&) -> uint32_t { return CMD_OK; }));
-    m_table.load_component(engine);
-    auto* unloads = new RpcComponent("");
-    unloads->add(new Scripted("unload", [this, engine](const Json::Value&, Json::Value&) -> uint32_t {
+    std::unique_ptr<RpcComponent> engine(test::make_component("engine", {new Scripted("go")}));
+    m_table.load_component(engine.get());
+    auto unload = [&](Scripted&, const Json::Value&, Json::Value&) {
         m_table.unload_component("engine");
-        delete engine;
-        return CMD_OK;
-    }));
-    m_table.load_component(unloads);
+        engine.reset();
+    };
+    m_table.load_component(test::make_component("", {new Scripted("unload", unload)}));
     EXPECT_EQ(serve("[" + call(R"("method":"unload")") + "," + call(R"("method":"engine.go")") + "]"),
               "[" + success("null") + "," + error(-32601, R"("Method 'engine.go' not registered")") + "]\n");
 }
@@ -259,14 +238,10 @@ TEST_F(JsonRpc, AVeryLargeBatchIsServed) {
 }
 
 TEST_F(JsonRpc, AFieldErrorGivesItsOffsetInTheRequest) {
-    auto* component = new RpcComponent("");
-    RpcCommand* strict = nullptr;
-    component->add(strict =
-                       new Scripted("strict", [&](const Json::Value& params, Json::Value& res) -> uint32_t {
-                           strict->check_field_type(params, "port", RpcParser::TYPE_UINT32, res);
-                           return CMD_OK;
-                       }));
-    m_table.load_component(component);
+    auto strict = [](Scripted& self, const Json::Value& params, Json::Value& res) {
+        self.check_field_type(params, "port", RpcParser::TYPE_UINT32, res);
+    };
+    m_table.load_component(test::make_component("", {new Scripted("strict", strict)}));
     const std::string request = call(R"("method":"strict","params":{"port":"x"})");
     const std::string offset = std::to_string(request.find("\"x\""));
     EXPECT_EQ(serve(request),
