@@ -1,0 +1,296 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "captures/sample_flows.h"
+#include "utils/pcap/pcap_packet.h"
+
+using corvo::CCapPkt;
+using corvo::CFiaCounters;
+using namespace test;
+
+namespace {
+
+const Path V4 = {"10.1.0.2", "192.168.255.1", 4000, 80};
+const Path V6 = {"fd00:1::2", "fe80::ab", 4000, 53};
+
+Path with_vlan(Path path) {
+    path.vlan = 7;
+    return path;
+}
+
+Path with_extensions(const Bytes& kinds) {
+    Path path = V6;
+    path.ipv6_extensions = kinds;
+    return path;
+}
+
+Path with_options(uint8_t words) {
+    Path path = V4;
+    path.ipv4_options = words;
+    return path;
+}
+
+Bytes tcp(const Path& path, uint8_t flags = TCP_ACK) {
+    return tcp_frame(path, {1, 2, flags}, Bytes(5, 'x'));
+}
+Bytes udp(const Path& path) {
+    return udp_frame(path, Bytes(12, 0xFF));
+}
+
+Bytes changed(Bytes frame, size_t at, unsigned char value) {
+    frame.at(at) = value;
+    return frame;
+}
+
+Bytes cut(Bytes frame, size_t size) {
+    frame.resize(size);
+    return frame;
+}
+
+CCapPkt packet(const Bytes& frame) {
+    return {frame.data(), static_cast<unsigned int>(frame.size())};
+}
+
+/** Asks a frame everything; the sanitizers see whether anything beyond it is read. */
+void ask_everything(const Bytes& frame) {
+    CCapPkt pkt = packet(frame);
+    for (bool is_parsed : {false, true}) {
+        bool is_valid = is_parsed && pkt.parse();
+        if (is_valid) {
+            EXPECT_LE(pkt.GetPktBuffer() + 14, pkt.l3);
+            EXPECT_LE(pkt.l3, pkt.l4);
+            EXPECT_LE(pkt.l4, pkt.GetPktBuffer() + frame.size());
+        }
+        EXPECT_TRUE(is_valid || pkt.GetSrcAddr().empty() || pkt.GetSrcAddr().back() == '0');
+        EXPECT_EQ(pkt.GetSrcAddr().empty(), pkt.GetDstAddr().empty());
+        EXPECT_FALSE(!is_valid && (pkt.IsSYN() || pkt.IsFIN() || pkt.IsRST()));
+        pkt.GetProtocol();
+    }
+    CFiaCounters counters;
+    pkt.IsValidIpv4Packet(&counters);
+    pkt.IsValidIpv6Packet(&counters);
+    uint16_t length = pkt.GetPktLen();
+    if (pkt.convertPktToIpv6InPlace() == 0 && pkt.GetPktLen() == length) {
+        EXPECT_EQ(Bytes(pkt.GetPktBuffer(), pkt.GetPktBuffer() + length), frame);
+    }
+}
+
+struct ValidFrame {
+    const char* name;
+    Bytes frame;
+    int l3, l4, protocol;
+    const char* source;
+    const char* destination;
+};
+
+const ValidFrame VALID_FRAMES[] = {
+    {"TCP", tcp(V4), 14, 34, 6, "10.1.0.2:4000", "192.168.255.1:80"},
+    {"VLAN", tcp(with_vlan(V4)), 18, 38, 6, "10.1.0.2:4000", "192.168.255.1:80"},
+    {"options", udp(with_options(3)), 14, 46, 17, "10.1.0.2:4000", "192.168.255.1:80"},
+    {"no ports", icmp_frame(V4, 8, Bytes(8)), 14, 34, 1, "10.1.0.2:0", "192.168.255.1:0"},
+    {"padding", cut(tcp(V4), 90), 14, 34, 6, "10.1.0.2:4000", "192.168.255.1:80"},
+    {"wrong checksum", changed(udp(V4), 24, 0x55), 14, 34, 17, "10.1.0.2:4000", "192.168.255.1:80"},
+    {"transport cut off", ip_frame(V4, IP_TCP, {1, 0, 2}), 14, 34, 6, "10.1.0.2:256", "192.168.255.1:0"},
+    {"IPv6", udp(V6), 14, 54, 17, "fd00:1:0:0:0:0:0:2,4000", "fe80:0:0:0:0:0:0:ab,53"},
+    {"IPv6 VLAN", udp(with_vlan(V6)), 18, 58, 17, "fd00:1:0:0:0:0:0:2,4000", "fe80:0:0:0:0:0:0:ab,53"},
+    {"hop-by-hop and routing", tcp(with_extensions({0, 43})), 14, 70, 6, "fd00:1:0:0:0:0:0:2,4000",
+     "fe80:0:0:0:0:0:0:ab,53"},
+    {"fragment header", udp(with_extensions({44})), 14, 54, 44, "fd00:1:0:0:0:0:0:2,0",
+     "fe80:0:0:0:0:0:0:ab,0"},
+    {"fragment behind hop-by-hop", udp(with_extensions({0, 44})), 14, 54, 0, "fd00:1:0:0:0:0:0:2,0",
+     "fe80:0:0:0:0:0:0:ab,0"},
+    {"no payload", ip_frame(V6, IP_UDP, {}), 14, 54, 59, "fd00:1:0:0:0:0:0:2,0", "fe80:0:0:0:0:0:0:ab,0"},
+    {"extensions use payload up", ip_frame(with_extensions({0, 60}), IP_UDP, {}), 14, 54, 59,
+     "fd00:1:0:0:0:0:0:2,0", "fe80:0:0:0:0:0:0:ab,0"},
+};
+
+struct BadFrame {
+    const char* name;
+    Bytes frame;
+    int version;  ///< that `GetIpVer` gives
+    uint32_t CFiaCounters::*in_ipv4_check;
+    uint32_t CFiaCounters::*in_ipv6_check;
+};
+
+constexpr auto SHORT = &CFiaCounters::short_pkt;
+constexpr auto NON_IP = &CFiaCounters::non_ip;
+
+const BadFrame BAD_FRAMES[] = {
+    {"nothing", {}, 0, SHORT, SHORT},
+    {"19 bytes", cut(udp(V4), 19), 0, SHORT, SHORT},
+    {"20 bytes", cut(udp(V4), 20), 4, SHORT, SHORT},
+    {"20 bytes and VLAN", cut(udp(with_vlan(V4)), 20), 4, SHORT, SHORT},
+    {"header that claims 4 bytes", changed(changed(cut(udp(V4), 20), 14, 0x41), 17, 4), 4, SHORT, SHORT},
+    {"ARP", ether_frame(ETHER_ARP, Bytes(46)), 0, NON_IP, NON_IP},
+    {"ARP and VLAN", ether_frame(ETHER_ARP, Bytes(46), 7), 0, NON_IP, NON_IP},
+    {"two VLAN tags", ether_frame(0x8100, Bytes(46), 7), 0, NON_IP, NON_IP},
+    {"version 5", changed(udp(V4), 14, 0x55), 5, &CFiaCounters::bad_version, SHORT},
+    {"total length below header", changed(udp(V4), 17, 19), 4, &CFiaCounters::bad_length, SHORT},
+    {"total length above frame", changed(udp(V4), 17, 41), 4, SHORT, SHORT},
+    {"IPv6, last byte missing", cut(udp(V6), udp(V6).size() - 1), 6, NON_IP, SHORT},
+    {"IPv4 that says IPv6", changed(udp(V6), 14, 0x45), 4, NON_IP, nullptr},
+};
+
+}  // namespace
+
+TEST(CapPkt, HeadersAreFoundAndDescribed) {
+    for (const ValidFrame& expected : VALID_FRAMES) {
+        SCOPED_TRACE(expected.name);
+        CCapPkt pkt = packet(expected.frame);
+        ASSERT_TRUE(pkt.parse());
+        EXPECT_EQ(pkt.l3 - pkt.GetPktBuffer(), expected.l3);
+        EXPECT_EQ(pkt.l4 - pkt.GetPktBuffer(), expected.l4);
+        EXPECT_EQ(pkt.GetProtocol(), expected.protocol);
+        EXPECT_EQ(pkt.GetSrcAddr(), expected.source);
+        EXPECT_EQ(pkt.GetDstAddr(), expected.destination);
+    }
+}
+
+TEST(CapPkt, BadFramesAreRefusedAndCountedByReason) {
+    for (const BadFrame& bad : BAD_FRAMES) {
+        SCOPED_TRACE(bad.name);
+        CCapPkt pkt = packet(bad.frame);
+        EXPECT_EQ(pkt.GetIpVer(), bad.version);
+        EXPECT_FALSE(pkt.parse());
+        EXPECT_EQ(pkt.l3, nullptr);
+        EXPECT_EQ(pkt.l4, nullptr);
+        CFiaCounters ipv4, ipv6;
+        EXPECT_FALSE(pkt.IsValidIpv4Packet(&ipv4));
+        EXPECT_EQ(ipv4.*bad.in_ipv4_check, 1U);
+        EXPECT_EQ(pkt.IsValidIpv6Packet(&ipv6), bad.in_ipv6_check == nullptr);
+        if (bad.in_ipv6_check) {
+            EXPECT_EQ(ipv6.*bad.in_ipv6_check, 1U);
+        }
+    }
+}
+
+TEST(CapPkt, OddButValidFramesAreCounted) {
+    Path broadcast = with_vlan(V4);
+    broadcast.to = "255.255.255.255";
+    CFiaCounters counters;
+    EXPECT_TRUE(packet(udp(broadcast)).IsValidIpv4Packet(&counters));
+    EXPECT_TRUE(packet(changed(udp(V4), 22, 1)).IsValidIpv4Packet(&counters));
+    EXPECT_EQ(counters.vlan, 1U);
+    EXPECT_EQ(counters.broadcast, 1U);
+    EXPECT_EQ(counters.bad_checksum, 1U);
+    EXPECT_EQ(counters.short_pkt + counters.non_ip + counters.bad_version + counters.bad_length, 0U);
+}
+
+TEST(CapPkt, FlagsAreThoseOfATcpHeaderWithinTheFrame) {
+    struct {
+        Bytes frame;
+        bool syn, fin, rst;
+    } cases[] = {
+        {tcp(V4, TCP_SYN), true, false, false},
+        {tcp(with_vlan(V6), TCP_FIN | TCP_ACK), false, true, false},
+        {tcp(V4, TCP_RST), false, false, true},
+        {udp(V4), false, false, false},
+        {ip_frame(V4, IP_TCP, Bytes(13, 0xFF)), false, false, false},
+        {ip_frame(V4, IP_TCP, Bytes(14, 0xFF)), true, true, true},
+    };
+    for (const auto& expected : cases) {
+        CCapPkt pkt = packet(expected.frame);
+        ASSERT_TRUE(pkt.parse());
+        EXPECT_EQ(pkt.IsSYN(), expected.syn);
+        EXPECT_EQ(pkt.IsFIN(), expected.fin);
+        EXPECT_EQ(pkt.IsRST(), expected.rst);
+    }
+}
+
+TEST(CapPkt, NothingIsReadBeyondAFrameHoweverItIsCutOrDamaged) {
+    std::vector<Bytes> frames = sample_frames();
+    for (const ValidFrame& valid : VALID_FRAMES)
+        frames.push_back(valid.frame);
+    for (const Bytes& frame : frames) {
+        for (size_t size = 0; size <= frame.size(); size++)
+            ask_everything(cut(frame, size));
+        for (size_t at = 12; at < std::min<size_t>(frame.size(), 90); at++)
+            for (unsigned char value : {0, 1, 6, 43, 60, 127, 255})
+                ask_everything(changed(frame, at, value));
+    }
+}
+
+TEST(CapPkt, ANewFrameForgetsTheHeadersOfTheOldOne) {
+    CCapPkt pkt = packet(tcp(V4));
+    ASSERT_TRUE(pkt.parse());
+    unsigned char* buffer = pkt.GetPktBuffer();
+    Bytes arp = ether_frame(ETHER_ARP, Bytes(28));
+    pkt.updatePacketData(arp.data(), static_cast<unsigned int>(arp.size()));
+    EXPECT_EQ(pkt.GetPktBuffer(), buffer) << "the buffer was large enough";
+    EXPECT_EQ(pkt.l3, nullptr);
+    EXPECT_EQ(pkt.l4, nullptr);
+    EXPECT_EQ(pkt.GetPktLen(), tcp(V4).size());
+}
+
+TEST(CapPkt, ALengthBeyondTheBufferReadsAsZeros) {
+    CCapPkt pkt = packet({1, 2, 3});
+    pkt.SetPktLen(2000);
+    EXPECT_EQ(pkt.GetPktBuffer()[2], 3);
+    EXPECT_EQ(pkt.GetPktBuffer()[1999], 0);
+}
+
+TEST(CapPkt, ALongFrameKeepsTheLow16BitsOfItsLength) {
+    EXPECT_EQ(packet(Bytes(65536 + 10)).GetPktLen(), 10);
+}
+
+TEST(CapPkt, ACloneIsACopyOfTimesAndFrame) {
+    CCapPkt pkt = packet(tcp(V4));
+    pkt.time_sec = 5;
+    pkt.time_nsec = 6;
+    auto copy = pkt.clone();
+    pkt.GetPktBuffer()[14] = 0;
+    EXPECT_TRUE(copy->parse());
+    EXPECT_EQ(copy->time_sec, 5U);
+    EXPECT_EQ(copy->time_nsec, 6U);
+}
+
+TEST(CapPkt, AReleasedBufferHoldsTheFrameAndLeavesAnEmptyPacket) {
+    Bytes frame = tcp(V4);
+    CCapPkt pkt = packet(frame);
+    ASSERT_TRUE(pkt.parse());
+    auto buffer = pkt.release_data();
+    EXPECT_EQ(memcmp(buffer.get(), frame.data(), frame.size()), 0);
+    EXPECT_EQ(pkt.GetPktLen(), 0);
+    EXPECT_EQ(pkt.l3, nullptr);
+    EXPECT_FALSE(pkt.parse());
+}
+
+TEST(CapPkt, TheChecksumIsThatOfTheInternet) {
+    const Bytes bytes = {0x00, 0x01, 0xF2, 0x03, 0xF4, 0xF5, 0xF6, 0xF7, 0x80};
+    EXPECT_EQ(CCapPkt::InetChecksum(bytes.data(), 8), 0x220D);
+    EXPECT_EQ(CCapPkt::InetChecksum(bytes.data(), 9), 0xA20C);
+    EXPECT_EQ(CCapPkt::InetChecksum(bytes.data(), 0), 0xFFFF);
+    EXPECT_EQ(CCapPkt::InetChecksum(bytes.data(), 9, 1), 0x2DDF1U);
+    EXPECT_EQ(CCapPkt::InetChecksum(bytes.data(), 1, 77), 77U);
+}
+
+TEST(CapPkt, AnIpv4FrameBecomesAnIpv6Frame) {
+    // Each word of an address is the IPv4 address in the machine's byte order.
+    const uint32_t one = 1;
+    bool is_little = *reinterpret_cast<const unsigned char*>(&one) == 1;
+    Path from = {"10.1.0.2", "10.1.0.3", 4000, 80};
+    Path to = from;
+    to.from = is_little ? "200:10a:200:10a:200:10a:200:10a" : "a01:2:a01:2:a01:2:a01:2";
+    to.to = is_little ? "300:10a:300:10a:300:10a:300:10a" : "a01:3:a01:3:a01:3:a01:3";
+    for (int vlan : {-1, 7}) {
+        from.vlan = to.vlan = vlan;
+        CCapPkt pkt = packet(cut(tcp(from), 90));  // the padding goes
+        Bytes expected = tcp(to);
+        EXPECT_EQ(pkt.convertPktToIpv6InPlace(), expected.size());
+        EXPECT_EQ(Bytes(pkt.GetPktBuffer(), pkt.GetPktBuffer() + pkt.GetPktLen()), expected);
+        EXPECT_EQ(pkt.convertPktToIpv6InPlace(), vlan < 0 ? expected.size() : 0);
+    }
+}
+
+TEST(CapPkt, AFrameThatWouldNotFitIsLeftAsItIs) {
+    Bytes largest = ip_frame(V4, IP_UDP, Bytes(65535 - 54));
+    CCapPkt pkt = packet(largest);
+    EXPECT_EQ(pkt.convertPktToIpv6InPlace(), 0xFF);
+    EXPECT_EQ(pkt.GetPktLen(), 65535);
+
+    Bytes too_large = ip_frame(V4, IP_UDP, Bytes(65535 - 53));
+    CCapPkt refused = packet(too_large);
+    EXPECT_EQ(refused.convertPktToIpv6InPlace(), 0);
+    EXPECT_EQ(Bytes(refused.GetPktBuffer(), refused.GetPktBuffer() + refused.GetPktLen()), too_large);
+}
