@@ -1,0 +1,202 @@
+#include "data_path.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "captures/sample_flows.h"
+#include "engine/pushed.h"
+#include "engine_error.h"
+
+namespace corvo::engine {
+namespace {
+
+using test::Bytes;
+using test::Pushed;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+uint64_t g_now_ms = 0;
+uint64_t fake_clock() {
+    return g_now_ms;
+}
+
+class DataPathTest : public testing::Test {
+ protected:
+    Pushed push(const std::vector<Bytes>& frames, bool extended = false, uint32_t ns_id = 0) {
+        Pushed pushed(frames, ns_id);
+        path.push(pushed.pkts, extended);
+        return pushed;
+    }
+    Pushed push_sample(const char* name, bool extended = false, uint32_t ns_id = 0) {
+        return push(test::sample_flow(name).frames, extended, ns_id);
+    }
+
+    DataPath path{1000, fake_clock};
+};
+
+TEST_F(DataPathTest, RecognisesEverySampleAsOneFlow) {
+    for (const test::SampleFlow& sample : test::sample_flows()) {
+        path.kill_all_flows();
+        Pushed pushed = push(sample.frames);
+        EXPECT_EQ(path.flow_count(), 1u) << sample.name;
+        EXPECT_EQ(pushed.pkts.back().protocol, sample.protocol) << sample.name;
+        EXPECT_NE(pushed.pkts.back().cls, 0u) << sample.name;
+    }
+}
+
+TEST_F(DataPathTest, GivesTheClassOfAFlowToItsEarlierPacketsOfTheBatchOnly) {
+    const std::vector<Bytes>& frames = test::sample_flow("http").frames;
+    Pushed syn = push({frames[0]});
+    EXPECT_EQ(syn.pkts[0].cls, 0u);
+    EXPECT_EQ(syn.pkts[0].protocol, "");
+    Pushed rest = push({frames.begin() + 1, frames.end()});
+    for (const api::pkt_& pkt : rest.pkts)
+        EXPECT_EQ(pkt.protocol, "HTTP");
+}
+
+TEST_F(DataPathTest, KeepsNameSpacesApart) {
+    push_sample("http", false, 1);
+    Bytes last = test::sample_flow("http").frames.back();
+    EXPECT_EQ(push({last}, false, 2).pkts[0].cls, 0u);
+    EXPECT_NE(push({last}, false, 1).pkts[0].cls, 0u);
+    EXPECT_EQ(path.flow_count(), 2u);
+}
+
+TEST_F(DataPathTest, WithoutRoomMarksPacketsOfNewFlowsOnly) {
+    DataPath small(2, fake_clock);
+    std::vector<Bytes> frames;
+    for (const char* name : {"dns", "ntp", "icmp", "dns"})
+        frames.push_back(test::sample_flow(name).frames[0]);
+    Pushed pushed(frames);
+    small.push(pushed.pkts, false);
+    std::vector<api::pkt_error_e> errors;
+    for (const api::pkt_& pkt : pushed.pkts)
+        errors.push_back(pkt.error);
+    EXPECT_THAT(errors, ElementsAre(api::PKT_OK, api::PKT_OK, api::PKT_MAX_FLOWS_REACHED, api::PKT_OK));
+    EXPECT_EQ(pushed.pkts[2].cls, 0u);
+    EXPECT_EQ(pushed.pkts[3].protocol, "DNS");
+
+    g_now_ms += 60000;  // idle flows make room even before the tick
+    Pushed icmp(test::sample_flow("icmp").frames);
+    small.push(icmp.pkts, false);
+    EXPECT_EQ(icmp.pkts[0].error, api::PKT_OK);
+    EXPECT_EQ(icmp.pkts[0].protocol, "ICMP");
+}
+
+TEST_F(DataPathTest, TakesMemoryForFlowsAndNotForTheirLimit) {
+    DataPath huge(UINT32_MAX, fake_clock);
+    Pushed pushed(test::sample_flow("dns").frames);
+    huge.push(pushed.pkts, false);
+    EXPECT_EQ(pushed.pkts[0].protocol, "DNS");
+    EXPECT_THROW(DataPath(0, fake_clock), Error);
+}
+
+TEST_F(DataPathTest, ForgetsAFlowWhenItsOwnTimeIsOver) {
+    const std::vector<Bytes>& http = test::sample_flow("http").frames;
+    const struct {
+        const char* what;
+        std::vector<Bytes> frames;
+        uint16_t aging_sec;
+    } cases[] = {
+        {"open TCP", {http[0], http[1], http[2], http[3]}, 300},
+        {"closed TCP", http, 10},
+        {"UDP", test::sample_flow("dns").frames, 60},
+        {"ICMP", test::sample_flow("icmp").frames, 30},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(push(c.frames, true).pkts[0].aging_sec, c.aging_sec) << c.what;
+        g_now_ms += c.aging_sec * 1000u - 1;
+        EXPECT_GT(path.tick(), 0);
+        EXPECT_EQ(path.flow_count(), 1u) << c.what;
+        g_now_ms += 1;
+        path.tick();
+        EXPECT_EQ(path.flow_count(), 0u) << c.what;
+    }
+}
+
+TEST_F(DataPathTest, AResetForgetsAllFlows) {
+    push_sample("http");
+    push_sample("dns");
+    EXPECT_EQ(path.kill_all_flows(), 2u);
+    path.remove_all_links();
+    EXPECT_EQ(push({test::sample_flow("http").frames.back()}).pkts[0].cls, 0u);
+}
+
+TEST_F(DataPathTest, TellsMoreWhenAskedForMore) {
+    const struct {
+        const char* sample;
+        std::vector<std::string> layers;
+        const char* attribute;
+    } cases[] = {
+        {"dns", {"eth", "ipv4", "udp", "dns"}, "dns_name=www.example.net"},
+        {"http", {"eth", "ipv4", "tcp", "http"}, "host=www.example.net"},
+        {"tls-vlan", {"eth", "vlan", "ipv4", "tcp", "tls"}, "sni=secure.example.net"},
+        {"quic", {"eth", "ipv4", "udp", "quic"}, "sni=quic.example.net"},
+        {"ssh", {"eth", "ipv4", "tcp", "ssh"}, "ssh_client=SSH-2.0-OpenSSH_9.2p1 Debian-2"},
+        {"dhcp", {"eth", "ipv4", "udp", "dhcp"}, "host=thermostat"},
+        {"icmpv6", {"eth", "ipv6", "icmpv6"}, nullptr},
+    };
+    for (const auto& c : cases) {
+        path.kill_all_flows();
+        for (const api::pkt_& pkt : push_sample(c.sample, true).pkts) {
+            EXPECT_EQ(pkt.tph, c.layers) << c.sample;
+            EXPECT_EQ(pkt.visibility, 100) << c.sample;
+            EXPECT_EQ(pkt.cat.size(), 1u) << c.sample;
+            if (c.attribute) {
+                EXPECT_THAT(pkt.attr, Contains(c.attribute)) << c.sample;
+            }
+        }
+        api::pkt_ plain = push_sample(c.sample).pkts[0];
+        EXPECT_TRUE(plain.tph.empty() && plain.cat.empty() && plain.attr.empty()) << c.sample;
+    }
+}
+
+TEST_F(DataPathTest, GuessesByPortOnlyAfterGivingUpAndSaysSo) {
+    test::Path ssh_port{"10.0.0.1", "10.0.0.2", 40000, 22};
+    std::vector<Bytes> frames(80, test::tcp_frame(ssh_port, {}, Bytes(40, 0xee)));
+    for (const api::pkt_& pkt : push(frames, true).pkts)
+        ASSERT_EQ(pkt.cls, 0u);
+    api::pkt_ guess = push({frames[0]}, true).pkts[0];
+    EXPECT_EQ(guess.protocol, "SSH");
+    EXPECT_EQ(guess.visibility, 25);
+    EXPECT_THAT(guess.attr, ElementsAre("guessed=yes"));
+    EXPECT_THAT(path.dump(1), HasSubstr(" tcp 10.0.0.1:40000 10.0.0.2:22 SSH cls 92 packets 81 "));
+}
+
+TEST_F(DataPathTest, SurvivesFramesThatAreCutAnywhere) {
+    for (const test::SampleFlow& sample : test::sample_flows()) {
+        for (const Bytes& frame : sample.frames) {
+            Pushed pushed({});
+            for (size_t length = 0; length <= frame.size(); length++) {
+                pushed.add({frame.begin(), frame.begin() + static_cast<long>(length)});
+                pushed.pkts.back().l3_off = pushed.pkts.back().l4_off = 0xffff;  // not to be trusted
+            }
+            path.push(pushed.pkts, true);
+            EXPECT_EQ(pushed.pkts.front().error, api::PKT_TRIMMED_L3);
+            EXPECT_EQ(pushed.pkts.back().error, api::PKT_OK);
+        }
+    }
+}
+
+TEST_F(DataPathTest, SurvivesDamagedFrames) {
+    std::mt19937 random(7);
+    const std::vector<Bytes> frames = test::sample_frames();
+    for (int round = 0; round < 200; round++) {
+        std::vector<Bytes> damaged = frames;
+        for (Bytes& frame : damaged) {
+            for (int i = 0; i < 3; i++)
+                frame[random() % frame.size()] = static_cast<unsigned char>(random());
+            if (random() % 4 == 0) frame.resize(random() % frame.size());
+        }
+        Pushed pushed = push(damaged, true);
+        for (const api::pkt_& pkt : pushed.pkts)
+            ASSERT_EQ(pkt.cls == 0, pkt.protocol.empty());
+    }
+    EXPECT_LE(path.flow_count(), 1000u);
+}
+
+}  // namespace
+}  // namespace corvo::engine

@@ -1,0 +1,161 @@
+#include <brumecpd/engine_api.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include "captures/sample_flows.h"
+#include "engine/pushed.h"
+
+// Each function's own type, so that a call through the library is checked like a direct one.
+#define CALL(name) reinterpret_cast<decltype(&corvo_api_cp_##name)>(symbol("corvo_api_cp_" #name))
+
+namespace {
+
+using test::Pushed;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class EngineApi : public testing::Test {
+ protected:
+    EngineApi() : m_handle(dlopen(ENGINE_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
+        if (!m_handle) throw std::runtime_error(dlerror());
+    }
+    ~EngineApi() override {
+        std::string ignored;
+        if (m_handle) CALL(deinit)(ignored);
+        close_library();
+    }
+    void close_library() {
+        if (m_handle) dlclose(m_handle);
+        m_handle = nullptr;
+    }
+    void* symbol(const char* name) {
+        void* found = dlsym(m_handle, name);
+        if (!found) throw std::runtime_error(dlerror());
+        return found;
+    }
+
+    std::string init() {
+        return text([&](std::string& err) { CALL(init)({}, err); });
+    }
+    std::string deinit() {
+        return text([&](std::string& err) { CALL(deinit)(err); });
+    }
+    std::string activate(uint32_t max_flows = 100) {
+        return text([&](std::string& err) { CALL(activate)({max_flows, 1, false}, err); });
+    }
+    std::string deactivate() {
+        return text([&](std::string& err) { CALL(deactivate)(err); });
+    }
+    std::string push(Pushed& pushed, const std::string& dpaddr = "") {
+        return text([&](std::string& err) { CALL(push_pkts)(dpaddr, pushed.pkts, err, true); });
+    }
+    /** The result, or the error behind "! ". */
+    std::string coffee(const std::string& func, const std::vector<uint32_t>& args = {},
+                       const std::string& dpaddr = "") {
+        std::string result;
+        std::string err = text([&](std::string& e) { CALL(coffee)(dpaddr, func, args, result, e); });
+        return err.empty() ? result : "! " + err;
+    }
+    template <typename Call>
+    static std::string text(Call call) {
+        std::string err;
+        call(err);
+        return err;
+    }
+
+ private:
+    void* m_handle;
+};
+
+TEST_F(EngineApi, RefusesWhatComesOutOfOrder) {
+    Pushed pushed(test::sample_flow("dns").frames);
+    const char* uninitialised = "the engine isn't initialised";
+    EXPECT_EQ(deinit(), uninitialised);
+    EXPECT_EQ(activate(), uninitialised);
+    EXPECT_EQ(push(pushed), uninitialised);
+    EXPECT_EQ(init(), "");
+    EXPECT_EQ(init(), "the engine is already initialised");
+    EXPECT_EQ(push(pushed), "the data path isn't active");
+    EXPECT_EQ(deactivate(), "the data path isn't active");
+    EXPECT_EQ(activate(0), "max_flows is 0, expecting at least 1");
+    EXPECT_EQ(activate(), "");
+    EXPECT_EQ(activate(), "the data path is already active");
+    EXPECT_EQ(push(pushed), "");
+    EXPECT_EQ(push(pushed, "dp0"), "");
+    EXPECT_EQ(push(pushed, "dp1"), "no data path 'dp1', expecting 'dp0' or nothing");
+    EXPECT_EQ(deactivate(), "");
+    EXPECT_EQ(activate(), "");
+    EXPECT_EQ(coffee("dp.ft.count"), "0");
+    EXPECT_EQ(deinit(), "");
+}
+
+TEST_F(EngineApi, RunsItsInternalFunctionsByName) {
+    init();
+    EXPECT_EQ(coffee("dp.veld.sui_lut_remove_all_links"), "all links removed");
+    EXPECT_EQ(coffee("dp.ft.sui_ft_kill_all_flows"), "0 flows removed");
+    EXPECT_EQ(coffee("dp.ft.dump"), "");
+    activate();
+    Pushed pushed(test::sample_frames());
+    push(pushed);
+    EXPECT_EQ(coffee("dp.ft.count"), std::to_string(test::sample_flows().size()));
+    std::string two = coffee("dp.ft.dump", {2});
+    EXPECT_EQ(std::count(two.begin(), two.end(), '\n'), 2);
+    EXPECT_EQ(coffee("dp.ft.dump", {10001}), "! the limit of dp.ft.dump is 10001, expecting at most 10000");
+    EXPECT_EQ(coffee("dp.ft.dump", {1, 2}), "! dp.ft.dump takes at most 1 arguments, got 2");
+    EXPECT_EQ(coffee("dp.ft.nil"), "! no function 'dp.ft.nil', try 'help'");
+    EXPECT_EQ(coffee("help", {}, "x"), "! no data path 'x', expecting 'dp0' or nothing");
+    EXPECT_THAT(coffee("help"), HasSubstr("dp.ft.count"));
+    EXPECT_EQ(coffee("dp.ft.sui_ft_kill_all_flows"),
+              std::to_string(test::sample_flows().size()) + " flows removed");
+}
+
+TEST_F(EngineApi, TellsWhatItIs) {
+    init();
+    std::string err;
+    Json::Value version;
+    CALL(get_version)(version, err);
+    EXPECT_TRUE(version["name"].isString() && version["version"].isString() && version["ndpi"].isString());
+    std::vector<std::string> list;
+    CALL(get_dps)(list, err);
+    CALL(intf_get)(list, err);
+    EXPECT_THAT(list, ElementsAre("dp0"));
+    EXPECT_EQ(err, "");
+    CALL(intf_attach)("lo", err);
+    EXPECT_EQ(err, "this engine doesn't capture from interfaces");
+}
+
+TEST_F(EngineApi, TakesTheReadinessOffItsDescriptorInTheTick) {
+    init();
+    std::string err;
+    int fd = -1;
+    CALL(get_evfd)(fd, err);
+    ASSERT_GT(fd, STDERR_FILENO);
+    EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+    uint64_t one = 1;
+    ASSERT_EQ(write(fd, &one, sizeof one), static_cast<ssize_t>(sizeof one));
+    EXPECT_EQ(CALL(tick)(err), 1000);
+    EXPECT_EQ(CALL(tick)(err), 1000);
+    pollfd waiting{fd, POLLIN, 0};
+    EXPECT_EQ(poll(&waiting, 1, 0), 0);
+    EXPECT_EQ(err, "");
+    deinit();
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+}
+
+TEST_F(EngineApi, LeavesTheProcessWhenItIsClosed) {
+    init();
+    activate();
+    Pushed pushed(test::sample_flow("tls").frames);
+    push(pushed);
+    EXPECT_EQ(pushed.pkts[0].protocol, "TLS");
+    deinit();
+    close_library();
+    void* still_there = dlopen(ENGINE_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    EXPECT_EQ(still_there, nullptr);
+}
+
+}  // namespace
