@@ -1,0 +1,320 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "server/engine_fixture.h"
+
+namespace corvo::server {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+using LoaderTest = test::EngineTest;
+constexpr auto UNLOADED = Engine::STATE_UNLOADED;
+constexpr auto LOADED = Engine::STATE_LOADED;
+constexpr auto ACTIVE = Engine::STATE_ACTIVE;
+constexpr auto ATTACHED = Engine::STATE_ATTACHED;
+
+const std::string NOT_LOADED = "corvo is not loaded";
+const std::string NOT_ACTIVE = "corvo is not active";
+
+struct Operation {
+    const char* name;
+    void (*run)(Engine& engine);
+    std::string failure[4];  ///< by the state it runs in
+    Engine::state_e state_after[4];
+};
+
+const Operation OPERATIONS[] = {
+    {"load",
+     [](Engine& e) { e.load_engine(LoaderTest::engine_dir("scripted"), {}); },
+     {"", "corvo is already loaded", "corvo is already loaded", "corvo is already loaded"},
+     {LOADED, LOADED, ACTIVE, ATTACHED}},
+    {"unload",
+     [](Engine& e) { e.unload_engine(); },
+     {"", "", "corvo must be deactivated before unloading", "corvo must be deactivated before unloading"},
+     {UNLOADED, UNLOADED, ACTIVE, ATTACHED}},
+    {"activate",
+     [](Engine& e) { e.activate({}); },
+     {NOT_LOADED, "", "corvo is already active", "corvo is already active"},
+     {UNLOADED, ACTIVE, ACTIVE, ATTACHED}},
+    {"deactivate", [](Engine& e) { e.deactivate(); }, {}, {UNLOADED, LOADED, LOADED, LOADED}},
+    {"attach",
+     [](Engine& e) { e.attach("eth1"); },
+     {NOT_ACTIVE, NOT_ACTIVE, "", ""},
+     {UNLOADED, LOADED, ATTACHED, ATTACHED}},
+    {"detach",
+     [](Engine& e) { e.detach("eth0"); },
+     {NOT_ACTIVE, NOT_ACTIVE, "", ""},
+     {UNLOADED, LOADED, ACTIVE, ACTIVE}},
+    {"detach_all",
+     [](Engine& e) { e.detach_all(); },
+     {NOT_ACTIVE, NOT_ACTIVE, "", ""},
+     {UNLOADED, LOADED, ACTIVE, ACTIVE}},
+    {"cleanup", [](Engine& e) { e.cleanup(); }, {}, {UNLOADED, UNLOADED, UNLOADED, UNLOADED}},
+    {"version",
+     [](Engine& e) {
+         Json::Value out;
+         e.get_version(out);
+     },
+     {NOT_LOADED, NOT_LOADED, "", ""},
+     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
+    {"coffee",
+     [](Engine& e) { e.coffee("", "f", {}); },
+     {NOT_LOADED, "", "", ""},
+     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
+    {"interfaces",
+     [](Engine& e) {
+         std::vector<std::string> out;
+         e.get_interfaces(out);
+     },
+     {},
+     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
+    {"health",
+     [](Engine& e) {
+         Json::Value out;
+         e.health_get(out, true);
+     },
+     {NOT_LOADED, "", "", ""},
+     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
+    {"inject",
+     [](Engine& e) {
+         Engine::PktInfo info;
+         e.push_raw_extended("", "", 0, false, false, info);
+     },
+     {NOT_ACTIVE, NOT_ACTIVE, "Failed to parse packet", "Failed to parse packet"},
+     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
+};
+
+TEST_F(LoaderTest, EveryOperationIsAllowedOrRefusedByTheState) {
+    for (const Operation& operation : OPERATIONS) {
+        for (const auto state : {UNLOADED, LOADED, ACTIVE, ATTACHED}) {
+            SCOPED_TRACE(std::string(operation.name) + " when " + engine_state_to_str(state));
+            bring_up(state);
+            const std::string text = failure([&] { operation.run(m_engine); });
+            EXPECT_EQ(text, operation.failure[state]);
+            EXPECT_EQ(m_engine.state(), operation.state_after[state]);
+            if (operation.state_after[state] == UNLOADED && state == UNLOADED) {
+                EXPECT_EQ(calls(), "");
+            }
+            m_engine.cleanup();
+        }
+    }
+}
+
+size_t open_eventfds() {
+    size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        count += std::filesystem::read_symlink(entry, ignored) == "anon_inode:[eventfd]";
+    }
+    return count;
+}
+
+struct BrokenLibrary {
+    const char* name;
+    const char* script;
+    const char* failure;
+    bool deinit_expected;
+};
+
+TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
+    const BrokenLibrary libraries[] = {
+        {"absent", "", "failed loading Corvo CP dynamic library: ", false},
+        {"not_a_library", "", "failed loading Corvo CP dynamic library: ", false},
+        {"without_activate", "", "failed loading symbol 'corvo_api_cp_activate': ", false},
+        {"without_coffee", "", "failed loading symbol 'corvo_api_cp_coffee': ", false},
+        {"without_get_evfd", "", "failed loading symbol 'corvo_api_cp_get_evfd': ", false},
+        {"init_fails", "", "100% broken", false},
+        {"evfd_zero", "", "engine gave no valid event descriptor (0)", false},
+        {"evfd_closed", "", "failed to add event to poller", false},
+        {"scripted", "fail init no %s memory", "no %s memory", false},
+        {"scripted", "crash init throw", "scripted exception", false},
+        {"scripted", "fail get_evfd no descriptor", "no descriptor", true},
+        {"scripted", "return get_evfd -1\nfail deinit too", "engine gave no valid event descriptor (-1)",
+         true},
+    };
+    for (const BrokenLibrary& library : libraries) {
+        SCOPED_TRACE(std::string(library.name) + " " + library.script);
+        script(library.script);
+        EXPECT_THAT(failure([&] { m_engine.load_engine(engine_dir(library.name), {}); }),
+                    StartsWith(library.failure));
+        EXPECT_EQ(m_engine.state(), UNLOADED);
+        EXPECT_EQ(m_engine.get_engine_path_int(), "");
+        EXPECT_EQ(open_eventfds(), 0u);
+        EXPECT_THAT(test::read_file("/proc/self/maps"), Not(HasSubstr("libcvcp_u.so")));
+        Json::Value stats;
+        m_sched.stats(stats);
+        EXPECT_EQ(stats["tasks"]["tasks"].size(), 1u) << "the scheduler's own task";
+        EXPECT_EQ(calls().find("deinit") != std::string::npos, library.deinit_expected);
+
+        script("");
+        bring_up(ACTIVE);
+        m_engine.cleanup();
+        calls();
+    }
+}
+
+std::vector<Engine::state_e> g_seen;
+void remember(Engine::state_e state) {
+    g_seen.push_back(state);
+}
+void object(Engine::state_e) {
+    throw Exception("callback objects");
+}
+
+TEST_F(LoaderTest, CallbacksSeeLoadActivateDeactivateAndUnloadOnce) {
+    g_seen.clear();
+    m_engine.register_state_cb(remember);
+    bring_up(ATTACHED);
+    m_engine.cleanup();
+    EXPECT_THAT(g_seen, ElementsAre(LOADED, ACTIVE, LOADED, UNLOADED));
+
+    m_engine.unregister_state_cb(remember);
+    m_engine.unregister_state_cb(remember);
+    EXPECT_THAT(m_log.text(), HasSubstr("Unregistering state change callback failed - Callback not found"));
+    bring_up(LOADED);
+    EXPECT_EQ(g_seen.size(), 4u);
+}
+
+TEST_F(LoaderTest, AFailingCallbackHidesNoChangeFromTheOthersAndUndoesALoad) {
+    g_seen.clear();
+    bring_up(LOADED);
+    m_engine.register_state_cb(object);
+    m_engine.register_state_cb(remember);
+    EXPECT_EQ(failure([&] { m_engine.activate({}); }), "callback objects");
+    EXPECT_EQ(m_engine.state(), ACTIVE);
+    EXPECT_THAT(g_seen, ElementsAre(ACTIVE));
+    m_engine.unregister_state_cb(object);
+    m_engine.cleanup();
+
+    m_engine.register_state_cb(object);
+    EXPECT_EQ(failure([&] { bring_up(LOADED); }), "callback objects");
+    EXPECT_EQ(m_engine.state(), UNLOADED);
+    m_engine.unregister_state_cb(object);
+}
+
+TEST_F(LoaderTest, TheEnginesTextReachesTheCallerUnchangedAndTheStateStays) {
+    const struct {
+        const char* script;
+        Engine::state_e state;
+        void (*run)(Engine&);
+    } cases[] = {
+        {"fail activate", LOADED, [](Engine& e) { e.activate({}); }},
+        {"fail intf_attach", ACTIVE, [](Engine& e) { e.attach("eth0"); }},
+        {"fail intf_detach", ATTACHED, [](Engine& e) { e.detach("eth0"); }},
+        {"fail intf_get", ATTACHED, [](Engine& e) { e.detach("eth0"); }},
+        {"fail intf_detach", ATTACHED, [](Engine& e) { e.cleanup(); }},
+        {"fail deactivate", ACTIVE, [](Engine& e) { e.deactivate(); }},
+        {"fail coffee", LOADED, [](Engine& e) { e.coffee("", "f", {}); }},
+    };
+    for (const auto& item : cases) {
+        SCOPED_TRACE(item.script);
+        bring_up(item.state);
+        script(std::string(item.script) + " 5% of %n lost");
+        EXPECT_EQ(failure([&] { item.run(m_engine); }), "5% of %n lost");
+        EXPECT_EQ(m_engine.state(), item.state);
+        script("");
+        m_engine.cleanup();
+    }
+}
+
+TEST_F(LoaderTest, AFailingDeinitUnloadsAllTheSame) {
+    bring_up(LOADED);
+    script("fail deinit still busy");
+    EXPECT_EQ(failure([&] { m_engine.unload_engine(); }), "still busy");
+    EXPECT_EQ(m_engine.state(), UNLOADED);
+    EXPECT_THAT(test::read_file("/proc/self/maps"), Not(HasSubstr("libcvcp_u.so")));
+}
+
+TEST_F(LoaderTest, DeactivateLogsAFailingDetachAndGoesOn) {
+    bring_up(ATTACHED);
+    script("fail intf_detach 100% stuck");
+    m_engine.deactivate();
+    EXPECT_EQ(m_engine.state(), LOADED);
+    EXPECT_EQ(calls(), "intf_get\nintf_detach eth0\ndeactivate\n");
+    EXPECT_THAT(m_log.text(), HasSubstr("100% stuck"));
+}
+
+TEST_F(LoaderTest, AnInterfaceThatTheEngineKeepsListingIsAWarning) {
+    bring_up(ATTACHED);
+    script("list intf eth0");
+    m_engine.detach_all();
+    EXPECT_EQ(m_engine.state(), ACTIVE);
+    EXPECT_THAT(m_log.text(), AllOf(HasSubstr("WARN"), HasSubstr("'eth0'")));
+}
+
+TEST_F(LoaderTest, ADetachOfOneOfTwoStaysAttached) {
+    bring_up(ATTACHED);
+    m_engine.attach("eth1");
+    m_engine.detach("eth0");
+    EXPECT_EQ(m_engine.state(), ATTACHED);
+    m_engine.detach("eth1");
+    EXPECT_EQ(m_engine.state(), ACTIVE);
+}
+
+TEST_F(LoaderTest, AnExceptionThatLeavesTheLibraryIsAFailureOfIt) {
+    bring_up(LOADED);
+    script("crash activate throw\ncrash tick throw\nreturn tick 5");
+    EXPECT_EQ(failure([&] { m_engine.activate({}); }), "scripted exception");
+    EXPECT_EQ(EngineTask(&m_engine).execute(), 1000);
+    EXPECT_THAT(m_log.text(), HasSubstr("Engine error 'scripted exception'"));
+}
+
+TEST_F(LoaderTest, TheTicksResultIsTheDelayEvenWhenItFailed) {
+    bring_up(LOADED);
+    EngineTask task(&m_engine);
+    const struct {
+        const char* script;
+        int delay_ms;
+    } cases[] = {{"return tick -5", 1000},
+                 {"return tick 0", 0},
+                 {"return tick 250", 250},
+                 {"return tick 250\nfail tick 3%d lost", 250}};
+    for (const auto& item : cases) {
+        script(item.script);
+        EXPECT_EQ(task.execute(), item.delay_ms) << item.script;
+    }
+    EXPECT_THAT(m_log.text(), HasSubstr("Engine error '3%d lost'"));
+    m_engine.unload_engine();
+    EXPECT_EQ(task.execute(), 1000);
+}
+
+TEST_F(LoaderTest, AReadableDescriptorIsAnExtraTickAndMovesNoTimedOne) {
+    script("return tick 60000\nsignal coffee");
+    m_engine.load_engine(engine_dir("scripted"), {});
+    while (m_sched.step() == 0) {
+    }
+    EXPECT_THAT(calls(), testing::EndsWith("get_evfd -1\ntick\n"));
+    EXPECT_FALSE(m_sched.handle_pending_events(0));
+
+    for (int round = 0; round < 2; ++round) {
+        m_engine.coffee("", "wake", {});
+        EXPECT_TRUE(m_sched.handle_pending_events(0));
+        EXPECT_FALSE(m_sched.handle_pending_events(0));
+        EXPECT_EQ(calls(), "coffee dpaddr= func=wake args=\ntick\n");
+    }
+    Json::Value stats;
+    m_sched.stats(stats);
+    for (const Json::Value& task : stats["tasks"]["tasks"]) {
+        if (task["name"] == "Corvo Tick") {
+            EXPECT_GT(task["when"].asUInt(), 30000u);
+        }
+    }
+}
+
+TEST_F(LoaderTest, CoffeeTakesEightArguments) {
+    bring_up(LOADED);
+    EXPECT_EQ(m_engine.coffee("dp1", "f", {1, 2, 3, 4, 5, 6, 7, 8}), "done f");
+    EXPECT_EQ(calls(), "coffee dpaddr=dp1 func=f args=1,2,3,4,5,6,7,8\n");
+    EXPECT_EQ(failure([&] { m_engine.coffee("", "f", std::vector<uint32_t>(9)); }),
+              "COFFEE maximum argument count is 8");
+    EXPECT_EQ(calls(), "");
+}
+
+}  // namespace
+}  // namespace corvo::server
