@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <array>
 #include <filesystem>
 
 #include "server/engine_fixture.h"
@@ -19,75 +20,56 @@ constexpr auto LOADED = Engine::STATE_LOADED;
 constexpr auto ACTIVE = Engine::STATE_ACTIVE;
 constexpr auto ATTACHED = Engine::STATE_ATTACHED;
 
-const std::string NOT_LOADED = "corvo is not loaded";
-const std::string NOT_ACTIVE = "corvo is not active";
+using Texts = std::array<const char*, 4>;       ///< of the failure, by the state the operation runs in
+using States = std::array<Engine::state_e, 4>;  ///< afterwards, by the same
+constexpr Texts NEVER = {"", "", "", ""};
+constexpr Texts UNLESS_LOADED = {"corvo is not loaded", "", "", ""};
+constexpr Texts UNLESS_ACTIVE = {"corvo is not active", "corvo is not active", "", ""};
+constexpr Texts TWICE_LOADED = {"", "corvo is already loaded", "corvo is already loaded",
+                                "corvo is already loaded"};
+constexpr Texts TWICE_ACTIVE = {"corvo is not loaded", "", "corvo is already active",
+                                "corvo is already active"};
+constexpr const char* DEACTIVATE_FIRST = "corvo must be deactivated before unloading";
+constexpr const char* BAD_FRAME = "Failed to parse packet";
+constexpr States SAME = {UNLOADED, LOADED, ACTIVE, ATTACHED};
+
+Json::Value g_json;
+std::vector<std::string> g_list;
+Engine::PktInfo g_info;
 
 struct Operation {
     const char* name;
     void (*run)(Engine& engine);
-    std::string failure[4];  ///< by the state it runs in
-    Engine::state_e state_after[4];
+    Texts failure;
+    States state_after;
 };
 
 const Operation OPERATIONS[] = {
     {"load",
      [](Engine& e) { e.load_engine(LoaderTest::engine_dir("scripted"), {}); },
-     {"", "corvo is already loaded", "corvo is already loaded", "corvo is already loaded"},
+     TWICE_LOADED,
      {LOADED, LOADED, ACTIVE, ATTACHED}},
     {"unload",
      [](Engine& e) { e.unload_engine(); },
-     {"", "", "corvo must be deactivated before unloading", "corvo must be deactivated before unloading"},
+     {"", "", DEACTIVATE_FIRST, DEACTIVATE_FIRST},
      {UNLOADED, UNLOADED, ACTIVE, ATTACHED}},
-    {"activate",
-     [](Engine& e) { e.activate({}); },
-     {NOT_LOADED, "", "corvo is already active", "corvo is already active"},
-     {UNLOADED, ACTIVE, ACTIVE, ATTACHED}},
-    {"deactivate", [](Engine& e) { e.deactivate(); }, {}, {UNLOADED, LOADED, LOADED, LOADED}},
-    {"attach",
-     [](Engine& e) { e.attach("eth1"); },
-     {NOT_ACTIVE, NOT_ACTIVE, "", ""},
-     {UNLOADED, LOADED, ATTACHED, ATTACHED}},
-    {"detach",
-     [](Engine& e) { e.detach("eth0"); },
-     {NOT_ACTIVE, NOT_ACTIVE, "", ""},
-     {UNLOADED, LOADED, ACTIVE, ACTIVE}},
-    {"detach_all",
-     [](Engine& e) { e.detach_all(); },
-     {NOT_ACTIVE, NOT_ACTIVE, "", ""},
-     {UNLOADED, LOADED, ACTIVE, ACTIVE}},
-    {"cleanup", [](Engine& e) { e.cleanup(); }, {}, {UNLOADED, UNLOADED, UNLOADED, UNLOADED}},
+    {"activate", [](Engine& e) { e.activate({}); }, TWICE_ACTIVE, {UNLOADED, ACTIVE, ACTIVE, ATTACHED}},
+    {"deactivate", [](Engine& e) { e.deactivate(); }, NEVER, {UNLOADED, LOADED, LOADED, LOADED}},
+    {"attach", [](Engine& e) { e.attach("eth1"); }, UNLESS_ACTIVE, {UNLOADED, LOADED, ATTACHED, ATTACHED}},
+    {"detach", [](Engine& e) { e.detach("eth0"); }, UNLESS_ACTIVE, {UNLOADED, LOADED, ACTIVE, ACTIVE}},
+    {"detach_all", [](Engine& e) { e.detach_all(); }, UNLESS_ACTIVE, {UNLOADED, LOADED, ACTIVE, ACTIVE}},
+    {"cleanup", [](Engine& e) { e.cleanup(); }, NEVER, {UNLOADED, UNLOADED, UNLOADED, UNLOADED}},
     {"version",
-     [](Engine& e) {
-         Json::Value out;
-         e.get_version(out);
-     },
-     {NOT_LOADED, NOT_LOADED, "", ""},
-     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
-    {"coffee",
-     [](Engine& e) { e.coffee("", "f", {}); },
-     {NOT_LOADED, "", "", ""},
-     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
-    {"interfaces",
-     [](Engine& e) {
-         std::vector<std::string> out;
-         e.get_interfaces(out);
-     },
-     {},
-     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
-    {"health",
-     [](Engine& e) {
-         Json::Value out;
-         e.health_get(out, true);
-     },
-     {NOT_LOADED, "", "", ""},
-     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
+     [](Engine& e) { e.get_version(g_json); },
+     {"corvo is not loaded", "corvo is not loaded", "", ""},
+     SAME},
+    {"coffee", [](Engine& e) { e.coffee("", "f", {}); }, UNLESS_LOADED, SAME},
+    {"interfaces", [](Engine& e) { e.get_interfaces(g_list); }, NEVER, SAME},
+    {"health", [](Engine& e) { e.health_get(g_json, true); }, UNLESS_LOADED, SAME},
     {"inject",
-     [](Engine& e) {
-         Engine::PktInfo info;
-         e.push_raw_extended("", "", 0, false, false, info);
-     },
-     {NOT_ACTIVE, NOT_ACTIVE, "Failed to parse packet", "Failed to parse packet"},
-     {UNLOADED, LOADED, ACTIVE, ATTACHED}},
+     [](Engine& e) { e.push_raw_extended("", "", 0, false, false, g_info); },
+     {"corvo is not active", "corvo is not active", BAD_FRAME, BAD_FRAME},
+     SAME},
 };
 
 TEST_F(LoaderTest, EveryOperationIsAllowedOrRefusedByTheState) {
