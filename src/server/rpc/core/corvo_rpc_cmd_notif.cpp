@@ -7,7 +7,7 @@ namespace corvo {
 uint32_t RpcCmdNotifs::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         res["result"] = Json::objectValue;
-        notif::__ops(params, res["result"]);
+        notif::ops(params, res["result"]);
     });
     return CMD_OK;
 }
