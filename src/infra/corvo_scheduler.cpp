@@ -58,11 +58,10 @@ void Scheduler::add(const std::shared_ptr<Task>& task, unsigned int delay_ms) {
 bool Scheduler::remove(const Task* task) {
     const auto it = find(task);
     if (it == m_tasks.end()) return false;
-    // The task dies after the queue is consistent again, since its destructor may call back.
-    const std::shared_ptr<Task> last_ref = *it;
+    // Out of the queue before it dies at the end of this: its destructor may call back.
+    const auto node = m_tasks.extract(it);
     ++m_stats->removes;
-    m_stats->tasks.erase(last_ref->get_name());
-    m_tasks.erase(it);
+    m_stats->tasks.erase(node.value()->get_name());
     return true;
 }
 
