@@ -254,7 +254,7 @@ std::string CCapPkt::address(bool source) const {
         }
     } else {
         const unsigned char* words = ip + (source ? 8 : 24);
-        for (int i = 0; i < 8; i++) {
+        for (size_t i = 0; i < 8; i++) {
             out = std::to_chars(out, end, load_be16(words + 2 * i), 16).ptr;
             *out++ = i < 7 ? ':' : ',';
         }

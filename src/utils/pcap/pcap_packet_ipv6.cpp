@@ -34,7 +34,7 @@ void convert_header(const unsigned char* ipv4, unsigned char* ipv6, uint32_t pay
     ipv6[7] = 64;
     uint32_t source = load_be32(ipv4 + 12);
     uint32_t destination = load_be32(ipv4 + 16);
-    for (int word = 0; word < 4; word++) {
+    for (size_t word = 0; word < 4; word++) {
         memcpy(ipv6 + 8 + 4 * word, &source, sizeof(source));
         memcpy(ipv6 + 24 + 4 * word, &destination, sizeof(destination));
     }

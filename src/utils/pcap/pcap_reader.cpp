@@ -12,7 +12,7 @@ namespace corvo {
 namespace {
 
 constexpr uint64_t GIB = 1ULL << 30;
-constexpr size_t STREAM_BUFFER = 256 * 1024;
+constexpr size_t STREAM_BUFFER = 1 << 18;
 constexpr capture_type ALL_TYPES[] = {CAPTURE_LIBPCAP, CAPTURE_ERF};
 
 bool can_be_opened(const char* path) {

@@ -179,18 +179,6 @@ TEST_F(Pcap, AWholeFileIsHandedOutOncePerProcess) {
     EXPECT_FALSE(first->ReadPacket(&pkt));
 }
 
-TEST_F(Pcap, TheLimitsOfARangeAreKept) {
-    LibPCapReader reader;
-    EXPECT_FALSE(reader.is_pkt_quota_reached(1000));
-    ASSERT_TRUE(reader.Create(m_dir.write("x", PcapText().header()).c_str(), 0));
-    EXPECT_EQ(reader.get_curr_pkt_offset(), 0U) << "without a limit";
-    reader.set_opt_config(7, 3);
-    EXPECT_EQ(reader.get_curr_pkt_offset(), 24U);
-    EXPECT_EQ(reader.get_from_pkt(), 0U);
-    EXPECT_FALSE(reader.is_pkt_quota_reached(2));
-    EXPECT_TRUE(reader.is_pkt_quota_reached(3));
-}
-
 TEST_F(Pcap, TheNanosecondVariantKeepsNanoseconds) {
     CPcapFileWriter writer;
     ASSERT_TRUE(writer.Create(m_dir.file("nsec").c_str()));

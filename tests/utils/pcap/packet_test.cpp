@@ -230,10 +230,6 @@ TEST(CapPkt, ALengthBeyondTheBufferReadsAsZeros) {
     EXPECT_EQ(pkt.GetPktBuffer()[1999], 0);
 }
 
-TEST(CapPkt, ALongFrameKeepsTheLow16BitsOfItsLength) {
-    EXPECT_EQ(packet(Bytes(65536 + 10)).GetPktLen(), 10);
-}
-
 TEST(CapPkt, ACloneIsACopyOfTimesAndFrame) {
     CCapPkt pkt = packet(tcp(V4));
     pkt.time_sec = 5;
