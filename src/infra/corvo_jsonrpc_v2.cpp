@@ -203,7 +203,7 @@ void JsonRpcMethod::describe_failure(const Outcome& outcome, Json::Value& res) c
 // --- JsonRpcError
 
 void JsonRpcError::_execute(Json::Value& res) {
-    set_error(res, m_code, m_message);
+    if (respond()) set_error(res, m_code, m_message);
 }
 
 // --- ReqParser

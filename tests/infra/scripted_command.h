@@ -13,18 +13,17 @@ class ScriptedCommand : public corvo::RpcCommand {
  public:
     using Body = std::function<void(ScriptedCommand& self, const Json::Value& params, Json::Value& res)>;
 
-    explicit ScriptedCommand(const std::string& name, Body body = {}, uint32_t rc = corvo::CMD_OK)
-        : RpcCommand(name), m_body(std::move(body)), m_rc(rc) {}
+    explicit ScriptedCommand(const std::string& name, Body body = {})
+        : RpcCommand(name), m_body(std::move(body)) {}
     using RpcCommand::guarded;
 
  private:
     uint32_t _run(const std::string&, const Json::Value& params, Json::Value& res) override {
         if (m_body) m_body(*this, params, res);
-        return m_rc;
+        return corvo::CMD_OK;
     }
 
     Body m_body;
-    uint32_t m_rc;
 };
 
 /** For `load_component`, which takes it. */
