@@ -1,5 +1,7 @@
 #include "classifier.h"
 
+#include <dlfcn.h>
+
 #include <cctype>
 #include <cstring>
 #include <new>
@@ -42,10 +44,23 @@ bool is_guess(uint8_t confidence) {
     return confidence == NDPI_CONFIDENCE_MATCH_BY_PORT || confidence == NDPI_CONFIDENCE_MATCH_BY_IP;
 }
 
+/**
+ * Whether nDPI could only find more texts, and not another class. Over TLS the certificate is asked for the
+ * application only where the server's name hasn't told it.
+ */
+bool class_is_final(const ndpi_protocol& found) {
+    return found.master_protocol == NDPI_PROTOCOL_TLS && found.app_protocol != NDPI_PROTOCOL_UNKNOWN;
+}
+
 std::string lower_case(std::string text) {
     for (char& c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
+}
+
+/** nDPI's cipher library can't give its state back: if it went away with us, each load would leak it anew. */
+void keep_cipher_library() {
+    dlopen("libgcrypt.so.20", RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
 }  // namespace
@@ -61,6 +76,7 @@ Classifier::Module Classifier::open_module() {
     }
     Module module(ndpi_init_detection_module(ndpi_no_prefs));
     if (!module) throw Error("nDPI can't be initialised");
+    keep_cipher_library();
     NDPI_PROTOCOL_BITMASK all;
     NDPI_BITMASK_SET_ALL(all);
     ndpi_set_protocol_detection_bitmask2(module.get(), &all);
@@ -77,7 +93,9 @@ void Classifier::inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool k
                                                         aligned_copy(frame), frame.l3_len, now_ms);
     bool enough = flow.packets > (frame.protocol == PROTO_TCP ? MAX_TCP_PACKETS : MAX_OTHER_PACKETS);
     bool known = found.app_protocol != NDPI_PROTOCOL_UNKNOWN;
-    if (enough || (known && !ndpi_extra_dissection_possible(m_module.get(), flow.dissection.get()))) {
+    bool complete = known && ((!keep_attributes && class_is_final(found)) ||
+                              !ndpi_extra_dissection_possible(m_module.get(), flow.dissection.get()));
+    if (enough || complete) {
         decide(flow, found, keep_attributes);
     } else {
         set_verdict(flow, found);
