@@ -35,6 +35,7 @@ std::string ip_protocol_name(uint8_t protocol) {
 }
 
 void append_layers(const Frame& frame, const Verdict& verdict, std::vector<std::string>& out) {
+    out.reserve(8);  // more are rare
     out.emplace_back("eth");
     for (unsigned i = 0; i < frame.tags; i++) {
         out.emplace_back(frame.service_tags & (1u << i) ? "qinq" : "vlan");

@@ -125,6 +125,21 @@ TEST_F(DataPathTest, AResetForgetsAllFlows) {
     EXPECT_EQ(push({test::sample_flow("http").frames.back()}).pkts[0].cls, 0u);
 }
 
+TEST_F(DataPathTest, KnowsAPeerAgainUntilTheLinksAreRemoved) {
+    const test::Path peers{"8.0.0.5", "9.0.0.6", 6881, 16881};
+    const test::Path later{"8.0.0.5", "9.0.0.7", 6881, 9998};
+    const std::vector<Bytes> torrent = {
+        test::udp_frame(peers, test::from_text("d1:ad2:id20:abcdefghij0123456789e1:q4:ping1:t2:aa1:y1:qe")),
+        test::udp_frame(peers.reversed(),
+                        test::from_text("d1:rd2:id20:mnopqrstuvwxyz123456e1:t2:aa1:y1:re"))};
+    const std::vector<Bytes> unknown(25, test::udp_frame(later, Bytes(60, 0x31)));
+    EXPECT_EQ(push(torrent).pkts[0].protocol, "BitTorrent");
+    EXPECT_EQ(push(unknown).pkts[0].protocol, "BitTorrent");
+    path.remove_all_links();
+    path.kill_all_flows();
+    EXPECT_EQ(push(unknown).pkts[0].protocol, "");
+}
+
 TEST_F(DataPathTest, TellsMoreWhenAskedForMore) {
     const struct {
         const char* sample;
