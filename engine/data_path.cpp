@@ -100,7 +100,7 @@ void DataPath::answer_extended(const Item& item, api::pkt_& pkt) {
     pkt.attr.clear();
     pkt.tph.clear();
     append_layers(item.frame, verdict, pkt.tph);
-    if (pkt.cls == 0) return;
+    if (!flow || verdict.cls() == 0) return;
     pkt.visibility = VISIBILITY[verdict.confidence];
     pkt.cat.emplace_back(verdict.category, verdict.confidence);
     if (flow->attributes)

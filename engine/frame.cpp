@@ -70,7 +70,7 @@ void decode_ipv4(Frame& frame, size_t captured) {
         frame.error = api::PKT_TRIMMED_L3;
         return;
     }
-    size_t header = (ip[0] & 15u) * 4u;
+    size_t header = (ip[0] & 15u) * size_t{4};
     size_t total = be16(ip + 2);
     frame.l3_len = static_cast<uint16_t>(std::min(total, captured));
     if (header < IPV4_HEADER || header > frame.l3_len) {
@@ -94,11 +94,11 @@ size_t extension_size(uint8_t type, const uint8_t* p) {
         case EXT_ROUTING:
         case EXT_DESTINATION:
         case EXT_MOBILITY:
-            return (p[1] + 1u) * 8u;
+            return (p[1] + size_t{1}) * 8;
         case EXT_FRAGMENT:
             return 8;
         case EXT_AUTHENTICATION:
-            return (p[1] + 2u) * 4u;
+            return (p[1] + size_t{2}) * 4;
         default:
             return 0;
     }
