@@ -81,9 +81,11 @@ Values& OptionParser::parse_args(const std::vector<std::string>& args) {
     m_leftover.insert(m_leftover.end(), m_remaining.begin(), m_remaining.end());
     m_remaining.clear();
 
-    for (const auto& [key, text] : m_defaults) set_if_absent(key, text);
+    for (const auto& [key, text] : m_defaults)
+        set_if_absent(key, text);
     apply_defaults(m_options);
-    for (const OptionGroup* group : m_groups) apply_defaults(group->options());
+    for (const OptionGroup* group : m_groups)
+        apply_defaults(group->options());
     return m_values;
 }
 
