@@ -2,8 +2,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include "captures/capture_files.h"
-#include "captures/frame_builder.h"
+#include "tools/captures/capture_files.h"
+#include "tools/captures/frame_builder.h"
 #include "support/temp_dir.h"
 #include "utils/pcap/pcap_reader.h"
 

@@ -1,6 +1,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "infra/corvo_notif.h"
 #include "server/corvo_server_main.h"
 
 int main(int argc, const char** argv) {
@@ -8,6 +9,7 @@ int main(int argc, const char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);
     // A reader of our output that goes away costs lines, never the daemon.
     std::signal(SIGPIPE, SIG_IGN);
+    corvo::notif::notify({"core", "server.up", corvo::notif::SEV_INFO});
     main_int(argc, argv);
     return 0;
 }

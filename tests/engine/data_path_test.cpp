@@ -5,7 +5,7 @@
 
 #include <random>
 
-#include "captures/sample_flows.h"
+#include "tools/captures/sample_flows.h"
 #include "engine/pushed.h"
 #include "engine_error.h"
 

@@ -6,7 +6,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "captures/sample_flows.h"
+#include "tools/captures/sample_flows.h"
 #include "engine/pushed.h"
 
 // Each function's own type, so that a call through the library is checked like a direct one.

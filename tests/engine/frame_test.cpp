@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "captures/frame_builder.h"
+#include "tools/captures/frame_builder.h"
 
 namespace corvo::engine {
 namespace {

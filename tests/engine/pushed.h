@@ -6,7 +6,7 @@
 #include <deque>
 #include <vector>
 
-#include "captures/frame_builder.h"
+#include "tools/captures/frame_builder.h"
 
 namespace test {
 

@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-#include "captures/capture_files.h"
+#include "tools/captures/capture_files.h"
 #include "infra/corvo_json.h"
 #include "infra/corvo_version.h"
 #include "support/daemon.h"

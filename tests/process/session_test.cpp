@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "captures/capture_files.h"
-#include "captures/sample_flows.h"
+#include "tools/captures/capture_files.h"
+#include "tools/captures/sample_flows.h"
 #include "support/daemon.h"
 
 namespace test {

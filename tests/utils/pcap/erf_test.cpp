@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "captures/capture_files.h"
-#include "captures/sample_flows.h"
+#include "tools/captures/capture_files.h"
+#include "tools/captures/sample_flows.h"
 #include "support/temp_dir.h"
 
 using namespace corvo;

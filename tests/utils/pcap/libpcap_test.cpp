@@ -3,8 +3,8 @@
 
 #include <random>
 
-#include "captures/capture_files.h"
-#include "captures/sample_flows.h"
+#include "tools/captures/capture_files.h"
+#include "tools/captures/sample_flows.h"
 #include "support/temp_dir.h"
 #include "utils/pcap/pcap_libpcap.h"
 #include "utils/pcap/pcap_reader.h"

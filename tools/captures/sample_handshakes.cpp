@@ -1,6 +1,6 @@
 // The first messages of TLS and QUIC.
 
-#include "captures/sample_flows.h"
+#include "tools/captures/sample_flows.h"
 
 namespace test {
 

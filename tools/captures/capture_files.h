@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "captures/frame_builder.h"
+#include "tools/captures/frame_builder.h"
 
 namespace test {
 

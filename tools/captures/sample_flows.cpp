@@ -1,4 +1,4 @@
-#include "captures/sample_flows.h"
+#include "tools/captures/sample_flows.h"
 
 #include <stdexcept>
 

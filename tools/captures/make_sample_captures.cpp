@@ -5,8 +5,8 @@
 #include <exception>
 #include <filesystem>
 
-#include "captures/capture_files.h"
-#include "captures/sample_flows.h"
+#include "tools/captures/capture_files.h"
+#include "tools/captures/sample_flows.h"
 
 namespace {
 

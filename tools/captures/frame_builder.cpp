@@ -1,4 +1,4 @@
-#include "captures/frame_builder.h"
+#include "tools/captures/frame_builder.h"
 
 #include <arpa/inet.h>
 

@@ -1,4 +1,4 @@
-#include "captures/capture_files.h"
+#include "tools/captures/capture_files.h"
 
 #include <algorithm>
 #include <bit>
