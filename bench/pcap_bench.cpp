@@ -2,9 +2,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include "support/temp_dir.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/frame_builder.h"
-#include "support/temp_dir.h"
 #include "utils/pcap/pcap_reader.h"
 
 namespace {

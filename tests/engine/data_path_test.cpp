@@ -5,9 +5,9 @@
 
 #include <random>
 
-#include "tools/captures/sample_flows.h"
 #include "engine/pushed.h"
 #include "engine_error.h"
+#include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
 namespace {

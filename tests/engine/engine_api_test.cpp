@@ -6,8 +6,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "tools/captures/sample_flows.h"
 #include "engine/pushed.h"
+#include "tools/captures/sample_flows.h"
 
 // Each function's own type, so that a call through the library is checked like a direct one.
 #define CALL(name) reinterpret_cast<decltype(&corvo_api_cp_##name)>(symbol("corvo_api_cp_" #name))

@@ -8,10 +8,10 @@
 #include <set>
 #include <sstream>
 
-#include "tools/captures/capture_files.h"
 #include "infra/corvo_json.h"
 #include "infra/corvo_version.h"
 #include "support/daemon.h"
+#include "tools/captures/capture_files.h"
 #include "utils/base64.h"
 
 namespace {

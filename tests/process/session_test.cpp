@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "support/daemon.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
-#include "support/daemon.h"
 
 namespace test {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "support/temp_dir.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
-#include "support/temp_dir.h"
 
 using namespace corvo;
 using test::Bytes;

@@ -3,9 +3,9 @@
 
 #include <random>
 
+#include "support/temp_dir.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
-#include "support/temp_dir.h"
 #include "utils/pcap/pcap_libpcap.h"
 #include "utils/pcap/pcap_reader.h"
 
