@@ -1,0 +1,84 @@
+#pragma once
+// Stack traces in two halves: capturing the addresses, which works inside a signal handler, and resolving
+// them to names and lines, which reads debug information and allocates. Without libdw names come from the
+// symbol tables alone.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace corvo::server {
+
+/** The addresses of a stack, innermost first, in storage that is made once. */
+class FixedTrace {
+ public:
+    static constexpr uint32_t CAPACITY = 1000;
+
+    FixedTrace() : m_frames(std::make_unique<void*[]>(CAPACITY)) {}
+
+    /**
+     * Captures up to `depth` frames below itself and gives their number. Signal-safe once the unwinder has
+     * been used before: `BackwardSig` sees to that. Troubles are texts on standard error, never exceptions.
+     */
+    [[gnu::noinline]] uint32_t load_here(uint32_t depth);
+
+    // What backward-cpp asks of a trace.
+    uint32_t size() const { return m_size; }
+    void* operator[](uint32_t index) const { return m_frames[index]; }
+    void* const* begin() const { return m_frames.get(); }
+    size_t thread_id() const { return 0; }
+
+ private:
+    friend struct TraceWalk;
+    /** Element 0 stands in, with a complaint, for one that doesn't exist. */
+    void*& slot(uint32_t index);
+
+    std::unique_ptr<void*[]> m_frames;
+    uint32_t m_size = 0;
+};
+
+class Backward {
+ public:
+    enum style_e : int { STYLE_GDB = 1 };  ///< any other value gives an empty text
+
+    /** The stack of the caller, for normal context. */
+    static std::string bt(int depth, style_e style);
+    /** Prints 20 frames to standard error. Allocates: only for a dying process, or when a user asks. */
+    static void sig_handler_bt();
+};
+
+/** A trace that is captured in a signal handler and resolved later. */
+class BackwardSig {
+ public:
+    /** Warms up the unwinder. */
+    BackwardSig();
+    /** Signal-safe. */
+    void save_bt();
+    std::string restore_bt(Backward::style_e style);
+
+ private:
+    FixedTrace m_trace;
+};
+
+/** Looks addresses up one at a time. */
+class Resolver {
+ public:
+    struct Symbol {
+        std::string function;
+        std::string file;  ///< of the source, else the object file; may be empty
+        unsigned line = 0;
+    };
+
+    Resolver();
+    Resolver(const Resolver&) = delete;
+    Resolver& operator=(const Resolver&) = delete;
+    ~Resolver();
+
+    Symbol addr2symbol(const void* addr);
+
+ private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace corvo::server
