@@ -44,7 +44,7 @@ class Backward {
     /** The stack of the caller, for normal context. */
     static std::string bt(int depth, style_e style);
     /** Prints 20 frames to standard error. Allocates: only for a dying process, or when a user asks. */
-    static void sig_handler_bt();
+    static void sig_handler_bt() noexcept;
 };
 
 /** A trace that is captured in a signal handler and resolved later. */

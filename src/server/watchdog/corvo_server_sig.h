@@ -83,6 +83,8 @@ class SigHandler {
     /** The same as a C string, empty also while it is being replaced; signal-safe. */
     const char* engine_version() const;
 
+    /** The events directory as text for signal context. */
+    const char* dump_dir() const { return m_dump_dir.get(); }
     const char* machine() const { return m_machine.get(); }
     const char* release() const { return m_release.get(); }
 
@@ -90,7 +92,7 @@ class SigHandler {
     friend SigHandler* get_sig_handler();
     SigHandler();
 
-    static void install_alternate_stack();
+    void install_alternate_stack();
 
     std::shared_ptr<Channel> m_hog_channel;
     /** What handlers use of it: a shared_ptr that is being replaced can't be read. */

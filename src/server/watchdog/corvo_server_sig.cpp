@@ -1,0 +1,438 @@
+#include "server/watchdog/corvo_server_sig.h"
+
+#include <execinfo.h>
+#include <fcntl.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "infra/corvo_channel.h"
+#include "infra/corvo_json.h"
+#include "infra/corvo_logger.h"
+#include "infra/corvo_version.h"
+#include "server/corvo_server.h"
+#include "server/corvo_server_loader.h"
+#include "server/watchdog/corvo_backward.h"
+#include "utils/clock.h"
+#include "utils/unique_fd.h"
+
+namespace corvo::server {
+namespace {
+
+const std::string COMP = "WD";
+
+constexpr mode_t FILE_MODE = 0740;
+constexpr int MAX_FRAMES = 100;
+constexpr unsigned RESOLVE_LIMIT_SEC = 5;
+/** Printing a trace from here reads debug information, so it is far more than a handler needs. */
+constexpr size_t ALTERNATE_STACK_SIZE = 512 * 1024;
+
+/** The signal that the process is dying of. */
+volatile std::sig_atomic_t g_fatal_signum = 0;
+
+std::unique_ptr<char[]> text_buffer(size_t size) {
+    return std::make_unique<char[]>(size);
+}
+
+void copy_cut(char* dst, size_t size, const char* text) {
+    dst[0] = '\0';
+    strncat(dst, text, size - 1);
+}
+
+bool is_fatal(int signum) {
+    switch (signum) {
+        case SIGILL:
+        case SIGABRT:
+        case SIGBUS:
+        case SIGFPE:
+        case SIGSEGV:
+        case SIGSYS:
+            return true;
+        default:
+            return false;
+    }
+}
+
+struct sigaction our_action(int signum, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    for (int masked : SigHandler::reg_sigs())
+        sigaddset(&action.sa_mask, masked);
+    // After a stack overflow there is no room for a handler on the stack that overflowed.
+    if (is_fatal(signum)) action.sa_flags = SA_ONSTACK;
+    return action;
+}
+
+// --- the last moments --------------------------------------------------------------------------------------
+
+/** Ends the process by the signal that it was dying of, whatever is blocked or held just now. */
+void die_at_once(int) {
+    const int signum = g_fatal_signum;
+    struct sigaction by_default {};
+    by_default.sa_handler = SIG_DFL;
+    sigemptyset(&by_default.sa_mask);
+    sigaction(signum, &by_default, nullptr);
+    sigset_t released;
+    sigemptyset(&released);
+    sigaddset(&released, signum);
+    raise(signum);
+    sigprocmask(SIG_UNBLOCK, &released, nullptr);
+}
+
+/**
+ * Resolving uses the heap and hangs if the crash came from inside it. A dead server that hangs would look
+ * alive to everyone but its clients until the kill time-out.
+ */
+void limit_time() {
+    struct sigaction action {};
+    action.sa_handler = die_at_once;
+    action.sa_flags = SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGALRM, &action, nullptr);
+    sigset_t released;
+    sigemptyset(&released);
+    sigaddset(&released, SIGALRM);
+    sigprocmask(SIG_UNBLOCK, &released, nullptr);
+    alarm(RESOLVE_LIMIT_SEC);
+}
+
+void print_stack(const char* signame) {
+    char line[200] = "";
+    unsigned left = sizeof line - 1;
+    add_to_buf(line, "Printing stack trace due to received signal '", left);
+    add_to_buf(line, signame, left);
+    add_to_buf(line, "'\n", left);
+    write_all(STDERR_FILENO, line);
+    Backward::sig_handler_bt();
+}
+
+void on_fatal_signal(int signum) {
+    // What follows may crash in its turn, and `abort` unblocks its own signal to get through.
+    if (g_fatal_signum != 0) {
+        die_at_once(signum);
+        return;
+    }
+    g_fatal_signum = signum;
+    SigHandler::write_sig_report(signum, nullptr);
+    if (Version::g_have_dw && !Version::g_sanitizer) {
+        limit_time();
+        print_stack(signal_description(signum));
+        alarm(0);
+    }
+    SigHandler::unregister_child_sig();
+    raise(signum);
+}
+
+void stop_server(Server::exitcause_e cause) {
+    if (Server::g_ptr) Server::g_ptr->stop(cause);
+    SigHandler::unregister_child_sig();
+}
+
+int uptime() {
+    const Server* server = Server::g_ptr;
+    return server && server->sched() ? server->get_uptime() : 0;
+}
+
+// --- texts of a report -------------------------------------------------------------------------------------
+
+/** Opens a file of the events directory for writing. */
+UniqueFd open_dump(const char* name, const char* extension) {
+    char path[SigHandler::m_path_size] = "";
+    unsigned left = sizeof path - 1;
+    add_to_buf(path, get_sig_handler()->dump_dir(), left);
+    add_to_buf(path, name, left);
+    add_to_buf(path, extension, left);
+    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FILE_MODE));
+}
+
+void add_number(char* dst, int64_t number, unsigned int& left) {
+    add_to_buf(dst, DecimalText(number).c_str(), left);
+}
+
+void add_info(char* dst, CorvoDumpInfo& info, CorvoDumpInfo::InfoFormat format, unsigned int& left) {
+    auto* bytes = reinterpret_cast<unsigned char*>(dst);
+    info.fill();
+    left -= format == CorvoDumpInfo::INFO_JSON ? info.dump_json(bytes, left) : info.dump(bytes, left);
+}
+
+// --- the engine's version ----------------------------------------------------------------------------------
+
+Engine* server_engine() {
+    return Server::g_ptr ? Server::g_ptr->engine() : nullptr;
+}
+
+void engine_state_cb(Engine::state_e state) {
+    CORVO_LOG(DEBUG, COMP, "state changed to %u", static_cast<unsigned>(state));
+    if (state <= Engine::STATE_LOADED) get_sig_handler()->set_engine_version("");
+    if (state != Engine::STATE_ACTIVE) return;
+    Json::Value version;
+    server_engine()->get_version(version);
+    get_sig_handler()->set_engine_version(json::write_line(version));
+}
+
+}  // namespace
+
+void on_ext_signal(int signum) {
+    const int saved_errno = errno;
+    switch (signum) {
+        case SIGINT:
+            stop_server(Server::EXIT_CAUSE_SIGINT);
+            break;
+        case SIGTERM:
+            stop_server(Server::EXIT_CAUSE_SIGTERM);
+            break;
+        case SIGUSR1:
+            get_sig_handler()->on_hog_signal();
+            break;
+        case SIGUSR2:
+            if (Version::g_have_dw) print_stack("ASSERT");
+            break;
+        default:
+            if (is_fatal(signum)) on_fatal_signal(signum);
+            break;
+    }
+    errno = saved_errno;
+}
+
+// --- set-up ------------------------------------------------------------------------------------------------
+
+const std::vector<int>& SigHandler::m_reg_sigs = *new std::vector<int>{
+    SIGINT, SIGTERM, SIGSEGV, SIGUSR1, SIGUSR2, SIGILL, SIGABRT, SIGFPE, SIGBUS, SIGSYS, SIGPIPE};
+std::unordered_map<int, struct sigaction>& SigHandler::m_pre_sigact =
+    *new std::unordered_map<int, struct sigaction>;
+BackwardSig* SigHandler::m_bt = nullptr;
+volatile std::sig_atomic_t SigHandler::m_bt_saved = 0;
+
+SigHandler* get_sig_handler() {
+    static SigHandler* handler = new SigHandler;
+    return handler;
+}
+
+SigHandler::SigHandler()
+    : m_report_buf(text_buffer(m_buf_size)),
+      m_hog_buf(text_buffer(m_buf_size)),
+      m_log_file(text_buffer(m_path_size)),
+      m_dump_dir(text_buffer(m_path_size)),
+      m_machine(text_buffer(m_info_size)),
+      m_release(text_buffer(m_info_size)),
+      m_alternate_stack(new char[ALTERNATE_STACK_SIZE]) {
+    static_assert(std::atomic<const Channel*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+    m_bt = new BackwardSig;
+}
+
+void SigHandler::init(const char* dump_dir, const std::string& log_file) {
+    copy_cut(m_dump_dir.get(), m_path_size, dump_dir);
+    copy_cut(m_log_file.get(), m_path_size, log_file.c_str());
+    init_plat_info();
+    // The first call loads the unwinder's library.
+    void* frame = nullptr;
+    backtrace(&frame, 1);
+}
+
+void SigHandler::init_plat_info() {
+    utsname platform{};
+    uname(&platform);
+    copy_cut(m_machine.get(), m_info_size, (std::string(platform.machine) + " @ 32 bit").c_str());
+    copy_cut(m_release.get(), m_info_size, platform.release);
+}
+
+void SigHandler::install_alternate_stack() {
+    stack_t present{};
+    // A sanitizer has brought its own and would give ours back to the system in its place.
+    if (sigaltstack(nullptr, &present) == 0 && !(present.ss_flags & SS_DISABLE)) return;
+    stack_t stack{};
+    stack.ss_sp = m_alternate_stack.get();
+    stack.ss_size = ALTERNATE_STACK_SIZE;
+    sigaltstack(&stack, nullptr);
+}
+
+void SigHandler::register_child_signals() {
+    get_sig_handler()->install_alternate_stack();
+    // All of the map first: the first handler that runs may read it.
+    for (int signum : m_reg_sigs)
+        sigaction(signum, nullptr, &m_pre_sigact[signum]);
+    for (int signum : m_reg_sigs)
+        update_signal_handler(signum, on_ext_signal);
+}
+
+void SigHandler::unregister_child_sig() {
+    struct sigaction by_default {};
+    by_default.sa_handler = SIG_DFL;
+    for (int signum : m_reg_sigs) {
+        const auto before = m_pre_sigact.find(signum);
+        sigaction(signum, before != m_pre_sigact.end() ? &before->second : &by_default, nullptr);
+    }
+}
+
+void SigHandler::update_signal_handler(int signum, void (*handler)(int)) {
+    const struct sigaction action = our_action(signum, handler);
+    sigaction(signum, &action, nullptr);
+}
+
+std::string SigHandler::get_sig_dump_dir_path() {
+    return get_sig_handler()->m_dump_dir.get();
+}
+
+const std::string& SigHandler::hog_dump_name() {
+    return get_sig_handler()->m_hog_dump_name;
+}
+
+const std::string& SigHandler::dump_prefix() {
+    return get_sig_handler()->m_dump_prefix;
+}
+
+const char* SigHandler::log_file() {
+    const Server* server = Server::g_ptr;
+    return server ? server->options().log_file.c_str() : get_sig_handler()->m_log_file.get();
+}
+
+// --- the report of a signal --------------------------------------------------------------------------------
+
+void SigHandler::dump_traceback(int fd) {
+    void* frames[MAX_FRAMES];
+    backtrace_symbols_fd(frames, backtrace(frames, MAX_FRAMES), fd);
+}
+
+unsigned int SigHandler::dump_server_info_json(char* dst, unsigned int size) {
+    constexpr auto JSON = CorvoDumpInfo::INFO_JSON;
+    InfoVersion version;
+    InfoPlat platform;
+    InfoEngine engine;
+    InfoProcess process;
+    unsigned left = size;
+    add_to_buf(dst, "\"uptime\": ", left);
+    add_number(dst, uptime(), left);
+    add_to_buf(dst, ", ", left);
+    add_info(dst, version, JSON, left);
+    add_to_buf(dst, ", \"platform\": ", left);
+    add_info(dst, platform, JSON, left);
+    add_to_buf(dst, ", \"engine\": ", left);
+    add_info(dst, engine, JSON, left);
+    add_to_buf(dst, ", \"process\": ", left);
+    add_info(dst, process, JSON, left);
+    add_to_buf(dst, ", \"logfile\": \"", left);
+    add_to_buf(dst, log_file(), left);
+    add_to_buf(dst, "\"", left);
+    return left;
+}
+
+unsigned int SigHandler::dump_server_info_plain(char* dst, unsigned int size) {
+    InfoVersion version;
+    InfoPlat platform;
+    InfoEngine engine;
+    InfoProcess process;
+    unsigned left = size;
+    add_to_buf(dst, "uptime (seconds): ", left);
+    add_number(dst, uptime(), left);
+    add_to_buf(dst, "\n", left);
+    for (CorvoDumpInfo* info :
+         {static_cast<CorvoDumpInfo*>(&version), static_cast<CorvoDumpInfo*>(&platform),
+          static_cast<CorvoDumpInfo*>(&engine), static_cast<CorvoDumpInfo*>(&process)}) {
+        add_info(dst, *info, CorvoDumpInfo::INFO_PLAIN, left);
+        add_to_buf(dst, "\n", left);
+    }
+    add_to_buf(dst, "logfile: ", left);
+    add_to_buf(dst, get_sig_handler()->m_log_file.get(), left);
+    add_to_buf(dst, "\n", left);
+    return left;
+}
+
+void SigHandler::write_sig_report(int signum, const char* text) {
+    char* buf = get_sig_handler()->m_report_buf.get();
+    memset(buf, 0, m_buf_size);
+    write_sig_report(buf, m_buf_size, CorvoDumpInfo::INFO_JSON, signum, text);
+}
+
+void SigHandler::write_sig_report(char* buf, unsigned int size, CorvoDumpInfo::InfoFormat format, int signum,
+                                  const char* text) {
+    const bool as_json = format == CorvoDumpInfo::INFO_JSON;
+    const UniqueFd file = open_dump(get_sig_handler()->m_dump_prefix.c_str(), as_json ? "json" : "txt");
+    if (!file) {
+        write_all(STDERR_FILENO, "Couldn't open signal dump file\n");
+        return;
+    }
+    unsigned left = size - 2;
+    add_to_buf(buf, as_json ? "{ \"signal\": \"" : "signal: ", left);
+    add_to_buf(buf, text ? text : signal_description(signum), left);
+    add_to_buf(buf, as_json ? "\", \"time\": " : "time: ", left);
+    add_number(buf, realtime_sec(), left);
+    if (as_json) add_to_buf(buf, ", ", left);
+    left = as_json ? dump_server_info_json(buf, left) : dump_server_info_plain(buf, left);
+    add_to_buf(buf, as_json ? ", \"backtrace\":\"" : "backtrace:\n", left);
+    write_all(file.get(), buf);
+    dump_traceback(file.get());
+    if (as_json) write_all(file.get(), "\"}");
+    fsync(file.get());
+}
+
+// --- hogs --------------------------------------------------------------------------------------------------
+
+void SigHandler::on_hog_signal() {
+    char* buf = m_hog_buf.get();
+    buf[0] = '\0';
+    UniqueFd file = open_dump(m_hog_dump_name.c_str(), "");
+    if (!file) {
+        write_all(STDERR_FILENO, "Couldn't open HOG dump file\n");
+        return;
+    }
+    unsigned left = m_buf_size - 1;
+    add_to_buf(buf, "HOG DETECTED:\n", left);
+    add_to_buf(buf, "time: ", left);
+    add_number(buf, realtime_sec(), left);
+    add_to_buf(buf, "\n", left);
+    add_to_buf(buf, "backtrace: \n", left);
+    write_all(file.get(), buf);
+    dump_traceback(file.get());
+    fsync(file.get());
+    file.reset();
+    save_bt();
+    const Channel* channel = m_hog_push;
+    if (channel) channel->push(m_hog_msg);
+}
+
+void SigHandler::save_bt() {
+    update_signal_handler(SIGUSR1, SIG_IGN);
+    m_bt_saved = 1;
+    m_bt->save_bt();
+}
+
+void SigHandler::restore_bt(std::string& text) {
+    if (m_bt_saved) text = m_bt->restore_bt(Backward::STYLE_GDB);
+    drop_bt();
+}
+
+void SigHandler::drop_bt() {
+    m_bt_saved = 0;
+    update_signal_handler(SIGUSR1, on_ext_signal);
+}
+
+void SigHandler::set_hog_channel(std::shared_ptr<Channel> channel) {
+    m_hog_push = nullptr;
+    m_hog_channel = std::move(channel);
+    m_hog_push = m_hog_channel.get();
+}
+
+// --- the engine's version ----------------------------------------------------------------------------------
+
+void SigHandler::register_state_change_cb() {
+    if (Engine* engine = server_engine()) engine->register_state_cb(engine_state_cb);
+}
+
+void SigHandler::unregister_state_change_cb() {
+    if (Engine* engine = server_engine()) engine->unregister_state_cb(engine_state_cb);
+}
+
+void SigHandler::set_engine_version(const std::string& version) {
+    m_engine_version_valid = false;
+    m_engine_version = version;
+    m_engine_version_valid = true;
+}
+
+const char* SigHandler::engine_version() const {
+    return m_engine_version_valid ? m_engine_version.c_str() : "";
+}
+
+}  // namespace corvo::server
