@@ -1,5 +1,8 @@
 #include "server/watchdog/corvo_server_wd.h"
 
+#include "server/watchdog/corvo_wd_null.h"
+#include "server/watchdog/corvo_wd_real.h"
+
 namespace corvo::server {
 
 WatchDog::WatchDog() : m_instance(std::make_unique<WDNull>()) {}
@@ -7,7 +10,12 @@ WatchDog::~WatchDog() = default;
 
 void WatchDog::init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
                     Logger::logger_level_e level) {
-    m_instance = std::make_unique<WDNull>();
+    // The old instance gives its signal handlers back before the new one takes them.
+    m_instance.reset();
+    if (conf.disabled)
+        m_instance = std::make_unique<WDNull>();
+    else
+        m_instance = std::make_unique<WDReal>();
     m_instance->init(conf, log_file, config_file, level);
 }
 

@@ -1,0 +1,99 @@
+#include "server/watchdog/corvo_wd_real.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "infra/corvo_logger.h"
+#include "infra/corvo_scheduler.h"
+#include "server/watchdog/corvo_heartbeat.h"
+#include "server/watchdog/corvo_server_sig.h"
+#include "server/watchdog/corvo_wd_evidence.h"
+#include "server/watchdog/corvo_wd_signals.h"
+
+namespace corvo::server {
+namespace {
+
+const std::string COMP = "WD";
+
+constexpr unsigned int REPORT_CAPACITY = 100;
+
+/** An earlier child may have left it: after an orderly stop nobody moves it away. */
+void remove_stale(const std::string& path) {
+    if (access(path.c_str(), F_OK) != 0 || remove(path.c_str()) == 0) return;
+    CORVO_LOG(ERROR, COMP, "Failed to remove '%s' [%s]", path.c_str(), strerror(errno));
+}
+
+}  // namespace
+
+WDReal::WDReal() : m_wd_signals(std::begin(WD_SIGNALS), std::end(WD_SIGNALS)) {
+    register_wd_signals();
+}
+
+WDReal::~WDReal() {
+    unregister_wd_signals();
+}
+
+void WDReal::register_wd_signals() {
+    // Without SA_RESTART: a heartbeat or a stop ends the parent's wait.
+    struct sigaction action {};
+    action.sa_handler = signal_handler;
+    for (const int signum : m_wd_signals)
+        sigaddset(&action.sa_mask, signum);
+    for (const int signum : m_wd_signals)
+        sigaction(signum, &action, &m_prev_sigact[signum]);
+}
+
+void WDReal::unregister_wd_signals() {
+    struct sigaction by_default {};
+    by_default.sa_handler = SIG_DFL;
+    for (const int signum : m_wd_signals) {
+        const auto previous = m_prev_sigact.find(signum);
+        unregister_wd_signal(signum, previous == m_prev_sigact.end() ? by_default : previous->second);
+    }
+}
+
+void WDReal::unregister_wd_signal(int signum, const struct sigaction& action) {
+    sigaction(signum, &action, nullptr);
+}
+
+void WDReal::init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
+                  Logger::logger_level_e level) {
+    m_conf = conf;
+    m_log_file = log_file;
+    m_config_file = config_file;
+    m_log_level = level;
+    m_stderr_wait_ms = conf.hog_timeout_ms / 2;
+    launch_wd();
+    CORVO_LOG(DEBUG, COMP, "Real WD initialized");
+}
+
+void WDReal::run(Scheduler* sched) {
+    const std::string hog_dump =
+        std::string(SigHandler::get_sig_dump_dir_path()) + SigHandler::hog_dump_name();
+    const std::string report_file =
+        get_events_dest_dir_name(m_log_file) + "/" + SigHandler::dump_prefix() + "json";
+    if (m_hog_detection) {
+        // With the parent gone nobody empties the pipe: writing to stderr has to fail before it blocks.
+        auto heartbeat = std::make_shared<HeartBeat>(m_conf.hog_timeout_ms, m_parent_pid,
+                                                     [this] { m_stderr_read_end.reset(); });
+        sched->add(heartbeat, 0);
+        CORVO_LOG(DEBUG, COMP, "Heartbeat task added to scheduler with interval of %u ms",
+                  heartbeat->send_interval_ms());
+    } else {
+        CORVO_LOG(DEBUG, COMP, "HOG detection is disabled by configuration");
+    }
+    m_hog_reporter = std::make_unique<HogReporter>(sched, m_sig_events, REPORT_CAPACITY, hog_dump);
+    remove_stale(hog_dump);
+    remove_stale(report_file);
+    SigHandler::register_state_change_cb();
+}
+
+void WDReal::report(int signum, const char* text) const {
+    SigHandler::write_sig_report(signum, text);
+}
+
+}  // namespace corvo::server
