@@ -1,0 +1,139 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <vector>
+
+#include "infra/corvo_scheduler.h"
+#include "infra/corvo_socket_channel.h"
+#include "utils/clock.h"
+#include "utils/unique_fd.h"
+
+namespace test {
+namespace {
+
+using corvo::EVENT_EXPIRE_READY;
+using corvo::EVENT_EXPIRE_TIMEOUT;
+using corvo::EVENT_STATE_READ;
+using corvo::EventRC;
+using corvo::SocketChannel;
+using corvo::SocketChannelPair;
+using corvo::state_e;
+
+TEST(Channel, AMessageOfAnySizeComesOutWhole) {
+    SocketChannelPair pair("pair");
+    for (size_t size : {1, 4096, 100000}) {
+        std::string sent(size, 'x');
+        sent.back() = '\0';
+        ASSERT_EQ(pair.first()->push(sent), corvo::CHANNEL_OK);
+        std::string received = "old";
+        EXPECT_EQ(pair.second()->pop(received, 0), corvo::CHANNEL_OK);
+        EXPECT_EQ(received, sent);
+    }
+}
+
+TEST(Channel, AFullSocketIsToldAtOnce) {
+    SocketChannelPair pair("pair");
+    state_e rc = corvo::CHANNEL_OK;
+    for (int i = 0; i < 100000 && rc == corvo::CHANNEL_OK; ++i)
+        rc = pair.first()->push("x");
+    EXPECT_EQ(rc, corvo::CHANNEL_SEND_AGAIN);
+}
+
+TEST(Channel, AnEmptySocketMakesNobodyWaitUnlessAsked) {
+    SocketChannelPair pair("pair");
+    std::string msg = "kept";
+    EXPECT_EQ(pair.first()->pop(msg, 0), corvo::CHANNEL_RECV_AGAIN);
+    EXPECT_EQ(msg, "kept");
+}
+
+TEST(Channel, SignalsDoNotLengthenAWait) {
+    SocketChannelPair pair("pair");
+    struct sigaction ignore_it {
+    }, before{};
+    ignore_it.sa_handler = [](int) {};
+    sigaction(SIGALRM, &ignore_it, &before);
+    const itimerval every_10_ms = {{0, 10000}, {0, 10000}};
+    setitimer(ITIMER_REAL, &every_10_ms, nullptr);
+    const uint64_t start_ms = corvo::monotonic_ms();
+    std::string msg;
+    EXPECT_EQ(pair.first()->pop(msg, 100), corvo::CHANNEL_TIMEOUT);
+    const uint64_t took_ms = corvo::monotonic_ms() - start_ms;
+    const itimerval off{};
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_GE(took_ms, 99u);
+    EXPECT_LT(took_ms, 5000u);
+}
+
+TEST(Channel, OneFiringServesAllThatWaitsAndSendsTheReplies) {
+    corvo::Scheduler sched;
+    SocketChannelPair pair("pair");
+    std::vector<std::string> seen;
+    pair.first()->set_handler([&](state_e state, const std::string& in, std::string& out) {
+        EXPECT_EQ(state, corvo::CHANNEL_OK);
+        seen.push_back(in);
+        if (in == "question") out = "answer";
+    });
+    sched.add(pair.first(), EVENT_STATE_READ, 0);
+    pair.second()->push("question");
+    pair.second()->push("remark");
+    sched.step();
+    EXPECT_EQ(seen, (std::vector<std::string>{"question", "remark"}));
+    std::string reply;
+    EXPECT_EQ(pair.second()->pop(reply, 0), corvo::CHANNEL_OK);
+    EXPECT_EQ(reply, "answer");
+    EXPECT_EQ(pair.second()->pop(reply, 0), corvo::CHANNEL_RECV_AGAIN);
+    EXPECT_TRUE(sched.exists(pair.first().get()));
+    sched.remove(pair.first().get());
+}
+
+TEST(Channel, APeerThatIsGoneIsBrokenWithoutASignal) {
+    int fds[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, fds), 0);
+    corvo::UniqueFd ours(fds[0]);
+    close(fds[1]);
+    SocketChannel channel("alone", ours.get(), {}, 0);
+    EXPECT_EQ(channel.push("x"), corvo::CHANNEL_BROKEN);
+}
+
+TEST(Channel, AnEmptyMessageClosesTheEvent) {
+    SocketChannelPair pair("pair");
+    std::vector<state_e> seen;
+    pair.first()->set_handler([&](state_e state, const std::string& in, std::string&) {
+        EXPECT_EQ(in, state == corvo::CHANNEL_OK ? "last words" : "");
+        seen.push_back(state);
+    });
+    pair.second()->push("last words");
+    pair.second()->push("");
+    EXPECT_EQ(pair.first()->do_work(EVENT_EXPIRE_READY).action, EventRC::ACTION_DONE);
+    EXPECT_EQ(seen, (std::vector<state_e>{corvo::CHANNEL_OK, corvo::CHANNEL_CLOSED}));
+}
+
+TEST(Channel, ATimeOutIsToldAndArmedAnew) {
+    SocketChannel channel("timed", 99, {}, 70);
+    EXPECT_THROW(channel.do_work(EVENT_EXPIRE_TIMEOUT), std::bad_function_call);
+    state_e seen = corvo::CHANNEL_OK;
+    channel.set_handler([&](state_e state, const std::string&, std::string&) { seen = state; });
+    const EventRC rc = channel.do_work(EVENT_EXPIRE_TIMEOUT);
+    EXPECT_EQ(seen, corvo::CHANNEL_TIMEOUT);
+    EXPECT_EQ(rc.action, EventRC::ACTION_REARM);
+    EXPECT_EQ(rc.timeout_ms, 70u);
+}
+
+TEST(Channel, APairTakesItsDescriptorsWithItAndNoProgramThatIsStartedInheritsThem) {
+    auto pair = std::make_unique<SocketChannelPair>("pair");
+    const int fds[] = {pair->first()->fd(), pair->second()->fd()};
+    for (int fd : fds) {
+        EXPECT_GT(fd, 2);
+        EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+    }
+    pair.reset();
+    for (int fd : fds)
+        EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+}
+
+}  // namespace
+}  // namespace test
