@@ -1,0 +1,190 @@
+#include "server/watchdog/corvo_signal_report.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+
+#include "infra/corvo_version.h"
+#include "server/watchdog/sig_fixture.h"
+#include "server/watchdog/signal_trap.h"
+
+namespace test {
+namespace {
+
+using corvo::Version;
+using corvo::server::add_to_buf;
+using corvo::server::CorvoDumpInfo;
+using corvo::server::DecimalText;
+using corvo::server::get_sig_handler;
+using corvo::server::InfoEngine;
+using corvo::server::InfoProcess;
+using corvo::server::on_ext_signal;
+using corvo::server::SigHandler;
+using corvo::server::SignalReport;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+TEST(SignalTrap, TheTrapOfTheseTestsBites) {
+    if (Version::g_sanitizer) GTEST_SKIP() << "a sanitizer has its own heap";
+    EXPECT_DEATH(
+        {
+            const SignalTrap trap;
+            void* volatile p = malloc(1);
+            free(p);
+        },
+        "not signal-safe: malloc");
+}
+
+TEST(SigText, NumbersOfAllSizesAreWrittenOut) {
+    for (int64_t number : {int64_t{0}, int64_t{-1}, int64_t{1700000000}, std::numeric_limits<int64_t>::min(),
+                           std::numeric_limits<int64_t>::max()})
+        EXPECT_EQ(DecimalText(number).c_str(), std::to_string(number));
+}
+
+TEST(SigText, WhatDoesNotFitIsLeftOutAsAWhole) {
+    char buf[8] = "";
+    unsigned left = 5;
+    EXPECT_TRUE(add_to_buf(buf, "abc", left));
+    EXPECT_FALSE(add_to_buf(buf, "def", left));
+    EXPECT_TRUE(add_to_buf(buf, "gh", left));
+    EXPECT_STREQ(buf, "abcgh");
+    EXPECT_EQ(left, 0u);
+}
+
+TEST(Info, ARecordStopsAtTheFirstPieceThatDoesNotFitAndTellsWhatItUsed) {
+    InfoEngine engine;
+    const std::string full = R"({ "mode": "", "state": "not loaded"})";
+    for (unsigned size : {0u, 11u, 13u, static_cast<unsigned>(full.size())}) {
+        unsigned char buf[100] = "before:";
+        const unsigned used = engine.dump_json(buf, size);
+        const std::string text = reinterpret_cast<char*>(buf);
+        EXPECT_LE(used, size);
+        EXPECT_EQ(text.size(), 7 + used);
+        EXPECT_THAT("before:" + full, StartsWith(text));
+    }
+    EXPECT_STREQ(InfoEngine::eng_state_to_str(3), "activated (attached)");
+    EXPECT_STREQ(InfoEngine::eng_state_to_str(4), "unknown state");
+}
+
+class SigReport : public SigTest {
+ public:
+    static std::string server_info() {
+        std::string version = Version::g_version;
+        if (Version::g_is_optimized) version += " optimized ";
+        if (Version::g_sanitizer) version += "sanitized";
+        return R"(, "uptime": 0, "version": ")" + version + R"(", "platform": { "machine": " )" +
+               get_sig_handler()->machine() + R"(", "release": ")" + get_sig_handler()->release() +
+               R"("}, "engine": { "mode": "", "state": "not loaded"}, "process": { "pid": )" +
+               std::to_string(getpid()) + R"(}, "logfile": ")" + SigHandler::log_file() +
+               R"(", "backtrace":")";
+    }
+};
+
+TEST_F(SigReport, IsWrittenWithoutHeapStdioOrLocks) {
+    {
+        const SignalTrap trap;
+        SigHandler::write_sig_report(SIGSEGV, nullptr);
+    }
+    const std::string text = report();
+    EXPECT_THAT(text, StartsWith(R"({ "signal": "Segmentation fault", "time": )"));
+    EXPECT_THAT(text, HasSubstr(server_info()));
+    EXPECT_THAT(text, HasSubstr("test_watchdog"));  // of the stack
+    EXPECT_THAT(text, EndsWith("\n\"}"));
+    EXPECT_THAT(get_sig_handler()->machine(), EndsWith(" @ 32 bit"));
+}
+
+TEST_F(SigReport, ATextThatIsTooLongCostsOnlyItself) {
+    const std::string text(5000, 'x');
+    {
+        const SignalTrap trap;
+        SigHandler::write_sig_report(0, text.c_str());
+    }
+    EXPECT_THAT(report(), StartsWith(R"({ "signal": "", "time": )"));
+    EXPECT_THAT(report(), HasSubstr(server_info()));
+}
+
+TEST_F(SigReport, ASmallBufferIsNeverOverrun) {
+    char buf[64] = "";
+    buf[60] = '#';
+    SigHandler::write_sig_report(buf, 60, CorvoDumpInfo::INFO_JSON, 0, "a text that takes all the room");
+    EXPECT_EQ(buf[60], '#');
+    EXPECT_THAT(report(), StartsWith(R"({ "signal": "a text that takes all the room", "time": )"));
+    EXPECT_THAT(report(), EndsWith("\n\"}"));
+}
+
+TEST_F(SigReport, ThePlainFormatIsAFileOfItsOwn) {
+    char buf[4096] = "";
+    SigHandler::write_sig_report(buf, sizeof buf, CorvoDumpInfo::INFO_PLAIN, SIGBUS, nullptr);
+    const std::string text = read_file(m_dir.file("cvdump.txt"));
+    EXPECT_THAT(text, StartsWith("signal: Bus errortime: "));
+    EXPECT_THAT(text, HasSubstr("uptime (seconds): 0\nversion: "));
+    EXPECT_THAT(text, HasSubstr("mode: ; state: not loaded\npid: " + std::to_string(getpid()) +
+                                "\nlogfile: " + m_dir.file("log") + "\nbacktrace:\n"));
+}
+
+TEST_F(SigReport, AMissingDirectoryIsOneLineOnStandardError) {
+    get_sig_handler()->init("/nowhere/", "");
+    testing::internal::CaptureStderr();
+    SigHandler::write_sig_report(SIGSEGV, nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Couldn't open signal dump file\n");
+}
+
+TEST_F(SigReport, InMemoryItHoldsWhatIsJsonAndLeavesOutTheRest) {
+    SignalReport whole;
+    const Json::Value all = whole.to_json();
+    EXPECT_EQ(all["process"]["pid"].asInt(), getpid());
+    EXPECT_EQ(all["engine"]["state"].asString(), "not loaded");
+    EXPECT_THAT(all["version"].asString(), StartsWith(Version::g_version));
+    EXPECT_EQ(all["platform"]["release"].asString(), get_sig_handler()->release());
+
+    whole.dump_info_engine(CorvoDumpInfo::INFO_PLAIN);
+    EXPECT_FALSE(whole.to_json().isMember("engine"));
+}
+
+TEST_F(SigReport, SignalsBlockEachOtherAndFatalOnesHaveAStackOfTheirOwn) {
+    const RegisteredSignals registered;
+    for (int signum : SigHandler::reg_sigs()) {
+        SCOPED_TRACE(signum);
+        const struct sigaction action = action_of(signum);
+        EXPECT_EQ(action.sa_handler, on_ext_signal);
+        for (int masked : SigHandler::reg_sigs())
+            EXPECT_TRUE(sigismember(&action.sa_mask, masked));
+        const bool fatal = signum == SIGSEGV || signum == SIGILL || signum == SIGABRT || signum == SIGFPE ||
+                           signum == SIGBUS || signum == SIGSYS;
+        EXPECT_EQ(action.sa_flags & (SA_ONSTACK | SA_RESTART | SA_NODEFER | SA_RESETHAND),
+                  fatal ? SA_ONSTACK : 0);
+    }
+    stack_t stack{};
+    sigaltstack(nullptr, &stack);
+    EXPECT_FALSE(stack.ss_flags & SS_DISABLE);
+}
+
+TEST_F(SigReport, AStopSignalGivesAllSignalsBack) {
+    struct sigaction own {
+    }, before{};
+    own.sa_handler = [](int) {};
+    sigaction(SIGTERM, &own, &before);
+    {
+        const RegisteredSignals registered;
+        errno = EXDEV;
+        {
+            const SignalTrap trap;
+            raise(SIGPIPE);
+            raise(SIGTERM);
+        }
+        EXPECT_EQ(errno, EXDEV);
+        EXPECT_EQ(action_of(SIGTERM).sa_handler, own.sa_handler);
+        EXPECT_EQ(action_of(SIGUSR1).sa_handler, SIG_DFL);
+    }
+    sigaction(SIGTERM, &before, nullptr);
+    EXPECT_EQ(report(), "");
+}
+
+}  // namespace
+}  // namespace test
