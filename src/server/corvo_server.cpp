@@ -11,6 +11,7 @@
 #include "server/corvo_server_config.h"
 #include "server/corvo_server_daemonize.h"
 #include "server/corvo_server_defaults.h"
+#include "server/corvo_server_loader_km.h"
 #include "server/corvo_server_loader_us.h"
 #include "server/corvo_server_tasks.h"
 #include "server/rpc/core/corvo_rpc_core.h"
@@ -153,8 +154,13 @@ void Server::log_destination() const {
 }
 
 void Server::create_engine() {
-    CORVO_LOG(INFO, COMP, "Configured in: 'userspace mode'");
-    m_engine = std::make_unique<EngineUS>(*m_sched);
+    if (m_options.mode == Options::MODE_KERNEL) {
+        CORVO_LOG(INFO, COMP, "Configured in: 'kernel mode'");
+        m_engine = std::make_unique<EngineKM>(*m_sched);
+    } else {
+        CORVO_LOG(INFO, COMP, "Configured in: 'userspace mode'");
+        m_engine = std::make_unique<EngineUS>(*m_sched);
+    }
 }
 
 void Server::log_banner() const {

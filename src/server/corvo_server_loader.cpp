@@ -147,9 +147,9 @@ const char* engine_state_to_str(Engine::state_e state) {
 void Engine::load_engine(const std::string& path, const api::InitConfig& config) {
     if (m_state != STATE_UNLOADED) throw Exception("corvo is already loaded");
     CORVO_LOG(INFO, COMP, "Loading corvo engine");
+    load_engine_int(path, true);
     bool initialised = false;
     try {
-        load_engine_int(path, true);
         load_syms();
         call([&](std::string& err) { m_api.init(config, err); });
         initialised = true;
@@ -160,6 +160,22 @@ void Engine::load_engine(const std::string& path, const api::InitConfig& config)
         release_after_failed_load(initialised);
         throw;
     }
+}
+
+void Engine::open_library(const std::string& dir, const LibraryTexts& texts) {
+    if (m_handle) return;
+    CORVO_LOG_TEXT(DEBUG, COMP, texts.loading);
+    m_handle = dlopen((dir + "/" + texts.file).c_str(), RTLD_NOW);
+    if (m_handle) return;
+    const char* reason = dlerror();
+    throw Exception(std::string(texts.failure) + (reason ? reason : "no reason given"));
+}
+
+void Engine::close_library(const LibraryTexts& texts) {
+    if (!m_handle) return;
+    CORVO_LOG_TEXT(DEBUG, COMP, texts.unloading);
+    dlclose(m_handle);
+    m_handle = nullptr;
 }
 
 void Engine::load_syms() {

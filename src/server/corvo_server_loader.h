@@ -49,6 +49,14 @@ class EngineEvent : public Event {
     Engine* m_engine;
 };
 
+/** How a kind of engine names its library, in the file system and in the log. */
+struct LibraryTexts {
+    const char* file;       ///< in the engine's directory
+    const char* loading;    ///< debug line
+    const char* unloading;  ///< debug line
+    const char* failure;    ///< comes before the reason that the linker gives
+};
+
 class Engine {
  public:
     enum state_e : uint32_t {
@@ -151,10 +159,17 @@ class Engine {
                            bool extended, PktInfo& info);
 
  protected:
-    /** Opens the library and stores its handle in `m_handle`. `mt`: with memory tracing. */
+    /**
+     * Opens the library and stores its handle in `m_handle`. `mt`: with memory tracing. If it throws, it has
+     * undone what it did: `unload_engine_int` is called only after a success.
+     */
     virtual void load_engine_int(const std::string& path, bool mt) = 0;
     /** Closes the library. If it throws, the library is closed and `m_handle` null all the same. */
     virtual void unload_engine_int() = 0;
+
+    /** Opens the library in `dir` into `m_handle`, unless one is open. */
+    void open_library(const std::string& dir, const LibraryTexts& texts);
+    void close_library(const LibraryTexts& texts);
 
     void* m_handle = nullptr;  ///< of dlopen
     std::string m_path;        ///< directory the library was loaded from; empty while unloaded

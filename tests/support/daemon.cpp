@@ -77,6 +77,7 @@ void Daemon::exec_child(const DaemonSetup& setup, const std::vector<std::string>
     for (const std::string& arg : args)
         argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);
+    if (setup.before_exec) setup.before_exec();
     execv(argv[0], argv.data());
     _exit(127);
 }

@@ -4,6 +4,7 @@
 #include <json/value.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,7 +15,7 @@
 namespace test {
 
 struct DaemonSetup {
-    std::vector<std::string> args = {};             ///< behind -m us -s … -l …
+    std::vector<std::string> args = {};             ///< behind -m … -s … -l …
     std::string engine_dir = {};                    ///< made reachable as ../lib; empty: no engine there
     std::map<std::string, std::string> env = {};    ///< added to the environment
     std::map<std::string, std::string> files = {};  ///< name and content, put into the working directory
@@ -22,7 +23,8 @@ struct DaemonSetup {
     bool watchdog = false;   ///< false adds --wd_disable
     bool wait_ready = true;  ///< until `ping` is answered
     std::string mode = "us";
-    std::string log_file = {};  ///< empty: `log` in the test's folder
+    std::string log_file = {};               ///< empty: `log` in the test's folder
+    std::function<void()> before_exec = {};  ///< runs last in the new process; system calls only
 };
 
 class Daemon {
