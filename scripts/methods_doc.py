@@ -1,0 +1,161 @@
+#!/usr/bin/env python3
+"""Writes docs/methods.md, the methods for people, from docs/openrpc.json, the methods for programs.
+
+With --check it writes nothing and ends with 1 if the page isn't what the document gives.
+"""
+import json
+import pathlib
+import sys
+
+DOCS = pathlib.Path(__file__).resolve().parent.parent / "docs"
+PAGE = DOCS / "methods.md"
+BITS = {2**bits - 1: f"uint{bits}" for bits in (8, 16, 32, 64)}
+
+
+def text(value):
+    return json.dumps(value, ensure_ascii=False)
+
+
+def type_of(schema):
+    if "enum" in schema:
+        return ", ".join(text(word) for word in schema["enum"])
+    kind = schema.get("type", "any")
+    if kind == "array":
+        inner = schema["items"]
+        return "array" if inner.get("type", "object") == "object" else f"array of {type_of(inner)}"
+    if kind == "object" and isinstance(schema.get("additionalProperties"), dict):
+        return f"object of {type_of(schema['additionalProperties'])}"
+    return BITS.get(schema.get("maximum"), kind)
+
+
+def members(schema, path=""):
+    """Path, schema and whether it is always there, of all that a value holds, variants included."""
+    inner = schema.get("items", schema)
+    path += "[]" if "items" in schema else ""
+    for name, member in inner.get("properties", {}).items():
+        where = f"{path}.{name}" if path else name
+        yield where, member, name in inner.get("required", [])
+        yield from members(member, where)
+
+
+def cell(words):
+    return words.replace("|", "\\|")
+
+
+def table(head, rows):
+    yield "| " + " | ".join(head) + " |"
+    yield "|" + "---|" * len(head)
+    for row in rows:
+        yield "| " + " | ".join(cell(words) for words in row) + " |"
+    yield ""
+
+
+def needed(required, when=None):
+    conditions = [f"`{name}` {' or '.join(map(text, words))}" for name, words in (when or {}).items()]
+    return "yes" if required else "with " + ", ".join(conditions) if conditions else ""
+
+
+def param_rows(method):
+    for param in method["params"]:
+        schema = param["schema"]
+        default = text(schema["default"]) if "default" in schema else ""
+        yield (f"`{param['name']}`", type_of(schema), needed(param["required"], param.get("x-required-when")), default,
+               param["description"])
+        yield from nested_rows(schema, param["name"])
+
+
+def nested_rows(schema, path):
+    variants = schema.get("oneOf", [])
+    shared = schema.get("properties", {})
+    for part in [schema, *variants]:
+        # A variant is told by the word that picks it.
+        told = [name for name, member in part.get("properties", {}).items() if name in shared and "enum" in member]
+        when = {f"{path}.{name}": part["properties"][name]["enum"] for name in told} if part in variants else {}
+        for where, member, required in members(part, path):
+            if where in when:
+                continue
+            name = where.rsplit(".", 1)[1]
+            need = needed(False, when) if required and when else needed(name in part.get("required", []))
+            description = member.get("description", "")
+            default = text(member["default"]) if "default" in member else ""
+            yield f"`{where}`", type_of(member), need, default, description
+
+
+def result_lines(schema):
+    variants = schema.get("oneOf", [schema])
+    for variant in variants:
+        rows = [(f"`{where}`", type_of(member) + ("" if always else ", not always"), member.get("description", ""))
+                for where, member, always in members(variant)]
+        said = variant.get("description", "")
+        kind = "empty object" if variant.get("type") == "object" and not rows else type_of(variant)
+        yield f"Result: {kind}" + (f" ({said})" if said else "") + (":" if rows else ".")
+        yield ""
+        if rows:
+            yield from table(("member", "type", "meaning"), rows)
+
+
+def example_lines(example):
+    request = {param["name"]: param["value"] for param in example["params"]}
+    states = example.get("x-states")
+    yield example["name"] + (f" ({', '.join(states)})" if states else "")
+    yield "  > " + (text(request) if request else "no params")
+    if "x-error" in example:
+        yield f"  < error {example['x-error']['code']}: {example['x-error']['specific_err']}"
+    else:
+        yield "  < " + text(example["result"]["value"]) + (" (varies)" if example.get("x-varies") else "")
+
+
+def method_lines(method, errors):
+    yield f"## {method['name']}"
+    yield ""
+    yield " ".join([method["summary"], method.get("description", "")]).strip()
+    yield ""
+    if method["params"]:
+        yield from table(("parameter", "type", "required", "default", "meaning"), param_rows(method))
+    yield from result_lines(method["result"]["schema"])
+    codes = [str(errors[error["$ref"].rsplit("/", 1)[1]]["code"]) for error in method.get("errors", [])]
+    yield f"Errors: {', '.join(codes)}." if codes else "It has no errors of its own."
+    yield ""
+    yield "```"
+    for example in method["examples"]:
+        yield from example_lines(example)
+    yield "```"
+    yield ""
+
+
+def page_lines(document):
+    yield "<!-- Made by scripts/methods_doc.py from openrpc.json: change that. -->"
+    yield "# Methods"
+    yield ""
+    yield document["info"]["description"]
+    yield ""
+    yield ("The same for programs: `openrpc.json`. Examples were run with a stand-in engine: what they show of an "
+           "engine's own answers is an illustration. Where one names engine states, it gives this answer only in them.")
+    yield ""
+    yield ", ".join(f"[{method['name']}](#{method['name']})" for method in document["methods"])
+    yield ""
+    yield "## Messages"
+    yield ""
+    for name, schema in document["components"]["schemas"].items():
+        yield f"{name}:"
+        yield ""
+        yield from table(("member", "type", "meaning"),
+                         ((f"`{where}`", type_of(member) + ("" if always else ", optional"),
+                           member.get("description", "")) for where, member, always in members(schema)))
+    errors = document["components"]["errors"]
+    yield from table(("code", "message", "when"),
+                     ((str(error["code"]), error["message"], document["x-errors"][name]["when"])
+                      for name, error in errors.items()))
+    for method in document["methods"]:
+        yield from method_lines(method, errors)
+
+
+def main():
+    page = "\n".join(page_lines(json.loads((DOCS / "openrpc.json").read_text()))).rstrip() + "\n"
+    if sys.argv[1:] != ["--check"]:
+        PAGE.write_text(page)
+    elif PAGE.read_text() != page:
+        sys.exit("docs/methods.md isn't what docs/openrpc.json gives: run scripts/methods_doc.py")
+
+
+main()

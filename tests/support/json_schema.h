@@ -1,0 +1,13 @@
+#pragma once
+// JSON Schema, as far as docs/openrpc.json uses it.
+
+#include <json/value.h>
+
+namespace test {
+
+/** Numbers below 0 have no place in these schemas. @throws std::logic_error for an unknown keyword */
+bool validates(const Json::Value& schema, const Json::Value& value);
+/** Whether an array holds the value. */
+bool contains(const Json::Value& list, const Json::Value& value);
+
+}  // namespace test
