@@ -5,11 +5,14 @@
 #include <fcntl.h>
 #include <json/reader.h>
 #include <json/writer.h>
+#include <malloc.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <optional>
 #include <sstream>
@@ -45,14 +48,66 @@ void log_call(const std::string& name, const std::string& args) {
     close(fd);
 }
 
+volatile bool g_deeper = true;
+
+void overflow_stack() {
+    volatile char frame[4096];
+    frame[0] = 1;
+    if (g_deeper) overflow_stack();
+    frame[1] = frame[0];  // no tail call
+}
+
+/** Ends the process by the C library's own check, which finds the end of the heap overwritten. */
+void corrupt_heap() {
+    char* volatile last = nullptr;
+    for (int i = 0; i < 20; ++i)
+        last = static_cast<char*>(malloc(100000));
+    *reinterpret_cast<volatile size_t*>(last + malloc_usable_size(last)) = SIZE_MAX;
+    while (true)
+        last = static_cast<char*>(malloc(100000));
+}
+
+/** The same while the heap's lock is held: the C library takes no locks until there was a thread. */
+void crash_in_locked_heap() {
+    pthread_t thread;
+    pthread_create(
+        &thread, nullptr, [](void* nothing) { return nothing; }, nullptr);
+    pthread_join(thread, nullptr);
+    corrupt_heap();
+}
+
+struct Crash {
+    const char* kind;
+    void (*run)();
+};
+constexpr Crash CRASHES[] = {
+    {"segv", [] { raise(SIGSEGV); }},
+    {"ill", [] { raise(SIGILL); }},
+    {"fpe", [] { raise(SIGFPE); }},
+    {"bus", [] { raise(SIGBUS); }},
+    {"sys", [] { raise(SIGSYS); }},
+    {"null",
+     [] {
+         volatile int* volatile nowhere = nullptr;
+         *nowhere = 1;
+     }},
+    {"overflow", overflow_stack},
+    {"heap", corrupt_heap},
+    {"inmalloc", crash_in_locked_heap},
+    {"throw", [] { throw std::runtime_error("scripted exception"); }},
+    {"hang",
+     [] {
+         while (true)
+             pause();
+     }},
+};
+
 [[noreturn]] void crash(const std::string& how) {
     const std::vector<std::string> words = split_words(how);
     const std::string kind = words.empty() ? "abort" : words[0];
-    if (kind == "segv") raise(SIGSEGV);
     if (kind == "exit") _exit(words.size() > 1 ? std::stoi(words[1]) : 1);
-    if (kind == "throw") throw std::runtime_error("scripted exception");
-    while (kind == "hang")
-        pause();
+    for (const Crash& known : CRASHES)
+        if (kind == known.kind) known.run();
     abort();
 }
 
