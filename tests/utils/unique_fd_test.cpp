@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace corvo {
@@ -10,19 +9,14 @@ namespace {
 
 // In a child of its own, since the standard descriptors of a test belong to its runner.
 TEST(LiftFd, NeverLeavesADescriptorAmongTheStandardOnes) {
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
+    auto lifts = [] {
         close(0);
         close(1);
         int low = open("/dev/null", O_RDONLY | O_CLOEXEC);
         int high = lift_fd(low);
-        bool ok = low == 0 && high > 2 && (fcntl(high, F_GETFD) & FD_CLOEXEC) != 0 && fcntl(0, F_GETFD) == -1;
-        _exit(ok ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
+        return low == 0 && high > 2 && (fcntl(high, F_GETFD) & FD_CLOEXEC) != 0 && fcntl(0, F_GETFD) == -1;
+    };
+    EXPECT_EXIT(_exit(lifts() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(UniqueFd, ClosesWhatItOwnsAndNothingElse) {

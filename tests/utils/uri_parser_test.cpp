@@ -6,37 +6,31 @@ namespace corvo {
 namespace {
 
 TEST(URIParser, KeepsWhatWasFoundBeforeTheFirstFault) {
-    struct {
-        const char* uri;
-        bool valid;
-        const char* protocol;
-        const char* server;
-        uint32_t port;
-        URIParser::server_type_e type;
-    } const cases[] = {
-        {"http://host-1.example:8080", true, "http", "host-1.example", 8080, URIParser::SERVER_NAME},
-        {"tcp://10.0.0.1:65534", true, "tcp", "10.0.0.1", 65534, URIParser::SERVER_IPV4},
-        {"tcp://:1", true, "tcp", "", 1, URIParser::SERVER_NAME},
-        {"no protocol:80", false, "", "", 0, URIParser::SERVER_IPV4},
-        {"tcp://host", false, "tcp", "", 0, URIParser::SERVER_IPV4},
-        {"://host:80", false, "", "host", 80, URIParser::SERVER_IPV4},
-        {"tcp://host_1:80", false, "tcp", "host_1", 80, URIParser::SERVER_IPV4},
-        {"tcp://host:80x", false, "tcp", "host", 80, URIParser::SERVER_IPV4},
-        {"tcp://host:", false, "tcp", "host", 0, URIParser::SERVER_IPV4},
-        {"tcp://host:0", false, "tcp", "host", 0, URIParser::SERVER_NAME},
-        {"tcp://host:65535", false, "tcp", "host", 65535, URIParser::SERVER_NAME},
-        // Numbers that modulo 32 or 64 bits are port 80.
-        {"tcp://host:4294967376", false, "tcp", "host", 0, URIParser::SERVER_IPV4},
-        {"tcp://host:-18446744073709551536", false, "tcp", "host", 0, URIParser::SERVER_IPV4},
-        {"tcp://host:18446744073709551696", false, "tcp", "host", 0, URIParser::SERVER_IPV4},
-    };
-    for (const auto& c : cases) {
-        URIParser uri(c.uri);
-        EXPECT_EQ(uri.valid(), c.valid) << c.uri;
-        EXPECT_EQ(uri.protocol(), c.protocol) << c.uri;
-        EXPECT_EQ(uri.server(), c.server) << c.uri;
-        EXPECT_EQ(uri.port(), c.port) << c.uri;
-        EXPECT_EQ(uri.server_type(), c.type) << c.uri;
+    constexpr auto NAME = URIParser::SERVER_NAME;
+    constexpr auto IPV4 = URIParser::SERVER_IPV4;
+    const std::tuple<const char*, bool, std::string, std::string, uint32_t, URIParser::server_type_e>
+        cases[] = {
+            {"http://host-1.example:8080", true, "http", "host-1.example", 8080, NAME},
+            {"tcp://10.0.0.1:65534", true, "tcp", "10.0.0.1", 65534, IPV4},
+            {"tcp://:1", true, "tcp", "", 1, NAME},
+            {"no protocol:80", false, "", "", 0, IPV4},
+            {"tcp://host", false, "tcp", "", 0, IPV4},
+            {"://host:80", false, "", "host", 80, IPV4},
+            {"tcp://host_1:80", false, "tcp", "host_1", 80, IPV4},
+            {"tcp://host:80x", false, "tcp", "host", 80, IPV4},
+            {"tcp://host:", false, "tcp", "host", 0, IPV4},
+            {"tcp://host:0", false, "tcp", "host", 0, NAME},
+            {"tcp://host:65535", false, "tcp", "host", 65535, NAME},
+            // Numbers that modulo 32 or 64 bits are port 80.
+            {"tcp://host:4294967376", false, "tcp", "host", 0, IPV4},
+            {"tcp://host:-18446744073709551536", false, "tcp", "host", 0, IPV4},
+            {"tcp://host:18446744073709551696", false, "tcp", "host", 0, IPV4},
+        };
+    for (const auto& expected : cases) {
+        const char* text = std::get<0>(expected);
+        const URIParser uri(text);
+        EXPECT_EQ(std::tuple(text, uri.valid(), uri.protocol(), uri.server(), uri.port(), uri.server_type()),
+                  expected);
     }
 }
 

@@ -71,6 +71,7 @@ class Pcap : public testing::Test {
     }
 
     test::TempDir m_dir;
+    CCapPkt m_pkt;
 };
 
 using Sizes = std::vector<size_t>;
@@ -84,8 +85,8 @@ TEST_F(Pcap, WhatIsWrittenInEitherByteOrderIsReadBack) {
         expected.push_back({test::frame_time_usec(i), frames[i]});
     test::write_pcap(m_dir.file("native"), frames);
     test::write_swapped_pcap(m_dir.file("swapped"), frames);
-    EXPECT_EQ(read_all(m_dir.file("native")), expected);
-    EXPECT_EQ(read_all(m_dir.file("swapped")), expected);
+    for (const char* name : {"native", "swapped"})
+        EXPECT_EQ(read_all(m_dir.file(name)), expected) << name;
 }
 
 TEST_F(Pcap, RecordsEndWhereTheirHeadersSay) {
@@ -103,34 +104,34 @@ TEST_F(Pcap, AFrameThatIsCutOffLeavesAnEmptyPacket) {
     LibPCapReader reader;
     ASSERT_TRUE(reader.Create(
         m_dir.write("cut", PcapText().header().record(40, 40, 40, 'a').record(40, 40, 39, 'b')).c_str(), 0));
-    CCapPkt pkt;
-    EXPECT_EQ(read_all(reader, pkt).size(), 1U);
-    EXPECT_EQ(pkt.GetPktLen(), 0);
+    EXPECT_EQ(read_all(reader, m_pkt).size(), 1U);
+    EXPECT_EQ(m_pkt.GetPktLen(), 0);
     EXPECT_FALSE(reader.ReadPacket(nullptr));
 }
 
 TEST_F(Pcap, CountingSkipsFramesAndStartsOver) {
     LibPCapReader reader;
-    CCapPkt pkt;
-    EXPECT_EQ(reader.readNumOfPackets(&pkt), 0U);
-    PcapText text;
-    text.header().record(30, 20, 30, 'a').record(5, 50, 5, 'b').record(7, 7, 7, 'c').words({1, 2, 3});
+    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 0U);
+    const std::string text = PcapText()
+                                 .header()
+                                 .record(30, 20, 30, 'a')
+                                 .record(5, 50, 5, 'b')
+                                 .record(7, 7, 7, 'c')
+                                 .words({1, 2, 3});
     ASSERT_TRUE(reader.Create(m_dir.write("three", text).c_str(), 0));
-    ASSERT_TRUE(reader.ReadPacket(&pkt));
-    EXPECT_EQ(reader.readNumOfPackets(&pkt), 2U);
-    EXPECT_EQ(reader.readNumOfPackets(&pkt), 3U);
-    EXPECT_EQ(read_all(reader, pkt).size(), 3U);
+    ASSERT_TRUE(reader.ReadPacket(&m_pkt));
+    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 2U);
+    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 3U);
+    EXPECT_EQ(read_all(reader, m_pkt).size(), 3U);
 }
 
 TEST_F(Pcap, ALoopReadsTheFileUntilSoManyPacketsAreRead) {
     LibPCapReader looping, empty;
-    CCapPkt pkt;
-    PcapText two_records;
-    two_records.header().record(5, 5, 5, 'a').record(5, 5, 5, 'b');
-    ASSERT_TRUE(looping.Create(m_dir.write("two", two_records).c_str(), 5));
-    EXPECT_EQ(read_all(looping, pkt).size(), 6U) << "the pass in which the loop ends is finished";
+    const std::string two = PcapText().header().record(5, 5, 5, 'a').record(5, 5, 5, 'b');
+    ASSERT_TRUE(looping.Create(m_dir.write("two", two).c_str(), 5));
+    EXPECT_EQ(read_all(looping, m_pkt).size(), 6U) << "the pass in which the loop ends is finished";
     ASSERT_TRUE(empty.Create(m_dir.write("empty", PcapText().header()).c_str(), 5));
-    EXPECT_FALSE(empty.ReadPacket(&pkt));
+    EXPECT_FALSE(empty.ReadPacket(&m_pkt));
 }
 
 TEST_F(Pcap, AFileThatCannotBeReadIsRefusedWithAReason) {
@@ -161,10 +162,7 @@ TEST_F(Pcap, AFileThatCannotBeReadIsRefusedWithAReason) {
 TEST_F(Pcap, AFrameInMemoryIsGivenOnce) {
     Bytes frame = test::sample_frames().front();
     auto reader = CCapReaderFactory::CreateReader(frame.data(), static_cast<uint16_t>(frame.size()));
-    CCapPkt pkt;
-    std::vector<Frame> read = read_all(*reader, pkt);
-    ASSERT_EQ(read.size(), 1U);
-    EXPECT_EQ(read[0].bytes, frame);
+    EXPECT_EQ(read_all(*reader, m_pkt), (std::vector<Frame>{{0, frame}}));
 }
 
 TEST_F(Pcap, AWholeFileIsHandedOutOncePerProcess) {
@@ -173,26 +171,25 @@ TEST_F(Pcap, AWholeFileIsHandedOutOncePerProcess) {
     auto first = CCapReaderFactory::CreateWholeCapReader(path.c_str(), 3);
     auto second = CCapReaderFactory::CreateWholeCapReader(path.c_str(), 0);
     ASSERT_TRUE(first && second);
-    CCapPkt pkt;
-    EXPECT_TRUE(first->ReadPacket(&pkt));
+    EXPECT_TRUE(first->ReadPacket(&m_pkt));
     EXPECT_EQ(CWholeCapReader::getLpPackets(*second).size(), 1U);
-    EXPECT_FALSE(first->ReadPacket(&pkt));
+    EXPECT_FALSE(first->ReadPacket(&m_pkt));
 }
 
 TEST_F(Pcap, TheNanosecondVariantKeepsNanoseconds) {
     CPcapFileWriter writer;
     ASSERT_TRUE(writer.Create(m_dir.file("nsec").c_str()));
     EXPECT_EQ(test::read_file(m_dir.file("nsec")), "");
-    CCapPkt pkt(reinterpret_cast<const unsigned char*>("abc"), 3);
-    pkt.time_sec = 5;
-    pkt.time_nsec = 123456789;
-    EXPECT_TRUE(writer.write_packet(&pkt));
-    EXPECT_TRUE(writer.write_packet(&pkt));
+    m_pkt.updatePacketData(reinterpret_cast<const unsigned char*>("abc"), 3);
+    m_pkt.SetPktLen(3);
+    m_pkt.time_sec = 5;
+    m_pkt.time_nsec = 123456789;
+    EXPECT_TRUE(writer.write_packet(&m_pkt));
+    EXPECT_TRUE(writer.write_packet(&m_pkt));
     writer.Create(m_dir.file("other").c_str());
-    PcapText expected;
-    expected.words({0xA1B23C4D, 0x00040002, 0, 0, 2000, 1});
+    const std::string header = PcapText().words({0xA1B23C4D, 0x00040002, 0, 0, 2000, 1});
     const std::string record = static_cast<std::string>(PcapText().words({5, 123456789, 3, 3})) + "abc";
-    EXPECT_EQ(test::read_file(m_dir.file("nsec")), static_cast<std::string>(expected) + record + record);
+    EXPECT_EQ(test::read_file(m_dir.file("nsec")), header + record + record);
 }
 
 TEST_F(Pcap, AWriterThatCannotWriteSaysSo) {
@@ -204,9 +201,8 @@ TEST_F(Pcap, AWriterThatCannotWriteSaysSo) {
 
     LibPCapWriter writer;
     ASSERT_TRUE(writer.Create(m_dir.file("x").c_str()));
-    CCapPkt pkt;
-    EXPECT_TRUE(writer.write_packet(&pkt));
+    EXPECT_TRUE(writer.write_packet(&m_pkt));
     EXPECT_EQ(writer.get_pkt_count(), 1U);
     writer.Close();
-    EXPECT_FALSE(writer.write_packet(&pkt));
+    EXPECT_FALSE(writer.write_packet(&m_pkt));
 }

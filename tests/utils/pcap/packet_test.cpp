@@ -11,24 +11,11 @@ using namespace test;
 
 namespace {
 
-const Path V4 = {"10.1.0.2", "192.168.255.1", 4000, 80};
-const Path V6 = {"fd00:1::2", "fe80::ab", 4000, 53};
-
-Path with_vlan(Path path) {
-    path.vlan = 7;
-    return path;
+Path v4(int vlan = -1, uint8_t option_words = 0) {
+    return {"10.1.0.2", "192.168.255.1", 4000, 80, vlan, {}, option_words};
 }
-
-Path with_extensions(const Bytes& kinds) {
-    Path path = V6;
-    path.ipv6_extensions = kinds;
-    return path;
-}
-
-Path with_options(uint8_t words) {
-    Path path = V4;
-    path.ipv4_options = words;
-    return path;
+Path v6(int vlan = -1, const Bytes& extensions = {}) {
+    return {"fd00:1::2", "fe80::ab", 4000, 53, vlan, extensions};
 }
 
 Bytes tcp(const Path& path, uint8_t flags = TCP_ACK) {
@@ -76,33 +63,33 @@ void ask_everything(const Bytes& frame) {
     }
 }
 
+using Ends = std::pair<std::string, std::string>;  ///< source and destination
+const Ends V4 = {"10.1.0.2:4000", "192.168.255.1:80"};
+const Ends V6 = {"fd00:1:0:0:0:0:0:2,4000", "fe80:0:0:0:0:0:0:ab,53"};
+const Ends V6_NO_PORTS = {"fd00:1:0:0:0:0:0:2,0", "fe80:0:0:0:0:0:0:ab,0"};
+
 struct ValidFrame {
     const char* name;
     Bytes frame;
     int l3, l4, protocol;
-    const char* source;
-    const char* destination;
+    Ends ends;
 };
 
 const ValidFrame VALID_FRAMES[] = {
-    {"TCP", tcp(V4), 14, 34, 6, "10.1.0.2:4000", "192.168.255.1:80"},
-    {"VLAN", tcp(with_vlan(V4)), 18, 38, 6, "10.1.0.2:4000", "192.168.255.1:80"},
-    {"options", udp(with_options(3)), 14, 46, 17, "10.1.0.2:4000", "192.168.255.1:80"},
-    {"no ports", icmp_frame(V4, 8, Bytes(8)), 14, 34, 1, "10.1.0.2:0", "192.168.255.1:0"},
-    {"padding", cut(tcp(V4), 90), 14, 34, 6, "10.1.0.2:4000", "192.168.255.1:80"},
-    {"wrong checksum", changed(udp(V4), 24, 0x55), 14, 34, 17, "10.1.0.2:4000", "192.168.255.1:80"},
-    {"transport cut off", ip_frame(V4, IP_TCP, {1, 0, 2}), 14, 34, 6, "10.1.0.2:256", "192.168.255.1:0"},
-    {"IPv6", udp(V6), 14, 54, 17, "fd00:1:0:0:0:0:0:2,4000", "fe80:0:0:0:0:0:0:ab,53"},
-    {"IPv6 VLAN", udp(with_vlan(V6)), 18, 58, 17, "fd00:1:0:0:0:0:0:2,4000", "fe80:0:0:0:0:0:0:ab,53"},
-    {"hop-by-hop and routing", tcp(with_extensions({0, 43})), 14, 70, 6, "fd00:1:0:0:0:0:0:2,4000",
-     "fe80:0:0:0:0:0:0:ab,53"},
-    {"fragment header", udp(with_extensions({44})), 14, 54, 44, "fd00:1:0:0:0:0:0:2,0",
-     "fe80:0:0:0:0:0:0:ab,0"},
-    {"fragment behind hop-by-hop", udp(with_extensions({0, 44})), 14, 54, 0, "fd00:1:0:0:0:0:0:2,0",
-     "fe80:0:0:0:0:0:0:ab,0"},
-    {"no payload", ip_frame(V6, IP_UDP, {}), 14, 54, 59, "fd00:1:0:0:0:0:0:2,0", "fe80:0:0:0:0:0:0:ab,0"},
-    {"extensions use payload up", ip_frame(with_extensions({0, 60}), IP_UDP, {}), 14, 54, 59,
-     "fd00:1:0:0:0:0:0:2,0", "fe80:0:0:0:0:0:0:ab,0"},
+    {"TCP", tcp(v4()), 14, 34, 6, V4},
+    {"VLAN", tcp(v4(7)), 18, 38, 6, V4},
+    {"options", udp(v4(-1, 3)), 14, 46, 17, V4},
+    {"no ports", icmp_frame(v4(), 8, Bytes(8)), 14, 34, 1, {"10.1.0.2:0", "192.168.255.1:0"}},
+    {"padding", cut(tcp(v4()), 90), 14, 34, 6, V4},
+    {"wrong checksum", changed(udp(v4()), 24, 0x55), 14, 34, 17, V4},
+    {"cut off", ip_frame(v4(), IP_TCP, {1, 0, 2}), 14, 34, 6, {"10.1.0.2:256", "192.168.255.1:0"}},
+    {"IPv6", udp(v6()), 14, 54, 17, V6},
+    {"IPv6 VLAN", udp(v6(7)), 18, 58, 17, V6},
+    {"hop-by-hop and routing", tcp(v6(-1, {0, 43})), 14, 70, 6, V6},
+    {"fragment header", udp(v6(-1, {44})), 14, 54, 44, V6_NO_PORTS},
+    {"fragment behind hop-by-hop", udp(v6(-1, {0, 44})), 14, 54, 0, V6_NO_PORTS},
+    {"no payload", ip_frame(v6(), IP_UDP, {}), 14, 54, 59, V6_NO_PORTS},
+    {"extensions use payload up", ip_frame(v6(-1, {0, 60}), IP_UDP, {}), 14, 54, 59, V6_NO_PORTS},
 };
 
 struct BadFrame {
@@ -118,18 +105,18 @@ constexpr auto NON_IP = &CFiaCounters::non_ip;
 
 const BadFrame BAD_FRAMES[] = {
     {"nothing", {}, 0, SHORT, SHORT},
-    {"19 bytes", cut(udp(V4), 19), 0, SHORT, SHORT},
-    {"20 bytes", cut(udp(V4), 20), 4, SHORT, SHORT},
-    {"20 bytes and VLAN", cut(udp(with_vlan(V4)), 20), 4, SHORT, SHORT},
-    {"header that claims 4 bytes", changed(changed(cut(udp(V4), 20), 14, 0x41), 17, 4), 4, SHORT, SHORT},
+    {"19 bytes", cut(udp(v4()), 19), 0, SHORT, SHORT},
+    {"20 bytes", cut(udp(v4()), 20), 4, SHORT, SHORT},
+    {"20 bytes and VLAN", cut(udp(v4(7)), 20), 4, SHORT, SHORT},
+    {"header that claims 4 bytes", changed(changed(cut(udp(v4()), 20), 14, 0x41), 17, 4), 4, SHORT, SHORT},
     {"ARP", ether_frame(ETHER_ARP, Bytes(46)), 0, NON_IP, NON_IP},
     {"ARP and VLAN", ether_frame(ETHER_ARP, Bytes(46), 7), 0, NON_IP, NON_IP},
     {"two VLAN tags", ether_frame(0x8100, Bytes(46), 7), 0, NON_IP, NON_IP},
-    {"version 5", changed(udp(V4), 14, 0x55), 5, &CFiaCounters::bad_version, SHORT},
-    {"total length below header", changed(udp(V4), 17, 19), 4, &CFiaCounters::bad_length, SHORT},
-    {"total length above frame", changed(udp(V4), 17, 41), 4, SHORT, SHORT},
-    {"IPv6, last byte missing", cut(udp(V6), udp(V6).size() - 1), 6, NON_IP, SHORT},
-    {"IPv4 that says IPv6", changed(udp(V6), 14, 0x45), 4, NON_IP, nullptr},
+    {"version 5", changed(udp(v4()), 14, 0x55), 5, &CFiaCounters::bad_version, SHORT},
+    {"total length below header", changed(udp(v4()), 17, 19), 4, &CFiaCounters::bad_length, SHORT},
+    {"total length above frame", changed(udp(v4()), 17, 41), 4, SHORT, SHORT},
+    {"IPv6, last byte missing", cut(udp(v6()), udp(v6()).size() - 1), 6, NON_IP, SHORT},
+    {"IPv4 that says IPv6", changed(udp(v6()), 14, 0x45), 4, NON_IP, nullptr},
 };
 
 }  // namespace
@@ -142,8 +129,7 @@ TEST(CapPkt, HeadersAreFoundAndDescribed) {
         EXPECT_EQ(pkt.l3 - pkt.GetPktBuffer(), expected.l3);
         EXPECT_EQ(pkt.l4 - pkt.GetPktBuffer(), expected.l4);
         EXPECT_EQ(pkt.GetProtocol(), expected.protocol);
-        EXPECT_EQ(pkt.GetSrcAddr(), expected.source);
-        EXPECT_EQ(pkt.GetDstAddr(), expected.destination);
+        EXPECT_EQ(Ends(pkt.GetSrcAddr(), pkt.GetDstAddr()), expected.ends);
     }
 }
 
@@ -166,11 +152,11 @@ TEST(CapPkt, BadFramesAreRefusedAndCountedByReason) {
 }
 
 TEST(CapPkt, OddButValidFramesAreCounted) {
-    Path broadcast = with_vlan(V4);
+    Path broadcast = v4(7);
     broadcast.to = "255.255.255.255";
     CFiaCounters counters;
     EXPECT_TRUE(packet(udp(broadcast)).IsValidIpv4Packet(&counters));
-    EXPECT_TRUE(packet(changed(udp(V4), 22, 1)).IsValidIpv4Packet(&counters));
+    EXPECT_TRUE(packet(changed(udp(v4()), 22, 1)).IsValidIpv4Packet(&counters));
     EXPECT_EQ(counters.vlan, 1U);
     EXPECT_EQ(counters.broadcast, 1U);
     EXPECT_EQ(counters.bad_checksum, 1U);
@@ -178,23 +164,18 @@ TEST(CapPkt, OddButValidFramesAreCounted) {
 }
 
 TEST(CapPkt, FlagsAreThoseOfATcpHeaderWithinTheFrame) {
-    struct {
-        Bytes frame;
-        bool syn, fin, rst;
-    } cases[] = {
-        {tcp(V4, TCP_SYN), true, false, false},
-        {tcp(with_vlan(V6), TCP_FIN | TCP_ACK), false, true, false},
-        {tcp(V4, TCP_RST), false, false, true},
-        {udp(V4), false, false, false},
-        {ip_frame(V4, IP_TCP, Bytes(13, 0xFF)), false, false, false},
-        {ip_frame(V4, IP_TCP, Bytes(14, 0xFF)), true, true, true},
+    const std::pair<Bytes, int> cases[] = {
+        {tcp(v4(), TCP_SYN), TCP_SYN},
+        {tcp(v6(7), TCP_FIN | TCP_ACK), TCP_FIN},
+        {tcp(v4(), TCP_RST), TCP_RST},
+        {udp(v4()), 0},
+        {ip_frame(v4(), IP_TCP, Bytes(13, 0xFF)), 0},
+        {ip_frame(v4(), IP_TCP, Bytes(14, 0xFF)), TCP_SYN | TCP_FIN | TCP_RST},
     };
-    for (const auto& expected : cases) {
-        CCapPkt pkt = packet(expected.frame);
+    for (const auto& [frame, flags] : cases) {
+        CCapPkt pkt = packet(frame);
         ASSERT_TRUE(pkt.parse());
-        EXPECT_EQ(pkt.IsSYN(), expected.syn);
-        EXPECT_EQ(pkt.IsFIN(), expected.fin);
-        EXPECT_EQ(pkt.IsRST(), expected.rst);
+        EXPECT_EQ(TCP_SYN * pkt.IsSYN() + TCP_FIN * pkt.IsFIN() + TCP_RST * pkt.IsRST(), flags);
     }
 }
 
@@ -212,7 +193,7 @@ TEST(CapPkt, NothingIsReadBeyondAFrameHoweverItIsCutOrDamaged) {
 }
 
 TEST(CapPkt, ANewFrameForgetsTheHeadersOfTheOldOne) {
-    CCapPkt pkt = packet(tcp(V4));
+    CCapPkt pkt = packet(tcp(v4()));
     ASSERT_TRUE(pkt.parse());
     unsigned char* buffer = pkt.GetPktBuffer();
     Bytes arp = ether_frame(ETHER_ARP, Bytes(28));
@@ -220,7 +201,7 @@ TEST(CapPkt, ANewFrameForgetsTheHeadersOfTheOldOne) {
     EXPECT_EQ(pkt.GetPktBuffer(), buffer) << "the buffer was large enough";
     EXPECT_EQ(pkt.l3, nullptr);
     EXPECT_EQ(pkt.l4, nullptr);
-    EXPECT_EQ(pkt.GetPktLen(), tcp(V4).size());
+    EXPECT_EQ(pkt.GetPktLen(), tcp(v4()).size());
 }
 
 TEST(CapPkt, ALengthBeyondTheBufferReadsAsZeros) {
@@ -231,7 +212,7 @@ TEST(CapPkt, ALengthBeyondTheBufferReadsAsZeros) {
 }
 
 TEST(CapPkt, ACloneIsACopyOfTimesAndFrame) {
-    CCapPkt pkt = packet(tcp(V4));
+    CCapPkt pkt = packet(tcp(v4()));
     pkt.time_sec = 5;
     pkt.time_nsec = 6;
     auto copy = pkt.clone();
@@ -242,7 +223,7 @@ TEST(CapPkt, ACloneIsACopyOfTimesAndFrame) {
 }
 
 TEST(CapPkt, AReleasedBufferHoldsTheFrameAndLeavesAnEmptyPacket) {
-    Bytes frame = tcp(V4);
+    Bytes frame = tcp(v4());
     CCapPkt pkt = packet(frame);
     ASSERT_TRUE(pkt.parse());
     auto buffer = pkt.release_data();
@@ -280,12 +261,12 @@ TEST(CapPkt, AnIpv4FrameBecomesAnIpv6Frame) {
 }
 
 TEST(CapPkt, AFrameThatWouldNotFitIsLeftAsItIs) {
-    Bytes largest = ip_frame(V4, IP_UDP, Bytes(65535 - 54));
+    Bytes largest = ip_frame(v4(), IP_UDP, Bytes(65535 - 54));
     CCapPkt pkt = packet(largest);
     EXPECT_EQ(pkt.convertPktToIpv6InPlace(), 0xFF);
     EXPECT_EQ(pkt.GetPktLen(), 65535);
 
-    Bytes too_large = ip_frame(V4, IP_UDP, Bytes(65535 - 53));
+    Bytes too_large = ip_frame(v4(), IP_UDP, Bytes(65535 - 53));
     CCapPkt refused = packet(too_large);
     EXPECT_EQ(refused.convertPktToIpv6InPlace(), 0);
     EXPECT_EQ(Bytes(refused.GetPktBuffer(), refused.GetPktBuffer() + refused.GetPktLen()), too_large);

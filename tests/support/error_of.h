@@ -1,0 +1,21 @@
+#pragma once
+// The text with which work fails, to be compared with the expected one.
+
+#include <string>
+
+#include "utils/exception.h"
+
+namespace test {
+
+/** Empty if it doesn't fail. */
+template <typename Work>
+std::string error_of(Work&& work) {
+    try {
+        work();
+    } catch (const corvo::Exception& e) {
+        return e.what();
+    }
+    return "";
+}
+
+}  // namespace test
