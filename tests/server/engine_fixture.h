@@ -4,35 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <string>
 #include <vector>
 
-#include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
 #include "server/corvo_server_loader_us.h"
+#include "support/capture_logger.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
-#include "utils/exception.h"
 
 namespace test {
-
-/** The current logger while it lives. */
-class CapturedLog : public corvo::Logger::LoggerInstance {
- public:
-    CapturedLog() : LoggerInstance(corvo::Logger::INFO, "") { corvo::Logger::set_logger(this); }
-    ~CapturedLog() override { corvo::Logger::set_logger(nullptr); }
-    void write(const char* fmt, va_list args, bool newline) override {
-        char buffer[512];
-        vsnprintf(buffer, sizeof buffer, fmt, args);
-        m_text += buffer;
-        if (newline) m_text += '\n';
-    }
-    void flush() override {}
-    const std::string& text() const { return m_text; }
-
- private:
-    std::string m_text;
-};
 
 class EngineTest : public testing::Test {
  public:
@@ -62,19 +43,8 @@ class EngineTest : public testing::Test {
         if (state >= Engine::STATE_ATTACHED) m_engine.attach("eth0");
         calls();
     }
-    /** The text with which an operation fails, empty if it doesn't. */
-    template <typename Fn>
-    static std::string failure(Fn&& fn) {
-        try {
-            fn();
-        } catch (const corvo::Exception& e) {
-            return e.what();
-        }
-        return "";
-    }
-
     TempDir m_dir;
-    CapturedLog m_log;
+    CaptureLogger m_log{corvo::Logger::INFO};
     corvo::Scheduler m_sched;
     corvo::server::EngineUS m_engine;
 };

@@ -134,7 +134,10 @@ TEST_F(TcpRpc, ALineThatNeverEndsIsRefusedAtTheLimit) {
         sched.step();
         return (len < 0 && errno != EAGAIN) || sent > rpc::RpcTransportTCP::MAX_MSG_SIZE;
     }));
-    EXPECT_EQ(receive_all(client), too_long_reply(rpc::RpcTransportTCP::MAX_MSG_SIZE));
+    EXPECT_EQ(receive_all(client),
+              R"({"error":{"code":-32603,"message":"request size exceeds the maximum allowed size: )" +
+                  std::to_string(rpc::RpcTransportTCP::MAX_MSG_SIZE) +
+                  R"( [B]"},"id":null,"jsonrpc":"2.0"})" + "\n");
     EXPECT_EQ(handled, 0);
 }
 

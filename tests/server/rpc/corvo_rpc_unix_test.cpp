@@ -41,17 +41,6 @@ class UnixRpc : public RpcFixture {
     std::string path = dir.file("s");
 };
 
-TEST_F(UnixRpc, ServesDatagramsUpToTheLimitAndNamesItBeyond) {
-    listen(path);
-    test::UnixClient client(path);
-    for (size_t size : {0, 1, 60000}) {
-        std::string request(size, 'r');
-        EXPECT_EQ(ask(client, request), "re:" + request);
-    }
-    EXPECT_EQ(ask(client, std::string(60001, 'r')), too_long_reply(60000));
-    EXPECT_EQ(handled, 3);
-}
-
 TEST_F(UnixRpc, ASenderThatCannotBeAnsweredStopsNothing) {
     listen(path);
     send_from("", "unbound");

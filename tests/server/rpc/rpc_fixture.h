@@ -12,7 +12,7 @@
 #include "server/rpc/corvo_rpc_server.h"
 #include "support/client.h"
 #include "support/daemon.h"
-#include "utils/exception.h"
+#include "support/error_of.h"
 
 namespace corvo {
 
@@ -40,13 +40,8 @@ class RpcFixture : public testing::Test {
 
     /** The text of a failure that must leave nothing open. */
     static std::string connect_error(RPCServer& failing) {
-        std::string error;
         size_t before = test::open_descriptors(getpid());
-        try {
-            failing.connect();
-        } catch (const Exception& e) {
-            error = e.what();
-        }
+        std::string error = test::error_of([&] { failing.connect(); });
         EXPECT_EQ(test::open_descriptors(getpid()), before);
         return error;
     }
@@ -56,10 +51,5 @@ class RpcFixture : public testing::Test {
     int handled = 0;
     size_t padding = 0;  ///< added to each reply
 };
-
-inline std::string too_long_reply(unsigned limit) {
-    return R"({"error":{"code":-32603,"message":"request size exceeds the maximum allowed size: )" +
-           std::to_string(limit) + R"( [B]"},"id":null,"jsonrpc":"2.0"})" + "\n";
-}
 
 }  // namespace corvo
