@@ -1,19 +1,19 @@
 #include "infra/corvo_notif.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include "infra/corvo_json.h"
 #include "infra/corvo_notif_hub.h"
 #include "support/capture_logger.h"
+#include "support/client.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
-#include "utils/unique_fd.h"
 
 namespace corvo::notif {
 namespace {
+
+using test::error_of;
 
 const notif_t INFO_KIND{"test", "info", SEV_INFO};
 const notif_t WARN_KIND{"test", "warn", SEV_WARN};
@@ -26,42 +26,15 @@ Json::Value request(const std::string& text) {
 }
 
 Json::Value socket_request(const std::string& op, const std::string& path) {
-    Json::Value params, res(Json::objectValue);
-    params["cmd"] = "socket";
-    params["op"] = op;
-    params["socket"] = path;
-    ops(params, res);
-    return res;
+    return request(R"({"cmd":"socket","op":")" + op + R"(","socket":")" + path + "\"}");
 }
 
-std::string error_of(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const Exception& e) {
-        return e.what();
-    }
-    return "no error";
+/** The next datagram, empty if there is none. */
+std::string received(const test::UnixClient& client) {
+    std::string text;
+    client.receive(text, 0);
+    return text;
 }
-
-/** A client's socket. */
-class Client {
- public:
-    explicit Client(const std::string& path) : m_fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(0, bind(m_fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
-    }
-    /** The next datagram, empty if there is none. */
-    std::string receive() {
-        char buffer[1024];
-        const ssize_t size = recv(m_fd.get(), buffer, sizeof buffer, MSG_DONTWAIT);
-        return size > 0 ? std::string(buffer, static_cast<size_t>(size)) : "";
-    }
-
- private:
-    UniqueFd m_fd;
-};
 
 /** The hub is one for the process: each test starts with nothing stored. */
 class Notifications : public testing::Test {
@@ -104,11 +77,11 @@ TEST_F(Notifications, AlertsCountWarningsByKind) {
 }
 
 TEST_F(Notifications, ASubscribedSocketGetsOneLineOfJsonForEachEvent) {
-    const std::string path = m_dir.file("client");
-    Client client(path);
+    const test::UnixClient client("");
+    const std::string& path = client.path();
     EXPECT_EQ(json::write(Json::objectValue), json::write(socket_request("add", path)));
     Json::Value added;
-    ASSERT_TRUE(json::parse(client.receive(), added));
+    ASSERT_TRUE(json::parse(received(client), added));
     EXPECT_EQ("notif.sock.add", added["name"]);
     EXPECT_EQ("socket: '" + path + "'", added["desc"].asString());
 
@@ -116,12 +89,12 @@ TEST_F(Notifications, ASubscribedSocketGetsOneLineOfJsonForEachEvent) {
     const Json::Value last = stored()[1];
     EXPECT_EQ(R"({"desc":"","feature":"test","id":)" + last["id"].asString() +
                   R"(,"name":"warn","sev":"warn","ts":)" + last["ts"].asString() + "}",
-              client.receive());
+              received(client));
     EXPECT_EQ("socket: [" + path + "] is already registered for notifications",
               error_of([&] { socket_request("add", path); }));
 
     socket_request("delete", path);
-    EXPECT_EQ("", client.receive());
+    EXPECT_EQ("", received(client));
     EXPECT_EQ("notif.sock.del", stored()[2]["name"]);
     EXPECT_EQ("socket: [" + path + "] is not registered for notifications",
               error_of([&] { socket_request("delete", path); }));

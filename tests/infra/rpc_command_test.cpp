@@ -6,16 +6,11 @@
 
 #include "infra/corvo_json.h"
 #include "infra/scripted_command.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
 
 namespace corvo {
 namespace {
-
-Json::Value parsed(const std::string& text) {
-    Json::Value value;
-    EXPECT_TRUE(json::parse(text, value)) << text;
-    return value;
-}
 
 using Scripted = test::ScriptedCommand;
 using test::make_component;
@@ -33,10 +28,25 @@ std::ostream& operator<<(std::ostream& os, const Outcome& o) {
 
 Outcome run(const Scripted::Body& body, const std::string& params) {
     Scripted command("x", body);
-    Json::Value res;
-    const uint32_t rc = command.run("x", parsed(params), res);
+    Json::Value value, res;
+    EXPECT_TRUE(json::parse(params, value)) << params;
+    const uint32_t rc = command.run("x", value, res);
     return {rc, res.get("specific_err", "").asString()};
 }
+
+Scripted::Body field_is(RpcParser::field_type_e type) {
+    return [type](Scripted& self, const Json::Value& params, Json::Value& res) {
+        self.check_field_type(params, "f", type, res);
+    };
+}
+
+Scripted::Body guarded(const Scripted::Body& body) {
+    return [body](Scripted& self, const Json::Value& params, Json::Value& res) {
+        self.guarded(res, [&] { body(self, params, res); });
+    };
+}
+
+const Scripted::Body THROWS = [](Scripted&, const Json::Value&, Json::Value&) { throw Exception("100%s"); };
 
 TEST(RpcCommandsTable, KeysAreMatchedWholeTheLastOneLoadedWinsAndTheWildcardTakesTheRest) {
     RpcCommandsTable table;
@@ -67,12 +77,7 @@ TEST(RpcCommandsTable, UnloadingGivesTheComponentBack) {
     table.unload_component("engine");
     EXPECT_EQ(table.lookup("engine.go"), nullptr);
     EXPECT_EQ(table.lookup_component("engine"), nullptr);
-    try {
-        table.unload_component("engine");
-        FAIL();
-    } catch (const Exception& e) {
-        EXPECT_STREQ(e.what(), "component engine was never loaded");
-    }
+    EXPECT_EQ(test::error_of([&] { table.unload_component("engine"); }), "component engine was never loaded");
 }
 
 TEST(RpcParser, FieldsAreCheckedByTypeAndRange) {
@@ -105,11 +110,8 @@ TEST(RpcParser, FieldsAreCheckedByTypeAndRange) {
         {"null", P::TYPE_STRING, "field 'f' is missing"},
     };
     for (const auto& c : cases) {
-        auto check = [&](Scripted& self, const Json::Value& params, Json::Value& res) {
-            self.check_field_type(params, "f", c.type, res);
-        };
         const Outcome expected{c.error.empty() ? CMD_OK : CMD_BAD_PARAMS, c.error};
-        EXPECT_EQ(run(check, std::string("{\"f\":") + c.value + "}"), expected)
+        EXPECT_EQ(run(field_is(c.type), std::string("{\"f\":") + c.value + "}"), expected)
             << c.value << " as " << P::type_to_str(c.type);
     }
 }
@@ -142,9 +144,7 @@ TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
 
 TEST(RpcParser, ParamsOfAWrongKindAreAnInternalParsingError) {
     const Scripted::Body bodies[] = {
-        [](Scripted& self, const Json::Value& params, Json::Value& res) {
-            self.check_field_type(params, "f", RpcParser::TYPE_INT, res);
-        },
+        field_is(RpcParser::TYPE_INT),
         [](Scripted& self, const Json::Value& params, Json::Value& res) {
             self.parse_choice<const char*>(params, "f", {"a"}, res);
         },
@@ -199,21 +199,12 @@ TEST(RpcCommand, FailuresBecomeItsResult) {
     };
     EXPECT_EQ(run(json_misuse, R"({"f":"text"})").rc, CMD_INTERNAL_ERR);
 
-    const Scripted::Body fails = [](Scripted&, const Json::Value&, Json::Value&) {
-        throw Exception("passes");
-    };
-    EXPECT_THROW(run(fails, "{}"), Exception);
+    EXPECT_THROW(run(THROWS, "{}"), Exception);
 }
 
 TEST(RpcCommand, GuardedWorkFailsWithTheTextOfItsException) {
-    const Scripted::Body plain = [](Scripted& self, const Json::Value&, Json::Value& res) {
-        self.guarded(res, [] { throw Exception("100%s"); });
-    };
-    EXPECT_EQ(run(plain, "{}"), (Outcome{CMD_EXEC_FAILED, "100%s"}));
-
-    const Scripted::Body field = [](Scripted& self, const Json::Value& params, Json::Value& res) {
-        self.guarded(res, [&] { self.check_field_type(params, "f", RpcParser::TYPE_INT, res); });
-    };
+    EXPECT_EQ(run(guarded(THROWS), "{}"), (Outcome{CMD_EXEC_FAILED, "100%s"}));
+    const Scripted::Body field = guarded(field_is(RpcParser::TYPE_INT));
     EXPECT_EQ(run(field, "{}"), (Outcome{CMD_EXEC_FAILED, "field 'f' is missing"}));
     EXPECT_EQ(run(field, "7"), (Outcome{CMD_EXEC_FAILED, "internal parsing error"}));
 }

@@ -1,6 +1,5 @@
 #include "infra/corvo_scheduler.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
 #include <sys/time.h>
@@ -20,7 +19,7 @@ using test::FdEvent;
 
 class FnTask : public Task {
  public:
-    FnTask(std::string name, std::function<int()> fn, int32_t hog_ms = 0)
+    FnTask(std::string name, std::function<int()> fn, int32_t hog_ms)
         : Task(hog_ms), m_name(std::move(name)), m_fn(std::move(fn)) {}
     int execute() override { return m_fn(); }
     std::string get_name() const override { return m_name; }
@@ -30,56 +29,56 @@ class FnTask : public Task {
     std::function<int()> m_fn;
 };
 
-std::shared_ptr<Task> make_task(const std::string& name, std::function<int()> fn, int32_t hog_ms = 0) {
-    return std::make_shared<FnTask>(name, std::move(fn), hog_ms);
-}
+class SchedulerTest : public testing::Test {
+ protected:
+    static int busy_for(unsigned ms) {
+        const uint64_t end_ms = monotonic_ms() + ms;
+        while (monotonic_ms() < end_ms)
+            continue;
+        return 1000;
+    }
+    std::shared_ptr<Task> add(const std::string& name, std::function<int()> fn, int32_t hog_ms = 0) {
+        std::shared_ptr<Task> task = std::make_shared<FnTask>(name, std::move(fn), hog_ms);
+        sched.add(task, 0);
+        return task;
+    }
+    std::shared_ptr<FdEvent> add_event(FdEvent::work work = {}) {
+        auto ev = std::make_shared<FdEvent>(std::move(work));
+        sched.add(ev, EVENT_STATE_READ, 0);
+        return ev;
+    }
+    Json::Value stats() {
+        Json::Value out;
+        sched.stats(out);
+        return out["tasks"];
+    }
 
-int busy_for(unsigned ms) {
-    const uint64_t end_ms = monotonic_ms() + ms;
-    while (monotonic_ms() < end_ms)
-        continue;
-    return -1;
-}
-
-Json::Value task_stats(const Scheduler& sched) {
-    Json::Value out;
-    sched.stats(out);
-    return out["tasks"];
-}
-
-TEST(Scheduler, StartsWithTheEventPollerTaskDueAtOnce) {
     Scheduler sched;
-    Json::Value stats = task_stats(sched);
-    ASSERT_EQ(1u, stats["tasks"].size());
-    EXPECT_EQ("Event Poller", stats["tasks"][0]["name"]);
-    EXPECT_EQ(0, stats["tasks"][0]["when"].asInt());
-    EXPECT_EQ(-1, stats["tasks"][0]["last_ms"].asInt());
+};
 
+TEST_F(SchedulerTest, StartsWithTheEventPollerTaskDueAtOnce) {
+    Json::Value task = stats()["tasks"][0];
+    EXPECT_EQ("Event Poller", task["name"]);
+    EXPECT_EQ(0, task["when"].asInt());
+    EXPECT_EQ(-1, task["last_ms"].asInt());
     EXPECT_EQ(0, sched.step());
     const int wait_ms = sched.step();
     EXPECT_GT(wait_ms, 50);
     EXPECT_LE(wait_ms, Scheduler::MAX_WAIT_TIME_MS);
-    stats = task_stats(sched);
-    EXPECT_EQ(2u, stats["adds"].asUInt());
-    EXPECT_GE(stats["tasks"][0]["last_ms"].asInt(), 0);
+    EXPECT_EQ(2u, stats()["adds"].asUInt());
+    EXPECT_GE(stats()["tasks"][0]["last_ms"].asInt(), 0);
 
     sched.clear();
     EXPECT_EQ(-1, sched.step());
-    EXPECT_EQ(Json::arrayValue, task_stats(sched)["tasks"].type());
+    EXPECT_EQ(Json::arrayValue, stats()["tasks"].type());
 }
 
-TEST(Scheduler, RunsOneDueTaskAStepInOrderOfInsertionAndBeforeAnyEvent) {
-    Scheduler sched;
+TEST_F(SchedulerTest, RunsOneDueTaskAStepInOrderOfInsertionAndBeforeAnyEvent) {
     sched.clear();
     std::string order;
-    auto ev = std::make_shared<FdEvent>([&](FdEvent& self, EventExpireReason) {
-        order += 'e';
-        return self.done();
-    });
-    sched.add(ev, EVENT_STATE_READ, 0);
-    ev->raise();
+    add_event([&](FdEvent& self, EventExpireReason) { return order += 'e', self.done(); })->raise();
     for (const char name : {'a', 'b', 'c'})
-        sched.add(make_task({name}, [&order, name] { return order += name, -1; }), 0);
+        add({name}, [&order, name] { return order += name, -1; });
     for (const char* expected : {"a", "ab", "abc", "abce"}) {
         EXPECT_EQ(0, sched.step());
         EXPECT_EQ(expected, order);
@@ -87,71 +86,60 @@ TEST(Scheduler, RunsOneDueTaskAStepInOrderOfInsertionAndBeforeAnyEvent) {
     EXPECT_EQ(-1, sched.step());
 }
 
-TEST(Scheduler, ARunningTaskIsOutOfTheQueue) {
-    Scheduler sched;
+TEST_F(SchedulerTest, ARunningTaskIsOutOfTheQueue) {
     sched.clear();
-    std::shared_ptr<Task> task = make_task("self", [&] {
+    std::shared_ptr<Task> task = add("self", [&] {
         EXPECT_FALSE(sched.exists(task.get()));
         EXPECT_FALSE(sched.remove(task.get()));
         return 1000;
     });
-    sched.add(task, 0);
     EXPECT_EQ(0, sched.step());
     EXPECT_TRUE(sched.exists(task.get()));
     EXPECT_TRUE(sched.remove(task.get()));
-    EXPECT_EQ(2u, task_stats(sched)["removes"].asUInt());  // the other one was the poller's task
+    EXPECT_EQ(2u, stats()["removes"].asUInt());  // the other one was the poller's task
     EXPECT_EQ(1, task.use_count());
 }
 
-TEST(Scheduler, ReportsATaskOnlyWhenItOverrunsItsBudget) {
+TEST_F(SchedulerTest, ReportsATaskOnlyWhenItOverrunsItsBudget) {
     test::CaptureLogger log(Logger::WARN);
-    Scheduler sched;
     sched.clear();
-    sched.add(make_task("no budget", [] { return busy_for(5), 1000; }), 0);
-    sched.add(make_task(
-                  "in time", [] { return 1000; }, 60000),
-              0);
-    sched.add(make_task(
-                  "hog", [] { return busy_for(20), 1000; }, 5),
-              0);
+    add("no budget", [] { return busy_for(5); });
+    add(
+        "in time", [] { return 1000; }, 60000);
+    add(
+        "hog", [] { return busy_for(20); }, 5);
     for (int i = 0; i < 3; ++i)
         sched.step();
 
-    const Json::Value stats = task_stats(sched)["tasks"];
-    ASSERT_EQ(3u, stats.size());
-    for (const Json::Value& task : stats)
+    const Json::Value tasks = stats()["tasks"];
+    ASSERT_EQ(3u, tasks.size());
+    for (const Json::Value& task : tasks)
         EXPECT_EQ(task["name"] == "hog" ? 1u : 0u, task["hogs"].asUInt()) << task["name"].asString();
-    const Json::Value& hog = stats[2];
-    EXPECT_GE(hog["max_ms"].asUInt(), 20u);
-    EXPECT_EQ(hog["max_ms"].asUInt() / 2, hog["avg_ms"].asUInt());
+    const std::string max_ms = tasks[2]["max_ms"].asString();
+    EXPECT_GE(tasks[2]["max_ms"].asUInt(), 20u);
+    EXPECT_EQ(tasks[2]["max_ms"].asUInt() / 2, tasks[2]["avg_ms"].asUInt());
     EXPECT_EQ(1u, log.lines().size());
-    EXPECT_EQ(1, log.count("HOG: 'hog' [~" + hog["max_ms"].asString() + " ms]"));
+    EXPECT_EQ(1, log.count("HOG: 'hog' [~" + max_ms + " ms]"));
 
     Json::Value params, res;
     params["cmd"] = "log";
     notif::ops(params, res);
     const Json::Value& last = res["notif"]["log"][res["notif"]["log"].size() - 1];
     EXPECT_EQ("sched.hog", last["name"]);
-    EXPECT_EQ("Task: hog [~" + hog["max_ms"].asString() + " ms]", last["desc"].asString());
+    EXPECT_EQ("Task: hog [~" + max_ms + " ms]", last["desc"].asString());
 }
 
-TEST(Scheduler, EventsAreServedUnderAConstantLoadOfDueTasks) {
-    Scheduler sched;
-    auto ev = std::make_shared<FdEvent>([&](FdEvent& self, EventExpireReason) {
-        sched.stop(7);
-        return self.done();
-    });
-    sched.add(make_task("busy", [] { return 0; }), 0);
-    sched.add(ev, EVENT_STATE_READ, 0);
-    ev->raise();
+TEST_F(SchedulerTest, EventsAreServedUnderAConstantLoadOfDueTasks) {
+    add("busy", [] { return 0; });
+    add_event([&](FdEvent& self, EventExpireReason) { return sched.stop(7), self.done(); })->raise();
     EXPECT_EQ(7, sched.run());
 }
 
-TEST(Scheduler, StoppingRunsTheCallbackBeforeEverythingIsCleared) {
-    Scheduler sched;
+TEST_F(SchedulerTest, StoppingRunsTheCallbackBeforeEverythingIsCleared) {
     EXPECT_THROW(sched.stop(Scheduler::CAUSE_RUNNING), Exception);
-    auto waiting = make_task("waiting", [] { return -1; });
-    auto ev = std::make_shared<FdEvent>();
+    add("stop", [&] { return sched.stop(3), -1; });
+    auto waiting = add("waiting", [] { return -1; });
+    auto ev = add_event();
     int cause = 0;
     sched.register_to_scheduler_event(Scheduler::SCHED_EVENT_STOP, [&](int value) {
         cause = value;
@@ -159,39 +147,34 @@ TEST(Scheduler, StoppingRunsTheCallbackBeforeEverythingIsCleared) {
         EXPECT_TRUE(sched.exists(ev.get()));
     });
     sched.register_to_scheduler_event(static_cast<Scheduler::event_e>(1), nullptr);
-    sched.add(waiting, 60000);
-    sched.add(ev, EVENT_STATE_READ, 0);
-    sched.add(make_task("stop", [&] { return sched.stop(3), -1; }), 0);
     EXPECT_EQ(3, sched.run());
     EXPECT_EQ(3, cause);
     EXPECT_FALSE(sched.exists(waiting.get()));
     EXPECT_FALSE(sched.exists(ev.get()));
 }
 
-TEST(Scheduler, AnExceptionEndsTheLoopAndOneInTheCallbackIsSwallowed) {
+TEST_F(SchedulerTest, AnExceptionEndsTheLoopAndOneInTheCallbackIsSwallowed) {
     test::CaptureLogger log;
-    Scheduler sched;
     int cause = 0;
     sched.register_to_scheduler_event(Scheduler::SCHED_EVENT_STOP, [&](int value) {
         cause = value;
         throw Exception("100% broken");
     });
-    sched.add(make_task("thrower", []() -> int { throw Exception("no"); }), 0);
-    EXPECT_EQ(-1001, sched.run());
-    EXPECT_EQ(-1001, cause);
+    add("thrower", []() -> int { throw Exception("no"); });
+    EXPECT_EQ(Scheduler::CAUSE_EXCEPTION, sched.run());
+    EXPECT_EQ(Scheduler::CAUSE_EXCEPTION, cause);
     EXPECT_EQ(1u, log.lines().size());
     EXPECT_EQ(1, log.count("Error on shutdown: 100% broken"));
 }
 
 Scheduler* g_interrupted = nullptr;
 
-TEST(Scheduler, ASignalEndsAWait) {
-    Scheduler sched;
+TEST_F(SchedulerTest, ASignalEndsAWait) {
     sched.clear();  // with nothing to do at all the loop sleeps a whole second
     g_interrupted = &sched;
-    struct sigaction action {};
+    struct sigaction action {
+    }, previous;
     action.sa_handler = [](int) { g_interrupted->stop(5); };
-    struct sigaction previous;
     ASSERT_EQ(0, sigaction(SIGALRM, &action, &previous));
     const itimerval soon{{0, 0}, {0, 10000}};
     ASSERT_EQ(0, setitimer(ITIMER_REAL, &soon, nullptr));
