@@ -42,13 +42,6 @@ TEST(Channel, AFullSocketIsToldAtOnce) {
     EXPECT_EQ(rc, corvo::CHANNEL_SEND_AGAIN);
 }
 
-TEST(Channel, AnEmptySocketMakesNobodyWaitUnlessAsked) {
-    SocketChannelPair pair("pair");
-    std::string msg = "kept";
-    EXPECT_EQ(pair.first()->pop(msg, 0), corvo::CHANNEL_RECV_AGAIN);
-    EXPECT_EQ(msg, "kept");
-}
-
 TEST(Channel, SignalsDoNotLengthenAWait) {
     SocketChannelPair pair("pair");
     struct sigaction ignore_it {

@@ -27,7 +27,7 @@ constexpr mode_t FILE_MODE = 0740;
 constexpr int MAX_FRAMES = 100;
 constexpr unsigned RESOLVE_LIMIT_SEC = 5;
 /** Printing a trace from here reads debug information, so it is far more than a handler needs. */
-constexpr size_t ALTERNATE_STACK_SIZE = 512 * 1024;
+constexpr size_t ALTERNATE_STACK_SIZE = 512UL * 1024;
 
 /** The signal that the process is dying of. */
 volatile std::sig_atomic_t g_fatal_signum = 0;

@@ -46,16 +46,6 @@ TEST(StackTrace, ASavedTraceHoldsTheInnermostTwentyFrames) {
     EXPECT_EQ(sig.restore_bt(Backward::style_e(2)), "");
 }
 
-TEST(StackTrace, AShallowStackEndsTheTrace) {
-    FixedTrace trace;
-    const uint32_t frames = trace.load_here(500);
-    EXPECT_GT(frames, 0u);
-    EXPECT_LT(frames, 500u);
-    EXPECT_EQ(trace.size(), frames);
-    EXPECT_EQ(trace.load_here(0), 0u);
-    EXPECT_EQ(trace.size(), 0u);
-}
-
 TEST(StackTrace, NoMoreThanTheStorageHoldsIsKept) {
     FixedTrace trace;
     testing::internal::CaptureStderr();
