@@ -7,10 +7,12 @@
 
 #include <set>
 #include <sstream>
+#include <string_view>
 
 #include "infra/corvo_json.h"
 #include "infra/corvo_version.h"
 #include "support/daemon.h"
+#include "support/load_params.h"
 #include "tools/captures/capture_files.h"
 #include "utils/base64.h"
 
@@ -40,7 +42,7 @@ class CommandsTest : public testing::Test {
     }
 
     void activate() const {
-        daemon.result("load");
+        daemon.result("load", test::load_params());
         daemon.result("activate", parse(R"({"resources":{"max_flows":10}})"));
     }
 
@@ -199,6 +201,11 @@ TEST_F(CommandsTest, LoadHandsTheEngineItsConfiguration) {
     };
     for (const Case& load : cases) {
         SCOPED_TRACE(load.params);
+        if (corvo::Version::g_bare_metal && std::string_view(load.call).starts_with("shm_type=1")) {
+            EXPECT_EQ(daemon.failure("load", parse(load.params)),
+                      "Auto SHM configuration is not supported on bare metal mode");
+            continue;
+        }
         EXPECT_EQ(daemon.result("load", parse(load.params)), Json::Value(Json::objectValue));
         EXPECT_THAT(calls(), testing::Contains(std::string("init ") + load.call));
         EXPECT_EQ(daemon.result("unload"), Json::Value(Json::objectValue));
@@ -208,7 +215,7 @@ TEST_F(CommandsTest, LoadHandsTheEngineItsConfiguration) {
 }
 
 TEST_F(CommandsTest, ActivateStartsTheDataPathAndDeactivateStopsIt) {
-    daemon.result("load");
+    daemon.result("load", test::load_params());
     daemon.result("activate", parse(R"({"resources":{"max_flows":7,"writable_shm":true}})"));
     EXPECT_EQ(last_call(), "activate max_flows=7 dp_workers=1 writable_shm=1");
     EXPECT_EQ(daemon.failure("unload"), "corvo must be deactivated before unloading");
@@ -218,26 +225,30 @@ TEST_F(CommandsTest, ActivateStartsTheDataPathAndDeactivateStopsIt) {
     EXPECT_EQ(daemon.failure("activate", parse(R"({"resources":{"max_flows":7}})")), "100%s of nothing");
 }
 
-TEST_F(CommandsTest, InSlaveModeTheHostOwnsInterfacesAndWorkers) {
-    if (!corvo::Version::g_in_slave_mode) GTEST_SKIP();
-    activate();
-    EXPECT_EQ(daemon.failure("attach"), "'attach' not supported in slave mode");
-    EXPECT_EQ(daemon.failure("detach", parse(R"({"intf":"lo"})")), "'detach' not supported in slave mode");
-    EXPECT_EQ(daemon.failure("activate", parse(R"({"resources":{"max_flows":1,"dp_workers":null}})")),
-              "'dp_workers' is controlled via DP API in slave mode");
-}
-
-TEST_F(CommandsTest, OutsideSlaveModeTheClientChoosesInterfacesAndWorkers) {
-    if (corvo::Version::g_in_slave_mode) GTEST_SKIP();
-    daemon.result("load");
+TEST_F(CommandsTest, InterfacesAndWorkersAreTheClientsToChooseUnlessAHostOwnsThem) {
+    const bool slave = corvo::Version::g_in_slave_mode;
+    const std::string owned = "'dp_workers' is controlled via DP API in slave mode";
+    const Json::Value loopback = parse(R"({"intf":"lo"})");
+    daemon.result("load", test::load_params());
     EXPECT_EQ(daemon.failure("activate", parse(R"({"resources":{"max_flows":1,"dp_workers":129}})")),
-              "'dp_workers' is limited to 128");
+              slave ? owned : "'dp_workers' is limited to 128");
+    if (slave) {
+        EXPECT_EQ(daemon.failure("activate", parse(R"({"resources":{"max_flows":1,"dp_workers":null}})")),
+                  owned);
+        daemon.result("activate", parse(R"({"resources":{"max_flows":1}})"));
+        EXPECT_EQ(daemon.failure("attach"), "'attach' not supported in slave mode");
+        EXPECT_EQ(daemon.failure("detach", loopback), "'detach' not supported in slave mode");
+        return;
+    }
+    daemon.result("activate", parse(R"({"resources":{"max_flows":1,"dp_workers":null}})"));
+    EXPECT_EQ(last_call(), "activate max_flows=1 dp_workers=1 writable_shm=0");
+    daemon.result("deactivate");
     daemon.result("activate", parse(R"({"resources":{"max_flows":1,"dp_workers":128}})"));
     EXPECT_EQ(last_call(), "activate max_flows=1 dp_workers=128 writable_shm=0");
     EXPECT_EQ(daemon.failure("attach"), "field 'intf' is missing");
-    daemon.result("attach", parse(R"({"intf":"lo"})"));
+    daemon.result("attach", loopback);
     EXPECT_EQ(daemon.result("status")["attached"], parse(R"(["lo"])"));
-    daemon.result("detach", parse(R"({"intf":"lo"})"));
+    daemon.result("detach", loopback);
 }
 
 TEST_F(CommandsTest, AParameterReachesTheEngineAndItsAnswerTheClient) {
@@ -269,7 +280,7 @@ TEST_F(CommandsTest, AParameterReachesTheEngineAndItsAnswerTheClient) {
          "coffee dpaddr=dp0 func=f args=1,2,3,4,5,6,7,4294967295", R"("done f")"},
         {"coffee", R"({"func":"f"})", "coffee dpaddr= func=f args=", R"("done f")"},
     };
-    daemon.result("load");
+    daemon.result("load", test::load_params());
     for (const Case& request : cases) {
         SCOPED_TRACE(std::string(request.method) + " " + request.params);
         EXPECT_EQ(write(daemon.result(request.method, parse(request.params))), request.result);
@@ -300,7 +311,7 @@ TEST_F(CommandsTest, StatusAsksTheEngineOnlyWhileItIsActive) {
         EXPECT_EQ(process[which]["max"], process[which]["current"]);
     }
 
-    daemon.result("load");
+    daemon.result("load", test::load_params());
     const size_t calls_before = calls().size();
     status = daemon.result("status");
     EXPECT_EQ(status["state"], "deactivated");

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 
+#include "infra/corvo_version.h"
 #include "support/daemon.h"
 
 namespace test {
@@ -53,6 +54,9 @@ TEST(Lifecycle, TheStartTellsWhatIsRunning) {
         ASSERT_NE(at, std::string::npos) << text << " is missing or out of order in\n" << log;
     }
     EXPECT_THAT(daemon.out(), HasSubstr("Waiting for messages"));
+    const std::string log = daemon.log();
+    EXPECT_EQ(log.find(", bare metal") != std::string::npos, corvo::Version::g_bare_metal);
+    EXPECT_EQ(log.find(", slave\n") != std::string::npos, corvo::Version::g_in_slave_mode);
 }
 
 TEST(Lifecycle, AStartThatFailsSaysWhyAndEndsWithStatusZero) {

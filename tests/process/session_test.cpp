@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "support/daemon.h"
+#include "support/load_params.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
 
@@ -36,7 +37,7 @@ TEST(Session, ACaptureIsClassifiedByOurEngineOverBothTransports) {
         Daemon daemon({.engine_dir = OUR_ENGINE_DIR, .tcp = tcp});
         EXPECT_THAT(strings(daemon.result("cmds")), UnorderedElementsAreArray(METHODS));
         EXPECT_EQ(daemon.result("status")["state"], "not loaded");
-        EXPECT_EQ(daemon.result("load"), object("{}"));
+        EXPECT_EQ(daemon.result("load", load_params()), object("{}"));
         EXPECT_EQ(daemon.result("activate", object(R"({"resources":{"max_flows":1000}})")), object("{}"));
         EXPECT_EQ(daemon.result("status")["state"], "activated");
         EXPECT_FALSE(daemon.result("status")["version"].isNull());
@@ -58,7 +59,7 @@ TEST(Session, ACaptureIsClassifiedByOurEngineOverBothTransports) {
 
 TEST(Session, AnEngineBindsToTheDaemonAndBringsAMethodOfItsOwn) {
     Daemon daemon({.engine_dir = EXTENDER_ENGINE_DIR});
-    daemon.result("load");
+    daemon.result("load", load_params());
     EXPECT_THAT(strings(daemon.result("cmds")), Contains("extender.hello"));
     const Json::Value answer = daemon.result("extender.hello");
     EXPECT_TRUE(std::all_of(answer.begin(), answer.end(), [](const Json::Value& v) { return v == true; }))
@@ -70,15 +71,13 @@ TEST(Session, AnEngineBindsToTheDaemonAndBringsAMethodOfItsOwn) {
 TEST(Session, AnEngineCanBeReplacedByAnotherWithoutARestart) {
     Daemon daemon({.engine_dir = OUR_ENGINE_DIR});
     const char* const activate = R"({"resources":{"max_flows":10}})";
-    Json::Value scripted;
-    scripted["path"] = SCRIPTED_ENGINE_DIR;
     for (int round = 0; round < 3; ++round) {
-        daemon.result("load");
+        daemon.result("load", load_params());
         daemon.result("activate", object(activate));
         const Json::Value ours = daemon.result("status")["version"];
         daemon.result("deactivate");
         daemon.result("unload");
-        daemon.result("load", scripted);
+        daemon.result("load", load_params(SCRIPTED_ENGINE_DIR));
         daemon.result("activate", object(activate));
         EXPECT_NE(daemon.result("status")["version"], ours);
         daemon.result("deactivate");
@@ -102,9 +101,8 @@ TEST(Session, AnEngineThatCannotBeLoadedLeavesTheDaemonAsItWas) {
     const size_t before = open_descriptors(daemon.pid());
     for (int round = 0; round < 25; ++round)
         for (const auto& c : cases) {
-            Json::Value params;
-            params["path"] = std::string(BROKEN_ENGINES_DIR) + "/" + c.dir;
-            const std::string text = daemon.failure("load", params);
+            const std::string dir = std::string(BROKEN_ENGINES_DIR) + "/" + c.dir;
+            const std::string text = daemon.failure("load", load_params(dir));
             EXPECT_EQ(text.rfind(c.text, 0), 0U) << text;
             EXPECT_FALSE(text.empty());
         }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "infra/corvo_version.h"
 #include "utils/trace_utils.h"
 
 namespace corvo::server {
@@ -46,6 +47,8 @@ TEST(CommandLine, HasADefaultForAllButTheMode) {
     EXPECT_EQ(options.wd.disabled, TraceUtils::i_am_traced());
     EXPECT_EQ(options.traced, TraceUtils::i_am_traced());
     EXPECT_EQ(numbers(options.wd), numbers(WDConf()));
+    const uint32_t alone_sec = Version::g_sanitizer ? 60 : 20;
+    EXPECT_EQ(options.wd.kill_timeout_ms, 1000 * (Version::g_in_slave_mode ? 7200 : alone_sec));
 }
 
 TEST(CommandLine, EveryOptionReachesItsField) {
