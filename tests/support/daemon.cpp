@@ -54,7 +54,7 @@ Daemon::~Daemon() {
 
 void Daemon::start(const DaemonSetup& setup) {
     const std::string where = m_tcp ? "127.0.0.1:" + std::to_string(m_port) : socket_path();
-    std::vector<std::string> args = {BRUMECPD_BINARY, "-m", setup.mode, "-s", where, "-l", m_log};
+    std::vector<std::string> args = {BRUMECPD_COMMAND, "-m", setup.mode, "-s", where, "-l", m_log};
     if (!setup.watchdog) args.push_back("--wd_disable");
     args.insert(args.end(), setup.args.begin(), setup.args.end());
     m_pid = fork();
@@ -78,7 +78,7 @@ void Daemon::exec_child(const DaemonSetup& setup, const std::vector<std::string>
         argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);
     if (setup.before_exec) setup.before_exec();
-    execv(argv[0], argv.data());
+    execvp(argv[0], argv.data());
     _exit(127);
 }
 
