@@ -1,7 +1,6 @@
 #include "utils/optparse/option_parser.h"
 
 #include <cassert>
-#include <cstdlib>
 #include <iterator>
 
 #include "utils/optparse/text.h"
@@ -242,12 +241,12 @@ void OptionParser::do_count(const Option& option, const std::string&, const std:
 
 void OptionParser::do_help(const Option&, const std::string&, const std::string&) {
     print_help();
-    std::exit(0);
+    exit(0);
 }
 
 void OptionParser::do_version(const Option&, const std::string&, const std::string&) {
     print_version();
-    std::exit(0);
+    exit(0);
 }
 
 void OptionParser::do_callback(const Option& option, const std::string& opt, const std::string& value) {

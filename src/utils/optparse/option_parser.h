@@ -16,6 +16,9 @@ namespace optparse {
 /** As the usage: there is none, neither in the help nor with an error. */
 inline constexpr const char* SUPPRESS_USAGE = "SUPPRESSUSAGE";
 
+/** What the process ends with after a wrong command line. */
+inline constexpr int USAGE_STATUS = 2;
+
 class OptionParser : public OptionContainer {
  public:
     OptionParser() = default;
@@ -60,7 +63,8 @@ class OptionParser : public OptionContainer {
 
     /** Usage and message on standard error, then the end of the process with status 2. */
     [[noreturn]] void error(const std::string& text) const;
-    [[noreturn]] void exit() const;
+    /** Where every end of the process comes through; a program that must go on throws here instead. */
+    [[noreturn]] virtual void exit(int status = USAGE_STATUS) const;
 
  private:
     using Action = void (OptionParser::*)(const Option&, const std::string& opt, const std::string& value);
