@@ -114,9 +114,7 @@ void Server::init() {
     m_start_time = monotonic_sec();
     Logger::open_logger(m_options.daemon ? Logger::LOGGER_SYSLOG : Logger::LOGGER_CONSOLE, m_options.level,
                         m_options.log_file);
-    m_cmds.load_component(new RpcCmdsCore());
-    m_sched = std::make_unique<Scheduler>();
-    if (m_early_stop != NO_EARLY_STOP) m_sched->stop(m_early_stop);
+    create_commands();
     create_rpc_server();
     m_rpc_server->connect();
     log_destination();
@@ -125,6 +123,12 @@ void Server::init() {
     log_banner();
     add_watchdog_task();
     log_version();
+}
+
+void Server::create_commands() {
+    m_cmds.load_component(new RpcCmdsCore());
+    m_sched = std::make_unique<Scheduler>();
+    if (m_early_stop != NO_EARLY_STOP) m_sched->stop(m_early_stop);
 }
 
 void Server::create_rpc_server() {

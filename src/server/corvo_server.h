@@ -63,13 +63,18 @@ class Server {
     WatchDog& wd() { return m_wd; }
     const Options& options() const { return m_options; }
 
+ protected:
+    // The steps of `init`, in their order, after which requests are answered. A server inside another program
+    // takes these alone: no socket, signal, log file or child process comes with them.
+    void become_global();
+    void create_commands();
+    void create_engine();
+
  private:
     void init();
-    void become_global();
     bool daemonize();
     void register_signals();
     void create_rpc_server();
-    void create_engine();
     void log_destination() const;
     void log_banner() const;
     void log_version() const;
