@@ -22,3 +22,11 @@ elseif(BRUMECPD_SANITIZER STREQUAL "thread")
 elseif(NOT BRUMECPD_SANITIZER STREQUAL "none")
     message(FATAL_ERROR "BRUMECPD_SANITIZER is '${BRUMECPD_SANITIZER}', expecting none, address or thread")
 endif()
+
+if(BRUMECPD_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "BRUMECPD_FUZZ needs clang, not ${CMAKE_CXX_COMPILER_ID}")
+    endif()
+    # The check of function types compares addresses of type information, which a library keeps to itself.
+    add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize=function)
+endif()

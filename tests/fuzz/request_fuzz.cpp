@@ -1,0 +1,181 @@
+// The text of a request to the text of its reply, through every method of the real command table.
+//
+// First byte: the engine beforehand, by its value modulo 3: '0' active, '1' not loaded, '2' loaded. Second
+// byte: from 'a' on it picks a method by its place in the sorted table, and what follows is the text of its
+// params; anything below makes what follows the whole request.
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cassert>
+#include <memory>
+
+#include "fuzz/fuzz_input.h"
+#include "infra/corvo_json.h"
+#include "infra/corvo_notif.h"
+#include "server/corvo_server.h"
+#include "server/corvo_server_loader.h"
+#include "support/capture_logger.h"
+#include "support/temp_dir.h"
+#include "tools/captures/capture_files.h"
+#include "tools/captures/sample_flows.h"
+
+namespace {
+
+using corvo::Logger::LoggerInstance;
+using corvo::server::Engine;
+
+/** Runs a command of the table with one of its texts changed, where that text could reach out of the test. */
+class ConfinedCommand : public corvo::RpcCommand {
+ public:
+    using Change = std::string (*)(std::string);
+
+    ConfinedCommand(corvo::RpcCommand& inner, std::string member, Change change)
+        : RpcCommand(inner.name()), m_inner(inner), m_member(std::move(member)), m_change(change) {}
+
+ protected:
+    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override {
+        if (!params.isObject() || !params[m_member].isString()) return m_inner.run(method, params, res);
+        Json::Value confined = params;
+        confined[m_member] = m_change(params[m_member].asString());
+        return m_inner.run(method, confined, res);
+    }
+
+ private:
+    corvo::RpcCommand& m_inner;
+    std::string m_member;
+    Change m_change;
+};
+
+/** A name in the current folder. */
+std::string flat(std::string path) {
+    std::replace(path.begin(), path.end(), '/', '_');
+    return path;
+}
+
+/** A short name for the one library that there is. */
+std::string library(std::string path) {
+    return path == "inert" ? FUZZ_INERT_ENGINE : path;
+}
+
+struct Confined : corvo::RpcComponent {
+    explicit Confined(const corvo::RpcCommandsTable& table) : RpcComponent("") {
+        add(new ConfinedCommand(*table.lookup("push_pcap"), "filename", flat));
+        add(new ConfinedCommand(*table.lookup("notifications"), "socket", flat));
+        add(new ConfinedCommand(*table.lookup("load"), "path", library));
+    }
+};
+
+corvo::server::Options quiet_options() {
+    corvo::server::Options options;
+    options.set_global = true;
+    return options;
+}
+
+/** Answers requests, and has neither socket nor process of its own. */
+class EmbeddedServer : public corvo::server::Server {
+ public:
+    explicit EmbeddedServer(Engine::state_e state) : Server(quiet_options()) {
+        become_global();
+        create_commands();
+        cmds().load_component(new Confined(cmds()));
+        create_engine();
+        corvo::api::InitConfig config;
+        config.cmds = &cmds();
+        if (state >= Engine::STATE_LOADED) engine()->load_engine(FUZZ_INERT_ENGINE, config);
+        if (state >= Engine::STATE_ACTIVE)
+            engine()->activate({.max_flows = 16, .dp_workers = 1, .writable_shm = false});
+    }
+    ~EmbeddedServer() { engine()->cleanup(); }
+
+    std::string answer(const std::string& request) {
+        std::string reply;
+        handle_rpc_request(request, reply);
+        return reply;
+    }
+    std::vector<std::string> methods() const {
+        std::vector<std::string> names;
+        get_rpc_cmds(names);
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+};
+
+/** What all inputs share: a folder with two captures, and the library, which stays open for its counters'
+ * sake. */
+struct World {
+    World() {
+        [[maybe_unused]] const int rc = chdir(dir.path().c_str());
+        assert(rc == 0);
+        test::write_pcap("p", test::sample_flow("dns").frames);
+        test::write_erf("e", test::sample_flow("dns").frames);
+        [[maybe_unused]] const void* handle = dlopen(FUZZ_INERT_ENGINE "/libcvcp_u.so", RTLD_NOW);
+        assert(handle);
+    }
+    test::TempDir dir;
+};
+
+/** The hub belongs to the process: an input must not hear of the one before. */
+void forget_notifications() {
+    Json::Value request;
+    Json::Value sockets;
+    request["cmd"] = "socket";
+    request["op"] = "ls";
+    corvo::notif::ops(request, sockets);
+    request["op"] = "delete";
+    for (const Json::Value& socket : sockets["ls"]) {
+        Json::Value nothing;
+        request["socket"] = socket["name"];
+        corvo::notif::ops(request, nothing);
+    }
+    request["op"] = "clear";
+    for (const char* kept : {"log", "alerts"}) {
+        Json::Value nothing;
+        request["cmd"] = kept;
+        corvo::notif::ops(request, nothing);
+    }
+}
+
+void check_single(const Json::Value& reply) {
+    if (reply.isNull()) return;  // nobody asked for an answer
+    assert(reply.isObject());
+    assert(reply["jsonrpc"] == "2.0");
+    assert(reply.isMember("id"));
+    assert(reply.isMember("result") != reply.isMember("error"));
+    assert(!reply.isMember("error") ||
+           (reply["error"]["code"].isInt() && reply["error"]["message"].isString()));
+}
+
+void check(const std::string& text) {
+    assert(text.ends_with('\n'));
+    Json::Value reply;
+    [[maybe_unused]] const bool parsed = corvo::json::parse(text, reply);
+    assert(parsed);
+    if (!reply.isArray()) return check_single(reply);
+    for (const Json::Value& single : reply)
+        check_single(single);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const World world;
+    constexpr Engine::state_e STATES[] = {Engine::STATE_ACTIVE, Engine::STATE_UNLOADED, Engine::STATE_LOADED};
+
+    fuzz::Input input(data, size);
+    const Engine::state_e state = STATES[input.u8() % std::size(STATES)];
+    const uint8_t pick = input.u8();
+    corvo::Logger::clear_log_file("log");
+    const test::CaptureLogger logger(corvo::Logger::DEBUG, "log");
+    EmbeddedServer server(state);
+    std::string request = input.rest();
+    if (pick >= 'a') {
+        const std::vector<std::string> methods = server.methods();
+        request = R"({"jsonrpc":"2.0","id":1,"method":")" + methods[(pick - 'a') % methods.size()] +
+                  R"(","params":)" + request + "}";
+    }
+    check(server.answer(request));
+    forget_notifications();
+    return 0;
+}
