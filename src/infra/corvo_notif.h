@@ -1,7 +1,10 @@
 #pragma once
 // Raising a notification: a named event of a severity with a line of text. It is delivered to all subscribers
 // inside the call and is then gone; no failure of a subscriber reaches the caller. The hub behind it is a
-// weak reference, so that code which raises events also links into programs without one.
+// weak reference, so that code which raises events also links into programs without one. Severities and the
+// delivery itself are declared where engine libraries find them too.
+
+#include <brumecpd/engine_notify.h>
 
 #include <cassert>
 #include <cstdarg>
@@ -18,19 +21,9 @@ class Value;
 
 namespace corvo::notif {
 
-enum Severity : int {
-    SEV_ANY = 0,  ///< only in filters: lets everything pass
-    SEV_INFO = 1,
-    SEV_WARN = 2,
-    SEV_SEVERE = 3,
-};
-
 /** Feature, name and severity of a kind of event, written once where it is raised. */
 using notif_t = std::tuple<std::string, std::string, Severity>;
 
-/** The delivery itself. An event raised during another one's delivery is dropped. */
-[[gnu::weak]] void __notify(const std::string& feature, const std::string& name, Severity severity,
-                            const std::string& desc);
 /** The RPC operations on what the subscribers hold. @throws corvo::Exception whose text is for the client */
 [[gnu::weak]] void __ops(const Json::Value& params, Json::Value& res);
 
