@@ -128,7 +128,7 @@ void Classifier::set_verdict(Flow& flow, const ndpi_protocol& found) {
     Verdict& verdict = flow.verdict;
     const ndpi_flow_struct& dissection = *flow.dissection;
     bool changed = verdict.app != found.app_protocol || verdict.master != found.master_protocol;
-    if (changed) verdict.names = names_of(found);
+    if (changed) verdict.entry = entry_of(found);
     verdict.app = found.app_protocol;
     verdict.master = found.master_protocol;
     verdict.category = static_cast<uint16_t>(found.category);
@@ -139,19 +139,19 @@ void Classifier::set_verdict(Flow& flow, const ndpi_protocol& found) {
     }
 }
 
-const ProtocolNames* Classifier::names_of(const ndpi_protocol& protocol) {
+ProtocolEntry* Classifier::entry_of(const ndpi_protocol& protocol) {
     uint32_t pair = static_cast<uint32_t>(protocol.master_protocol) << 16 | protocol.app_protocol;
-    auto known = m_names.find(pair);
-    if (known != m_names.end()) return &known->second;
-    ProtocolNames names;
+    auto known = m_protocols.find(pair);
+    if (known != m_protocols.end()) return &known->second;
+    ProtocolEntry entry;
     char full[64] = {};
-    names.full = ndpi_protocol2name(m_module.get(), protocol, full, sizeof full);
+    entry.full = ndpi_protocol2name(m_module.get(), protocol, full, sizeof full);
     for (uint16_t id : {protocol.master_protocol, protocol.app_protocol}) {
         if (id == NDPI_PROTOCOL_UNKNOWN) continue;
         std::string layer = lower_case(ndpi_get_proto_name(m_module.get(), id));
-        if (names.layers.empty() || names.layers.back() != layer) names.layers.push_back(layer);
+        if (entry.layers.empty() || entry.layers.back() != layer) entry.layers.push_back(layer);
     }
-    return &m_names.emplace(pair, std::move(names)).first->second;
+    return &m_protocols.emplace(pair, std::move(entry)).first->second;
 }
 
 void Classifier::forget_links() {

@@ -33,6 +33,13 @@ class Classifier {
      */
     void forget_links();
 
+    /** Calls `visit` with the entry of every protocol that was ever found. */
+    template <typename Visit>
+    void for_each_protocol(Visit visit) const {
+        for (const auto& [pair, entry] : m_protocols)
+            visit(entry);
+    }
+
  private:
     struct ModuleDeleter {
         void operator()(ndpi_detection_module_struct* module) const { ndpi_exit_detection_module(module); }
@@ -43,12 +50,13 @@ class Classifier {
     const unsigned char* aligned_copy(const Frame& frame);
     void set_verdict(Flow& flow, const ndpi_protocol& found);
     void decide(Flow& flow, ndpi_protocol found, bool keep_attributes);
-    const ProtocolNames* names_of(const ndpi_protocol& protocol);
+    ProtocolEntry* entry_of(const ndpi_protocol& protocol);
 
     Module m_module;
     bool m_links_learned = false;
     std::vector<uint64_t> m_scratch;
-    std::unordered_map<uint32_t, ProtocolNames> m_names;  ///< by master and application; entries never move
+    std::unordered_map<uint32_t, ProtocolEntry>
+        m_protocols;  ///< by master and application; entries never move
 };
 
 }  // namespace corvo::engine

@@ -28,6 +28,16 @@ constexpr uint16_t VISIBILITY[] = {
 };
 static_assert(sizeof VISIBILITY / sizeof VISIBILITY[0] == NDPI_CONFIDENCE_MAX);
 
+void move_traffic(Traffic& from, Traffic& to, const Flow& flow) {
+    if (&from == &to) return;
+    from.packets -= flow.packets;
+    from.bytes -= flow.bytes;
+    from.flows--;
+    to.packets += flow.packets;
+    to.bytes += flow.bytes;
+    to.flows++;
+}
+
 std::string end_text(const FlowKey& key, const void* address, uint16_t port) {
     char text[INET6_ADDRSTRLEN] = {};
     bool v4 = key.version() == 4;
@@ -44,34 +54,67 @@ DataPath::DataPath(uint32_t max_flows, ClockFn clock) : m_clock(clock), m_table(
 void DataPath::push(std::vector<api::pkt_>& pkts, bool extended) {
     uint64_t now_ms = m_clock();
     m_batch.assign(pkts.size(), Item());
-    for (size_t i = 0; i < pkts.size(); i++)
-        handle(pkts[i], m_batch[i], now_ms, extended);
+    m_pushed.packets += pkts.size();
+    for (size_t i = 0; i < pkts.size(); i++) {
+        m_pushed.bytes += pkts[i].len;
+        handle({pkts[i].data, pkts[i].len, pkts[i].ns_id}, m_batch[i], now_ms, extended);
+    }
     for (size_t i = 0; i < pkts.size(); i++) {
         answer(m_batch[i], pkts[i]);
         if (extended) answer_extended(m_batch[i], pkts[i]);
     }
 }
 
-void DataPath::handle(const api::pkt_& pkt, Item& item, uint64_t now_ms, bool extended) {
-    item.frame = decode_frame(pkt.data, pkt.len);
+void DataPath::observe(const CapturedFrame* frames, size_t count) {
+    uint64_t now_ms = m_clock();
+    for (size_t i = 0; i < count; i++) {
+        Item item;
+        handle({frames[i].data, frames[i].len, 0}, item, now_ms, false);
+    }
+}
+
+void DataPath::handle(const Input& input, Item& item, uint64_t now_ms, bool extended) {
+    item.frame = decode_frame(input.data, input.len);
     item.error = item.frame.error;
-    if (item.error != api::PKT_OK) return;
-    DirectedKey directed = key_of(item.frame, pkt.ns_id);
+    if (item.error != api::PKT_OK) {
+        m_errors[item.error]++;
+        return;
+    }
+    DirectedKey directed = key_of(item.frame, input.ns_id);
     try {
         Flow* flow = flow_of(directed.key, now_ms);
         if (!flow) {
             item.error = api::PKT_MAX_FLOWS_REACHED;
+            m_errors[item.error]++;
             return;
         }
         item.flow = flow;
         flow->last_seen_ms = now_ms;
+        Traffic& traffic = traffic_of(*flow);
+        traffic.packets++;
+        traffic.bytes += input.len;
+        traffic.flows += flow->packets == 0;
         flow->packets++;
+        flow->bytes += input.len;
         if (item.frame.tcp_flags & TCP_FIN) flow->fin_seen[directed.from_upper] = true;
         if (item.frame.tcp_flags & TCP_RST) flow->reset_seen = true;
-        if (!flow->decided) m_classifier.inspect(*flow, item.frame, now_ms, extended);
+        if (!flow->decided) inspect(*flow, item.frame, now_ms, extended);
     } catch (const std::bad_alloc&) {
         item.error = api::PKT_NO_MEM;
+        m_errors[item.error]++;
     }
+}
+
+// With the verdict, what was counted of the flow so far goes to the protocol that the flow turned out to be.
+void DataPath::inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool extended) {
+    Traffic& before = traffic_of(flow);
+    try {
+        m_classifier.inspect(flow, frame, now_ms, extended);
+    } catch (...) {  // the verdict may have been set all the same
+        move_traffic(before, traffic_of(flow), flow);
+        throw;
+    }
+    move_traffic(before, traffic_of(flow), flow);
 }
 
 Flow* DataPath::flow_of(const FlowKey& key, uint64_t now_ms) {
@@ -85,7 +128,7 @@ void DataPath::answer(const Item& item, api::pkt_& pkt) {
     pkt.error = item.error;
     pkt.cls = item.flow ? item.flow->verdict.cls() : 0;
     if (pkt.cls)
-        pkt.protocol = item.flow->verdict.names->full;
+        pkt.protocol = item.flow->verdict.entry->full;
     else
         pkt.protocol.clear();
 }
@@ -114,6 +157,18 @@ int DataPath::tick() {
     return m_table.expire(m_clock(), ENTRIES_PER_TICK) ? TICK_MS : BUSY_TICK_MS;
 }
 
+std::map<std::string, Traffic> DataPath::traffic_by_protocol() const {
+    std::map<std::string, Traffic> out;
+    m_classifier.for_each_protocol([&](const ProtocolEntry& entry) {
+        if (entry.traffic.packets == 0) return;
+        Traffic& sum = out[entry.full];  // two pairs may have one name
+        sum.packets += entry.traffic.packets;
+        sum.bytes += entry.traffic.bytes;
+        sum.flows += entry.traffic.flows;
+    });
+    return out;
+}
+
 uint32_t DataPath::kill_all_flows() {
     uint32_t count = m_table.size();
     m_table.clear();
@@ -130,7 +185,7 @@ std::string DataPath::dump(uint32_t limit) const {
         out += "ns " + std::to_string(key.ns_id()) + " " + ip_protocol_name(key.protocol()) + " " +
                end_text(key, key.lower_address(), key.lower_port()) + " " +
                end_text(key, key.upper_address(), key.upper_port()) + " " +
-               (verdict.cls()  ? verdict.names->full
+               (verdict.cls()  ? verdict.entry->full
                 : flow.decided ? "unknown"
                                : "undecided") +
                " cls " + std::to_string(verdict.cls()) + " packets " + std::to_string(flow.packets) +

@@ -4,8 +4,10 @@
 
 #include <brumecpd/engine_api.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,12 @@
 #include "monotonic.h"
 
 namespace corvo::engine {
+
+/** A frame from an interface. */
+struct CapturedFrame {
+    const uint8_t* data = nullptr;
+    uint16_t len = 0;
+};
 
 class DataPath {
  public:
@@ -28,6 +36,9 @@ class DataPath {
      */
     void push(std::vector<api::pkt_>& pkts, bool extended);
 
+    /** Takes the frames into account like pushed ones of name space 0, for which nobody waits. */
+    void observe(const CapturedFrame* frames, size_t count);
+
     /** Forgets idle flows. The work per call is bounded; gives the wanted delay to the next call, ms. */
     int tick();
 
@@ -36,6 +47,15 @@ class DataPath {
     /** Forgets what was learned about hosts; see Classifier. */
     void remove_all_links() { m_classifier.forget_links(); }
     uint32_t flow_count() const { return m_table.size(); }
+    const FlowTable& table() const { return m_table; }
+    /** Packets and bytes that came by `push`; `flows` isn't used. */
+    const Traffic& pushed() const { return m_pushed; }
+    /** Traffic of the flows without a class. */
+    const Traffic& unclassified() const { return m_unclassified; }
+    /** Traffic of the others by the name of their protocol. */
+    std::map<std::string, Traffic> traffic_by_protocol() const;
+    /** How many packets had that error. */
+    uint64_t errors(api::pkt_error_e error) const { return m_errors[error]; }
     /** One line per flow, at most `limit`. */
     std::string dump(uint32_t limit) const;
 
@@ -46,7 +66,17 @@ class DataPath {
         api::pkt_error_e error = api::PKT_OK;
     };
 
-    void handle(const api::pkt_& pkt, Item& item, uint64_t now_ms, bool extended);
+    struct Input {
+        const uint8_t* data;
+        uint16_t len;
+        uint32_t ns_id;
+    };
+
+    void handle(const Input& input, Item& item, uint64_t now_ms, bool extended);
+    void inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool extended);
+    Traffic& traffic_of(const Flow& flow) {
+        return flow.verdict.entry ? flow.verdict.entry->traffic : m_unclassified;
+    }
     Flow* flow_of(const FlowKey& key, uint64_t now_ms);
     static void answer(const Item& item, api::pkt_& pkt);
     static void answer_extended(const Item& item, api::pkt_& pkt);
@@ -54,6 +84,9 @@ class DataPath {
     ClockFn m_clock;
     FlowTable m_table;
     Classifier m_classifier;
+    Traffic m_pushed;
+    Traffic m_unclassified;
+    std::array<uint64_t, api::PKT_IPV6_FRAG + 1> m_errors = {};  ///< by pkt_error_e
     std::vector<Item> m_batch;  ///< parallel to the packets of the push under way; kept for its memory
 };
 

@@ -41,15 +41,23 @@ struct DirectedKey {
 /** The key of a decoded frame whose `error` is PKT_OK. */
 DirectedKey key_of(const Frame& frame, uint32_t ns_id);
 
-/** The texts that go with one pair of master and application protocol; owned by the classifier. */
-struct ProtocolNames {
+/** Counts since the data path started. */
+struct Traffic {
+    uint64_t packets = 0;
+    uint64_t bytes = 0;  ///< whole frames
+    uint64_t flows = 0;
+};
+
+/** What goes with one pair of master and application protocol; owned by the classifier. */
+struct ProtocolEntry {
     std::string full;                 ///< as nDPI writes the pair, such as "TLS.Google"
     std::vector<std::string> layers;  ///< lower case, outermost first, such as "tls", "google"
+    Traffic traffic;                  ///< of the flows that have this verdict now, or had it at their end
 };
 
 /** What is known of a flow's protocol; all 0 while nothing is. */
 struct Verdict {
-    const ProtocolNames* names = nullptr;
+    ProtocolEntry* entry = nullptr;
     uint16_t master = 0;
     uint16_t app = 0;
     uint16_t category = 0;
@@ -68,6 +76,7 @@ struct Flow {
     std::unique_ptr<ndpi_flow_struct, NdpiFlowDeleter> dissection;  ///< only until the verdict
     std::unique_ptr<std::vector<std::string>> attributes;           ///< set with the verdict, if asked for
     uint64_t last_seen_ms = 0;
+    uint64_t bytes = 0;
     Verdict verdict;
     uint32_t packets = 0;
     uint32_t hash = 0;

@@ -75,6 +75,7 @@ Flow* FlowTable::find_or_add(const FlowKey& key) {
     flow.hash = hash;
     flow.used = true;
     m_size++;
+    m_created++;
     return &flow;
 }
 
@@ -104,7 +105,9 @@ uint32_t FlowTable::take_entry() {
 bool FlowTable::expire(uint64_t now_ms, uint32_t budget) {
     for (; budget > 0 && m_cursor < m_opened; budget--, m_cursor++) {
         const Flow& flow = entry(m_cursor);
-        if (flow.used && now_ms - flow.last_seen_ms >= flow.aging_sec() * uint64_t{1000}) remove(m_cursor);
+        if (!flow.used || now_ms - flow.last_seen_ms < flow.aging_sec() * uint64_t{1000}) continue;
+        remove(m_cursor);
+        m_aged++;
     }
     if (m_cursor < m_opened) return false;
     m_cursor = 0;

@@ -23,6 +23,10 @@ class FlowTable {
     void clear();
     uint32_t size() const { return m_size; }
     uint32_t max_flows() const { return m_max_flows; }
+    /** Flows that were ever added. */
+    uint64_t created() const { return m_created; }
+    /** Those of them that `expire` has forgotten. */
+    uint64_t aged() const { return m_aged; }
 
     /**
      * Goes on with its round through the entries, over at most `budget` of them, and forgets the flows that
@@ -58,6 +62,8 @@ class FlowTable {
 
     uint32_t m_max_flows;
     uint32_t m_size = 0;
+    uint64_t m_created = 0;
+    uint64_t m_aged = 0;
     uint32_t m_opened = 0;  ///< entries that were ever in use
     uint32_t m_first_free = NONE;
     uint32_t m_cursor = 0;

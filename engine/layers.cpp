@@ -45,7 +45,7 @@ void append_layers(const Frame& frame, const Verdict& verdict, std::vector<std::
     if (frame.error != api::PKT_OK) return;
     out.push_back(ip_protocol_name(frame.protocol));
     if (verdict.cls() == 0) return;
-    for (const std::string& layer : verdict.names->layers) {
+    for (const std::string& layer : verdict.entry->layers) {
         if (layer != out.back()) out.push_back(layer);
     }
 }
