@@ -1,0 +1,55 @@
+#pragma once
+// Samples as the bodies of POST requests, with libcurl, driven by `poll`. Connections are kept between them.
+
+#include <brumecpd/engine_api.h>
+#include <curl/curl.h>
+
+#include <memory>
+#include <string>
+
+#include "export_sink.h"
+
+namespace corvo::engine {
+
+class HttpSink : public ExportSink {
+ public:
+    /** Throws Error if server, port or path can't be. Nothing is sent yet. */
+    explicit HttpSink(const api::ExporterConfig& config);
+    ~HttpSink() override;
+
+    Outcome start(const std::string& text) override;
+    Outcome poll() override;
+    const std::string& error() const override { return m_error; }
+    void describe(Json::Value& out) const override;
+
+ private:
+    /** curl's process-wide state, taken and given back. */
+    struct Global {
+        Global();
+        Global(const Global&) = delete;
+        ~Global() { curl_global_cleanup(); }
+    };
+    struct Deleter {
+        void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    };
+    struct EasyDeleter {
+        void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+    };
+
+    void set_up_request();
+    Outcome settle(CURLcode result);
+    void take_off();
+
+    api::ExporterConfig m_config;
+    std::string m_url;
+    std::string m_error;
+    char m_curl_error[CURL_ERROR_SIZE] = {};
+    Global m_global;
+    std::unique_ptr<CURLM, Deleter> m_multi;
+    std::unique_ptr<curl_slist, Deleter> m_headers;
+    std::unique_ptr<CURL, EasyDeleter> m_easy;
+    bool m_under_way = false;
+};
+
+}  // namespace corvo::engine

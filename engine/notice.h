@@ -1,0 +1,20 @@
+#pragma once
+// What the engine tells the operators of the daemon, beyond its answers.
+
+#include <brumecpd/engine_notify.h>
+
+#include <string>
+
+namespace corvo::engine {
+
+/** Raises a notification where there is a hub; never fails. */
+inline void raise_notice(const char* name, notif::Severity severity, const std::string& text) noexcept {
+    if (!notif::__notify) return;
+    try {
+        notif::__notify("engine", name, severity, text);
+    } catch (...) {
+        // The event is lost, like any that a subscriber can't take.
+    }
+}
+
+}  // namespace corvo::engine
