@@ -44,18 +44,6 @@ Engine& engine() {
     return *g_engine;
 }
 
-/** For what this engine can't do: it is given its packets, and keeps its knowledge to itself. */
-void refuse(std::string& err, const char* text) {
-    guarded(err, [&] {
-        engine();
-        throw Error(text);
-    });
-}
-
-constexpr const char* NO_CAPTURE = "this engine doesn't capture from interfaces";
-constexpr const char* NO_COLLECTORS = "this engine has no collectors";
-constexpr const char* NO_HEALTH = "this engine has no health monitoring";
-
 }  // namespace
 
 void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string& err) {
@@ -82,7 +70,7 @@ void corvo_api_cp_deactivate(std::string& err) {
 
 int corvo_api_cp_tick(std::string& err) {
     int delay_ms = -1;
-    guarded(err, [&] { delay_ms = engine().tick(); });
+    guarded(err, [&] { delay_ms = engine().tick(err); });
     return delay_ms;
 }
 
@@ -111,50 +99,53 @@ void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err) {
     });
 }
 
-void corvo_api_cp_intf_attach(const std::string&, std::string& err) {
-    refuse(err, NO_CAPTURE);
+void corvo_api_cp_intf_attach(const std::string& ifname, std::string& err) {
+    guarded(err, [&] { engine().attach(ifname); });
 }
 
-void corvo_api_cp_intf_detach(const std::string&, std::string& err) {
-    refuse(err, NO_CAPTURE);
+void corvo_api_cp_intf_detach(const std::string& ifname, std::string& err) {
+    guarded(err, [&] { engine().detach(ifname); });
 }
 
-void corvo_api_cp_intf_get(std::vector<std::string>&, std::string& err) {
-    guarded(err, [] { engine(); });
+void corvo_api_cp_intf_get(std::vector<std::string>& out, std::string& err) {
+    guarded(err, [&] {
+        for (std::string& name : engine().attached())
+            out.push_back(std::move(name));
+    });
 }
 
-void corvo_api_cp_collector_enable(const std::string&, std::string& err) {
-    refuse(err, NO_COLLECTORS);
+void corvo_api_cp_collector_enable(const std::string& component, std::string& err) {
+    guarded(err, [&] { engine().enable_collector(component); });
 }
 
-void corvo_api_cp_collector_disable(const std::string&, std::string& err) {
-    refuse(err, NO_COLLECTORS);
+void corvo_api_cp_collector_disable(const std::string& component, std::string& err) {
+    guarded(err, [&] { engine().disable_collector(component); });
 }
 
-void corvo_api_cp_collector_set_interval(const std::string&, uint64_t, std::string& err) {
-    refuse(err, NO_COLLECTORS);
+void corvo_api_cp_collector_set_interval(const std::string& component, uint64_t interval, std::string& err) {
+    guarded(err, [&] { engine().set_collector_interval(component, interval); });
 }
 
-void corvo_api_cp_get_collectors(Json::Value&, std::string& err) {
-    refuse(err, NO_COLLECTORS);
+void corvo_api_cp_get_collectors(Json::Value& out, std::string& err) {
+    guarded(err, [&] { out = engine().collectors(); });
 }
 
-void corvo_api_cp_collector_get_sample(const std::string&, Json::Value&, std::string& err) {
-    refuse(err, NO_COLLECTORS);
+void corvo_api_cp_collector_get_sample(const std::string& component, Json::Value& out, std::string& err) {
+    guarded(err, [&] { out = engine().sample(component); });
 }
 
-void corvo_api_cp_collect_set_exporter(const corvo::api::ExporterConfig&, std::string& err) {
-    refuse(err, "this engine has no exporter");
+void corvo_api_cp_collect_set_exporter(const corvo::api::ExporterConfig& config, std::string& err) {
+    guarded(err, [&] { engine().set_exporter(config); });
 }
 
-void corvo_api_cp_health_get(Json::Value&, bool, std::string& err) {
-    refuse(err, NO_HEALTH);
+void corvo_api_cp_health_get(Json::Value& out, bool verbose, std::string& err) {
+    guarded(err, [&] { out = engine().health(verbose); });
 }
 
-void corvo_api_cp_health_conf_get(Json::Value&, std::string& err) {
-    refuse(err, NO_HEALTH);
+void corvo_api_cp_health_conf_get(Json::Value& out, std::string& err) {
+    guarded(err, [&] { out = engine().health_configuration(); });
 }
 
-void corvo_api_cp_health_conf_set(const Json::Value&, std::string& err) {
-    refuse(err, NO_HEALTH);
+void corvo_api_cp_health_conf_set(const Json::Value& conf, std::string& err) {
+    guarded(err, [&] { engine().configure_health(conf); });
 }

@@ -8,34 +8,70 @@
 #include <string>
 #include <vector>
 
+#include "collectors.h"
 #include "data_path.h"
+#include "exporter.h"
+#include "health.h"
+#include "interfaces.h"
 
 namespace corvo::engine {
 
 class Engine {
  public:
-    explicit Engine(const api::InitConfig& config);
+    explicit Engine(const api::InitConfig& config, ClockFn clock = monotonic_ms);
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
-    ~Engine();
 
     void activate(const api::ActivateConfig& config);
+    /** Detaches what is still attached. */
     void deactivate();
-    int tick();
+    /** Gives the wanted delay to the next call, ms. A `problem` that was met is told once and changes
+     * nothing. */
+    int tick(std::string& problem);
     /** Readable when a tick is wanted at once; open as long as the engine. */
-    int event_fd() const { return m_event_fd; }
+    int event_fd() const { return m_interfaces.event_fd(); }
 
     void push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended);
     std::string coffee(const std::string& dpaddr, const std::string& func, const std::vector<uint32_t>& args);
+
+    void attach(const std::string& ifname);
+    void detach(const std::string& ifname);
+    std::vector<std::string> attached() const;
+
+    void enable_collector(const std::string& component) { m_collectors.enable(component, m_clock()); }
+    void disable_collector(const std::string& component) { m_collectors.disable(component); }
+    void set_collector_interval(const std::string& component, uint64_t interval_ms);
+    Json::Value sample(const std::string& component);
+    Json::Value collectors() const;
+    void set_exporter(const api::ExporterConfig& config) { m_exporter.configure(config); }
+
+    Json::Value health(bool verbose);
+    Json::Value health_configuration() const { return m_health.configuration(); }
+    void configure_health(const Json::Value& conf) { m_health.configure(conf); }
 
     static Json::Value version();
     static const std::string& data_path_name();
 
  private:
     static void check_address(const std::string& dpaddr);
+    DataPath& path() const;
+    SampleSource source() const { return {m_path.get(), m_interfaces}; }
+    void look_after(uint64_t now_ms);
+    void watch_flow_table();
+    uint64_t drops() const;
 
-    int m_event_fd;
+    ClockFn m_clock;
+    Interfaces m_interfaces;
+    Collectors m_collectors;
+    Exporter m_exporter;
+    Health m_health;
+    LastMinute m_recent_drops;
     std::unique_ptr<DataPath> m_path;  ///< only while active
+    uint64_t m_path_due_ms = 0;
+    uint64_t m_look_after_due_ms = 0;
+    uint64_t m_refused = 0;       ///< packets without room in the flow table, as of the last look
+    uint64_t m_past_refused = 0;  ///< those of earlier data paths
+    bool m_full = false;          ///< it was told that the flow table is full
 };
 
 }  // namespace corvo::engine
