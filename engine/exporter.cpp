@@ -44,7 +44,9 @@ void Exporter::add(std::string text) {
     if (!m_sink) return;
     std::list<std::string>& queue = m_state.queue;
     auto full = [&] { return queue.size() >= MAX_QUEUED || m_state.bytes + text.size() > MAX_QUEUED_BYTES; };
-    while (full() && queue.size() > (m_state.sending ? 1u : 0u))
+    auto droppable = [&] { return queue.size() > (m_state.sending ? 1u : 0u); };
+    bool fits = text.size() <= MAX_QUEUED_BYTES;
+    while (fits && full() && droppable())
         drop(m_state.sending ? std::next(queue.begin()) : queue.begin());
     if (full()) {
         m_state.dropped++;

@@ -1,0 +1,150 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "engine.h"
+#include "engine/notices.h"
+#include "engine/pushed.h"
+#include "engine_error.h"
+#include "support/temp_dir.h"
+#include "tools/captures/sample_flows.h"
+
+namespace corvo::engine {
+namespace {
+
+using test::Pushed;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+uint64_t g_now_ms = 1;
+uint64_t fake_clock() {
+    return g_now_ms;
+}
+
+class CollectorsTest : public testing::Test {
+ protected:
+    CollectorsTest() { test::take_notices(); }
+
+    void activate(uint32_t max_flows) { engine.activate({max_flows, 1, false}); }
+    void push(const char* sample) {
+        Pushed pushed(test::sample_flow(sample).frames);
+        engine.push("", pushed.pkts, false);
+    }
+    int tick(uint64_t later_ms = 0) {
+        g_now_ms += later_ms;
+        std::string problem;
+        int delay_ms = engine.tick(problem);
+        EXPECT_EQ(problem, "");
+        return delay_ms;
+    }
+    template <typename Call>
+    static std::string refusal(Call call) {
+        try {
+            call();
+        } catch (const Error& e) {
+            return e.what();
+        }
+        return {};
+    }
+
+    Engine engine{{}, fake_clock};
+};
+
+TEST_F(CollectorsTest, CountsWhatWasPushedUnderTheProtocolItTurnedOutToBe) {
+    activate(100);
+    const auto& http = test::sample_flow("http").frames;
+    Pushed syn({http[0]});
+    engine.push("", syn.pkts, false);
+    EXPECT_EQ(engine.sample("protocols")["protocols"]["Unknown"]["flows"], 1u);
+    Pushed rest({http.begin() + 1, http.end()});
+    engine.push("", rest.pkts, false);
+    push("dns");
+    push("dns");
+    uint64_t bytes = 0;
+    for (const test::Bytes& frame : http)
+        bytes += frame.size();
+    const size_t dns = test::sample_flow("dns").frames.size();
+
+    Json::Value protocols = engine.sample("protocols")["protocols"];
+    EXPECT_THAT(protocols.getMemberNames(), ElementsAre("DNS", "HTTP"));
+    EXPECT_EQ(protocols["HTTP"]["packets"], Json::UInt64{http.size()});
+    EXPECT_EQ(protocols["HTTP"]["bytes"], Json::UInt64{bytes});
+    EXPECT_EQ(protocols["HTTP"]["flows"], 1u);
+    EXPECT_EQ(protocols["DNS"]["packets"], Json::UInt64{2 * dns});
+    EXPECT_EQ(protocols["DNS"]["flows"], 1u);
+    EXPECT_EQ(engine.sample("interfaces")["pushed"]["packets"], Json::UInt64{http.size() + 2 * dns});
+
+    tick(61000);  // the flows go, what they brought stays
+    EXPECT_EQ(engine.sample("protocols")["protocols"], protocols);
+    Json::Value flows = engine.sample("flows");
+    EXPECT_EQ(flows["created"], 2u);
+    EXPECT_EQ(flows["aged"], 2u);
+    EXPECT_EQ(flows["active"], 0u);
+    EXPECT_EQ(flows["max"], 100u);
+    EXPECT_EQ(flows["unclassified"], 0u);
+}
+
+TEST_F(CollectorsTest, ExportsEachEnabledCollectorAtItsInterval) {
+    test::TempDir dir;
+    engine.set_exporter({"", dir.file("out"), 0, api::EXPORTER_FILE});
+    engine.set_collector_interval("flows", 300);
+    engine.set_collector_interval("protocols", 700);
+    engine.enable_collector("flows");
+    engine.enable_collector("protocols");
+    EXPECT_EQ(tick(), 300);
+    tick(299);
+    EXPECT_EQ(test::read_file(dir.file("out")), "");
+    tick(1);
+    tick(1);
+    EXPECT_THAT(test::read_file(dir.file("out")), HasSubstr("\"collector\":\"flows\""));
+    tick(399);
+    tick(10000);  // late: one sample, not many
+    engine.disable_collector("flows");
+    tick(500);
+    std::string lines = test::read_file(dir.file("out"));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 5);
+    EXPECT_EQ(engine.collectors()["exporter"]["sent"], 5u);
+}
+
+TEST_F(CollectorsTest, ListsItsCollectorsAndRefusesOthers) {
+    engine.enable_collector("interfaces");
+    Json::Value list = engine.collectors()["collectables"];
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[2]["name"], "interfaces");
+    EXPECT_EQ(list[2]["enabled"], true);
+    EXPECT_EQ(list[2]["interval"], 60000u);
+    const std::string unknown =
+        "there is no collector 'x', expecting one of 'flows', 'protocols', 'interfaces'";
+    EXPECT_EQ(refusal([&] { engine.enable_collector("x"); }), unknown);
+    EXPECT_EQ(refusal([&] { engine.disable_collector("x"); }), unknown);
+    EXPECT_EQ(refusal([&] { engine.sample("x"); }), unknown);
+    EXPECT_EQ(refusal([&] { engine.set_collector_interval("x", 1000); }), unknown);
+    for (uint64_t interval : {0ul, 99ul, 86400001ul}) {
+        EXPECT_EQ(refusal([&] { engine.set_collector_interval("flows", interval); }),
+                  "the interval is " + std::to_string(interval) + " ms, expecting 100 to 86400000");
+    }
+}
+
+TEST_F(CollectorsTest, TellsOfAFullFlowTableOnceUntilThereIsRoomAgain) {
+    activate(1);
+    push("dns");
+    push("ntp");
+    tick(1000);
+    push("ntp");
+    tick(1000);
+    EXPECT_THAT(test::take_notices(), ElementsAre("engine flow_table.full 2: all 1 flows are in use"));
+    Json::Value health = engine.health(true)["items"];
+    EXPECT_EQ(health["flow_table"]["state"], "bad");
+    EXPECT_EQ(health["drops"]["value"], Json::UInt64{2 * test::sample_flow("ntp").frames.size()});
+    EXPECT_GT(health["memory"]["value"].asUInt64(), 1u << 20);
+    EXPECT_EQ(engine.sample("flows")["errors"]["table_full"], health["drops"]["value"]);
+    tick(60000);
+    tick(1000);
+    EXPECT_EQ(engine.health(false)["items"]["flow_table"], "ok");
+    push("dns");
+    push("ntp");
+    tick(1000);
+    EXPECT_EQ(test::take_notices().size(), 1u);
+}
+
+}  // namespace
+}  // namespace corvo::engine

@@ -1,0 +1,201 @@
+#include "exporter.h"
+
+#include <dirent.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+
+#include "engine/http_receiver.h"
+#include "engine/notices.h"
+#include "engine_error.h"
+#include "support/temp_dir.h"
+
+namespace corvo::engine {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+api::ExporterConfig http_to(uint16_t port, const std::string& server = "127.0.0.1") {
+    return {server, "/in?box=1", port, api::EXPORTER_HTTP};
+}
+api::ExporterConfig file_to(const std::string& path) {
+    return {"", path, 0, api::EXPORTER_FILE};
+}
+
+class ExporterTest : public testing::Test {
+ protected:
+    ExporterTest() { test::take_notices(); }
+
+    uint64_t count(const char* what) const { return exporter.describe()[what].asUInt64(); }
+    /** Until so many texts were sent or failed. */
+    void run(uint64_t outcomes) {
+        for (int i = 0; i < 1000 && count("sent") + count("failed") < outcomes; i++) {
+            exporter.tick(now_ms);
+            receiver.serve();
+        }
+    }
+
+    Exporter exporter;
+    test::HttpReceiver receiver;
+    test::TempDir dir;
+    uint64_t now_ms = 5;
+};
+
+TEST_F(ExporterTest, PostsOneTextAfterTheOther) {
+    exporter.configure(http_to(receiver.port()));
+    exporter.add("{\"a\":1}");
+    exporter.add("{\"b\":2}");
+    run(2);
+    EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
+    EXPECT_THAT(receiver.heads[0], HasSubstr("POST /in?box=1 HTTP/1.1"));
+    EXPECT_THAT(receiver.heads[0], HasSubstr("Content-Type: application/json"));
+    EXPECT_EQ(count("sent"), 2u);
+    EXPECT_EQ(count("queued"), 0u);
+    EXPECT_THAT(test::take_notices(), IsEmpty());
+}
+
+TEST_F(ExporterTest, LooksNamesUpWithoutLeavingDescriptorsToOtherPrograms) {
+    exporter.configure(http_to(receiver.port(), "localhost"));
+    exporter.add("{}");
+    exporter.tick(now_ms);
+    DIR* descriptors = opendir("/proc/self/fd");
+    while (const dirent* entry = readdir(descriptors)) {
+        int fd = std::atoi(entry->d_name);
+        if (fd > STDERR_FILENO && fd != dirfd(descriptors) && fcntl(fd, F_GETFL) >= 0 &&
+            !(fcntl(fd, F_GETFD) & FD_CLOEXEC)) {
+            char target[256] = {};
+            EXPECT_GT(readlink(("/proc/self/fd/" + std::string(entry->d_name)).c_str(), target, 255), 0);
+            EXPECT_THAT(target, testing::Not(HasSubstr("socket:")));
+        }
+    }
+    closedir(descriptors);
+    run(1);
+    EXPECT_THAT(receiver.bodies, ElementsAre("{}"));
+}
+
+TEST_F(ExporterTest, TriesAgainAfterGrowingPausesAndTellsOnceEachWay) {
+    exporter.configure(http_to(receiver.port()));
+    exporter.add("{}");
+    receiver.status = 503;
+    run(1);
+    EXPECT_EQ(exporter.tick(now_ms), 1000u);
+    now_ms += 1000;
+    run(2);
+    EXPECT_EQ(exporter.tick(now_ms), 2000u);
+    EXPECT_EQ(exporter.failures_in_a_row(), 2u);
+    EXPECT_EQ(exporter.describe()["last_error"], "HTTP status 503");
+    EXPECT_THAT(test::take_notices(), ElementsAre("engine export.failed 2: HTTP status 503"));
+    receiver.status = 204;
+    now_ms += 2000;
+    run(3);
+    EXPECT_EQ(count("sent"), 1u);
+    EXPECT_EQ(exporter.failures_in_a_row(), 0u);
+    EXPECT_THAT(test::take_notices(), ElementsAre("engine export.back 1: samples are exported again"));
+}
+
+TEST_F(ExporterTest, DropsWhatTheReceiverDoesNotWant) {
+    exporter.configure(http_to(receiver.port()));
+    exporter.add("bad");
+    receiver.status = 400;
+    run(1);
+    EXPECT_EQ(count("dropped"), 1u);
+    EXPECT_EQ(count("queued"), 0u);
+}
+
+TEST_F(ExporterTest, KeepsTheNewestWhileNobodyListens) {
+    uint16_t port = receiver.port();
+    {
+        test::HttpReceiver gone;
+        port = gone.port();
+    }
+    exporter.configure(http_to(port));
+    for (size_t i = 0; i < Exporter::MAX_QUEUED + 3; i++)
+        exporter.add(std::to_string(i));
+    EXPECT_EQ(count("queued"), Exporter::MAX_QUEUED);
+    EXPECT_EQ(count("dropped"), 3u);
+    run(1);
+    EXPECT_EQ(count("failed"), 1u);
+    exporter.add(std::string(Exporter::MAX_QUEUED_BYTES - 2, 'x'));
+    EXPECT_EQ(count("queued"), 2u);
+    exporter.add(std::string(Exporter::MAX_QUEUED_BYTES + 1, 'x'));
+    EXPECT_EQ(count("queued"), 2u);
+}
+
+TEST_F(ExporterTest, GivesUpWhatIsUnderWayWhenItGetsAnotherDestination) {
+    exporter.configure(http_to(receiver.port(), "localhost"));
+    exporter.add("{}");
+    exporter.tick(now_ms);
+    exporter.configure({"", "", 0, api::EXPORTER_NONE});
+    exporter.add("{}");
+    EXPECT_FALSE(exporter.wanted());
+    EXPECT_EQ(exporter.describe().toStyledString(), "{\n\t\"type\" : \"none\"\n}\n");
+}
+
+TEST_F(ExporterTest, AppendsLinesToAFileAlsoWhenItWasMovedAway) {
+    std::string path = dir.write("out", "before\n");
+    exporter.configure(file_to(path));
+    exporter.add("{1}");
+    exporter.add("{2}");
+    exporter.tick(now_ms);
+    EXPECT_EQ(test::read_file(path), "before\n{1}\n{2}\n");
+    std::rename(path.c_str(), dir.file("old").c_str());
+    exporter.add("{3}");
+    exporter.tick(now_ms);
+    EXPECT_EQ(test::read_file(path), "{3}\n");
+}
+
+TEST_F(ExporterTest, LeavesNoHalfLineInAFullFile) {
+    std::string path = dir.file("out");
+    exporter.configure(file_to(path));
+    exporter.add("{1}");
+    exporter.tick(now_ms);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    rlimit tight = before;
+    tight.rlim_cur = 10;
+    auto* old = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &tight);
+    exporter.add("{a long line}");
+    exporter.tick(now_ms);
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, old);
+    EXPECT_EQ(test::read_file(path), "{1}\n");
+    EXPECT_EQ(count("failed"), 1u);
+    exporter.tick(now_ms + 1000);
+    EXPECT_EQ(test::read_file(path), "{1}\n{a long line}\n");
+}
+
+TEST_F(ExporterTest, RefusesImpossibleDestinationsAndKeepsItsOwn) {
+    exporter.configure(file_to(dir.file("out")));
+    const struct {
+        api::ExporterConfig config;
+        const char* text;
+    } cases[] = {
+        {{"", "", 0, api::EXPORTER_KILN_CLOUD}, "can't export to 'kiln-cloud'"},
+        {{"", "", 0, static_cast<api::exporter_type_e>(9)}, "no exporter of type 9"},
+        {{"", "/", 80, api::EXPORTER_HTTP}, "server is ''"},
+        {{"user@host", "/", 80, api::EXPORTER_HTTP}, "server is 'user@host'"},
+        {{"host", "/", 0, api::EXPORTER_HTTPS}, "port is 0"},
+        {{"host", "/a b", 80, api::EXPORTER_HTTP}, "path is '/a b'"},
+        {{"host", "/\r\nX: y", 80, api::EXPORTER_HTTP}, "path is"},
+        {file_to(""), "has no path"},
+        {file_to(dir.path()), "Is a directory"},
+        {file_to("/nil/nil"), "No such file"},
+    };
+    for (const auto& c : cases) {
+        try {
+            exporter.configure(c.config);
+            ADD_FAILURE() << c.text;
+        } catch (const Error& e) {
+            EXPECT_THAT(e.what(), HasSubstr(c.text));
+        }
+        EXPECT_EQ(exporter.describe()["path"], dir.file("out")) << c.text;
+    }
+}
+
+}  // namespace
+}  // namespace corvo::engine

@@ -1,0 +1,171 @@
+// Capture of real traffic, in a network namespace that nobody else has.
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include "engine.h"
+#include "engine_error.h"
+#include "owned_fd.h"
+#include "tools/captures/sample_flows.h"
+
+namespace corvo::engine {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+uint64_t g_now_ms = 1;
+uint64_t fake_clock() {
+    return g_now_ms;
+}
+
+/** The payload of the sample's first packet. */
+test::Bytes dns_query() {
+    const test::Bytes& frame = test::sample_flow("dns").frames[0];
+    return {frame.begin() + 14 + 20 + 8, frame.end()};
+}
+
+class LiveTest : public testing::Test {
+ protected:
+    void SetUp() override {
+        if (!m_home || unshare(CLONE_NEWNET) < 0) GTEST_SKIP() << "no network namespace: " << strerror(errno);
+        m_moved = true;
+        set_loopback(true);
+        engine.activate({100, 1, false});
+    }
+    void TearDown() override {
+        if (!m_moved) return;
+        ASSERT_EQ(setns(m_home.get(), CLONE_NEWNET), 0);
+    }
+
+    static void set_loopback(bool up) {
+        OwnedFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        ifreq request{};
+        std::strcpy(request.ifr_name, "lo");
+        ASSERT_EQ(ioctl(fd.get(), SIOCGIFFLAGS, &request), 0);
+        request.ifr_flags = static_cast<short>(up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP);
+        ASSERT_EQ(ioctl(fd.get(), SIOCSIFFLAGS, &request), 0);
+    }
+    static void send_to(uint16_t port, const test::Bytes& payload, int count = 1) {
+        OwnedFd receiver(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        OwnedFd sender(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        auto* generic = reinterpret_cast<sockaddr*>(&address);
+        ASSERT_EQ(bind(receiver.get(), generic, sizeof address), 0);  // otherwise ICMP would answer
+        for (int i = 0; i < count; i++)
+            ASSERT_GT(sendto(sender.get(), payload.data(), payload.size(), 0, generic, sizeof address), 0);
+    }
+    bool readable() const {
+        pollfd waiting{engine.event_fd(), POLLIN, 0};
+        return poll(&waiting, 1, 0) == 1;
+    }
+    std::string tick() {
+        std::string problem;
+        engine.tick(problem);
+        return problem;
+    }
+    template <typename Call>
+    static std::string refusal(Call call) {
+        try {
+            call();
+        } catch (const Error& e) {
+            return e.what();
+        }
+        return {};
+    }
+    Json::Value loopback() { return engine.sample("interfaces")["interfaces"][0]; }
+
+    Engine engine{{}, fake_clock};
+
+ private:
+    OwnedFd m_home{open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)};
+    bool m_moved = false;
+};
+
+TEST_F(LiveTest, SeesClassifiesAndCountsEachPacketOnce) {
+    engine.attach("lo");
+    EXPECT_FALSE(readable());
+    const test::Bytes query = dns_query();
+    send_to(53, query);
+    EXPECT_TRUE(readable());
+    EXPECT_EQ(tick(), "");
+    EXPECT_FALSE(readable());
+    Json::Value dns = engine.sample("protocols")["protocols"]["DNS"];
+    EXPECT_EQ(dns["packets"], 1u);
+    EXPECT_EQ(dns["bytes"], Json::UInt64{query.size() + 42});
+    EXPECT_EQ(loopback()["packets"], 1u);
+    EXPECT_EQ(loopback()["bytes"], Json::UInt64{query.size() + 42});
+    EXPECT_THAT(engine.coffee("", "dp.ft.dump", {}), HasSubstr("ns 0 udp 127.0.0.1:"));
+}
+
+TEST_F(LiveTest, HandlesABoundedNumberOfFramesPerTick) {
+    engine.attach("lo");
+    send_to(53, dns_query(), 1500);
+    tick();
+    EXPECT_LT(loopback()["packets"].asUInt64(), 1500u);
+    EXPECT_TRUE(readable());
+    int ticks = 1;
+    for (; readable() && ticks < 100; ticks++)
+        tick();
+    EXPECT_EQ(loopback()["packets"].asUInt64() + loopback()["drops"].asUInt64(), 1500u);
+    EXPECT_LT(ticks, 10);
+}
+
+TEST_F(LiveTest, CountsWhatFoundNoRoomInTheKernel) {
+    engine.attach("lo");
+    send_to(9, test::Bytes(60000, 'x'), 300);
+    g_now_ms += 1000;
+    tick();
+    uint64_t drops = loopback()["drops"].asUInt64();
+    EXPECT_GT(drops, 0u);
+    EXPECT_EQ(engine.health(true)["items"]["drops"]["value"], Json::UInt64{drops});
+    engine.detach("lo");
+    EXPECT_EQ(engine.health(true)["items"]["drops"]["value"], Json::UInt64{drops});
+}
+
+TEST_F(LiveTest, TellsOnceWhenAnInterfaceGoesDownAndUsesItAgainWhenItIsUp) {
+    engine.attach("lo");
+    set_loopback(false);
+    EXPECT_TRUE(readable());
+    EXPECT_EQ(tick(), "interface 'lo' can't be captured from: Network is down");
+    EXPECT_FALSE(readable());
+    EXPECT_EQ(tick(), "");
+    EXPECT_EQ(loopback()["up"], false);
+    EXPECT_EQ(loopback()["downs"], 1u);
+    set_loopback(true);
+    g_now_ms += 1000;
+    tick();
+    EXPECT_EQ(loopback()["up"], true);
+    send_to(53, dns_query());
+    tick();
+    EXPECT_EQ(loopback()["packets"], 1u);
+}
+
+TEST_F(LiveTest, RefusesWhatCannotBeAttachedOrDetached) {
+    EXPECT_EQ(refusal([&] { engine.attach("nil0"); }), "there is no interface 'nil0'");
+    EXPECT_EQ(refusal([&] { engine.attach(""); }), "there is no interface ''");
+    EXPECT_EQ(refusal([&] { engine.attach(std::string("lo\0x", 4)); }).substr(0, 24),
+              "there is no interface 'l");
+    EXPECT_EQ(refusal([&] { engine.detach("lo"); }), "interface 'lo' isn't attached");
+    engine.attach("lo");
+    EXPECT_EQ(refusal([&] { engine.attach("lo"); }), "interface 'lo' is already attached");
+    EXPECT_THAT(engine.attached(), ElementsAre("lo"));
+    engine.deactivate();
+    EXPECT_THAT(engine.attached(), IsEmpty());
+    EXPECT_EQ(refusal([&] { engine.attach("lo"); }), "the data path isn't active");
+    send_to(53, dns_query());
+    EXPECT_FALSE(readable());
+}
+
+}  // namespace
+}  // namespace corvo::engine
