@@ -25,8 +25,7 @@ class EngineApi : public testing::Test {
         if (!m_handle) throw std::runtime_error(dlerror());
     }
     ~EngineApi() override {
-        std::string ignored;
-        if (m_handle) CALL(deinit)(ignored);
+        if (m_handle) deinit();
         close_library();
     }
     void close_library() {

@@ -34,21 +34,15 @@ Bytes tagged(Bytes frame, const Bytes& tag) {
     return frame;
 }
 
-struct ErrorCase {
-    const char* what;
-    Bytes frame;
-    api::pkt_error_e error;
-};
-
 TEST(Frame, TellsWhyAFrameCannotBeUsed) {
-    const Bytes four_tags = udp(V4, 1);
-    const Bytes one_tag = {0x88, 0xa8, 0, 1};
-    const ErrorCase cases[] = {
+    Bytes five_tags = udp(V4, 1);
+    for (int i = 0; i < 4; ++i)
+        five_tags = tagged(five_tags, {0x88, 0xa8, 0, 1});
+    const std::tuple<const char*, Bytes, api::pkt_error_e> cases[] = {
         {"nothing", {}, api::PKT_TRIMMED_L3},
         {"ARP", test::ether_frame(test::ETHER_ARP, Bytes(28)), api::PKT_NON_IP},
         {"the other version's header", patched(udp(V4), 14, {0x65}), api::PKT_NON_IP},
-        {"five tags", tagged(tagged(tagged(tagged(four_tags, one_tag), one_tag), one_tag), one_tag),
-         api::PKT_NON_IP},
+        {"five tags", five_tags, api::PKT_NON_IP},
         {"half a tag", cut(udp(V4, 1), 16), api::PKT_TRIMMED_L3},
         {"no IP header", cut(udp(V4), 14), api::PKT_TRIMMED_L3},
         {"half an IPv4 header", cut(udp(V4), 33), api::PKT_TRIMMED_L3},
@@ -66,9 +60,8 @@ TEST(Frame, TellsWhyAFrameCannotBeUsed) {
         {"the first IPv6 fragment", patched(udp(V6, -1, {44}), 56, {0x00, 0x01}), api::PKT_IPV6_FRAG},
         {"an IPv6 fragment that is the whole", patched(udp(V6, -1, {44}), 56, {0, 0}), api::PKT_OK},
     };
-    for (const ErrorCase& c : cases) {
-        EXPECT_EQ(decode_frame(c.frame.data(), c.frame.size()).error, c.error) << c.what;
-    }
+    for (const auto& [what, frame, error] : cases)
+        EXPECT_EQ(decode_frame(frame.data(), frame.size()).error, error) << what;
 }
 
 TEST(Frame, FindsTheTransportHeaderBehindTagsAndExtensions) {

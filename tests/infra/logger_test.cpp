@@ -6,9 +6,9 @@
 
 #include <climits>
 #include <filesystem>
-#include <iterator>
 
 #include "support/capture_logger.h"
+#include "support/daemon.h"
 #include "support/temp_dir.h"
 
 namespace corvo::Logger {
@@ -22,10 +22,6 @@ using testing::MatchesRegex;
 using testing::StartsWith;
 
 const std::string COMP = "server";
-
-long open_descriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
 
 TEST(Logger, WritesTheSameLineInItsFixedLayoutToBothOutputs) {
     test::TempDir dir;
@@ -44,13 +40,7 @@ TEST(Logger, WritesTheSameLineInItsFixedLayoutToBothOutputs) {
 }
 
 TEST(Logger, ShapesLocationTagAndFirstLetter) {
-    struct {
-        const char* file;
-        const char* comp;
-        logger_level_e level;
-        const char* text;
-        const char* end;
-    } const cases[] = {
+    const std::tuple<const char*, const char*, logger_level_e, const char*, const char*> cases[] = {
         {nullptr, "rpc", WARN, "x", " - (-)                            - [rpc   ][WARN ] - X"},
         {"/a/", "rpc-worker", ERROR, "", " - (:12)                          - [rpc-wo][ERROR] - "},
         {"a_source_file_of_a_long_name.cpp", "WD", INFO, "1a",
@@ -58,9 +48,9 @@ TEST(Logger, ShapesLocationTagAndFirstLetter) {
         {"100%s", "%d", INFO, "%%s", " - (100%s:12)                     - [%d    ][INFO ] - %s"},
     };
     CaptureLogger log(DEBUG);
-    for (const auto& c : cases) {
-        xlog(c.file, 12, c.level, c.comp, c.text);
-        EXPECT_THAT(log.lines().back(), EndsWith(c.end));
+    for (const auto& [file, comp, level, text, end] : cases) {
+        xlog(file, 12, level, comp, text);
+        EXPECT_THAT(log.lines().back(), EndsWith(end));
     }
     xlog("f", 1, INFO, COMP, "%s", "lower");
     EXPECT_THAT(log.lines().back(), EndsWith(" - lower"));
@@ -90,14 +80,10 @@ TEST(Logger, AComponentsOwnLevelGoesBeforeTheGlobalOne) {
 TEST(Logger, HistoryGivesTheLastLinesOldestFirst) {
     test::TempDir dir;
     CaptureLogger log(INFO, dir.write("log", "1\n2\n\n4\n5"));
-    const std::pair<unsigned, std::vector<std::string>> cases[] = {{0, {}},
-                                                                   {1, {"5"}},
-                                                                   {2, {"4", "5"}},
-                                                                   {10, {"1", "2", "", "4", "5"}},
-                                                                   {UINT_MAX, {"1", "2", "", "4", "5"}}};
-    for (auto [lines, expected] : cases) {
-        std::vector<std::string> out{"kept"};
-        expected.insert(expected.begin(), "kept");
+    const std::vector<std::string> all = {"1", "2", "", "4", "5"};
+    for (unsigned lines : {0u, 1u, 2u, 10u, UINT_MAX}) {
+        std::vector<std::string> out{"kept"}, expected{"kept"};
+        expected.insert(expected.end(), all.end() - std::min(lines, 5u), all.end());
         history(out, lines);
         EXPECT_EQ(expected, out) << lines;
     }
@@ -125,7 +111,7 @@ TEST(Logger, WithoutAWritableFileTheOtherOutputStillShowsEveryLine) {
 
 TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     test::TempDir dir;
-    const long before = open_descriptors();
+    const size_t before = test::open_descriptors(getpid());
     open_logger(LOGGER_SYSLOG, INFO, dir.file("log"));
     EXPECT_EQ(dir.file("log"), get_log_filename());
     open_logger(static_cast<logger_type_e>(2), DEBUG, dir.file("other"));
@@ -134,7 +120,7 @@ TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     std::vector<std::string> out;
     history(out, 10);
     EXPECT_THAT(out, IsEmpty());
-    EXPECT_EQ(before, open_descriptors());
+    EXPECT_EQ(before, test::open_descriptors(getpid()));
 }
 
 TEST(Logger, TheLogFileIsAppendedToAndClearedOnDemand) {
@@ -144,8 +130,7 @@ TEST(Logger, TheLogFileIsAppendedToAndClearedOnDemand) {
         CaptureLogger log(INFO, file);
         CORVO_LOG_TEXT(INFO, COMP, text);
     }
-    const std::string content = test::read_file(file);
-    EXPECT_THAT(content, MatchesRegex("old\n.* - First\n.* - Second\n"));
+    EXPECT_THAT(test::read_file(file), MatchesRegex("old\n.* - First\n.* - Second\n"));
     clear_log_file(file);
     EXPECT_TRUE(std::filesystem::is_empty(file));
 }
