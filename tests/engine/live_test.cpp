@@ -1,17 +1,14 @@
 // Capture of real traffic, in a network namespace that nobody else has.
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
+
+#include <cstring>
 
 #include "engine.h"
 #include "engine_error.h"
-#include "owned_fd.h"
+#include "support/net_namespace.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
@@ -35,35 +32,8 @@ test::Bytes dns_query() {
 class LiveTest : public testing::Test {
  protected:
     void SetUp() override {
-        if (!m_home || unshare(CLONE_NEWNET) < 0) GTEST_SKIP() << "no network namespace: " << strerror(errno);
-        m_moved = true;
-        set_loopback(true);
+        if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
         engine.activate({100, 1, false});
-    }
-    void TearDown() override {
-        if (!m_moved) return;
-        ASSERT_EQ(setns(m_home.get(), CLONE_NEWNET), 0);
-    }
-
-    static void set_loopback(bool up) {
-        OwnedFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        ifreq request{};
-        std::strcpy(request.ifr_name, "lo");
-        ASSERT_EQ(ioctl(fd.get(), SIOCGIFFLAGS, &request), 0);
-        request.ifr_flags = static_cast<short>(up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP);
-        ASSERT_EQ(ioctl(fd.get(), SIOCSIFFLAGS, &request), 0);
-    }
-    static void send_to(uint16_t port, const test::Bytes& payload, int count = 1) {
-        OwnedFd receiver(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        OwnedFd sender(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* generic = reinterpret_cast<sockaddr*>(&address);
-        ASSERT_EQ(bind(receiver.get(), generic, sizeof address), 0);  // otherwise ICMP would answer
-        for (int i = 0; i < count; i++)
-            ASSERT_GT(sendto(sender.get(), payload.data(), payload.size(), 0, generic, sizeof address), 0);
     }
     bool readable() const {
         pollfd waiting{engine.event_fd(), POLLIN, 0};
@@ -85,18 +55,15 @@ class LiveTest : public testing::Test {
     }
     Json::Value loopback() { return engine.sample("interfaces")["interfaces"][0]; }
 
+    test::NetNamespace net;
     Engine engine{{}, fake_clock};
-
- private:
-    OwnedFd m_home{open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)};
-    bool m_moved = false;
 };
 
 TEST_F(LiveTest, SeesClassifiesAndCountsEachPacketOnce) {
     engine.attach("lo");
     EXPECT_FALSE(readable());
     const test::Bytes query = dns_query();
-    send_to(53, query);
+    net.send_datagrams(53, query);
     EXPECT_TRUE(readable());
     EXPECT_EQ(tick(), "");
     EXPECT_FALSE(readable());
@@ -110,7 +77,7 @@ TEST_F(LiveTest, SeesClassifiesAndCountsEachPacketOnce) {
 
 TEST_F(LiveTest, HandlesABoundedNumberOfFramesPerTick) {
     engine.attach("lo");
-    send_to(53, dns_query(), 1500);
+    net.send_datagrams(53, dns_query(), 1500);
     tick();
     EXPECT_LT(loopback()["packets"].asUInt64(), 1500u);
     EXPECT_TRUE(readable());
@@ -123,7 +90,7 @@ TEST_F(LiveTest, HandlesABoundedNumberOfFramesPerTick) {
 
 TEST_F(LiveTest, CountsWhatFoundNoRoomInTheKernel) {
     engine.attach("lo");
-    send_to(9, test::Bytes(60000, 'x'), 300);
+    net.send_datagrams(9, test::Bytes(60000, 'x'), 300);
     g_now_ms += 1000;
     tick();
     uint64_t drops = loopback()["drops"].asUInt64();
@@ -135,18 +102,18 @@ TEST_F(LiveTest, CountsWhatFoundNoRoomInTheKernel) {
 
 TEST_F(LiveTest, TellsOnceWhenAnInterfaceGoesDownAndUsesItAgainWhenItIsUp) {
     engine.attach("lo");
-    set_loopback(false);
+    net.set_loopback(false);
     EXPECT_TRUE(readable());
     EXPECT_EQ(tick(), "interface 'lo' can't be captured from: Network is down");
     EXPECT_FALSE(readable());
     EXPECT_EQ(tick(), "");
     EXPECT_EQ(loopback()["up"], false);
     EXPECT_EQ(loopback()["downs"], 1u);
-    set_loopback(true);
+    net.set_loopback(true);
     g_now_ms += 1000;
     tick();
     EXPECT_EQ(loopback()["up"], true);
-    send_to(53, dns_query());
+    net.send_datagrams(53, dns_query());
     tick();
     EXPECT_EQ(loopback()["packets"], 1u);
 }
@@ -163,7 +130,7 @@ TEST_F(LiveTest, RefusesWhatCannotBeAttachedOrDetached) {
     engine.deactivate();
     EXPECT_THAT(engine.attached(), IsEmpty());
     EXPECT_EQ(refusal([&] { engine.attach("lo"); }), "the data path isn't active");
-    send_to(53, dns_query());
+    net.send_datagrams(53, dns_query());
     EXPECT_FALSE(readable());
 }
 
