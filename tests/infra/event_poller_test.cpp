@@ -96,20 +96,6 @@ TEST_F(PollerTest, ABatchIsServedWholeWithTheLastReadyFirstAndTimersLast) {
     EXPECT_EQ("br ar yr xt lr ", order);
 }
 
-TEST_F(PollerTest, TakesTwentyDescriptorsAtOnce) {
-    std::vector<std::shared_ptr<FdEvent>> events(21);
-    for (auto& ev : events) {
-        ev = add(EVENT_STATE_READ, 0);
-        ev->raise();
-    }
-    EXPECT_TRUE(poller.handle_pending_events(0));
-    EXPECT_EQ(1, events[19]->runs);
-    for (int i = 0; i < 19; ++i)
-        poller.handle_pending_events(0);
-    EXPECT_EQ(1, events[0]->runs);
-    EXPECT_EQ(0, events[20]->runs);
-}
-
 TEST_F(PollerTest, RemovingAnEventThatHasFiredPurgesItsEntry) {
     test::CaptureLogger log;
     auto victim = add(EVENT_STATE_READ, 0);

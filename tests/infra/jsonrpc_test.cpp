@@ -21,9 +21,13 @@ class JsonRpc : public ::testing::Test {
             if (params.isMember("why")) res["specific_err"] = params["why"];
             throw RpcCommandException("", params["rc"].asUInt());
         };
+        auto strict = [](Scripted& self, const Json::Value& params, Json::Value& res) {
+            self.check_field_type(params, "port", RpcParser::TYPE_UINT32, res);
+        };
         auto count = [this](Scripted&, const Json::Value&, Json::Value&) { ++m_calls; };
-        m_table.load_component(test::make_component(
-            "", {new Scripted("echo", echo), new Scripted("fail", fail), new Scripted("count", count)}));
+        m_table.load_component(
+            test::make_component("", {new Scripted("echo", echo), new Scripted("fail", fail),
+                                      new Scripted("count", count), new Scripted("strict", strict)}));
     }
 
     /** The reply, with the time that the command took set to 0. */
@@ -99,19 +103,19 @@ TEST_F(JsonRpc, EachRequestGetsItsExactReply) {
         {call(R"("method":"")"), error(-32600, R"("Missing Method Name")")},
         {call(R"("params":{})"), error(-32600, R"("Missing Method Name")")},
         {call(R"("method":5)"), error(-32601, R"("Method '5' not registered")")},
-        {call(R"("method":true)"), error(-32601, R"("Method 'true' not registered")")},
         {call(R"("method":"%n%s")"), error(-32601, R"("Method '%n%s' not registered")")},
         {call(R"("method":"count","accept":"lz4")"), error(-32600, bad_accept)},
-        {call(R"("method":"count","accept":{})"), error(-32600, bad_accept)},
         {call(R"("method":"count","accept":["lz4",[]])"), error(-32600, R"("Invalid encoding format")")},
         {call(R"("method":"count","accept":["LZ4",1,null])"), done},
         {"5", invalid},
-        {R"("text")", invalid},
         {"[5]", invalid},
-        {"[[]]", invalid},
         // commands that fail
         {call(R"("method":"fail","params":{"rc":1,"why":"w"})"),
          error(-32602, R"("Bad paramters for method","specific_err":"w")")},
+        {call(R"("method":"strict","params":{"port":"x"})"),
+         error(-32602,
+               R"("Bad paramters for method","specific_err":"error at offset: 59 - 'port' is 'string', )"
+               R"(expecting 'uint32'")")},
         {call(R"("method":"fail","params":{"rc":2})"),
          error(-32000, R"("Failed To Execute Method","specific_err":null)")},
         {call(R"("method":"fail","params":{"rc":3,"why":[1]})"),
@@ -191,19 +195,6 @@ TEST_F(JsonRpc, ACommandThatIsUnloadedWithinABatchIsNoLongerThere) {
     m_table.load_component(test::make_component("", {new Scripted("unload", unload)}));
     EXPECT_EQ(serve("[" + call(R"("method":"unload")") + "," + call(R"("method":"engine.go")") + "]"),
               "[" + success("null") + "," + error(-32601, R"("Method 'engine.go' not registered")") + "]\n");
-}
-
-TEST_F(JsonRpc, AFieldErrorGivesItsOffsetInTheRequest) {
-    auto strict = [](Scripted& self, const Json::Value& params, Json::Value& res) {
-        self.check_field_type(params, "port", RpcParser::TYPE_UINT32, res);
-    };
-    m_table.load_component(test::make_component("", {new Scripted("strict", strict)}));
-    const std::string request = call(R"("method":"strict","params":{"port":"x"})");
-    const std::string offset = std::to_string(request.find("\"x\""));
-    EXPECT_EQ(serve(request),
-              error(-32602, R"("Bad paramters for method","specific_err":"error at offset: )" + offset +
-                                R"( - 'port' is 'string', expecting 'uint32'")") +
-                  "\n");
 }
 
 TEST(ReqParser, ACommonErrorIsAlwaysAnswered) {

@@ -142,27 +142,6 @@ TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
     EXPECT_EQ(run(choose, "null"), (Outcome{CMD_BAD_PARAMS, "field 'op' is missing"}));
 }
 
-TEST(RpcParser, ParamsOfAWrongKindAreAnInternalParsingError) {
-    const Scripted::Body bodies[] = {
-        field_is(RpcParser::TYPE_INT),
-        [](Scripted& self, const Json::Value& params, Json::Value& res) {
-            self.parse_choice<const char*>(params, "f", {"a"}, res);
-        },
-        [](Scripted&, const Json::Value& params, Json::Value&) {
-            if (!RpcParser::optional_field(params, "f").isNull())
-                throw RpcCommandException("", CMD_NO_RESULTS);
-        },
-    };
-    for (const auto& body : bodies) {
-        for (const char* params : {"5", "\"f\"", "[1]", "true"}) {
-            EXPECT_THROW(run(body, params), Exception) << params;
-        }
-    }
-    EXPECT_EQ(run(bodies[2], "null").rc, CMD_OK);
-    EXPECT_EQ(run(bodies[2], "{}").rc, CMD_OK);
-    EXPECT_EQ(run(bodies[2], R"({"f":0})").rc, CMD_NO_RESULTS);
-}
-
 TEST(RpcParser, PathsFilesAndAddressesAreVerified) {
     test::TempDir dir;
     const std::string file = dir.write("f", "x");
