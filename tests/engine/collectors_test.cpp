@@ -5,12 +5,14 @@
 #include "engine/notices.h"
 #include "engine/pushed.h"
 #include "engine_error.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
 namespace {
 
+using test::error_of;
 using test::Pushed;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -35,15 +37,6 @@ class CollectorsTest : public testing::Test {
         int delay_ms = engine.tick(problem);
         EXPECT_EQ(problem, "");
         return delay_ms;
-    }
-    template <typename Call>
-    static std::string refusal(Call call) {
-        try {
-            call();
-        } catch (const Error& e) {
-            return e.what();
-        }
-        return {};
     }
 
     Engine engine{{}, fake_clock};
@@ -114,12 +107,12 @@ TEST_F(CollectorsTest, ListsItsCollectorsAndRefusesOthers) {
     EXPECT_EQ(list[2]["interval"], 60000u);
     const std::string unknown =
         "there is no collector 'x', expecting one of 'flows', 'protocols', 'interfaces'";
-    EXPECT_EQ(refusal([&] { engine.enable_collector("x"); }), unknown);
-    EXPECT_EQ(refusal([&] { engine.disable_collector("x"); }), unknown);
-    EXPECT_EQ(refusal([&] { engine.sample("x"); }), unknown);
-    EXPECT_EQ(refusal([&] { engine.set_collector_interval("x", 1000); }), unknown);
+    EXPECT_EQ(error_of<Error>([&] { engine.enable_collector("x"); }), unknown);
+    EXPECT_EQ(error_of<Error>([&] { engine.disable_collector("x"); }), unknown);
+    EXPECT_EQ(error_of<Error>([&] { engine.sample("x"); }), unknown);
+    EXPECT_EQ(error_of<Error>([&] { engine.set_collector_interval("x", 1000); }), unknown);
     for (uint64_t interval : {0ul, 99ul, 86400001ul}) {
-        EXPECT_EQ(refusal([&] { engine.set_collector_interval("flows", interval); }),
+        EXPECT_EQ(error_of<Error>([&] { engine.set_collector_interval("flows", interval); }),
                   "the interval is " + std::to_string(interval) + " ms, expecting 100 to 86400000");
     }
 }

@@ -8,12 +8,14 @@
 
 #include "engine.h"
 #include "engine_error.h"
+#include "support/error_of.h"
 #include "support/net_namespace.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
 namespace {
 
+using test::error_of;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -43,15 +45,6 @@ class LiveTest : public testing::Test {
         std::string problem;
         engine.tick(problem);
         return problem;
-    }
-    template <typename Call>
-    static std::string refusal(Call call) {
-        try {
-            call();
-        } catch (const Error& e) {
-            return e.what();
-        }
-        return {};
     }
     Json::Value loopback() { return engine.sample("interfaces")["interfaces"][0]; }
 
@@ -119,17 +112,17 @@ TEST_F(LiveTest, TellsOnceWhenAnInterfaceGoesDownAndUsesItAgainWhenItIsUp) {
 }
 
 TEST_F(LiveTest, RefusesWhatCannotBeAttachedOrDetached) {
-    EXPECT_EQ(refusal([&] { engine.attach("nil0"); }), "there is no interface 'nil0'");
-    EXPECT_EQ(refusal([&] { engine.attach(""); }), "there is no interface ''");
-    EXPECT_EQ(refusal([&] { engine.attach(std::string("lo\0x", 4)); }).substr(0, 24),
+    EXPECT_EQ(error_of<Error>([&] { engine.attach("nil0"); }), "there is no interface 'nil0'");
+    EXPECT_EQ(error_of<Error>([&] { engine.attach(""); }), "there is no interface ''");
+    EXPECT_EQ(error_of<Error>([&] { engine.attach(std::string("lo\0x", 4)); }).substr(0, 24),
               "there is no interface 'l");
-    EXPECT_EQ(refusal([&] { engine.detach("lo"); }), "interface 'lo' isn't attached");
+    EXPECT_EQ(error_of<Error>([&] { engine.detach("lo"); }), "interface 'lo' isn't attached");
     engine.attach("lo");
-    EXPECT_EQ(refusal([&] { engine.attach("lo"); }), "interface 'lo' is already attached");
+    EXPECT_EQ(error_of<Error>([&] { engine.attach("lo"); }), "interface 'lo' is already attached");
     EXPECT_THAT(engine.attached(), ElementsAre("lo"));
     engine.deactivate();
     EXPECT_THAT(engine.attached(), IsEmpty());
-    EXPECT_EQ(refusal([&] { engine.attach("lo"); }), "the data path isn't active");
+    EXPECT_EQ(error_of<Error>([&] { engine.attach("lo"); }), "the data path isn't active");
     net.send_datagrams(53, dns_query());
     EXPECT_FALSE(readable());
 }

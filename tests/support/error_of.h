@@ -8,11 +8,11 @@
 namespace test {
 
 /** Empty if it doesn't fail. */
-template <typename Work>
+template <typename Failure = corvo::Exception, typename Work>
 std::string error_of(Work&& work) {
     try {
         work();
-    } catch (const corvo::Exception& e) {
+    } catch (const Failure& e) {
         return e.what();
     }
     return "";
