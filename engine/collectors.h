@@ -16,7 +16,7 @@ namespace corvo::engine {
 class Collectors {
  public:
     static constexpr uint64_t MIN_INTERVAL_MS = 100;
-    static constexpr uint64_t MAX_INTERVAL_MS = 24 * 3600 * 1000;
+    static constexpr uint64_t MAX_INTERVAL_MS = uint64_t{24} * 3600 * 1000;
 
     Collectors();
 
