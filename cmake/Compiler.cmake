@@ -7,8 +7,6 @@ endforeach()
 
 add_library(brumecpd_flags INTERFACE)
 target_compile_options(brumecpd_flags INTERFACE -Wall -Wextra -Werror -fno-omit-frame-pointer)
-# A fault can come from any instruction. Not every machine has tables by itself for functions that throw nothing.
-target_compile_options(brumecpd_flags INTERFACE -fasynchronous-unwind-tables)
 # Templates and inline statics must not become process-wide unique symbols: they would pin a library that
 # the daemon wants to close and replace.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
