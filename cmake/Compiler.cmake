@@ -6,7 +6,14 @@ foreach(config RELEASE RELWITHDEBINFO MINSIZEREL)
 endforeach()
 
 add_library(brumecpd_flags INTERFACE)
-target_compile_options(brumecpd_flags INTERFACE -Wall -Wextra -Werror -fno-omit-frame-pointer)
+target_compile_options(brumecpd_flags INTERFACE -Wall -Wextra -Werror)
+# What the stack of a fault is read from. On 32-bit ARM that is tables, which functions that throw nothing don't have
+# by themselves, and which the reader misunderstands where a function keeps a frame pointer.
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
+    target_compile_options(brumecpd_flags INTERFACE -funwind-tables)
+else()
+    target_compile_options(brumecpd_flags INTERFACE -fno-omit-frame-pointer)
+endif()
 # Templates and inline statics must not become process-wide unique symbols: they would pin a library that
 # the daemon wants to close and replace.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

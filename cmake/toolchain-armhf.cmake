@@ -2,8 +2,6 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-# Without it this machine has no tables for functions that throw nothing, and the stack of a fault ends at them.
-set(CMAKE_CXX_FLAGS_INIT -funwind-tables)
 
 get_filename_component(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build-armhf/sysroot ABSOLUTE)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static -L ${CMAKE_SYSROOT})

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "support/daemon.h"
+#include "support/load_params.h"
 
 namespace test {
 namespace {
@@ -17,6 +18,13 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
+/** The C library of 32-bit ARM has no unwind tables for it. */
+#ifdef __arm__
+constexpr bool STACK_ENDS_AT_ABORT = true;
+#else
+constexpr bool STACK_ENDS_AT_ABORT = false;
+#endif
+
 /** A supervised daemon with a scripted engine at work in it. */
 class ScriptedDaemon {
  public:
@@ -25,7 +33,7 @@ class ScriptedDaemon {
                     .engine_dir = SCRIPTED_ENGINE_DIR,
                     .env = {{"TEST_ENGINE_SCRIPT", m_dir.file("script")}},
                     .watchdog = true}) {
-        m_daemon.result("load");
+        m_daemon.result("load", load_params());
         m_daemon.result("activate", parse(R"({"resources":{"max_flows":10}})"));
     }
 
@@ -85,7 +93,9 @@ TEST(Signals, AServerThatDiesInsideTheEngineLeavesAWholeReportAndItsStack) {
         EXPECT_THAT(reports[0], HasSubstr(R"("engine": { "mode": "userspace", "state": "activated", )"
                                           R"("version": {"version":"scripted"})"));
         EXPECT_THAT(reports[0], HasSubstr(R"("logfile": ")" + daemon->log_path() + R"(", "backtrace":")"));
-        EXPECT_THAT(reports[0], HasSubstr("libcvcp_u.so"));
+        if (!STACK_ENDS_AT_ABORT || c.description != std::string("Aborted")) {
+            EXPECT_THAT(reports[0], HasSubstr("libcvcp_u.so"));
+        }
         EXPECT_THAT(reports[0], EndsWith("\n\"}"));
         EXPECT_THAT(daemon->log(), HasSubstr(std::string("Printing stack trace due to received signal '") +
                                              c.description + "'"));
