@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <iterator>
 
-#include "infra/corvo_json.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
 #include "infra/corvo_socket_channel.h"
@@ -92,7 +91,7 @@ void HogReporter::write_hog_report_to_file(SignalReport* report) {
         CORVO_LOG(DEBUG, COMP, "Couldn't open file: %s", path.c_str());
         return;
     }
-    std::string text = json::write_styled(report->to_json());
+    std::string text = report->to_json().toStyledString();
     std::replace(text.begin(), text.end(), '\n', ' ');
     write_all(file.get(), text.data(), text.size());
     CORVO_LOG(WARN, COMP, "HOG data saved to: %s", dir.c_str());
