@@ -1,0 +1,22 @@
+#include "client/context.h"
+
+#include "client/failure.h"
+
+namespace brumectl {
+
+Daemon& Context::daemon() {
+    if (!m_daemon) m_daemon = new_daemon();
+    return *m_daemon;
+}
+
+std::unique_ptr<Daemon> Context::new_daemon() const {
+    std::vector<Address> addresses =
+        m_options.address.empty() ? default_addresses() : std::vector{Address::parse(m_options.address)};
+    return std::make_unique<Daemon>(std::move(addresses), static_cast<int>(m_options.timeout_sec * 1000));
+}
+
+void Context::complain(const std::string& text) const {
+    m_err.print("brumectl: " + harmless(text, true) + "\n");
+}
+
+}  // namespace brumectl

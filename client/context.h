@@ -1,0 +1,41 @@
+#pragma once
+// What every word of the program shares: whom to ask, how to show the answer.
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/daemon.h"
+#include "client/terminal.h"
+
+namespace brumectl {
+
+/** The options that stand before the word. */
+struct Options {
+    std::string address = {};  ///< empty: look in the usual places
+    double timeout_sec = 10;
+    bool json = false;  ///< answers unchanged instead of text for people
+};
+
+class Context {
+ public:
+    explicit Context(const Options& options) : m_options(options), m_out(stdout), m_err(stderr) {}
+
+    /** Made at first use; nothing is connected before the first request. @throws Usage for a bad address */
+    Daemon& daemon();
+    /** One of its own, for what must not wait behind another's answer. */
+    std::unique_ptr<Daemon> new_daemon() const;
+    bool json() const { return m_options.json; }
+    const Terminal& out() const { return m_out; }
+    const Terminal& err() const { return m_err; }
+    /** A line on stderr: "brumectl: text". For what isn't the end of the program. */
+    void complain(const std::string& text) const;
+
+ private:
+    const Options& m_options;  ///< filled while the command line is read, after this is made
+    Terminal m_out;
+    Terminal m_err;
+    std::unique_ptr<Daemon> m_daemon;
+};
+
+}  // namespace brumectl

@@ -1,0 +1,182 @@
+#include "client/daemon.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "client/failure.h"
+#include "client/interrupt.h"
+#include "client/reply.h"
+#include "infra/corvo_json.h"
+#include "utils/clock.h"
+
+namespace brumectl {
+
+namespace {
+
+using corvo::UniqueFd;
+
+int remaining_ms(uint64_t deadline_ms) {
+    uint64_t now = corvo::monotonic_ms();
+    return now >= deadline_ms ? 0 : static_cast<int>(deadline_ms - now);
+}
+
+[[noreturn]] void fail_unreachable(const Address& address, int err) {
+    throw NoDaemon("no daemon at " + address.text + ": " + strerror(err));
+}
+
+/** Waits for `events` on one descriptor. False: the time is over. */
+bool await(int fd, short events, uint64_t deadline_ms) {
+    for (;;) {
+        std::vector<pollfd> fds{{fd, events, 0}};
+        int left = remaining_ms(deadline_ms);
+        if (interrupt::wait(fds, left) > 0) return true;
+        if (left == 0) return false;
+    }
+}
+
+UniqueFd connect_unix(const Address& address, int& err) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    // A name of the kernel's choice, of which nothing stays behind; the daemon answers to it.
+    sockaddr_un own = {};
+    own.sun_family = AF_UNIX;
+    sockaddr_un peer = address.unix_address();
+    if (fd && bind(fd.get(), reinterpret_cast<const sockaddr*>(&own), sizeof(sa_family_t)) == 0 &&
+        connect(fd.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof(peer)) == 0)
+        return fd;
+    err = errno;
+    return UniqueFd();
+}
+
+UniqueFd connect_tcp(const Address& address, int timeout_ms, int& err) {
+    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd) {
+        err = errno;
+        return fd;
+    }
+    if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address.in), sizeof(address.in)) == 0) return fd;
+    err = errno;
+    if (err != EINPROGRESS) return UniqueFd();
+    err = ETIMEDOUT;
+    if (!await(fd.get(), POLLOUT, corvo::monotonic_ms() + static_cast<uint64_t>(timeout_ms)))
+        return UniqueFd();
+    socklen_t len = sizeof(err);
+    getsockopt(fd.get(), SOL_SOCKET, SO_ERROR, &err, &len);
+    return err == 0 ? std::move(fd) : UniqueFd();
+}
+
+UniqueFd connect_to(const Address& address, int timeout_ms, int& err) {
+    return address.tcp ? connect_tcp(address, timeout_ms, err) : connect_unix(address, err);
+}
+
+}  // namespace
+
+void Daemon::find() {
+    if (m_found) return;
+    std::string tried;
+    for (const Address& address : m_addresses) {
+        int err = 0;
+        m_fd = connect_to(address, m_timeout_ms, err);
+        if (m_fd) {
+            Address found = address;
+            m_addresses = {found};
+            m_found = true;
+            return;
+        }
+        tried += (tried.empty() ? "" : "; ") + address.text + ": " + strerror(err);
+    }
+    throw NoDaemon("no daemon at " + tried);
+}
+
+const Address& Daemon::address() {
+    find();
+    return m_addresses.front();
+}
+
+std::string Daemon::request_text(const std::string& method, const Json::Value& params) {
+    if (!params.isNull() && !params.isObject()) throw Usage("params of '" + method + "' must be an object");
+    Json::Value request;
+    request["jsonrpc"] = "2.0";
+    request["id"] = Json::UInt64(++m_id);
+    request["method"] = method;
+    request["accept"].append("lz4");
+    if (!params.isNull()) request["params"] = params;
+    return corvo::json::write(request);
+}
+
+Json::Value Daemon::exchange(const std::string& method, const Json::Value& params, std::string& text) {
+    std::string request = request_text(method, params);
+    find();
+    text = m_addresses.front().tcp ? ask_tcp(request) : ask_unix(request);
+    return reply::parse(text);
+}
+
+Json::Value Daemon::call(const std::string& method, const Json::Value& params) {
+    std::string text;
+    return reply::result_of(exchange(method, params, text), MAX_REPLY_BYTES);
+}
+
+std::string Daemon::call_text(const std::string& method, const Json::Value& params) {
+    std::string text;
+    return reply::unpack_text(exchange(method, params, text), text, MAX_REPLY_BYTES);
+}
+
+std::string Daemon::ask_unix(const std::string& request) {
+    const Address& peer = m_addresses.front();
+    if (request.size() > MAX_DATAGRAM_BYTES)
+        throw Failure("the request has " + std::to_string(request.size()) +
+                      " bytes; a Unix socket takes 60000, use the daemon's TCP address for more");
+    uint64_t deadline = corvo::monotonic_ms() + static_cast<uint64_t>(m_timeout_ms);
+    // A queue that is full empties when the daemon reads; one whose daemon went away never does.
+    while (send(m_fd.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
+        if (errno == ECONNREFUSED || errno == ENOTCONN || errno == ECONNRESET) fail_unreachable(peer, errno);
+        if (errno != EAGAIN && errno != EINTR)
+            throw Failure(std::string("sending failed: ") + strerror(errno));
+        if (!await(m_fd.get(), POLLOUT, deadline)) throw TimedOut(peer.text + " takes no requests");
+    }
+    while (await(m_fd.get(), POLLIN, deadline)) {
+        ssize_t size = recv(m_fd.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC);
+        if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+        if (size < 0) fail_unreachable(peer, errno);
+        if (static_cast<size_t>(size) > MAX_REPLY_BYTES) throw Failure("the reply is too large");
+        std::string text(static_cast<size_t>(size), '\0');
+        recv(m_fd.get(), text.data(), text.size(), 0);
+        if (reply::answers(text, m_id))
+            return text;  // else one that came after an earlier request's time-out
+    }
+    throw TimedOut("no answer from " + peer.text + " within " + std::to_string(m_timeout_ms) + " ms");
+}
+
+std::string Daemon::ask_tcp(const std::string& request) {
+    const Address& peer = m_addresses.front();
+    UniqueFd fd = std::move(m_fd);
+    int err = 0;
+    if (!fd) fd = connect_tcp(peer, m_timeout_ms, err);
+    if (!fd) fail_unreachable(peer, err);
+    uint64_t deadline = corvo::monotonic_ms() + static_cast<uint64_t>(m_timeout_ms);
+    std::string line = request + "\n";
+    size_t sent = 0;
+    while (sent < line.size() && await(fd.get(), POLLOUT, deadline)) {
+        ssize_t done = send(fd.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+        if (done < 0 && errno != EAGAIN && errno != EINTR) fail_unreachable(peer, errno);
+        if (done > 0) sent += static_cast<size_t>(done);
+    }
+    std::string text;
+    char piece[65536];
+    while (await(fd.get(), POLLIN, deadline)) {
+        ssize_t size = recv(fd.get(), piece, sizeof(piece), 0);
+        if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+        if (size < 0) fail_unreachable(peer, errno);
+        if (size == 0) {
+            if (text.empty()) throw Failure(peer.text + " closed the connection without an answer");
+            return text;
+        }
+        text.append(piece, static_cast<size_t>(size));
+        if (text.back() == '\n') return text;
+        if (text.size() > MAX_REPLY_BYTES) throw Failure("the reply is too large");
+    }
+    throw TimedOut("no answer from " + peer.text + " within " + std::to_string(m_timeout_ms) + " ms");
+}
+
+}  // namespace brumectl

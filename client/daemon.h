@@ -1,0 +1,54 @@
+#pragma once
+// The daemon as its clients see it: one request, one reply, over either transport.
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "client/address.h"
+#include "utils/unique_fd.h"
+
+namespace brumectl {
+
+class Daemon {
+ public:
+    /** What the daemon takes as one datagram. Longer requests are refused here, before they are sent. */
+    static constexpr size_t MAX_DATAGRAM_BYTES = 60000;
+    /** Bound of a reply, on the wire and unpacked. */
+    static constexpr size_t MAX_REPLY_BYTES = 256UL * 1024 * 1024;
+
+    /** Connects at the first request, to the first of the addresses where somebody listens. */
+    Daemon(std::vector<Address> addresses, int timeout_ms)
+        : m_addresses(std::move(addresses)), m_timeout_ms(timeout_ms) {}
+
+    /**
+     * The result of one request. `params` is an object, or null for none.
+     * @throws ErrorReply, NoDaemon, TimedOut, Failure for a reply that can't be read, Interrupted
+     */
+    Json::Value call(const std::string& method, const Json::Value& params = Json::Value());
+    /** The reply's text as it came, whatever it says: the result of a large one is unpacked into its place.
+     */
+    std::string call_text(const std::string& method, const Json::Value& params = Json::Value());
+    /** Where the daemon was found. Connects if that hasn't happened. */
+    const Address& address();
+    int timeout_ms() const { return m_timeout_ms; }
+    void set_timeout_ms(int timeout_ms) { m_timeout_ms = timeout_ms; }
+
+ private:
+    Json::Value exchange(const std::string& method, const Json::Value& params, std::string& text);
+    std::string request_text(const std::string& method, const Json::Value& params);
+    void find();
+    std::string ask_unix(const std::string& request);
+    std::string ask_tcp(const std::string& request);
+
+    std::vector<Address> m_addresses;  ///< after `find`, one
+    int m_timeout_ms;
+    bool m_found = false;
+    corvo::UniqueFd m_fd;  ///< Unix: kept; TCP: what `find` has opened, for the next request
+    uint64_t m_id = 0;
+};
+
+}  // namespace brumectl

@@ -1,0 +1,100 @@
+#include "client/method_table.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "client/failure.h"
+#include "infra/corvo_json.h"
+
+namespace brumectl {
+
+extern const char openrpc_text[];  // made from docs/openrpc.json by the build
+
+namespace {
+
+Method read_method(const Json::Value& document) {
+    Method method;
+    method.name = document["name"].asString();
+    method.summary = document["summary"].asString();
+    method.description = document["description"].asString();
+    method.document = &document;
+    for (const Json::Value& param : document["params"])
+        method.parameters.push_back({param["name"].asString(), param["description"].asString(),
+                                     param["required"].asBool(), &param["schema"]});
+    return method;
+}
+
+/** Number of letters to insert, remove or change. */
+size_t distance(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), 0);
+    for (size_t i = 0; i < a.size(); ++i) {
+        size_t diagonal = row[0]++;
+        for (size_t j = 0; j < b.size(); ++j) {
+            size_t change = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({row[j] + 1, diagonal + 1, change});
+        }
+    }
+    return row.back();
+}
+
+}  // namespace
+
+const Parameter* Method::find(const std::string& wanted) const {
+    for (const Parameter& parameter : parameters)
+        if (parameter.name == wanted) return &parameter;
+    return nullptr;
+}
+
+MethodTable::MethodTable(const char* text) {
+    std::string error;
+    if (!corvo::json::parse(text, m_document, &error))
+        throw Failure("the built-in method table is broken: " + error);
+    for (const Json::Value& method : m_document["methods"])
+        m_methods.push_back(read_method(method));
+}
+
+const MethodTable& MethodTable::get() {
+    static const MethodTable table(openrpc_text);
+    return table;
+}
+
+const char* MethodTable::text() {
+    return openrpc_text;
+}
+
+const Method* MethodTable::find(const std::string& name) const {
+    for (const Method& method : m_methods)
+        if (method.name == name) return &method;
+    return nullptr;
+}
+
+const Json::Value& MethodTable::resolve(const Json::Value& schema) const {
+    const Json::Value* at = &schema;
+    while (at->isObject() && at->isMember("$ref")) {
+        std::string path = (*at)["$ref"].asString();
+        at = &m_document;
+        for (size_t begin = path.find('/'); begin != std::string::npos;) {
+            size_t end = path.find('/', begin + 1);
+            at = &(*at)[path.substr(begin + 1, end == std::string::npos ? end : end - begin - 1)];
+            begin = end;
+        }
+    }
+    return *at;
+}
+
+std::string nearest(const std::string& word, const std::vector<std::string>& known) {
+    std::string best;
+    size_t least = std::max<size_t>(2, word.size() / 3) + 1;
+    for (const std::string& candidate : known) {
+        size_t d = distance(word, candidate);
+        if (d < least) {
+            least = d;
+            best = candidate;
+        }
+    }
+    return best;
+}
+
+}  // namespace brumectl

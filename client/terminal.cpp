@@ -1,0 +1,178 @@
+#include "client/terminal.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace brumectl {
+
+namespace {
+
+constexpr const char* COLOUR_CODE[] = {"", "1", "2", "31", "32", "33", "34", "36"};
+
+bool wants_colour(FILE* stream) {
+    const char* no_color = std::getenv("NO_COLOR");
+    const char* term = std::getenv("TERM");
+    if (no_color != nullptr && *no_color != '\0') return false;
+    return isatty(fileno(stream)) != 0 && term != nullptr && strcmp(term, "dumb") != 0;
+}
+
+/** Length of the well-formed UTF-8 character at `at`, 0 if there is none. */
+size_t utf8_length(const std::string& text, size_t at) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char first = byte(at);
+    size_t len = first < 0x80                    ? 1
+                 : first >= 0xc2 && first < 0xe0 ? 2
+                 : (first & 0xf0) == 0xe0        ? 3
+                 : first >= 0xf0 && first < 0xf5 ? 4
+                                                 : 0;
+    if (len == 0 || at + len > text.size()) return 0;
+    for (size_t i = 1; i < len; ++i)
+        if ((byte(at + i) & 0xc0) != 0x80) return 0;
+    if (first == 0xe0 && byte(at + 1) < 0xa0) return 0;
+    if (first == 0xed && byte(at + 1) >= 0xa0) return 0;
+    if (first == 0xf0 && byte(at + 1) < 0x90) return 0;
+    if (first == 0xf4 && byte(at + 1) >= 0x90) return 0;
+    return len;
+}
+
+bool is_control(const std::string& text, size_t at, size_t len) {
+    unsigned char first = static_cast<unsigned char>(text[at]);
+    if (len == 1) return first < 0x20 || first == 0x7f;
+    return first == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0;
+}
+
+std::string format(const char* fmt, double number, const char* unit) {
+    char buf[64];
+    snprintf(buf, sizeof(buf), fmt, number, unit);
+    return buf;
+}
+
+}  // namespace
+
+Terminal::Terminal(FILE* stream)
+    : m_stream(stream), m_interactive(isatty(fileno(stream)) != 0), m_colour(wants_colour(stream)) {}
+
+int Terminal::width() const {
+    winsize size = {};
+    if (ioctl(fileno(m_stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+    return 80;
+}
+
+std::string Terminal::paint(colour_e colour, const std::string& text) const {
+    if (!m_colour || colour == PLAIN || text.empty()) return text;
+    return std::string("\x1b[") + COLOUR_CODE[colour] + "m" + text + "\x1b[0m";
+}
+
+void Terminal::print(const std::string& text) const {
+    fwrite(text.data(), 1, text.size(), m_stream);
+}
+
+std::string TextTable::text(const Terminal& terminal) const {
+    std::vector<size_t> widths;
+    for (const std::string& title : m_head)
+        widths.push_back(columns(title));
+    for (const auto& row : m_rows)
+        for (size_t i = 0; i < row.size() && i < widths.size(); ++i)
+            widths[i] = std::max(widths[i], columns(row[i].text));
+    auto line = [&](const std::vector<Cell>& cells) {
+        std::string out;
+        std::string pending;
+        for (size_t i = 0; i < cells.size(); ++i) {
+            const Cell& cell = cells[i];
+            std::string fill(widths[i] - columns(cell.text), ' ');
+            if (cell.right) pending += fill;
+            if (!cell.text.empty()) {
+                out += pending + terminal.paint(cell.colour, cell.text);
+                pending.clear();
+            }
+            pending += (cell.right ? std::string() : fill) + "  ";
+        }
+        return out + "\n";
+    };
+    std::vector<Cell> head;
+    for (size_t i = 0; i < m_head.size(); ++i)
+        head.push_back(
+            {m_head[i], !m_rows.empty() && i < m_rows[0].size() && m_rows[0][i].right, Terminal::BOLD});
+    std::string out = line(head);
+    for (const auto& row : m_rows)
+        out += line(row);
+    return out;
+}
+
+std::string harmless(const std::string& text, bool keep_line_breaks) {
+    std::string out;
+    for (size_t at = 0; at < text.size();) {
+        size_t len = utf8_length(text, at);
+        bool kept = keep_line_breaks && (text[at] == '\n' || text[at] == '\t');
+        if (len != 0 && (kept || !is_control(text, at, len))) {
+            out.append(text, at, len);
+            at += len;
+            continue;
+        }
+        for (size_t end = at + std::max<size_t>(len, 1); at < end; ++at) {
+            char buf[8];
+            snprintf(buf, sizeof(buf), "\\x%02x", static_cast<unsigned char>(text[at]));
+            out += buf;
+        }
+    }
+    return out;
+}
+
+size_t columns(const std::string& text) {
+    return static_cast<size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+std::string bytes_text(uint64_t bytes) {
+    constexpr const char* UNITS[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    double value = static_cast<double>(bytes);
+    size_t unit = 0;
+    while (value >= 1024 && unit + 1 < std::size(UNITS)) {
+        value /= 1024;
+        ++unit;
+    }
+    return format(unit == 0 ? "%.0f %s" : "%.1f %s", value, UNITS[unit]);
+}
+
+std::string count_text(uint64_t count) {
+    std::string digits = std::to_string(count);
+    for (size_t at = digits.size(); at > 3;)
+        digits.insert(at -= 3, ",");
+    return digits;
+}
+
+std::string duration_text(uint64_t seconds) {
+    char buf[64];
+    uint64_t days = seconds / 86400;
+    int len = days > 0 ? snprintf(buf, sizeof(buf), "%" PRIu64 " d ", days) : 0;
+    snprintf(buf + len, sizeof(buf) - static_cast<size_t>(len), "%02u:%02u:%02u",
+             static_cast<unsigned>(seconds / 3600 % 24), static_cast<unsigned>(seconds / 60 % 60),
+             static_cast<unsigned>(seconds % 60));
+    return buf;
+}
+
+std::string time_text(int64_t epoch_sec) {
+    time_t t = static_cast<time_t>(epoch_sec);
+    tm local = {};
+    localtime_r(&t, &local);
+    char buf[32];
+    strftime(buf, sizeof(buf), "%Y-%m-%d %H:%M:%S", &local);
+    return buf;
+}
+
+std::string bar(double share, int width) {
+    constexpr const char* EIGHTHS[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
+    int eighths = static_cast<int>(std::clamp(share, 0.0, 1.0) * width * 8 + 0.5);
+    std::string out;
+    for (int i = 0; i < eighths / 8; ++i)
+        out += "█";
+    return out + EIGHTHS[eighths % 8];
+}
+
+}  // namespace brumectl

@@ -1,0 +1,65 @@
+#pragma once
+// Text for people: columns, units, bars, colour. Colour and width are those of the stream; text that came
+// from outside is made harmless for a terminal first.
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace brumectl {
+
+class Terminal {
+ public:
+    enum colour_e { PLAIN = 0, BOLD, DIM, RED, GREEN, YELLOW, BLUE, CYAN };
+
+    /** Colour only if `stream` is a terminal that isn't "dumb" and NO_COLOR is unset or empty. */
+    explicit Terminal(FILE* stream);
+
+    bool interactive() const { return m_interactive; }
+    /** Columns; 80 if it is no terminal. */
+    int width() const;
+    std::string paint(colour_e colour, const std::string& text) const;
+    void print(const std::string& text) const;
+    FILE* stream() const { return m_stream; }
+
+ private:
+    FILE* m_stream;
+    bool m_interactive;
+    bool m_colour;
+};
+
+/** Rows under a head. Numbers (cells added by `number`) stand to the right. No trailing blanks. */
+class TextTable {
+ public:
+    explicit TextTable(std::vector<std::string> head) : m_head(std::move(head)) {}
+    struct Cell {
+        std::string text;
+        bool right = false;
+        Terminal::colour_e colour = Terminal::PLAIN;
+    };
+    void add(std::vector<Cell> row) { m_rows.push_back(std::move(row)); }
+    bool empty() const { return m_rows.empty(); }
+    std::string text(const Terminal& terminal) const;
+
+ private:
+    std::vector<std::string> m_head;
+    std::vector<std::vector<Cell>> m_rows;
+};
+
+/** Control characters, escapes and broken UTF-8 become "\x1b" and the like; line breaks too unless kept. */
+std::string harmless(const std::string& text, bool keep_line_breaks = false);
+/** Columns that a UTF-8 text takes (one a character). */
+size_t columns(const std::string& text);
+/** "17 B", "4.2 KiB", "1.3 GiB". */
+std::string bytes_text(uint64_t bytes);
+/** "1,234,567". */
+std::string count_text(uint64_t count);
+/** "3 d 04:05:06", or without the days. */
+std::string duration_text(uint64_t seconds);
+/** Local time, "2026-11-24 13:05:59". */
+std::string time_text(int64_t epoch_sec);
+/** `share` of `width` columns, in eighths of a block. */
+std::string bar(double share, int width);
+
+}  // namespace brumectl

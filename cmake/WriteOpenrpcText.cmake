@@ -1,0 +1,3 @@
+# Writes IN, a text, as the C string openrpc_text into OUT.
+file(READ ${IN} text)
+file(WRITE ${OUT} "namespace brumectl {\nextern const char openrpc_text[];\nconst char openrpc_text[] = R\"openrpc(${text})openrpc\";\n}  // namespace brumectl\n")
