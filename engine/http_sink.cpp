@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 
 #include "curl_guard.h"
 #include "engine_error.h"
@@ -84,6 +85,9 @@ void HttpSink::set_up_request() {
     set(CURLOPT_OPENSOCKETFUNCTION, open_curl_socket);
     set(CURLOPT_CONNECTTIMEOUT_MS, CONNECT_TIMEOUT_MS);
     set(CURLOPT_TIMEOUT_MS, TIMEOUT_MS);
+    // Beyond the system's authorities, whom the programs that use OpenSSL are told to trust.
+    const char* authorities = std::getenv("SSL_CERT_FILE");
+    if (authorities && authorities[0]) set(CURLOPT_CAINFO, authorities);
     // Giving up doesn't wait for a look-up that is under way.
     set(CURLOPT_QUICK_EXIT, 1L);
     if (!ok) throw Error("the installed libcurl lacks an option that is needed");

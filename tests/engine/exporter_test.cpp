@@ -9,6 +9,7 @@
 
 #include "engine/http_receiver.h"
 #include "engine/notices.h"
+#include "engine/tls_front.h"
 #include "engine_error.h"
 #include "support/temp_dir.h"
 
@@ -21,6 +22,9 @@ using testing::IsEmpty;
 
 api::ExporterConfig http_to(uint16_t port, const std::string& server = "127.0.0.1") {
     return {server, "/in?box=1", port, api::EXPORTER_HTTP};
+}
+api::ExporterConfig https_to(uint16_t port, const std::string& server = "localhost") {
+    return {server, "/in", port, api::EXPORTER_HTTPS};
 }
 api::ExporterConfig file_to(const std::string& path) {
     return {"", path, 0, api::EXPORTER_FILE};
@@ -75,6 +79,64 @@ TEST_F(ExporterTest, LooksNamesUpWithoutLeavingDescriptorsToOtherPrograms) {
     closedir(descriptors);
     run(1);
     EXPECT_THAT(receiver.bodies, ElementsAre("{}"));
+}
+
+/** Whom this process trusts, for the time of a test. */
+class TrustedFile {
+ public:
+    explicit TrustedFile(const std::string& path) { setenv("SSL_CERT_FILE", path.c_str(), 1); }
+    TrustedFile(const TrustedFile&) = delete;
+    TrustedFile& operator=(const TrustedFile&) = delete;
+    ~TrustedFile() { unsetenv("SSL_CERT_FILE"); }
+};
+
+TEST_F(ExporterTest, PostsOverTlsToAPeerThatItTrusts) {
+    const test::TlsFront front(receiver.port());
+    const TrustedFile trusted(front.certificate());
+    exporter.configure(https_to(front.port()));
+    exporter.add("{\"a\":1}");
+    exporter.add("{\"b\":2}");
+    run(2);
+    EXPECT_EQ(exporter.describe()["last_error"], Json::Value());
+    EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
+}
+
+TEST_F(ExporterTest, SendsNothingToAPeerOverTlsThatIsNotWhoItShouldBe) {
+    const auto error_with = [&](const test::TlsFront& front, const std::string& server) {
+        test::take_notices();
+        exporter.configure(https_to(front.port(), server));
+        exporter.add("{\"secret\":1}");
+        run(1);
+        EXPECT_EQ(count("failed"), 1u);
+        EXPECT_EQ(count("queued"), 1u);
+        const std::string error = exporter.describe()["last_error"].asString();
+        EXPECT_THAT(test::take_notices(), ElementsAre("engine export.failed 2: " + error));
+        return error;
+    };
+    const test::TlsFront unknown(receiver.port());
+    EXPECT_THAT(error_with(unknown, "localhost"), HasSubstr("self-signed certificate"));
+    const test::TlsFront other_name(receiver.port());
+    const TrustedFile trusted(other_name.certificate());
+    EXPECT_THAT(error_with(other_name, "127.0.0.1"), HasSubstr("127.0.0.1"));
+    receiver.serve();
+    EXPECT_THAT(receiver.heads, IsEmpty());
+    EXPECT_EQ(receiver.input(), "");
+}
+
+TEST_F(ExporterTest, NeitherWaitsForAPeerThatLeavesTlsUnansweredNorSpeaksInTheClear) {
+    exporter.configure(https_to(receiver.port(), "127.0.0.1"));
+    exporter.add("{\"secret\":1}");
+    for (int i = 0; i < 1000 && receiver.input().empty(); i++) {
+        exporter.tick(now_ms);
+        receiver.serve();
+    }
+    // Had a tick waited, it would have come back with a failure.
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(exporter.tick(now_ms), 20u);
+    EXPECT_EQ(count("failed"), 0u);
+    receiver.serve();
+    EXPECT_THAT(receiver.input(), testing::StartsWith("\x16\x03"));
+    EXPECT_THAT(receiver.input(), testing::Not(HasSubstr("secret")));
 }
 
 TEST_F(ExporterTest, TriesAgainAfterGrowingPausesAndTellsOnceEachWay) {

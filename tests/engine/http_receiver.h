@@ -46,6 +46,9 @@ class HttpReceiver {
         answer();
     }
 
+    /** What came of a request that isn't whole. */
+    const std::string& input() const { return m_input; }
+
     int status = 200;
     std::vector<std::string> heads;
     std::vector<std::string> bodies;
