@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -403,6 +405,34 @@ TEST_F(CommandsTest, TheEndOfTheLogIsGivenOldestLineFirst) {
     EXPECT_THAT(lines[1].asString(), HasSubstr("hird"));
     EXPECT_EQ(write(daemon.result("log", parse(R"({"type":"log","maxlines":0})"))), R"({"log":[]})");
     EXPECT_GE(daemon.result("log", parse(R"({"type":"log","maxlines":4294967295})"))["log"].size(), 3U);
+}
+
+/** The most memory that a process has had at once, KiB. */
+size_t peak_kib(pid_t pid) {
+    const std::string status = test::read_file("/proc/" + std::to_string(pid) + "/status");
+    return std::stoul(status.substr(status.find("VmHWM:") + 6));
+}
+
+TEST_F(CommandsTest, TheEndOfABigLogTakesNoMemoryForItsBeginning) {
+    constexpr size_t LINES = 500'000;
+    const Json::Value request = parse(R"({"type":"log","maxlines":2})");
+    const auto last_lines = [&] { return write(daemon.result("log", request)["log"]); };
+    last_lines();
+    const size_t before_kib = peak_kib(daemon.pid());
+    {
+        std::ofstream log(daemon.log_path(), std::ios::app);
+        const std::string line(127, 'x');
+        for (size_t i = 0; i < LINES; i++)
+            log << line << '\n';
+        log << "last but one\nlast\n";
+    }
+    EXPECT_EQ(last_lines(), R"(["last but one","last"])");
+
+    // A gap of zeros up to a gigabyte is a line that no buffer holds: what is behind it isn't looked for.
+    ASSERT_EQ(truncate(daemon.log_path().c_str(), 1 << 30), 0);
+    daemon.result("echo", parse(R"({"message":"unseen"})"));
+    EXPECT_EQ(last_lines(), R"(["last but one","last"])");
+    EXPECT_LT(peak_kib(daemon.pid()), before_kib + 4096);
 }
 
 TEST_F(CommandsTest, LevelsAreSetForOneComponentOrForAll) {
