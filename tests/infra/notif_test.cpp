@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <json/value.h>
+#include <unistd.h>
+
+#include <vector>
 
 #include "infra/corvo_json.h"
 #include "infra/corvo_notif_hub.h"
@@ -114,6 +117,47 @@ TEST_F(Notifications, AClientThatIsGoneCostsOneLogLineAnEvent) {
               json::write(request(R"({"cmd":"socket","op":"ls"})")));
     log.on_line = nullptr;
     socket_request("delete", path);
+}
+
+TEST_F(Notifications, SubscribersThatDoNotTakeAnEventKeepItFromNobodyElse) {
+    const std::string unbound = m_dir.file("unbound");
+    const std::string dead = m_dir.file("dead");
+    {
+        // Its socket file stays behind.
+        const test::UnixClient client("");
+        ASSERT_EQ(0, link(client.path().c_str(), dead.c_str()));
+    }
+    const test::UnixClient slow(""), removed(""), healthy("");
+    const std::vector<std::string> paths{unbound, dead, slow.path(), removed.path(), healthy.path()};
+    test::CaptureLogger log;
+    for (const std::string& path : paths)
+        socket_request("add", path);
+    socket_request("delete", removed.path());
+    while (!received(healthy).empty() || !received(removed).empty()) {
+    }
+
+    const std::string overrun = "Failed notifing '" + slow.path() + "' - [Resource temporarily unavailable]";
+    for (int i = 0; i < 10000 && log.count(overrun) == 0; ++i) {
+        notify(INFO_KIND, "%d", i);
+        EXPECT_NE("", received(healthy));
+    }
+    const size_t lines_before = log.lines().size();
+    for (int i = 0; i < 3; ++i) {
+        notify(INFO_KIND, "%d", i);
+        EXPECT_EQ(json::write(stored()[stored().size() - 1]), received(healthy));
+    }
+    EXPECT_EQ(lines_before + 9, log.lines().size());
+    EXPECT_EQ(4, log.count(overrun));
+    EXPECT_EQ(log.count("Failed notifing '" + dead + "' - [Connection refused]") + 1,
+              log.count("Failed notifing '" + unbound + "' - [No such file or directory]"));
+    EXPECT_EQ("", received(removed));
+
+    while (!received(slow).empty()) {
+    }
+    notify(INFO_KIND, "again");
+    EXPECT_EQ(received(healthy), received(slow));
+    for (const std::string& path : {unbound, dead, slow.path(), healthy.path()})
+        socket_request("delete", path);
 }
 
 TEST_F(Notifications, APathThatNoSocketAddressHoldsIsRefused) {
