@@ -96,8 +96,9 @@ def result_lines(schema):
 
 def example_lines(example):
     request = {param["name"]: param["value"] for param in example["params"]}
-    states = example.get("x-states")
-    yield example["name"] + (f" ({', '.join(states)})" if states else "")
+    where = [f"{example['x-build']} build"] if "x-build" in example else []
+    where += example.get("x-states", [])
+    yield example["name"] + (f" ({', '.join(where)})" if where else "")
     yield "  > " + (text(request) if request else "no params")
     if "x-error" in example:
         yield f"  < error {example['x-error']['code']}: {example['x-error']['specific_err']}"
@@ -130,7 +131,8 @@ def page_lines(document):
     yield document["info"]["description"]
     yield ""
     yield ("The same for programs: `openrpc.json`. Examples were run with a stand-in engine: what they show of an "
-           "engine's own answers is an illustration. Where one names engine states, it gives this answer only in them.")
+           "engine's own answers is an illustration. Where one names a build or engine states, it gives this answer "
+           "only there.")
     yield ""
     yield ", ".join(f"[{method['name']}](#{method['name']})" for method in document["methods"])
     yield ""
