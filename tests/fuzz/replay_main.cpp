@@ -31,11 +31,12 @@ void replay(const fs::path& path) {
 int main(int argc, char** argv) {
     std::set<fs::path> inputs;
     for (const char* const* arg = argv + 1; arg != argv + argc; ++arg) {
-        if (!fs::is_directory(*arg)) {
-            inputs.insert(*arg);
+        const fs::path path = fs::absolute(*arg);  // targets may go to a folder of their own
+        if (!fs::is_directory(path)) {
+            inputs.insert(path);
             continue;
         }
-        for (const auto& entry : fs::directory_iterator(*arg))
+        for (const auto& entry : fs::directory_iterator(path))
             inputs.insert(entry.path());
     }
     if (inputs.empty()) {

@@ -1,0 +1,178 @@
+// What operators tell our engine besides traffic: exporter, health thresholds, collectors. An input is a list
+// of lines, each a letter and what it works on; time stands still but for ticks.
+//
+// `h` JSON of a health configuration; `x` exporter: its type's digit, then port, server and path between
+// tabulators; `+` and `-` a collector's name, to enable and disable it; `i` its interval, a tabulator and its
+// name; `s` a sample of it; `t` a tick, so many milliseconds after the last.
+
+#include <arpa/inet.h>
+#include <json/reader.h>
+#include <unistd.h>
+
+#include <cassert>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include "engine.h"
+#include "engine_error.h"
+#include "fuzz/fuzz_input.h"
+#include "support/net_namespace.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+namespace api = corvo::api;
+using corvo::engine::Collectors;
+using corvo::engine::Engine;
+using corvo::engine::Exporter;
+
+uint64_t g_now_ms = 0;
+
+uint64_t now_ms() {
+    return g_now_ms;
+}
+
+/** Where files may be written, and addresses be connected to: nobody listens there. */
+struct World {
+    World() {
+        [[maybe_unused]] const int rc = chdir(dir.path().c_str());
+        assert(rc == 0);
+    }
+    void clear() const {
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+            std::filesystem::remove(entry.path());
+    }
+    const test::TempDir dir;
+    const test::NetNamespace network;
+};
+
+uint64_t number(const std::string& text) {
+    return std::strtoull(text.c_str(), nullptr, 10);
+}
+
+/** Whether the engine does it; it refuses in one way only. */
+template <typename Work>
+bool accepted(Work work) {
+    try {
+        work();
+        return true;
+    } catch (const corvo::engine::Error& e) {
+        assert(e.what()[0] != '\0');
+        return false;
+    }
+}
+
+class Session {
+ public:
+    explicit Session(const World& world) : m_world(world) {}
+
+    void run(char letter, const std::string& line) {
+        fuzz::Input words(reinterpret_cast<const uint8_t*>(line.data()), line.size());
+        switch (letter) {
+            case 'h':
+                return configure_health(line);
+            case 'x':
+                return set_exporter(words);
+            case '+':
+                accepted([&] { m_engine.enable_collector(line); });
+                return;
+            case '-':
+                accepted([&] { m_engine.disable_collector(line); });
+                return;
+            case 'i':
+                return set_interval(words);
+            case 's':
+                accepted([&] { assert(m_engine.sample(line)["collector"] == line); });
+                return;
+            case 't':
+                return tick(number(line));
+        }
+    }
+
+    void check() {
+        const Json::Value exporter = m_engine.collectors()["exporter"];
+        assert(exporter["queued"].asUInt64() <= Exporter::MAX_QUEUED);
+        assert(m_engine.health(false)["items"].size() == corvo::engine::Health::ITEMS);
+        for (const Json::Value& item : m_engine.health(true)["items"])
+            assert(item["warn"].asUInt64() >= 1 && item["warn"].asUInt64() <= item["bad"].asUInt64());
+    }
+
+ private:
+    void configure_health(const std::string& text) {
+        Json::Value conf;
+        try {
+            const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+            if (!reader->parse(text.data(), text.data() + text.size(), &conf, nullptr)) return;
+        } catch (const Json::Exception&) {
+            return;  // nested too deep
+        }
+        const Json::Value before = m_engine.health_configuration();
+        if (accepted([&] { m_engine.configure_health(conf); }))
+            m_engine.configure_health(m_engine.health_configuration());
+        else
+            assert(m_engine.health_configuration() == before);
+    }
+
+    void set_exporter(fuzz::Input& words) {
+        api::ExporterConfig config;
+        config.type = static_cast<api::exporter_type_e>(words.u8() - '0');
+        config.port = static_cast<uint16_t>(number(words.until('\t')));
+        config.server = words.until('\t');
+        config.path = words.rest();
+        if (config.type == api::EXPORTER_FILE)
+            for (char& c : config.path)
+                if (c == '/') c = '_';
+        const Json::Value before = m_engine.collectors()["exporter"];
+        const bool taken = accepted([&] { m_engine.set_exporter(config); });
+        const Json::Value after = m_engine.collectors()["exporter"];
+        assert(taken || after == before);
+        if (!taken) return;
+        assert(after["path"].asString() == config.path || config.type == api::EXPORTER_NONE);
+        m_may_send = config.type == api::EXPORTER_FILE || config.type == api::EXPORTER_NONE ||
+                     (m_world.network.entered() && is_address(config.server));
+    }
+
+    /** Names would be looked up, in a thread. */
+    static bool is_address(const std::string& server) {
+        in6_addr ignored;
+        return inet_pton(AF_INET, server.c_str(), &ignored) == 1 ||
+               inet_pton(AF_INET6, server.c_str(), &ignored) == 1;
+    }
+
+    void set_interval(fuzz::Input& words) {
+        const uint64_t interval_ms = number(words.until('\t'));
+        const std::string name = words.rest();
+        if (!accepted([&] { m_engine.set_collector_interval(name, interval_ms); })) return;
+        assert(interval_ms >= Collectors::MIN_INTERVAL_MS && interval_ms <= Collectors::MAX_INTERVAL_MS);
+    }
+
+    void tick(uint64_t passed_ms) {
+        g_now_ms += passed_ms % (2 * Collectors::MAX_INTERVAL_MS);
+        if (!m_may_send) return;
+        std::string problem;
+        [[maybe_unused]] const int delay_ms = m_engine.tick(problem);
+        assert(delay_ms >= 0 && delay_ms <= 1000);
+    }
+
+    const World& m_world;
+    Engine m_engine{api::InitConfig(), now_ms};
+    bool m_may_send = true;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const World world;
+    g_now_ms = 1;
+    {
+        Session session(world);
+        for (fuzz::Input input(data, size); !input.empty();) {
+            const auto letter = static_cast<char>(input.u8());
+            session.run(letter, input.until('\n'));
+        }
+        session.check();
+    }
+    world.clear();
+    return 0;
+}
