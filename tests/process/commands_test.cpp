@@ -432,7 +432,10 @@ TEST_F(CommandsTest, TheEndOfABigLogTakesNoMemoryForItsBeginning) {
     ASSERT_EQ(truncate(daemon.log_path().c_str(), 1 << 30), 0);
     daemon.result("echo", parse(R"({"message":"unseen"})"));
     EXPECT_EQ(last_lines(), R"(["last but one","last"])");
-    EXPECT_LT(peak_kib(daemon.pid()), before_kib + 4096);
+    // A sanitizer keeps what was freed.
+    if (!SANITIZED) {
+        EXPECT_LT(peak_kib(daemon.pid()), before_kib + 4096);
+    }
 }
 
 TEST_F(CommandsTest, LevelsAreSetForOneComponentOrForAll) {
