@@ -1,7 +1,9 @@
 #include "data_path.h"
 
 #include <arpa/inet.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <new>
 
 #include "attributes.h"
@@ -17,6 +19,11 @@ constexpr int BUSY_TICK_MS = 50;
 constexpr uint32_t ENTRIES_PER_TICK = 16384;
 /** How far a packet without room for its flow looks for one that is due to be forgotten. */
 constexpr uint32_t ENTRIES_PER_REFUSAL = 64;
+
+/** So many flows are worth the time that giving their memory back takes, half a microsecond each. */
+constexpr uint32_t WORTH_RELEASING = 4096;
+/** Flows often come back soon: their memory is better kept for so long. */
+constexpr uint64_t RELEASE_AFTER_MS = 60000;
 
 /** How sure a verdict is, in percent, by nDPI's confidence. */
 constexpr uint16_t VISIBILITY[] = {
@@ -154,7 +161,20 @@ void DataPath::answer_extended(const Item& item, api::pkt_& pkt) {
 }
 
 int DataPath::tick() {
-    return m_table.expire(m_clock(), ENTRIES_PER_TICK) ? TICK_MS : BUSY_TICK_MS;
+    uint64_t now_ms = m_clock();
+    m_most_flows = std::max(m_most_flows, m_table.size());
+    if (m_most_flows < WORTH_RELEASING || m_table.size() > m_most_flows / 4) m_busy_ms = now_ms;
+    if (!m_table.expire(now_ms, ENTRIES_PER_TICK)) return BUSY_TICK_MS;
+    if (now_ms - m_busy_ms >= RELEASE_AFTER_MS) release_memory();
+    return TICK_MS;
+}
+
+// The C library keeps what is freed below anything still in use: without this, the process would stay as
+// large as its worst moment.
+void DataPath::release_memory() {
+    if (m_table.size() == 0) m_table.clear();
+    malloc_trim(0);
+    m_most_flows = m_table.size();
 }
 
 std::map<std::string, Traffic> DataPath::traffic_by_protocol() const {
@@ -171,6 +191,7 @@ std::map<std::string, Traffic> DataPath::traffic_by_protocol() const {
 
 uint32_t DataPath::kill_all_flows() {
     uint32_t count = m_table.size();
+    m_most_flows = std::max(m_most_flows, count);
     m_table.clear();
     return count;
 }

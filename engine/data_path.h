@@ -39,7 +39,10 @@ class DataPath {
     /** Takes the frames into account like pushed ones of name space 0, for which nobody waits. */
     void observe(const CapturedFrame* frames, size_t count);
 
-    /** Forgets idle flows. The work per call is bounded; gives the wanted delay to the next call, ms. */
+    /**
+     * Forgets idle flows; the work per call is bounded. When most flows have been gone for a minute, gives
+     * their memory back to the system at once. Gives the wanted delay to the next call, ms.
+     */
     int tick();
 
     /** Forgets all flows and gives their number. */
@@ -78,6 +81,7 @@ class DataPath {
         return flow.verdict.entry ? flow.verdict.entry->traffic : m_unclassified;
     }
     Flow* flow_of(const FlowKey& key, uint64_t now_ms);
+    void release_memory();
     static void answer(const Item& item, api::pkt_& pkt);
     static void answer_extended(const Item& item, api::pkt_& pkt);
 
@@ -87,6 +91,8 @@ class DataPath {
     Traffic m_pushed;
     Traffic m_unclassified;
     std::array<uint64_t, api::PKT_IPV6_FRAG + 1> m_errors = {};  ///< by pkt_error_e
+    uint32_t m_most_flows = 0;                                   ///< since memory was last given back
+    uint64_t m_busy_ms = 0;     ///< when the flows were last not much fewer than that
     std::vector<Item> m_batch;  ///< parallel to the packets of the push under way; kept for its memory
 };
 

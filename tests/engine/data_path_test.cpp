@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <fstream>
 #include <random>
 
 #include "engine/pushed.h"
@@ -111,6 +113,37 @@ TEST_F(DataPathTest, ForgetsAFlowWhenItsOwnTimeIsOver) {
         EXPECT_EQ(path.flow_count(), 0u) << what;
     }
 }
+
+#ifndef __SANITIZE_ADDRESS__  // whose allocator keeps what was freed
+size_t resident_kib() {
+    size_t total = 0;
+    size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident * static_cast<size_t>(getpagesize()) / 1024;
+}
+
+TEST_F(DataPathTest, GivesMemoryBackWhenMostFlowsHaveBeenGoneForAMinute) {
+    DataPath large(16384, fake_clock);
+    const auto come_and_go = [&large] {
+        for (uint16_t port = 0; port < 16384; port++) {
+            Pushed pushed({test::udp_frame({"10.0.0.1", "10.0.0.2", port, 9}, Bytes(60, 0x31))});
+            large.push(pushed.pkts, false);
+        }
+        g_now_ms += 60000;
+        large.tick();
+        EXPECT_EQ(large.flow_count(), 0u);
+    };
+    const size_t before_kib = resident_kib();
+    come_and_go();
+    g_now_ms += 59000;
+    large.tick();
+    EXPECT_GT(resident_kib(), before_kib + 6000) << "they might come back";
+    come_and_go();
+    g_now_ms += 60000;
+    large.tick();
+    EXPECT_LT(resident_kib(), before_kib + 3000);
+}
+#endif
 
 TEST_F(DataPathTest, KnowsAPeerAgainUntilTheLinksAreRemoved) {
     const test::Path peers{"8.0.0.5", "9.0.0.6", 6881, 16881};
