@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -18,7 +19,6 @@ namespace {
 
 using corvo::server::Engine;
 
-constexpr int FRAMES = 100000;
 constexpr size_t SIZES[] = {66, 1514, 66, 250, 1514, 90, 600, 1514};
 
 std::string tcp_frame(size_t size, int flow) {
@@ -40,13 +40,13 @@ std::string tcp_frame(size_t size, int flow) {
     return frame;
 }
 
-/** One capture for all benchmarks. */
+/** A capture that is gone with the program. */
 class Capture {
  public:
-    Capture() {
+    explicit Capture(int64_t frames) {
         const auto writer = corvo::CCapWriterFactory::CreateWriter(corvo::CAPTURE_LIBPCAP, path().c_str());
-        for (int i = 0; i < FRAMES; ++i) {
-            const std::string frame = tcp_frame(SIZES[i % std::size(SIZES)], i / 20 % 5000);
+        for (int64_t i = 0; i < frames; ++i) {
+            const std::string frame = tcp_frame(SIZES[i % std::size(SIZES)], static_cast<int>(i / 20 % 5000));
             corvo::CCapPkt pkt(reinterpret_cast<const unsigned char*>(frame.data()), frame.size());
             writer->write_packet(&pkt);
         }
@@ -62,7 +62,8 @@ void push_pcap(benchmark::State& state, const char* library, bool extended) {
         state.SkipWithError("this engine has not been built");
         return;
     }
-    static const Capture capture;
+    static std::map<int64_t, Capture> captures;  // by the number of their frames
+    const Capture& capture = captures.try_emplace(state.range(0), state.range(0)).first->second;
     corvo::Scheduler sched;
     corvo::server::EngineUS engine(sched);
     try {
@@ -84,11 +85,16 @@ void push_pcap(benchmark::State& state, const char* library, bool extended) {
     engine.cleanup();
     using benchmark::Counter;
     state.counters["per_frame"] =
-        Counter(FRAMES, Counter::kIsIterationInvariantRate | Counter::kInvert, Counter::kIs1000);
+        Counter(static_cast<double>(state.range(0)), Counter::kIsIterationInvariantRate | Counter::kInvert,
+                Counter::kIs1000);
 }
 
-BENCHMARK_CAPTURE(push_pcap, inert, BENCH_INERT_ENGINE, false)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(push_pcap, inert_extended, BENCH_INERT_ENGINE, true)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(push_pcap, shipped, BENCH_SHIPPED_ENGINE, false)->Unit(benchmark::kMillisecond);
+void sizes(benchmark::internal::Benchmark* bench) {
+    bench->ArgName("frames")->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+}
+BENCHMARK_CAPTURE(push_pcap, inert, BENCH_INERT_ENGINE, false)->Apply(sizes);
+BENCHMARK_CAPTURE(push_pcap, inert_extended, BENCH_INERT_ENGINE, true)->Apply(sizes);
+BENCHMARK_CAPTURE(push_pcap, shipped, BENCH_SHIPPED_ENGINE, false)->Apply(sizes);
+BENCHMARK_CAPTURE(push_pcap, shipped_extended, BENCH_SHIPPED_ENGINE, true)->Apply(sizes);
 
 }  // namespace

@@ -1,0 +1,134 @@
+// Live capture by the whole daemon with the engine that ships: frames go over a pair of virtual interfaces in
+// a network namespace of their own. Time is the daemon's CPU time. Needs root.
+
+#include <benchmark/benchmark.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <stdexcept>
+#include <thread>
+
+#include "bench/flow_frames.h"
+#include "support/daemon.h"
+#include "support/net_namespace.h"
+#include "utils/unique_fd.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t FRAMES = 500000;
+
+double cpu_sec(pid_t pid) {
+    clockid_t clock = 0;
+    timespec now{};
+    if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &now) != 0)
+        throw std::runtime_error("no CPU clock of the daemon");
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+/** Puts frames of the flows in turn on the wire, many with each system call. */
+class Sender {
+ public:
+    explicit Sender(const char* ifname) : m_fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)) {
+        sockaddr_ll address{};
+        address.sll_family = AF_PACKET;
+        address.sll_ifindex = static_cast<int>(if_nametoindex(ifname));
+        if (bind(m_fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) < 0)
+            throw std::runtime_error("can't send on the virtual interface");
+        for (size_t i = 0; i < BATCH; i++) {
+            m_parts[i] = {m_frames[i].data(), m_frames[i].size()};
+            m_messages[i].msg_hdr.msg_iov = &m_parts[i];
+            m_messages[i].msg_hdr.msg_iovlen = 1;
+        }
+    }
+
+    /** `rate` in frames a second; 0: as fast as it goes. Gives the seconds that it took. */
+    double send(uint32_t flows, uint32_t rate) {
+        const auto start = Clock::now();
+        uint32_t sent = 0;
+        while (sent < FRAMES) {
+            for (uint32_t i = 0; i < BATCH; i++)
+                m_frames[i].set_flow((sent + i) % flows);
+            const uint32_t wanted = std::min<uint32_t>(BATCH, FRAMES - sent);
+            const int count = sendmmsg(m_fd.get(), m_messages.data(), wanted, 0);
+            if (count <= 0) throw std::runtime_error("sending failed");
+            sent += static_cast<uint32_t>(count);
+            if (rate > 0)
+                std::this_thread::sleep_until(start + std::chrono::microseconds(sent * 1000000ULL / rate));
+        }
+        return std::chrono::duration<double>(Clock::now() - start).count();
+    }
+
+ private:
+    static constexpr size_t BATCH = 64;
+
+    corvo::UniqueFd m_fd;
+    std::array<bench::FlowFrame, BATCH> m_frames;
+    std::array<iovec, BATCH> m_parts = {};
+    std::array<mmsghdr, BATCH> m_messages = {};
+};
+
+struct Counts {
+    uint64_t received = 0;
+    uint64_t dropped = 0;
+};
+
+Counts counts_of(const test::Daemon& daemon) {
+    const Json::Value sample =
+        daemon.result("collect", test::parse(R"({"cmd":"show","component":"interfaces"})"))["interfaces"][0];
+    return {sample["packets"].asUInt64(), sample["drops"].asUInt64()};
+}
+
+/** What has arrived, once all that was sent is accounted for. */
+Counts settled(const test::Daemon& daemon, uint64_t expected) {
+    Counts counts = counts_of(daemon);
+    for (int i = 0; i < 100 && counts.received + counts.dropped < expected; i++) {
+        poll(nullptr, 0, 20);
+        counts = counts_of(daemon);
+    }
+    return counts;
+}
+
+void capture(benchmark::State& state) {
+    const auto flows = static_cast<uint32_t>(state.range(0));
+    const auto rate = static_cast<uint32_t>(state.range(1));
+    const test::NetNamespace net;
+    constexpr const char* WIRE =
+        "echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6; ip link add tap type veth peer name feed && "
+        "ip link set tap up && ip link set feed up";
+    if (!net.entered() || std::system(WIRE) != 0) {
+        state.SkipWithError("no network namespace with a pair of virtual interfaces");
+        return;
+    }
+    test::Daemon daemon({.args = {"-a", "--attach", "tap"}, .engine_dir = BENCH_SHIPPED_ENGINE});
+    Sender sender("feed");
+    for (auto _ : state) {  // once: a daemon's counts begin at 0
+        const double cpu_before = cpu_sec(daemon.pid());
+        const double sending_sec = sender.send(flows, rate);
+        const Counts counts = settled(daemon, FRAMES);
+        const double used_sec = cpu_sec(daemon.pid()) - cpu_before;
+        state.SetIterationTime(used_sec);
+        state.counters["sent_per_sec"] = FRAMES / sending_sec;
+        state.counters["received"] = static_cast<double>(counts.received) / FRAMES;
+        state.counters["dropped"] = static_cast<double>(counts.dropped) / FRAMES;
+        state.counters["per_frame"] = used_sec / static_cast<double>(counts.received);
+    }
+}
+BENCHMARK(capture)
+    ->ArgNames({"flows", "rate"})
+    ->ArgsProduct({{1, 100, 10000, 100000}, {0}})
+    ->ArgsProduct({{100, 100000}, {100000}})
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
