@@ -6,6 +6,7 @@
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -109,6 +110,8 @@ void capture(benchmark::State& state) {
         state.SkipWithError("no network namespace with a pair of virtual interfaces");
         return;
     }
+    // For sender and daemon: frames that are lost should be the daemon's own fault, not that of other work.
+    setpriority(PRIO_PROCESS, 0, -19);
     test::Daemon daemon({.args = {"-a", "--attach", "tap"}, .engine_dir = BENCH_SHIPPED_ENGINE});
     Sender sender("feed");
     for (auto _ : state) {  // once: a daemon's counts begin at 0
