@@ -1,5 +1,7 @@
 #include "client/context.h"
 
+#include <cstdio>
+
 #include "client/failure.h"
 
 namespace brumectl {
@@ -16,7 +18,11 @@ std::unique_ptr<Daemon> Context::new_daemon() const {
 }
 
 void Context::complain(const std::string& text) const {
-    m_err.print("brumectl: " + harmless(text, true) + "\n");
+    std::string line = "brumectl: " + harmless(text, true);
+    while (line.back() == '\n')
+        line.pop_back();
+    // Nobody is left to tell if this fails.
+    fprintf(stderr, "%s\n", line.c_str());
 }
 
 }  // namespace brumectl

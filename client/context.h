@@ -25,6 +25,7 @@ class Context {
     Daemon& daemon();
     /** One of its own, for what must not wait behind another's answer. */
     std::unique_ptr<Daemon> new_daemon() const;
+    const Options& options() const { return m_options; }
     bool json() const { return m_options.json; }
     const Terminal& out() const { return m_out; }
     const Terminal& err() const { return m_err; }

@@ -109,7 +109,9 @@ Json::Value Daemon::exchange(const std::string& method, const Json::Value& param
     std::string request = request_text(method, params);
     find();
     text = m_addresses.front().tcp ? ask_tcp(request) : ask_unix(request);
-    return reply::parse(text);
+    Json::Value reply = reply::parse(text);
+    if (!reply::answers(text, m_id)) throw Failure("the reply is to another request");
+    return reply;
 }
 
 Json::Value Daemon::call(const std::string& method, const Json::Value& params) {

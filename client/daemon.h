@@ -18,7 +18,7 @@ class Daemon {
     /** What the daemon takes as one datagram. Longer requests are refused here, before they are sent. */
     static constexpr size_t MAX_DATAGRAM_BYTES = 60000;
     /** Bound of a reply, on the wire and unpacked. */
-    static constexpr size_t MAX_REPLY_BYTES = 256UL * 1024 * 1024;
+    static constexpr size_t MAX_REPLY_BYTES = 64UL * 1024 * 1024;
 
     /** Connects at the first request, to the first of the addresses where somebody listens. */
     Daemon(std::vector<Address> addresses, int timeout_ms)

@@ -68,6 +68,10 @@ bool wait_readable(int fd, int timeout_ms) {
     return wait(fds, timeout_ms) > 0;
 }
 
+void forget() {
+    g_signum = 0;
+}
+
 void die_by(int signum) {
     signal(signum, SIG_DFL);
     sigset_t one;

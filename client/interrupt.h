@@ -33,6 +33,8 @@ void check();
 int wait(std::vector<pollfd>& fds, int timeout_ms);
 /** The same for one descriptor: ready to read? */
 bool wait_readable(int fd, int timeout_ms);
+/** What has arrived is dealt with: waits go on as if it hadn't. */
+void forget();
 /** Ends this process by `signum`, as if it had never been held. */
 [[noreturn]] void die_by(int signum);
 

@@ -20,7 +20,8 @@ Method read_method(const Json::Value& document) {
     method.document = &document;
     for (const Json::Value& param : document["params"])
         method.parameters.push_back({param["name"].asString(), param["description"].asString(),
-                                     param["required"].asBool(), &param["schema"]});
+                                     param["required"].asBool(), &param["schema"],
+                                     &param["x-required-when"]});
     return method;
 }
 
@@ -70,6 +71,13 @@ const Method* MethodTable::find(const std::string& name) const {
     return nullptr;
 }
 
+std::vector<std::string> MethodTable::names() const {
+    std::vector<std::string> names;
+    for (const Method& method : m_methods)
+        names.push_back(method.name);
+    return names;
+}
+
 const Json::Value& MethodTable::resolve(const Json::Value& schema) const {
     const Json::Value* at = &schema;
     while (at->isObject() && at->isMember("$ref")) {
@@ -82,6 +90,11 @@ const Json::Value& MethodTable::resolve(const Json::Value& schema) const {
         }
     }
     return *at;
+}
+
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
+    std::string near = nearest(word, known);
+    return near.empty() ? "" : " (did you mean '" + near + "'?)";
 }
 
 std::string nearest(const std::string& word, const std::vector<std::string>& known) {

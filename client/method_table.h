@@ -13,7 +13,8 @@ struct Parameter {
     std::string name;
     std::string description;
     bool required = false;
-    const Json::Value* schema = nullptr;  ///< JSON schema, with the table's $refs
+    const Json::Value* schema = nullptr;         ///< JSON schema, with the table's $refs
+    const Json::Value* required_when = nullptr;  ///< {parameter: [values]} that make it required; null: none
 };
 
 struct Method {
@@ -35,6 +36,7 @@ class MethodTable {
     const std::vector<Method>& methods() const { return m_methods; }
     /** Null for a method that isn't ours; an engine library may have added it. */
     const Method* find(const std::string& name) const;
+    std::vector<std::string> names() const;
     const Json::Value& document() const { return m_document; }
     /** The document's text as it stands in the source tree. */
     static const char* text();
@@ -48,6 +50,8 @@ class MethodTable {
     std::vector<Method> m_methods;
 };
 
+/** " (did you mean 'X'?)", or nothing if no word of `known` is near. */
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known);
 /** Of `known`, the word that `word` was probably meant to be; empty if none is near. */
 std::string nearest(const std::string& word, const std::vector<std::string>& known);
 

@@ -69,9 +69,13 @@ bool answers(const std::string& text, uint64_t id) {
     return !found.isUInt64() || found.asUInt64() == id;
 }
 
-Json::Value result_of(const Json::Value& reply, size_t max_bytes) {
+void throw_error(const Json::Value& reply) {
     const Json::Value& error = reply["error"];
     if (error.isObject()) throw ErrorReply(error["code"].isInt() ? error["code"].asInt() : 0, text_of(error));
+}
+
+Json::Value result_of(const Json::Value& reply, size_t max_bytes) {
+    throw_error(reply);
     return is_packed(reply) ? unpacked_value(reply, max_bytes) : reply["result"];
 }
 

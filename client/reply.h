@@ -14,6 +14,8 @@ namespace brumectl::reply {
 Json::Value parse(const std::string& text);
 /** Carries this id, or none that could be another request's (a fault that the daemon couldn't assign). */
 bool answers(const std::string& text, uint64_t id);
+/** @throws ErrorReply if the reply is one */
+void throw_error(const Json::Value& reply);
 /**
  * The result of a reply, unpacked where it came packed.
  * @throws ErrorReply; Failure for a result that lies about its size, is above `max_bytes` or can't be

@@ -4,10 +4,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cinttypes>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+
+#include "client/failure.h"
+#include "client/interrupt.h"
 
 namespace brumectl {
 
@@ -53,6 +58,12 @@ std::string format(const char* fmt, double number, const char* unit) {
     return buf;
 }
 
+[[noreturn]] void fail_writing(FILE* stream, int err) {
+    clearerr(stream);
+    if (err == EPIPE) throw Interrupted(SIGPIPE);
+    throw Failure(std::string("the output can't be written: ") + strerror(err));
+}
+
 }  // namespace
 
 Terminal::Terminal(FILE* stream)
@@ -70,7 +81,11 @@ std::string Terminal::paint(colour_e colour, const std::string& text) const {
 }
 
 void Terminal::print(const std::string& text) const {
-    fwrite(text.data(), 1, text.size(), m_stream);
+    if (fwrite(text.data(), 1, text.size(), m_stream) != text.size()) fail_writing(m_stream, errno);
+}
+
+void Terminal::flush() const {
+    if (fflush(m_stream) != 0) fail_writing(m_stream, errno);
 }
 
 std::string TextTable::text(const Terminal& terminal) const {

@@ -20,7 +20,10 @@ class Terminal {
     /** Columns; 80 if it is no terminal. */
     int width() const;
     std::string paint(colour_e colour, const std::string& text) const;
+    /** Like `flush`, may throw. */
     void print(const std::string& text) const;
+    /** @throws Failure if what was printed can't be written, Interrupted (SIGPIPE) if nobody reads it */
+    void flush() const;
     FILE* stream() const { return m_stream; }
 
  private:

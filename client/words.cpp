@@ -1,11 +1,19 @@
 #include "client/words.h"
 
 #include "client/call.h"
+#include "client/log_word.h"
+#include "client/method_words.h"
+#include "client/reference_words.h"
+#include "client/shell/shell_word.h"
 
 namespace brumectl {
 
 void add_words(CLI::App& app, Context& context) {
     add_call(app, context);
+    add_log(app, context);
+    add_shell(app, context);
+    add_reference_words(app, context);
+    add_method_words(app, context);
 }
 
 }  // namespace brumectl

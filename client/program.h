@@ -1,0 +1,39 @@
+#pragma once
+// The whole command line: options, words, and what is said about a line that can't be meant. Made anew for
+// each line, so that a shell's line leaves nothing behind for the next.
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/context.h"
+#include "client/failure.h"
+
+namespace CLI {
+class App;
+}
+
+namespace brumectl {
+
+class Program {
+ public:
+    /** `defaults`: options that hold where the line doesn't say otherwise. */
+    explicit Program(const Options& defaults = {});
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    /** Words without the program's name. Prints what goes wrong. @throws Interrupted */
+    exit_status_e run(const std::vector<std::string>& words);
+    const CLI::App& app() const { return *m_app; }
+
+ private:
+    void complain_with_usage(const std::string& text) const;
+    std::string parse_complaint(const std::string& otherwise) const;
+
+    Options m_options;
+    Context m_context;
+    std::unique_ptr<CLI::App> m_app;
+};
+
+}  // namespace brumectl

@@ -1,0 +1,27 @@
+#pragma once
+// Where the shell's lines come from when nobody sits at a terminal.
+
+#include <cstddef>
+#include <string>
+
+namespace brumectl {
+
+class LineSource {
+ public:
+    static constexpr size_t MAX_LINE_BYTES = 1024 * 1024;
+
+    /** `fd` stays the caller's. */
+    explicit LineSource(int fd) : m_fd(fd) {}
+
+    /** The next line without its line feed; false at the end. @throws Failure, Interrupted */
+    bool next(std::string& line);
+
+ private:
+    bool fill();
+
+    int m_fd;
+    bool m_end = false;
+    std::string m_text;
+};
+
+}  // namespace brumectl

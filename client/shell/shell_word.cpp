@@ -1,0 +1,95 @@
+#include "client/shell/shell_word.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <clocale>
+#include <csignal>
+
+#include "client/completion.h"
+#include "client/context.h"
+#include "client/failure.h"
+#include "client/interrupt.h"
+#include "client/program.h"
+#include "client/shell/line_editor.h"
+#include "client/shell/line_source.h"
+#include "client/shell/split.h"
+
+namespace brumectl {
+
+namespace {
+
+/** What goes wrong has been told when this returns. */
+exit_status_e run_line(const Options& options, const std::string& line) {
+    std::vector<std::string> words;
+    try {
+        words = split_words(line);
+        if (words.empty()) return EXIT_OK;
+        if (words[0] == "shell") throw Usage("this is the shell already");
+    } catch (const Usage& e) {
+        Context(options).complain(e.what());
+        return EXIT_USAGE;
+    }
+    return Program(options).run(words);
+}
+
+void run_script(const Options& options) {
+    LineSource source(STDIN_FILENO);
+    std::string line;
+    for (size_t number = 1; source.next(line); ++number) {
+        interrupt::check();
+        exit_status_e status = run_line(options, line);
+        if (status != EXIT_OK) throw Failure("line " + std::to_string(number) + " failed, stopping", status);
+    }
+}
+
+std::vector<std::string> complete(const std::string& typed, std::string& last) {
+    static const Program program;
+    std::vector<std::string> words = split_unfinished(typed);
+    last = words.back();
+    words.pop_back();
+    return candidates(program.app(), words, last);
+}
+
+bool is_leave(const std::string& line) {
+    return line == "quit" || line == "exit";
+}
+
+void run_interactively(const Options& options) {
+    setlocale(LC_CTYPE, "");
+    LineEditor editor("brumectl> ", history_path(), complete);
+    std::string line;
+    for (;;) {
+        try {
+            if (!editor.next(line)) {
+                printf("\n");
+                return;
+            }
+            if (is_leave(line)) return;
+            run_line(options, line);
+        } catch (const Interrupted& e) {
+            if (e.signum() != SIGINT) throw;
+            interrupt::forget();
+            printf("\n");
+        }
+    }
+}
+
+}  // namespace
+
+void add_shell(CLI::App& app, Context& context) {
+    CLI::App* word =
+        app.add_subcommand("shell", "A line at a time: at a terminal with history and completion");
+    word->footer(
+        "Ctrl-C drops the line or ends what runs, Ctrl-D leaves. What isn't typed at a terminal is a "
+        "script:\n"
+        "it stops at the first line that fails, with that line's exit status.");
+    word->callback([&context] {
+        if (isatty(STDIN_FILENO) != 0 && context.out().interactive())
+            run_interactively(context.options());
+        else
+            run_script(context.options());
+    });
+}
+
+}  // namespace brumectl

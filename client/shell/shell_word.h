@@ -1,0 +1,15 @@
+#pragma once
+// `shell`: one line, one command. At a terminal with editing, history and completion; else a script that
+// stops at its first failure.
+
+namespace CLI {
+class App;
+}
+
+namespace brumectl {
+
+class Context;
+
+void add_shell(CLI::App& app, Context& context);
+
+}  // namespace brumectl

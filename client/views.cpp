@@ -1,0 +1,223 @@
+#include "client/views.h"
+
+#include <algorithm>
+
+#include "client/method_table.h"
+#include "client/render.h"
+
+namespace brumectl {
+
+namespace {
+
+constexpr uint64_t MIB = 1024 * 1024;
+
+constexpr struct {
+    const char* word;
+    Terminal::colour_e colour;
+} COLOURS[] = {
+    {"activated", Terminal::GREEN},    {"activated (attached)", Terminal::GREEN},
+    {"deactivated", Terminal::YELLOW}, {"not loaded", Terminal::YELLOW},
+    {"warn", Terminal::YELLOW},        {"severe", Terminal::RED},
+};
+
+constexpr struct {
+    const char* mark;
+    Terminal::colour_e colour;
+} LOG_COLOURS[] = {
+    {"][ERROR]", Terminal::RED},
+    {"][WARN ]", Terminal::YELLOW},
+    {"][WARN]", Terminal::YELLOW},
+    {"][DEBUG]", Terminal::DIM},
+};
+
+Terminal::colour_e colour_of(const std::string& word) {
+    for (const auto& known : COLOURS)
+        if (word == known.word) return known.colour;
+    return Terminal::PLAIN;
+}
+
+std::string or_dash(const std::string& text) {
+    return text.empty() ? "-" : text;
+}
+
+std::string process_memory(const Json::Value& memory) {
+    return bytes_text(number_of(member(memory, "current")) * MIB) + " (at most " +
+           bytes_text(number_of(member(memory, "max")) * MIB) + ")";
+}
+
+/** Empty, like the other views', if the result isn't what the view is made for. */
+std::string status_view(const Terminal& terminal, const Json::Value& result) {
+    if (!member(result, "state").isString()) return "";
+    const Json::Value& memory = member(result, "mem");
+    const Json::Value& process = member(memory, "process");
+    std::string state = text_of(member(result, "state"));
+    std::vector<std::pair<std::string, std::string>> lines = {
+        {"state", terminal.paint(colour_of(state), state)},
+        {"mode", text_of(member(result, "mode"))},
+        {"uptime", duration_text(number_of(member(result, "uptime")))},
+        {"process", std::to_string(number_of(member(result, "pid")))},
+        {"memory", process_memory(member(process, "phy_mem"))},
+        {"address space", process_memory(member(process, "virt_mem"))},
+        {"interfaces", list_of(member(result, "attached"))},
+        {"data paths", list_of(member(result, "dps"))},
+        {"log file", text_of(member(result, "logfile"))},
+        {"kernel", text_of(member(result, "kernel"))},
+        {"machine", text_of(member(result, "arch")) + ", " +
+                        bytes_text(number_of(member(memory, "free_mem")) * MIB) + " free of " +
+                        bytes_text(number_of(member(memory, "total_mem")) * MIB)}};
+    const Json::Value& version = member(result, "version");
+    if (version.isObject())
+        for (const std::string& name : version.getMemberNames())
+            lines.emplace_back("engine " + harmless(name), line_of(version[name]));
+    else if (!version.isNull())
+        lines.emplace_back("engine", line_of(version));
+    return key_lines(terminal, lines);
+}
+
+std::string cmds_view(const Terminal& terminal, const Json::Value& result) {
+    if (!result.isArray()) return "";
+    const MethodTable& table = MethodTable::get();
+    std::vector<std::string> names;
+    for (const Json::Value& name : result)
+        if (name.isString()) names.push_back(name.asString());
+    std::sort(names.begin(), names.end());
+    TextTable text({"method", "what it does"});
+    for (const std::string& name : names) {
+        const Method* method = table.find(name);
+        text.add({{harmless(name)}, {method == nullptr ? "(the engine's own)" : method->summary}});
+    }
+    return text.text(terminal);
+}
+
+std::string hogs_view(const Terminal& terminal, const Json::Value& result) {
+    const Json::Value& events = member(result, "events");
+    if (!events.isArray()) return "";
+    if (events.empty()) return "no stalls\n";
+    std::string out;
+    for (const Json::Value& event : events) {
+        const Json::Value& engine = member(event, "engine");
+        out += (out.empty() ? "" : "\n") +
+               key_lines(terminal, {{"version", or_dash(text_of(member(event, "version")))},
+                                    {"machine", text_of(member(member(event, "platform"), "machine")) + " " +
+                                                    text_of(member(member(event, "platform"), "release"))},
+                                    {"engine", text_of(member(engine, "mode")) + ", " +
+                                                   or_dash(text_of(member(engine, "state")))},
+                                    {"process", line_of(member(member(event, "process"), "pid"))}});
+        const Json::Value& trace = member(event, "backtrace");
+        std::string text = trace.isString() ? harmless(trace.asString(), true) : line_of(trace);
+        out += text + (text.empty() || text.back() != '\n' ? "\n" : "");
+    }
+    return out;
+}
+
+TextTable::Cell severity_cell(const Json::Value& event) {
+    std::string severity = text_of(member(event, "sev"));
+    return {severity, false, colour_of(severity)};
+}
+
+TextTable::Cell time_cell(const Json::Value& value) {
+    return {time_text(static_cast<int64_t>(number_of(value)))};
+}
+
+std::string event_name(const Json::Value& event) {
+    return text_of(member(event, "feature")) + "." + text_of(member(event, "name"));
+}
+
+std::string notifications_view(const Terminal& terminal, const Json::Value& result) {
+    const Json::Value& log = member(member(result, "notif"), "log");
+    const Json::Value& alerts = member(member(result, "notif"), "alerts");
+    if (!log.isArray() && !alerts.isArray()) return "";
+    TextTable events({"id", "time", "severity", "event", "description"});
+    for (const Json::Value& event : log)
+        events.add({{std::to_string(number_of(member(event, "id"))), true},
+                    time_cell(member(event, "ts")),
+                    severity_cell(event),
+                    {event_name(event)},
+                    {text_of(member(event, "desc"))}});
+    if (log.isArray()) return log.empty() ? "no events\n" : events.text(terminal);
+    TextTable counts({"last", "severity", "alert", "count"});
+    for (const Json::Value& alert : alerts)
+        counts.add({time_cell(member(alert, "last_ts")),
+                    severity_cell(alert),
+                    {event_name(alert)},
+                    {count_text(number_of(member(alert, "count"))), true}});
+    return alerts.empty() ? "no alerts\n" : counts.text(terminal);
+}
+
+std::string log_view(const Terminal& terminal, const Json::Value& result) {
+    const Json::Value& lines = member(result, "log");
+    if (!lines.isArray()) return "";
+    std::string out;
+    for (const Json::Value& line : lines)
+        if (line.isString()) out += log_line(terminal, line.asString()) + "\n";
+    return lines.empty() ? "the log is empty\n" : out;
+}
+
+std::string packet_table(const Terminal& terminal, const Json::Value& packets) {
+    if (packets.empty()) return "no packet has a class\n";
+    TextTable table({"source", "destination", "bytes", "over", "protocol", "class", "path", "error"});
+    for (const Json::Value& packet : packets) {
+        std::string path;
+        for (const Json::Value& name : member(packet, "tph"))
+            path += (path.empty() ? "" : "/") + text_of(name);
+        table.add({{text_of(member(packet, "src"))},
+                   {text_of(member(packet, "dst"))},
+                   {std::to_string(number_of(member(packet, "len"))), true},
+                   {text_of(member(packet, "transport"))},
+                   {text_of(member(packet, "protocol"))},
+                   {std::to_string(number_of(member(packet, "cls"))), true},
+                   {path},
+                   {text_of(member(packet, "error"))}});
+    }
+    return table.text(terminal);
+}
+
+std::string push_view(const Terminal& terminal, const Json::Value& result) {
+    if (member(result, "pkts").isArray()) return packet_table(terminal, member(result, "pkts"));
+    const Json::Value& total = member(result, "total");
+    if (!total.isUInt64()) return "";
+    std::vector<std::pair<uint64_t, std::string>> counts;
+    for (const std::string& name : result.getMemberNames())
+        if (name != "total") counts.emplace_back(number_of(result[name]), name);
+    std::sort(counts.rbegin(), counts.rend());
+    TextTable table({"protocol", "packets", "share", ""});
+    for (const auto& [count, name] : counts) {
+        double share = static_cast<double>(count) / std::max(1.0, static_cast<double>(total.asUInt64()));
+        char percent[32];
+        snprintf(percent, sizeof(percent), "%.1f %%", share * 100);
+        table.add({{harmless(name)},
+                   {count_text(count), true},
+                   {percent, true},
+                   {bar(share, 24), false, Terminal::CYAN}});
+    }
+    table.add({{"total", false, Terminal::BOLD}, {count_text(total.asUInt64()), true}, {"", true}, {""}});
+    return table.text(terminal);
+}
+
+constexpr struct {
+    const char* method;
+    std::string (*view)(const Terminal&, const Json::Value&);
+} VIEWS[] = {
+    {"status", status_view}, {"cmds", cmds_view},
+    {"events", hogs_view},   {"notifications", notifications_view},
+    {"log", log_view},       {"push_pcap", push_view},
+};
+
+}  // namespace
+
+std::string view(const Terminal& terminal, const std::string& method, const Json::Value& result) {
+    for (const auto& own : VIEWS)
+        if (method == own.method)
+            if (std::string text = own.view(terminal, result); !text.empty()) return text;
+    const Method* known = MethodTable::get().find(method);
+    return render(terminal, result, known == nullptr ? nullptr : &(*known->document)["result"]["schema"]);
+}
+
+std::string log_line(const Terminal& terminal, const std::string& line) {
+    std::string text = harmless(line);
+    for (const auto& level : LOG_COLOURS)
+        if (text.find(level.mark) != std::string::npos) return terminal.paint(level.colour, text);
+    return text;
+}
+
+}  // namespace brumectl

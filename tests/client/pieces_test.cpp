@@ -1,0 +1,172 @@
+// What the program is made of, apart from daemon and terminal.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "client/completion.h"
+#include "client/fields.h"
+#include "client/log_word.h"
+#include "client/man_tables.h"
+#include "client/program.h"
+#include "client/render.h"
+#include "client/shell/split.h"
+#include "client/views.h"
+#include "infra/corvo_json.h"
+
+namespace brumectl {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsSupersetOf;
+using testing::Not;
+
+using Words = std::vector<std::string>;
+
+Json::Value parse(const std::string& text) {
+    Json::Value value;
+    EXPECT_TRUE(corvo::json::parse(text, value)) << text;
+    return value;
+}
+
+TEST(Fields, WhatIsMissingIsImpliedWhereOnlyOneThingCanBeMeant) {
+    const struct {
+        const char* method;
+        const char* given;
+        const char* completed;  ///< or the complaint
+    } CASES[] = {
+        {"push_pcap", R"({"filename":"x"})", R"({"filename":"x","reset":false,"type":"filename"})"},
+        {"push_pcap", R"({"buffer":"AA=="})", R"({"buffer":"AA==","reset":false,"type":"buffer"})"},
+        {"push_pcap", "{}", "'type' is missing: filename, buffer"},
+        {"events", "null", R"({"type":"hog"})"},
+        {"activate", "null", "'resources.max_flows' is missing"},
+        {"load", R"({"shm":{"type":"devmem","size":1}})", "'shm.addr' is missing"},
+        {"load", R"({"shm":{"type":"auto"}})", R"({"shm":{"type":"auto"}})"},
+        {"notifications", R"({"cmd":"socket","op":"add"})", "'socket' is missing"},
+        {"notifications", R"({"cmd":"log"})", R"({"cmd":"log"})"},
+    };
+    for (const auto& c : CASES) {
+        Json::Value params = parse(c.given);
+        std::string got;
+        try {
+            complete(*MethodTable::get().find(c.method), params);
+            got = corvo::json::write(params);
+        } catch (const Usage& e) {
+            got = e.what();
+        }
+        EXPECT_EQ(got, c.completed) << c.method << " " << c.given;
+    }
+}
+
+TEST(Fields, ATextBecomesWhatItsParameterTakesOrIsRefused) {
+    const struct {
+        const char* method;
+        const char* path;
+        const char* text;
+        const char* value;  ///< null: refused
+    } CASES[] = {
+        {"echo", "message", "5", R"("5")"},
+        {"mt", "depth", "255", "255"},
+        {"mt", "depth", "256", nullptr},
+        {"mt", "depth", "-1", nullptr},
+        {"mt", "depth", "5x", nullptr},
+        {"collect", "interval", "18446744073709551615", "18446744073709551615"},
+        {"collect", "socket.type", "file", R"("file")"},
+        {"collect", "socket.type", "files", nullptr},
+        {"push_pcap", "reset", "yes", nullptr},
+        {"health", "json", R"({"a":[1]})", R"({"a":[1]})"},
+        {"health", "json", "[1]", nullptr},
+    };
+    for (const auto& c : CASES) {
+        const std::vector<Field> fields = fields_of(*MethodTable::get().find(c.method));
+        const Field* field = find_field(fields, c.path);
+        ASSERT_NE(field, nullptr) << c.path;
+        if (c.value == nullptr)
+            EXPECT_THROW(value_of(*field, c.text), Usage) << c.path << " " << c.text;
+        else
+            EXPECT_EQ(corvo::json::write(value_of(*field, c.text)), c.value);
+    }
+}
+
+TEST(Split, QuotesAndBackslashesKeepBlanksAndAnOpenOneIsRefused) {
+    EXPECT_THAT(split_words(R"(a 'b "c' "d\"e\n" f\ g '' # h 'i)"),
+                ElementsAre("a", "b \"c", "d\"e\\n", "f g", ""));
+    EXPECT_THAT(split_words(" \t\r"), ElementsAre());
+    EXPECT_THAT(split_words("a#b"), ElementsAre("a#b"));
+    for (const char* line : {"'a", "\"a", "a\\"})
+        EXPECT_THROW(split_words(line), Usage) << line;
+    EXPECT_THAT(split_unfinished("log "), ElementsAre("log", ""));
+}
+
+TEST(LogFollow, NewLinesAreFoundBehindThoseThatWereSeen) {
+    constexpr size_t NONE = std::string::npos;
+    EXPECT_EQ(first_new_line({"a", "b"}, {"a", "b", "c"}), 2U);
+    EXPECT_EQ(first_new_line({"a", "b"}, {"a", "b"}), 2U);
+    EXPECT_EQ(first_new_line({"a", "b", "b"}, {"b", "b", "b", "c"}), 2U) << "or 3: one b more isn't sure";
+    EXPECT_EQ(first_new_line({"a", "b"}, {"c", "d"}), NONE);
+    EXPECT_EQ(first_new_line({"a", "b"}, {}), NONE);
+    EXPECT_EQ(first_new_line({}, {"c"}), 0U);
+}
+
+TEST(Views, NoResultWhateverItsShapeStopsAView) {
+    const Terminal terminal(tmpfile());
+    const char* const RESULTS[] = {"null",
+                                   "5",
+                                   "[]",
+                                   "[[1],{\"a\":2}]",
+                                   "\"\\u001b[2J\"",
+                                   "{\"log\":[5]}",
+                                   "{\"pkts\":[5,{\"tph\":7}]}",
+                                   "{\"total\":0,\"x\":\"y\"}",
+                                   "{\"state\":\"s\",\"mem\":5,\"version\":[1]}",
+                                   "{\"events\":[1,{\"engine\":2,\"backtrace\":{}}]}",
+                                   "{\"notif\":{\"log\":[1,{\"ts\":-1,\"sev\":[]}]}}",
+                                   "{\"notif\":{\"alerts\":[1]}}"};
+    Words methods = MethodTable::get().names();
+    methods.push_back("engine.own");
+    for (const std::string& method : methods)
+        for (const char* result : RESULTS) {
+            std::string text = view(terminal, method, parse(result));
+            EXPECT_FALSE(text.empty()) << method << " " << result;
+            EXPECT_EQ(text.find('\x1b'), std::string::npos) << method << " " << result;
+        }
+}
+
+TEST(Render, ObjectsAreLinesArraysOfThemTablesAndUnitsComeFromTheSchema) {
+    const Json::Value schema = parse(
+        R"({"oneOf":[{"type":"array"},{"properties":{"t":{"description":"seconds since start"},
+            "rows":{"items":{"properties":{"len":{"description":"bytes"}}}}}}]})");
+    EXPECT_EQ(render(Terminal(tmpfile()),
+                     parse(R"({"t":61,"name":"x","rows":[{"len":2048,"p":"a"},{"p":"b"}]})"), &schema),
+              "name:  x\n"
+              "rows:\n"
+              "  len      p\n"
+              "  2.0 KiB  a\n"
+              "           b\n"
+              "t:  00:01:01\n");
+}
+
+TEST(Completion, WordsOptionsAndValuesAreKnownWhereverTheyStand) {
+    const Program program;
+    const CLI::App& app = program.app();
+    EXPECT_THAT(candidates(app, {}, "sta"), ElementsAre("status"));
+    EXPECT_THAT(candidates(app, {"--timeout", "5"}, "ech"), ElementsAre("echo"));
+    EXPECT_THAT(candidates(app, {"log", "--level"}, "w"), ElementsAre("warn"));
+    EXPECT_THAT(candidates(app, {"collect"}, "s"), ElementsAre("set_exporter", "set_interval", "show"));
+    EXPECT_THAT(candidates(app, {"collect", "show"}, ""), ElementsAre());
+    EXPECT_THAT(candidates(app, {"activate"}, "--max"), ElementsAre("--max_flows"));
+    EXPECT_THAT(candidates(app, {"call"}, "push"), ElementsAre("push_pcap"));
+    EXPECT_THAT(candidates(app, {}, ""), Not(Contains("man-tables"))) << "it is hidden";
+}
+
+TEST(ManTables, EveryMethodAndEveryWordHasASection) {
+    const Program program;
+    for (const std::string& name : MethodTable::get().names())
+        EXPECT_THAT(man_methods(), HasSubstr("## " + name + "\n"));
+    for (const std::string& name : word_names(program.app()))
+        EXPECT_THAT(man_words(program.app()), HasSubstr("## " + name + "\n"));
+}
+
+}  // namespace
+}  // namespace brumectl

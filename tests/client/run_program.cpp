@@ -1,0 +1,89 @@
+#include "client/run_program.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "support/client.h"
+
+namespace test {
+
+Program::Program(const std::vector<std::string>& words, const ProgramSetup& setup) {
+    m_dir.write("in", setup.input);
+    winsize size = {24, 80, 0, 0};
+    m_pid = setup.terminal ? forkpty(&m_terminal, nullptr, nullptr, &size) : fork();
+    if (m_pid == 0) exec(words, setup);
+}
+
+void Program::exec(const std::vector<std::string>& words, const ProgramSetup& setup) const {
+    if (!setup.terminal) {
+        dup2(open(m_dir.file("in").c_str(), O_RDONLY), 0);
+        dup2(open(m_dir.file("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+        dup2(open(m_dir.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+    }
+    setenv("BRUMECTL_SOCKET", setup.socket.c_str(), 1);
+    setenv("TERM", "xterm", 1);
+    setenv("HOME", m_dir.path().c_str(), 1);
+    for (const auto& [name, value] : setup.env)
+        setenv(name.c_str(), value.c_str(), 1);
+    std::vector<char*> argv = {const_cast<char*>("brumectl")};
+    for (const std::string& word : words)
+        argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    execv(BRUMECTL_COMMAND, argv.data());
+    _exit(127);
+}
+
+Program::~Program() {
+    if (m_pid > 0) {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    if (m_terminal >= 0) close(m_terminal);
+}
+
+int Program::wait() {
+    int status = 0;
+    if (!eventually([&] { return out(), waitpid(m_pid, &status, WNOHANG) == m_pid; }, 30000))
+        throw std::runtime_error("brumectl doesn't end; it said: " + out() + err());
+    m_pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::string Program::out() {
+    if (m_terminal < 0) return read_file(m_dir.file("out"));
+    pollfd fd = {m_terminal, POLLIN, 0};
+    char piece[4096];
+    while (poll(&fd, 1, 0) > 0) {
+        ssize_t size = read(m_terminal, piece, sizeof(piece));
+        if (size <= 0) break;  // the other side is closed
+        m_shown.append(piece, static_cast<size_t>(size));
+    }
+    return m_shown;
+}
+
+std::string Program::err() const {
+    return read_file(m_dir.file("err"));
+}
+
+void Program::type(const std::string& keys) const {
+    if (write(m_terminal, keys.data(), keys.size()) < 0) throw std::runtime_error("nobody at the terminal");
+}
+
+bool Program::wait_for_out(const std::string& text) {
+    return eventually([&] { return out().find(text) != std::string::npos; });
+}
+
+Outcome brumectl(const std::vector<std::string>& words, const ProgramSetup& setup) {
+    Program program(words, setup);
+    int status = program.wait();
+    return {status, program.out(), program.err()};
+}
+
+}  // namespace test

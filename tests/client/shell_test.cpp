@@ -1,0 +1,68 @@
+// The shell, as a script's reader and at a terminal.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "client/run_program.h"
+#include "support/daemon.h"
+
+namespace test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(Shell, AScriptStopsAtItsFirstFailureWithItsStatus) {
+    Daemon daemon;
+    const struct {
+        const char* script;
+        int status;
+        const char* complaint;
+    } CASES[] = {
+        {"# nothing\n\necho 'a b'\nping", 0, ""},
+        {"ping\nmt\nshutdown\n", 1, "line 2 failed"},
+        {"pnig\nshutdown\n", 2, "(did you mean 'ping'?)"},
+        {"echo 'open\nshutdown\n", 2, "left open"},
+        {"-s /nonexistent ping\nshutdown\n", 3, "line 1 failed"},
+        {"shell\nshutdown\n", 2, "this is the shell already"},
+    };
+    for (const auto& c : CASES) {
+        Outcome outcome = brumectl({"shell"}, {.socket = daemon.socket_path(), .input = c.script});
+        EXPECT_EQ(outcome.status, c.status) << c.script << outcome.err;
+        EXPECT_THAT(outcome.err, HasSubstr(c.complaint));
+    }
+    EXPECT_TRUE(daemon.running());
+}
+
+TEST(Shell, AtATerminalCtrlCDropsTheLineTabCompletesAndCtrlDLeaves) {
+    Daemon daemon;
+    TempDir home;
+    const ProgramSetup setup{
+        .socket = daemon.socket_path(), .env = {{"XDG_STATE_HOME", home.path()}}, .terminal = true};
+    Program shell({"shell"}, setup);
+    ASSERT_TRUE(shell.wait_for_out("brumectl> "));
+    shell.type("shutdown");
+    ASSERT_TRUE(shell.wait_for_out("shutdown"));
+    shell.type("\x03");
+    ASSERT_TRUE(shell.wait_for_out("\nbrumectl> ")) << shell.out();
+    shell.type("stat\t\n");
+    ASSERT_TRUE(shell.wait_for_out("state:")) << shell.out();
+    shell.type("log -f -n 1\n");
+    ASSERT_TRUE(shell.wait_for_out("Waiting for messages")) << shell.out();
+    shell.type("\x03");
+    shell.type("quti\n");
+    ASSERT_TRUE(shell.wait_for_out("unknown word 'quti'")) << shell.out();
+    shell.type("\x04");
+    EXPECT_EQ(shell.wait(), 0);
+    EXPECT_TRUE(daemon.running());
+
+    const std::string history = home.file("brumectl/history");
+    EXPECT_THAT(read_file(history), HasSubstr("quti"));
+    struct stat info = {};
+    ASSERT_EQ(stat(history.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777U, 0600U);
+}
+
+}  // namespace
+}  // namespace test
