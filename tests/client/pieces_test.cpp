@@ -141,7 +141,7 @@ TEST(Render, ObjectsAreLinesArraysOfThemTablesAndUnitsComeFromTheSchema) {
                      parse(R"({"t":61,"name":"x","rows":[{"len":2048,"p":"a"},{"p":"b"}]})"), &schema),
               "name:  x\n"
               "rows:\n"
-              "  len      p\n"
+              "      len  p\n"
               "  2.0 KiB  a\n"
               "           b\n"
               "t:  00:01:01\n");

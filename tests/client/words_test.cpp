@@ -51,7 +51,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"notifications", "socket", "ls"}, "/tmp/x"},
         {{"notifications", "socket", "delete", "/tmp/x"}, "ok\n"},
         {{"hogs"}, "no stalls\n"},
-        {{"call", "log", "type=log", "maxlines=1"}, "[INFO ]"},
+        {{"call", "log", "type=log", "maxlines=1"}, "] - 2"},
         {{"call", "collect", "cmd=set_exporter", "socket.type=none"}, "ok\n"},
         {{"call", "coffee", R"({"func":"dp.ft.count"})"}, ""},
         {{"schema", "ping"}, "\"name\" : \"ping\""},
