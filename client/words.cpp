@@ -5,6 +5,7 @@
 #include "client/method_words.h"
 #include "client/reference_words.h"
 #include "client/shell/shell_word.h"
+#include "client/classify/classify.h"
 
 namespace brumectl {
 
@@ -14,6 +15,7 @@ void add_words(CLI::App& app, Context& context) {
     add_shell(app, context);
     add_reference_words(app, context);
     add_method_words(app, context);
+    add_classify(app, context);
 }
 
 }  // namespace brumectl

@@ -3,14 +3,12 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
+
+#include "utils/unique_file.h"
 
 namespace corvo {
 
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
+using FilePtr = UniqueFile;
 
 /**
  * Opens for reading, or gives null with errno set. Doesn't wait for anything: paths come from clients, and

@@ -1,0 +1,316 @@
+#include "client/classify/report.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "client/classify/report_style.h"
+#include "client/classify/show.h"
+#include "client/terminal.h"
+
+namespace brumectl::report {
+
+namespace {
+
+constexpr size_t COLOURS = 8;  ///< protocols that have one; as many as can be told apart
+constexpr size_t MAX_CHARTS = 24;
+constexpr double CHART_WIDTH = 920, CHART_HEIGHT = 260, LEFT = 76, TOP = 14, BOTTOM = 34, RIGHT = 14;
+constexpr double USEC_PER_SEC = 1e6;
+
+/** Text for an element or a quoted attribute. */
+std::string escaped(const std::string& text) {
+    std::string out;
+    for (char c : harmless(text)) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&#39;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
+std::string number(double value, int digits = 1) {
+    char buf[64];
+    snprintf(buf, sizeof(buf), "%.*f", digits, value);
+    return buf;
+}
+
+double percent_of(uint64_t part, uint64_t whole) {
+    return whole == 0 ? 0 : static_cast<double>(part) * 100 / static_cast<double>(whole);
+}
+
+/** A band of the charts and a row of the table. */
+struct Band {
+    std::string name;
+    std::string style;  ///< class for its colour
+    Volume volume;
+};
+
+/** The protocols of one colour each; the rest in one band, then what has no class. */
+std::vector<Band> bands_of(const Tally& tally) {
+    std::vector<Band> out;
+    Band rest{"other protocols", "rest", {}};
+    for (const auto& [name, volume] : show::ranked(tally)) {
+        if (out.size() < COLOURS)
+            out.push_back({name, "c" + std::to_string(out.size()), volume});
+        else
+            rest.volume += volume;
+    }
+    if (rest.volume.packets > 0) out.push_back(rest);
+    if (tally.unclassified.packets > 0) out.push_back({"unclassified", "none", tally.unclassified});
+    return out;
+}
+
+std::string tile(const std::string& value, const std::string& name) {
+    return "<div><strong>" + value + "</strong><span>" + name + "</span></div>\n";
+}
+
+std::string tiles(const std::vector<FileResult>& results, const Tally& tally) {
+    const Volume total = tally.total();
+    return "<div class=\"tiles\">\n" + tile(count_text(total.packets), "packets") +
+           tile(bytes_text(total.bytes), "on the wire") +
+           tile(count_text(tally.protocols.size()), tally.protocols.size() == 1 ? "protocol" : "protocols") +
+           tile(number(percent_of(tally.classified().bytes, total.bytes)) + " %", "of the bytes classified") +
+           (results.size() > 1 ? tile(count_text(results.size()), "files") : "") + "</div>\n";
+}
+
+/** All bands in one line. */
+std::string shares_bar(const std::vector<Band>& bands, uint64_t whole) {
+    std::string out =
+        "<svg class=\"shares\" viewBox=\"0 0 1000 28\" preserveAspectRatio=\"none\" role=\"img\" "
+        "aria-label=\"Shares of the protocols in the bytes\">\n";
+    double at = 0;
+    for (const Band& band : bands) {
+        const double width = percent_of(band.volume.bytes, whole) * 10;
+        out += "<rect class=\"" + band.style + "\" x=\"" + number(at, 2) + "\" width=\"" + number(width, 2) +
+               "\" height=\"28\"><title>" + escaped(band.name) + ": " + number(width / 10) +
+               " %</title></rect>\n";
+        at += width;
+    }
+    return out + "</svg>\n";
+}
+
+std::string legend(const std::vector<Band>& bands) {
+    std::string out = "<ul class=\"legend\">\n";
+    for (const Band& band : bands)
+        out += "<li><svg class=\"key\" viewBox=\"0 0 10 10\" aria-hidden=\"true\"><rect class=\"" +
+               band.style + "\" width=\"10\" height=\"10\" rx=\"2\"/></svg>" + escaped(band.name) + "</li>\n";
+    return out + "</ul>\n";
+}
+
+/** The bars compare with the largest share, `top` percent. */
+std::string table_row(const std::string& name, const std::string& style, const Volume& volume,
+                      const Volume& total, double top) {
+    const double percent = percent_of(volume.bytes, total.bytes);
+    return "<tr><th scope=\"row\">" + escaped(name) + "</th><td>" + count_text(volume.packets) + "</td><td>" +
+           bytes_text(volume.bytes) + "</td><td>" + number(percent) +
+           " %</td><td class=\"bar\"><svg viewBox=\"0 0 100 8\" preserveAspectRatio=\"none\" "
+           "aria-hidden=\"true\"><rect class=\"" +
+           style + "\" width=\"" + number(percent / top * 100, 2) + "\" height=\"8\"/></svg></td></tr>\n";
+}
+
+std::string table(const Tally& tally, const std::vector<Band>& bands) {
+    const Volume total = tally.total();
+    std::string out =
+        "<table>\n<thead><tr><th scope=\"col\">Protocol</th><th scope=\"col\">Packets</th>"
+        "<th scope=\"col\">Bytes</th><th scope=\"col\">Share</th><th></th></tr></thead>\n<tbody>\n";
+    uint64_t largest = std::max(tally.unclassified.bytes, tally.not_ip.bytes);
+    for (const auto& [name, volume] : tally.protocols)
+        largest = std::max(largest, volume.bytes);
+    const double top = std::max(percent_of(largest, total.bytes), 0.01);
+    size_t rank = 0;
+    for (const auto& [name, volume] : show::ranked(tally)) {
+        out += table_row(name, rank < COLOURS ? bands[rank].style : "rest", volume, total, top);
+        ++rank;
+    }
+    if (tally.unclassified.packets > 0)
+        out += table_row("unclassified", "none", tally.unclassified, total, top);
+    if (tally.not_ip.packets > 0) out += table_row("not IP", "none", tally.not_ip, total, top);
+    return out + "</tbody>\n<tfoot><tr><th scope=\"row\">total</th><td>" + count_text(total.packets) +
+           "</td><td>" + bytes_text(total.bytes) + "</td><td></td><td></td></tr></tfoot>\n</table>\n";
+}
+
+/** 1, 2 or 5 times a power of ten, so that about `count` of it reach `top`. */
+double tick_distance(double top, int count) {
+    const double rough = top / count;
+    const double power = std::pow(10, std::floor(std::log10(rough)));
+    for (double factor : {1.0, 2.0, 5.0})
+        if (factor * power >= rough) return factor * power;
+    return 10 * power;
+}
+
+std::string rate_text(double bytes_per_sec) {
+    constexpr const char* UNITS[] = {"B/s", "kB/s", "MB/s", "GB/s", "TB/s"};
+    size_t unit = 0;
+    for (; bytes_per_sec >= 1000 && unit + 1 < std::size(UNITS); ++unit)
+        bytes_per_sec /= 1000;
+    char buf[64];
+    snprintf(buf, sizeof(buf), "%.4g %s", bytes_per_sec, UNITS[unit]);
+    return buf;
+}
+
+/** With a unit that keeps the numbers of an axis up to `top` short. */
+std::string time_text_for(double seconds, double top) {
+    const struct {
+        double from, unit;
+        const char* name;
+    } units[] = {{172800, 86400, "d"}, {7200, 3600, "h"},  {120, 60, "min"},
+                 {1, 1, "s"},          {1e-3, 1e-3, "ms"}, {0, 1e-6, "µs"}};
+    for (const auto& unit : units)
+        if (top >= unit.from) {
+            char buf[64];
+            snprintf(buf, sizeof(buf), "%.4g %s", seconds / unit.unit, unit.name);
+            return buf;
+        }
+    return {};
+}
+
+double time_unit(double top) {
+    if (top >= 172800) return 86400;
+    if (top >= 7200) return 3600;
+    return top >= 120 ? 60 : 1;
+}
+
+/** The stacked areas of one file, and what their colours mean. */
+class Chart {
+ public:
+    Chart(const Course& course, const std::vector<Band>& bands) : m_course(course), m_bands(bands) {
+        m_step_sec = static_cast<double>(course.span_usec()) / USEC_PER_SEC / Course::STEPS;
+        stack();
+    }
+
+    std::string html(const std::string& file) const {
+        std::string out = "<svg class=\"chart\" viewBox=\"0 0 " + number(CHART_WIDTH, 0) + " " +
+                          number(CHART_HEIGHT, 0) +
+                          "\" role=\"img\" aria-label=\"Bytes per second by protocol "
+                          "over the time of " +
+                          escaped(file) + "\">\n";
+        out += axes();
+        for (size_t i = 0; i < m_bands.size(); ++i)
+            if (is_seen(i)) out += area(i);
+        return out + "</svg>\n" + legend(seen());
+    }
+
+ private:
+    /** Where the top of each band is in each step, in bytes; index 0 is the ground. */
+    void stack() {
+        m_tops.assign(m_bands.size() + 1, std::vector<double>(Course::STEPS, 0));
+        for (const auto& [name, bytes] : m_course.protocols())
+            for (size_t step = 0; step < Course::STEPS; ++step)
+                m_tops[band_of(name) + 1][step] += static_cast<double>(bytes[step]);
+        for (size_t i = 1; i < m_tops.size(); ++i)
+            for (size_t step = 0; step < Course::STEPS; ++step)
+                m_tops[i][step] += m_tops[i - 1][step];
+        m_top = std::max(1.0, *std::max_element(m_tops.back().begin(), m_tops.back().end()));
+    }
+    bool is_seen(size_t band) const { return m_tops[band + 1] != m_tops[band]; }
+    std::vector<Band> seen() const {
+        std::vector<Band> out;
+        for (size_t i = 0; i < m_bands.size(); ++i)
+            if (is_seen(i)) out.push_back(m_bands[i]);
+        return out;
+    }
+    /** A name that has no band of its own is in "other protocols"; the empty one is unclassified. */
+    size_t band_of(const std::string& name) const {
+        const std::string wanted = name.empty() ? "none" : "rest";
+        for (size_t i = 0; i < m_bands.size(); ++i) {
+            const bool is_own = m_bands[i].style[0] == 'c' && m_bands[i].name == name && !name.empty();
+            if (is_own || m_bands[i].style == wanted) return i;
+        }
+        return m_bands.size() - 1;
+    }
+
+    double x(size_t step) const {
+        return LEFT + (CHART_WIDTH - LEFT - RIGHT) * static_cast<double>(step) / Course::STEPS;
+    }
+    double y(double bytes) const { return TOP + (CHART_HEIGHT - TOP - BOTTOM) * (1 - bytes / m_top); }
+
+    /** Flat within a step: nothing is known of what is between. */
+    std::string area(size_t band) const {
+        std::string path = "M" + number(x(0)) + " " + number(y(m_tops[band][0]));
+        for (size_t step = 0; step < Course::STEPS; ++step)
+            path += "V" + number(y(m_tops[band + 1][step])) + "H" + number(x(step + 1));
+        for (size_t step = Course::STEPS; step-- > 0;)
+            path += "V" + number(y(m_tops[band][step])) + "H" + number(x(step));
+        return "<path class=\"" + m_bands[band].style + "\" d=\"" + path + "Z\"><title>" +
+               escaped(m_bands[band].name) + "</title></path>\n";
+    }
+
+    std::string axes() const {
+        std::string out;
+        const double rate = m_top / m_step_sec;
+        for (double value = 0, tick = tick_distance(rate, 5); value <= rate * 1.001; value += tick) {
+            const std::string at = number(y(value * m_step_sec));
+            out += "<line class=\"grid\" x1=\"" + number(LEFT) + "\" x2=\"" + number(CHART_WIDTH - RIGHT) +
+                   "\" y1=\"" + at + "\" y2=\"" + at + "\"/><text class=\"y\" x=\"" + number(LEFT - 8) +
+                   "\" y=\"" + at + "\">" + rate_text(value) + "</text>\n";
+        }
+        const double span = m_step_sec * Course::STEPS;
+        const double unit = time_unit(span);
+        for (double value = 0, tick = tick_distance(span / unit, 6) * unit; value <= span * 1.001;
+             value += tick)
+            out += "<text class=\"x\" x=\"" + number(LEFT + (CHART_WIDTH - LEFT - RIGHT) * value / span) +
+                   "\" y=\"" + number(CHART_HEIGHT - 10) + "\">" + time_text_for(value, span) + "</text>\n";
+        return out;
+    }
+
+    const Course& m_course;
+    const std::vector<Band>& m_bands;
+    double m_step_sec;
+    std::vector<std::vector<double>> m_tops;
+    double m_top = 1;
+};
+
+std::string file_section(const FileResult& result, const std::vector<Band>& bands) {
+    std::string out = "<section>\n<h2>" + escaped(result.file) + "</h2>\n";
+    if (!result.error.empty()) out += "<p class=\"fault\">" + escaped(result.error) + "</p>\n";
+    for (const std::string& remark : show::remarks(result))
+        out += "<p class=\"note\">" + escaped(remark) + "</p>\n";
+    if (!result.course.protocols().empty() && !bands.empty()) {
+        const Volume total = result.tally.total();
+        out += "<p class=\"note\">" + count_text(total.packets) + " packets, " + bytes_text(total.bytes) +
+               ", from " + time_text(static_cast<int64_t>(result.course.first_usec() / 1000000)) + "</p>\n";
+        out += Chart(result.course, bands).html(result.file);
+    }
+    return out + "</section>\n";
+}
+
+}  // namespace
+
+std::string page(const std::vector<FileResult>& results) {
+    const Tally tally = show::sum(results);
+    const std::vector<Band> bands = bands_of(tally);
+    const std::string title = results.size() == 1
+                                  ? "Traffic in " + escaped(results[0].file)
+                                  : "Traffic in " + std::to_string(results.size()) + " captures";
+    std::string out =
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+        "<meta name=\"color-scheme\" content=\"light dark\">\n<title>" +
+        title + "</title>\n<style>" + STYLE + "</style>\n</head>\n<body>\n<main>\n<h1>" + title + "</h1>\n" +
+        tiles(results, tally) + "<section>\n<h2>Protocols by bytes</h2>\n" +
+        shares_bar(bands, tally.total().bytes) + table(tally, bands) + "</section>\n";
+    for (size_t i = 0; i < results.size() && i < MAX_CHARTS; ++i)
+        out += file_section(results[i], bands);
+    if (results.size() > MAX_CHARTS)
+        out += "<p class=\"note\">" + std::to_string(results.size() - MAX_CHARTS) +
+               " more files are in the numbers, but have no chart.</p>\n";
+    return out + "</main>\n</body>\n</html>\n";
+}
+
+}  // namespace brumectl::report

@@ -1,0 +1,32 @@
+#pragma once
+// A classification in words and in JSON.
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "client/classify/classifier.h"
+#include "client/terminal.h"
+
+namespace brumectl::show {
+
+/** Protocols by bytes, then packets, the largest first. */
+std::vector<std::pair<std::string, Volume>> ranked(const Tally& tally);
+/** All files in one. */
+Tally sum(const std::vector<FileResult>& results);
+
+/** The table of protocols, and what had to be done to the files. */
+std::string text(const std::vector<FileResult>& results, const Terminal& terminal);
+/** The line above the rows of `packets_text`. */
+std::string packets_head(const Terminal& terminal);
+/** One row a packet of the piece; times count from the start of the file. */
+std::string packets_text(const Piece& piece, uint64_t start_usec);
+/** What of a file isn't as it should be, a sentence each. */
+std::vector<std::string> remarks(const FileResult& result);
+/** The document of --json, without packets. */
+Json::Value document(const std::vector<FileResult>& results);
+
+}  // namespace brumectl::show

@@ -1,0 +1,79 @@
+#include "client/classify/temp_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "client/failure.h"
+#include "utils/unique_fd.h"
+
+namespace brumectl {
+
+TempFile::TempFile(const std::string& prefix, mode_t mode) : m_path(prefix + "XXXXXX") {
+    corvo::UniqueFd fd(mkostemp(m_path.data(), O_CLOEXEC));
+    if (!fd) throw Failure("can't create a file " + prefix + "…: " + strerror(errno));
+    m_file.reset(fchmod(fd.get(), mode) == 0 ? fdopen(fd.get(), "wb") : nullptr);
+    if (!m_file) {
+        const int err = errno;
+        unlink(m_path.c_str());
+        throw Failure("can't write " + m_path + ": " + strerror(err));
+    }
+    fd.release();
+}
+
+TempFile::~TempFile() {
+    if (!m_path.empty()) unlink(m_path.c_str());
+}
+
+void TempFile::fail(const char* what) const {
+    throw Failure(std::string("can't ") + what + " " + m_path + ": " + strerror(errno));
+}
+
+void TempFile::write(const void* bytes, size_t size) {
+    if (fwrite(bytes, 1, size, m_file.get()) != size) fail("write");
+}
+
+void TempFile::close() {
+    if (m_file && fclose(m_file.release()) != 0) fail("write");
+}
+
+void TempFile::rename_to(const std::string& target) {
+    close();
+    if (rename(m_path.c_str(), target.c_str()) != 0)
+        throw Failure("can't write " + target + ": " + strerror(errno));
+    m_path.clear();
+}
+
+std::string temp_folder() {
+    const char* folder = getenv("TMPDIR");
+    return std::filesystem::absolute(folder && *folder ? folder : "/tmp").string();
+}
+
+PlacedFile::PlacedFile(const std::string& target) {
+    char resolved[PATH_MAX];
+    m_path = realpath(target.c_str(), resolved) ? resolved : target;
+    struct stat st = {};
+    mode_t mode = 0666;
+    if (stat(m_path.c_str(), &st) == 0) {
+        if (!S_ISREG(st.st_mode)) throw Failure(target + " is no regular file");
+        mode = st.st_mode & 07777;
+    } else {
+        const mode_t mask = umask(0);
+        umask(mask);
+        mode &= ~mask;
+    }
+    m_file = std::make_unique<TempFile>(m_path + ".", mode);
+}
+
+void PlacedFile::place(const std::string& content) {
+    m_file->write(content);
+    m_file->rename_to(m_path);
+}
+
+}  // namespace brumectl

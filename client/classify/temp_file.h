@@ -1,0 +1,57 @@
+#pragma once
+// A file that exists only as long as it is needed, or until it is whole and takes its place under its final
+// name. Every way out of the program but a kill removes it: signals are held while it is made.
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+
+#include "utils/unique_file.h"
+
+namespace brumectl {
+
+class TempFile {
+ public:
+    /** Creates `prefix` and six random characters, with this mode. @throws Failure */
+    TempFile(const std::string& prefix, mode_t mode);
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+    ~TempFile();
+
+    const std::string& path() const { return m_path; }
+    /** @throws Failure, as for a disk that is full */
+    void write(const void* bytes, size_t size);
+    void write(const std::string& text) { write(text.data(), text.size()); }
+    /** Everything is in the file afterwards, and nothing more can be written. @throws Failure */
+    void close();
+    /** Closes it and puts it in the place of `target`. @throws Failure; `target` is then as it was */
+    void rename_to(const std::string& target);
+
+ private:
+    [[noreturn]] void fail(const char* what) const;
+
+    std::string m_path;
+    corvo::UniqueFile m_file;
+};
+
+/** $TMPDIR, else /tmp; absolute. */
+std::string temp_folder();
+
+/** A file that appears whole, or leaves what stands under its name. */
+class PlacedFile {
+ public:
+    /**
+     * A symbolic link is followed; what isn't a regular file is refused, for it would be replaced.
+     * @throws Failure if nothing can be written there
+     */
+    explicit PlacedFile(const std::string& target);
+    /** Once. @throws Failure */
+    void place(const std::string& content);
+
+ private:
+    std::string m_path;
+    std::unique_ptr<TempFile> m_file;
+};
+
+}  // namespace brumectl
