@@ -152,12 +152,17 @@ def page_lines(document):
         yield from method_lines(method, errors)
 
 
+def document():
+    return json.loads((DOCS / "openrpc.json").read_text())
+
+
 def main():
-    page = "\n".join(page_lines(json.loads((DOCS / "openrpc.json").read_text()))).rstrip() + "\n"
+    page = "\n".join(page_lines(document())).rstrip() + "\n"
     if sys.argv[1:] != ["--check"]:
         PAGE.write_text(page)
     elif PAGE.read_text() != page:
         sys.exit("docs/methods.md isn't what docs/openrpc.json gives: run scripts/methods_doc.py")
 
 
-main()
+if __name__ == "__main__":
+    main()
