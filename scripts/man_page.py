@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Makes a manual page from its scdoc source: scripts/man_page.py [--scdoc PROGRAM] SOURCE PAGE
+"""Makes a manual page from its scdoc source: scripts/man_page.py [--scdoc PROGRAM] [--words FILE] SOURCE PAGE
 
 A line `@methods@` in the source becomes the methods of docs/openrpc.json, a line `@errors@` its error codes,
-`@words@` the methods with a line each.
+`@words@` the client's words as it describes them in FILE, or without that the methods with a line each.
 """
 import argparse
 import pathlib
@@ -74,12 +74,16 @@ FRAGMENTS = {"@methods@": methods, "@errors@": errors, "@words@": words}
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--scdoc", default="scdoc")
+    parser.add_argument("--words", type=pathlib.Path)
     parser.add_argument("source", type=pathlib.Path)
     parser.add_argument("page", type=pathlib.Path)
     args = parser.parse_args()
     document = doc.document()
     lines = []
     for line in args.source.read_text().splitlines():
+        if line == "@words@" and args.words:
+            lines += args.words.read_text().splitlines()
+            continue
         lines += FRAGMENTS[line](document) if line in FRAGMENTS else [line]
     page = subprocess.run([args.scdoc], input="\n".join(lines) + "\n", text=True, check=True, stdout=subprocess.PIPE)
     args.page.write_text(page.stdout)
