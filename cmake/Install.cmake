@@ -38,30 +38,11 @@ foreach(entry IN LISTS system_files)
 endforeach()
 install(DIRECTORY DESTINATION ${brumecpd_config}/brumecpd COMPONENT daemon)
 
-# The client knows its words, and describes them itself where it has that word.
-set(has_client_reference FALSE)
-if(EXISTS ${CMAKE_SOURCE_DIR}/client/completion.cpp)
-    set(has_client_reference TRUE)
+# Nobody installs what a sanitizer watches, and asking that for texts may end in the sanitizer's way.
+if(BRUMECPD_SANITIZER STREQUAL "none")
+    include(cmake/ManPages.cmake)
+    include(cmake/Completions.cmake)
 endif()
-set(bash_completion packaging/completion/brumectl.bash)
-set(zsh_completion packaging/completion/_brumectl)
-if(has_client_reference)
-    file(MAKE_DIRECTORY ${packaging_out}/completion)
-    set(bash_completion ${packaging_out}/completion/brumectl.bash)
-    set(zsh_completion ${packaging_out}/completion/_brumectl)
-    add_custom_command(OUTPUT ${bash_completion} ${zsh_completion}
-        COMMAND brumectl completion bash > ${bash_completion}
-        COMMAND brumectl completion zsh > ${zsh_completion}
-        DEPENDS brumectl
-        COMMENT "Asking brumectl for its completions")
-    add_custom_target(completions ALL DEPENDS ${bash_completion} ${zsh_completion})
-endif()
-install(FILES ${bash_completion} RENAME brumectl COMPONENT client
-    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
-install(FILES ${zsh_completion} COMPONENT client
-    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions)
-
-include(cmake/ManPages.cmake)
 
 include(cmake/InstallDev.cmake OPTIONAL RESULT_VARIABLE has_dev)
 if(NOT has_dev)

@@ -21,14 +21,10 @@ if(TARGET brumecp_engine_check)
     list(APPEND man_pages "dev|brumecp-engine-check.1")
 endif()
 # The client describes its words itself.
-set(words_option "")
-if(has_client_reference)
-    add_custom_command(OUTPUT ${man_out}/words.scd
-        COMMAND brumectl man-tables words > ${man_out}/words.scd
-        DEPENDS brumectl
-        COMMENT "Asking brumectl for its words")
-    set(words_option --words ${man_out}/words.scd)
-endif()
+add_custom_command(OUTPUT ${man_out}/words.scd
+    COMMAND brumectl man-tables words > ${man_out}/words.scd
+    DEPENDS brumectl
+    COMMENT "Asking brumectl for its words")
 foreach(entry IN LISTS man_pages)
     string(REPLACE "|" ";" entry "${entry}")
     list(GET entry 0 component)
@@ -36,10 +32,10 @@ foreach(entry IN LISTS man_pages)
     string(REGEX REPLACE "^.*\\." "" section ${page})
     set(source ${CMAKE_SOURCE_DIR}/packaging/man/${page}.scd)
     add_custom_command(OUTPUT ${man_out}/${page}
-        COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/scripts/man_page.py --scdoc ${SCDOC} ${words_option}
+        COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/scripts/man_page.py --scdoc ${SCDOC} --words ${man_out}/words.scd
                 ${source} ${man_out}/${page}
         DEPENDS ${source} ${CMAKE_SOURCE_DIR}/scripts/man_page.py ${CMAKE_SOURCE_DIR}/scripts/methods_doc.py
-                ${CMAKE_SOURCE_DIR}/docs/openrpc.json ${words_option}
+                ${CMAKE_SOURCE_DIR}/docs/openrpc.json ${man_out}/words.scd
         COMMENT "Writing the manual page ${page}"
         VERBATIM)
     install(FILES ${man_out}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Makes a manual page from its scdoc source: scripts/man_page.py [--scdoc PROGRAM] [--words FILE] SOURCE PAGE
+"""Makes a manual page from its scdoc source: scripts/man_page.py [--scdoc PROGRAM] --words FILE SOURCE PAGE
 
 A line `@methods@` in the source becomes the methods of docs/openrpc.json, a line `@errors@` its error codes,
-`@words@` the client's words as it describes them in FILE, or without that the methods with a line each.
+`@words@` what is in FILE: the client's words, as it describes them.
 """
 import argparse
 import pathlib
@@ -64,24 +64,20 @@ def errors(document):
                        for name, error in document["components"]["errors"].items())
 
 
-def words(document):
-    yield from entries((f"`{method['name']}`", "", method["summary"]) for method in document["methods"])
-
-
-FRAGMENTS = {"@methods@": methods, "@errors@": errors, "@words@": words}
+FRAGMENTS = {"@methods@": methods, "@errors@": errors}
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--scdoc", default="scdoc")
-    parser.add_argument("--words", type=pathlib.Path)
+    parser.add_argument("--words", type=pathlib.Path, required=True)
     parser.add_argument("source", type=pathlib.Path)
     parser.add_argument("page", type=pathlib.Path)
     args = parser.parse_args()
     document = doc.document()
     lines = []
     for line in args.source.read_text().splitlines():
-        if line == "@words@" and args.words:
+        if line == "@words@":
             lines += args.words.read_text().splitlines()
             continue
         lines += FRAGMENTS[line](document) if line in FRAGMENTS else [line]
