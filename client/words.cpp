@@ -1,11 +1,11 @@
 #include "client/words.h"
 
 #include "client/call.h"
+#include "client/classify/classify.h"
 #include "client/log_word.h"
 #include "client/method_words.h"
 #include "client/reference_words.h"
 #include "client/shell/shell_word.h"
-#include "client/classify/classify.h"
 
 namespace brumectl {
 
