@@ -16,6 +16,7 @@ namespace {
 constexpr int HELD[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 volatile sig_atomic_t g_signum = 0;
+int g_deferred = 0;
 sigset_t g_outside;  ///< the mask that the program was started with: holds none of HELD
 
 void remember(int signum) {
@@ -56,8 +57,9 @@ void check() {
 
 int wait(std::vector<pollfd>& fds, int timeout_ms) {
     timespec timeout = {timeout_ms / 1000, (timeout_ms % 1000) * 1000000L};
-    int ready = ppoll(fds.data(), fds.size(), timeout_ms < 0 ? nullptr : &timeout, &g_outside);
-    if (g_signum != 0) throw Interrupted(g_signum);
+    const sigset_t* mask = g_deferred > 0 ? nullptr : &g_outside;
+    int ready = ppoll(fds.data(), fds.size(), timeout_ms < 0 ? nullptr : &timeout, mask);
+    if (g_signum != 0 && g_deferred == 0) throw Interrupted(g_signum);
     if (ready >= 0) return ready;
     if (errno != EINTR) throw Failure(std::string("poll failed: ") + strerror(errno));
     return 0;
@@ -70,6 +72,14 @@ bool wait_readable(int fd, int timeout_ms) {
 
 void forget() {
     g_signum = 0;
+}
+
+Deferred::Deferred() {
+    ++g_deferred;
+}
+
+Deferred::~Deferred() {
+    --g_deferred;
 }
 
 void die_by(int signum) {

@@ -35,6 +35,15 @@ int wait(std::vector<pollfd>& fds, int timeout_ms);
 bool wait_readable(int fd, int timeout_ms);
 /** What has arrived is dealt with: waits go on as if it hadn't. */
 void forget();
+/** While one exists waits aren't ended: for a destructor's last requests, which bound their time themselves.
+ */
+class Deferred {
+ public:
+    Deferred();
+    Deferred(const Deferred&) = delete;
+    Deferred& operator=(const Deferred&) = delete;
+    ~Deferred();
+};
 /** Ends this process by `signum`, as if it had never been held. */
 [[noreturn]] void die_by(int signum);
 

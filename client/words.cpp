@@ -6,6 +6,7 @@
 #include "client/method_words.h"
 #include "client/reference_words.h"
 #include "client/shell/shell_word.h"
+#include "client/live/events.h"
 
 namespace brumectl {
 
@@ -16,6 +17,7 @@ void add_words(CLI::App& app, Context& context) {
     add_reference_words(app, context);
     add_method_words(app, context);
     add_classify(app, context);
+    add_live_events(app, context);
 }
 
 }  // namespace brumectl

@@ -1,0 +1,35 @@
+#include "client/json_access.h"
+
+namespace brumectl {
+
+const Json::Value& member(const Json::Value& value, const char* name) {
+    return value.isObject() ? value[name] : Json::Value::nullSingleton();
+}
+
+const Json::Value& member(const Json::Value& value, std::initializer_list<const char*> path) {
+    const Json::Value* at = &value;
+    for (const char* name : path)
+        at = &member(*at, name);
+    return *at;
+}
+
+Json::Value member(Json::Value&& value, std::initializer_list<const char*> path) {
+    return member(static_cast<const Json::Value&>(value), path);
+}
+
+Json::Value member(Json::Value&& value, const char* name) {
+    return member(static_cast<const Json::Value&>(value), name);
+}
+
+std::string text_of(const Json::Value& value) {
+    return value.isString() ? value.asString() : std::string();
+}
+
+uint64_t count_of(const Json::Value& value) {
+    constexpr double TOO_LARGE = 18446744073709551616.0;
+    if (value.isUInt64()) return value.asUInt64();
+    if (!value.isDouble() || !(value.asDouble() >= 0) || value.asDouble() >= TOO_LARGE) return 0;
+    return static_cast<uint64_t>(value.asDouble());
+}
+
+}  // namespace brumectl

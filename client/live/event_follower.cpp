@@ -1,0 +1,203 @@
+#include "client/live/event_follower.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "client/failure.h"
+#include "client/interrupt.h"
+#include "client/json_access.h"
+#include "client/live/output.h"
+#include "infra/corvo_json.h"
+#include "utils/clock.h"
+
+namespace brumectl {
+
+namespace {
+
+/** Between two looks whether the daemon still knows us; a restarted one doesn't. */
+constexpr uint64_t LOOK_MS = 2000;
+/** Between two looks at the log, where no socket of ours can be reached. */
+constexpr uint64_t POLL_MS = 1000;
+
+Json::Value request(const char* cmd, const char* op) {
+    Json::Value params;
+    params["cmd"] = cmd;
+    params["op"] = op;
+    return params;
+}
+
+}  // namespace
+
+Json::Value logged_events(Daemon& daemon, const std::string& severity) {
+    Json::Value params = request("log", "show");
+    params["sev"] = severity;
+    Json::Value events = member(daemon.call("notifications", params), {"notif", "log"});
+    if (!events.isArray()) throw Failure("the reply has no events in it");
+    return events;
+}
+
+void EventFollower::run() {
+    begin();
+    uint64_t next_look = corvo::monotonic_ms();
+    for (;;) {
+        uint64_t now = corvo::monotonic_ms();
+        wait(now < next_look ? static_cast<int>(next_look - now) : 0);
+        take_waiting();
+        if (corvo::monotonic_ms() < next_look) continue;
+        look();
+        next_look = corvo::monotonic_ms() + (m_polling ? POLL_MS : LOOK_MS);
+    }
+}
+
+void EventFollower::look() {
+    try {
+        if (m_daemon)
+            look_after_daemon();
+        else
+            begin();
+    } catch (const NoDaemon& e) {
+        lose(e.what());
+    } catch (const TimedOut& e) {
+        if (!m_complained) m_context.complain(std::string(e.what()) + "; waiting");
+        m_complained = true;
+    }
+}
+
+void EventFollower::begin() {
+    std::unique_ptr<Daemon> daemon = m_context.new_daemon();
+    int64_t pid = static_cast<int64_t>(count_of(member(daemon->call("status"), "pid")));
+    if (m_pid != 0 && pid != m_pid) m_sequence.restart();
+    if (m_pid != 0) m_context.complain("the daemon is there again");
+    m_pid = pid;
+    m_daemon = std::move(daemon);
+    m_complained = false;
+    subscribe();
+    take_all(past_events());
+    take_waiting();
+}
+
+void EventFollower::subscribe() {
+    m_polling = false;
+    if (!m_options.path.empty()) {
+        // Absolute, as a relative one begins for the daemon in its own working directory.
+        if (try_path(std::filesystem::absolute(m_options.path))) return;
+        m_context.complain("the daemon can't reach " + m_options.path + "; asking once a second instead");
+    } else {
+        std::vector<std::string> paths = subscriber_paths(m_daemon->address());
+        if (std::any_of(paths.begin(), paths.end(), [this](const auto& path) { return try_path(path); }))
+            return;
+        m_context.complain("the daemon can't reach a socket of ours; asking once a second instead");
+    }
+    m_polling = true;
+}
+
+bool EventFollower::try_path(const std::string& path) {
+    auto connect = [this] { return m_context.new_daemon(); };
+    m_subscription =
+        std::make_unique<Subscription>(*m_daemon, connect, path, daemon_user(m_daemon->address()));
+    if (hears_itself()) return true;
+    m_subscription.reset();
+    return false;
+}
+
+/** The daemon tells a new subscriber of its own subscription, before it answers the request. */
+bool EventFollower::hears_itself() {
+    return interrupt::wait_readable(m_subscription->socket().fd(), 200);
+}
+
+void EventFollower::wait(int timeout_ms) {
+    std::vector<pollfd> fds{{fileno(m_context.out().stream()), 0, 0}};
+    if (m_subscription) fds.push_back({m_subscription->socket().fd(), POLLIN, 0});
+    interrupt::wait(fds, timeout_ms);
+    if (fds[0].revents != 0) throw Failure("nobody reads the output any more");
+}
+
+void EventFollower::look_after_daemon() {
+    if (m_polling)
+        take_all(past_events());
+    else if (!still_subscribed())
+        lose("the daemon has forgotten us");
+    if (m_complained) m_context.complain("the daemon answers again");
+    m_complained = false;
+}
+
+bool EventFollower::still_subscribed() {
+    const Json::Value sockets = member(m_daemon->call("notifications", request("socket", "ls")), "ls");
+    return std::any_of(sockets.begin(), sockets.end(), [this](const Json::Value& socket) {
+        return text_of(member(socket, "name")) == m_subscription->socket().path();
+    });
+}
+
+void EventFollower::lose(const std::string& why) {
+    if (m_daemon) m_context.complain(why + "; waiting for it");
+    if (m_subscription) m_subscription->forget();
+    m_subscription.reset();
+    m_daemon.reset();
+}
+
+/** All of them: what isn't to be told counts for finding gaps. */
+Json::Value EventFollower::past_events() {
+    return logged_events(*m_daemon, "info");
+}
+
+void EventFollower::take_all(const Json::Value& events) {
+    for (const Json::Value& event : events)
+        take(event);
+    flush_or_fail(m_context.out());
+}
+
+void EventFollower::take_waiting() {
+    std::string text;
+    while (m_subscription && m_subscription->socket().receive(text)) {
+        Json::Value json;
+        if (!corvo::json::parse(text, json)) continue;  // not the daemon's
+        std::optional<Notification> event = Notification::read(json);
+        if (event && m_sequence.missing_before(event->id) > 0) fill_gap();
+        take(json);
+    }
+    flush_or_fail(m_context.out());
+}
+
+/** What found no room in the socket may still be in the log. */
+void EventFollower::fill_gap() {
+    Json::Value events;
+    try {
+        events = past_events();
+    } catch (const Failure&) {
+        return;  // the gap is told instead
+    }
+    take_all(events);
+}
+
+void EventFollower::take(const Json::Value& json) {
+    std::optional<Notification> event = Notification::read(json);
+    if (!event) return;
+    uint64_t missing = m_sequence.missing_before(event->id);
+    if (!m_sequence.take(event->id)) return;
+    if (missing > 0) tell_missing(missing);
+    if (severity_rank(event->severity) >= m_least) tell(*event, json);
+}
+
+void EventFollower::tell(const Notification& event, const Json::Value& json) {
+    const Terminal& out = m_context.out();
+    out.print(m_context.json() ? corvo::json::write_line(json) : event.line(out) + "\n");
+}
+
+void EventFollower::tell_missing(uint64_t count) {
+    if (m_context.json()) {
+        Json::Value gap;
+        gap["missed"] = Json::UInt64(count);
+        m_context.out().print(corvo::json::write_line(gap));
+        return;
+    }
+    const Terminal& out = m_context.out();
+    out.print(
+        out.paint(Terminal::DIM, "… " + count_text(count) + (count == 1 ? " event" : " events") + " missed") +
+        "\n");
+}
+
+}  // namespace brumectl

@@ -1,0 +1,61 @@
+#pragma once
+// `events -f`: tells the daemon's events as they come, for as long as the reader likes. Survives the daemon's
+// restarts, and daemons that can't reach a socket of ours.
+
+#include <json/value.h>
+
+#include <memory>
+#include <string>
+
+#include "client/context.h"
+#include "client/live/notification.h"
+#include "client/live/subscription.h"
+
+namespace brumectl {
+
+struct FollowOptions {
+    std::string severity = "info";  ///< the least that is told
+    std::string path = {};          ///< of our socket; empty: chosen
+};
+
+class EventFollower {
+ public:
+    EventFollower(Context& context, const FollowOptions& options)
+        : m_context(context), m_options(options), m_least(severity_rank(options.severity)) {}
+
+    /** Never returns. @throws Interrupted; Failure if it can't begin or nobody reads what it tells */
+    [[noreturn]] void run();
+
+ private:
+    void begin();
+    void subscribe();
+    bool try_path(const std::string& path);
+    bool hears_itself();
+    void wait(int timeout_ms);
+    void look();
+    void look_after_daemon();
+    bool still_subscribed();
+    void lose(const std::string& why);
+    Json::Value past_events();
+    void take_all(const Json::Value& events);
+    void take_waiting();
+    void fill_gap();
+    void take(const Json::Value& event);
+    void tell(const Notification& event, const Json::Value& json);
+    void tell_missing(uint64_t count);
+
+    Context& m_context;
+    const FollowOptions m_options;
+    const int m_least;
+    std::unique_ptr<Daemon> m_daemon;  ///< null while it is gone
+    int64_t m_pid = 0;
+    std::unique_ptr<Subscription> m_subscription;  ///< null while the daemon is gone or can't reach us
+    EventSequence m_sequence;
+    bool m_complained = false;
+    bool m_polling = false;
+};
+
+/** The events of the daemon's log, least severity first word of "info", "warn", "error". @throws Failure */
+Json::Value logged_events(Daemon& daemon, const std::string& severity);
+
+}  // namespace brumectl

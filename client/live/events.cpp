@@ -1,0 +1,87 @@
+#include "client/live/events.h"
+
+#include <CLI/CLI.hpp>
+
+#include "client/context.h"
+#include "client/json_access.h"
+#include "client/live/event_follower.h"
+#include "client/live/stale_subscribers.h"
+#include "infra/corvo_json.h"
+
+namespace brumectl {
+
+namespace {
+
+void show_log(Context& context, const std::string& severity) {
+    Json::Value params;
+    params["cmd"] = "log";
+    params["sev"] = severity;
+    if (context.json()) {
+        context.out().print(context.daemon().call_text("notifications", params));
+        return;
+    }
+    TextTable table({"ID", "TIME", "SEVERITY", "FEATURE", "NAME", "TEXT"});
+    for (const Json::Value& json : logged_events(context.daemon(), severity))
+        if (std::optional<Notification> event = Notification::read(json))
+            table.add({{std::to_string(event->id), true},
+                       {time_text(event->ts)},
+                       {harmless(event->severity), false, severity_colour(event->severity)},
+                       {harmless(event->feature)},
+                       {harmless(event->name)},
+                       {harmless(event->text)}});
+    context.out().print(table.empty() ? "No events.\n" : table.text(context.out()));
+}
+
+Json::Value array(const std::vector<std::string>& names) {
+    Json::Value out(Json::arrayValue);
+    for (const std::string& name : names)
+        out.append(name);
+    return out;
+}
+
+void clean_up(Context& context) {
+    const CleanUp done = remove_stale_subscribers(context.daemon());
+    const Terminal& out = context.out();
+    if (context.json()) {
+        Json::Value json;
+        json["removed"] = array(done.removed);
+        json["kept"] = array(done.kept);
+        json["unknown"] = array(done.unknown);
+        out.print(corvo::json::write_line(json));
+        return;
+    }
+    for (const std::string& name : done.removed)
+        out.print("removed  " + harmless(name) + "\n");
+    for (const std::string& name : done.unknown)
+        out.print("left     " + harmless(name) + " (can't be looked at from here)\n");
+    out.print(std::to_string(done.removed.size()) + " removed, " +
+              std::to_string(done.kept.size() + done.unknown.size()) + " left\n");
+}
+
+}  // namespace
+
+void add_live_events(CLI::App& app, Context& context) {
+    struct Wanted {
+        FollowOptions options;
+        bool follow = false;
+    };
+    auto wanted = std::make_shared<Wanted>();
+    CLI::App* word = app.add_subcommand("events", "Events of the daemon's notification hub");
+    word->add_flag("-f,--follow", wanted->follow, "Stay and show new ones as they come");
+    word->add_option("--sev", wanted->options.severity, "Least severity")
+        ->check(CLI::IsMember({"info", "warn", "error"}))
+        ->capture_default_str();
+    word->add_option(
+        "--path", wanted->options.path,
+        "With -f: path of the socket that the daemon sends to (default: one in $XDG_RUNTIME_DIR, beside "
+        "the daemon's socket or in /tmp)");
+    CLI::App* gc = word->add_subcommand("gc", "Remove subscriptions whose programs are gone");
+    gc->callback([&context] { clean_up(context); });
+    word->callback([&context, word, wanted] {
+        if (!word->get_subcommands().empty()) return;
+        if (wanted->follow) EventFollower(context, wanted->options).run();
+        show_log(context, wanted->options.severity);
+    });
+}
+
+}  // namespace brumectl

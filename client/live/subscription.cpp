@@ -1,0 +1,133 @@
+#include "client/live/subscription.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "client/failure.h"
+#include "client/interrupt.h"
+
+namespace brumectl {
+
+namespace {
+
+constexpr size_t MAX_EVENT_BYTES = 64 * 1024;
+constexpr int LEAVE_TIMEOUT_MS = 1000;
+
+Json::Value request(const char* op, const std::string& path) {
+    Json::Value params;
+    params["cmd"] = "socket";
+    params["op"] = op;
+    params["socket"] = path;
+    return params;
+}
+
+/** A socket of ours that nobody has open: left behind by a program that was killed. */
+bool is_left_behind(const std::string& path) {
+    struct stat info = {};
+    if (lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode) || info.st_uid != geteuid()) return false;
+    corvo::UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_un address = Address::parse(path).unix_address();
+    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
+           errno == ECONNREFUSED;
+}
+
+}  // namespace
+
+SubscriberSocket::SubscriberSocket(const std::string& path, long writer)
+    : m_path(path), m_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    if (is_left_behind(path)) unlink(path.c_str());
+    bind_path();
+    let_in(writer);
+}
+
+SubscriberSocket::~SubscriberSocket() {
+    unlink(m_path.c_str());
+}
+
+void SubscriberSocket::bind_path() const {
+    sockaddr_un address = Address::parse(m_path).unix_address();
+    mode_t before = umask(0177);
+    int rc = bind(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    int err = errno;
+    umask(before);
+    if (rc != 0) throw Failure("can't make the socket " + m_path + ": " + strerror(err));
+}
+
+void SubscriberSocket::let_in(long writer) const {
+    if (writer == 0 || writer == static_cast<long>(geteuid())) return;
+    if (writer > 0 && chown(m_path.c_str(), static_cast<uid_t>(writer), static_cast<gid_t>(-1)) == 0) return;
+    chmod(m_path.c_str(), 0622);
+}
+
+bool SubscriberSocket::receive(std::string& text) const {
+    text.resize(MAX_EVENT_BYTES);
+    ssize_t size = recv(m_fd.get(), text.data(), text.size(), MSG_DONTWAIT);
+    text.resize(size < 0 ? 0 : static_cast<size_t>(size));
+    return size >= 0;
+}
+
+Subscription::Subscription(Daemon& daemon, Connect connect, const std::string& path, long writer)
+    : m_connect(std::move(connect)), m_socket(path, writer) {
+    try {
+        add(daemon);
+    } catch (...) {
+        leave();  // a request that wasn't answered may still be carried out
+        throw;
+    }
+}
+
+Subscription::~Subscription() {
+    leave();
+}
+
+void Subscription::add(Daemon& daemon) {
+    m_subscribed = true;
+    try {
+        daemon.call("notifications", request("add", m_socket.path()));
+    } catch (const ErrorReply&) {
+        // Most likely a subscription that an earlier program has left under the same path.
+        daemon.call("notifications", request("delete", m_socket.path()));
+        daemon.call("notifications", request("add", m_socket.path()));
+    }
+}
+
+void Subscription::leave() const {
+    if (!m_subscribed) return;
+    const interrupt::Deferred uninterrupted;
+    try {
+        std::unique_ptr<Daemon> daemon = m_connect();
+        daemon->set_timeout_ms(LEAVE_TIMEOUT_MS);
+        daemon->call("notifications", request("delete", m_socket.path()));
+    } catch (const std::exception&) {
+        return;  // gone, or too busy to answer: then the request waits in its queue
+    }
+}
+
+std::vector<std::string> subscriber_paths(const Address& daemon) {
+    std::vector<std::string> folders;
+    if (const char* run = std::getenv("XDG_RUNTIME_DIR"); run != nullptr && *run == '/')
+        folders.emplace_back(run);
+    if (size_t slash = daemon.path.rfind('/'); slash != std::string::npos && daemon.path.front() == '/')
+        folders.push_back(daemon.path.substr(0, slash));
+    folders.emplace_back("/tmp");
+    std::vector<std::string> paths;
+    for (const std::string& folder : folders) {
+        std::string path = folder + "/brumectl-" + std::to_string(getpid()) + ".sock";
+        if (access(folder.c_str(), W_OK | X_OK) == 0 && path.size() < sizeof(sockaddr_un::sun_path))
+            paths.push_back(path);
+    }
+    return paths;
+}
+
+long daemon_user(const Address& daemon) {
+    struct stat info = {};
+    if (daemon.tcp || stat(daemon.path.c_str(), &info) != 0) return -1;
+    return static_cast<long>(info.st_uid);
+}
+
+}  // namespace brumectl

@@ -1,0 +1,40 @@
+#include "client/local_daemon.h"
+
+#include <arpa/inet.h>
+#include <unistd.h>
+
+namespace brumectl {
+
+namespace {
+
+/** Empty if it can't be read. */
+std::string link_target(const std::string& path) {
+    char target[4096];
+    ssize_t len = readlink(path.c_str(), target, sizeof(target));
+    return len > 0 ? std::string(target, static_cast<size_t>(len)) : std::string();
+}
+
+}  // namespace
+
+bool on_this_machine(const Address& address) {
+    return !address.tcp || (ntohl(address.in.sin_addr.s_addr) >> 24) == 127;
+}
+
+LocalDaemon::LocalDaemon(const Address& address, pid_t pid) : m_same_files(on_this_machine(address)) {
+    if (!m_same_files || pid <= 0) return;
+    const std::string proc = "/proc/" + std::to_string(pid);
+    if (!link_target(proc + "/cwd").empty()) m_cwd = proc + "/cwd";
+    const std::string mounts = link_target(proc + "/ns/mnt");
+    if (!mounts.empty()) m_same_files = mounts == link_target("/proc/self/ns/mnt");
+}
+
+bool LocalDaemon::reaches(const std::string& path) const {
+    if (path.empty()) return false;
+    return path.front() == '/' ? m_same_files : visible();
+}
+
+std::string LocalDaemon::path_of(const std::string& path) const {
+    return path.front() == '/' ? path : m_cwd + "/" + path;
+}
+
+}  // namespace brumectl
