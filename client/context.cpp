@@ -14,7 +14,7 @@ Daemon& Context::daemon() {
 std::unique_ptr<Daemon> Context::new_daemon() const {
     std::vector<Address> addresses =
         m_options.address.empty() ? default_addresses() : std::vector{Address::parse(m_options.address)};
-    return std::make_unique<Daemon>(std::move(addresses), static_cast<int>(m_options.timeout_sec * 1000));
+    return std::make_unique<Daemon>(std::move(addresses), timeout_ms());
 }
 
 void Context::complain(const std::string& text) const {

@@ -26,6 +26,7 @@ class Context {
     /** One of its own, for what must not wait behind another's answer. */
     std::unique_ptr<Daemon> new_daemon() const;
     const Options& options() const { return m_options; }
+    int timeout_ms() const { return static_cast<int>(m_options.timeout_sec * 1000); }
     bool json() const { return m_options.json; }
     const Terminal& out() const { return m_out; }
     const Terminal& err() const { return m_err; }

@@ -7,6 +7,7 @@
 #include "client/reference_words.h"
 #include "client/shell/shell_word.h"
 #include "client/live/events.h"
+#include "client/live/metrics.h"
 
 namespace brumectl {
 
@@ -18,6 +19,7 @@ void add_words(CLI::App& app, Context& context) {
     add_method_words(app, context);
     add_classify(app, context);
     add_live_events(app, context);
+    add_metrics(app, context);
 }
 
 }  // namespace brumectl

@@ -1,0 +1,63 @@
+#pragma once
+// As much of HTTP/1.1 as a scraper needs: one request a connection, answered and closed. Whoever is slow,
+// talks too much or comes in a crowd can't hold up the others for long, nor make this grow.
+
+#include <poll.h>
+
+#include <functional>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "client/address.h"
+#include "utils/unique_fd.h"
+
+namespace brumectl {
+
+class HttpServer {
+ public:
+    static constexpr size_t MAX_CONNECTIONS = 32;
+    static constexpr size_t MAX_REQUEST_BYTES = 8192;
+    /** For the whole request to come, and again for its answer to be read. */
+    static constexpr int CLIENT_TIMEOUT_MS = 5000;
+
+    struct Page {
+        std::string type;
+        std::string body;
+    };
+    /** Makes the page at `path` when it is asked for. */
+    struct Route {
+        std::string path;
+        std::function<Page()> page;
+    };
+
+    /** Listens. @throws Failure */
+    HttpServer(const Address& address, std::vector<Route> routes);
+
+    /** Never returns. @throws Interrupted */
+    [[noreturn]] void run();
+
+ private:
+    struct Connection {
+        corvo::UniqueFd fd;
+        uint64_t deadline_ms;
+        std::string request = {};
+        std::string answer = {};  ///< empty while the request comes
+        size_t sent = 0;
+        bool done = false;
+    };
+
+    void step();
+    int time_left_ms() const;
+    void accept_one();
+    void read_request(Connection& connection) const;
+    static void write_answer(Connection& connection);
+    std::string answer_to(const std::string& request) const;
+
+    corvo::UniqueFd m_listener;
+    std::vector<Route> m_routes;
+    std::list<Connection> m_connections;
+    uint64_t m_accept_after_ms = 0;  ///< a failed accept isn't tried again at once
+};
+
+}  // namespace brumectl
