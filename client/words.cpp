@@ -8,6 +8,7 @@
 #include "client/shell/shell_word.h"
 #include "client/live/events.h"
 #include "client/live/metrics.h"
+#include "client/live/top.h"
 
 namespace brumectl {
 
@@ -20,6 +21,7 @@ void add_words(CLI::App& app, Context& context) {
     add_classify(app, context);
     add_live_events(app, context);
     add_metrics(app, context);
+    add_top(app, context);
 }
 
 }  // namespace brumectl

@@ -1,0 +1,93 @@
+#include "client/live/screen.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "client/failure.h"
+#include "client/interrupt.h"
+#include "client/live/output.h"
+
+namespace brumectl {
+
+namespace {
+
+constexpr const char* ENTER = "\x1b[?1049h\x1b[?25l\x1b[?7l";  // other screen, no cursor, no line wrap
+constexpr const char* LEAVE = "\x1b[?7h\x1b[?25h\x1b[0m\x1b[?1049l";
+
+/** Only so that it ends a wait. */
+void on_resize(int) {}
+
+/** The longest beginning of at most `width` columns. */
+std::string clipped(const std::string& text, size_t width) {
+    size_t taken = 0;
+    for (size_t at = 0; at < text.size(); ++at) {
+        bool begins = (static_cast<unsigned char>(text[at]) & 0xc0) != 0x80;
+        if (begins && taken++ == width) return text.substr(0, at);
+    }
+    return text;
+}
+
+}  // namespace
+
+ScreenLine& ScreenLine::put(const std::string& text, Terminal::colour_e colour) {
+    std::string fitting = clipped(text, m_width - m_column);
+    m_text += m_terminal.paint(colour, fitting);
+    m_column += columns(fitting);
+    return *this;
+}
+
+ScreenLine& ScreenLine::to(size_t column) {
+    if (column > m_column) put(std::string(column - m_column, ' '));
+    return *this;
+}
+
+ScreenLine& ScreenLine::right(const std::string& text, size_t end, Terminal::colour_e colour) {
+    size_t taken = columns(text);
+    return to(end > taken ? end - taken : 0).put(text, colour);
+}
+
+Screen::Screen(const Terminal& out) : m_out(out) {
+    if (!out.interactive() || tcgetattr(STDIN_FILENO, &m_before) != 0)
+        throw Usage("this needs a terminal; use -b for plain text");
+    termios raw = m_before;
+    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    raw.c_cc[VMIN] = 1;
+    raw.c_cc[VTIME] = 0;
+    raw.c_cc[VSUSP] = _POSIX_VDISABLE;  // stopped, it would leave the terminal as it is
+    struct sigaction action = {};
+    action.sa_handler = on_resize;
+    sigaction(SIGWINCH, &action, nullptr);
+    tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
+    m_out.print(ENTER);
+}
+
+Screen::~Screen() {
+    m_out.print(LEAVE);
+    fflush(m_out.stream());
+    tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
+    signal(SIGWINCH, SIG_DFL);
+}
+
+int Screen::height() const {
+    winsize size = {};
+    bool known = ioctl(fileno(m_out.stream()), TIOCGWINSZ, &size) == 0 && size.ws_row > 0;
+    return known ? size.ws_row : 24;
+}
+
+void Screen::draw(const std::vector<std::string>& lines) const {
+    std::string text = "\x1b[H";
+    for (size_t i = 0; i < lines.size(); ++i)
+        text += (i > 0 ? "\r\n" : "") + lines[i] + "\x1b[K";
+    m_out.print(text + "\x1b[J");
+    flush_or_fail(m_out);
+}
+
+int Screen::wait_key(int timeout_ms) const {
+    if (!interrupt::wait_readable(STDIN_FILENO, timeout_ms)) return 0;
+    unsigned char key = 0;
+    return read(STDIN_FILENO, &key, 1) == 1 ? key : -1;
+}
+
+}  // namespace brumectl

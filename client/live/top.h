@@ -1,0 +1,14 @@
+#pragma once
+// The daemon and its traffic as they are now: `top`.
+
+namespace CLI {
+class App;
+}
+
+namespace brumectl {
+
+class Context;
+
+void add_top(CLI::App& app, Context& context);
+
+}  // namespace brumectl

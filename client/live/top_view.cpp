@@ -1,0 +1,350 @@
+#include "client/live/top_view.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "client/json_access.h"
+#include "client/live/notification.h"
+#include "client/live/screen.h"
+#include "client/live/traffic.h"
+#include "utils/clock.h"
+
+namespace brumectl {
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr uint64_t MIB = 1024UL * 1024;
+constexpr size_t LABEL_END = 13;
+/** Where the numbers of a row of traffic end, behind its name. */
+constexpr size_t NUMBER_ENDS[] = {8, 18, 27, 38, 46};
+constexpr size_t PERCENT_WIDTH = 6;
+
+std::string format(const char* fmt, double number) {
+    char buf[48];
+    snprintf(buf, sizeof(buf), fmt, number);
+    return buf;
+}
+
+/** At most seven columns. */
+std::string short_count(uint64_t count) {
+    constexpr const char* FORMATS[] = {"%.2f M", "%.2f G", "%.2f T"};
+    if (count < 1'000'000) return count_text(count);
+    double value = static_cast<double>(count) / 1e6;
+    size_t unit = 0;
+    for (; value >= 1000 && unit + 1 < std::size(FORMATS); ++unit)
+        value /= 1000;
+    return format(FORMATS[unit], value);
+}
+
+std::string rate_text(const Traffic& row, double rate) {
+    if (!row.has_rate) return "-";
+    return rate < 100 ? format("%.1f", rate) : short_count(static_cast<uint64_t>(rate));
+}
+
+std::string byte_rate_text(const Traffic& row) {
+    return row.has_rate ? bytes_text(static_cast<uint64_t>(row.byte_rate)) : "-";
+}
+
+std::string percent_text(double share) {
+    return format("%.0f %%", share * 100);
+}
+
+Terminal::colour_e state_colour(const std::string& state) {
+    if (state == "ok" || state.rfind("activated", 0) == 0) return Terminal::GREEN;
+    return state == "bad" || state == "not loaded" ? Terminal::RED : Terminal::YELLOW;
+}
+
+Terminal::colour_e load_colour(double share) {
+    if (share >= 0.95) return Terminal::RED;
+    return share >= 0.8 ? Terminal::YELLOW : Terminal::GREEN;
+}
+
+class TopView {
+ public:
+    TopView(const TopFrame& frame, const Terminal& terminal) : m_frame(frame), m_terminal(terminal) {}
+
+    Lines lines() {
+        Lines out{title()};
+        if (m_frame.now != nullptr) {
+            for (const Lines& part : {engine(), memory(), flows(), collectors()})
+                out.insert(out.end(), part.begin(), part.end());
+            add_tables(out);
+        }
+        if (m_frame.height > 0) {
+            out.resize(m_frame.height > 1 ? m_frame.height - 1 : 1);
+            if (m_frame.height > 1) out.push_back(keys());
+        }
+        return out;
+    }
+
+ private:
+    /** A part with a title of its own: its rows are cut first when there's no room. */
+    struct Table {
+        std::string head;
+        Lines rows;
+        std::string note = {};  ///< instead of rows
+    };
+
+    ScreenLine line() const { return {m_terminal, m_frame.width}; }
+    ScreenLine labelled(const char* label) const {
+        ScreenLine out = line();
+        out.put(" ").put(label, Terminal::DIM).to(LABEL_END);
+        return out;
+    }
+    const LiveSample& now() const { return *m_frame.now; }
+
+    std::string title() const;
+    std::string keys() const;
+    Lines engine() const;
+    Lines memory() const;
+    Lines flows() const;
+    Lines collectors() const;
+    Table protocols() const;
+    Table interfaces() const;
+    Table alerts() const;
+    void add_tables(Lines& out) const;
+    static void add_table(Lines& out, const Table& table, size_t rows);
+    void put_traffic(ScreenLine& out, const Traffic& row) const;
+    size_t name_end() const { return m_frame.width >= 100 ? 32 : 16; }
+    size_t last_end() const { return name_end() + NUMBER_ENDS[4]; }
+    void put_bar(ScreenLine& out, double share, size_t width, Terminal::colour_e colour) const;
+    std::string table_head(const char* first, const char* fifth, const char* last) const;
+
+    const TopFrame& m_frame;
+    const Terminal& m_terminal;
+};
+
+std::string TopView::title() const {
+    ScreenLine out = line();
+    out.put(" brumecpd", Terminal::BOLD).to(LABEL_END);
+    const std::string clock = time_text(corvo::realtime_sec()).substr(11);
+    if (!m_frame.trouble.empty()) {
+        out.put("● ", Terminal::RED).put("no answer: " + harmless(m_frame.trouble), Terminal::RED);
+        return out.text();
+    }
+    if (m_frame.now == nullptr) return out.put("waiting for the daemon").text();
+    const std::string state = text_of(member(now().status, "state"));
+    out.put("● ", state_colour(state)).put(harmless(state), Terminal::BOLD);
+    out.put("   up " + duration_text(count_of(member(now().status, "uptime"))));
+    out.put("   pid " + std::to_string(count_of(member(now().status, "pid"))), Terminal::DIM);
+    out.right(clock, m_frame.width - 1, Terminal::DIM);
+    return out.text();
+}
+
+std::string TopView::keys() const {
+    ScreenLine out = line();
+    out.put(" q", Terminal::BOLD).put(" quit   ", Terminal::DIM).put("space", Terminal::BOLD);
+    out.put(" now   every " + format("%g", m_frame.delay_sec) + " s", Terminal::DIM);
+    out.right(harmless(m_frame.address), m_frame.width - 1, Terminal::DIM);
+    return out.text();
+}
+
+Lines TopView::engine() const {
+    const Json::Value& version = member(now().status, "version");
+    ScreenLine out = labelled("engine");
+    std::string name = text_of(member(version, "name")) + " " + text_of(member(version, "version"));
+    out.put(name == " " ? "-" : harmless(name));
+    if (std::string ndpi = text_of(member(version, "ndpi")); !ndpi.empty())
+        out.put(", nDPI " + harmless(ndpi));
+    out.put("   " + harmless(text_of(member(now().status, "mode"))) + "   ", Terminal::DIM);
+    out.put("health ", Terminal::DIM);
+    if (!now().health.error.empty()) return {out.put(harmless(now().health.error)).text()};
+    const std::string state = text_of(member(now().health.value, "state"));
+    out.put(state.empty() ? "-" : harmless(state), state_colour(state));
+    const Json::Value& items = member(now().health.value, "items");
+    if (!items.isObject()) return {out.text()};
+    for (auto item = items.begin(); item != items.end(); ++item) {
+        const std::string worse = text_of(member(*item, "state"));
+        if (worse != "ok") out.put("  " + harmless(item.name()), state_colour(worse));
+    }
+    return {out.text()};
+}
+
+void TopView::put_bar(ScreenLine& out, double share, size_t width, Terminal::colour_e colour) const {
+    size_t end = out.column() + width;
+    out.put(bar(share, static_cast<int>(width)), colour).to(end);
+    out.right(percent_text(share), end + PERCENT_WIDTH);
+}
+
+Lines TopView::memory() const {
+    const Json::Value& memory = member(now().status, "mem");
+    const Json::Value& own = member(memory, {"process", "phy_mem"});
+    uint64_t total = count_of(member(memory, "total_mem"));
+    uint64_t free = std::min(total, count_of(member(memory, "free_mem")));
+    ScreenLine out = labelled("memory");
+    out.put(bytes_text(count_of(member(own, "current")) * MIB));
+    out.put(" (most " + bytes_text(count_of(member(own, "max")) * MIB) + ")", Terminal::DIM);
+    out.to(40).put("machine ", Terminal::DIM).put(bytes_text((total - free) * MIB));
+    out.put(" of " + bytes_text(total * MIB) + " ", Terminal::DIM);
+    double share = total == 0 ? 0 : static_cast<double>(total - free) / static_cast<double>(total);
+    if (m_frame.width >= 100)
+        put_bar(out.to(72), share, m_frame.width - 73 - PERCENT_WIDTH, load_colour(share));
+    else
+        out.right(percent_text(share), m_frame.width - 1);
+    return {out.text()};
+}
+
+Lines TopView::flows() const {
+    ScreenLine out = labelled("flows");
+    if (!now().flows.error.empty()) return {out.put(harmless(now().flows.error)).text()};
+    const Json::Value& flows = now().flows.value;
+    uint64_t active = count_of(member(flows, "active"));
+    uint64_t max = count_of(member(flows, "max"));
+    double share = max == 0 ? 0 : static_cast<double>(active) / static_cast<double>(max);
+    out.put(short_count(active)).put(" of " + short_count(max) + " ", Terminal::DIM).to(32);
+    put_bar(out, share, m_frame.width >= 100 ? 24 : 8, load_colour(share));
+    out.put("   created ", Terminal::DIM).put(short_count(count_of(member(flows, "created"))));
+    out.put("  no class ", Terminal::DIM).put(short_count(count_of(member(flows, "unclassified"))));
+    uint64_t errors = 0;
+    const Json::Value& causes = member(flows, "errors");
+    if (causes.isObject())
+        for (const Json::Value& cause : causes)
+            errors += count_of(cause);
+    if (errors > 0) out.put("  errors " + short_count(errors), Terminal::YELLOW);
+    return {out.text()};
+}
+
+Lines TopView::collectors() const {
+    ScreenLine out = labelled("collectors");
+    if (!now().collectors.error.empty()) return {out.put(harmless(now().collectors.error)).text()};
+    const Json::Value& collectables = member(now().collectors.value, "collectables");
+    if (collectables.isArray())
+        for (const Json::Value& row : collectables) {
+            bool on = member(row, "enabled") == true;
+            out.put(harmless(text_of(member(row, "name"))) + " ");
+            out.put(on ? "on" : "off", on ? Terminal::GREEN : Terminal::DIM).put("  ");
+        }
+    const Json::Value& exporter = member(now().collectors.value, "exporter");
+    out.put(" exporter ", Terminal::DIM).put(harmless(text_of(member(exporter, "type"))));
+    if (uint64_t failed = count_of(member(exporter, "failed")); failed > 0)
+        out.put("  failed " + short_count(failed), Terminal::YELLOW);
+    return {out.text()};
+}
+
+std::string TopView::table_head(const char* first, const char* fifth, const char* last) const {
+    ScreenLine out = line();
+    out.put(" ").put(first, Terminal::BOLD);
+    const char* const titles[] = {"PKT/S", "BYTE/S", "PACKETS", "BYTES", fifth};
+    for (size_t i = 0; i < std::size(titles); ++i)
+        out.right(titles[i], name_end() + NUMBER_ENDS[i], Terminal::BOLD);
+    return out.put("  ").put(last, Terminal::BOLD).text();
+}
+
+/** All but the last number, which ends at `last_end`. */
+void TopView::put_traffic(ScreenLine& out, const Traffic& row) const {
+    bool busy = row.packet_rate > 0;
+    ScreenLine name{m_terminal, name_end()};
+    out.put(name.put(" " + harmless(row.name)).text(), busy ? Terminal::CYAN : Terminal::PLAIN);
+    const std::string numbers[] = {rate_text(row, row.packet_rate), byte_rate_text(row),
+                                   short_count(row.packets), bytes_text(row.bytes)};
+    for (size_t i = 0; i < std::size(numbers); ++i)
+        out.right(numbers[i], name_end() + NUMBER_ENDS[i], busy || i > 1 ? Terminal::PLAIN : Terminal::DIM);
+}
+
+TopView::Table TopView::protocols() const {
+    const std::vector<Traffic> rows = protocol_traffic(now(), m_frame.before);
+    double rates = 0;
+    double bytes = 0;
+    for (const Traffic& row : rows) {
+        rates += row.byte_rate;
+        bytes += static_cast<double>(row.bytes);
+    }
+    Table table{table_head("PROTOCOL", "FLOWS", rates > 0 ? "SHARE NOW" : "SHARE"), {}};
+    table.note = now().protocols.error.empty() ? "no packets so far" : harmless(now().protocols.error);
+    for (const Traffic& row : rows) {
+        ScreenLine out = line();
+        put_traffic(out, row);
+        out.right(short_count(row.flows), last_end()).put("  ");
+        double share = rates > 0   ? row.byte_rate / rates
+                       : bytes > 0 ? static_cast<double>(row.bytes) / bytes
+                                   : 0;
+        size_t room = m_frame.width - std::min(m_frame.width, out.column() + 1);
+        if (room >= PERCENT_WIDTH + 4)
+            put_bar(out, share, room - PERCENT_WIDTH, Terminal::BLUE);
+        else
+            out.put(percent_text(share));
+        table.rows.push_back(out.text());
+    }
+    return table;
+}
+
+TopView::Table TopView::interfaces() const {
+    Table table{table_head("INTERFACE", "DROPS", "LINK"), {}};
+    table.note = now().interfaces.error.empty() ? "none attached" : harmless(now().interfaces.error);
+    for (const Traffic& row : interface_traffic(now(), m_frame.before)) {
+        ScreenLine out = line();
+        put_traffic(out, row);
+        if (row.name == "pushed") {
+            table.rows.push_back(out.right("-", last_end(), Terminal::DIM).text());
+            continue;
+        }
+        out.right(short_count(row.drops), last_end(), row.drops > 0 ? Terminal::YELLOW : Terminal::PLAIN);
+        out.put("  ").put(row.up ? "up" : "down", row.up ? Terminal::GREEN : Terminal::RED);
+        if (row.downs > 0) out.put(" (" + short_count(row.downs) + " times down)", Terminal::DIM);
+        table.rows.push_back(out.text());
+    }
+    return table;
+}
+
+TopView::Table TopView::alerts() const {
+    Table table{line().put(" ").put("ALERTS", Terminal::BOLD).text(), {}};
+    table.note = now().alerts.error.empty() ? "none" : harmless(now().alerts.error);
+    std::vector<const Json::Value*> sorted;
+    if (now().alerts.value.isArray())
+        for (const Json::Value& alert : now().alerts.value)
+            sorted.push_back(&alert);
+    std::sort(sorted.begin(), sorted.end(), [](const Json::Value* a, const Json::Value* b) {
+        return count_of(member(*a, "last_ts")) > count_of(member(*b, "last_ts"));
+    });
+    for (const Json::Value* alert : sorted) {
+        const std::string severity = text_of(member(*alert, "sev"));
+        ScreenLine out = line();
+        out.put(" " + time_text(static_cast<int64_t>(count_of(member(*alert, "last_ts")))), Terminal::DIM);
+        out.put("  ").put(harmless(severity), severity_colour(severity)).to(30);
+        out.put(harmless(text_of(member(*alert, "feature"))) + "  ");
+        out.put(harmless(text_of(member(*alert, "name"))));
+        out.put("  × " + short_count(count_of(member(*alert, "count"))), Terminal::DIM);
+        table.rows.push_back(out.text());
+    }
+    return table;
+}
+
+void TopView::add_table(Lines& out, const Table& table, size_t rows) {
+    out.emplace_back();
+    out.push_back(table.head);
+    if (table.rows.empty()) out.push_back(" " + table.note);
+    size_t shown = table.rows.size() <= rows ? table.rows.size() : rows - 1;
+    out.insert(out.end(), table.rows.begin(), table.rows.begin() + static_cast<std::ptrdiff_t>(shown));
+    if (shown < table.rows.size()) out.push_back(" … " + std::to_string(table.rows.size() - shown) + " more");
+}
+
+/** Protocols get what the other two leave, which take a quarter at most, but a row each at least. */
+void TopView::add_tables(Lines& out) const {
+    const Table tables[] = {protocols(), interfaces(), alerts()};
+    constexpr size_t FRAME = 2;  // a blank line and the head
+    size_t room = SIZE_MAX / 2;
+    size_t small = room;
+    if (m_frame.height > 0) {
+        size_t taken = out.size() + 1 + 3 * FRAME;
+        room = m_frame.height > taken ? m_frame.height - taken : 0;
+        small = std::max<size_t>(1, room / 4);
+    }
+    size_t sizes[3] = {};
+    for (size_t i = 1; i < 3; ++i) {
+        sizes[i] = std::clamp<size_t>(tables[i].rows.size(), 1, small);
+        room -= std::min(room, sizes[i]);
+    }
+    sizes[0] = std::max<size_t>(1, room);
+    for (size_t i = 0; i < 3; ++i)
+        add_table(out, tables[i], sizes[i]);
+}
+
+}  // namespace
+
+std::vector<std::string> top_lines(const TopFrame& frame, const Terminal& terminal) {
+    return TopView(frame, terminal).lines();
+}
+
+}  // namespace brumectl

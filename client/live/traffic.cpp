@@ -1,0 +1,93 @@
+#include "client/live/traffic.h"
+
+#include <algorithm>
+#include <map>
+#include <tuple>
+
+#include "client/json_access.h"
+
+namespace brumectl {
+
+namespace {
+
+Traffic read_row(const std::string& name, const Json::Value& counts) {
+    Traffic row;
+    row.name = name;
+    row.packets = count_of(member(counts, "packets"));
+    row.bytes = count_of(member(counts, "bytes"));
+    row.flows = count_of(member(counts, "flows"));
+    row.drops = count_of(member(counts, "drops"));
+    row.downs = count_of(member(counts, "downs"));
+    row.up = member(counts, "up") != false;
+    return row;
+}
+
+std::vector<Traffic> read_protocols(const LiveSample& sample) {
+    std::vector<Traffic> rows;
+    const Json::Value& protocols = member(sample.protocols.value, "protocols");
+    if (protocols.isObject())
+        for (auto row = protocols.begin(); row != protocols.end(); ++row)
+            rows.push_back(read_row(row.name(), *row));
+    return rows;
+}
+
+std::vector<Traffic> read_interfaces(const LiveSample& sample) {
+    std::vector<Traffic> rows;
+    const Json::Value& interfaces = member(sample.interfaces.value, "interfaces");
+    if (interfaces.isArray())
+        for (const Json::Value& row : interfaces)
+            rows.push_back(read_row(text_of(member(row, "name")), row));
+    const Json::Value& pushed = member(sample.interfaces.value, "pushed");
+    if (pushed.isObject()) rows.push_back(read_row("pushed", pushed));
+    return rows;
+}
+
+/** A count that went back began anew: nothing can be told of it. */
+double rate(uint64_t now, uint64_t before, double seconds) {
+    return now > before ? static_cast<double>(now - before) / seconds : 0;
+}
+
+/** Of the same daemon's life only. */
+bool comparable(const LiveSample& now, const LiveSample* before) {
+    return before != nullptr && now.taken_ms > before->taken_ms &&
+           member(now.status, "pid") == member(before->status, "pid");
+}
+
+void add_rates(std::vector<Traffic>& rows, const std::vector<Traffic>& earlier, double seconds) {
+    std::map<std::string, const Traffic*> known;
+    for (const Traffic& row : earlier)
+        known[row.name] = &row;
+    static const Traffic nothing;
+    for (Traffic& row : rows) {
+        auto found = known.find(row.name);
+        const Traffic& before = found == known.end() ? nothing : *found->second;
+        row.has_rate = true;
+        row.packet_rate = rate(row.packets, before.packets, seconds);
+        row.byte_rate = rate(row.bytes, before.bytes, seconds);
+    }
+}
+
+double seconds_between(const LiveSample& now, const LiveSample& before) {
+    return static_cast<double>(now.taken_ms - before.taken_ms) / 1000;
+}
+
+}  // namespace
+
+std::vector<Traffic> protocol_traffic(const LiveSample& now, const LiveSample* before) {
+    std::vector<Traffic> rows = read_protocols(now);
+    if (comparable(now, before) && before->protocols.error.empty())
+        add_rates(rows, read_protocols(*before), seconds_between(now, *before));
+    std::sort(rows.begin(), rows.end(), [](const Traffic& a, const Traffic& b) {
+        return std::tie(b.byte_rate, b.bytes, a.name) < std::tie(a.byte_rate, a.bytes, b.name);
+    });
+    return rows;
+}
+
+std::vector<Traffic> interface_traffic(const LiveSample& now, const LiveSample* before) {
+    std::vector<Traffic> rows = read_interfaces(now);
+    if (comparable(now, before) && before->interfaces.error.empty())
+        add_rates(rows, read_interfaces(*before), seconds_between(now, *before));
+    return rows;
+}
+
+}  // namespace brumectl
