@@ -2,26 +2,26 @@
 
 namespace brumectl {
 
-const Json::Value& member(const Json::Value& value, const char* name) {
+const Json::Value& member_of(const Json::Value& value, const char* name) {
     return value.isObject() ? value[name] : Json::Value::nullSingleton();
 }
 
-const Json::Value& member(const Json::Value& value, std::initializer_list<const char*> path) {
+const Json::Value& member_of(const Json::Value& value, std::initializer_list<const char*> path) {
     const Json::Value* at = &value;
     for (const char* name : path)
-        at = &member(*at, name);
+        at = &member_of(*at, name);
     return *at;
 }
 
-Json::Value member(Json::Value&& value, std::initializer_list<const char*> path) {
-    return member(static_cast<const Json::Value&>(value), path);
+Json::Value member_of(Json::Value&& value, std::initializer_list<const char*> path) {
+    return member_of(static_cast<const Json::Value&>(value), path);
 }
 
-Json::Value member(Json::Value&& value, const char* name) {
-    return member(static_cast<const Json::Value&>(value), name);
+Json::Value member_of(Json::Value&& value, const char* name) {
+    return member_of(static_cast<const Json::Value&>(value), name);
 }
 
-std::string text_of(const Json::Value& value) {
+std::string string_of(const Json::Value& value) {
     return value.isString() ? value.asString() : std::string();
 }
 

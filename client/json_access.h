@@ -10,13 +10,13 @@
 namespace brumectl {
 
 /** What lies at the end of the path of members; null where the path ends early. */
-const Json::Value& member(const Json::Value& value, std::initializer_list<const char*> path);
-const Json::Value& member(const Json::Value& value, const char* name);
+const Json::Value& member_of(const Json::Value& value, std::initializer_list<const char*> path);
+const Json::Value& member_of(const Json::Value& value, const char* name);
 /** Of a value that is about to go, such as a call's answer: a copy. */
-Json::Value member(Json::Value&& value, std::initializer_list<const char*> path);
-Json::Value member(Json::Value&& value, const char* name);
+Json::Value member_of(Json::Value&& value, std::initializer_list<const char*> path);
+Json::Value member_of(Json::Value&& value, const char* name);
 /** A string's own text; empty for everything else. */
-std::string text_of(const Json::Value& value);
+std::string string_of(const Json::Value& value);
 /** 0 for what is no number from 0 to 2^64-1; parts of one are cut. */
 uint64_t count_of(const Json::Value& value);
 

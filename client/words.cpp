@@ -2,13 +2,14 @@
 
 #include "client/call.h"
 #include "client/classify/classify.h"
+#include "client/evidence/evidence.h"
+#include "client/live/events.h"
+#include "client/live/metrics.h"
+#include "client/live/top.h"
 #include "client/log_word.h"
 #include "client/method_words.h"
 #include "client/reference_words.h"
 #include "client/shell/shell_word.h"
-#include "client/live/events.h"
-#include "client/live/metrics.h"
-#include "client/live/top.h"
 
 namespace brumectl {
 
@@ -19,6 +20,7 @@ void add_words(CLI::App& app, Context& context) {
     add_reference_words(app, context);
     add_method_words(app, context);
     add_classify(app, context);
+    add_evidence(app, context);
     add_live_events(app, context);
     add_metrics(app, context);
     add_top(app, context);

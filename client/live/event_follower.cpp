@@ -35,7 +35,7 @@ Json::Value request(const char* cmd, const char* op) {
 Json::Value logged_events(Daemon& daemon, const std::string& severity) {
     Json::Value params = request("log", "show");
     params["sev"] = severity;
-    Json::Value events = member(daemon.call("notifications", params), {"notif", "log"});
+    Json::Value events = member_of(daemon.call("notifications", params), {"notif", "log"});
     if (!events.isArray()) throw Failure("the reply has no events in it");
     return events;
 }
@@ -69,7 +69,7 @@ void EventFollower::look() {
 
 void EventFollower::begin() {
     std::unique_ptr<Daemon> daemon = m_context.new_daemon();
-    int64_t pid = static_cast<int64_t>(count_of(member(daemon->call("status"), "pid")));
+    int64_t pid = static_cast<int64_t>(count_of(member_of(daemon->call("status"), "pid")));
     if (m_pid != 0 && pid != m_pid) m_sequence.restart();
     if (m_pid != 0) m_context.complain("the daemon is there again");
     m_pid = pid;
@@ -126,9 +126,9 @@ void EventFollower::look_after_daemon() {
 }
 
 bool EventFollower::still_subscribed() {
-    const Json::Value sockets = member(m_daemon->call("notifications", request("socket", "ls")), "ls");
+    const Json::Value sockets = member_of(m_daemon->call("notifications", request("socket", "ls")), "ls");
     return std::any_of(sockets.begin(), sockets.end(), [this](const Json::Value& socket) {
-        return text_of(member(socket, "name")) == m_subscription->socket().path();
+        return string_of(member_of(socket, "name")) == m_subscription->socket().path();
     });
 }
 

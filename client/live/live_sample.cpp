@@ -44,13 +44,13 @@ Json::Value command(const char* cmd) {
 bool is_listed(const Json::Value& collectables, const std::string& name) {
     return collectables.isArray() &&
            std::any_of(collectables.begin(), collectables.end(), [&name](const Json::Value& listed) {
-               return text_of(listed) == name || text_of(member(listed, "name")) == name;
+               return string_of(listed) == name || string_of(member_of(listed, "name")) == name;
            });
 }
 
 Answer ask_collector(Asker& asker, const Answer& collectors, const char* name) {
     if (!collectors.error.empty()) return {{}, collectors.error};
-    if (!is_listed(member(collectors.value, "collectables"), name))
+    if (!is_listed(member_of(collectors.value, "collectables"), name))
         return {{}, std::string("the engine has no collector '") + name + "'"};
     Json::Value params = command("show");
     params["component"] = name;
@@ -62,7 +62,7 @@ void ask_engine(Asker& asker, LiveSample& sample) {
     verbose["verbose"] = true;
     sample.health = asker.ask("health", verbose);
     sample.collectors = asker.ask("collect", command("ls"));
-    sample.collectors.value = member(sample.collectors.value, "collect");
+    sample.collectors.value = member_of(sample.collectors.value, "collect");
     sample.flows = ask_collector(asker, sample.collectors, "flows");
     sample.protocols = ask_collector(asker, sample.collectors, "protocols");
     sample.interfaces = ask_collector(asker, sample.collectors, "interfaces");
@@ -75,14 +75,14 @@ LiveSample LiveSample::take(Daemon& daemon, int budget_ms) {
     LiveSample sample;
     sample.status = asker.call("status");
     if (!sample.status.isObject()) throw Failure("the daemon's status can't be read");
-    if (text_of(sample.status["state"]) == "not loaded") {
+    if (string_of(sample.status["state"]) == "not loaded") {
         const Answer none{{}, "no engine is loaded"};
         sample.health = sample.collectors = sample.flows = sample.protocols = sample.interfaces = none;
     } else {
         ask_engine(asker, sample);
     }
     sample.alerts = asker.ask("notifications", command("alerts"));
-    sample.alerts.value = member(sample.alerts.value, {"notif", "alerts"});
+    sample.alerts.value = member_of(sample.alerts.value, {"notif", "alerts"});
     sample.taken_ms = corvo::monotonic_ms();
     return sample;
 }

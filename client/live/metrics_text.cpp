@@ -85,7 +85,7 @@ constexpr Member PUSHED[] = {
 const Json::Value& find(const Json::Value& object, const Member& metric) {
     const Json::Value* at = &object;
     for (const char* name : metric.path)
-        if (name != nullptr) at = &member(*at, name);
+        if (name != nullptr) at = &member_of(*at, name);
     return *at;
 }
 
@@ -112,36 +112,36 @@ void write_status(MetricsWriter& out, const Json::Value& status) {
     write_members(out, status, STATUS);
     out.family("brumecpd_engine_state", "gauge", "1 for the state that the engine is in.");
     for (const char* state : STATES)
-        out.sample(uint64_t{text_of(member(status, "state")) == state}, {{"state", state}});
+        out.sample(uint64_t{string_of(member_of(status, "state")) == state}, {{"state", state}});
     out.family("brumecpd_attached_interfaces", "gauge", "Interfaces that the engine is attached to.");
-    out.sample(uint64_t{member(status, "attached").isArray() ? member(status, "attached").size() : 0});
+    out.sample(uint64_t{member_of(status, "attached").isArray() ? member_of(status, "attached").size() : 0});
     out.family("brumecpd_info", "gauge", "Always 1; says what runs.");
-    out.sample(uint64_t{1}, {{"mode", text_of(member(status, "mode"))},
-                             {"arch", text_of(member(status, "arch"))},
-                             {"kernel", text_of(member(status, "kernel"))},
-                             {"engine", text_of(member(status, {"version", "name"}))},
-                             {"engine_version", text_of(member(status, {"version", "version"}))}});
+    out.sample(uint64_t{1}, {{"mode", string_of(member_of(status, "mode"))},
+                             {"arch", string_of(member_of(status, "arch"))},
+                             {"kernel", string_of(member_of(status, "kernel"))},
+                             {"engine", string_of(member_of(status, {"version", "name"}))},
+                             {"engine_version", string_of(member_of(status, {"version", "version"}))}});
 }
 
 void write_state(MetricsWriter& out, const Json::Value& state, MetricsWriter::Labels labels) {
     for (uint64_t rank = 0; rank < std::size(HEALTH_STATES); ++rank)
-        if (text_of(state) == HEALTH_STATES[rank]) out.sample(rank, labels);
+        if (string_of(state) == HEALTH_STATES[rank]) out.sample(rank, labels);
 }
 
 void write_health(MetricsWriter& out, const Json::Value& health) {
     out.family("brumecpd_health", "gauge", "The worst of the engine's health: 0 ok, 1 warn, 2 bad.");
-    write_state(out, member(health, "state"), {});
-    const Json::Value& items = member(health, "items");
+    write_state(out, member_of(health, "state"), {});
+    const Json::Value& items = member_of(health, "items");
     if (!items.isObject()) return;
     out.family("brumecpd_health_item", "gauge", "Health of one thing: 0 ok, 1 warn, 2 bad.");
     for (auto item = items.begin(); item != items.end(); ++item)
-        write_state(out, member(*item, "state"), {{"item", item.name()}});
+        write_state(out, member_of(*item, "state"), {{"item", item.name()}});
     auto write_values = [&](const char* wanted_unit, double scale) {
         for (auto item = items.begin(); item != items.end(); ++item) {
-            std::string unit = text_of(member(*item, "unit"));
+            std::string unit = string_of(member_of(*item, "unit"));
             bool other = *wanted_unit == '\0' && unit != "percent" && unit != "bytes";
-            if (member(*item, "value").isNumeric() && (other || unit == wanted_unit))
-                out.sample(member(*item, "value").asDouble() * scale, {{"item", item.name()}});
+            if (member_of(*item, "value").isNumeric() && (other || unit == wanted_unit))
+                out.sample(member_of(*item, "value").asDouble() * scale, {{"item", item.name()}});
         }
     };
     out.family("brumecpd_health_ratio", "gauge", "What an item's health is judged by, from 0 to 1.");
@@ -154,7 +154,7 @@ void write_health(MetricsWriter& out, const Json::Value& health) {
 
 void write_flows(MetricsWriter& out, const Json::Value& flows) {
     write_members(out, flows, FLOWS);
-    const Json::Value& errors = member(flows, "errors");
+    const Json::Value& errors = member_of(flows, "errors");
     out.family("brumecpd_packet_errors_total", "counter", "Packets that weren't classified, by cause.");
     if (errors.isObject())
         for (auto error = errors.begin(); error != errors.end(); ++error)
@@ -172,35 +172,37 @@ void write_protocols(MetricsWriter& out, const Json::Value& protocols) {
 
 void write_interfaces(MetricsWriter& out, const Json::Value& sample) {
     write_members(out, sample, PUSHED);
-    const Json::Value& interfaces = member(sample, "interfaces");
+    const Json::Value& interfaces = member_of(sample, "interfaces");
     if (!interfaces.isArray()) return;
     for (const Member& metric : INTERFACES) {
         out.family(metric.name, metric.type, metric.help);
         for (const Json::Value& row : interfaces)
-            out.sample(count_of(find(row, metric)), {{"interface", text_of(member(row, "name"))}});
+            out.sample(count_of(find(row, metric)), {{"interface", string_of(member_of(row, "name"))}});
     }
     out.family("brumecpd_interface_up", "gauge", "1 while an interface can be captured from.");
     for (const Json::Value& row : interfaces)
-        out.sample(uint64_t{member(row, "up") == true}, {{"interface", text_of(member(row, "name"))}});
+        out.sample(uint64_t{member_of(row, "up") == true},
+                   {{"interface", string_of(member_of(row, "name"))}});
 }
 
 void write_collectors(MetricsWriter& out, const Json::Value& collectors) {
     out.family("brumecpd_collector_enabled", "gauge", "1 while a collector gives samples to the exporter.");
-    const Json::Value& collectables = member(collectors, "collectables");
+    const Json::Value& collectables = member_of(collectors, "collectables");
     if (collectables.isArray())
         for (const Json::Value& row : collectables)
             if (row.isObject())
-                out.sample(uint64_t{row["enabled"] == true}, {{"collector", text_of(row["name"])}});
-    write_members(out, member(collectors, "exporter"), EXPORTER);
+                out.sample(uint64_t{row["enabled"] == true}, {{"collector", string_of(row["name"])}});
+    write_members(out, member_of(collectors, "exporter"), EXPORTER);
 }
 
 void write_alerts(MetricsWriter& out, const Json::Value& alerts) {
     if (!alerts.isArray()) return;
     auto write = [&](const char* number) {
         for (const Json::Value& alert : alerts)
-            out.sample(count_of(member(alert, number)), {{"feature", text_of(member(alert, "feature"))},
-                                                         {"name", text_of(member(alert, "name"))},
-                                                         {"severity", text_of(member(alert, "sev"))}});
+            out.sample(count_of(member_of(alert, number)),
+                       {{"feature", string_of(member_of(alert, "feature"))},
+                        {"name", string_of(member_of(alert, "name"))},
+                        {"severity", string_of(member_of(alert, "sev"))}});
     };
     out.family("brumecpd_alerts_total", "counter", "Warnings since they were last cleared.");
     write("count");
@@ -248,7 +250,7 @@ std::string metrics_text(const LiveSample& sample) {
     write_status(out, sample.status);
     write_health(out, sample.health.value);
     write_flows(out, sample.flows.value);
-    write_protocols(out, member(sample.protocols.value, "protocols"));
+    write_protocols(out, member_of(sample.protocols.value, "protocols"));
     write_interfaces(out, sample.interfaces.value);
     write_collectors(out, sample.collectors.value);
     write_alerts(out, sample.alerts.value);

@@ -40,14 +40,14 @@ Terminal::colour_e severity_colour(const std::string& severity) {
 
 std::optional<Notification> Notification::read(const Json::Value& value) {
     Notification event;
-    event.id = count_of(member(value, "id"));
-    if (event.id == 0 || !member(value, "name").isString()) return std::nullopt;
+    event.id = count_of(member_of(value, "id"));
+    if (event.id == 0 || !member_of(value, "name").isString()) return std::nullopt;
     constexpr uint64_t LAST_SECOND = 253402300799;  // of the year 9999
-    event.ts = static_cast<int64_t>(std::min(count_of(member(value, "ts")), LAST_SECOND));
-    event.severity = text_of(member(value, "sev"));
-    event.feature = text_of(member(value, "feature"));
-    event.name = text_of(member(value, "name"));
-    event.text = text_of(member(value, "desc"));
+    event.ts = static_cast<int64_t>(std::min(count_of(member_of(value, "ts")), LAST_SECOND));
+    event.severity = string_of(member_of(value, "sev"));
+    event.feature = string_of(member_of(value, "feature"));
+    event.name = string_of(member_of(value, "name"));
+    event.text = string_of(member_of(value, "desc"));
     return event;
 }
 

@@ -40,11 +40,11 @@ Json::Value request(const char* op) {
 }  // namespace
 
 CleanUp remove_stale_subscribers(Daemon& daemon) {
-    const pid_t pid = static_cast<pid_t>(count_of(member(daemon.call("status"), "pid")));
+    const pid_t pid = static_cast<pid_t>(count_of(member_of(daemon.call("status"), "pid")));
     const LocalDaemon local(daemon.address(), pid);
     CleanUp done;
-    for (const Json::Value& subscriber : member(daemon.call("notifications", request("ls")), "ls")) {
-        const std::string name = text_of(member(subscriber, "name"));
+    for (const Json::Value& subscriber : member_of(daemon.call("notifications", request("ls")), "ls")) {
+        const std::string name = string_of(member_of(subscriber, "name"));
         Listener listener = local.reaches(name) ? look_for_listener(local.path_of(name)) : Listener::UNKNOWN;
         if (listener == Listener::GONE) {
             Json::Value params = request("delete");

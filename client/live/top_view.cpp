@@ -125,10 +125,10 @@ std::string TopView::title() const {
         return out.text();
     }
     if (m_frame.now == nullptr) return out.put("waiting for the daemon").text();
-    const std::string state = text_of(member(now().status, "state"));
+    const std::string state = string_of(member_of(now().status, "state"));
     out.put("● ", state_colour(state)).put(harmless(state), Terminal::BOLD);
-    out.put("   up " + duration_text(count_of(member(now().status, "uptime"))));
-    out.put("   pid " + std::to_string(count_of(member(now().status, "pid"))), Terminal::DIM);
+    out.put("   up " + duration_text(count_of(member_of(now().status, "uptime"))));
+    out.put("   pid " + std::to_string(count_of(member_of(now().status, "pid"))), Terminal::DIM);
     out.right(clock, m_frame.width - 1, Terminal::DIM);
     return out.text();
 }
@@ -142,21 +142,21 @@ std::string TopView::keys() const {
 }
 
 Lines TopView::engine() const {
-    const Json::Value& version = member(now().status, "version");
+    const Json::Value& version = member_of(now().status, "version");
     ScreenLine out = labelled("engine");
-    std::string name = text_of(member(version, "name")) + " " + text_of(member(version, "version"));
+    std::string name = string_of(member_of(version, "name")) + " " + string_of(member_of(version, "version"));
     out.put(name == " " ? "-" : harmless(name));
-    if (std::string ndpi = text_of(member(version, "ndpi")); !ndpi.empty())
+    if (std::string ndpi = string_of(member_of(version, "ndpi")); !ndpi.empty())
         out.put(", nDPI " + harmless(ndpi));
-    out.put("   " + harmless(text_of(member(now().status, "mode"))) + "   ", Terminal::DIM);
+    out.put("   " + harmless(string_of(member_of(now().status, "mode"))) + "   ", Terminal::DIM);
     out.put("health ", Terminal::DIM);
     if (!now().health.error.empty()) return {out.put(harmless(now().health.error)).text()};
-    const std::string state = text_of(member(now().health.value, "state"));
+    const std::string state = string_of(member_of(now().health.value, "state"));
     out.put(state.empty() ? "-" : harmless(state), state_colour(state));
-    const Json::Value& items = member(now().health.value, "items");
+    const Json::Value& items = member_of(now().health.value, "items");
     if (!items.isObject()) return {out.text()};
     for (auto item = items.begin(); item != items.end(); ++item) {
-        const std::string worse = text_of(member(*item, "state"));
+        const std::string worse = string_of(member_of(*item, "state"));
         if (worse != "ok") out.put("  " + harmless(item.name()), state_colour(worse));
     }
     return {out.text()};
@@ -169,13 +169,13 @@ void TopView::put_bar(ScreenLine& out, double share, size_t width, Terminal::col
 }
 
 Lines TopView::memory() const {
-    const Json::Value& memory = member(now().status, "mem");
-    const Json::Value& own = member(memory, {"process", "phy_mem"});
-    uint64_t total = count_of(member(memory, "total_mem"));
-    uint64_t free = std::min(total, count_of(member(memory, "free_mem")));
+    const Json::Value& memory = member_of(now().status, "mem");
+    const Json::Value& own = member_of(memory, {"process", "phy_mem"});
+    uint64_t total = count_of(member_of(memory, "total_mem"));
+    uint64_t free = std::min(total, count_of(member_of(memory, "free_mem")));
     ScreenLine out = labelled("memory");
-    out.put(bytes_text(count_of(member(own, "current")) * MIB));
-    out.put(" (most " + bytes_text(count_of(member(own, "max")) * MIB) + ")", Terminal::DIM);
+    out.put(bytes_text(count_of(member_of(own, "current")) * MIB));
+    out.put(" (most " + bytes_text(count_of(member_of(own, "max")) * MIB) + ")", Terminal::DIM);
     out.to(40).put("machine ", Terminal::DIM).put(bytes_text((total - free) * MIB));
     out.put(" of " + bytes_text(total * MIB) + " ", Terminal::DIM);
     double share = total == 0 ? 0 : static_cast<double>(total - free) / static_cast<double>(total);
@@ -190,15 +190,15 @@ Lines TopView::flows() const {
     ScreenLine out = labelled("flows");
     if (!now().flows.error.empty()) return {out.put(harmless(now().flows.error)).text()};
     const Json::Value& flows = now().flows.value;
-    uint64_t active = count_of(member(flows, "active"));
-    uint64_t max = count_of(member(flows, "max"));
+    uint64_t active = count_of(member_of(flows, "active"));
+    uint64_t max = count_of(member_of(flows, "max"));
     double share = max == 0 ? 0 : static_cast<double>(active) / static_cast<double>(max);
     out.put(short_count(active)).put(" of " + short_count(max) + " ", Terminal::DIM).to(32);
     put_bar(out, share, m_frame.width >= 100 ? 24 : 8, load_colour(share));
-    out.put("   created ", Terminal::DIM).put(short_count(count_of(member(flows, "created"))));
-    out.put("  no class ", Terminal::DIM).put(short_count(count_of(member(flows, "unclassified"))));
+    out.put("   created ", Terminal::DIM).put(short_count(count_of(member_of(flows, "created"))));
+    out.put("  no class ", Terminal::DIM).put(short_count(count_of(member_of(flows, "unclassified"))));
     uint64_t errors = 0;
-    const Json::Value& causes = member(flows, "errors");
+    const Json::Value& causes = member_of(flows, "errors");
     if (causes.isObject())
         for (const Json::Value& cause : causes)
             errors += count_of(cause);
@@ -209,16 +209,16 @@ Lines TopView::flows() const {
 Lines TopView::collectors() const {
     ScreenLine out = labelled("collectors");
     if (!now().collectors.error.empty()) return {out.put(harmless(now().collectors.error)).text()};
-    const Json::Value& collectables = member(now().collectors.value, "collectables");
+    const Json::Value& collectables = member_of(now().collectors.value, "collectables");
     if (collectables.isArray())
         for (const Json::Value& row : collectables) {
-            bool on = member(row, "enabled") == true;
-            out.put(harmless(text_of(member(row, "name"))) + " ");
+            bool on = member_of(row, "enabled") == true;
+            out.put(harmless(string_of(member_of(row, "name"))) + " ");
             out.put(on ? "on" : "off", on ? Terminal::GREEN : Terminal::DIM).put("  ");
         }
-    const Json::Value& exporter = member(now().collectors.value, "exporter");
-    out.put(" exporter ", Terminal::DIM).put(harmless(text_of(member(exporter, "type"))));
-    if (uint64_t failed = count_of(member(exporter, "failed")); failed > 0)
+    const Json::Value& exporter = member_of(now().collectors.value, "exporter");
+    out.put(" exporter ", Terminal::DIM).put(harmless(string_of(member_of(exporter, "type"))));
+    if (uint64_t failed = count_of(member_of(exporter, "failed")); failed > 0)
         out.put("  failed " + short_count(failed), Terminal::YELLOW);
     return {out.text()};
 }
@@ -296,16 +296,16 @@ TopView::Table TopView::alerts() const {
         for (const Json::Value& alert : now().alerts.value)
             sorted.push_back(&alert);
     std::sort(sorted.begin(), sorted.end(), [](const Json::Value* a, const Json::Value* b) {
-        return count_of(member(*a, "last_ts")) > count_of(member(*b, "last_ts"));
+        return count_of(member_of(*a, "last_ts")) > count_of(member_of(*b, "last_ts"));
     });
     for (const Json::Value* alert : sorted) {
-        const std::string severity = text_of(member(*alert, "sev"));
+        const std::string severity = string_of(member_of(*alert, "sev"));
         ScreenLine out = line();
-        out.put(" " + time_text(static_cast<int64_t>(count_of(member(*alert, "last_ts")))), Terminal::DIM);
+        out.put(" " + time_text(static_cast<int64_t>(count_of(member_of(*alert, "last_ts")))), Terminal::DIM);
         out.put("  ").put(harmless(severity), severity_colour(severity)).to(30);
-        out.put(harmless(text_of(member(*alert, "feature"))) + "  ");
-        out.put(harmless(text_of(member(*alert, "name"))));
-        out.put("  × " + short_count(count_of(member(*alert, "count"))), Terminal::DIM);
+        out.put(harmless(string_of(member_of(*alert, "feature"))) + "  ");
+        out.put(harmless(string_of(member_of(*alert, "name"))));
+        out.put("  × " + short_count(count_of(member_of(*alert, "count"))), Terminal::DIM);
         table.rows.push_back(out.text());
     }
     return table;

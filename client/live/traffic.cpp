@@ -13,18 +13,18 @@ namespace {
 Traffic read_row(const std::string& name, const Json::Value& counts) {
     Traffic row;
     row.name = name;
-    row.packets = count_of(member(counts, "packets"));
-    row.bytes = count_of(member(counts, "bytes"));
-    row.flows = count_of(member(counts, "flows"));
-    row.drops = count_of(member(counts, "drops"));
-    row.downs = count_of(member(counts, "downs"));
-    row.up = member(counts, "up") != false;
+    row.packets = count_of(member_of(counts, "packets"));
+    row.bytes = count_of(member_of(counts, "bytes"));
+    row.flows = count_of(member_of(counts, "flows"));
+    row.drops = count_of(member_of(counts, "drops"));
+    row.downs = count_of(member_of(counts, "downs"));
+    row.up = member_of(counts, "up") != false;
     return row;
 }
 
 std::vector<Traffic> read_protocols(const LiveSample& sample) {
     std::vector<Traffic> rows;
-    const Json::Value& protocols = member(sample.protocols.value, "protocols");
+    const Json::Value& protocols = member_of(sample.protocols.value, "protocols");
     if (protocols.isObject())
         for (auto row = protocols.begin(); row != protocols.end(); ++row)
             rows.push_back(read_row(row.name(), *row));
@@ -33,11 +33,11 @@ std::vector<Traffic> read_protocols(const LiveSample& sample) {
 
 std::vector<Traffic> read_interfaces(const LiveSample& sample) {
     std::vector<Traffic> rows;
-    const Json::Value& interfaces = member(sample.interfaces.value, "interfaces");
+    const Json::Value& interfaces = member_of(sample.interfaces.value, "interfaces");
     if (interfaces.isArray())
         for (const Json::Value& row : interfaces)
-            rows.push_back(read_row(text_of(member(row, "name")), row));
-    const Json::Value& pushed = member(sample.interfaces.value, "pushed");
+            rows.push_back(read_row(string_of(member_of(row, "name")), row));
+    const Json::Value& pushed = member_of(sample.interfaces.value, "pushed");
     if (pushed.isObject()) rows.push_back(read_row("pushed", pushed));
     return rows;
 }
@@ -50,7 +50,7 @@ double rate(uint64_t now, uint64_t before, double seconds) {
 /** Of the same daemon's life only. */
 bool comparable(const LiveSample& now, const LiveSample* before) {
     return before != nullptr && now.taken_ms > before->taken_ms &&
-           member(now.status, "pid") == member(before->status, "pid");
+           member_of(now.status, "pid") == member_of(before->status, "pid");
 }
 
 void add_rates(std::vector<Traffic>& rows, const std::vector<Traffic>& earlier, double seconds) {

@@ -1,0 +1,217 @@
+#include "client/evidence/evidence.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+
+#include "client/context.h"
+#include "client/evidence/evidence_dir.h"
+#include "client/failure.h"
+#include "client/json_access.h"
+#include "client/local_daemon.h"
+#include "infra/corvo_json.h"
+
+namespace brumectl {
+
+namespace {
+
+constexpr const char* USUAL_PLACES[] = {"./cvevents", "/var/lib/brumecpd/cvevents"};
+
+/** Beside its log; empty if there's no daemon that can be asked and looked at. */
+std::string place_of_daemon(Context& context) {
+    try {
+        Json::Value status = context.daemon().call("status");
+        const std::string log = string_of(member_of(status, "logfile"));
+        LocalDaemon local(context.daemon().address(), static_cast<pid_t>(count_of(member_of(status, "pid"))));
+        if (!local.reaches(log)) return {};
+        const std::string path = local.path_of(log);
+        return path.substr(0, path.rfind('/') + 1) + "cvevents";
+    } catch (const NoDaemon&) {
+        return {};
+    }
+}
+
+EvidenceDir open_dir(Context& context, const std::string& wanted) {
+    if (!wanted.empty()) return EvidenceDir(wanted);
+    std::error_code unreadable;
+    if (std::string place = place_of_daemon(context); !place.empty()) return EvidenceDir(place);
+    for (const char* usual : USUAL_PLACES)
+        if (std::filesystem::is_directory(usual, unreadable)) return EvidenceDir(usual);
+    throw Failure("no events directory found; name it with --dir");
+}
+
+std::string when(const Evidence& evidence) {
+    if (evidence.report.time > 0 && evidence.report.time < 253402300800)
+        return time_text(static_cast<int64_t>(evidence.report.time));
+    if (!is_stamp(evidence.name)) return "-";
+    std::string text = evidence.name;
+    text[4] = text[7] = '-';
+    text[10] = ' ';
+    text[13] = text[16] = ':';
+    return text;
+}
+
+Terminal::colour_e colour_of(EvidenceReport::cause_e cause) {
+    constexpr Terminal::colour_e COLOURS[] = {Terminal::RED, Terminal::RED, Terminal::YELLOW,
+                                              Terminal::PLAIN};
+    return COLOURS[cause];
+}
+
+std::string or_dash(const std::string& text) {
+    return text.empty() ? "-" : harmless(text);
+}
+
+std::string plain(const Json::Value& value) {
+    if (value.isNull()) return {};
+    if (!value.isString()) return corvo::json::write(value);
+    const std::string text = value.asString();  // the daemon writes some with a blank before or behind
+    size_t begin = text.find_first_not_of(' ');
+    return begin == std::string::npos ? std::string()
+                                      : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
+}
+
+Json::Value summary(const Evidence& evidence) {
+    Json::Value out;
+    out["name"] = evidence.name;
+    out["time"] = when(evidence);
+    out["cause"] = cause_text(evidence.report.cause);
+    out["signal"] = evidence.report.signal;
+    out["version"] = evidence.report.version;
+    out["bytes"] = Json::UInt64(evidence.bytes());
+    return out;
+}
+
+void list(Context& context, const std::string& wanted) {
+    const EvidenceDir dir = open_dir(context, wanted);
+    const std::vector<Evidence> found = dir.list();
+    const Terminal& out = context.out();
+    if (context.json()) {
+        Json::Value json(Json::arrayValue);
+        for (const Evidence& evidence : found)
+            json.append(summary(evidence));
+        out.print(corvo::json::write_line(json));
+        return;
+    }
+    TextTable table({"NAME", "TIME", "CAUSE", "SIGNAL", "SIZE", "VERSION"});
+    for (const Evidence& evidence : found)
+        table.add({{evidence.name},
+                   {when(evidence)},
+                   {cause_text(evidence.report.cause), false, colour_of(evidence.report.cause)},
+                   {or_dash(evidence.report.signal)},
+                   {bytes_text(evidence.bytes()), true},
+                   {or_dash(plain(evidence.report.version))}});
+    out.print(table.empty() ? "Nothing in " + harmless(dir.path()) + ".\n" : table.text(out));
+}
+
+/** A line of the report that is there. */
+void print_field(const Terminal& out, const char* label, const std::string& text) {
+    if (text.empty()) return;
+    std::string padded = label;
+    padded.resize(10, ' ');
+    out.print(out.paint(Terminal::DIM, padded) + harmless(text) + "\n");
+}
+
+std::string joined(const std::string& first, const std::string& second) {
+    return first + (first.empty() || second.empty() ? "" : ", ") + second;
+}
+
+void print_report(const Terminal& out, const EvidenceReport& report) {
+    const Json::Value& json = report.json;
+    const Json::Value& platform = member_of(json, "platform");
+    const Json::Value& engine = member_of(json, "engine");
+    print_field(out, "signal", report.signal);
+    print_field(out, "version", plain(report.version));
+    if (member_of(json, "uptime").isUInt64())
+        print_field(out, "uptime", duration_text(count_of(json["uptime"])));
+    print_field(out, "process", plain(member_of(json, {"process", "pid"})));
+    print_field(out, "machine",
+                joined(plain(member_of(platform, "machine")), plain(member_of(platform, "release"))));
+    const std::string state = joined(plain(member_of(engine, "state")), plain(member_of(engine, "mode")));
+    print_field(out, "engine", joined(state, plain(member_of(engine, "version"))));
+    print_field(out, "", plain(member_of(engine, "path")));
+    print_field(out, "log", plain(member_of(json, "logfile")));
+}
+
+void show(Context& context, const std::string& wanted, std::string name) {
+    const EvidenceDir dir = open_dir(context, wanted);
+    if (name.empty()) {
+        const std::vector<std::string> stamps = dir.stamps();
+        name = stamps.empty() ? EvidenceDir::LAST_STOP : stamps.back();
+    }
+    const Evidence evidence = dir.find(name);
+    const Terminal& out = context.out();
+    if (context.json()) {
+        out.print(corvo::json::write_line(evidence.report.json));
+        return;
+    }
+    out.print(out.paint(Terminal::BOLD, dir.path() + "/" + name) + "\n");
+    print_field(out, "time", when(evidence));
+    print_field(out, "cause", cause_text(evidence.report.cause));
+    if (!evidence.report.json.isNull()) print_report(out, evidence.report);
+    for (const EvidenceFile& file : evidence.files)
+        print_field(out, &file == &evidence.files.front() ? "files" : "",
+                    file.name + "  " + bytes_text(file.bytes));
+    size_t number = 0;
+    for (const std::string& frame : evidence.report.backtrace) {
+        std::string label = "#" + std::to_string(number);
+        label.resize(5, ' ');
+        out.print((number++ == 0 ? "\n" : "") + out.paint(Terminal::DIM, label) +
+                  harmless(readable_frame(frame)) + "\n");
+    }
+}
+
+void prune(Context& context, const std::string& wanted, size_t keep) {
+    const EvidenceDir dir = open_dir(context, wanted);
+    std::vector<std::string> stamps = dir.stamps();
+    stamps.resize(stamps.size() - std::min(keep, stamps.size()));
+    Json::Value removed(Json::arrayValue);
+    bool all = true;
+    for (const std::string& stamp : stamps) {
+        try {
+            dir.remove(stamp);
+            removed.append(stamp);
+        } catch (const Failure& e) {
+            context.complain(std::string(e.what()) + ": left alone");
+            all = false;
+        }
+    }
+    const Terminal& out = context.out();
+    if (context.json()) {
+        Json::Value json;
+        json["removed"] = removed;
+        out.print(corvo::json::write_line(json));
+    } else {
+        for (const Json::Value& stamp : removed)
+            out.print("removed  " + stamp.asString() + "\n");
+        out.print(std::to_string(removed.size()) + " removed from " + harmless(dir.path()) + "\n");
+    }
+    if (!all) throw Failure("not everything could be removed");
+}
+
+}  // namespace
+
+void add_evidence(CLI::App& app, Context& context) {
+    struct Wanted {
+        std::string dir;
+        std::string name;
+        size_t keep = 0;
+    };
+    auto wanted = std::make_shared<Wanted>();
+    CLI::App* word = app.add_subcommand("evidence", "What the daemon has left of crashes and stalls");
+    word->require_subcommand(1);
+    auto add = [&](const char* name, const char* text) {
+        CLI::App* sub = word->add_subcommand(name, text);
+        sub->add_option(
+            "--dir", wanted->dir,
+            "The events directory (default: the daemon's, ./cvevents or /var/lib/brumecpd/cvevents)");
+        return sub;
+    };
+    add("ls", "List it")->callback([&context, wanted] { list(context, wanted->dir); });
+    CLI::App* show_word = add("show", "One report with its stack");
+    show_word->add_option("name", wanted->name, "As `ls` names it (default: the latest)");
+    show_word->callback([&context, wanted] { show(context, wanted->dir, wanted->name); });
+    CLI::App* prune_word = add("prune", "Remove the oldest");
+    prune_word->add_option("--keep", wanted->keep, "How many stay")->required();
+    prune_word->callback([&context, wanted] { prune(context, wanted->dir, wanted->keep); });
+}
+
+}  // namespace brumectl

@@ -1,0 +1,162 @@
+#include "client/evidence/evidence_dir.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <memory>
+
+#include "client/failure.h"
+
+namespace brumectl {
+
+namespace {
+
+using corvo::UniqueFd;
+
+constexpr const char* REPORT = "cvdump.json";
+constexpr const char* STALL_DUMP = "cv_hog_dump.txt";
+/** Beside them there's a copy of the log, whose name can be any. */
+constexpr const char* KNOWN_FILES[] = {REPORT, STALL_DUMP, "cvconfig.json"};
+constexpr size_t MAX_REPORT_BYTES = 1024UL * 1024;
+constexpr size_t MAX_NAMES = 100'000;
+
+[[noreturn]] void fail(const std::string& what, const std::string& name) {
+    throw Failure(what + " " + name + ": " + strerror(errno));
+}
+
+/** All but "." and "..". @throws Failure */
+std::vector<std::string> names_in(int dir_fd) {
+    UniqueFd fd(openat(dir_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::unique_ptr<DIR, int (*)(DIR*)> dir(fd ? fdopendir(fd.get()) : nullptr, closedir);
+    if (!dir) fail("can't read", "the directory");
+    fd.release();
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(dir.get())) {
+        std::string name = entry->d_name;
+        if (name == "." || name == "..") continue;
+        if (names.size() == MAX_NAMES) throw Failure("there are too many files in the directory");
+        names.push_back(std::move(name));
+    }
+    return names;
+}
+
+/** Size of a regular file; -1 for everything else. */
+int64_t size_of(int dir_fd, const std::string& name) {
+    struct stat info = {};
+    if (fstatat(dir_fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) return -1;
+    return info.st_size;
+}
+
+std::string read_file(int dir_fd, const char* name) {
+    UniqueFd fd(openat(dir_fd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info = {};
+    if (!fd || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
+    std::string text;
+    char piece[65536];
+    ssize_t size = 0;
+    while (text.size() < MAX_REPORT_BYTES && (size = ::read(fd.get(), piece, sizeof(piece))) > 0)
+        text.append(piece, static_cast<size_t>(size));
+    return text;
+}
+
+EvidenceReport read_report(int dir_fd) {
+    EvidenceReport report = EvidenceReport::from_json_text(read_file(dir_fd, REPORT));
+    if (report.cause != EvidenceReport::NONE) return report;
+    const std::string dump = read_file(dir_fd, STALL_DUMP);
+    return dump.empty() ? report : EvidenceReport::from_stall_dump(dump);
+}
+
+bool is_known(const std::string& name) {
+    return std::find(std::begin(KNOWN_FILES), std::end(KNOWN_FILES), name) != std::end(KNOWN_FILES);
+}
+
+}  // namespace
+
+bool is_stamp(const std::string& name) {
+    constexpr const char* SHAPE = "0000_00_00_00_00_00";
+    if (name.size() != strlen(SHAPE)) return false;
+    for (size_t i = 0; i < name.size(); ++i)
+        if (SHAPE[i] == '0' ? name[i] < '0' || name[i] > '9' : name[i] != SHAPE[i]) return false;
+    return true;
+}
+
+uint64_t Evidence::bytes() const {
+    uint64_t sum = 0;
+    for (const EvidenceFile& file : files)
+        sum += file.bytes;
+    return sum;
+}
+
+EvidenceDir::EvidenceDir(const std::string& path)
+    : m_path(path), m_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (!m_fd) fail("can't open", path);
+}
+
+std::vector<std::string> EvidenceDir::stamps() const {
+    std::vector<std::string> found;
+    for (const std::string& name : names_in(m_fd.get()))
+        if (is_stamp(name) && open_stamp(name)) found.push_back(name);
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+/** None for a link, or what is no folder. */
+UniqueFd EvidenceDir::open_stamp(const std::string& stamp) const {
+    return UniqueFd(openat(m_fd.get(), stamp.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+std::vector<Evidence> EvidenceDir::list() const {
+    std::vector<Evidence> found;
+    for (const std::string& stamp : stamps())
+        found.push_back(read(stamp));
+    if (size_of(m_fd.get(), LAST_STOP) >= 0) found.push_back(read_last_stop());
+    return found;
+}
+
+Evidence EvidenceDir::find(const std::string& name) const {
+    if (name == LAST_STOP && size_of(m_fd.get(), LAST_STOP) >= 0) return read_last_stop();
+    if (!is_stamp(name) || !open_stamp(name)) throw Failure("there's no '" + name + "' in " + m_path);
+    return read(name);
+}
+
+Evidence EvidenceDir::read(const std::string& stamp) const {
+    Evidence evidence{stamp};
+    UniqueFd dir = open_stamp(stamp);
+    if (!dir) return evidence;  // gone meanwhile
+    for (const std::string& name : names_in(dir.get()))
+        if (int64_t bytes = size_of(dir.get(), name); bytes >= 0)
+            evidence.files.push_back({name, static_cast<uint64_t>(bytes)});
+    std::sort(evidence.files.begin(), evidence.files.end(),
+              [](const EvidenceFile& a, const EvidenceFile& b) { return a.name < b.name; });
+    evidence.report = read_report(dir.get());
+    return evidence;
+}
+
+Evidence EvidenceDir::read_last_stop() const {
+    Evidence evidence{LAST_STOP};
+    evidence.files.push_back(
+        {REPORT, static_cast<uint64_t>(std::max<int64_t>(0, size_of(m_fd.get(), REPORT)))});
+    evidence.report = EvidenceReport::from_json_text(read_file(m_fd.get(), REPORT));
+    return evidence;
+}
+
+void EvidenceDir::remove(const std::string& stamp) const {
+    UniqueFd dir = is_stamp(stamp) ? open_stamp(stamp) : UniqueFd();
+    if (!dir) throw Failure(stamp + " is no event's folder");
+    const std::vector<std::string> names = names_in(dir.get());
+    bool only_files = std::all_of(names.begin(), names.end(),
+                                  [&](const auto& name) { return size_of(dir.get(), name) >= 0; });
+    if (!only_files || std::count_if(names.begin(), names.end(), std::not_fn(is_known)) > 1)
+        throw Failure(stamp + " holds more than an event's files");
+    for (const std::string& name : names)
+        if (unlinkat(dir.get(), name.c_str(), 0) != 0) fail("can't remove", stamp + "/" + name);
+    if (unlinkat(m_fd.get(), stamp.c_str(), AT_REMOVEDIR) != 0) fail("can't remove", stamp);
+}
+
+}  // namespace brumectl
