@@ -1,0 +1,239 @@
+// The words that stay: events, top and metrics, with the real daemon and our engine.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "client/live/metrics_text.h"
+#include "client/live/notification.h"
+#include "client/live/top_view.h"
+#include "client/live/traffic.h"
+#include "client/run_program.h"
+#include "support/client.h"
+#include "support/daemon.h"
+#include "tools/captures/capture_files.h"
+#include "tools/captures/sample_flows.h"
+
+namespace brumectl {
+namespace {
+
+using test::parse;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+namespace fs = std::filesystem;
+
+Json::Value subscribers(const test::Daemon& daemon) {
+    return daemon.result("notifications", parse(R"({"cmd":"socket","op":"ls"})"))["ls"];
+}
+
+void subscribe(const test::Daemon& daemon, const std::string& path) {
+    Json::Value params = parse(R"({"cmd":"socket","op":"add"})");
+    params["socket"] = path;
+    daemon.result("notifications", params);
+}
+
+std::vector<std::string> sockets_in(const std::string& folder) {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (entry.is_socket()) found.push_back(entry.path().filename());
+    return found;
+}
+
+void push_samples(const test::Daemon& daemon) {
+    Json::Value params = parse(R"({"type":"filename","reset":false})");
+    params["filename"] = daemon.dir().file("sample.pcap");
+    test::write_pcap(daemon.dir().file("sample.pcap"), test::sample_frames());
+    daemon.result("push_pcap", params);
+}
+
+class LiveWords : public ::testing::Test {
+ protected:
+    /** A runtime directory of this test's own. */
+    test::ProgramSetup setup(const test::Daemon& daemon, bool terminal = false) const {
+        return {
+            .socket = daemon.socket_path(), .env = {{"XDG_RUNTIME_DIR", m_run.path()}}, .terminal = terminal};
+    }
+    test::TempDir m_run;
+};
+
+TEST(EventSequence, GapsAreCountedAndRepeatedEventsTakenOnce) {
+    EventSequence sequence;
+    EXPECT_EQ(sequence.missing_before(40), 0U) << "nothing is known of what came before the first";
+    EXPECT_TRUE(sequence.take(40));
+    EXPECT_EQ(sequence.missing_before(44), 3U);
+    EXPECT_TRUE(sequence.take(44));
+    EXPECT_FALSE(sequence.take(44));
+    EXPECT_FALSE(sequence.take(41));
+    sequence.restart();
+    EXPECT_TRUE(sequence.take(1));
+}
+
+TEST_F(LiveWords, EventsAreToldAsTheyComeAndNothingStaysBehind) {
+    for (int signum : {SIGINT, SIGTERM, SIGHUP}) {
+        test::Daemon daemon;
+        test::Program follower({"events", "-f"}, setup(daemon));
+        ASSERT_TRUE(follower.wait_for_out("server.up"));
+        ASSERT_TRUE(follower.wait_for_out("notif.sock.add"));
+        subscribe(daemon, "/no/such\x1b[2J");
+        EXPECT_TRUE(follower.wait_for_out("socket: '/no/such\\x1b[2J'"));
+        kill(follower.pid(), signum);
+        EXPECT_EQ(follower.wait(), 128 + signum);
+        EXPECT_EQ(subscribers(daemon).size(), 1U) << "but the test's own";
+        EXPECT_THAT(sockets_in(m_run.path()), IsEmpty());
+    }
+}
+
+TEST_F(LiveWords, AFollowerOutlivesItsDaemonAndCleansUpWithoutIt) {
+    test::Daemon daemon;
+    test::Program follower({"events", "-f", "--sev", "warn"}, setup(daemon));
+    ASSERT_TRUE(test::eventually([&] { return subscribers(daemon).size() == 1; }));
+    daemon.stop();
+    EXPECT_TRUE(test::eventually([&] { return follower.err().find("waiting for it") != std::string::npos; }));
+    EXPECT_THAT(sockets_in(m_run.path()), IsEmpty());
+    kill(follower.pid(), SIGINT);
+    EXPECT_EQ(follower.wait(), 128 + SIGINT);
+    EXPECT_THAT(follower.out(), IsEmpty()) << "no warnings, no events";
+}
+
+TEST_F(LiveWords, ASocketThatTheDaemonCannotReachIsReplacedByAsking) {
+    const test::Daemon daemon({.tcp = true});
+    test::ProgramSetup where = setup(daemon);
+    where.socket = "127.0.0.1:" + std::to_string(daemon.port());
+    test::Program follower({"events", "-f"}, where);
+    ASSERT_TRUE(follower.wait_for_out("notif.sock.add"));
+    kill(follower.pid(), SIGINT);
+    EXPECT_EQ(follower.wait(), 128 + SIGINT);
+    EXPECT_EQ(subscribers(daemon).size(), 0U) << "over TCP, too";
+}
+
+TEST_F(LiveWords, OnlySubscribersWhoseSocketsAreGoneAreRemoved) {
+    const test::Daemon daemon;
+    const test::UnixClient listener(daemon.socket_path());
+    const int left = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un address = Address::parse(daemon.cwd() + "/left").unix_address();
+    ASSERT_EQ(bind(left, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    close(left);
+    for (const std::string& path : {listener.path(), std::string("left"), std::string("/no/such")})
+        subscribe(daemon, path);
+    const test::Outcome done = test::brumectl({"--json", "events", "gc"}, setup(daemon));
+    EXPECT_EQ(parse(done.out)["removed"], parse(R"(["left","/no/such"])")) << done.out << done.err;
+    ASSERT_EQ(subscribers(daemon).size(), 1U);
+    EXPECT_EQ(subscribers(daemon)[0]["name"], listener.path());
+}
+
+TEST(MetricsText, LabelsAreEscapedAndSeriesAreUnique) {
+    LiveSample sample;
+    sample.status = parse(R"({"state":"activated","uptime":"long","mem":7})");
+    sample.protocols.value = parse(R"({"protocols":{"a\"\\\n":{"packets":3,"bytes":-1,"flows":[]}}})");
+    sample.interfaces.value =
+        parse(R"({"interfaces":[{"name":"e","packets":1},{"name":"e","packets":2},7]})");
+    const std::string text = metrics_text(sample);
+    EXPECT_THAT(text, HasSubstr("brumecpd_protocol_packets_total{protocol=\"a\\\"\\\\\\\\x0a\"} 3\n"));
+    EXPECT_THAT(text, HasSubstr("brumecpd_protocol_bytes_total{protocol=\"a\\\"\\\\\\\\x0a\"} 0\n"));
+    EXPECT_THAT(text, HasSubstr("brumecpd_interface_packets_total{interface=\"e\"} 1\n"));
+    EXPECT_THAT(text, Not(HasSubstr("{interface=\"e\"} 2")));
+    EXPECT_THAT(text, Not(HasSubstr("uptime")));
+}
+
+TEST_F(LiveWords, MetricsAreServedUntilInterrupted) {
+    const test::Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
+    push_samples(daemon);
+    const uint16_t port = test::free_port();
+    test::Program server({"metrics", "--listen", "127.0.0.1:" + std::to_string(port)}, setup(daemon));
+    ASSERT_TRUE(test::eventually([&] { return server.err().find("serving") != std::string::npos; }));
+    const test::TcpClient silent(port);
+    const struct {
+        std::string request;
+        const char* answer;
+    } cases[] = {
+        {"GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 200 OK\r\n"},
+        {"GET /metrics?x=1 HTTP/1.0\n\n", "brumecpd_protocol_packets_total{protocol=\"HTTP\"} "},
+        {"GET / HTTP/1.1\r\n\r\n", "HTTP/1.1 404 "},
+        {"POST /metrics HTTP/1.1\r\n\r\n", "HTTP/1.1 405 "},
+        {"nonsense\r\n\r\n", "HTTP/1.1 400 "},
+        {"GET /" + std::string(9000, 'x'), "HTTP/1.1 431 "},
+    };
+    for (const auto& c : cases) {
+        const test::TcpClient client(port);
+        client.send(c.request);
+        EXPECT_THAT(client.receive_all(), HasSubstr(c.answer));
+    }
+    kill(server.pid(), SIGTERM);
+    EXPECT_EQ(server.wait(), 128 + SIGTERM);
+}
+
+TEST_F(LiveWords, WithoutADaemonMetricsSayThatItIsDown) {
+    const test::Outcome done = test::brumectl({"metrics"}, {.socket = m_run.file("none")});
+    EXPECT_EQ(done.status, 3);
+    EXPECT_THAT(done.out, HasSubstr("\nbrumecpd_up 0\n"));
+}
+
+TEST(Traffic, RatesComeFromTwoSamplesOfTheSameDaemon) {
+    LiveSample before;
+    before.taken_ms = 1000;
+    before.status = parse(R"({"pid":1})");
+    before.protocols.value =
+        parse(R"({"protocols":{"A":{"packets":10,"bytes":100},"B":{"packets":9,"bytes":900}}})");
+    LiveSample now = before;
+    now.taken_ms = 3000;
+    now.protocols.value =
+        parse(R"({"protocols":{"A":{"packets":14,"bytes":700},"B":{"packets":1,"bytes":1000}}})");
+    std::vector<Traffic> rows = protocol_traffic(now, &before);
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[0].name, "A");
+    EXPECT_DOUBLE_EQ(rows[0].packet_rate, 2);
+    EXPECT_DOUBLE_EQ(rows[0].byte_rate, 300);
+    EXPECT_DOUBLE_EQ(rows[1].packet_rate, 0) << "a count that went back";
+    now.status["pid"] = 2;
+    EXPECT_FALSE(protocol_traffic(now, &before)[0].has_rate);
+}
+
+TEST(TopView, EverySizeIsKeptWhateverTheSampleHolds) {
+    LiveSample sample;
+    sample.status = parse(R"({"state":"activated","version":{"name":"long name of an engine"}})");
+    for (int i = 0; i < 50; ++i) {
+        const std::string name = "protocol " + std::to_string(i);
+        sample.protocols.value["protocols"][name] = parse(R"({"packets":18446744073709551615,"bytes":9e99})");
+        sample.alerts.value.append(parse(R"({"name":"\u001b[2Jx","sev":"severe","count":3,"last_ts":5})"));
+    }
+    const Terminal terminal(stderr);
+    for (size_t width : {20U, 40U, 80U, 100U, 250U})
+        for (size_t height : {1U, 5U, 12U, 24U, 100U}) {
+            const TopFrame frame{.now = &sample, .width = width, .height = height};
+            const std::vector<std::string> lines = top_lines(frame, terminal);
+            EXPECT_EQ(lines.size(), height);
+            for (const std::string& line : lines) {
+                EXPECT_EQ(line.find("\x1b[2J"), std::string::npos);
+                if (!terminal.interactive()) EXPECT_LE(columns(line), width) << line;
+            }
+        }
+}
+
+TEST_F(LiveWords, TheScreenComesBackOnEveryWayOut) {
+    test::Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
+    push_samples(daemon);
+    const std::string restored = "\x1b[?25h\x1b[0m\x1b[?1049l";
+    test::Program quit({"top", "-d", "0.1"}, setup(daemon, true));
+    ASSERT_TRUE(quit.wait_for_out("HTTP"));
+    quit.type("q");
+    EXPECT_EQ(quit.wait(), 0);
+    EXPECT_THAT(quit.out(), HasSubstr(restored));
+
+    test::Program interrupted({"top", "-d", "0.1"}, setup(daemon, true));
+    ASSERT_TRUE(interrupted.wait_for_out("HTTP"));
+    daemon.stop();
+    EXPECT_TRUE(interrupted.wait_for_out("no answer: no daemon at"));
+    interrupted.type("\x03");
+    EXPECT_EQ(interrupted.wait(), 128 + SIGINT);
+    EXPECT_THAT(interrupted.out(), HasSubstr(restored));
+    EXPECT_EQ(test::brumectl({"top"}, setup(daemon)).status, 2) << "no terminal";
+    EXPECT_EQ(test::brumectl({"top", "-b", "-n", "1"}, setup(daemon)).status, 3);
+}
+
+}  // namespace
+}  // namespace brumectl
