@@ -3,8 +3,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <csignal>
-
 #include "client/failure.h"
 #include "client/interrupt.h"
 #include "client/live/output.h"
@@ -58,7 +56,7 @@ Screen::Screen(const Terminal& out) : m_out(out) {
     raw.c_cc[VSUSP] = _POSIX_VDISABLE;  // stopped, it would leave the terminal as it is
     struct sigaction action = {};
     action.sa_handler = on_resize;
-    sigaction(SIGWINCH, &action, nullptr);
+    sigaction(SIGWINCH, &action, &m_resize_before);
     tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
     m_out.print(ENTER);
 }
@@ -67,7 +65,7 @@ Screen::~Screen() {
     m_out.print(LEAVE);
     fflush(m_out.stream());
     tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
-    signal(SIGWINCH, SIG_DFL);
+    sigaction(SIGWINCH, &m_resize_before, nullptr);
 }
 
 int Screen::height() const {

@@ -3,6 +3,7 @@
 
 #include <termios.h>
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,7 @@ class Screen {
  private:
     const Terminal& m_out;
     termios m_before = {};
+    struct sigaction m_resize_before = {};
 };
 
 }  // namespace brumectl
