@@ -100,7 +100,7 @@ TEST_F(EvidenceFolder, OnlyWhatHasAnEventsShapeIsRemoved) {
         EXPECT_FALSE(fs::exists(m_dir.file(stamp)));
     }
     for (const char* name : {"2024_01_31_12_00_02", "2024_01_31_12_00_03", "2024_01_31_12_00_04",
-                             "2024_01_31_12_00_05", "2024_01_31", "outside", "../outside"}) {
+                             "2024_01_31_12_00_05", "2024_01_31", "outside"}) {
         EXPECT_THROW(dir.remove(name), Failure) << name;
         EXPECT_TRUE(fs::exists(m_dir.file(name))) << name;
     }
