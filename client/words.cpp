@@ -6,6 +6,7 @@
 #include "client/live/events.h"
 #include "client/live/metrics.h"
 #include "client/live/top.h"
+#include "client/check/words.h"
 #include "client/log_word.h"
 #include "client/method_words.h"
 #include "client/reference_words.h"
@@ -15,6 +16,8 @@ namespace brumectl {
 
 void add_words(CLI::App& app, Context& context) {
     add_call(app, context);
+    add_check(app, context);
+    add_run(app, context);
     add_log(app, context);
     add_shell(app, context);
     add_reference_words(app, context);

@@ -1,0 +1,142 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <optional>
+
+#include "client/check/config_check.h"
+#include "client/check/findings_text.h"
+#include "client/check/text_file.h"
+#include "client/check/words.h"
+#include "client/context.h"
+#include "client/failure.h"
+#include "infra/corvo_json.h"
+
+namespace brumectl {
+
+namespace {
+
+struct CheckOptions {
+    std::vector<std::string> files;
+    bool strict = false;
+    bool standalone = false;
+};
+
+void check_files(Context& context, const CheckOptions& options) {
+    check::Settings settings;
+    settings.target.slave_mode = !options.standalone;
+    size_t counts[2] = {};
+    size_t unreadable = 0;
+    Json::Value list(Json::arrayValue);
+    for (const std::string& path : options.files) {
+        std::string text;
+        try {
+            text = check::read_text(path);
+        } catch (const Failure& e) {
+            context.complain(e.what());
+            ++unreadable;
+            continue;
+        }
+        const std::string name = path == "-" ? "<stdin>" : path;
+        check::Report report(text);
+        check::ConfigCheck(text, settings, report).run();
+        for (auto severity : {check::WARNING, check::ERROR})
+            counts[severity] += report.count(severity);
+        if (context.json())
+            check::append_json(name, report, list);
+        else
+            context.out().print(check::findings_text(name, report, context.out()));
+    }
+    if (context.json()) context.out().print(corvo::json::write_styled(list));
+    if (counts[check::ERROR] > 0 || (options.strict && counts[check::WARNING] > 0))
+        throw Failure(check::counts_text(counts[check::ERROR], counts[check::WARNING]));
+    if (unreadable > 0) throw Failure("not everything could be checked");
+}
+
+struct RunOptions {
+    std::string file;
+    bool keep_going = false;
+    bool force = false;
+    bool standalone = false;
+};
+
+/** What the daemon that is going to be asked can tell about itself. */
+void ask_settings(Daemon& daemon, check::Settings& settings) {
+    const auto status = daemon.call("status");
+    if (auto state = check::EngineStates::from_status(status.get("state", "").asString()))
+        settings.state = *state;
+    for (const Json::Value& name : daemon.call("cmds"))
+        if (name.isString()) settings.methods.push_back(name.asString());
+}
+
+/** Shows the reply of one request. False: it is an error. */
+bool play(Context& context, const Json::Value& request, const std::string& title) {
+    const std::string method = request["method"].isString() ? request["method"].asString() : "";
+    const std::string head = title + " " + method + ": ";
+    try {
+        if (context.json()) {
+            const std::string reply = context.daemon().call_text(method, request["params"]);
+            context.out().print(reply);
+            Json::Value parsed;
+            return corvo::json::parse(reply, parsed) && parsed.isObject() && !parsed.isMember("error");
+        }
+        const Json::Value result = context.daemon().call(method, request["params"]);
+        const bool nothing = result.isNull() || (result.isObject() && result.empty());
+        context.out().print(harmless(head) + context.out().paint(Terminal::GREEN, "ok") + "\n" +
+                            (nothing ? "" : harmless(corvo::json::write_styled(result), true)));
+    } catch (const ErrorReply& e) {
+        context.out().print(harmless(head) + context.out().paint(Terminal::RED, "failed") + ": " +
+                            harmless(e.what()) + "\n");
+        return false;
+    }
+    return true;
+}
+
+void run_file(Context& context, const RunOptions& options) {
+    const std::string text = check::read_text(options.file);
+    check::Settings settings;
+    settings.target.slave_mode = !options.standalone;
+    ask_settings(context.daemon(), settings);
+    check::Report report(text);
+    check::ConfigCheck config(text, settings, report);
+    config.run();
+    context.err().print(
+        check::findings_text(options.file == "-" ? "<stdin>" : options.file, report, context.err()));
+    const size_t errors = report.count(check::ERROR);
+    if (errors > 0 && (!options.force || config.requests().empty()))
+        throw Failure(check::counts_text(errors, report.count(check::WARNING)) + ", nothing was sent" +
+                      (config.requests().empty() ? "" : " (--force sends it all the same)"));
+    size_t failed = 0;
+    size_t number = 0;
+    for (const Json::Value& request : config.requests()) {
+        const std::string title =
+            "[" + std::to_string(++number) + "/" + std::to_string(config.requests().size()) + "]";
+        if (play(context, request, title)) continue;
+        ++failed;
+        if (!options.keep_going) break;
+    }
+    if (failed > 0)
+        throw Failure(std::to_string(failed) + " of " + std::to_string(number) + " requests failed" +
+                      (number < config.requests().size() ? ", the rest was not sent" : ""));
+}
+
+}  // namespace
+
+void add_check(CLI::App& app, Context& context) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* word = app.add_subcommand("check", "Judge start-up configurations, without a daemon");
+    word->add_option("file", options->files, "Configurations; - is standard input")->required();
+    word->add_flag("--strict", options->strict, "Warnings count, too");
+    word->add_flag("--standalone", options->standalone, "For a daemon without a host system: it may attach");
+    word->callback([&context, options] { check_files(context, *options); });
+}
+
+void add_run(CLI::App& app, Context& context) {
+    auto options = std::make_shared<RunOptions>();
+    CLI::App* word = app.add_subcommand("run", "Send the requests of a start-up configuration, one by one");
+    word->add_option("file", options->file, "The configuration; - is standard input")->required();
+    word->add_flag("-k,--keep-going", options->keep_going, "Go on behind a request that failed");
+    word->add_flag("-f,--force", options->force, "Send it even if the check finds errors");
+    word->add_flag("--standalone", options->standalone, "The daemon has no host system: it may attach");
+    word->callback([&context, options] { run_file(context, *options); });
+}
+
+}  // namespace brumectl

@@ -1,0 +1,54 @@
+#pragma once
+// Judges a start-up configuration as the daemon would take it, without a daemon: the text, the shape of each
+// request, its parameters, and whether the engine is in the right state by then.
+
+#include <json/value.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "client/check/engine_states.h"
+#include "client/check/parameters.h"
+#include "client/check/report.h"
+
+namespace brumectl::check {
+
+struct Settings {
+    Target target = {};
+    engine_state_e state = UNLOADED;  ///< the engine's before the first request
+    /** Methods of the daemon that is going to be asked; empty if there's none to ask. */
+    std::vector<std::string> methods = {};
+};
+
+class ConfigCheck {
+ public:
+    /** All must outlive this. */
+    ConfigCheck(const std::string& text, const Settings& settings, Report& report)
+        : m_text(text), m_settings(settings), m_report(report), m_states(settings.state) {}
+
+    void run();
+    /** After `run`: the requests in their order, those of batches too. Empty for a text that is no array. */
+    const std::vector<Json::Value>& requests() const { return m_requests; }
+
+ private:
+    bool parse(Json::Value& root);
+    void check_end(const Json::Value& root);
+    void check_element(const Json::Value& element, bool in_batch);
+    void check_request(const Json::Value& request);
+    void check_envelope(const Json::Value& request);
+    void check_id(const Json::Value& request);
+    void check_method(const Json::Value& request, const std::string& name);
+    void check_unknown_method(const Json::Value& at, const std::string& name);
+    void check_order(const Json::Value& at, const std::string& name);
+
+    const std::string& m_text;
+    const Settings& m_settings;
+    Report& m_report;
+    EngineStates m_states;
+    std::vector<Json::Value> m_requests;
+    std::set<std::string> m_ids;  ///< as texts
+    bool m_stopped = false;       ///< a `shutdown` has been seen
+};
+
+}  // namespace brumectl::check

@@ -1,0 +1,184 @@
+#include "client/check/parameters.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "client/check/special_rules.h"
+#include "infra/corvo_json.h"
+
+namespace brumectl::check {
+
+namespace {
+
+struct Kind {
+    std::string_view name;  ///< in a schema
+    bool (Json::Value::*fits)() const;
+    const char* words;
+};
+constexpr Kind KINDS[] = {
+    {"string", &Json::Value::isString, "a string"},        {"boolean", &Json::Value::isBool, "true or false"},
+    {"object", &Json::Value::isObject, "an object"},       {"array", &Json::Value::isArray, "an array"},
+    {"integer", &Json::Value::isUInt64, "a whole number"},
+};
+
+/** By Json::ValueType. */
+constexpr const char* VALUE_WORDS[] = {"null",     "a number",  "a number", "a number",
+                                       "a string", "a boolean", "an array", "an object"};
+
+std::string quoted(const std::string& word) {
+    return "'" + word + "'";
+}
+
+std::string list_of(const Json::Value& words) {
+    std::string out;
+    for (const Json::Value& word : words)
+        out += (out.empty() ? "" : ", ") + corvo::json::write(word);
+    return out;
+}
+
+bool holds(const Json::Value& list, const Json::Value& value) {
+    return std::find(list.begin(), list.end(), value) != list.end();
+}
+
+std::string hint(const std::string& word, const std::vector<std::string>& known) {
+    std::string near = nearest(word, known);
+    return near.empty() ? "" : "; did you mean " + quoted(near) + "?";
+}
+
+/** Walks a value along its schema. The schema bounds how deep it goes. */
+class SchemaCheck {
+ public:
+    SchemaCheck(const std::string& method, Report& report) : m_method(method), m_report(report) {}
+
+    void value(const Json::Value& value, const Json::Value& schema_or_ref, const std::string& path,
+               severity_e severity) {
+        const Json::Value& schema = MethodTable::get().resolve(schema_or_ref);
+        if (!fits_kind(value, schema, path, severity)) return;
+        if (schema.isMember("enum") && !holds(schema["enum"], value)) {
+            add(severity, value, quoted(path) + " can only be one of " + list_of(schema["enum"]));
+        } else if (value.isArray()) {
+            for (Json::ArrayIndex i = 0; i < value.size(); ++i)
+                this->value(value[i], schema["items"], path + "[" + std::to_string(i) + "]", severity);
+        } else if (value.isObject() && (schema.isMember("properties") || schema.isMember("oneOf"))) {
+            object(value, schema, path, severity);
+        }
+    }
+
+ private:
+    void add(severity_e severity, const Json::Value& at, const std::string& text) {
+        m_report.add(severity, static_cast<size_t>(at.getOffsetStart()), m_method + ": " + text);
+    }
+
+    bool fits_kind(const Json::Value& value, const Json::Value& schema, const std::string& path,
+                   severity_e severity) {
+        const std::string name = schema["type"].asString();
+        for (const Kind& kind : KINDS) {
+            if (kind.name != name) continue;
+            const Json::Value& maximum = schema["maximum"];
+            bool negative = value.isNumeric() && value.asDouble() < 0;
+            if (kind.name == "integer" && (negative || (value.isUInt64() && !maximum.isNull() &&
+                                                        value.asUInt64() > maximum.asUInt64()))) {
+                add(severity, value,
+                    quoted(path) + " must be from 0 to " + std::to_string(maximum.asUInt64()));
+                return false;
+            }
+            if ((value.*kind.fits)()) return true;
+            add(severity, value,
+                quoted(path) + " must be " + kind.words + ", not " +
+                    (value.isNumeric() && kind.name == "integer"
+                         ? std::string("a fraction or a larger number")
+                         : VALUE_WORDS[value.type()]));
+            return false;
+        }
+        return true;  // anything may stand here
+    }
+
+    /** The kind of object that one of its words picks; null where there is no choice. */
+    static const Json::Value* variant_of(const Json::Value& value, const Json::Value& schema) {
+        for (const Json::Value& variant : schema["oneOf"]) {
+            for (const std::string& name : variant["properties"].getMemberNames()) {
+                const Json::Value& member = variant["properties"][name];
+                if (schema["properties"].isMember(name) && holds(member["enum"], value[name]))
+                    return &variant;
+            }
+        }
+        return nullptr;
+    }
+
+    void object(const Json::Value& value, const Json::Value& schema, const std::string& path,
+                severity_e severity) {
+        const Json::Value* variant = variant_of(value, schema);
+        std::vector<std::string> known;
+        members(value, schema, path, severity, known);
+        if (variant) members(value, *variant, path, severity, known);
+        // Without its word there is no telling what else belongs to it.
+        if (schema.isMember("oneOf") && !variant) return;
+        for (const std::string& name : value.getMemberNames())
+            if (std::find(known.begin(), known.end(), name) == known.end())
+                m_report.warning_at_name(value[name], m_method + ": " + quoted(path + "." + name) +
+                                                          " is not read here" + hint(name, known));
+    }
+
+    void members(const Json::Value& value, const Json::Value& schema, const std::string& path,
+                 severity_e severity, std::vector<std::string>& known) {
+        for (const Json::Value& name : schema["required"])
+            if (value[name.asString()].isNull())
+                add(severity, value, quoted(path + "." + name.asString()) + " is missing");
+        for (const std::string& name : schema["properties"].getMemberNames()) {
+            if (std::find(known.begin(), known.end(), name) != known.end()) continue;
+            known.push_back(name);
+            if (!value[name].isNull())
+                this->value(value[name], schema["properties"][name], path + "." + name, severity);
+        }
+    }
+
+    const std::string& m_method;
+    Report& m_report;
+};
+
+/** Whether the words that make a parameter necessary have been said. */
+bool condition_met(const Json::Value& when, const Json::Value& params) {
+    for (const std::string& name : when.getMemberNames())
+        if (!holds(when[name], params[name])) return false;
+    return true;
+}
+
+std::string condition_text(const Json::Value& when) {
+    std::string out;
+    for (const std::string& name : when.getMemberNames())
+        out += (out.empty() ? " with " : ", ") + quoted(name) + " " + list_of(when[name]);
+    return out;
+}
+
+}  // namespace
+
+void check_parameters(const Method& method, const Json::Value& request, const Target& target,
+                      Report& report) {
+    const Json::Value& given = request["params"];
+    const Json::Value params = given.isNull() ? Json::Value(Json::objectValue) : given;
+    const Json::Value& at = given.isNull() ? request : given;
+    SchemaCheck check(method.name, report);
+    std::vector<std::string> known;
+    for (Json::ArrayIndex i = 0; i < method.parameters.size(); ++i) {
+        const Parameter& parameter = method.parameters[i];
+        known.push_back(parameter.name);
+        const Json::Value& value = params[parameter.name];
+        const Json::Value& when = (*method.document)["params"][i]["x-required-when"];
+        const bool needed = parameter.required || (!when.isNull() && condition_met(when, params));
+        if (!value.isNull()) {
+            // What isn't asked for is mostly not read either: worth a word, but no reason for a refusal.
+            check.value(value, *parameter.schema, parameter.name, when.isNull() || needed ? ERROR : WARNING);
+        } else if (needed) {
+            report.error(at, method.name + ": " + quoted(parameter.name) + " is missing" +
+                                 (parameter.required ? "" : condition_text(when)));
+        }
+    }
+    for (const std::string& name : params.getMemberNames())
+        if (!method.find(name))
+            report.warning_at_name(params[name], method.name + ": " + quoted(name) +
+                                                     " is no parameter, the daemon ignores it" +
+                                                     hint(name, known));
+    check_special_rules(method.name, params, target, report);
+}
+
+}  // namespace brumectl::check
