@@ -1,0 +1,152 @@
+// An engine that names a packet's protocol after its ports and remembers nothing. It is small on purpose:
+// what an engine of your own has to have is all here, and nothing else.
+
+#include <brumecpd/engine_api.h>
+#include <brumecpd/engine_notify.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+using Json::Value;
+using std::string;
+using std::vector;
+
+namespace {
+
+struct Port {
+    uint16_t number;
+    uint32_t cls;  ///< never 0, which means "not classified"
+    const char* protocol;
+};
+constexpr Port PORTS[] = {
+    {22, 1, "SSH"}, {53, 2, "DNS"}, {80, 3, "HTTP"}, {123, 4, "NTP"}, {443, 5, "TLS"},
+};
+
+/** What the daemon calls to make an engine forget its flows. This one has none, so there's nothing to do. */
+constexpr const char* FORGET[] = {"dp.veld.sui_lut_remove_all_links", "dp.ft.sui_ft_kill_all_flows"};
+
+constexpr const char* NO_COLLECTORS = "this engine has no collectors";
+
+/** The daemon calls from one thread and never twice at once: plain variables are enough. */
+int g_evfd = -1;
+bool g_active = false;
+
+const Port* port_of(const unsigned char* at) {
+    const unsigned number = static_cast<unsigned>(at[0] << 8 | at[1]);
+    for (const Port& port : PORTS)
+        if (port.number == number) return &port;
+    return nullptr;
+}
+
+/** The frame's own fields can't be trusted: nothing is read that `len` doesn't cover. */
+void classify(corvo::api::pkt_& pkt) {
+    if (pkt.l4_off < pkt.l3_off || pkt.l4_off + 4 > pkt.len) {
+        pkt.error = corvo::api::PKT_TRIMMED_L3;
+        return;
+    }
+    const unsigned char* ports = pkt.data + pkt.l4_off;
+    const Port* port = port_of(ports + 2);
+    if (!port) port = port_of(ports);
+    if (!port) return;
+    pkt.cls = port->cls;
+    pkt.protocol = port->protocol;
+    pkt.visibility = 25;  // a guess
+}
+
+}  // namespace
+
+// --- life
+
+void corvo_api_cp_init(const corvo::api::InitConfig&, string& err) {
+    g_evfd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (g_evfd < 0) err = string("no descriptor: ") + strerror(errno);
+}
+void corvo_api_cp_deinit(string&) {
+    close(g_evfd);
+    g_evfd = -1;
+}
+void corvo_api_cp_activate(const corvo::api::ActivateConfig&, string&) {
+    g_active = true;
+    // Other programs than the daemon have nobody to tell.
+    if (corvo::notif::__notify)
+        corvo::notif::__notify("engine", "port_engine.started", corvo::notif::SEV_INFO, "ports are watched");
+}
+void corvo_api_cp_deactivate(string&) {
+    g_active = false;
+}
+int corvo_api_cp_tick(string&) {
+    uint64_t count = 0;
+    // Else the descriptor stays readable, and the next tick comes at once.
+    [[maybe_unused]] const ssize_t size = read(g_evfd, &count, sizeof(count));
+    return 1000;
+}
+void corvo_api_cp_get_evfd(int& fd, string&) {
+    fd = g_evfd;
+}
+
+// --- packets and data paths
+
+void corvo_api_cp_push_pkts(const string&, vector<corvo::api::pkt_>& pkts, string&, bool extended) {
+    for (corvo::api::pkt_& pkt : pkts) {
+        classify(pkt);
+        if (extended && pkt.cls != 0) pkt.tph = {"eth", pkt.protocol};
+    }
+}
+void corvo_api_cp_coffee(const string&, const string& func, const vector<uint32_t>&, string& result,
+                         string& err) {
+    if (std::find(std::begin(FORGET), std::end(FORGET), func) != std::end(FORGET))
+        result = "0";
+    else
+        err = "unknown function '" + func + "'";
+}
+void corvo_api_cp_get_version(Value& out, string&) {
+    out["name"] = "port_engine";
+    out["version"] = "1";
+}
+void corvo_api_cp_get_dps(vector<string>& out, string&) {
+    if (g_active) out.emplace_back("dp0");
+}
+
+// --- interfaces: packets come by push alone
+
+void corvo_api_cp_intf_attach(const string& ifname, string& err) {
+    err = "'" + ifname + "': this engine captures nothing";
+}
+void corvo_api_cp_intf_detach(const string& ifname, string& err) {
+    err = "'" + ifname + "' isn't attached";
+}
+void corvo_api_cp_intf_get(vector<string>&, string&) {}
+
+// --- collectors, exporter and health
+
+void corvo_api_cp_collector_enable(const string&, string& err) {
+    err = NO_COLLECTORS;
+}
+void corvo_api_cp_collector_disable(const string&, string& err) {
+    err = NO_COLLECTORS;
+}
+void corvo_api_cp_collector_set_interval(const string&, uint64_t, string& err) {
+    err = NO_COLLECTORS;
+}
+void corvo_api_cp_get_collectors(Value& out, string&) {
+    out["collectables"] = Value(Json::arrayValue);
+    out["exporter"] = Value();
+}
+void corvo_api_cp_collector_get_sample(const string&, Value&, string& err) {
+    err = NO_COLLECTORS;
+}
+void corvo_api_cp_collect_set_exporter(const corvo::api::ExporterConfig&, string& err) {
+    err = NO_COLLECTORS;
+}
+void corvo_api_cp_health_get(Value& out, bool, string&) {
+    out["active"] = g_active;
+}
+void corvo_api_cp_health_conf_get(Value& out, string&) {
+    out = Value(Json::objectValue);
+}
+void corvo_api_cp_health_conf_set(const Value& conf, string& err) {
+    if (!conf.empty()) err = "nothing of health can be configured";
+}

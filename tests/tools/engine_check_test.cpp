@@ -1,0 +1,135 @@
+// brumecp-engine-check as an engine's author runs it: on sound libraries, on each kind of broken one, and on
+// the example, built against the installed files alone.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+
+#include "support/temp_dir.h"
+
+namespace test {
+namespace {
+
+struct Ended {
+    int status = -1;
+    std::string out;  ///< stderr, too
+};
+
+Ended ended(const std::string& command) {
+    Ended result;
+    FILE* pipe = popen(("ulimit -c 0; { " + command + "; } 2>&1").c_str(), "r");
+    char piece[4096];
+    while (size_t size = fread(piece, 1, sizeof(piece), pipe))
+        result.out.append(piece, size);
+    result.status = WEXITSTATUS(pclose(pipe));
+    return result;
+}
+
+/** "STEP: note" of all steps that failed. */
+std::string failures(const std::string& out) {
+    std::string found;
+    std::istringstream lines(out);
+    for (std::string line; std::getline(lines, line);) {
+        size_t word = line.find(" failed ");
+        if (word == std::string::npos || word < 13) continue;
+        std::string step = line.substr(0, 13);
+        step.erase(step.find_last_not_of(' ') + 1);
+        size_t ms = line.find_first_not_of(' ', word + 8);
+        size_t note = line.find_first_not_of(' ', line.find(' ', ms));
+        found += step + ": " + (note == std::string::npos ? "" : line.substr(note)) + "\n";
+    }
+    return found;
+}
+
+TEST(EngineCheck, FindsSoundEnginesFit) {
+    for (const char* dir : {OUR_ENGINE_DIR, ENGINES_DIR "/inert", ENGINES_DIR "/scripted",
+                            ENGINES_DIR "/extender", ENGINES_DIR "/inert/libcvcp_u.so"}) {
+        Ended run = ended(std::string("env -u TEST_ENGINE_SCRIPT " ENGINE_CHECK " ") + dir);
+        EXPECT_EQ(run.status, 0) << run.out;
+        EXPECT_EQ(failures(run.out), "");
+    }
+}
+
+TEST(EngineCheck, TellsWhatIsWrongWithEachLibraryOfTheShelf) {
+    struct Broken {
+        const char* name;
+        const char* failure;
+    };
+    const Broken shelf[] = {
+        {"not_a_library", "open: "},
+        {"nosuch", "open: "},
+        {"without_activate", "functions: missing: corvo_api_cp_activate\n"},
+        {"without_coffee", "functions: missing: corvo_api_cp_coffee\n"},
+        {"without_get_evfd", "functions: missing: corvo_api_cp_get_evfd\n"},
+        {"init_fails", "init: 100% broken\n"},
+        {"evfd_zero", "descriptor: must be above 0, is 0\n"},
+        {"evfd_closed", "descriptor: 1000 isn't open\n"},
+    };
+    for (const Broken& broken : shelf) {
+        Ended run = ended(std::string(ENGINE_CHECK " " ENGINES_DIR "/") + broken.name);
+        EXPECT_EQ(run.status, 1) << broken.name;
+        EXPECT_EQ(failures(run.out).rfind(broken.failure, 0), 0U) << broken.name << "\n" << run.out;
+    }
+}
+
+TEST(EngineCheck, OutlivesAnEngineThatDiesOrHangsAndNamesTheStep) {
+    struct Script {
+        const char* text;
+        const char* failure;
+    };
+    const Script scripts[] = {
+        {"crash activate null", "activate: died of signal 11 (Segmentation fault)\n"},
+        {"crash push_pkts abort", "push: died of signal 6 (Aborted)\n"},
+        {"crash tick hang", "tick: not done within 1 s, killed\n"},
+        {"crash deinit exit 0", "deinit: ended the process with status 0\n"},
+        {"crash init throw", "init: an exception left the function: scripted exception\n"},
+        {"fail coffee no \x1b[31mcolour", "forget flows: dp.veld.sui_lut_remove_all_links: no ?[31mcolour\n"},
+        {"signal tick", "settle: the descriptor stays readable: the daemon would call tick for ever\n"},
+    };
+    for (const Script& script : scripts) {
+        TempDir dir;
+        dir.write("script", script.text);
+        const std::string env =
+            "env TEST_ENGINE_SCRIPT=" + dir.file("script") + " ASAN_OPTIONS=handle_segv=0:handle_abort=0 ";
+        Ended run = ended(env + ENGINE_CHECK " --timeout " +
+                          (std::string(script.text).find("hang") == std::string::npos ? "60 " : "1 ") +
+                          ENGINES_DIR "/scripted");
+        EXPECT_EQ(failures(run.out), script.failure) << script.text << "\n" << run.out;
+        EXPECT_EQ(run.status, 1);
+    }
+}
+
+TEST(EngineCheck, PassesOnWhatTheEnginePrintsAndRefusesBadOptions) {
+    TempDir dir;
+    dir.write("script", "stderr init a word of warning");
+    Ended run =
+        ended("env TEST_ENGINE_SCRIPT=" + dir.file("script") + " " ENGINE_CHECK " " ENGINES_DIR "/scripted");
+    EXPECT_NE(run.out.find("a word of warning\n"), std::string::npos) << run.out;
+    for (const char* bad : {"", "a b", "--timeout 0 a", "--timeout x a", "--nosuch a"})
+        EXPECT_EQ(ended(std::string(ENGINE_CHECK " ") + bad).status, 2) << bad;
+}
+
+TEST(EngineExample, IsBuiltAgainstTheInstalledFilesAloneAndIsFit) {
+    TempDir dir;
+    const std::string prefix = dir.file("prefix");
+    Ended install = ended(CMAKE_PROGRAM " --install " BUILD_DIR " --component dev --prefix " + prefix);
+    ASSERT_EQ(install.status, 0) << install.out;
+    // A copy: nothing that stands beside it in the source tree can help.
+    std::filesystem::copy(EXAMPLE_DIR, dir.file("source"));
+    Ended built =
+        ended(CMAKE_PROGRAM " -S " + dir.file("source") + " -B " + dir.file("build") +
+              " -DCMAKE_PREFIX_PATH=" + prefix + " && " CMAKE_PROGRAM " --build " + dir.file("build"));
+    ASSERT_EQ(built.status, 0) << built.out;
+    Ended checked = ended(prefix + "/bin/brumecp-engine-check " + dir.file("build"));
+    EXPECT_EQ(checked.status, 0) << checked.out;
+    EXPECT_NE(checked.out.find("57 of 99 packets classified"), std::string::npos) << checked.out;
+    Ended flags =
+        ended("env PKG_CONFIG_PATH=" + prefix + "/share/pkgconfig pkg-config --cflags brumecpd-engine");
+    EXPECT_EQ(flags.status, 0) << flags.out;
+    EXPECT_NE(flags.out.find("/include"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace test

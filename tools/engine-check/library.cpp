@@ -1,0 +1,118 @@
+#include "tools/engine-check/library.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <algorithm>
+#include <iterator>
+#include <type_traits>
+
+namespace engine_check {
+
+namespace {
+
+using corvo::server::EngineApi;
+
+struct Symbol {
+    const char* name;
+    void (*store)(EngineApi& api, void* address);
+};
+
+template <auto Member>
+void store(EngineApi& api, void* address) {
+    auto& slot = api.*Member;
+    slot = reinterpret_cast<std::remove_reference_t<decltype(slot)>>(address);
+}
+
+#define ENGINE_SYMBOL(name) \
+    { "corvo_api_cp_" #name, store<&EngineApi::name> }
+/** In the header's order. */
+constexpr Symbol SYMBOLS[] = {
+    ENGINE_SYMBOL(init),
+    ENGINE_SYMBOL(deinit),
+    ENGINE_SYMBOL(activate),
+    ENGINE_SYMBOL(deactivate),
+    ENGINE_SYMBOL(tick),
+    ENGINE_SYMBOL(get_evfd),
+    ENGINE_SYMBOL(push_pkts),
+    ENGINE_SYMBOL(coffee),
+    ENGINE_SYMBOL(get_version),
+    ENGINE_SYMBOL(get_dps),
+    ENGINE_SYMBOL(intf_attach),
+    ENGINE_SYMBOL(intf_detach),
+    ENGINE_SYMBOL(intf_get),
+    ENGINE_SYMBOL(collector_enable),
+    ENGINE_SYMBOL(collector_disable),
+    ENGINE_SYMBOL(collector_set_interval),
+    ENGINE_SYMBOL(get_collectors),
+    ENGINE_SYMBOL(collector_get_sample),
+    ENGINE_SYMBOL(collect_set_exporter),
+    ENGINE_SYMBOL(health_get),
+    ENGINE_SYMBOL(health_conf_get),
+    ENGINE_SYMBOL(health_conf_set),
+};
+#undef ENGINE_SYMBOL
+static_assert(std::size(SYMBOLS) * sizeof(void*) == sizeof(EngineApi), "every function is looked up");
+
+constexpr const char* SHARED_RUNTIMES[] = {"libstdc++.so.", "libc++.so.", "libjsoncpp.so."};
+
+std::string last_error() {
+    const char* reason = dlerror();
+    return reason ? reason : "no reason given";
+}
+
+/** The run-time libraries whose objects cross the boundary, as this object names them. */
+std::vector<std::string> runtimes_of(void* handle) {
+    std::vector<std::string> names;
+    link_map* map = nullptr;
+    if (dlinfo(handle, RTLD_DI_LINKMAP, static_cast<void*>(&map)) != 0 || !map) return names;
+    const char* texts = nullptr;
+    for (const ElfW(Dyn)* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry)
+        if (entry->d_tag == DT_STRTAB) texts = reinterpret_cast<const char*>(entry->d_un.d_ptr);
+    for (const ElfW(Dyn)* entry = map->l_ld; texts && entry->d_tag != DT_NULL; ++entry) {
+        if (entry->d_tag != DT_NEEDED) continue;
+        const std::string name = texts + entry->d_un.d_val;
+        for (const char* shared : SHARED_RUNTIMES)
+            if (name.rfind(shared, 0) == 0) names.push_back(name);
+    }
+    return names;
+}
+
+}  // namespace
+
+std::string Library::open(const std::string& path) {
+    m_handle = dlopen(path.c_str(), RTLD_NOW);
+    return m_handle ? "" : last_error();
+}
+
+std::vector<std::string> Library::resolve() {
+    std::vector<std::string> missing;
+    for (const Symbol& symbol : SYMBOLS) {
+        void* address = dlsym(m_handle, symbol.name);
+        if (address)
+            symbol.store(m_api, address);
+        else
+            missing.emplace_back(symbol.name);
+    }
+    return missing;
+}
+
+std::vector<std::string> Library::foreign_runtimes() const {
+    void* self = dlopen(nullptr, RTLD_NOW);
+    const std::vector<std::string> ours = runtimes_of(self);
+    dlclose(self);
+    std::vector<std::string> foreign;
+    for (const std::string& name : runtimes_of(m_handle))
+        if (std::find(ours.begin(), ours.end(), name) == ours.end()) foreign.push_back(name);
+    return foreign;
+}
+
+std::string Library::close() {
+    if (!m_handle) return {};
+    const int rc = dlclose(m_handle);
+    m_handle = nullptr;
+    m_api = {};
+    return rc == 0 ? "" : last_error();
+}
+
+}  // namespace engine_check

@@ -1,0 +1,54 @@
+#pragma once
+// The life of an engine, from opening to closing, step by step as the daemon would lead it. Runs in a process
+// that may die of it.
+
+#include <string>
+
+#include "infra/corvo_rpc_command.h"
+#include "tools/engine-check/library.h"
+#include "tools/engine-check/step_log.h"
+
+namespace engine_check {
+
+class Life {
+ public:
+    Life(std::string path, const StepWriter& log) : m_path(std::move(path)), m_log(log) {}
+    /** Ends when all is done, or when nothing more can be. */
+    void run();
+
+ private:
+    /** Gives why it failed; empty for success. */
+    using step_fn = std::string (Life::*)();
+
+    bool step(const char* name, step_fn work);
+    void live();
+
+    std::string open();
+    std::string find_functions();
+    std::string compare_runtimes();
+    std::string init();
+    std::string check_descriptor();
+    std::string tick();
+    /** Collectors and health: those that may be asked before the engine is active, too. */
+    std::string ask_watchers();
+    std::string ask_status();
+    std::string activate();
+    std::string forget_flows();
+    std::string push();
+    std::string push_cut();
+    std::string settle();
+    std::string deactivate();
+    std::string deinit();
+    std::string check_leftovers();
+    std::string close();
+
+    std::string m_path;
+    const StepWriter& m_log;
+    Library m_library;
+    corvo::RpcCommandsTable m_cmds;
+    size_t m_descriptors = 0;  ///< open before the library was
+    int m_evfd = -1;
+    std::string m_note;  ///< of the step that runs
+};
+
+}  // namespace engine_check
