@@ -101,6 +101,12 @@ TEST(EngineCheck, OutlivesAnEngineThatDiesOrHangsAndNamesTheStep) {
     }
 }
 
+TEST(EngineCheck, TellsWhatAnEngineDoesNotGiveBack) {
+    Ended run = ended(ENGINE_CHECK " " CARELESS_ENGINE_DIR);
+    EXPECT_EQ(failures(run.out), "leftovers: not given back: threads: 2, descriptors: 2\n") << run.out;
+    EXPECT_EQ(run.status, 1);
+}
+
 TEST(EngineCheck, PassesOnWhatTheEnginePrintsAndRefusesBadOptions) {
     TempDir dir;
     dir.write("script", "stderr init a word of warning");
