@@ -167,6 +167,7 @@ TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
             for (const Json::Value& param : example["params"])
                 params[param["name"].asString()] = param["value"];
             Settings settings;
+            settings.target.slave_mode = example["x-build"] != "standalone";
             if (example.isMember("x-states"))
                 settings.state = *EngineStates::from_status(example["x-states"][0].asString());
             EXPECT_EQ(findings("[" + request(method.name, corvo::json::write(params)) + "]", settings), "")
