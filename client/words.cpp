@@ -1,12 +1,12 @@
 #include "client/words.h"
 
 #include "client/call.h"
+#include "client/check/words.h"
 #include "client/classify/classify.h"
 #include "client/evidence/evidence.h"
 #include "client/live/events.h"
 #include "client/live/metrics.h"
 #include "client/live/top.h"
-#include "client/check/words.h"
 #include "client/log_word.h"
 #include "client/method_words.h"
 #include "client/reference_words.h"

@@ -57,7 +57,7 @@ class Classify : public ::testing::Test {
         for (std::string& arg : args)
             words.push_back(arg.data());
         words.push_back(nullptr);
-        execv(BRUMECTL, words.data());
+        execv(BRUMECTL_COMMAND, words.data());
         _exit(127);
     }
     Outcome finish(pid_t pid) const {
