@@ -130,8 +130,9 @@ bool EventPoller::wait(int timeout_ms) {
         cv_nanosleep(&pause, nullptr);
         return false;
     }
-    epoll_event ready{};
-    return cv_epoll_wait(m_epoll_fd, &ready, 1, timeout_ms) > 0;
+    // What is found is kept for the next call that serves: one system call does for both.
+    if (m_expired.empty()) OSPoll(timeout_ms);
+    return !m_expired.empty();
 }
 
 bool EventPoller::handle_pending_events(int timeout_ms) {

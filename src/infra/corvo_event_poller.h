@@ -64,6 +64,8 @@ class EventPoller {
     bool wait(int timeout_ms);
     /** Serves at most one event. True if one was served, or if more entries of the batch wait. */
     bool handle_pending_events(int timeout_ms);
+    /** Entries wait to be served: no system call is needed to know. */
+    bool has_expired() const { return !m_expired.empty(); }
     /** Drops every unserved entry of this descriptor. */
     void remove_expired(int fd);
     /** One epoll_wait of up to 20 events. */

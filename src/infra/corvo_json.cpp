@@ -3,11 +3,18 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include "infra/corvo_json_reader.h"
+
 namespace corvo::json {
 
 bool parse(const char* begin, const char* end, Json::Value& out, std::string* error) {
-    Json::Reader reader;
     Json::Value root;
+    if (PlainReader(begin, end).read(root)) {
+        out.swap(root);
+        return true;
+    }
+    root = Json::Value();
+    Json::Reader reader;
     try {
         if (reader.parse(begin, end, root, /*collectComments=*/false)) {
             out.swap(root);
@@ -23,16 +30,6 @@ bool parse(const char* begin, const char* end, Json::Value& out, std::string* er
 
 bool parse(const std::string& text, Json::Value& out, std::string* error) {
     return parse(text.data(), text.data() + text.size(), out, error);
-}
-
-std::string write_line(const Json::Value& value) {
-    return Json::FastWriter().write(value);
-}
-
-std::string write(const Json::Value& value) {
-    Json::FastWriter writer;
-    writer.omitEndingLineFeed();
-    return writer.write(value);
 }
 
 std::string write_styled(const Json::Value& value) {

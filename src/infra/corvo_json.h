@@ -19,6 +19,8 @@ bool parse(const char* begin, const char* end, Json::Value& out, std::string* er
 std::string write_line(const Json::Value& value);
 /** The same without the newline. */
 std::string write(const Json::Value& value);
+/** The same, behind what `out` holds already. */
+void append(std::string& out, const Json::Value& value);
 /** Indented, for people. */
 std::string write_styled(const Json::Value& value);
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "infra/corvo_json.h"
+#include "infra/corvo_json_reader.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_zip.h"
 #include "utils/base64.h"
@@ -64,6 +66,72 @@ Json::Value take_member(Json::Value& value, const char* name) {
     return taken;
 }
 
+/** Appends; what is wrong with them otherwise, and nothing is appended. */
+const char* read_encodings(const Json::Value& accept, std::vector<std::string>& encodings) {
+    if (accept.isNull()) return nullptr;
+    if (!accept.isArray()) return "Invalid 'accept' field type (should be array)";
+    if (!std::all_of(accept.begin(), accept.end(), converts_to_string)) return "Invalid encoding format";
+    encodings.reserve(encodings.size() + accept.size());
+    for (const Json::Value& encoding : accept)
+        encodings.push_back(encoding.asString());
+    return nullptr;
+}
+
+/** The members of a request that a PlainReader can read. */
+struct PlainRequest {
+    std::string_view version;
+    std::string_view method;
+    Json::Value id;
+    Json::Value params;
+    Json::Value accept;
+
+    /** False: something is unusual. The texts must outlive this. */
+    bool read(const std::string& msg) {
+        json::PlainReader reader(msg.data(), msg.data() + msg.size());
+        if (!reader.begin_object()) return false;
+        unsigned seen = 0;
+        for (bool more = true; more;) {
+            std::string_view name;
+            if (!reader.member_name(name) || !read_member(reader, name, seen) || !reader.end_of_member(more))
+                return false;
+        }
+        return true;
+    }
+
+ private:
+    enum member_e : unsigned { OTHER = 0, VERSION = 1, METHOD = 2, ID = 4, PARAMS = 8, ACCEPT = 16 };
+
+    static member_e member_called(std::string_view name) {
+        static constexpr std::pair<std::string_view, member_e> MEMBERS[] = {
+            {"jsonrpc", VERSION}, {"id", ID}, {"method", METHOD}, {"params", PARAMS}, {"accept", ACCEPT}};
+        for (const auto& [known, member] : MEMBERS)
+            if (name == known) return member;
+        return OTHER;
+    }
+
+    bool read_member(json::PlainReader& reader, std::string_view name, unsigned& seen) {
+        const member_e member = member_called(name);
+        if (seen & member) return false;
+        seen |= member;
+        switch (member) {
+            case VERSION:
+                return reader.read_string(version);
+            case METHOD:
+                return reader.read_string(method);
+            case ID:
+                return reader.read(id);
+            case PARAMS:
+                return reader.read(params);
+            case ACCEPT:
+                return reader.read(accept);
+            default: {
+                Json::Value ignored;
+                return reader.read(ignored);
+            }
+        }
+    }
+};
+
 std::string not_registered(const std::string& method) {
     return "Method '" + method + "' not registered";
 }
@@ -99,7 +167,7 @@ void ParsedObject::execute_text(std::string& out) {
 void ParsedObject::_execute_text(std::string& out) {
     Json::Value res;
     execute(res);
-    out += json::write(res);
+    json::append(out, res);
 }
 
 // --- JsonRpcMethod
@@ -162,7 +230,7 @@ void JsonRpcMethod::_execute_text(std::string& out) {
         Json::Value res;
         set_envelope(res);
         describe_failure(outcome, res);
-        out += json::write(res);
+        json::append(out, res);
         return;
     }
     // The result has been written already and is the last member in order: the rest is put around its text.
@@ -170,7 +238,7 @@ void JsonRpcMethod::_execute_text(std::string& out) {
     out.reserve(out.size() + (packed ? outcome.packed.size() : outcome.plain.size()) + 128);
     out.append("{\"fmt\":{\"size\":").append(std::to_string(static_cast<Json::UInt>(outcome.plain.size())));
     out.append(packed ? ",\"type\":\"lz4\"},\"id\":" : ",\"type\":\"plain\"},\"id\":");
-    out.append(json::write(id()));
+    json::append(out, id());
     out.append(",\"jsonrpc\":\"2.0\",\"ms\":").append(std::to_string(outcome.ms)).append(",\"result\":");
     if (packed) {
         out.append("\"").append(outcome.packed).append("\"}");
@@ -232,6 +300,7 @@ std::string ReqParser::execute() {
 }
 
 void ReqParser::parse(Objects& out) {
+    if (parse_plain_request(out)) return;
     Json::Value root;
     std::string error;
     if (!json::parse(m_msg, root, &error)) {
@@ -243,6 +312,20 @@ void ReqParser::parse(Objects& out) {
     out.reserve(out.size() + root.size());
     for (Json::Value& request : root)
         parse_single_request(request, out);
+}
+
+// A request as programs send them is taken apart without building a value for it as a whole. Whatever is
+// unusual or wrong goes the long way, which has the last word on what it means.
+bool ReqParser::parse_plain_request(Objects& out) {
+    PlainRequest request;
+    if (!request.read(m_msg) || request.version != "2.0" || request.method.empty()) return false;
+    std::string method(request.method);
+    RpcCommand* command = m_table.lookup(method);
+    std::vector<std::string> encodings;
+    if (!command || read_encodings(request.accept, encodings)) return false;
+    out.push_back(std::make_unique<JsonRpcMethod>(std::move(request.id), std::move(method), command,
+                                                  std::move(request.params), std::move(encodings), m_table));
+    return true;
 }
 
 void ReqParser::parse_single_request(Json::Value& request, Objects& out) {
@@ -269,22 +352,9 @@ void ReqParser::parse_single_request(Json::Value& request, Objects& out) {
 
 bool ReqParser::parse_encodings(const Json::Value& request, const Json::Value& id, Objects& out,
                                 std::vector<std::string>& encodings) {
-    const Json::Value& accept = member_of(request, "accept");
-    const char* error = nullptr;
-    if (accept.isNull()) return true;
-    if (!accept.isArray()) {
-        error = "Invalid 'accept' field type (should be array)";
-    } else if (!std::all_of(accept.begin(), accept.end(), converts_to_string)) {
-        error = "Invalid encoding format";
-    }
-    if (error) {
-        out.push_back(std::make_unique<JsonRpcError>(id, INVALID_REQUEST, error));
-        return false;
-    }
-    encodings.reserve(encodings.size() + accept.size());
-    for (const Json::Value& encoding : accept)
-        encodings.push_back(encoding.asString());
-    return true;
+    const char* error = read_encodings(member_of(request, "accept"), encodings);
+    if (error) out.push_back(std::make_unique<JsonRpcError>(id, INVALID_REQUEST, error));
+    return !error;
 }
 
 void ReqParser::generate_common_error(Json::Value& res, const std::string& msg) {

@@ -111,6 +111,9 @@ class ReqParser {
     static std::string pretty_json_str(const std::string& text);
 
  private:
+    /** Appends the one object of a request that is neither a batch nor wrong. False: nothing is appended. */
+    bool parse_plain_request(Objects& out);
+
     const std::string& m_msg;
     const RpcCommandsTable& m_table;
 };

@@ -17,6 +17,9 @@
 #include "utils/unique_fd.h"
 
 namespace corvo::Logger {
+
+unsigned detail::g_changes = 1;
+
 namespace {
 
 constexpr size_t MAX_LOCATION = 28;
@@ -48,6 +51,11 @@ class NULLLogger : public LoggerInstance {
     void flush() override {}
 };
 
+/** Every statement asks anew. */
+void forget_answers() {
+    if (++detail::g_changes == 0) ++detail::g_changes;
+}
+
 /** The placeholder, and with it what the current logger is. */
 class Guard : public NULLLogger {
  public:
@@ -58,6 +66,7 @@ class Guard : public NULLLogger {
         if (m_owned) delete m_current;
         m_current = logger ? logger : this;
         m_owned = logger && owned;
+        forget_answers();
     }
 
  private:
@@ -160,15 +169,18 @@ void LoggerInstance::history(std::vector<std::string>& out, unsigned int lines) 
 
 void LoggerInstance::set_verbosity(logger_level_e level) {
     m_level = level;
+    forget_answers();
 }
 
 void LoggerInstance::set_verbosity(logger_level_e level, const std::string& comp) {
     m_comps[comp] = level;
+    forget_answers();
 }
 
 void LoggerInstance::reset_verbosity(logger_level_e level) {
     m_level = level;
     m_comps.clear();
+    forget_answers();
 }
 
 const char* LoggerInstance::get_verbosity() {

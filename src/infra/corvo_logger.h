@@ -85,25 +85,46 @@ void clear_log_file(const std::string& filename);
 namespace detail {
 /** Lets the compiler check the arguments against the format; never called. */
 [[gnu::format(printf, 1, 2)]] inline void check_format(const char*, ...) {}
+
+/** Grows whenever the answer of `pred` may have changed: another logger, another level. Never 0. */
+extern unsigned g_changes;
+
+/** One log statement's memory of what `pred` told it, so that a statement that is off costs a comparison. */
+class Statement {
+ public:
+    bool passes(logger_level_e level, const std::string& comp) {
+        if (m_asked_at != g_changes) {
+            m_passes = pred(level, comp);
+            m_asked_at = g_changes;
+        }
+        return m_passes;
+    }
+
+ private:
+    unsigned m_asked_at = 0;
+    bool m_passes = false;
+};
 }  // namespace detail
 
 }  // namespace corvo::Logger
 
 /**
  * The log statement: tests the level first and only then evaluates the arguments. `fmt` is a literal.
- * `comp` should be a named std::string, so that a disabled statement builds none.
+ * `comp` is a named std::string that never changes: the statement remembers the answer that it got for it.
  */
 #define CORVO_LOG(level, comp, ...)                                                               \
     do {                                                                                          \
         if (false) ::corvo::Logger::detail::check_format(__VA_ARGS__);                            \
-        if (::corvo::Logger::pred(::corvo::Logger::level, comp))                                  \
+        static ::corvo::Logger::detail::Statement log_statement;                                  \
+        if (log_statement.passes(::corvo::Logger::level, comp))                                   \
             ::corvo::Logger::xlog(__FILE__, __LINE__, ::corvo::Logger::level, comp, __VA_ARGS__); \
     } while (false)
 
 /** Logs a std::string alone: its percent signs are text, its first letter is capitalised as in any line. */
 #define CORVO_LOG_TEXT(level, comp, text)                                           \
     do {                                                                            \
-        if (::corvo::Logger::pred(::corvo::Logger::level, comp))                    \
+        static ::corvo::Logger::detail::Statement log_statement;                    \
+        if (log_statement.passes(::corvo::Logger::level, comp))                     \
             ::corvo::Logger::xlog(__FILE__, __LINE__, ::corvo::Logger::level, comp, \
                                   ::corvo::Logger::as_format(text));                \
     } while (false)

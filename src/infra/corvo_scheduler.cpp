@@ -112,12 +112,17 @@ void Scheduler::register_to_scheduler_event(event_e ev, std::function<void(int)>
 }
 
 int Scheduler::step() {
+    return step(/*wait_follows=*/false);
+}
+
+int Scheduler::step(bool wait_follows) {
     if (m_tasks.empty()) return m_poller.handle_pending_events(0) ? 0 : -1;
 
     const uint64_t started_ms = now();
     const auto diff = static_cast<int64_t>((*m_tasks.begin())->m_when - started_ms);
     if (diff >= 1) {
         m_poller.handle_pending_events(0);
+        if (wait_follows && !m_poller.has_expired()) return static_cast<int>(diff);
         return m_poller.handle_pending_events(0) ? 0 : static_cast<int>(diff);
     }
     run_next_task(started_ms);
@@ -152,7 +157,7 @@ void Scheduler::account(const Task& task, uint64_t started_ms) {
 int Scheduler::run() {
     try {
         while (m_stop_cause == CAUSE_RUNNING) {
-            const int wait_ms = step();
+            const int wait_ms = step(/*wait_follows=*/true);
             if (wait_ms != 0) m_poller.wait(wait_ms > 0 ? wait_ms : IDLE_WAIT_MS);
         }
     } catch (const std::runtime_error&) {

@@ -93,6 +93,8 @@ class Scheduler {
     using task_queue = std::multiset<std::shared_ptr<Task>, TaskCompare>;
 
     task_queue::const_iterator find(const Task* task) const;
+    /** `step`; its second look at the descriptors is left out where a wait follows, which is one itself. */
+    int step(bool wait_follows);
     void run_next_task(uint64_t started_ms);
     /** Keeps the statistics of a run that ends now and reports it if it took too long. */
     void account(const Task& task, uint64_t started_ms);

@@ -1,6 +1,7 @@
 #include "utils/base64.h"
 
 #include <cstddef>
+#include <cstring>
 
 extern constexpr char basis_64[65] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
@@ -26,6 +27,19 @@ unsigned value_of(char c) {
     return pr2six[static_cast<unsigned char>(c)];
 }
 
+/** The two characters of every 12 bits: an encoder that looks up half as often is twice as fast. */
+struct Pairs {
+    char of[4096][2];
+    constexpr Pairs() : of{} {
+        for (unsigned i = 0; i < 4096; ++i) {
+            of[i][0] = basis_64[i >> 6];
+            of[i][1] = basis_64[i & 0x3F];
+        }
+    }
+};
+
+constexpr Pairs PAIRS;
+
 size_t encoded_size(size_t len) {
     return (len + 2) / 3 * 4;
 }
@@ -45,11 +59,9 @@ size_t decoded_size(size_t chars) {
 
 void encode(char* out, const char* text, size_t len) {
     const auto* in = reinterpret_cast<const unsigned char*>(text);
-    for (; len >= 3; len -= 3, in += 3) {
-        *out++ = basis_64[in[0] >> 2];
-        *out++ = basis_64[(in[0] & 0x03) << 4 | in[1] >> 4];
-        *out++ = basis_64[(in[1] & 0x0F) << 2 | in[2] >> 6];
-        *out++ = basis_64[in[2] & 0x3F];
+    for (; len >= 3; len -= 3, in += 3, out += 4) {
+        std::memcpy(out, PAIRS.of[in[0] << 4 | in[1] >> 4], 2);
+        std::memcpy(out + 2, PAIRS.of[(in[1] & 0x0F) << 8 | in[2]], 2);
     }
     if (len == 0) return;
     const unsigned second = len == 2 ? in[1] : 0;

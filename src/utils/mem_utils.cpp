@@ -1,5 +1,6 @@
 #include "utils/mem_utils.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <limits>
 #include <sstream>
 
+#include "utils/unique_fd.h"
 #include "utils/unique_file.h"
 
 namespace corvo {
@@ -39,11 +41,20 @@ bool parse_map(const std::string& line, MemUtils::MemMap& map) {
 
 }  // namespace
 
+MemUtils::ProcessMem MemUtils::get_process_mem() {
+    // Without a stream: this is asked for in every answer about the state.
+    UniqueFd file(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
+    char line[STATM_LINE_LIMIT] = "";
+    if (!file || read(file.get(), line, sizeof line - 1) <= 0) return {};
+    static const long long page_size = sysconf(_SC_PAGESIZE);
+    char* rest = nullptr;
+    const long long virt = std::strtoll(line, &rest, 10);
+    return {virt * page_size, std::strtoll(rest, nullptr, 10) * page_size};
+}
+
 long long MemUtils::get_process_mem_value(MemoryValue which) {
-    UniqueFile file(std::fopen("/proc/self/statm", "re"));
-    std::array<char, STATM_LINE_LIMIT> line{};
-    if (!file || !std::fgets(line.data(), line.size(), file.get())) return -1;
-    return get_word_with_index_from_line(line.data(), which) * sysconf(_SC_PAGESIZE);
+    const ProcessMem mem = get_process_mem();
+    return which == VIRTUAL_MEMORY ? mem.virt : mem.resident;
 }
 
 long long MemUtils::get_memory_value(const char* key) {

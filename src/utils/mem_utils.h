@@ -21,6 +21,13 @@ class MemUtils {
         int inode;      ///< 0 for anonymous memory
     };
 
+    struct ProcessMem {
+        long long virt = -1;      ///< bytes, -1: not known
+        long long resident = -1;  ///< likewise
+    };
+
+    /** Both values of one moment. */
+    static ProcessMem get_process_mem();
     /** Bytes, or -1. */
     static long long get_process_mem_value(MemoryValue which);
     /** The number on the line of /proc/self/status that starts with `key`, in the line's unit, or -1. */

@@ -17,17 +17,18 @@ namespace corvo {
 
 namespace {
 
+using Key = Json::StaticString;  // names that needn't be copied
 using server::Engine;
 using server::Server;
 
 constexpr int MIB_SHIFT = 20;
 
 /** The current size and the largest that was ever seen here, in MiB. */
-void fill_size(Json::Value& out, MemUtils::MemoryValue which, uint32_t& max) {
-    const auto current = static_cast<uint32_t>(MemUtils::get_process_mem_value(which) >> MIB_SHIFT);
+void fill_size(Json::Value& out, long long bytes, uint32_t& max) {
+    const auto current = static_cast<uint32_t>(bytes >> MIB_SHIFT);
     max = std::max(max, current);
-    out["current"] = current;
-    out["max"] = max;
+    out[Key("current")] = current;
+    out[Key("max")] = max;
 }
 
 }  // namespace
@@ -35,44 +36,49 @@ void fill_size(Json::Value& out, MemUtils::MemoryValue which, uint32_t& max) {
 uint32_t RpcCmdStatus::_run(const std::string&, const Json::Value&, Json::Value& res) {
     Engine& engine = *Server::g_ptr->engine();
     Json::Value& result = res["result"];
-    result["mode"] = engine.get_mode_int();
-    result["uptime"] = static_cast<Json::UInt>(Server::g_ptr->get_uptime());
-    result["state"] = eng_state_to_str(engine.state());
-    result["logfile"] = Logger::get_log_filename();
+    result[Key("mode")] = engine.get_mode_int();
+    result[Key("uptime")] = static_cast<Json::UInt>(Server::g_ptr->get_uptime());
+    result[Key("state")] = eng_state_to_str(engine.state());
+    result[Key("logfile")] = Logger::get_log_filename();
     guarded(res, [&] {
         fill_proc_info(result);
         fill_plat_info(result);
         fill_ifs_info(result);
         fill_dp_info(result);
-        fill_memory_info(result["mem"]);
+        fill_memory_info(result[Key("mem")]);
         fill_engine_info(result);
     });
     return CMD_OK;
 }
 
 void RpcCmdStatus::fill_proc_info(Json::Value& out) {
-    out["pid"] = static_cast<Json::Int>(getpid());
+    out[Key("pid")] = static_cast<Json::Int>(getpid());
 }
 
 void RpcCmdStatus::fill_plat_info(Json::Value& out) {
-    utsname names = {};
-    uname(&names);
-    out["arch"] = CpuUtils::Arch();
-    out["kernel"] = names.release;
+    // Neither changes while the system runs.
+    static const std::string arch = CpuUtils::Arch();
+    static const std::string release = [] {
+        utsname names = {};
+        uname(&names);
+        return std::string(names.release);
+    }();
+    out[Key("arch")] = arch;
+    out[Key("kernel")] = release;
 }
 
 void RpcCmdStatus::fill_ifs_info(Json::Value& out) {
     Engine& engine = *Server::g_ptr->engine();
     std::vector<std::string> interfaces;
     if (engine.state() >= Engine::STATE_ACTIVE) engine.get_interfaces(interfaces);
-    out["attached"] = to_json_array(interfaces);
+    out[Key("attached")] = to_json_array(interfaces);
 }
 
 void RpcCmdStatus::fill_dp_info(Json::Value& out) {
     Engine& engine = *Server::g_ptr->engine();
     std::vector<std::string> dps;
     if (engine.state() >= Engine::STATE_ACTIVE) engine.get_dps(dps);
-    out["dps"] = to_json_array(dps);
+    out[Key("dps")] = to_json_array(dps);
 }
 
 void RpcCmdStatus::fill_memory_info(Json::Value& out) {
@@ -82,16 +88,18 @@ void RpcCmdStatus::fill_memory_info(Json::Value& out) {
 
     struct sysinfo machine = {};
     sysinfo(&machine);
-    out["total_mem"] = static_cast<Json::UInt64>(machine.totalram >> MIB_SHIFT);
-    out["free_mem"] = static_cast<Json::UInt64>(machine.freeram >> MIB_SHIFT);
-    fill_size(out["process"]["virt_mem"], MemUtils::VIRTUAL_MEMORY, max_virt_mib);
-    fill_size(out["process"]["phy_mem"], MemUtils::RESIDENT_MEMORY, max_phy_mib);
+    out[Key("total_mem")] = static_cast<Json::UInt64>(machine.totalram >> MIB_SHIFT);
+    out[Key("free_mem")] = static_cast<Json::UInt64>(machine.freeram >> MIB_SHIFT);
+    const MemUtils::ProcessMem mem = MemUtils::get_process_mem();
+    Json::Value& process = out[Key("process")];
+    fill_size(process[Key("virt_mem")], mem.virt, max_virt_mib);
+    fill_size(process[Key("phy_mem")], mem.resident, max_phy_mib);
 }
 
 void RpcCmdStatus::fill_engine_info(Json::Value& out) {
     Engine& engine = *Server::g_ptr->engine();
-    out["state"] = eng_state_to_str(engine.state());
-    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_version(out["version"]);
+    out[Key("state")] = eng_state_to_str(engine.state());
+    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_version(out[Key("version")]);
     // Asked anew: the list that belongs to this version and state.
     fill_dp_info(out);
 }
