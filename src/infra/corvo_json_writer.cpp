@@ -16,6 +16,7 @@ namespace corvo::json {
 
 namespace {
 
+constexpr size_t USUAL_SIZE = 500;  ///< bytes that most results have room in
 constexpr char NOT_PLAIN = '?';  ///< the library's own writer has to decide
 
 /** 0: stands for itself; NOT_PLAIN; else the letter behind the backslash. */
@@ -170,6 +171,7 @@ std::string write(const Json::Value& value) {
 
 std::string write_line(const Json::Value& value) {
     std::string text;
+    text.reserve(USUAL_SIZE);
     append(text, value);
     text += '\n';
     return text;
