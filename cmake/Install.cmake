@@ -44,7 +44,4 @@ if(BRUMECPD_SANITIZER STREQUAL "none")
     include(cmake/Completions.cmake)
 endif()
 
-include(cmake/InstallDev.cmake OPTIONAL RESULT_VARIABLE has_dev)
-if(NOT has_dev)
-    install(DIRECTORY include/brumecpd DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
-endif()
+include(cmake/InstallDev.cmake)

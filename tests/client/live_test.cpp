@@ -214,7 +214,9 @@ TEST(TopView, EverySizeIsKeptWhateverTheSampleHolds) {
             EXPECT_EQ(lines.size(), height);
             for (const std::string& line : lines) {
                 EXPECT_EQ(line.find("\x1b[2J"), std::string::npos);
-                if (!terminal.interactive()) EXPECT_LE(columns(line), width) << line;
+                if (!terminal.interactive()) {
+                    EXPECT_LE(columns(line), width) << line;
+                }
             }
         }
 }
