@@ -17,7 +17,7 @@ namespace corvo::json {
 namespace {
 
 constexpr size_t USUAL_SIZE = 500;  ///< bytes that most results have room in
-constexpr char NOT_PLAIN = '?';  ///< the library's own writer has to decide
+constexpr char NOT_PLAIN = '?';     ///< the library's own writer has to decide
 
 /** 0: stands for itself; NOT_PLAIN; else the letter behind the backslash. */
 constexpr char escape_of(char c) {

@@ -15,7 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (corvo::json::PlainReader(text.data(), text.data() + text.size()).read(ours)) {
         Json::Value theirs;
         assert(Json::Reader().parse(text, theirs, /*collectComments=*/false) && ours == theirs);
-        assert(ours.getOffsetStart() == theirs.getOffsetStart() && ours.getOffsetLimit() == theirs.getOffsetLimit());
+        assert(ours.getOffsetStart() == theirs.getOffsetStart() &&
+               ours.getOffsetLimit() == theirs.getOffsetLimit());
     } else if (!corvo::json::parse(text, ours)) {
         return 0;
     }
