@@ -139,7 +139,7 @@ class Run {
             if (m_results.size() > 1) m_context.complain(last);
         }
         if (faulty == 0) return;
-        fflush(m_context.out().stream());
+        m_context.out().flush();
         if (m_results.size() == 1) throw Failure(last);
         throw Failure(std::to_string(faulty) + " of " + std::to_string(m_results.size()) +
                       " files not classified, or not to the end");

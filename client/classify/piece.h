@@ -28,10 +28,11 @@ struct PieceFrame {
 class Piece {
  public:
     /**
-     * The daemon does nothing else meanwhile, and its answer has to fit into one datagram of 8 MiB. A
-     * packet takes some 450 bytes there before packing, so that this leaves a wide margin.
+     * The daemon does nothing else meanwhile, and on a slow or busy machine has to be done before the
+     * client's time is over. Its answer has to fit into one datagram of 8 MiB; a packet takes some 450 bytes
+     * there, before packing.
      */
-    static constexpr size_t MAX_FRAMES = 5000;
+    static constexpr size_t MAX_FRAMES = 2000;
     static constexpr uint64_t MAX_BYTES = 64UL * 1024 * 1024;
 
     /** `with_copy`: the frames are also written to a temporary capture that the daemon reads. */

@@ -27,7 +27,8 @@ void Progress::show(const std::string& what, double share) {
 
 void Progress::clear() {
     if (!m_is_shown) return;
-    m_terminal.print("\r\x1b[K");
+    // Not by print, which may throw: this runs while an exception is on its way.
+    fputs("\r\x1b[K", m_terminal.stream());
     fflush(m_terminal.stream());
     m_is_shown = false;
 }

@@ -47,7 +47,7 @@ class Classify : public ::testing::Test {
     }
 
     pid_t start(std::vector<std::string> args) const {
-        args.insert(args.begin(), {"brumectl", "-s", m_daemon.socket_path()});
+        args.insert(args.begin(), {"brumectl", "--timeout", "60", "-s", m_daemon.socket_path()});
         const pid_t pid = fork();
         if (pid != 0) return pid;
         setenv("TMPDIR", m_temp.c_str(), 1);
