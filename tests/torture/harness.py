@@ -1,0 +1,239 @@
+"""What every case of scripts/torture stands on: a daemon of its own in a folder of its own, clients of both transports,
+and the checks that must hold afterwards, whatever was done to it."""
+import contextlib
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("TORTURE_BUILD", ROOT / "build"))
+LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) +- \[.{6}\]\[(ERROR|WARN |INFO |DEBUG)\] +- .*$")
+
+CASES = []
+
+
+class Broken(AssertionError):
+    """Something that must hold doesn't."""
+
+
+def case(name, *, short=True):
+    """Registers a function that tries one thing. It gets a `Trial` and returns what was seen, in a few words.
+
+    short: also part of the short form that runs before a change lands.
+    """
+    def register(function):
+        CASES.append((name, short, function))
+        return function
+    return register
+
+
+def hold(condition, text):
+    if not condition:
+        raise Broken(text)
+
+
+def eventually(done, seconds=10, step=0.02):
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        if done():
+            return True
+        time.sleep(step)
+    return done()
+
+
+def request(method, params=None, id=1, **more):
+    message = {"jsonrpc": "2.0", "id": id, "method": method, **more}
+    if params is not None:
+        message["params"] = params
+    return json.dumps(message).encode()
+
+
+def children(pid):
+    """Descendants of a process, from /proc; zombies too."""
+    parents = {}
+    for p in os.listdir("/proc"):
+        if p.isdigit():
+            with contextlib.suppress(OSError):
+                parents[int(p)] = int(pathlib.Path(f"/proc/{p}/stat").read_text().rpartition(")")[2].split()[1])
+    found = [pid]
+    for p in found:
+        found += [c for c, parent in parents.items() if parent == p]
+    return found[1:]
+
+
+def state_of(pid):
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0]
+    except OSError:
+        return None
+
+
+def descriptors(pid):
+    return len(os.listdir(f"/proc/{pid}/fd"))
+
+
+def anonymous_kib(pid):
+    text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+    return int(re.search(r"^Anonymous: +(\d+)", text, re.M)[1])
+
+
+class Daemon:
+    """The real daemon: in `folder`/bin, its log `folder`/log, its Unix socket `folder`/s unless tcp is a port."""
+
+    def __init__(self, folder, *args, tcp=0, engine=None, env=None, watchdog=True, preload=None, setup=None, bin_dir=None):
+        self.folder = pathlib.Path(folder)
+        self.cwd = pathlib.Path(bin_dir) if bin_dir else self.folder / "bin"
+        self.cwd.mkdir(exist_ok=True)
+        self.log = self.folder / "log"
+        self.tcp = tcp
+        self.path = str(self.folder / "s")
+        if engine and not (self.folder / "lib").exists():
+            (self.folder / "lib").symlink_to(engine)
+        command = [str(BUILD / "bin/brumecpd"), "-m", "us", "-s", f"127.0.0.1:{tcp}" if tcp else self.path,
+                   "-l", str(self.log), *([] if watchdog else ["--wd_disable"]), *args]
+        environment = {**os.environ, **(env or {})}
+        if preload:
+            environment["LD_PRELOAD"] = str(preload)
+        self.out = open(self.folder / "out", "ab")
+        self.process = subprocess.Popen(command, cwd=self.cwd, env=environment, stdin=subprocess.DEVNULL,
+                                        stdout=self.out, stderr=self.out, preexec_fn=setup, start_new_session=True)
+        self.pid = self.process.pid
+
+    # --- asking
+    def ask(self, message, seconds=10):
+        """The reply's bytes, or None where none comes in time or nobody listens."""
+        with contextlib.suppress(OSError):
+            return self._ask(message, seconds)
+        return None
+
+    def _ask(self, message, seconds):
+        if self.tcp:
+            with socket.create_connection(("127.0.0.1", self.tcp), timeout=seconds) as s:
+                s.sendall(message + b"\n")
+                reply = b""
+                while piece := s.recv(1 << 20):
+                    reply += piece
+                return reply
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as s:
+            s.bind("")
+            s.settimeout(seconds)
+            s.connect(self.path)
+            s.send(message)
+            return s.recv(16 << 20)
+
+    def call(self, method, params=None, seconds=10):
+        """The whole reply as a value, or None."""
+        reply = self.ask(request(method, params), seconds)
+        return None if reply is None else json.loads(reply)
+
+    def alive(self, seconds=10):
+        """`ping` is answered before the time is over."""
+        def pinged():
+            reply = self.call("ping", seconds=0.5)
+            return bool(reply and "result" in reply)
+        return eventually(pinged, seconds)
+
+    # --- processes
+    def running(self):
+        return self.process.poll() is None
+
+    def child(self):
+        """The supervised process; the only one with the watchdog off."""
+        below = [p for p in children(self.pid) if state_of(p) not in ("Z", None)]
+        return below[0] if below else self.pid
+
+    def signal(self, signum, pid=None):
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(pid or self.pid, signum)
+
+    def end(self, seconds=20):
+        """Stops it if it still runs; the wait status as subprocess has it, or None if it had to be killed."""
+        self.signal(signal.SIGTERM)
+        try:
+            return self.process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            return None
+        finally:
+            self.out.close()
+
+    def kill(self):
+        below = children(self.pid)
+        for p in [self.pid, *below]:
+            self.signal(signal.SIGKILL, p)
+        self.process.wait()
+
+    # --- what must hold afterwards
+    def check_log(self):
+        """Every line is one of ours: nothing from outside has broken one."""
+        if self.log.is_file():
+            for line in self.log.read_bytes().split(b"\n")[:-1]:
+                hold(LINE.match(line), f"a malformed log line: {line[:120]!r}")
+
+    def check_evidence(self):
+        """Complete or absent: no half-written file, no temporary name."""
+        folder = self.cwd / "cvevents"
+        for path in folder.rglob("*") if folder.is_dir() else []:
+            hold(not path.is_file() or path.stat().st_size > 0, f"empty evidence {path.name}")
+
+    def check_zombies(self):
+        zombies = [p for p in children(self.pid) if state_of(p) == "Z"]
+        hold(eventually(lambda: not [p for p in children(self.pid) if state_of(p) == "Z"], 3), f"zombies {zombies}")
+
+
+class Trial:
+    """One case's run: its folder, its daemons, its end."""
+
+    def __init__(self, short):
+        self.short = short
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="torture-"))
+        self.daemons = []
+        self.made = 0
+
+    def daemon(self, *args, ready=True, **more):
+        self.made += 1
+        folder = self.folder / str(self.made)
+        folder.mkdir()
+        daemon = Daemon(folder, *args, **more)
+        self.daemons.append(daemon)
+        if ready:
+            hold(daemon.alive(20), f"no answer after the start: {self.tail(daemon)}")
+        return daemon
+
+    @staticmethod
+    def tail(daemon):
+        return (daemon.folder / "out").read_bytes()[-300:].decode(errors="replace").replace("\n", " | ")
+
+    @staticmethod
+    def free_port():
+        with socket.socket() as s:
+            s.bind(("127.0.0.1", 0))
+            return s.getsockname()[1]
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        try:
+            for daemon in self.daemons:
+                if kind is None:
+                    daemon.check_zombies()
+                below = children(daemon.pid)
+                daemon.end()
+                if kind is None:
+                    hold(eventually(lambda: all(state_of(p) is None for p in below), 5), "processes stayed behind")
+                    daemon.check_log()
+                    daemon.check_evidence()
+        finally:
+            for daemon in self.daemons:
+                if daemon.running():
+                    daemon.kill()
+            subprocess.run(["chattr", "-R", "-a", str(self.folder)], stderr=subprocess.DEVNULL, check=False)
+            shutil.rmtree(self.folder, ignore_errors=True)
