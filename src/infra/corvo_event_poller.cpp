@@ -125,13 +125,13 @@ void EventPoller::clear() {
 }
 
 bool EventPoller::wait(int timeout_ms) {
-    if (m_active.empty()) {
+    // What is found is kept for the next call that serves: one system call does for both. Where the poller is
+    // broken, as by an engine that closed its descriptor, the loop must not spin on it.
+    if (m_active.empty() || (m_expired.empty() && !OSPoll(timeout_ms))) {
         const timespec pause = to_timespec(static_cast<unsigned int>(std::max(timeout_ms, 0)));
         cv_nanosleep(&pause, nullptr);
         return false;
     }
-    // What is found is kept for the next call that serves: one system call does for both.
-    if (m_expired.empty()) OSPoll(timeout_ms);
     return !m_expired.empty();
 }
 
@@ -157,7 +157,7 @@ void EventPoller::remove_expired(int fd) {
     std::erase_if(m_expired, [fd](const ExpiredEvent& entry) { return entry.first == fd; });
 }
 
-void EventPoller::OSPoll(int timeout_ms) {
+bool EventPoller::OSPoll(int timeout_ms) {
     epoll_event ready[MAX_BATCH];
     const int count = cv_epoll_wait(m_epoll_fd, ready, MAX_BATCH, timeout_ms);
     if (count < 0) {
@@ -166,12 +166,13 @@ void EventPoller::OSPoll(int timeout_ms) {
             CORVO_LOG(DEBUG, COMP, "failed to get events from poller [%s]", std::strerror(err));
         else
             CORVO_LOG(ERROR, COMP, "failed to get events from poller [%s]", std::strerror(err));
-        return;
+        return err == EINTR;
     }
     for (int i = 0; i < count; ++i) {
         const int data = ready[i].data.fd;
         expire({std::abs(data), data > 0 ? EVENT_EXPIRE_READY : EVENT_EXPIRE_TIMEOUT});
     }
+    return true;
 }
 
 uint32_t EventPoller::conv_state_to_flags(EventState state) {

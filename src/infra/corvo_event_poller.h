@@ -68,8 +68,8 @@ class EventPoller {
     bool has_expired() const { return !m_expired.empty(); }
     /** Drops every unserved entry of this descriptor. */
     void remove_expired(int fd);
-    /** One epoll_wait of up to 20 events. */
-    void OSPoll(int timeout_ms);
+    /** One epoll_wait of up to 20 events. False: the poller is broken; a signal is no failure. */
+    bool OSPoll(int timeout_ms);
 
     /** The epoll flags of a state. */
     static uint32_t conv_state_to_flags(EventState state);

@@ -1,6 +1,8 @@
 #include "infra/corvo_event_poller.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -31,6 +33,20 @@ TEST_F(PollerTest, WithoutEventsServesNothingAndSleepsTheWholeWait) {
     EXPECT_FALSE(poller.handle_pending_events(1000));
     const uint64_t start_ms = monotonic_ms();
     EXPECT_FALSE(poller.wait(10));
+    EXPECT_GE(monotonic_ms() - start_ms, 9u);
+}
+
+TEST_F(PollerTest, ABrokenPollerSleepsTheWaitInsteadOfSpinning) {
+    const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int lowest = dup(null);
+    close(lowest);
+    poller.init();  // takes that number
+    auto ev = add(EVENT_STATE_READ, 0);
+    ev->raise();
+    dup2(null, lowest);
+    close(null);
+    const uint64_t start_ms = monotonic_ms();
+    EXPECT_FALSE(poller.wait(10)) << "it isn't broken";
     EXPECT_GE(monotonic_ms() - start_ms, 9u);
 }
 
