@@ -162,7 +162,7 @@ def killed_parent(trial):
     child = daemon.child()
     daemon.process.kill()
     daemon.process.wait(5)
-    hold(eventually(lambda: b"parent PID has changed" in daemon.log.read_bytes()), "no word of it")
+    hold(eventually(lambda: b"Parent PID has changed" in daemon.log.read_bytes()), "no word of it")
     daemon.signal(signal.SIGUSR2, child)  # prints its stack, to a pipe that nobody reads
     hold(daemon.alive(), "the child doesn't answer any more")
     daemon.signal(signal.SIGTERM, child)
