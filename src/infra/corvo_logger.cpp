@@ -1,10 +1,12 @@
 #include "infra/corvo_logger.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cassert>
 #include <cctype>
 #include <cstring>
@@ -80,13 +82,42 @@ Guard& guard() {
     return *g_logger;
 }
 
+/** Non-blocking: a pipe that nobody reads costs lines, not the daemon. Nothing changes for a file. */
+UniqueFd open_for_writing(const std::string& filename, int how) {
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK;
+    return UniqueFd(lift_fd(open(filename.c_str(), FLAGS | how, 0666)));
+}
+
 /** Opens for appending, out of the reach of whoever closes or prints to the standard descriptors. */
 FILE* open_log_file(const std::string& filename) {
-    UniqueFd fd(lift_fd(open(filename.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666)));
+    UniqueFd fd = open_for_writing(filename, O_APPEND);
     if (!fd) return nullptr;
     FILE* file = fdopen(fd.get(), "a");
     if (file) fd.release();
     return file;
+}
+
+bool is_regular_file(const std::string& filename) {
+    struct stat info {};
+    return stat(filename.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+/** A full disk takes a part of a line. Left there, it would be the beginning of the next one. */
+void drop_cut_line(FILE* file) {
+    std::clearerr(file);
+    struct stat info {};
+    if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) return;
+    // The descriptor, not the name: that may be another file's by now.
+    const std::string self = "/proc/self/fd/" + std::to_string(fileno(file));
+    const UniqueFd reader(open(self.c_str(), O_RDONLY | O_CLOEXEC));
+    char tail[MAX_LINE];
+    const off_t from = std::max<off_t>(info.st_size - static_cast<off_t>(sizeof tail), 0);
+    const ssize_t got = pread(reader.get(), tail, sizeof tail, from);
+    if (got <= 0) return;
+    const auto* end = static_cast<const char*>(memrchr(tail, '\n', static_cast<size_t>(got)));
+    if (!end && from > 0) return;
+    const off_t kept = end ? from + (end + 1 - tail) : 0;
+    if (kept < info.st_size && ftruncate(fileno(file), kept) != 0) return;
 }
 
 std::string location(const char* file, int line) {
@@ -142,6 +173,7 @@ void LoggerInstance::log(const char* file, int line, const std::string& comp, co
         std::vfprintf(m_file, text.c_str(), file_args);
         std::fputc('\n', m_file);
         std::fflush(m_file);
+        if (std::ferror(m_file)) drop_cut_line(m_file);
     }
     va_end(file_args);
 }
@@ -149,6 +181,8 @@ void LoggerInstance::log(const char* file, int line, const std::string& comp, co
 void LoggerInstance::history(std::vector<std::string>& out, unsigned int lines) {
     if (lines == 0 || !m_file) return;
     std::fflush(m_file);
+    // A pipe would be waited for: we hold its other end ourselves.
+    if (!is_regular_file(m_filename)) return;
     std::ifstream in(m_filename);
     if (!in) return;
 
@@ -264,7 +298,7 @@ std::string get_log_filename() {
 }
 
 void clear_log_file(const std::string& filename) {
-    if (FILE* file = std::fopen(filename.c_str(), "w")) std::fclose(file);
+    static_cast<void>(open_for_writing(filename, O_TRUNC));
 }
 
 }  // namespace corvo::Logger

@@ -1,15 +1,20 @@
 #include "infra/corvo_logger.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
+#include <csignal>
 #include <filesystem>
 
 #include "support/capture_logger.h"
 #include "support/daemon.h"
 #include "support/temp_dir.h"
+#include "utils/unique_fd.h"
 
 namespace corvo::Logger {
 namespace {
@@ -133,6 +138,40 @@ TEST(Logger, TheLogFileIsAppendedToAndClearedOnDemand) {
     EXPECT_THAT(test::read_file(file), MatchesRegex("old\n.* - First\n.* - Second\n"));
     clear_log_file(file);
     EXPECT_TRUE(std::filesystem::is_empty(file));
+}
+
+TEST(Logger, ALineThatTheDiskHasNoRoomForIsLeftOutAsAWhole) {
+    test::TempDir dir;
+    const std::string file = dir.write("log", "kept\n");
+    CaptureLogger log(INFO, file);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit full{20, before.rlim_max};
+    const auto on_limit = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &full);
+    CORVO_LOG(INFO, COMP, "cut in its middle");
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, on_limit);
+    EXPECT_EQ("kept\n", test::read_file(file));
+    CORVO_LOG(INFO, COMP, "next");
+    EXPECT_EQ("kept\n" + log.lines().back() + "\n", test::read_file(file));
+}
+
+TEST(Logger, APipeThatNobodyReadsCostsLinesAndNoWait) {
+    test::TempDir dir;
+    const std::string pipe = dir.file("pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    clear_log_file(pipe);
+    EXPECT_EQ("", CaptureLogger(INFO, pipe).get_log_filename());
+
+    const UniqueFd stalled(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    CaptureLogger log(INFO, pipe);
+    EXPECT_EQ(pipe, log.get_log_filename());
+    for (int i = 0; i < 2000; ++i)  // more than a pipe holds
+        CORVO_LOG(INFO, COMP, "line %d", i);
+    std::vector<std::string> out;
+    log.history(out, 1);
+    EXPECT_THAT(out, IsEmpty());
 }
 
 }  // namespace
