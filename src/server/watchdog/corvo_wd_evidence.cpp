@@ -11,6 +11,7 @@
 
 #include "infra/corvo_logger.h"
 #include "server/corvo_server_config.h"
+#include "server/watchdog/corvo_sig_text.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 
@@ -39,14 +40,13 @@ void move_if_there(const std::string& src, const std::string& dst) {
     CORVO_LOG(ERROR, COMP, "Failed to move '%s' -> '%s' [%s]", src.c_str(), dst.c_str(), strerror(errno));
 }
 
-bool write_fully(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        const ssize_t put = write(fd, data, size);
-        if (put < 0) return false;
-        data += put;
-        size -= static_cast<size_t>(put);
-    }
-    return true;
+/** A heartbeat or a stop may interrupt it where files are slow; the copy must not end there. */
+ssize_t read_some(int fd, char* buffer, size_t size) {
+    ssize_t got = 0;
+    do {
+        got = read(fd, buffer, size);
+    } while (got < 0 && errno == EINTR);
+    return got;
 }
 
 /** A device or pipe might block, or never end. errno says why not. */
@@ -67,9 +67,9 @@ CopyResult copy_content(int from, int to) {
     char buffer[1023];
     bool any = false;
     ssize_t got = 0;
-    while ((got = read(from, buffer, sizeof buffer)) > 0) {
+    while ((got = read_some(from, buffer, sizeof buffer)) > 0) {
         any = true;
-        if (!write_fully(to, buffer, static_cast<size_t>(got))) return CopyResult::WRITE_FAILED;
+        if (!write_all(to, buffer, static_cast<size_t>(got))) return CopyResult::WRITE_FAILED;
     }
     return any ? CopyResult::DONE : CopyResult::NOTHING_READ;
 }

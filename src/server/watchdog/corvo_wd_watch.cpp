@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -45,6 +46,12 @@ void set_heartbeat_action(void (*handler)(int)) {
     sigaction(SIGUSR2, &action, nullptr);
 }
 
+/** An interrupted call has told nothing: taken for an end, the server would go on with nobody watching it. */
+bool has_ended(pid_t pid, int& status) {
+    const pid_t ended = waitpid(pid, &status, WNOHANG);
+    return ended != 0 && (ended > 0 || errno != EINTR);
+}
+
 /** The signal that stopped this process goes on to the child. */
 void pass_stop_to_child() {
     if (g_child_pid == 0) return;
@@ -60,7 +67,7 @@ int WDReal::do_watchdog(pid_t pid) {
     const uint32_t wait_ms = std::max(m_stderr_wait_ms, 1U);
     int status = 0;
     while (g_stop_cause == STOP_NONE) {
-        if (waitpid(pid, &status, WNOHANG) != 0) break;
+        if (has_ended(pid, status)) break;
         m_stderr.read_stderr_from_child(wait_ms);
         check_ping(pid);
     }
@@ -127,7 +134,7 @@ int WDReal::handle_stop_action(pid_t pid) {
     const uint64_t deadline = monotonic_ms() + STOP_WAIT_MS;
     int status = 0;
     bool ended = false;
-    while (!(ended = waitpid(pid, &status, WNOHANG) != 0) && monotonic_ms() < deadline) {
+    while (!(ended = has_ended(pid, status)) && monotonic_ms() < deadline) {
         // A child that prints while it stops must not hang on a full pipe.
         m_stderr.read_stderr_from_child(0);
         usleep(PAUSE_US);
