@@ -15,6 +15,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("TORTURE_BUILD", ROOT / "build"))
 LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) +- \[.{6}\]\[(ERROR|WARN |INFO |DEBUG)\] +- .*$")
+# Messages of many lines: what the server printed to stderr, and at debug level what clients said.
+LONG = re.compile(rb"\((corvo_wd_stderr|corvo_rpc_worker)\.cpp:")
 
 CASES = []
 
@@ -87,11 +89,12 @@ def anonymous_kib(pid):
 class Daemon:
     """The real daemon: in `folder`/bin, its log `folder`/log, its Unix socket `folder`/s unless tcp is a port."""
 
-    def __init__(self, folder, *args, tcp=0, engine=None, env=None, watchdog=True, preload=None, setup=None, bin_dir=None):
+    def __init__(self, folder, *args, tcp=0, engine=None, env=None, watchdog=True, preload=None, setup=None, bin_dir=None,
+                 log=None):
         self.folder = pathlib.Path(folder)
         self.cwd = pathlib.Path(bin_dir) if bin_dir else self.folder / "bin"
         self.cwd.mkdir(exist_ok=True)
-        self.log = self.folder / "log"
+        self.log = pathlib.Path(log or self.folder / "log")
         self.tcp = tcp
         self.path = str(self.folder / "s")
         if engine and not (self.folder / "lib").exists():
@@ -150,6 +153,8 @@ class Daemon:
         return below[0] if below else self.pid
 
     def signal(self, signum, pid=None):
+        if pid is None and not self.running():
+            return  # its number may be another's by now
         with contextlib.suppress(ProcessLookupError):
             os.kill(pid or self.pid, signum)
 
@@ -172,10 +177,15 @@ class Daemon:
 
     # --- what must hold afterwards
     def check_log(self):
-        """Every line is one of ours: nothing from outside has broken one."""
-        if self.log.is_file():
-            for line in self.log.read_bytes().split(b"\n")[:-1]:
-                hold(LINE.match(line), f"a malformed log line: {line[:120]!r}")
+        """Every line is one of ours, or goes on with a message of many lines: nothing from outside has broken one."""
+        if not self.log.is_file():
+            return
+        last = b""
+        for line in self.log.read_bytes().split(b"\n")[:-1]:
+            if LINE.match(line):
+                last = line
+            else:
+                hold(LONG.search(last), f"a malformed log line: {line[:120]!r}")
 
     def check_evidence(self):
         """Complete or absent: no half-written file, no temporary name."""
