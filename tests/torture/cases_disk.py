@@ -185,7 +185,7 @@ def damaged(trial, part, damage):
 
 for part in ("log folder", "cvevents"):
     for text, damage in DAMAGES.items():
-        case(f"{part} {text}: at the start, while it runs, put right", short=part == "cvevents")(
+        case(f"{part} {text}: at the start, while it runs, put right", short=part == "cvevents" and damage is put_dead_link)(
             lambda trial, part=part, damage=damage: damaged(trial, part, damage))
 
 
