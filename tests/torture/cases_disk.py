@@ -71,7 +71,8 @@ def evidence(daemon):
     found = sorted((daemon.log.parent / "cvevents").glob("2*"))
     for folder in found:
         report = folder / "cvdump.json"
-        hold(not report.is_file() or json.loads(report.read_text(), strict=False)["signal"], f"no signal in {report}")
+        if report.is_file():
+            json.loads(report.read_text(), strict=False)  # of a signal or of a hog
         log = folder / daemon.log.name
         hold(not log.is_file() or log.read_bytes().endswith(b"\n"), "a log that is cut")
     return found
