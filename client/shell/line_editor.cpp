@@ -49,7 +49,8 @@ LineEditor::LineEditor(std::string prompt_text, std::string history_path, comple
     el_set(m_editor, EL_EDITOR, "emacs");
     el_set(m_editor, EL_SIGNAL, 0);
     el_set(m_editor, EL_GETCFN, read_char);
-    el_set(m_editor, EL_ADDFN, "brumectl-complete", "Completes a word", complete);
+    // The wide form: the narrow one makes copies that nobody frees.
+    el_wset(m_editor, EL_ADDFN, L"brumectl-complete", L"Completes a word", complete);
     el_set(m_editor, EL_BIND, "^I", "brumectl-complete", nullptr);
     el_set(m_editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
 }

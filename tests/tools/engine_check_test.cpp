@@ -80,7 +80,9 @@ TEST(EngineCheck, OutlivesAnEngineThatDiesOrHangsAndNamesTheStep) {
         const char* failure;
     };
     const Script scripts[] = {
+#ifndef __SANITIZE_ADDRESS__  // which sees the null pointer first
         {"crash activate null", "activate: died of signal 11 (Segmentation fault)\n"},
+#endif
         {"crash push_pkts abort", "push: died of signal 6 (Aborted)\n"},
         {"crash tick hang", "tick: not done within 5 s, killed\n"},
         {"crash deinit exit 0", "deinit: ended the process with status 0\n"},
