@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -16,6 +17,8 @@ namespace brumectl {
 namespace {
 
 using corvo::UniqueFd;
+
+constexpr uint64_t PEER_CHECK_MS = 500;
 
 int remaining_ms(uint64_t deadline_ms) {
     uint64_t now = corvo::monotonic_ms();
@@ -79,6 +82,7 @@ void Daemon::find() {
         int err = 0;
         m_fd = connect_to(address, m_timeout_ms, err);
         if (m_fd) {
+            if (!address.tcp) stat(address.path.c_str(), &m_socket_file);
             Address found = address;
             m_addresses = {found};
             m_found = true;
@@ -124,6 +128,26 @@ std::string Daemon::call_text(const std::string& method, const Json::Value& para
     return reply::unpack_text(exchange(method, params, text), text, MAX_REPLY_BYTES);
 }
 
+// Nothing tells us of a daemon that ends with our request in its queue: its socket has to be looked at.
+void Daemon::check_peer() const {
+    const Address& peer = m_addresses.front();
+    struct stat now = {};
+    int err = stat(peer.path.c_str(), &now) == 0 ? 0 : errno;
+    if (err == 0 && (now.st_dev != m_socket_file.st_dev || now.st_ino != m_socket_file.st_ino))
+        err = ECONNRESET;
+    if (err == 0) connect_unix(peer, err);
+    if (err == ENOENT || err == ECONNREFUSED || err == ECONNRESET) fail_unreachable(peer, err);
+}
+
+bool Daemon::await_reply(uint64_t deadline_ms) const {
+    for (;;) {
+        uint64_t until = std::min(deadline_ms, corvo::monotonic_ms() + PEER_CHECK_MS);
+        if (await(m_fd.get(), POLLIN, until)) return true;
+        if (until == deadline_ms) return false;
+        check_peer();
+    }
+}
+
 std::string Daemon::ask_unix(const std::string& request) {
     const Address& peer = m_addresses.front();
     if (request.size() > MAX_DATAGRAM_BYTES)
@@ -137,7 +161,7 @@ std::string Daemon::ask_unix(const std::string& request) {
             throw Failure(std::string("sending failed: ") + strerror(errno));
         if (!await(m_fd.get(), POLLOUT, deadline)) throw TimedOut(peer.text + " takes no requests");
     }
-    while (await(m_fd.get(), POLLIN, deadline)) {
+    while (await_reply(deadline)) {
         ssize_t size = recv(m_fd.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
         if (size < 0) fail_unreachable(peer, errno);

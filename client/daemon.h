@@ -2,6 +2,7 @@
 // The daemon as its clients see it: one request, one reply, over either transport.
 
 #include <json/value.h>
+#include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -42,12 +43,16 @@ class Daemon {
     std::string request_text(const std::string& method, const Json::Value& params);
     void find();
     std::string ask_unix(const std::string& request);
+    /** False: the time is over. @throws NoDaemon when the daemon ended meanwhile */
+    bool await_reply(uint64_t deadline_ms) const;
+    void check_peer() const;
     std::string ask_tcp(const std::string& request);
 
     std::vector<Address> m_addresses;  ///< after `find`, one
     int m_timeout_ms;
     bool m_found = false;
-    corvo::UniqueFd m_fd;  ///< Unix: kept; TCP: what `find` has opened, for the next request
+    struct stat m_socket_file = {};  ///< Unix: the file that was connected to
+    corvo::UniqueFd m_fd;            ///< Unix: kept; TCP: what `find` has opened, for the next request
     uint64_t m_id = 0;
 };
 

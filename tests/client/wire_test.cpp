@@ -7,6 +7,7 @@
 #include <sys/un.h>
 
 #include <csignal>
+#include <memory>
 
 #include "client/run_program.h"
 #include "support/client.h"
@@ -61,6 +62,14 @@ class Peer {
 std::string packed(const std::string& size, const std::string& base64) {
     return R"({"jsonrpc":"2.0","id":1,"fmt":{"type":"lz4","size":)" + size + R"(},"result":")" + base64 +
            "\"}\n";
+}
+
+TEST(Wire, ADaemonThatEndsWithTheRequestInHandIsMissedLongBeforeTheTimeout) {
+    auto peer = std::make_unique<Peer>();
+    Program program({"--timeout", "60", "ping"}, {.socket = peer->path()});
+    EXPECT_THAT(peer->receive(), HasSubstr("ping"));
+    peer.reset();
+    EXPECT_EQ(program.wait(), 3) << program.err();
 }
 
 TEST(Wire, AReplyThatCantBeBelievedIsAnErrorThatSaysWhy) {
