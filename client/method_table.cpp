@@ -99,7 +99,7 @@ std::string did_you_mean(const std::string& word, const std::vector<std::string>
 
 std::string nearest(const std::string& word, const std::vector<std::string>& known) {
     std::string best;
-    size_t least = std::max<size_t>(2, word.size() / 3) + 1;
+    size_t least = std::max<size_t>(word.size() < 4 ? 1 : 2, word.size() / 3) + 1;
     for (const std::string& candidate : known) {
         size_t d = distance(word, candidate);
         if (d < least) {
