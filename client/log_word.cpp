@@ -8,6 +8,7 @@
 #include "client/failure.h"
 #include "client/fields.h"
 #include "client/interrupt.h"
+#include "client/json_access.h"
 #include "client/render.h"
 #include "client/views.h"
 
@@ -43,7 +44,7 @@ std::vector<std::string> last_lines(Context& context, unsigned count) {
     params["maxlines"] = count;
     std::vector<std::string> lines;
     const Json::Value result = context.daemon().call("log", params);
-    for (const Json::Value& line : member(result, "log"))
+    for (const Json::Value& line : member_of(result, "log"))
         if (line.isString()) lines.push_back(line.asString());
     return lines;
 }

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "client/fields.h"
+#include "client/json_access.h"
 #include "client/method_table.h"
 #include "infra/corvo_json.h"
 
@@ -174,16 +175,8 @@ std::string render(const Terminal& terminal, const Json::Value& value, const Jso
     return text;
 }
 
-const Json::Value& member(const Json::Value& value, const char* name) {
-    return value.isObject() ? value[name] : Json::Value::nullSingleton();
-}
-
 std::string text_of(const Json::Value& value) {
     return value.isString() ? harmless(value.asString()) : "";
-}
-
-uint64_t number_of(const Json::Value& value) {
-    return value.isUInt64() ? value.asUInt64() : 0;
 }
 
 std::string list_of(const Json::Value& array) {

@@ -14,12 +14,8 @@ namespace brumectl {
 std::string render(const Terminal& terminal, const Json::Value& value, const Json::Value* schema);
 /** One value on one line, harmless; arrays and objects in JSON. */
 std::string line_of(const Json::Value& value, const Json::Value* schema = nullptr);
-/** The member of an object; null for anything else. */
-const Json::Value& member(const Json::Value& value, const char* name);
 /** A text made harmless; empty if it is no string. */
 std::string text_of(const Json::Value& value);
-/** 0 if it is no number that fits. */
-uint64_t number_of(const Json::Value& value);
 /** "a, b, c", or "-" where there's nothing. */
 std::string list_of(const Json::Value& array);
 /** "key:  value" lines, the values below each other. Takes texts that are harmless. */

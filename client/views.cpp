@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/json_access.h"
 #include "client/method_table.h"
 #include "client/render.h"
 
@@ -41,31 +42,31 @@ std::string or_dash(const std::string& text) {
 }
 
 std::string process_memory(const Json::Value& memory) {
-    return bytes_text(number_of(member(memory, "current")) * MIB) + " (at most " +
-           bytes_text(number_of(member(memory, "max")) * MIB) + ")";
+    return bytes_text(count_of(member_of(memory, "current")) * MIB) + " (at most " +
+           bytes_text(count_of(member_of(memory, "max")) * MIB) + ")";
 }
 
 /** Empty, like the other views', if the result isn't what the view is made for. */
 std::string status_view(const Terminal& terminal, const Json::Value& result) {
-    if (!member(result, "state").isString()) return "";
-    const Json::Value& memory = member(result, "mem");
-    const Json::Value& process = member(memory, "process");
-    std::string state = text_of(member(result, "state"));
+    if (!member_of(result, "state").isString()) return "";
+    const Json::Value& memory = member_of(result, "mem");
+    const Json::Value& process = member_of(memory, "process");
+    std::string state = text_of(member_of(result, "state"));
     std::vector<std::pair<std::string, std::string>> lines = {
         {"state", terminal.paint(colour_of(state), state)},
-        {"mode", text_of(member(result, "mode"))},
-        {"uptime", duration_text(number_of(member(result, "uptime")))},
-        {"process", std::to_string(number_of(member(result, "pid")))},
-        {"memory", process_memory(member(process, "phy_mem"))},
-        {"address space", process_memory(member(process, "virt_mem"))},
-        {"interfaces", list_of(member(result, "attached"))},
-        {"data paths", list_of(member(result, "dps"))},
-        {"log file", text_of(member(result, "logfile"))},
-        {"kernel", text_of(member(result, "kernel"))},
-        {"machine", text_of(member(result, "arch")) + ", " +
-                        bytes_text(number_of(member(memory, "free_mem")) * MIB) + " free of " +
-                        bytes_text(number_of(member(memory, "total_mem")) * MIB)}};
-    const Json::Value& version = member(result, "version");
+        {"mode", text_of(member_of(result, "mode"))},
+        {"uptime", duration_text(count_of(member_of(result, "uptime")))},
+        {"process", std::to_string(count_of(member_of(result, "pid")))},
+        {"memory", process_memory(member_of(process, "phy_mem"))},
+        {"address space", process_memory(member_of(process, "virt_mem"))},
+        {"interfaces", list_of(member_of(result, "attached"))},
+        {"data paths", list_of(member_of(result, "dps"))},
+        {"log file", text_of(member_of(result, "logfile"))},
+        {"kernel", text_of(member_of(result, "kernel"))},
+        {"machine", text_of(member_of(result, "arch")) + ", " +
+                        bytes_text(count_of(member_of(memory, "free_mem")) * MIB) + " free of " +
+                        bytes_text(count_of(member_of(memory, "total_mem")) * MIB)}};
+    const Json::Value& version = member_of(result, "version");
     if (version.isObject())
         for (const std::string& name : version.getMemberNames())
             lines.emplace_back("engine " + harmless(name), line_of(version[name]));
@@ -90,20 +91,21 @@ std::string cmds_view(const Terminal& terminal, const Json::Value& result) {
 }
 
 std::string hogs_view(const Terminal& terminal, const Json::Value& result) {
-    const Json::Value& events = member(result, "events");
+    const Json::Value& events = member_of(result, "events");
     if (!events.isArray()) return "";
     if (events.empty()) return "no stalls\n";
     std::string out;
     for (const Json::Value& event : events) {
-        const Json::Value& engine = member(event, "engine");
+        const Json::Value& engine = member_of(event, "engine");
         out += (out.empty() ? "" : "\n") +
-               key_lines(terminal, {{"version", or_dash(text_of(member(event, "version")))},
-                                    {"machine", text_of(member(member(event, "platform"), "machine")) + " " +
-                                                    text_of(member(member(event, "platform"), "release"))},
-                                    {"engine", text_of(member(engine, "mode")) + ", " +
-                                                   or_dash(text_of(member(engine, "state")))},
-                                    {"process", line_of(member(member(event, "process"), "pid"))}});
-        const Json::Value& trace = member(event, "backtrace");
+               key_lines(terminal,
+                         {{"version", or_dash(text_of(member_of(event, "version")))},
+                          {"machine", text_of(member_of(member_of(event, "platform"), "machine")) + " " +
+                                          text_of(member_of(member_of(event, "platform"), "release"))},
+                          {"engine", text_of(member_of(engine, "mode")) + ", " +
+                                         or_dash(text_of(member_of(engine, "state")))},
+                          {"process", line_of(member_of(member_of(event, "process"), "pid"))}});
+        const Json::Value& trace = member_of(event, "backtrace");
         std::string text = trace.isString() ? harmless(trace.asString(), true) : line_of(trace);
         out += text + (text.empty() || text.back() != '\n' ? "\n" : "");
     }
@@ -111,41 +113,41 @@ std::string hogs_view(const Terminal& terminal, const Json::Value& result) {
 }
 
 TextTable::Cell severity_cell(const Json::Value& event) {
-    std::string severity = text_of(member(event, "sev"));
+    std::string severity = text_of(member_of(event, "sev"));
     return {severity, false, colour_of(severity)};
 }
 
 TextTable::Cell time_cell(const Json::Value& value) {
-    return {time_text(static_cast<int64_t>(number_of(value)))};
+    return {time_text(static_cast<int64_t>(count_of(value)))};
 }
 
 std::string event_name(const Json::Value& event) {
-    return text_of(member(event, "feature")) + "." + text_of(member(event, "name"));
+    return text_of(member_of(event, "feature")) + "." + text_of(member_of(event, "name"));
 }
 
 std::string notifications_view(const Terminal& terminal, const Json::Value& result) {
-    const Json::Value& log = member(member(result, "notif"), "log");
-    const Json::Value& alerts = member(member(result, "notif"), "alerts");
+    const Json::Value& log = member_of(member_of(result, "notif"), "log");
+    const Json::Value& alerts = member_of(member_of(result, "notif"), "alerts");
     if (!log.isArray() && !alerts.isArray()) return "";
     TextTable events({"id", "time", "severity", "event", "description"});
     for (const Json::Value& event : log)
-        events.add({{std::to_string(number_of(member(event, "id"))), true},
-                    time_cell(member(event, "ts")),
+        events.add({{std::to_string(count_of(member_of(event, "id"))), true},
+                    time_cell(member_of(event, "ts")),
                     severity_cell(event),
                     {event_name(event)},
-                    {text_of(member(event, "desc"))}});
+                    {text_of(member_of(event, "desc"))}});
     if (log.isArray()) return log.empty() ? "no events\n" : events.text(terminal);
     TextTable counts({"last", "severity", "alert", "count"});
     for (const Json::Value& alert : alerts)
-        counts.add({time_cell(member(alert, "last_ts")),
+        counts.add({time_cell(member_of(alert, "last_ts")),
                     severity_cell(alert),
                     {event_name(alert)},
-                    {count_text(number_of(member(alert, "count"))), true}});
+                    {count_text(count_of(member_of(alert, "count"))), true}});
     return alerts.empty() ? "no alerts\n" : counts.text(terminal);
 }
 
 std::string log_view(const Terminal& terminal, const Json::Value& result) {
-    const Json::Value& lines = member(result, "log");
+    const Json::Value& lines = member_of(result, "log");
     if (!lines.isArray()) return "";
     std::string out;
     for (const Json::Value& line : lines)
@@ -158,27 +160,27 @@ std::string packet_table(const Terminal& terminal, const Json::Value& packets) {
     TextTable table({"source", "destination", "bytes", "over", "protocol", "class", "path", "error"});
     for (const Json::Value& packet : packets) {
         std::string path;
-        for (const Json::Value& name : member(packet, "tph"))
+        for (const Json::Value& name : member_of(packet, "tph"))
             path += (path.empty() ? "" : "/") + text_of(name);
-        table.add({{text_of(member(packet, "src"))},
-                   {text_of(member(packet, "dst"))},
-                   {std::to_string(number_of(member(packet, "len"))), true},
-                   {text_of(member(packet, "transport"))},
-                   {text_of(member(packet, "protocol"))},
-                   {std::to_string(number_of(member(packet, "cls"))), true},
+        table.add({{text_of(member_of(packet, "src"))},
+                   {text_of(member_of(packet, "dst"))},
+                   {std::to_string(count_of(member_of(packet, "len"))), true},
+                   {text_of(member_of(packet, "transport"))},
+                   {text_of(member_of(packet, "protocol"))},
+                   {std::to_string(count_of(member_of(packet, "cls"))), true},
                    {path},
-                   {text_of(member(packet, "error"))}});
+                   {text_of(member_of(packet, "error"))}});
     }
     return table.text(terminal);
 }
 
 std::string push_view(const Terminal& terminal, const Json::Value& result) {
-    if (member(result, "pkts").isArray()) return packet_table(terminal, member(result, "pkts"));
-    const Json::Value& total = member(result, "total");
+    if (member_of(result, "pkts").isArray()) return packet_table(terminal, member_of(result, "pkts"));
+    const Json::Value& total = member_of(result, "total");
     if (!total.isUInt64()) return "";
     std::vector<std::pair<uint64_t, std::string>> counts;
     for (const std::string& name : result.getMemberNames())
-        if (name != "total") counts.emplace_back(number_of(result[name]), name);
+        if (name != "total") counts.emplace_back(count_of(result[name]), name);
     std::sort(counts.rbegin(), counts.rend());
     TextTable table({"protocol", "packets", "share", ""});
     for (const auto& [count, name] : counts) {
