@@ -41,7 +41,7 @@ Json::Value logged_events(Daemon& daemon, const std::string& severity) {
 }
 
 void EventFollower::run() {
-    begin();
+    begin_first();
     uint64_t next_look = corvo::monotonic_ms();
     for (;;) {
         uint64_t now = corvo::monotonic_ms();
@@ -50,6 +50,16 @@ void EventFollower::run() {
         if (corvo::monotonic_ms() < next_look) continue;
         look();
         next_look = corvo::monotonic_ms() + (m_polling ? POLL_MS : LOOK_MS);
+    }
+}
+
+void EventFollower::begin_first() {
+    try {
+        begin();
+    } catch (const NoDaemon& e) {
+        if (!m_daemon) throw;
+        // It has answered, and went away before all was set up: waited for as later.
+        lose(e.what());
     }
 }
 

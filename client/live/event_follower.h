@@ -28,6 +28,7 @@ class EventFollower {
 
  private:
     void begin();
+    void begin_first();
     void subscribe();
     bool try_path(const std::string& path);
     bool hears_itself();
