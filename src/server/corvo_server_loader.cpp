@@ -18,48 +18,6 @@ const std::string COMP = "server";
 
 constexpr int NO_PREFERENCE_DELAY_MS = 1000;
 
-struct Symbol {
-    const char* name;
-    void (*store)(EngineApi& api, void* address);
-};
-
-template <auto Member>
-void store(EngineApi& api, void* address) {
-    auto& slot = api.*Member;
-    slot = reinterpret_cast<std::remove_reference_t<decltype(slot)>>(address);
-}
-
-#define ENGINE_SYMBOL(name) \
-    { "corvo_api_cp_" #name, store<&EngineApi::name> }
-/** In the order in which they are looked up: a library that lacks several is told of the first. */
-constexpr Symbol SYMBOLS[] = {
-    ENGINE_SYMBOL(activate),
-    ENGINE_SYMBOL(deactivate),
-    ENGINE_SYMBOL(push_pkts),
-    ENGINE_SYMBOL(coffee),
-    ENGINE_SYMBOL(get_version),
-    ENGINE_SYMBOL(intf_attach),
-    ENGINE_SYMBOL(intf_detach),
-    ENGINE_SYMBOL(intf_get),
-    ENGINE_SYMBOL(tick),
-    ENGINE_SYMBOL(collector_enable),
-    ENGINE_SYMBOL(collector_disable),
-    ENGINE_SYMBOL(get_collectors),
-    ENGINE_SYMBOL(collector_get_sample),
-    ENGINE_SYMBOL(health_get),
-    ENGINE_SYMBOL(health_conf_get),
-    ENGINE_SYMBOL(health_conf_set),
-    ENGINE_SYMBOL(collector_set_interval),
-    ENGINE_SYMBOL(collect_set_exporter),
-    ENGINE_SYMBOL(get_dps),
-    ENGINE_SYMBOL(init),
-    ENGINE_SYMBOL(deinit),
-    ENGINE_SYMBOL(get_evfd),
-};
-#undef ENGINE_SYMBOL
-static_assert(std::size(SYMBOLS) * sizeof(void*) == sizeof(EngineApi),
-              "every entry of the table is looked up");
-
 /**
  * Runs a call into the library, `fn(err)`, and gives the failure's text, empty for success. A library that
  * breaks the rule that no exception may leave it is answered here: its exception must not live on, because
@@ -179,7 +137,7 @@ void Engine::close_library(const LibraryTexts& texts) {
 }
 
 void Engine::load_syms() {
-    for (const Symbol& symbol : SYMBOLS) {
+    for (const EngineSymbol& symbol : engine_symbols()) {
         void* address = dlsym(m_handle, symbol.name);
         if (!address) {
             const char* reason = dlerror();  // null for a symbol that is there with the value 0

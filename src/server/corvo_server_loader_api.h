@@ -1,7 +1,10 @@
 #pragma once
-// The functions of a loaded engine library. Only Engine holds a table, and only its source calls into it.
+// The functions of a loaded engine library. In the daemon only Engine holds a table, and only its source
+// calls into it.
 
 #include <brumecpd/engine_api.h>
+
+#include <span>
 
 namespace corvo::server {
 
@@ -30,5 +33,13 @@ struct EngineApi {
     decltype(&corvo_api_cp_get_evfd) get_evfd = nullptr;
     decltype(&corvo_api_cp_collect_set_exporter) collect_set_exporter = nullptr;
 };
+
+struct EngineSymbol {
+    const char* name;                              ///< as the library exports it
+    void (*store)(EngineApi& api, void* address);  ///< into its entry
+};
+
+/** All 22, in the order in which they are looked up: a library that lacks several is told of the first. */
+std::span<const EngineSymbol> engine_symbols();
 
 }  // namespace corvo::server

@@ -4,55 +4,10 @@
 #include <link.h>
 
 #include <algorithm>
-#include <iterator>
-#include <type_traits>
 
 namespace engine_check {
 
 namespace {
-
-using corvo::server::EngineApi;
-
-struct Symbol {
-    const char* name;
-    void (*store)(EngineApi& api, void* address);
-};
-
-template <auto Member>
-void store(EngineApi& api, void* address) {
-    auto& slot = api.*Member;
-    slot = reinterpret_cast<std::remove_reference_t<decltype(slot)>>(address);
-}
-
-#define ENGINE_SYMBOL(name) \
-    { "corvo_api_cp_" #name, store<&EngineApi::name> }
-/** In the header's order. */
-constexpr Symbol SYMBOLS[] = {
-    ENGINE_SYMBOL(init),
-    ENGINE_SYMBOL(deinit),
-    ENGINE_SYMBOL(activate),
-    ENGINE_SYMBOL(deactivate),
-    ENGINE_SYMBOL(tick),
-    ENGINE_SYMBOL(get_evfd),
-    ENGINE_SYMBOL(push_pkts),
-    ENGINE_SYMBOL(coffee),
-    ENGINE_SYMBOL(get_version),
-    ENGINE_SYMBOL(get_dps),
-    ENGINE_SYMBOL(intf_attach),
-    ENGINE_SYMBOL(intf_detach),
-    ENGINE_SYMBOL(intf_get),
-    ENGINE_SYMBOL(collector_enable),
-    ENGINE_SYMBOL(collector_disable),
-    ENGINE_SYMBOL(collector_set_interval),
-    ENGINE_SYMBOL(get_collectors),
-    ENGINE_SYMBOL(collector_get_sample),
-    ENGINE_SYMBOL(collect_set_exporter),
-    ENGINE_SYMBOL(health_get),
-    ENGINE_SYMBOL(health_conf_get),
-    ENGINE_SYMBOL(health_conf_set),
-};
-#undef ENGINE_SYMBOL
-static_assert(std::size(SYMBOLS) * sizeof(void*) == sizeof(EngineApi), "every function is looked up");
 
 constexpr const char* SHARED_RUNTIMES[] = {"libstdc++.so.", "libc++.so.", "libjsoncpp.so."};
 
@@ -87,7 +42,7 @@ std::string Library::open(const std::string& path) {
 
 std::vector<std::string> Library::resolve() {
     std::vector<std::string> missing;
-    for (const Symbol& symbol : SYMBOLS) {
+    for (const corvo::server::EngineSymbol& symbol : corvo::server::engine_symbols()) {
         void* address = dlsym(m_handle, symbol.name);
         if (address)
             symbol.store(m_api, address);
