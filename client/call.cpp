@@ -11,7 +11,7 @@
 #include "client/failure.h"
 #include "client/fields.h"
 #include "client/interrupt.h"
-#include "infra/corvo_json.h"
+#include "client/json_access.h"
 
 namespace brumectl {
 
@@ -39,7 +39,7 @@ std::string read_stdin() {
 Json::Value object_of(const std::string& text) {
     Json::Value params;
     std::string error;
-    if (!corvo::json::parse(text, params, &error)) throw Usage("the parameters are no JSON: " + error);
+    if (!parse_whole(text, params, &error)) throw Usage("the parameters are no JSON: " + error);
     if (!params.isObject()) throw Usage("the parameters must be a JSON object");
     return params;
 }

@@ -5,7 +5,7 @@
 #include <map>
 
 #include "client/failure.h"
-#include "infra/corvo_json.h"
+#include "client/json_access.h"
 
 namespace brumectl {
 
@@ -207,7 +207,7 @@ Json::Value value_of(const Field& field, const std::string& text) {
 
 Json::Value guess_value(const Json::Value* schema, const std::string& text) {
     Json::Value value;
-    if (!corvo::json::parse(text, value)) return text;
+    if (!parse_whole(text, value)) return text;
     if (schema == nullptr || !(*schema)["type"].isString()) return value;
     return has_type(value, (*schema)["type"].asString()) ? value : Json::Value(text);
 }

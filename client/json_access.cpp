@@ -1,5 +1,7 @@
 #include "client/json_access.h"
 
+#include "infra/corvo_json.h"
+
 namespace brumectl {
 
 const Json::Value& member_of(const Json::Value& value, const char* name) {
@@ -19,6 +21,17 @@ Json::Value member_of(Json::Value&& value, std::initializer_list<const char*> pa
 
 Json::Value member_of(Json::Value&& value, const char* name) {
     return member_of(static_cast<const Json::Value&>(value), name);
+}
+
+bool parse_whole(const std::string& text, Json::Value& out, std::string* error) {
+    Json::Value value;
+    if (!corvo::json::parse(text, value, error)) return false;
+    if (text.find_first_not_of(" \t\r\n", static_cast<size_t>(value.getOffsetLimit())) != std::string::npos) {
+        if (error != nullptr) *error = "something stands behind its end";
+        return false;
+    }
+    out.swap(value);
+    return true;
 }
 
 std::string string_of(const Json::Value& value) {

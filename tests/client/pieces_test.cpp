@@ -77,6 +77,7 @@ TEST(Fields, ATextBecomesWhatItsParameterTakesOrIsRefused) {
         {"push_pcap", "reset", "yes", nullptr},
         {"health", "json", R"({"a":[1]})", R"({"a":[1]})"},
         {"health", "json", "[1]", nullptr},
+        {"health", "json", "{} 5", nullptr},
     };
     for (const auto& c : CASES) {
         const std::vector<Field> fields = fields_of(*MethodTable::get().find(c.method));
@@ -87,6 +88,13 @@ TEST(Fields, ATextBecomesWhatItsParameterTakesOrIsRefused) {
         else
             EXPECT_EQ(corvo::json::write(value_of(*field, c.text)), c.value);
     }
+}
+
+TEST(Fields, AValueIsJsonOnlyIfAllOfItIs) {
+    for (const char* text : {"10.0.0.1", "2026-11-24", "12ab", R"("a" b)", "1//a", "{}x", "tru"})
+        EXPECT_EQ(guess_value(nullptr, text), text);
+    EXPECT_EQ(guess_value(nullptr, " 5 "), 5);
+    EXPECT_EQ(guess_value(nullptr, R"({"a":[1]})"), parse(R"({"a":[1]})"));
 }
 
 TEST(Split, QuotesAndBackslashesKeepBlanksAndAnOpenOneIsRefused) {

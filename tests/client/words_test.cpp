@@ -88,6 +88,7 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"call", "log", "tipe=log"}, "'log' has no parameter 'tipe' (did you mean 'type'?)"},
         {{"call", "ping", "[1]"}, "neither NAME=VALUE nor"},
         {{"call", "ping", "{\"a\""}, "no JSON"},
+        {{"call", "ping", "{} {}"}, "no JSON: something stands behind its end"},
         {{"--timeout", "0", "ping"}, "--timeout"},
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
         {{"completion", "fish"}, "none of bash, zsh"},
