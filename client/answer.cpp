@@ -10,7 +10,8 @@ namespace brumectl {
 void ask_and_print_text(Context& context, const std::string& method, const Json::Value& params) {
     std::string text = context.daemon().call_text(method, params);
     if (text.empty() || text.back() != '\n') text += '\n';
-    context.out().print(text);
+    // JSON that escapes its control characters is the same either way; a peer may send others.
+    context.out().print(context.out().interactive() ? harmless(text, true) : text);
     context.out().flush();
     reply::throw_error(reply::parse(text));
 }

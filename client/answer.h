@@ -10,7 +10,8 @@ namespace brumectl {
 class Context;
 
 /**
- * Prints the result for people, or with --json the reply's text as it came, an error's too.
+ * Prints the result for people, or with --json the reply's text as it came (to a terminal made
+ * harmless), an error's too.
  * @throws what Daemon::call throws
  */
 void ask_and_show(Context& context, const std::string& method, const Json::Value& params);

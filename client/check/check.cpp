@@ -2,12 +2,14 @@
 #include <memory>
 #include <optional>
 
+#include "client/answer.h"
 #include "client/check/config_check.h"
 #include "client/check/findings_text.h"
 #include "client/check/text_file.h"
 #include "client/check/words.h"
 #include "client/context.h"
 #include "client/failure.h"
+#include "client/json_access.h"
 #include "infra/corvo_json.h"
 
 namespace brumectl {
@@ -60,8 +62,7 @@ struct RunOptions {
 
 /** What the daemon that is going to be asked can tell about itself. */
 void ask_settings(Daemon& daemon, check::Settings& settings) {
-    const auto status = daemon.call("status");
-    if (auto state = check::EngineStates::from_status(status.get("state", "").asString()))
+    if (auto state = check::EngineStates::from_status(string_of(member_of(daemon.call("status"), "state"))))
         settings.state = *state;
     for (const Json::Value& name : daemon.call("cmds"))
         if (name.isString()) settings.methods.push_back(name.asString());
@@ -73,16 +74,15 @@ bool play(Context& context, const Json::Value& request, const std::string& title
     const std::string head = title + " " + method + ": ";
     try {
         if (context.json()) {
-            const std::string reply = context.daemon().call_text(method, request["params"]);
-            context.out().print(reply);
-            Json::Value parsed;
-            return corvo::json::parse(reply, parsed) && parsed.isObject() && !parsed.isMember("error");
+            ask_and_print_text(context, method, request["params"]);
+            return true;
         }
         const Json::Value result = context.daemon().call(method, request["params"]);
         const bool nothing = result.isNull() || (result.isObject() && result.empty());
         context.out().print(harmless(head) + context.out().paint(Terminal::GREEN, "ok") + "\n" +
                             (nothing ? "" : harmless(corvo::json::write_styled(result), true)));
     } catch (const ErrorReply& e) {
+        if (context.json()) return false;
         context.out().print(harmless(head) + context.out().paint(Terminal::RED, "failed") + ": " +
                             harmless(e.what()) + "\n");
         return false;

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "client/answer.h"
 #include "client/context.h"
 #include "client/json_access.h"
 #include "client/live/event_follower.h"
@@ -17,7 +18,7 @@ void show_log(Context& context, const std::string& severity) {
     params["cmd"] = "log";
     params["sev"] = severity;
     if (context.json()) {
-        context.out().print(context.daemon().call_text("notifications", params));
+        ask_and_print_text(context, "notifications", params);
         return;
     }
     TextTable table({"ID", "TIME", "SEVERITY", "FEATURE", "NAME", "TEXT"});

@@ -119,18 +119,19 @@ TEST(LogFollow, NewLinesAreFoundBehindThoseThatWereSeen) {
 
 TEST(Views, NoResultWhateverItsShapeStopsAView) {
     const Terminal terminal(tmpfile());
-    const char* const RESULTS[] = {"null",
-                                   "5",
-                                   "[]",
-                                   "[[1],{\"a\":2}]",
-                                   "\"\\u001b[2J\"",
-                                   "{\"log\":[5]}",
-                                   "{\"pkts\":[5,{\"tph\":7}]}",
-                                   "{\"total\":0,\"x\":\"y\"}",
-                                   "{\"state\":\"s\",\"mem\":5,\"version\":[1]}",
-                                   "{\"events\":[1,{\"engine\":2,\"backtrace\":{}}]}",
-                                   "{\"notif\":{\"log\":[1,{\"ts\":-1,\"sev\":[]}]}}",
-                                   "{\"notif\":{\"alerts\":[1]}}"};
+    const char* const RESULTS[] = {
+        "null",
+        "5",
+        "[]",
+        "[[1],{\"a\":2}]",
+        "\"\\u001b[2J\"",
+        "{\"log\":[5,\"\\u001b\"]}",
+        "{\"pkts\":[5,{\"tph\":7},{\"tph\":[\"\\u001b\"],\"src\":\"\\u001b\"}]}",
+        "{\"total\":0,\"\\u001b\":\"\\u001b\"}",
+        "{\"state\":\"\\u001b\",\"mem\":5,\"version\":{\"\\u001b\":\"\\u001b\"}}",
+        "{\"events\":[1,{\"engine\":2,\"backtrace\":{}},{\"backtrace\":\"\\u001b\"}]}",
+        "{\"notif\":{\"log\":[1,{\"ts\":-1,\"sev\":[]},{\"sev\":\"\\u001b\",\"desc\":\"\\u001b\"}]}}",
+        "{\"notif\":{\"alerts\":[1,{\"name\":\"\\u001b\"}]}}"};
     Words methods = MethodTable::get().names();
     methods.push_back("engine.own");
     for (const std::string& method : methods)

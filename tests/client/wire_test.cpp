@@ -117,6 +117,28 @@ TEST(Wire, AnAnswerToAnotherRequestIsPassedOver) {
     EXPECT_EQ(program.out(), "mine\n");
 }
 
+TEST(Wire, NoAnswerReachesATerminalWithItsControlCharacters) {
+    for (const char* option : {"--json", "--timeout=20"}) {
+        Peer peer;
+        Program program({option, "call", "x"}, {.socket = peer.path(), .terminal = true});
+        peer.receive();
+        peer.answer("{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":\"a\x1b[2Jb\"}\n");
+        EXPECT_TRUE(program.wait_for_out("a\\x1b[2Jb")) << option;
+        EXPECT_EQ(program.wait(), 0);
+    }
+}
+
+TEST(Wire, AConfigurationIsPlayedToADaemonThatTellsNothingOfItself) {
+    Peer peer;
+    Program program({"run", "-"}, {.socket = peer.path(), .input = "[]"});
+    for (const char* reply :
+         {R"({"jsonrpc":"2.0","id":1,"result":5})", R"({"jsonrpc":"2.0","id":2,"result":{}})"}) {
+        peer.receive();
+        peer.answer(reply);
+    }
+    EXPECT_EQ(program.wait(), 0) << program.err();
+}
+
 TEST(Wire, SilenceAndAbsenceHaveStatusesOfTheirOwn) {
     Peer peer;
     EXPECT_EQ(brumectl({"--timeout", "0.05", "ping"}, {.socket = peer.path()}).status, 4);
