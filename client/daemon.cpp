@@ -112,9 +112,10 @@ std::string Daemon::request_text(const std::string& method, const Json::Value& p
 Json::Value Daemon::exchange(const std::string& method, const Json::Value& params, std::string& text) {
     std::string request = request_text(method, params);
     find();
-    text = m_addresses.front().tcp ? ask_tcp(request) : ask_unix(request);
+    if (!m_addresses.front().tcp) return ask_unix(request, text);
+    text = ask_tcp(request);
     Json::Value reply = reply::parse(text);
-    if (!reply::answers(text, m_id)) throw Failure("the reply is to another request");
+    if (!reply::answers(reply, m_id)) throw Failure("the reply is to another request");
     return reply;
 }
 
@@ -148,7 +149,7 @@ bool Daemon::await_reply(uint64_t deadline_ms) const {
     }
 }
 
-std::string Daemon::ask_unix(const std::string& request) {
+Json::Value Daemon::ask_unix(const std::string& request, std::string& text) {
     const Address& peer = m_addresses.front();
     if (request.size() > MAX_DATAGRAM_BYTES)
         throw Failure("the request has " + std::to_string(request.size()) +
@@ -166,10 +167,11 @@ std::string Daemon::ask_unix(const std::string& request) {
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
         if (size < 0) fail_unreachable(peer, errno);
         if (static_cast<size_t>(size) > MAX_REPLY_BYTES) throw Failure("the reply is too large");
-        std::string text(static_cast<size_t>(size), '\0');
+        text.assign(static_cast<size_t>(size), '\0');
         recv(m_fd.get(), text.data(), text.size(), 0);
-        if (reply::answers(text, m_id))
-            return text;  // else one that came after an earlier request's time-out
+        Json::Value reply = reply::parse(text);
+        if (reply::answers(reply, m_id))
+            return reply;  // else one that came after an earlier request's time-out
     }
     throw TimedOut("no answer from " + peer.text + " within " + std::to_string(m_timeout_ms) + " ms");
 }

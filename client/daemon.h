@@ -39,10 +39,11 @@ class Daemon {
     void set_timeout_ms(int timeout_ms) { m_timeout_ms = timeout_ms; }
 
  private:
+    /** The reply, and its text as it came. */
     Json::Value exchange(const std::string& method, const Json::Value& params, std::string& text);
     std::string request_text(const std::string& method, const Json::Value& params);
     void find();
-    std::string ask_unix(const std::string& request);
+    Json::Value ask_unix(const std::string& request, std::string& text);
     /** False: the time is over. @throws NoDaemon when the daemon ended meanwhile */
     bool await_reply(uint64_t deadline_ms) const;
     void check_peer() const;

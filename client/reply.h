@@ -13,7 +13,7 @@ namespace brumectl::reply {
 /** @throws Failure for a text that is no JSON object of version 2.0 */
 Json::Value parse(const std::string& text);
 /** Carries this id, or none that could be another request's (a fault that the daemon couldn't assign). */
-bool answers(const std::string& text, uint64_t id);
+bool answers(const Json::Value& reply, uint64_t id);
 /** @throws ErrorReply if the reply is one */
 void throw_error(const Json::Value& reply);
 /**
