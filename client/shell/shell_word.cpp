@@ -25,7 +25,6 @@ exit_status_e run_line(const Options& options, const std::string& line) {
     try {
         words = split_words(line);
         if (words.empty()) return EXIT_OK;
-        if (words[0] == "shell") throw Usage("this is the shell already");
     } catch (const Usage& e) {
         Context(options).complain(e.what());
         return EXIT_USAGE;
@@ -85,10 +84,13 @@ void add_shell(CLI::App& app, Context& context) {
         "script:\n"
         "it stops at the first line that fails, with that line's exit status.");
     word->callback([&context] {
+        Options options = context.options();
+        if (options.in_shell) throw Usage("this is the shell already");
+        options.in_shell = true;
         if (isatty(STDIN_FILENO) != 0 && context.out().interactive())
-            run_interactively(context.options());
+            run_interactively(options);
         else
-            run_script(context.options());
+            run_script(options);
     });
 }
 

@@ -25,7 +25,7 @@ TEST(Shell, AScriptStopsAtItsFirstFailureWithItsStatus) {
         {"pnig\nshutdown\n", 2, "(did you mean 'ping'?)"},
         {"echo 'open\nshutdown\n", 2, "left open"},
         {"-s /nonexistent ping\nshutdown\n", 3, "line 1 failed"},
-        {"shell\nshutdown\n", 2, "this is the shell already"},
+        {"--json shell\nshutdown\n", 2, "this is the shell already"},
     };
     for (const auto& c : CASES) {
         Outcome outcome = brumectl({"shell"}, {.socket = daemon.socket_path(), .input = c.script});
