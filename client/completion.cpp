@@ -195,7 +195,7 @@ std::string completion_script(const CLI::App& program, const std::string& shell)
     std::string out = dialect.head;
     out += dialect.locals;
     out +=
-        "    local path='' list='' text skip=0 count=0\n"
+        "    local at='' list='' text skip=0 count=0\n"
         "    for text in \"${typed[@]}\"; do\n"
         "        if ((skip)); then skip=0; continue; fi\n"
         "        case \"$text\" in\n"
@@ -204,23 +204,23 @@ std::string completion_script(const CLI::App& program, const std::string& shell)
         ") skip=1; continue ;;\n"
         "        -*) continue ;;\n"
         "        esac\n"
-        "        case \"$path $text\" in\n"
+        "        case \"$at $text\" in\n"
         "        " +
         branches.words +
-        ") path=\"$path $text\" count=0 ;;\n"
+        ") at=\"$at $text\" count=0 ;;\n"
         "        *) count=$((count + 1)) ;;\n"
         "        esac\n"
         "    done\n"
         "    if ((skip)); then\n"
-        "        case \"$path $prev\" in\n" +
+        "        case \"$at $prev\" in\n" +
         branches.values +
         "        esac\n"
         "    elif [[ $cur == -* ]]; then\n"
-        "        case \"$path\" in\n" +
+        "        case \"$at\" in\n" +
         branches.options +
         "        esac\n"
         "    else\n"
-        "        case \"$path $count\" in\n" +
+        "        case \"$at $count\" in\n" +
         branches.next +
         "        esac\n"
         "    fi\n";
