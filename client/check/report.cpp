@@ -36,12 +36,12 @@ size_t Report::name_before(size_t offset) const {
     if (!step_over(':')) return offset;  // a comment stands between
     skip_blanks();
     if (!step_over('"')) return offset;
-    while (at > 0) {
-        --at;
+    while (at-- > 0) {
+        if (m_text[at] != '"') continue;
         size_t slashes = 0;
         while (slashes < at && m_text[at - 1 - slashes] == '\\')
             ++slashes;
-        if (m_text[at] == '"' && slashes % 2 == 0) return at;
+        if (slashes % 2 == 0) return at;
     }
     return offset;
 }
