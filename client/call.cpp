@@ -1,17 +1,13 @@
 #include "client/call.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstring>
 
 #include "client/answer.h"
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/fields.h"
-#include "client/interrupt.h"
 #include "client/json_access.h"
+#include "client/text_file.h"
 
 namespace brumectl {
 
@@ -21,20 +17,6 @@ namespace {
 constexpr size_t MAX_INPUT_BYTES = 64UL * 1024 * 1024;
 
 constexpr int METHOD_NOT_FOUND = -32601;
-
-std::string read_stdin() {
-    std::string text;
-    char piece[65536];
-    for (;;) {
-        interrupt::wait_readable(STDIN_FILENO, -1);
-        ssize_t size = read(STDIN_FILENO, piece, sizeof(piece));
-        if (size == 0) return text;
-        if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-        if (size < 0) throw Failure(std::string("stdin can't be read: ") + strerror(errno));
-        text.append(piece, static_cast<size_t>(size));
-        if (text.size() > MAX_INPUT_BYTES) throw Failure("stdin has more than 64 MiB");
-    }
-}
 
 Json::Value object_of(const std::string& text) {
     Json::Value params;
@@ -68,7 +50,7 @@ void add_pair(const Method* method, const std::string& pair, Json::Value& params
 
 Json::Value params_of(const std::string& method, const std::vector<std::string>& words) {
     if (words.empty()) return Json::Value();
-    if (words.size() == 1 && words[0] == "-") return object_of(read_stdin());
+    if (words.size() == 1 && words[0] == "-") return object_of(read_text("-", MAX_INPUT_BYTES));
     if (words.size() == 1 && words[0].find_first_of("{[\"") == 0) return object_of(words[0]);
     Json::Value params;
     for (const std::string& pair : words)

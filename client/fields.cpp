@@ -139,14 +139,6 @@ void check_object(const std::string& path, const Json::Value& schema, const Json
             require_members(path, schema, variant, value);
 }
 
-/** Do the other parameters say that this one is needed? */
-bool is_needed(const Parameter& parameter, const Json::Value& params) {
-    if (parameter.required) return true;
-    for (const std::string& name : parameter.required_when->getMemberNames())
-        if (contains((*parameter.required_when)[name], params[name])) return true;
-    return false;
-}
-
 /** The only value that a choice can have beside the parameters that were given; null if there are several. */
 Json::Value implied(const Method& method, const Parameter& choice, const Json::Value& params) {
     const Json::Value& schema = *choice.schema;
@@ -222,6 +214,14 @@ void put(Json::Value& params, const std::string& path, const Json::Value& value)
         begin = end == std::string::npos ? end : end + 1;
     }
     *at = value;
+}
+
+bool is_needed(const Parameter& parameter, const Json::Value& params) {
+    const Json::Value& when = *parameter.required_when;
+    if (parameter.required || when.empty()) return parameter.required;
+    const std::vector<std::string> names = when.getMemberNames();
+    return std::all_of(names.begin(), names.end(),
+                       [&](const std::string& name) { return contains(when[name], params[name]); });
 }
 
 void complete(const Method& method, Json::Value& params) {

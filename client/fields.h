@@ -37,6 +37,8 @@ Json::Value value_of(const Field& field, const std::string& text);
 Json::Value guess_value(const Json::Value* schema, const std::string& text);
 /** Sets the member at a dotted path, making the objects on the way. @throws Usage if one is no object */
 void put(Json::Value& params, const std::string& path, const Json::Value& value);
+/** Required, be it only beside what else `params`, an object, holds. */
+bool is_needed(const Parameter& parameter, const Json::Value& params);
 /**
  * Adds what the rest implies: choices that leave no choice, flags that weren't given.
  * @throws Usage for what is still missing

@@ -94,7 +94,7 @@ const Json::Value& MethodTable::resolve(const Json::Value& schema) const {
 
 std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
     std::string near = nearest(word, known);
-    return near.empty() ? "" : " (did you mean '" + near + "'?)";
+    return near.empty() || near == word ? "" : " (did you mean '" + near + "'?)";
 }
 
 std::string nearest(const std::string& word, const std::vector<std::string>& known) {

@@ -13,8 +13,9 @@ struct Parameter {
     std::string name;
     std::string description;
     bool required = false;
-    const Json::Value* schema = nullptr;         ///< JSON schema, with the table's $refs
-    const Json::Value* required_when = nullptr;  ///< {parameter: [values]} that make it required; null: none
+    const Json::Value* schema = nullptr;  ///< JSON schema, with the table's $refs
+    const Json::Value* required_when =
+        nullptr;  ///< {parameter: [values]} that together make it required; JSON null: none
 };
 
 struct Method {

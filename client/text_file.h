@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <string>
 
-namespace brumectl::check {
-
-constexpr size_t MAX_TEXT_BYTES = 16UL * 1024 * 1024;
+namespace brumectl {
 
 /** "-" is standard input. @throws Failure for what can't be read or has more bytes; Interrupted */
-std::string read_text(const std::string& path);
+std::string read_text(const std::string& path, size_t max_bytes);
+/** The file's name for messages: "<stdin>" for "-". */
+std::string shown_name(const std::string& path);
 
-}  // namespace brumectl::check
+}  // namespace brumectl

@@ -5,16 +5,18 @@
 #include "client/answer.h"
 #include "client/check/config_check.h"
 #include "client/check/findings_text.h"
-#include "client/check/text_file.h"
 #include "client/check/words.h"
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/json_access.h"
+#include "client/text_file.h"
 #include "infra/corvo_json.h"
 
 namespace brumectl {
 
 namespace {
+
+constexpr size_t MAX_CONFIG_BYTES = 16UL * 1024 * 1024;
 
 struct CheckOptions {
     std::vector<std::string> files;
@@ -31,13 +33,13 @@ void check_files(Context& context, const CheckOptions& options) {
     for (const std::string& path : options.files) {
         std::string text;
         try {
-            text = check::read_text(path);
+            text = read_text(path, MAX_CONFIG_BYTES);
         } catch (const Failure& e) {
             context.complain(e.what());
             ++unreadable;
             continue;
         }
-        const std::string name = path == "-" ? "<stdin>" : path;
+        const std::string name = shown_name(path);
         check::Report report(text);
         check::ConfigCheck(text, settings, report).run();
         for (auto severity : {check::WARNING, check::ERROR})
@@ -91,15 +93,14 @@ bool play(Context& context, const Json::Value& request, const std::string& title
 }
 
 void run_file(Context& context, const RunOptions& options) {
-    const std::string text = check::read_text(options.file);
+    const std::string text = read_text(options.file, MAX_CONFIG_BYTES);
     check::Settings settings;
     settings.target.slave_mode = !options.standalone;
     ask_settings(context.daemon(), settings);
     check::Report report(text);
     check::ConfigCheck config(text, settings, report);
     config.run();
-    context.err().print(
-        check::findings_text(options.file == "-" ? "<stdin>" : options.file, report, context.err()));
+    context.err().print(check::findings_text(shown_name(options.file), report, context.err()));
     const size_t errors = report.count(check::ERROR);
     if (errors > 0 && (!options.force || config.requests().empty()))
         throw Failure(check::counts_text(errors, report.count(check::WARNING)) + ", nothing was sent" +

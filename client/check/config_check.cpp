@@ -104,10 +104,9 @@ void ConfigCheck::check_envelope(const Json::Value& request) {
     if (!accept.isNull() && !accept.isArray()) m_report.error(accept, "'accept' must be an array");
     for (const std::string& name : request.getMemberNames()) {
         if (contains(REQUEST_MEMBERS, name)) continue;
-        std::string near = nearest(name, REQUEST_MEMBERS);
         m_report.warning_at_name(request[name], "'" + name +
                                                     "' is no member of a request, the daemon ignores it" +
-                                                    (near.empty() ? "" : "; did you mean '" + near + "'?"));
+                                                    did_you_mean(name, REQUEST_MEMBERS));
     }
 }
 
@@ -134,14 +133,12 @@ void ConfigCheck::check_method(const Json::Value& request, const std::string& na
 
 void ConfigCheck::check_unknown_method(const Json::Value& at, const std::string& name) {
     if (contains(m_settings.methods, name)) return;
-    std::string near = nearest(name, method_names(m_settings));
     // A library that is loaded by then may bring methods of its own, under its component's name.
     const bool may_be_engines = m_states.state() != UNLOADED && name.find('.') != std::string::npos;
     if (may_be_engines)
         m_report.warning(at, "'" + name + "' is no method of the daemon; the engine may bring it");
     else
-        m_report.error(
-            at, "'" + name + "' is no method" + (near.empty() ? "" : "; did you mean '" + near + "'?"));
+        m_report.error(at, "'" + name + "' is no method" + did_you_mean(name, method_names(m_settings)));
 }
 
 void ConfigCheck::check_order(const Json::Value& at, const std::string& name) {

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "client/check/special_rules.h"
+#include "client/fields.h"
 #include "infra/corvo_json.h"
 
 namespace brumectl::check {
@@ -38,11 +39,6 @@ std::string list_of(const Json::Value& words) {
 
 bool holds(const Json::Value& list, const Json::Value& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
-}
-
-std::string hint(const std::string& word, const std::vector<std::string>& known) {
-    std::string near = nearest(word, known);
-    return near.empty() ? "" : "; did you mean " + quoted(near) + "?";
 }
 
 /** Walks a value along its schema. The schema bounds how deep it goes. */
@@ -116,7 +112,7 @@ class SchemaCheck {
         for (const std::string& name : value.getMemberNames())
             if (std::find(known.begin(), known.end(), name) == known.end())
                 m_report.warning_at_name(value[name], m_method + ": " + quoted(path + "." + name) +
-                                                          " is not read here" + hint(name, known));
+                                                          " is not read here" + did_you_mean(name, known));
     }
 
     void members(const Json::Value& value, const Json::Value& schema, const std::string& path,
@@ -136,13 +132,6 @@ class SchemaCheck {
     Report& m_report;
 };
 
-/** Whether the words that make a parameter necessary have been said. */
-bool condition_met(const Json::Value& when, const Json::Value& params) {
-    for (const std::string& name : when.getMemberNames())
-        if (!holds(when[name], params[name])) return false;
-    return true;
-}
-
 std::string condition_text(const Json::Value& when) {
     std::string out;
     for (const std::string& name : when.getMemberNames())
@@ -159,12 +148,11 @@ void check_parameters(const Method& method, const Json::Value& request, const Ta
     const Json::Value& at = given.isNull() ? request : given;
     SchemaCheck check(method.name, report);
     std::vector<std::string> known;
-    for (Json::ArrayIndex i = 0; i < method.parameters.size(); ++i) {
-        const Parameter& parameter = method.parameters[i];
+    for (const Parameter& parameter : method.parameters) {
         known.push_back(parameter.name);
         const Json::Value& value = params[parameter.name];
-        const Json::Value& when = (*method.document)["params"][i]["x-required-when"];
-        const bool needed = parameter.required || (!when.isNull() && condition_met(when, params));
+        const Json::Value& when = *parameter.required_when;
+        const bool needed = is_needed(parameter, params);
         if (!value.isNull()) {
             // What isn't asked for is mostly not read either: worth a word, but no reason for a refusal.
             check.value(value, *parameter.schema, parameter.name, when.isNull() || needed ? ERROR : WARNING);
@@ -177,7 +165,7 @@ void check_parameters(const Method& method, const Json::Value& request, const Ta
         if (!method.find(name))
             report.warning_at_name(params[name], method.name + ": " + quoted(name) +
                                                      " is no parameter, the daemon ignores it" +
-                                                     hint(name, known));
+                                                     did_you_mean(name, known));
     check_special_rules(method.name, params, target, report);
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "client/json_access.h"
+
 namespace brumectl::check {
 
 namespace {
@@ -19,10 +21,6 @@ bool is_hex(const std::string& text) {
     } catch (const std::logic_error&) {
         return false;
     }
-}
-
-const Json::Value& member_of(const Json::Value& value, const char* name) {
-    return value.isObject() ? value[name] : Json::Value::nullSingleton();
 }
 
 void check_workers(const Json::Value& params, const Target& target, Report& report) {

@@ -62,7 +62,7 @@ TEST(Check, FindsWhatIsWrongWithTheTextAndItsShapeAndWhere) {
         {"[\n  {\"jsonrpc\":\"1.0\",\"id\":1,\"method\":\"ping\"}]", "2:14 error 'jsonrpc'"},
         {"[{\"jsonrpc\":\"2.0\",\"id\":1}]", "1:2 error 'method' is missing"},
         {"[{\"jsonrpc\":\"2.0\",\"id\":\"é\",\"parms\":{},\"method\":\"ping\"}]",
-         "1:28 warning 'parms' is no member of a request, the daemon ignores it; did you mean 'params'?"},
+         "1:28 warning 'parms' is no member of a request, the daemon ignores it (did you mean 'params'?)"},
         {R"([{"jsonrpc":"2.0","method":"ping"}])", "1:2 warning without an 'id'"},
         {"[" + request("ping") + ",\n" + request("status") + "]",
          "2:23 warning another request has the id 1"},
@@ -74,7 +74,7 @@ TEST(Check, FindsWrongMethodsAndParameters) {
     const std::string devmem = R"({"shm":{"type":"devmem","size":1,"addr":)";
     const std::string ready = load + request("activate", R"({"resources":{"max_flows":5.0}})", 3) + ",";
     const std::vector<Case> cases = {
-        {request("pong"), "error 'pong' is no method; did you mean 'ping'?"},
+        {request("pong"), "error 'pong' is no method (did you mean 'ping'?)"},
         {request("extender.hello"), "error 'extender.hello' is no method"},
         {load + request("extender.hello"), "warning 'extender.hello' is no method of the daemon"},
         {request("echo", "[5]"), "error echo: 'params' must be an object; anything else stops the daemon"},
