@@ -1,12 +1,11 @@
 // Configurations as `check` judges them and as `run` plays them against a real daemon.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "client/check/config_check.h"
 #include "client/method_table.h"
+#include "client/run_program.h"
 #include "infra/corvo_json.h"
 #include "support/daemon.h"
 #include "support/temp_dir.h"
@@ -176,58 +175,47 @@ TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
     }
 }
 
-struct Ended {
-    int status = -1;
-    std::string out;  ///< stderr, too
-};
-
-Ended brumectl_ended(const std::string& arguments) {
-    Ended ended;
-    FILE* pipe = popen((BRUMECTL_COMMAND " " + arguments + " 2>&1").c_str(), "r");
-    char piece[4096];
-    while (size_t size = fread(piece, 1, sizeof(piece), pipe))
-        ended.out.append(piece, size);
-    ended.status = WEXITSTATUS(pclose(pipe));
-    return ended;
-}
-
 TEST(Check, TellsFilesApartAndEndsByWhatItFound) {
     TempDir dir;
     const std::string clean = dir.write("clean", "[" + request("ping") + "]");
-    const std::string odd = dir.write("odd", R"([{"jsonrpc":"2.0","method":"ping"}])");
-    EXPECT_EQ(brumectl_ended("check " + clean + " " + odd).status, 0);
-    Ended strict = brumectl_ended("check --strict " + clean + " - < " + odd);
+    const std::string odd = R"([{"jsonrpc":"2.0","method":"ping"}])";
+    const std::string odd_file = dir.write("odd", odd);
+    EXPECT_EQ(brumectl({"check", clean, odd_file}).status, 0);
+    Outcome strict = brumectl({"check", "--strict", clean, "-"}, {.input = odd});
     EXPECT_EQ(strict.status, 1);
     EXPECT_NE(strict.out.find("<stdin>:1:2: warning: "), std::string::npos) << strict.out;
-    EXPECT_EQ(brumectl_ended("check " + clean + " " + dir.file("none")).status, 1);
-    EXPECT_EQ(brumectl_ended("check").status, 2);
+    EXPECT_EQ(brumectl({"check", clean, dir.file("none")}).status, 1);
+    EXPECT_EQ(brumectl({"check"}).status, 2);
     Json::Value list;
-    ASSERT_TRUE(corvo::json::parse(brumectl_ended("--json check " + odd).out, list));
+    ASSERT_TRUE(corvo::json::parse(brumectl({"--json", "check", odd_file}).out, list));
     EXPECT_EQ(list[0]["column"], 2);
 }
 
 TEST(Run, PlaysAConfigurationUntilARequestFails) {
     Daemon daemon({.engine_dir = INERT_ENGINE_DIR});
-    const std::string at = "-s " + daemon.socket_path() + " run ";
+    const ProgramSetup setup{.socket = daemon.socket_path()};
     const std::string bad = daemon.dir().write(
         "bad", "[" + request("load", R"({"path":"/nosuch"})") + "," + request("status", "null", 2) + "]");
-    Ended stopped = brumectl_ended(at + bad);
+    Outcome stopped = brumectl({"run", bad}, setup);
     EXPECT_EQ(stopped.status, 1);
     EXPECT_NE(stopped.out.find("[1/2] load: failed: path '/nosuch' is not"), std::string::npos)
         << stopped.out;
     EXPECT_EQ(stopped.out.find("[2/2]"), std::string::npos);
-    Ended kept = brumectl_ended(at + "--keep-going " + bad);
+    Outcome kept = brumectl({"run", "--keep-going", bad}, setup);
     EXPECT_EQ(kept.status, 1);
     EXPECT_NE(kept.out.find("[2/2] status: ok"), std::string::npos) << kept.out;
+    Outcome json = brumectl({"--json", "run", bad}, setup);
+    EXPECT_EQ(json.status, 1);
+    EXPECT_EQ(parse(json.out)["error"]["code"], -32000) << json.out;
 
     const std::string good = daemon.dir().write("good", sequence({"load", "activate"}));
-    EXPECT_EQ(brumectl_ended(at + good).status, 0);
+    EXPECT_EQ(brumectl({"run", good}, setup).status, 0);
     EXPECT_EQ(daemon.result("status")["state"], "activated");
     // Now the same is refused before anything is sent.
-    Ended again = brumectl_ended(at + good);
+    Outcome again = brumectl({"run", good}, setup);
     EXPECT_EQ(again.status, 1);
-    EXPECT_NE(again.out.find("nothing was sent"), std::string::npos) << again.out;
-    EXPECT_NE(brumectl_ended(at + "--force " + good).out.find("already loaded"), std::string::npos);
+    EXPECT_NE(again.err.find("nothing was sent"), std::string::npos) << again.err;
+    EXPECT_NE(brumectl({"run", "--force", good}, setup).out.find("already loaded"), std::string::npos);
 }
 
 }  // namespace
