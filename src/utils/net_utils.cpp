@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <charconv>
 #include <cstdlib>
 #include <memory>
 
@@ -31,8 +32,7 @@ bool parse_address(int family, const std::string& text, void* out) {
 }
 
 std::string address_text(const in_addr& address) {
-    std::array<char, INET_ADDRSTRLEN> text{};
-    return inet_ntop(AF_INET, &address, text.data(), text.size()) ? text.data() : "";
+    return NetUtils::ip2str(ntohl(address.s_addr));
 }
 
 uint64_t get_counter(const std::string& ifname, const char* stat) {
@@ -86,11 +86,15 @@ bool NetUtils::is_valid_ipv6(const std::string& text) {
     return parse_address(AF_INET6, text, &address);
 }
 
+// Without printf, which `inet_ntop` uses, too: this is done for the peer of every TCP request.
 std::string NetUtils::ip2str(uint32_t ip) {
     std::array<char, INET_ADDRSTRLEN> text{};
-    std::snprintf(text.data(), text.size(), "%u.%u.%u.%u", ip >> 24, (ip >> 16) & 0xff, (ip >> 8) & 0xff,
-                  ip & 0xff);
-    return text.data();
+    char* out = text.data();
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        out = std::to_chars(out, text.data() + text.size(), (ip >> shift) & 0xff).ptr;
+        if (shift > 0) *out++ = '.';
+    }
+    return {text.data(), out};
 }
 
 uint32_t NetUtils::str2ip(const std::string& text) {

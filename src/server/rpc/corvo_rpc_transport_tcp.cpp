@@ -10,6 +10,7 @@
 
 #include "infra/corvo_logger.h"
 #include "utils/exception.h"
+#include "utils/net_utils.h"
 
 namespace corvo::rpc {
 
@@ -80,9 +81,8 @@ std::unique_ptr<RpcTransport> RpcTransportTCP::accept_conn() {
         if (errno != EINTR && errno != EAGAIN) CORVO_LOG(ERROR, COMP, "accept failed: %s", strerror(errno));
         return nullptr;
     }
-    char ip[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &peer.sin_addr, ip, sizeof(ip));
-    CORVO_LOG(DEBUG, COMP, "Received new request from %s:%u", ip, ntohs(peer.sin_port));
+    const std::string ip = NetUtils::ip2str(ntohl(peer.sin_addr.s_addr));
+    CORVO_LOG(DEBUG, COMP, "Received new request from %s:%u", ip.c_str(), ntohs(peer.sin_port));
     auto transport = std::make_unique<RpcTransportTCP>(ip, ntohs(peer.sin_port));
     transport->m_socket = std::move(connection);
     transport->m_fd = transport->m_socket.get();
