@@ -84,13 +84,13 @@ def start(trial, log, *args, **more):
 
 def serve(daemon, count, seconds=1):
     """Requests until so many are answered. A reply may be lost on its way, and is asked for again."""
-    lost = 0
+    lost, bound = 0, 50 + 3 * count
     while count:
         if daemon.ask(request("status"), seconds):
             count -= 1
         else:
             lost += 1
-            hold(lost < 200, "replies stay away")
+            hold(lost < bound, "replies stay away")
     return lost
 
 
@@ -242,9 +242,9 @@ def interrupted(trial, every):
     calls = FailingCalls(trial.folder)
     calls.arm(*INTERRUPTED, every=every, error=errno.EINTR)
     daemon = start(trial, trial.folder / "log", **calls.preload)
-    lost = serve(daemon, 100 if trial.short else 1000)
+    lost = serve(daemon, 50 if trial.short else 1000, seconds=0.2)
     crash(daemon)
-    lost += serve(daemon, 10)
+    lost += serve(daemon, 10, seconds=0.2)
     hold([(f / "cvdump.json").is_file() for f in evidence(daemon)] == [True], "no evidence")
     hold(daemon.end() == 0, "no clean end")
     hits = calls.disarm()
@@ -297,7 +297,7 @@ def limited_pushes(trial):
     resource.prlimit(server, resource.RLIMIT_AS, ((virtual_kib(server) + 8192) << 10, -1))
     for frames in (100, 1000, 5000, 20000, 50000):
         write_capture(capture, frames)
-        reply = daemon.call("push_pcap", pushed, seconds=20)
+        reply = daemon.call("push_pcap", pushed, seconds=5)
         answers[next((k for k in ("result", "error") if reply and k in reply), "none")] += 1
         hold(daemon.alive(30), f"no answer after {frames} frames")
     same = daemon.child() == server

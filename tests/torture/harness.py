@@ -1,5 +1,6 @@
 """What every case of scripts/torture stands on: a daemon of its own in a folder of its own, clients of both transports,
 and the checks that must hold afterwards, whatever was done to it."""
+import collections
 import contextlib
 import json
 import os
@@ -19,6 +20,7 @@ LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) 
 LONG = re.compile(rb"\((corvo_wd_stderr|corvo_hog_reporter|corvo_rpc_worker)\.cpp:")
 
 CASES = []
+Case = collections.namedtuple("Case", "name short run")
 
 
 class Broken(AssertionError):
@@ -31,7 +33,7 @@ def case(name, *, short=True):
     short: also part of the short form that runs before a change lands.
     """
     def register(function):
-        CASES.append((name, short, function))
+        CASES.append(Case(name, short, function))
         return function
     return register
 
