@@ -13,7 +13,7 @@ import threading
 
 from cases_faults import write_capture
 from failing_calls import FailingCalls
-from harness import BUILD, case, eventually, hold, request
+from harness import BUILD, case, eventually, hold, need, request
 
 INERT = BUILD / "tests/engines/inert"
 MS_RDONLY, MS_REMOUNT, MS_REC, MS_PRIVATE, CLONE_NEWNS = 1, 32, 16384, 1 << 18, 0x20000
@@ -24,8 +24,8 @@ LIBC = ctypes.CDLL(None, use_errno=True)
 def private_mounts():
     """From here on, what this process mounts is seen by it and its children alone."""
     if not hasattr(private_mounts, "done"):
-        hold(os.geteuid() == 0, "needs root")
-        hold(LIBC.unshare(CLONE_NEWNS) == 0 and LIBC.mount(b"none", b"/", None, MS_REC | MS_PRIVATE, None) == 0,
+        need(os.geteuid() == 0, "needs root")
+        need(LIBC.unshare(CLONE_NEWNS) == 0 and LIBC.mount(b"none", b"/", None, MS_REC | MS_PRIVATE, None) == 0,
              f"no mount namespace: {os.strerror(ctypes.get_errno())}")
         private_mounts.done = True
 

@@ -19,6 +19,12 @@ LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) 
 # Messages of many lines: what the server printed to stderr, stacks of hogs, and at debug level what clients said.
 LONG = re.compile(rb"\((corvo_wd_stderr|corvo_hog_reporter|corvo_rpc_worker)\.cpp:")
 
+
+
+class NotTried(Exception):
+    """What the case needs can't be had here; no fault of the daemon's."""
+
+
 CASES = []
 Case = collections.namedtuple("Case", "name short run")
 
@@ -41,6 +47,11 @@ def case(name, *, short=True):
 def hold(condition, text):
     if not condition:
         raise Broken(text)
+
+
+def need(condition, text):
+    if not condition:
+        raise NotTried(text)
 
 
 def eventually(done, seconds=10, step=0.02):
