@@ -51,8 +51,12 @@ void install() {
 }
 
 void check() {
+    if (pending()) throw Interrupted(g_signum);
+}
+
+bool pending() noexcept {
     let_in();
-    if (g_signum != 0) throw Interrupted(g_signum);
+    return g_signum != 0;
 }
 
 int wait(std::vector<pollfd>& fds, int timeout_ms) {

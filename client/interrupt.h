@@ -26,6 +26,8 @@ namespace interrupt {
 void install();
 /** @throws Interrupted if one has arrived. For loops that work long without waiting. */
 void check();
+/** Whether `check` would throw. For where no exception can pass, such as a callback of a C library. */
+bool pending() noexcept;
 /**
  * poll(2) during which signals may arrive. -1 ms waits for ever; a signal of another kind only makes it
  * return early. Gives the number of descriptors that are ready. @throws Interrupted

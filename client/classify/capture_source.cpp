@@ -24,6 +24,7 @@ namespace {
 constexpr uint32_t MAGIC_USEC = 0xA1B2C3D4;
 constexpr uint64_t USEC_PER_SEC = 1000000;
 constexpr uint32_t FRAMES_BETWEEN_CHECKS = 1024;
+constexpr size_t STREAM_BUFFER_BYTES = 65536;
 
 struct PcapCloser {
     void operator()(pcap_t* pcap) const { pcap_close(pcap); }
@@ -72,22 +73,33 @@ Probe probe(const std::string& path) {
     return out;
 }
 
+/** Of packed bytes. A fault is an error of the stream: what is cut would look like a file's end otherwise. */
+ssize_t unpack(void* cookie, char* buf, size_t size) {
+    // libpcap may ask again and again before it gives a packet, and no exception can pass it.
+    if (interrupt::pending()) return -1;
+    auto* gz = static_cast<gzFile>(cookie);
+    const int got = gzread(gz, buf, static_cast<unsigned>(std::min<size_t>(size, 1 << 30)));
+    int fault = Z_OK;
+    if (got <= 0) gzerror(gz, &fault);
+    if (fault == Z_OK || fault == Z_STREAM_END) return got;
+    if (fault != Z_ERRNO) errno = EBADMSG;
+    return -1;
+}
+
 /** A stream that unpacks gzip and passes everything else through. */
 corvo::UniqueFile unpacking_stream(corvo::UniqueFd fd) {
     gzFile gz = gzdopen(fd.get(), "rb");
     if (!gz) throw Failure("out of memory");
     fd.release();
     cookie_io_functions_t functions = {};
-    functions.read = [](void* cookie, char* buf, size_t size) -> ssize_t {
-        return gzread(static_cast<gzFile>(cookie), buf,
-                      static_cast<unsigned>(std::min<size_t>(size, 1 << 30)));
-    };
+    functions.read = unpack;
     functions.close = [](void* cookie) { return gzclose_r(static_cast<gzFile>(cookie)) == Z_OK ? 0 : EOF; };
     corvo::UniqueFile file(fopencookie(gz, "rb", functions));
     if (!file) {
         gzclose_r(gz);
         throw Failure("out of memory");
     }
+    setvbuf(file.get(), nullptr, _IOFBF, STREAM_BUFFER_BYTES);
     return file;
 }
 
@@ -109,6 +121,7 @@ class PcapSource : public CaptureSource {
         for (;;) {
             if (++m_read % FRAMES_BETWEEN_CHECKS == 0) interrupt::check();
             const int got = pcap_next_ex(m_pcap.get(), &header, &bytes);
+            if (got == PCAP_ERROR) interrupt::check();
             if (got == PCAP_ERROR) m_damage = pcap_geterr(m_pcap.get());
             if (got != 1) return false;
             if (m_filter.passes(*header, bytes) && convert(*header, bytes, frame)) return true;
@@ -144,20 +157,38 @@ class PcapSource : public CaptureSource {
 
 class ErfSource : public CaptureSource {
  public:
-    ErfSource(std::unique_ptr<corvo::CErfFileReader> reader, const std::string& filter)
-        : m_reader(std::move(reader)),
+    /** Null for a file that isn't ERF. One without a whole record passes for it elsewhere. */
+    static std::unique_ptr<ErfSource> open(const std::string& path, const std::string& filter) {
+        corvo::FilePtr file = corvo::open_to_read(path.c_str());
+        corvo::wtap context{.file = file.get()};
+        if (!file || corvo::measure(file.get()) < SMALLEST_RECORD) return nullptr;
+        int ignored = 0;
+        if (corvo::erf_open(&context, &ignored) != 1) return nullptr;
+        return std::make_unique<ErfSource>(std::move(file), filter);
+    }
+
+    ErfSource(corvo::FilePtr file, const std::string& filter)
+        : m_file(std::move(file)),
+          m_context{.file = m_file.get()},
           m_dead(pcap_open_dead(DLT_EN10MB, corvo::CCapPkt::kMaxFrame)),
           m_filter(m_dead.get(), filter) {}
 
     bool is_daemons_format() const override { return !m_filter.is_set(); }
 
     bool next(Frame& frame) override {
-        while (m_reader->ReadPacket(&m_packet)) {
+        pcap_pkthdr header = {};
+        while (read(header)) {
             if (++m_read % FRAMES_BETWEEN_CHECKS == 0) interrupt::check();
-            pcap_pkthdr header = {};
-            header.caplen = header.len = m_packet.GetPktLen();
             if (!m_filter.passes(header, m_packet.GetPktBuffer())) continue;
-            frame.bytes.assign(reinterpret_cast<const char*>(m_packet.GetPktBuffer()), header.len);
+            if (header.caplen == 0) {
+                ++m_repairs.unconverted;  // the daemon takes it for the file's end
+                continue;
+            }
+            frame.bytes.assign(reinterpret_cast<const char*>(m_packet.GetPktBuffer()), header.caplen);
+            if (header.caplen < header.len) {
+                ++m_repairs.padded;
+                frame.bytes.resize(header.len, '\0');
+            }
             frame.usec = m_packet.time_sec * USEC_PER_SEC + m_packet.time_nsec / 1000;
             return true;
         }
@@ -165,7 +196,28 @@ class ErfSource : public CaptureSource {
     }
 
  private:
-    std::unique_ptr<corvo::CErfFileReader> m_reader;
+    static constexpr int64_t SMALLEST_RECORD = 18;
+
+    bool read(pcap_pkthdr& header) {
+        using corvo::ErfRecord;
+        const struct {
+            ErfRecord end;
+            const char* text;
+        } damages[] = {
+            {ErfRecord::CUT_HEADER, "the file ends within a record"},
+            {ErfRecord::CUT, "the file ends within a record"},
+            {ErfRecord::NOT_ETHERNET, "a record isn't of Ethernet"},
+            {ErfRecord::TOO_BIG, "a record's length is impossible"},
+            {ErfRecord::UNREADABLE, "the file can't be read"},
+        };
+        const ErfRecord end = corvo::erf_read_record(&m_context, &m_packet, header.caplen, header.len);
+        for (const auto& damage : damages)
+            if (end == damage.end) m_damage = damage.text;
+        return end == ErfRecord::WHOLE;
+    }
+
+    corvo::FilePtr m_file;
+    corvo::wtap m_context;
     corvo::CCapPkt m_packet;
     Pcap m_dead;
     Filter m_filter;
@@ -181,8 +233,8 @@ std::unique_ptr<CaptureSource> CaptureSource::open(const std::string& path, cons
     char error[PCAP_ERRBUF_SIZE] = "";
     Pcap pcap(pcap_fopen_offline_with_tstamp_precision(file.get(), PCAP_TSTAMP_PRECISION_MICRO, error));
     if (!pcap) {
-        auto erf = std::make_unique<corvo::CErfFileReader>();
-        if (erf->Create(path.c_str(), 0)) return std::make_unique<ErfSource>(std::move(erf), filter);
+        interrupt::check();
+        if (auto erf = ErfSource::open(path, filter)) return erf;
         throw Failure(std::string("no capture that can be read: ") + error);
     }
     file.release();  // it went over to libpcap

@@ -31,13 +31,18 @@ struct ErfHeader {
     uint32_t wlen;  ///< bytes of the frame on the wire
 };
 
-enum class ReadResult { done, end, error };
-
-ReadResult read_bytes(wtap* context, unsigned char* to, size_t size) {
-    if (fread_unlocked(to, 1, size, context->file) == size) return ReadResult::done;
-    if (!ferror(context->file)) return ReadResult::end;
+ErfRecord read_bytes(wtap* context, unsigned char* to, size_t size) {
+    const size_t got = fread_unlocked(to, 1, size, context->file);
+    if (got == size) return ErfRecord::WHOLE;
+    if (!ferror(context->file)) return got == 0 ? ErfRecord::NO_MORE : ErfRecord::CUT_HEADER;
     context->err = errno;
-    return ReadResult::error;
+    return ErfRecord::UNREADABLE;
+}
+
+/** The same within a record. */
+ErfRecord read_rest(wtap* context, unsigned char* to, size_t size) {
+    const ErfRecord result = read_bytes(context, to, size);
+    return result == ErfRecord::NO_MORE || result == ErfRecord::CUT_HEADER ? ErfRecord::CUT : result;
 }
 
 bool is_readable_size(const ErfHeader& header) {
@@ -54,9 +59,9 @@ int erf_open(wtap* context, int* err) {
     uint64_t previous = 0;
     for (int i = 0; i < RECORDS_TO_TEST; i++) {
         unsigned char bytes[ERF_HEADER];
-        ReadResult result = read_bytes(context, bytes, sizeof(bytes));
-        if (result == ReadResult::end) break;
-        if (result == ReadResult::error) {
+        const ErfRecord result = read_bytes(context, bytes, sizeof(bytes));
+        if (result == ErfRecord::NO_MORE || result == ErfRecord::CUT_HEADER) break;
+        if (result == ErfRecord::UNREADABLE) {
             *err = context->err;
             return -1;
         }
@@ -72,24 +77,42 @@ int erf_open(wtap* context, int* err) {
     return 1;
 }
 
-int erf_read(wtap* context, CCapPkt* pkt) {
+ErfRecord erf_read_record(wtap* context, CCapPkt* pkt, uint32_t& held, uint32_t& wire) {
     unsigned char bytes[ERF_HEADER];
-    ReadResult result = read_bytes(context, bytes, sizeof(bytes));
-    if (result != ReadResult::done) return result == ReadResult::end ? 0 : -1;
+    ErfRecord result = read_bytes(context, bytes, sizeof(bytes));
+    if (result != ErfRecord::WHOLE) return result;
     ErfHeader header(bytes);
-    if (!header.is_ethernet) return -1;
-    if (!is_readable_size(header)) {
-        printf(" ERF packet size too big  ");
-        return -1;
-    }
+    if (!header.is_ethernet) return ErfRecord::NOT_ETHERNET;
+    if (!is_readable_size(header)) return ErfRecord::TOO_BIG;
     unsigned char pad[ERF_PAD];
-    if (read_bytes(context, pad, sizeof(pad)) != ReadResult::done) return -1;
+    result = read_rest(context, pad, sizeof(pad));
+    if (result != ErfRecord::WHOLE) return result;
     uint32_t size = header.rlen - ERF_HEADER - ERF_PAD;
-    if (read_bytes(context, pkt->prepare(size), size) != ReadResult::done) return -1;
+    result = read_rest(context, pkt->prepare(size), size);
+    if (result != ErfRecord::WHOLE) return result;
 
     pkt->time_sec = static_cast<uint32_t>(header.ts >> 32);
     pkt->time_nsec = to_nsec(header.ts);
-    return static_cast<int>(std::min(header.wlen, size));
+    wire = header.wlen;
+    held = std::min(wire, size);
+    return ErfRecord::WHOLE;
+}
+
+int erf_read(wtap* context, CCapPkt* pkt) {
+    uint32_t held = 0;
+    uint32_t wire = 0;
+    switch (erf_read_record(context, pkt, held, wire)) {
+        case ErfRecord::WHOLE:
+            return static_cast<int>(held);
+        case ErfRecord::TOO_BIG:
+            printf(" ERF packet size too big  ");
+            return -1;
+        case ErfRecord::NO_MORE:
+        case ErfRecord::CUT_HEADER:
+            return 0;
+        default:
+            return -1;
+    }
 }
 
 bool CErfFileReader::Create(const char* path, int loop) {

@@ -22,6 +22,15 @@ struct wtap {
  */
 int erf_open(wtap* context, int* err);
 
+/** How the reading of a record ended. */
+enum class ErfRecord { WHOLE, NO_MORE, CUT_HEADER, CUT, NOT_ETHERNET, TOO_BIG, UNREADABLE };
+
+/**
+ * Reads the next record into `pkt`, its time included but for the packet's length, and prints nothing. `held`
+ * is the length of what the record holds of the frame, `wire` that of the frame on the wire.
+ */
+ErfRecord erf_read_record(wtap* context, CCapPkt* pkt, uint32_t& held, uint32_t& wire);
+
 /**
  * Reads the next record into `pkt`. The result is the length of the frame on the wire, or of what the record
  * holds of it; 0 at the end of the file, -1 for a damaged record. Sets the time, not the packet's length.
