@@ -21,6 +21,11 @@ void Context::complain(const std::string& text) const {
     std::string line = "brumectl: " + harmless(text, true);
     while (line.back() == '\n')
         line.pop_back();
+    try {
+        m_out.flush();
+    } catch (const Failure&) {
+        // Told by whoever prints next; this text matters more.
+    }
     // Nobody is left to tell if this fails.
     fprintf(stderr, "%s\n", line.c_str());
 }

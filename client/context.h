@@ -14,8 +14,9 @@ namespace brumectl {
 struct Options {
     std::string address = {};  ///< empty: look in the usual places
     double timeout_sec = 10;
-    bool json = false;      ///< answers unchanged instead of text for people
-    bool in_shell = false;  ///< the line comes from the shell, which can't begin another
+    bool json = false;                    ///< answers unchanged instead of text for people
+    bool in_shell = false;                ///< the line comes from the shell, which can't begin another
+    std::vector<std::string> typed = {};  ///< the whole line as it was typed
 };
 
 class Context {
@@ -31,7 +32,7 @@ class Context {
     bool json() const { return m_options.json; }
     const Terminal& out() const { return m_out; }
     const Terminal& err() const { return m_err; }
-    /** A line on stderr: "brumectl: text". For what isn't the end of the program. */
+    /** A line on stderr: "brumectl: text", behind what has been printed. @throws Interrupted */
     void complain(const std::string& text) const;
 
  private:

@@ -52,7 +52,7 @@ UniqueFd connect_unix(const Address& address, int& err) {
     return UniqueFd();
 }
 
-UniqueFd connect_tcp(const Address& address, int timeout_ms, int& err) {
+UniqueFd connect_tcp(const Address& address, uint64_t deadline_ms, int& err) {
     UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd) {
         err = errno;
@@ -62,25 +62,28 @@ UniqueFd connect_tcp(const Address& address, int timeout_ms, int& err) {
     err = errno;
     if (err != EINPROGRESS) return UniqueFd();
     err = ETIMEDOUT;
-    if (!await(fd.get(), POLLOUT, corvo::monotonic_ms() + static_cast<uint64_t>(timeout_ms)))
-        return UniqueFd();
+    if (!await(fd.get(), POLLOUT, deadline_ms)) return UniqueFd();
     socklen_t len = sizeof(err);
     getsockopt(fd.get(), SOL_SOCKET, SO_ERROR, &err, &len);
     return err == 0 ? std::move(fd) : UniqueFd();
 }
 
-UniqueFd connect_to(const Address& address, int timeout_ms, int& err) {
-    return address.tcp ? connect_tcp(address, timeout_ms, err) : connect_unix(address, err);
+UniqueFd connect_to(const Address& address, uint64_t deadline_ms, int& err) {
+    return address.tcp ? connect_tcp(address, deadline_ms, err) : connect_unix(address, err);
 }
 
 }  // namespace
 
-void Daemon::find() {
+uint64_t Daemon::deadline_ms() const {
+    return corvo::monotonic_ms() + static_cast<uint64_t>(m_timeout_ms);
+}
+
+void Daemon::find(uint64_t deadline) {
     if (m_found) return;
     std::string tried;
     for (const Address& address : m_addresses) {
         int err = 0;
-        m_fd = connect_to(address, m_timeout_ms, err);
+        m_fd = connect_to(address, deadline, err);
         if (m_fd) {
             if (!address.tcp) stat(address.path.c_str(), &m_socket_file);
             Address found = address;
@@ -94,7 +97,7 @@ void Daemon::find() {
 }
 
 const Address& Daemon::address() {
-    find();
+    find(deadline_ms());
     return m_addresses.front();
 }
 
@@ -111,9 +114,10 @@ std::string Daemon::request_text(const std::string& method, const Json::Value& p
 
 Json::Value Daemon::exchange(const std::string& method, const Json::Value& params, std::string& text) {
     std::string request = request_text(method, params);
-    find();
-    if (!m_addresses.front().tcp) return ask_unix(request, text);
-    text = ask_tcp(request);
+    const uint64_t deadline = deadline_ms();
+    find(deadline);
+    if (!m_addresses.front().tcp) return ask_unix(request, deadline, text);
+    text = ask_tcp(request, deadline);
     Json::Value reply = reply::parse(text);
     if (!reply::answers(reply, m_id)) throw Failure("the reply is to another request");
     return reply;
@@ -149,12 +153,11 @@ bool Daemon::await_reply(uint64_t deadline_ms) const {
     }
 }
 
-Json::Value Daemon::ask_unix(const std::string& request, std::string& text) {
+Json::Value Daemon::ask_unix(const std::string& request, uint64_t deadline, std::string& text) {
     const Address& peer = m_addresses.front();
     if (request.size() > MAX_DATAGRAM_BYTES)
         throw Failure("the request has " + std::to_string(request.size()) +
                       " bytes; a Unix socket takes 60000, use the daemon's TCP address for more");
-    uint64_t deadline = corvo::monotonic_ms() + static_cast<uint64_t>(m_timeout_ms);
     // A queue that is full empties when the daemon reads; one whose daemon went away never does.
     while (send(m_fd.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
         if (errno == ECONNREFUSED || errno == ENOTCONN || errno == ECONNRESET) fail_unreachable(peer, errno);
@@ -176,13 +179,12 @@ Json::Value Daemon::ask_unix(const std::string& request, std::string& text) {
     throw TimedOut("no answer from " + peer.text + " within " + std::to_string(m_timeout_ms) + " ms");
 }
 
-std::string Daemon::ask_tcp(const std::string& request) {
+std::string Daemon::ask_tcp(const std::string& request, uint64_t deadline) {
     const Address& peer = m_addresses.front();
     UniqueFd fd = std::move(m_fd);
     int err = 0;
-    if (!fd) fd = connect_tcp(peer, m_timeout_ms, err);
+    if (!fd) fd = connect_tcp(peer, deadline, err);
     if (!fd) fail_unreachable(peer, err);
-    uint64_t deadline = corvo::monotonic_ms() + static_cast<uint64_t>(m_timeout_ms);
     std::string line = request + "\n";
     size_t sent = 0;
     while (sent < line.size() && await(fd.get(), POLLOUT, deadline)) {
@@ -197,8 +199,8 @@ std::string Daemon::ask_tcp(const std::string& request) {
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
         if (size < 0) fail_unreachable(peer, errno);
         if (size == 0) {
-            if (text.empty()) throw Failure(peer.text + " closed the connection without an answer");
-            return text;
+            if (Json::Value whole; !text.empty() && corvo::json::parse(text, whole)) return text;
+            throw BrokenOff(peer.text + " closed the connection before it answered");
         }
         text.append(piece, static_cast<size_t>(size));
         if (text.back() == '\n') return text;

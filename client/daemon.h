@@ -26,8 +26,9 @@ class Daemon {
         : m_addresses(std::move(addresses)), m_timeout_ms(timeout_ms) {}
 
     /**
-     * The result of one request. `params` is an object, or null for none.
-     * @throws ErrorReply, NoDaemon, TimedOut, Failure for a reply that can't be read, Interrupted
+     * The result of one request. `params` is an object, or null for none. Connecting and asking together
+     * take no longer than the time-out.
+     * @throws ErrorReply, NoDaemon, BrokenOff, TimedOut, Failure for a reply that can't be read, Interrupted
      */
     Json::Value call(const std::string& method, const Json::Value& params = Json::Value());
     /** The reply's text as it came, whatever it says: the result of a large one is unpacked into its place.
@@ -42,12 +43,13 @@ class Daemon {
     /** The reply, and its text as it came. */
     Json::Value exchange(const std::string& method, const Json::Value& params, std::string& text);
     std::string request_text(const std::string& method, const Json::Value& params);
-    void find();
-    Json::Value ask_unix(const std::string& request, std::string& text);
+    uint64_t deadline_ms() const;
+    void find(uint64_t deadline);
+    Json::Value ask_unix(const std::string& request, uint64_t deadline, std::string& text);
     /** False: the time is over. @throws NoDaemon when the daemon ended meanwhile */
     bool await_reply(uint64_t deadline_ms) const;
     void check_peer() const;
-    std::string ask_tcp(const std::string& request);
+    std::string ask_tcp(const std::string& request, uint64_t deadline);
 
     std::vector<Address> m_addresses;  ///< after `find`, one
     int m_timeout_ms;

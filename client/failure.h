@@ -32,6 +32,12 @@ class NoDaemon : public Failure {
     explicit NoDaemon(const std::string& text) : Failure(text, EXIT_NO_DAEMON) {}
 };
 
+/** The daemon ended a connection in the middle of an exchange. It may be gone. */
+class BrokenOff : public Failure {
+ public:
+    using Failure::Failure;
+};
+
 class TimedOut : public Failure {
  public:
     explicit TimedOut(const std::string& text) : Failure(text, EXIT_TIMEOUT) {}

@@ -25,7 +25,10 @@ LocalDaemon::LocalDaemon(const Address& address, pid_t pid) : m_same_files(on_th
     const std::string proc = "/proc/" + std::to_string(pid);
     if (!link_target(proc + "/cwd").empty()) m_cwd = proc + "/cwd";
     const std::string mounts = link_target(proc + "/ns/mnt");
-    if (!mounts.empty()) m_same_files = mounts == link_target("/proc/self/ns/mnt");
+    if (!mounts.empty())
+        m_same_files = mounts == link_target("/proc/self/ns/mnt");
+    else if (address.tcp)
+        m_same_files = false;  // a port may be forwarded from another machine
 }
 
 bool LocalDaemon::reaches(const std::string& path) const {

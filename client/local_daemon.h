@@ -24,7 +24,7 @@ class LocalDaemon {
 
  private:
     std::string m_cwd = {};  ///< as a path through /proc, good even where the folder was renamed
-    bool m_same_files;       ///< nothing says that its absolute paths aren't ours
+    bool m_same_files;       ///< its absolute paths are ours: over TCP it must be seen to be so
 };
 
 /** False for a TCP address beyond the loopback network. */

@@ -1,14 +1,37 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "client/interrupt.h"
 #include "client/program.h"
 
+namespace {
+
+/** A standard stream that is closed must not become a socket of ours, which would be written to. */
+void occupy_closed_streams() {
+    constexpr int USELESS[] = {O_WRONLY, O_RDONLY, O_RDONLY};  // each fails where it is used
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+        if (fcntl(fd, F_GETFD) < 0) open("/dev/null", USELESS[fd]);
+}
+
+/** What was printed goes out, but isn't waited for: its reader may be what the user wants to get away from.
+ */
+void flush_if_read() {
+    pollfd out = {STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&out, 1, 0) > 0) fflush(stdout);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    occupy_closed_streams();
     brumectl::interrupt::install();
     try {
         return brumectl::Program().run(std::vector<std::string>(argv + 1, argv + argc));
     } catch (const brumectl::Interrupted& e) {
-        fflush(nullptr);
+        flush_if_read();
         brumectl::interrupt::die_by(e.signum());
     }
 }

@@ -40,6 +40,20 @@ size_t distance(const std::string& a, const std::string& b) {
     return row.back();
 }
 
+/** The word of `known` that `word` was probably meant to be; empty if none is near. */
+std::string nearest(const std::string& word, const std::vector<std::string>& known) {
+    std::string best;
+    size_t least = std::max<size_t>(word.size() < 4 ? 1 : 2, word.size() / 3) + 1;
+    for (const std::string& candidate : known) {
+        size_t d = distance(word, candidate);
+        if (d < least) {
+            least = d;
+            best = candidate;
+        }
+    }
+    return best;
+}
+
 }  // namespace
 
 const Parameter* Method::find(const std::string& wanted) const {
@@ -95,19 +109,6 @@ const Json::Value& MethodTable::resolve(const Json::Value& schema) const {
 std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
     std::string near = nearest(word, known);
     return near.empty() || near == word ? "" : " (did you mean '" + near + "'?)";
-}
-
-std::string nearest(const std::string& word, const std::vector<std::string>& known) {
-    std::string best;
-    size_t least = std::max<size_t>(word.size() < 4 ? 1 : 2, word.size() / 3) + 1;
-    for (const std::string& candidate : known) {
-        size_t d = distance(word, candidate);
-        if (d < least) {
-            least = d;
-            best = candidate;
-        }
-    }
-    return best;
 }
 
 }  // namespace brumectl

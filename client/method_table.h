@@ -53,7 +53,5 @@ class MethodTable {
 
 /** " (did you mean 'X'?)", or nothing if no word of `known` is near. */
 std::string did_you_mean(const std::string& word, const std::vector<std::string>& known);
-/** Of `known`, the word that `word` was probably meant to be; empty if none is near. */
-std::string nearest(const std::string& word, const std::vector<std::string>& known);
 
 }  // namespace brumectl

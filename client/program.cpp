@@ -1,10 +1,12 @@
 #include "client/program.h"
 
 #include <CLI/CLI.hpp>
+#include <sstream>
 
 #include "client/completion.h"
 #include "client/interrupt.h"
 #include "client/method_table.h"
+#include "client/seconds.h"
 #include "client/words.h"
 
 namespace brumectl {
@@ -31,19 +33,12 @@ class Help : public CLI::Formatter {
     }
 };
 
-/** Empty for a text that is fine. Not CLI::Range: it lets "nan" through. */
-std::string timeout_complaint(const std::string& text) {
-    double seconds = 0;
-    if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0.001 && seconds <= 86400) return "";
-    return "takes 0.001 to 86400 seconds, not '" + text + "'";
-}
-
 void add_options(CLI::App& app, Options& options) {
     app.add_option("-s,--socket", options.address, "The daemon: path of its Unix socket, or IP:PORT")
         ->type_name("ADDRESS");
     app.add_option("--timeout", options.timeout_sec, "Seconds to wait for an answer, 10 if not given")
         ->type_name("SECONDS")
-        ->check(CLI::Validator(timeout_complaint, ""));
+        ->check(seconds_between("0.001", "86400"));
     app.add_flag("--json", options.json, "Answers as the daemon gave them");
     app.set_version_flag("--version", std::string("brumectl ") + BRUMECTL_VERSION, "Version of the program");
     app.set_help_flag("-h,--help", "Help of the program or of a word");
@@ -102,14 +97,23 @@ std::string Program::parse_complaint(const std::string& otherwise) const {
     return "'" + first + "' is one word too many";
 }
 
-exit_status_e Program::run(const std::vector<std::string>& words) {
+/** Help and version come as exceptions from the parser. */
+void Program::carry_out(const std::vector<std::string>& words) {
+    m_options.typed = words;
     try {
         // The parser takes them from the end.
         m_app->parse(std::vector<std::string>(words.rbegin(), words.rend()));
-        m_context.out().flush();
-        return EXIT_OK;
     } catch (const CLI::Success& e) {
-        m_app->exit(e);
+        std::ostringstream text;
+        m_app->exit(e, text, text);
+        m_context.out().print(text.str());
+    }
+    m_context.out().flush();
+}
+
+exit_status_e Program::run(const std::vector<std::string>& words) {
+    try {
+        carry_out(words);
         return EXIT_OK;
     } catch (const CLI::ParseError& e) {
         complain_with_usage(parse_complaint(e.what()));
@@ -118,7 +122,6 @@ exit_status_e Program::run(const std::vector<std::string>& words) {
         complain_with_usage(e.what());
         return EXIT_USAGE;
     } catch (const Failure& e) {
-        fflush(stdout);
         m_context.complain(e.what());
         return e.status();
     } catch (const Interrupted&) {

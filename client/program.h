@@ -28,6 +28,7 @@ class Program {
     const CLI::App& app() const { return *m_app; }
 
  private:
+    void carry_out(const std::vector<std::string>& words);
     void complain_with_usage(const std::string& text) const;
     std::string parse_complaint(const std::string& otherwise) const;
 

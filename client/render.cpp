@@ -194,8 +194,7 @@ std::string key_lines(const Terminal& terminal,
         width = std::max(width, columns(key));
     std::string out;
     for (const auto& [key, value] : lines)
-        out += terminal.paint(Terminal::DIM, key + ":") + std::string(width - columns(key) + 2, ' ') + value +
-               "\n";
+        out += terminal.paint(Terminal::DIM, padded(key + ":", width + 3)) + value + "\n";
     return out;
 }
 

@@ -1,12 +1,13 @@
 #include "client/terminal.h"
 
+#include <stdio_ext.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <csignal>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -60,7 +61,6 @@ std::string format(const char* fmt, double number, const char* unit) {
 
 [[noreturn]] void fail_writing(FILE* stream, int err) {
     clearerr(stream);
-    if (err == EPIPE) throw Interrupted(SIGPIPE);
     throw Failure(std::string("the output can't be written: ") + strerror(err));
 }
 
@@ -80,11 +80,27 @@ std::string Terminal::paint(colour_e colour, const std::string& text) const {
     return std::string("\x1b[") + COLOUR_CODE[colour] + "m" + text + "\x1b[0m";
 }
 
+/** Signals are let in here, but not during a write, which may last as long as its reader likes. */
+void Terminal::await_room() const {
+    std::vector<pollfd> fds{{fileno(m_stream), POLLOUT, 0}};
+    while (interrupt::wait(fds, -1) == 0)
+        continue;
+}
+
 void Terminal::print(const std::string& text) const {
-    if (fwrite(text.data(), 1, text.size(), m_stream) != text.size()) fail_writing(m_stream, errno);
+    // A pipe that has room takes so much without a wait.
+    constexpr size_t MOST = PIPE_BUF;
+    for (size_t at = 0; at < text.size(); at += MOST) {
+        const size_t size = std::min(text.size() - at, MOST);
+        const bool is_kept = __flbf(m_stream) == 0 && __fpending(m_stream) + size < __fbufsize(m_stream);
+        if (!is_kept) await_room();
+        if (fwrite(text.data() + at, 1, size, m_stream) != size) fail_writing(m_stream, errno);
+    }
 }
 
 void Terminal::flush() const {
+    if (__fpending(m_stream) == 0) return;
+    await_room();
     if (fflush(m_stream) != 0) fail_writing(m_stream, errno);
 }
 
@@ -144,6 +160,35 @@ size_t columns(const std::string& text) {
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
 }
 
+std::string padded(const std::string& text, size_t width) {
+    const size_t taken = columns(text);
+    return taken < width ? text + std::string(width - taken, ' ') : text;
+}
+
+std::string or_dash(const std::string& text) {
+    return text.empty() ? "-" : text;
+}
+
+std::string shell_word(const std::string& text) {
+    constexpr const char* PLAIN_SIGNS = "_./:@%+=,-";
+    const std::string shown = harmless(text);
+    auto is_plain = [](char c) {
+        return isalnum(static_cast<unsigned char>(c)) != 0 || (c & 0x80) != 0 ||
+               (c != '\0' && strchr(PLAIN_SIGNS, c) != nullptr);
+    };
+    if (!text.empty() && shown == text && std::all_of(text.begin(), text.end(), is_plain)) return text;
+    // $'…' knows what `harmless` makes of control characters.
+    const bool has_escapes = shown != text;
+    std::string out = has_escapes ? "$'" : "'";
+    for (char c : text) {
+        if (c == '\'')
+            out += has_escapes ? "\\'" : "'\\''";
+        else
+            out += has_escapes && c == '\\' ? "\\\\" : std::string(1, c);
+    }
+    return harmless(out) + "'";
+}
+
 std::string bytes_text(uint64_t bytes) {
     constexpr const char* UNITS[] = {"B", "KiB", "MiB", "GiB", "TiB"};
     double value = static_cast<double>(bytes);
@@ -160,6 +205,16 @@ std::string count_text(uint64_t count) {
     for (size_t at = digits.size(); at > 3;)
         digits.insert(at -= 3, ",");
     return digits;
+}
+
+std::string counted(uint64_t count, const char* one, const char* many) {
+    return count_text(count) + " " + (count == 1 ? one : many);
+}
+
+std::string percent_text(double share, int digits) {
+    char buf[64];
+    snprintf(buf, sizeof(buf), "%.*f %%", digits, share * 100);
+    return buf;
 }
 
 std::string duration_text(uint64_t seconds) {

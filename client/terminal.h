@@ -20,13 +20,15 @@ class Terminal {
     /** Columns; 80 if it is no terminal. */
     int width() const;
     std::string paint(colour_e colour, const std::string& text) const;
-    /** Like `flush`, may throw. */
+    /** Like `flush`, may throw: a reader that takes its time can't keep Ctrl-C from ending the program. */
     void print(const std::string& text) const;
-    /** @throws Failure if what was printed can't be written, Interrupted (SIGPIPE) if nobody reads it */
+    /** @throws Failure if what was printed can't be written or nobody reads it, Interrupted */
     void flush() const;
     FILE* stream() const { return m_stream; }
 
  private:
+    void await_room() const;
+
     FILE* m_stream;
     bool m_interactive;
     bool m_colour;
@@ -54,10 +56,26 @@ class TextTable {
 std::string harmless(const std::string& text, bool keep_line_breaks = false);
 /** Columns that a UTF-8 text takes (one a character). */
 size_t columns(const std::string& text);
+/** Filled up with blanks to a number of columns. */
+std::string padded(const std::string& text, size_t width);
+/** A dash for an empty text. */
+std::string or_dash(const std::string& text);
+/**
+ * As a shell takes it for one word: as it is where nothing in it has a meaning there, else in quotes. Fit for
+ * a terminal.
+ */
+std::string shell_word(const std::string& text);
+
+constexpr uint64_t MIB = 1024 * 1024;
+
 /** "17 B", "4.2 KiB", "1.3 GiB". */
 std::string bytes_text(uint64_t bytes);
 /** "1,234,567". */
 std::string count_text(uint64_t count);
+/** "1 packet", "1,200 packets". `many` is the word for several. */
+std::string counted(uint64_t count, const char* one, const char* many);
+/** "12.3 %" of a share from 0 to 1. */
+std::string percent_text(double share, int digits = 1);
 /** "3 d 04:05:06", or without the days. */
 std::string duration_text(uint64_t seconds);
 /** Local time, "2026-11-24 13:05:59". */

@@ -10,8 +10,6 @@ namespace brumectl {
 
 namespace {
 
-constexpr uint64_t MIB = 1024 * 1024;
-
 constexpr struct {
     const char* word;
     Terminal::colour_e colour;
@@ -35,10 +33,6 @@ Terminal::colour_e colour_of(const std::string& word) {
     for (const auto& known : COLOURS)
         if (word == known.word) return known.colour;
     return Terminal::PLAIN;
-}
-
-std::string or_dash(const std::string& text) {
-    return text.empty() ? "-" : text;
 }
 
 std::string process_memory(const Json::Value& memory) {
@@ -185,11 +179,9 @@ std::string push_view(const Terminal& terminal, const Json::Value& result) {
     TextTable table({"protocol", "packets", "share", ""});
     for (const auto& [count, name] : counts) {
         double share = static_cast<double>(count) / std::max(1.0, static_cast<double>(total.asUInt64()));
-        char percent[32];
-        snprintf(percent, sizeof(percent), "%.1f %%", share * 100);
         table.add({{harmless(name)},
                    {count_text(count), true},
-                   {percent, true},
+                   {percent_text(share), true},
                    {bar(share, 24), false, Terminal::CYAN}});
     }
     table.add({{"total", false, Terminal::BOLD}, {count_text(total.asUInt64()), true}, {"", true}, {""}});

@@ -2,14 +2,6 @@
 
 namespace brumectl::check {
 
-namespace {
-
-std::string counted(size_t count, const char* word) {
-    return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
-}
-
-}  // namespace
-
 std::string findings_text(const std::string& file, const Report& report, const Terminal& terminal) {
     std::string out;
     for (const Finding& finding : report.findings()) {
@@ -38,7 +30,7 @@ void append_json(const std::string& file, const Report& report, Json::Value& out
 }
 
 std::string counts_text(size_t errors, size_t warnings) {
-    return counted(errors, "error") + ", " + counted(warnings, "warning");
+    return counted(errors, "error", "errors") + ", " + counted(warnings, "warning", "warnings");
 }
 
 }  // namespace brumectl::check

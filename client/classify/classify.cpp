@@ -40,9 +40,6 @@ struct Arguments {
 /** Packets of the JSON document until it is written: they may be many, and half a document is none. */
 class PacketSpool {
  public:
-    PacketSpool() : m_file(tmpfile()) {
-        if (!m_file) throw Failure("can't create a temporary file");
-    }
     void add(const Piece& piece) {
         for (const PieceFrame& frame : piece.frames())
             if (frame.answer) put((m_empty ? "" : ",") + corvo::json::write(*frame.answer));
@@ -53,6 +50,7 @@ class PacketSpool {
         std::string buf(65536, '\0');
         while (const size_t size = fread(buf.data(), 1, buf.size(), m_file.get()))
             out.print(buf.substr(0, size));
+        if (ferror(m_file.get()) != 0) throw Failure("can't read a temporary file");
     }
 
  private:
@@ -61,7 +59,7 @@ class PacketSpool {
         if (fwrite(text.data(), 1, text.size(), m_file.get()) != text.size())
             throw Failure("can't write a temporary file");
     }
-    corvo::UniqueFile m_file;
+    corvo::UniqueFile m_file = nameless_file();
     bool m_empty = true;
 };
 

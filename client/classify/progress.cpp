@@ -1,7 +1,6 @@
 #include "client/classify/progress.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace brumectl {
 
@@ -13,9 +12,7 @@ constexpr int BAR_COLUMNS = 30;
 
 void Progress::show(const std::string& what, double share) {
     if (!m_terminal.interactive()) return;
-    std::string filled = bar(share, BAR_COLUMNS);
-    filled.append(static_cast<size_t>(BAR_COLUMNS) - columns(filled), ' ');
-    std::string line = filled + " " + std::to_string(std::lround(share * 100)) + " %  ";
+    std::string line = padded(bar(share, BAR_COLUMNS), BAR_COLUMNS) + " " + percent_text(share, 0) + "  ";
     const size_t room = static_cast<size_t>(std::max(m_terminal.width() - 1, 0));
     const std::string name = harmless(what);
     if (columns(line) + columns(name) <= room) line += name;

@@ -50,10 +50,6 @@ std::string number(double value, int digits = 1) {
     return buf;
 }
 
-double percent_of(uint64_t part, uint64_t whole) {
-    return whole == 0 ? 0 : static_cast<double>(part) * 100 / static_cast<double>(whole);
-}
-
 /** A band of the charts and a row of the table. */
 struct Band {
     std::string name;
@@ -85,7 +81,8 @@ std::string tiles(const std::vector<FileResult>& results, const Tally& tally) {
     return "<div class=\"tiles\">\n" + tile(count_text(total.packets), "packets") +
            tile(bytes_text(total.bytes), "on the wire") +
            tile(count_text(tally.protocols.size()), tally.protocols.size() == 1 ? "protocol" : "protocols") +
-           tile(number(percent_of(tally.classified().bytes, total.bytes)) + " %", "of the bytes classified") +
+           tile(percent_text(show::share_of(tally.classified().bytes, total.bytes)),
+                "of the bytes classified") +
            (results.size() > 1 ? tile(count_text(results.size()), "files") : "") + "</div>\n";
 }
 
@@ -96,11 +93,11 @@ std::string shares_bar(const std::vector<Band>& bands, uint64_t whole) {
         "aria-label=\"Shares of the protocols in the bytes\">\n";
     double at = 0;
     for (const Band& band : bands) {
-        const double width = percent_of(band.volume.bytes, whole) * 10;
-        out += "<rect class=\"" + band.style + "\" x=\"" + number(at, 2) + "\" width=\"" + number(width, 2) +
-               "\" height=\"28\"><title>" + escaped(band.name) + ": " + number(width / 10) +
-               " %</title></rect>\n";
-        at += width;
+        const double share = show::share_of(band.volume.bytes, whole);
+        out += "<rect class=\"" + band.style + "\" x=\"" + number(at, 2) + "\" width=\"" +
+               number(share * 1000, 2) + "\" height=\"28\"><title>" + escaped(band.name) + ": " +
+               percent_text(share) + "</title></rect>\n";
+        at += share * 1000;
     }
     return out + "</svg>\n";
 }
@@ -113,15 +110,15 @@ std::string legend(const std::vector<Band>& bands) {
     return out + "</ul>\n";
 }
 
-/** The bars compare with the largest share, `top` percent. */
+/** The bars compare with the largest share, `top`. */
 std::string table_row(const std::string& name, const std::string& style, const Volume& volume,
                       const Volume& total, double top) {
-    const double percent = percent_of(volume.bytes, total.bytes);
+    const double share = show::share_of(volume.bytes, total.bytes);
     return "<tr><th scope=\"row\">" + escaped(name) + "</th><td>" + count_text(volume.packets) + "</td><td>" +
-           bytes_text(volume.bytes) + "</td><td>" + number(percent) +
-           " %</td><td class=\"bar\"><svg viewBox=\"0 0 100 8\" preserveAspectRatio=\"none\" "
+           bytes_text(volume.bytes) + "</td><td>" + percent_text(share) +
+           "</td><td class=\"bar\"><svg viewBox=\"0 0 100 8\" preserveAspectRatio=\"none\" "
            "aria-hidden=\"true\"><rect class=\"" +
-           style + "\" width=\"" + number(percent / top * 100, 2) + "\" height=\"8\"/></svg></td></tr>\n";
+           style + "\" width=\"" + number(share / top * 100, 2) + "\" height=\"8\"/></svg></td></tr>\n";
 }
 
 std::string table(const Tally& tally, const std::vector<Band>& bands) {
@@ -132,7 +129,7 @@ std::string table(const Tally& tally, const std::vector<Band>& bands) {
     uint64_t largest = std::max(tally.unclassified.bytes, tally.not_ip.bytes);
     for (const auto& [name, volume] : tally.protocols)
         largest = std::max(largest, volume.bytes);
-    const double top = std::max(percent_of(largest, total.bytes), 0.01);
+    const double top = std::max(show::share_of(largest, total.bytes), 0.0001);
     size_t rank = 0;
     for (const auto& [name, volume] : show::ranked(tally)) {
         out += table_row(name, rank < COLOURS ? bands[rank].style : "rest", volume, total, top);

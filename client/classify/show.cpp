@@ -4,7 +4,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "infra/corvo_json.h"
+#include "client/json_access.h"
 
 namespace brumectl::show {
 
@@ -13,24 +13,14 @@ namespace {
 constexpr int BAR_COLUMNS = 24;
 constexpr uint64_t USEC_PER_SEC = 1000000;
 
-double share_of(uint64_t part, uint64_t whole) {
-    return whole == 0 ? 0 : static_cast<double>(part) / static_cast<double>(whole);
-}
-
 std::vector<TextTable::Cell> row(const std::string& name, const Volume& volume, const Volume& total,
                                  Terminal::colour_e colour) {
     const double share = share_of(volume.bytes, total.bytes);
-    char percent[16];
-    snprintf(percent, sizeof(percent), "%.1f %%", share * 100);
     return {{harmless(name), false, colour},
             {count_text(volume.packets), true},
             {bytes_text(volume.bytes), true},
-            {percent, true},
+            {percent_text(share), true},
             {bar(share, BAR_COLUMNS), false, colour == Terminal::DIM ? Terminal::DIM : Terminal::BLUE}};
-}
-
-std::string counted(uint64_t count, const char* one, const char* many) {
-    return count_text(count) + " " + (count == 1 ? one : many);
 }
 
 Json::Value volume_json(const Volume& volume) {
@@ -70,16 +60,11 @@ std::string packet_path(const Json::Value& answer) {
     return out;
 }
 
-std::string text_of(const Json::Value& value) {
-    return value.isString() ? value.asString() : std::string();
-}
-
-std::string padded(const std::string& text, size_t width) {
-    const size_t taken = columns(text);
-    return taken < width ? text + std::string(width - taken, ' ') : text;
-}
-
 }  // namespace
+
+double share_of(uint64_t part, uint64_t whole) {
+    return whole == 0 ? 0 : static_cast<double>(part) / static_cast<double>(whole);
+}
 
 std::vector<std::pair<std::string, Volume>> ranked(const Tally& tally) {
     std::vector<std::pair<std::string, Volume>> out(tally.protocols.begin(), tally.protocols.end());
@@ -108,7 +93,7 @@ std::vector<std::string> remarks(const FileResult& result) {
     };
     std::vector<std::string> out;
     for (const auto& remark : all)
-        if (remark.count > 0) out.push_back(counted(remark.count, "packet ", "packets ") + remark.text);
+        if (remark.count > 0) out.push_back(counted(remark.count, "packet", "packets") + " " + remark.text);
     return out;
 }
 
@@ -146,7 +131,7 @@ std::string packets_text(const Piece& piece, uint64_t start_usec) {
                  since / USEC_PER_SEC, static_cast<unsigned>(since % USEC_PER_SEC),
                  static_cast<unsigned>(frame.len));
         const Json::Value& answer = frame.answer ? *frame.answer : NONE;
-        const std::string protocol = frame.answer  ? text_of(answer["protocol"])
+        const std::string protocol = frame.answer  ? string_of(answer["protocol"])
                                      : frame.is_ip ? "-"
                                                    : "not IP";
         out += head;

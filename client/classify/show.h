@@ -13,6 +13,8 @@
 
 namespace brumectl::show {
 
+/** 0 of nothing. */
+double share_of(uint64_t part, uint64_t whole);
 /** Protocols by bytes, then packets, the largest first. */
 std::vector<std::pair<std::string, Volume>> ranked(const Tally& tally);
 /** All files in one. */

@@ -55,6 +55,16 @@ std::string temp_folder() {
     return std::filesystem::absolute(folder && *folder ? folder : "/tmp").string();
 }
 
+corvo::UniqueFile nameless_file() {
+    std::string path = temp_folder() + "/brumectl-XXXXXX";
+    corvo::UniqueFd fd(mkostemp(path.data(), O_CLOEXEC));
+    if (fd) unlink(path.c_str());
+    corvo::UniqueFile file(fd ? fdopen(fd.get(), "w+b") : nullptr);
+    if (!file) throw Failure("can't create a file " + path + ": " + strerror(errno));
+    fd.release();
+    return file;
+}
+
 PlacedFile::PlacedFile(const std::string& target) {
     char resolved[PATH_MAX];
     m_path = realpath(target.c_str(), resolved) ? resolved : target;

@@ -37,6 +37,8 @@ class TempFile {
 
 /** $TMPDIR, else /tmp; absolute. */
 std::string temp_folder();
+/** A file there that has no name, to be written and read. @throws Failure */
+corvo::UniqueFile nameless_file();
 
 /** A file that appears whole, or leaves what stands under its name. */
 class PlacedFile {

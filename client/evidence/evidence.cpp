@@ -25,8 +25,10 @@ std::string place_of_daemon(Context& context) {
         if (!local.reaches(log)) return {};
         const std::string path = local.path_of(log);
         return path.substr(0, path.rfind('/') + 1) + "cvevents";
-    } catch (const NoDaemon&) {
-        return {};
+    } catch (const Usage&) {
+        throw;
+    } catch (const Failure&) {
+        return {};  // one that hangs or talks nonsense, too: then evidence is wanted most
     }
 }
 
@@ -51,13 +53,9 @@ std::string when(const Evidence& evidence) {
 }
 
 Terminal::colour_e colour_of(EvidenceReport::cause_e cause) {
-    constexpr Terminal::colour_e COLOURS[] = {Terminal::RED, Terminal::RED, Terminal::YELLOW,
-                                              Terminal::PLAIN};
+    constexpr Terminal::colour_e COLOURS[] = {Terminal::RED, Terminal::RED, Terminal::YELLOW, Terminal::PLAIN,
+                                              Terminal::YELLOW};
     return COLOURS[cause];
-}
-
-std::string or_dash(const std::string& text) {
-    return text.empty() ? "-" : harmless(text);
 }
 
 std::string plain(const Json::Value& value) {
@@ -96,18 +94,19 @@ void list(Context& context, const std::string& wanted) {
         table.add({{evidence.name},
                    {when(evidence)},
                    {cause_text(evidence.report.cause), false, colour_of(evidence.report.cause)},
-                   {or_dash(evidence.report.signal)},
+                   {or_dash(harmless(evidence.report.signal))},
                    {bytes_text(evidence.bytes()), true},
-                   {or_dash(plain(evidence.report.version))}});
-    out.print(table.empty() ? "Nothing in " + harmless(dir.path()) + ".\n" : table.text(out));
+                   {or_dash(harmless(plain(evidence.report.version)))}});
+    out.print(table.empty() ? "Nothing in " + shell_word(dir.path()) + ".\n" : table.text(out));
 }
 
 /** A line of the report that is there. */
 void print_field(const Terminal& out, const char* label, const std::string& text) {
-    if (text.empty()) return;
-    std::string padded = label;
-    padded.resize(10, ' ');
-    out.print(out.paint(Terminal::DIM, padded) + harmless(text) + "\n");
+    if (!text.empty()) out.print(out.paint(Terminal::DIM, padded(label, 10)) + harmless(text) + "\n");
+}
+
+void print_path(const Terminal& out, const char* label, const std::string& path) {
+    if (!path.empty()) print_field(out, label, shell_word(path));
 }
 
 std::string joined(const std::string& first, const std::string& second) {
@@ -127,8 +126,8 @@ void print_report(const Terminal& out, const EvidenceReport& report) {
                 joined(plain(member_of(platform, "machine")), plain(member_of(platform, "release"))));
     const std::string state = joined(plain(member_of(engine, "state")), plain(member_of(engine, "mode")));
     print_field(out, "engine", joined(state, plain(member_of(engine, "version"))));
-    print_field(out, "", plain(member_of(engine, "path")));
-    print_field(out, "log", plain(member_of(json, "logfile")));
+    print_path(out, "", plain(member_of(engine, "path")));
+    print_path(out, "log", plain(member_of(json, "logfile")));
 }
 
 void show(Context& context, const std::string& wanted, std::string name) {
@@ -138,22 +137,24 @@ void show(Context& context, const std::string& wanted, std::string name) {
         name = stamps.empty() ? EvidenceDir::LAST_STOP : stamps.back();
     }
     const Evidence evidence = dir.find(name);
+    const std::string path = dir.path() + "/" + name;
     const Terminal& out = context.out();
     if (context.json()) {
+        if (evidence.report.json.isNull()) throw Failure("in " + shell_word(path) + " " + evidence.fault);
         out.print(corvo::json::write_line(evidence.report.json));
         return;
     }
-    out.print(out.paint(Terminal::BOLD, dir.path() + "/" + name) + "\n");
+    out.print(out.paint(Terminal::BOLD, shell_word(path)) + "\n");
     print_field(out, "time", when(evidence));
     print_field(out, "cause", cause_text(evidence.report.cause));
+    print_field(out, "report", evidence.fault);
     if (!evidence.report.json.isNull()) print_report(out, evidence.report);
     for (const EvidenceFile& file : evidence.files)
         print_field(out, &file == &evidence.files.front() ? "files" : "",
-                    file.name + "  " + bytes_text(file.bytes));
+                    shell_word(file.name) + "  " + bytes_text(file.bytes));
     size_t number = 0;
     for (const std::string& frame : evidence.report.backtrace) {
-        std::string label = "#" + std::to_string(number);
-        label.resize(5, ' ');
+        const std::string label = padded("#" + std::to_string(number), 5);
         out.print((number++ == 0 ? "\n" : "") + out.paint(Terminal::DIM, label) +
                   harmless(readable_frame(frame)) + "\n");
     }
@@ -182,7 +183,7 @@ void prune(Context& context, const std::string& wanted, size_t keep) {
     } else {
         for (const Json::Value& stamp : removed)
             out.print("removed  " + stamp.asString() + "\n");
-        out.print(std::to_string(removed.size()) + " removed from " + harmless(dir.path()) + "\n");
+        out.print(std::to_string(removed.size()) + " removed from " + shell_word(dir.path()) + "\n");
     }
     if (!all) throw Failure("not everything could be removed");
 }

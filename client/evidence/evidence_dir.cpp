@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -37,13 +38,16 @@ std::vector<std::string> names_in(int dir_fd) {
     if (!dir) fail("can't read", "the directory");
     fd.release();
     std::vector<std::string> names;
-    while (const dirent* entry = readdir(dir.get())) {
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(dir.get());
+        if (entry == nullptr && errno != 0) fail("can't read", "the directory");
+        if (entry == nullptr) return names;
         std::string name = entry->d_name;
         if (name == "." || name == "..") continue;
         if (names.size() == MAX_NAMES) throw Failure("there are too many files in the directory");
         names.push_back(std::move(name));
     }
-    return names;
 }
 
 /** Size of a regular file; -1 for everything else. */
@@ -51,6 +55,27 @@ int64_t size_of(int dir_fd, const std::string& name) {
     struct stat info = {};
     if (fstatat(dir_fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) return -1;
     return info.st_size;
+}
+
+bool has_entry(int dir_fd, const std::string& name) {
+    struct stat info = {};
+    return fstatat(dir_fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool is_folder(int dir_fd, const std::string& name) {
+    struct stat info = {};
+    return fstatat(dir_fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
+}
+
+/** The name of an open folder for everybody, which one through another process's /proc isn't; else `path`. */
+std::string lasting_path(int fd, const std::string& path) {
+    std::error_code ignored;
+    const std::string found = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), ignored);
+    struct stat named = {};
+    struct stat opened = {};
+    const bool is_same = stat(found.c_str(), &named) == 0 && fstat(fd, &opened) == 0 &&
+                         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+    return is_same ? found : path;
 }
 
 std::string read_file(int dir_fd, const char* name) {
@@ -65,11 +90,17 @@ std::string read_file(int dir_fd, const char* name) {
     return text;
 }
 
-EvidenceReport read_report(int dir_fd) {
-    EvidenceReport report = EvidenceReport::from_json_text(read_file(dir_fd, REPORT));
-    if (report.cause != EvidenceReport::NONE) return report;
-    const std::string dump = read_file(dir_fd, STALL_DUMP);
-    return dump.empty() ? report : EvidenceReport::from_stall_dump(dump);
+/** `dump` is what a stall leaves beside its report, or in place of it. */
+void read_report(int dir_fd, const char* dump, Evidence& evidence) {
+    const bool is_there = has_entry(dir_fd, REPORT);
+    evidence.report = EvidenceReport::from_json_text(read_file(dir_fd, REPORT));
+    if (evidence.report.cause == EvidenceReport::NONE && dump != nullptr)
+        if (const std::string text = read_file(dir_fd, dump); !text.empty())
+            evidence.report = EvidenceReport::from_stall_dump(text);
+    if (!evidence.report.json.isNull()) return;
+    evidence.fault = std::string(is_there ? "can't be read: " : "missing: ") + REPORT;
+    if (is_there && evidence.report.cause == EvidenceReport::NONE)
+        evidence.report.cause = EvidenceReport::UNKNOWN;
 }
 
 bool is_known(const std::string& name) {
@@ -96,12 +127,13 @@ uint64_t Evidence::bytes() const {
 EvidenceDir::EvidenceDir(const std::string& path)
     : m_path(path), m_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (!m_fd) fail("can't open", path);
+    m_path = lasting_path(m_fd.get(), path);
 }
 
 std::vector<std::string> EvidenceDir::stamps() const {
     std::vector<std::string> found;
     for (const std::string& name : names_in(m_fd.get()))
-        if (is_stamp(name) && open_stamp(name)) found.push_back(name);
+        if (is_stamp(name) && is_folder(m_fd.get(), name)) found.push_back(name);
     std::sort(found.begin(), found.end());
     return found;
 }
@@ -121,20 +153,27 @@ std::vector<Evidence> EvidenceDir::list() const {
 
 Evidence EvidenceDir::find(const std::string& name) const {
     if (name == LAST_STOP && size_of(m_fd.get(), LAST_STOP) >= 0) return read_last_stop();
-    if (!is_stamp(name) || !open_stamp(name)) throw Failure("there's no '" + name + "' in " + m_path);
+    if (!is_stamp(name) || !is_folder(m_fd.get(), name))
+        throw Failure("there's no '" + name + "' in " + m_path);
     return read(name);
 }
 
 Evidence EvidenceDir::read(const std::string& stamp) const {
     Evidence evidence{stamp};
-    UniqueFd dir = open_stamp(stamp);
-    if (!dir) return evidence;  // gone meanwhile
-    for (const std::string& name : names_in(dir.get()))
-        if (int64_t bytes = size_of(dir.get(), name); bytes >= 0)
-            evidence.files.push_back({name, static_cast<uint64_t>(bytes)});
-    std::sort(evidence.files.begin(), evidence.files.end(),
-              [](const EvidenceFile& a, const EvidenceFile& b) { return a.name < b.name; });
-    evidence.report = read_report(dir.get());
+    try {
+        UniqueFd dir = open_stamp(stamp);
+        if (!dir) fail("can't open", "the folder");
+        for (const std::string& name : names_in(dir.get()))
+            if (int64_t bytes = size_of(dir.get(), name); bytes >= 0)
+                evidence.files.push_back({name, static_cast<uint64_t>(bytes)});
+        std::sort(evidence.files.begin(), evidence.files.end(),
+                  [](const EvidenceFile& a, const EvidenceFile& b) { return a.name < b.name; });
+        read_report(dir.get(), STALL_DUMP, evidence);
+    } catch (const Failure& e) {
+        // One folder that can't be read doesn't hide the others.
+        evidence.fault = e.what();
+        evidence.report.cause = EvidenceReport::UNKNOWN;
+    }
     return evidence;
 }
 
@@ -142,7 +181,7 @@ Evidence EvidenceDir::read_last_stop() const {
     Evidence evidence{LAST_STOP};
     evidence.files.push_back(
         {REPORT, static_cast<uint64_t>(std::max<int64_t>(0, size_of(m_fd.get(), REPORT)))});
-    evidence.report = EvidenceReport::from_json_text(read_file(m_fd.get(), REPORT));
+    read_report(m_fd.get(), nullptr, evidence);
     return evidence;
 }
 

@@ -21,6 +21,7 @@ struct Evidence {
     std::string name = {};  ///< of its folder, or of the report of the last stop
     std::vector<EvidenceFile> files = {};
     EvidenceReport report = {};
+    std::string fault = {};  ///< why there's no report, or not all is known; empty: all is well
     uint64_t bytes() const;
 };
 
@@ -32,8 +33,9 @@ class EvidenceDir {
     /** @throws Failure */
     explicit EvidenceDir(const std::string& path);
 
+    /** Absolute and without links, as far as it can be told. */
     const std::string& path() const { return m_path; }
-    /** Oldest first; the last stop at the end. What can't be read is left out. */
+    /** Oldest first; the last stop at the end. */
     std::vector<Evidence> list() const;
     /** @throws Failure if there's none of that name */
     Evidence find(const std::string& name) const;

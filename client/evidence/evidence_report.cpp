@@ -80,7 +80,7 @@ std::string with_escapes(const std::string& text) {
 }  // namespace
 
 const char* cause_text(EvidenceReport::cause_e cause) {
-    constexpr const char* TEXTS[] = {"killed", "crash", "stall", "stop"};
+    constexpr const char* TEXTS[] = {"killed", "crash", "stall", "stop", "unknown"};
     return TEXTS[cause];
 }
 

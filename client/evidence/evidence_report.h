@@ -11,7 +11,7 @@
 namespace brumectl {
 
 struct EvidenceReport {
-    enum cause_e { NONE, CRASH, STALL, STOP };
+    enum cause_e { NONE, CRASH, STALL, STOP, UNKNOWN };
 
     cause_e cause = NONE;
     std::string signal = {};  ///< "SIGSEGV", or the words of an orderly stop
@@ -24,7 +24,7 @@ struct EvidenceReport {
     static EvidenceReport from_stall_dump(const std::string& text);
 };
 
-/** "crash", "stall", "stop" or "killed" where nothing was left. */
+/** "crash", "stall", "stop", "killed" where nothing was left, "unknown" where it can't be read. */
 const char* cause_text(EvidenceReport::cause_e cause);
 /** The report's text as JSON that every reader takes: its stack stands there in raw lines. */
 std::string repaired_json(const std::string& text);

@@ -10,7 +10,6 @@
 #include "client/failure.h"
 #include "client/interrupt.h"
 #include "client/json_access.h"
-#include "client/live/output.h"
 #include "infra/corvo_json.h"
 #include "utils/clock.h"
 
@@ -57,8 +56,11 @@ void EventFollower::begin_first() {
     try {
         begin();
     } catch (const NoDaemon& e) {
-        if (!m_daemon) throw;
+        if (m_pid == 0) throw;
         // It has answered, and went away before all was set up: waited for as later.
+        lose(e.what());
+    } catch (const BrokenOff& e) {
+        if (m_pid == 0) throw;
         lose(e.what());
     }
 }
@@ -71,21 +73,33 @@ void EventFollower::look() {
             begin();
     } catch (const NoDaemon& e) {
         lose(e.what());
+    } catch (const BrokenOff& e) {
+        lose(e.what());
     } catch (const TimedOut& e) {
         if (!m_complained) m_context.complain(std::string(e.what()) + "; waiting");
         m_complained = true;
     }
 }
 
+/** All or nothing: where a part of it fails, the next look begins anew. */
 void EventFollower::begin() {
     std::unique_ptr<Daemon> daemon = m_context.new_daemon();
-    int64_t pid = static_cast<int64_t>(count_of(member_of(daemon->call("status"), "pid")));
+    const int64_t pid = static_cast<int64_t>(count_of(member_of(daemon->call("status"), "pid")));
     if (m_pid != 0 && pid != m_pid) m_sequence.restart();
-    if (m_pid != 0) m_context.complain("the daemon is there again");
     m_pid = pid;
+    try {
+        set_up(std::move(daemon));
+    } catch (const Failure&) {
+        drop_all();
+        throw;
+    }
+}
+
+void EventFollower::set_up(std::unique_ptr<Daemon> daemon) {
     m_daemon = std::move(daemon);
-    m_complained = false;
     subscribe();
+    if (m_waiting) m_context.complain("the daemon is there again");
+    m_waiting = m_complained = false;
     take_all(past_events());
     take_waiting();
 }
@@ -97,10 +111,11 @@ void EventFollower::subscribe() {
         if (try_path(std::filesystem::absolute(m_options.path))) return;
         m_context.complain("the daemon can't reach " + m_options.path + "; asking once a second instead");
     } else {
-        std::vector<std::string> paths = subscriber_paths(m_daemon->address());
+        const auto [paths, trouble] = subscriber_places(m_daemon->address());
         if (std::any_of(paths.begin(), paths.end(), [this](const auto& path) { return try_path(path); }))
             return;
-        m_context.complain("the daemon can't reach a socket of ours; asking once a second instead");
+        m_context.complain((trouble.empty() ? "the daemon can't reach a socket of ours" : trouble) +
+                           "; asking once a second instead");
     }
     m_polling = true;
 }
@@ -143,8 +158,13 @@ bool EventFollower::still_subscribed() {
 }
 
 void EventFollower::lose(const std::string& why) {
-    if (m_daemon) m_context.complain(why + "; waiting for it");
+    if (!m_waiting) m_context.complain(why + "; waiting for it");
+    m_waiting = true;
     if (m_subscription) m_subscription->forget();
+    drop_all();
+}
+
+void EventFollower::drop_all() {
     m_subscription.reset();
     m_daemon.reset();
 }
@@ -157,19 +177,20 @@ Json::Value EventFollower::past_events() {
 void EventFollower::take_all(const Json::Value& events) {
     for (const Json::Value& event : events)
         take(event);
-    flush_or_fail(m_context.out());
+    m_context.out().flush();
 }
 
 void EventFollower::take_waiting() {
     std::string text;
     while (m_subscription && m_subscription->socket().receive(text)) {
+        interrupt::check();  // whoever sends faster than we read can't keep us here
         Json::Value json;
         if (!corvo::json::parse(text, json)) continue;  // not the daemon's
         std::optional<Notification> event = Notification::read(json);
         if (event && m_sequence.missing_before(event->id) > 0) fill_gap();
         take(json);
     }
-    flush_or_fail(m_context.out());
+    m_context.out().flush();
 }
 
 /** What found no room in the socket may still be in the log. */

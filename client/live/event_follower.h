@@ -23,12 +23,13 @@ class EventFollower {
     EventFollower(Context& context, const FollowOptions& options)
         : m_context(context), m_options(options), m_least(severity_rank(options.severity)) {}
 
-    /** Never returns. @throws Interrupted; Failure if it can't begin or nobody reads what it tells */
+    /** Never returns. @throws Interrupted; Failure if it can't begin, or what it tells can't be written */
     [[noreturn]] void run();
 
  private:
     void begin();
     void begin_first();
+    void set_up(std::unique_ptr<Daemon> daemon);
     void subscribe();
     bool try_path(const std::string& path);
     bool hears_itself();
@@ -37,6 +38,7 @@ class EventFollower {
     void look_after_daemon();
     bool still_subscribed();
     void lose(const std::string& why);
+    void drop_all();
     Json::Value past_events();
     void take_all(const Json::Value& events);
     void take_waiting();
@@ -53,6 +55,7 @@ class EventFollower {
     std::unique_ptr<Subscription> m_subscription;  ///< null while the daemon is gone or can't reach us
     EventSequence m_sequence;
     bool m_complained = false;
+    bool m_waiting = false;  ///< for a daemon that was there before; the user knows
     bool m_polling = false;
 };
 

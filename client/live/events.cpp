@@ -75,7 +75,7 @@ void add_live_events(CLI::App& app, Context& context) {
     word->add_option(
         "--path", wanted->options.path,
         "With -f: path of the socket that the daemon sends to (default: one in $XDG_RUNTIME_DIR, beside "
-        "the daemon's socket or in /tmp)");
+        "the daemon's socket or in $TMPDIR)");
     CLI::App* gc = word->add_subcommand("gc", "Remove subscriptions whose programs are gone");
     gc->callback([&context] { clean_up(context); });
     word->callback([&context, word, wanted] {

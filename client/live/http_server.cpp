@@ -54,13 +54,15 @@ void HttpServer::step() {
         fds.push_back(
             {connection.fd.get(), static_cast<short>(connection.answer.empty() ? POLLIN : POLLOUT), 0});
     interrupt::wait(fds, time_left_ms());
+    // What comes while a page is made has waited for us, not we for it.
+    const uint64_t now = corvo::monotonic_ms();
     size_t at = 1;
     for (Connection& connection : m_connections) {
         if (fds[at++].revents != 0) {
             if (connection.answer.empty()) read_request(connection);
             if (!connection.answer.empty()) write_answer(connection);
         }
-        if (corvo::monotonic_ms() >= connection.deadline_ms) connection.done = true;
+        if (now >= connection.deadline_ms) connection.done = true;
     }
     m_connections.remove_if([](const Connection& connection) { return connection.done; });
     if (fds[0].revents != 0) accept_one();

@@ -7,7 +7,7 @@
 #include "client/failure.h"
 #include "client/live/http_server.h"
 #include "client/live/metrics_text.h"
-#include "client/live/output.h"
+#include "utils/clock.h"
 
 namespace brumectl {
 
@@ -15,6 +15,9 @@ namespace {
 
 /** Half of what a scraper waits by default. */
 constexpr int MAX_BUDGET_MS = 5000;
+/** Scrapers that have waited for one page share it: a daemon that is slow costs its time once, not each time.
+ */
+constexpr uint64_t SHARED_MS = 500;
 
 std::string ask(Context& context, Daemon& daemon) {
     return metrics_text(LiveSample::take(daemon, std::min(context.timeout_ms(), MAX_BUDGET_MS)));
@@ -24,29 +27,51 @@ void print_once(Context& context) {
     std::string text;
     try {
         text = ask(context, context.daemon());
-    } catch (const Failure&) {
-        context.out().print(metrics_text_down());
+    } catch (const Failure& e) {
+        context.out().print(metrics_text_down(e.what()));
         throw;
     }
     context.out().print(text);
-    flush_or_fail(context.out());
 }
 
-/** For each scrape a new connection: the daemon may be another one by now. */
-HttpServer::Page scrape(Context& context) {
-    HttpServer::Page page{"text/plain; version=0.0.4; charset=utf-8", {}};
-    try {
-        page.body = ask(context, *context.new_daemon());
-    } catch (const Failure&) {
-        page.body = metrics_text_down();
+class Exporter {
+ public:
+    explicit Exporter(Context& context) : m_context(context) {}
+
+    HttpServer::Page page() {
+        if (m_body.empty() || corvo::monotonic_ms() >= m_made_ms + SHARED_MS) {
+            m_body = scrape();
+            m_made_ms = corvo::monotonic_ms();
+        }
+        return {"text/plain; version=0.0.4; charset=utf-8", m_body};
     }
-    return page;
-}
+
+ private:
+    /** A new connection each time: the daemon may be another one by now. */
+    std::string scrape() {
+        try {
+            std::string text = ask(m_context, *m_context.new_daemon());
+            m_down = false;
+            return text;
+        } catch (const Failure& e) {
+            if (!m_down) m_context.complain(e.what());
+            m_down = true;
+            return metrics_text_down(e.what());
+        }
+    }
+
+    Context& m_context;
+    std::string m_body;
+    uint64_t m_made_ms = 0;
+    bool m_down = false;  ///< and told so
+};
 
 [[noreturn]] void serve(Context& context, const std::string& where) {
-    Address address = Address::parse(where);
+    const Address address = Address::parse(where);
     if (!address.tcp) throw Usage("--listen takes IP:PORT, not '" + where + "'");
-    HttpServer server(address, {{"/metrics", [&context] { return scrape(context); }}});
+    context.new_daemon();  // its address is judged here, not at the first scrape
+    Exporter exporter(context);
+    HttpServer server(address, {{"/metrics", [&exporter] { return exporter.page(); }}});
     context.complain("serving http://" + where + "/metrics");
     server.run();
 }
@@ -57,6 +82,10 @@ void add_metrics(CLI::App& app, Context& context) {
     auto where = std::make_shared<std::string>();
     CLI::App* word = app.add_subcommand("metrics", "The daemon's numbers in the text format of Prometheus");
     word->add_option("--listen", *where, "Serve them at http://IP:PORT/metrics instead, until interrupted");
+    word->footer(
+        "A scrape takes no longer than --timeout, and 5 seconds at the most. Of a daemon that doesn't answer "
+        "by "
+        "then\nthere is brumecpd_up 0 and, as a comment, why.");
     word->callback([&context, where] {
         if (where->empty()) return print_once(context);
         serve(context, *where);

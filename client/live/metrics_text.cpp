@@ -9,7 +9,6 @@ namespace brumectl {
 
 namespace {
 
-constexpr uint64_t MIB = 1024UL * 1024;
 constexpr const char* STATES[] = {"not loaded", "deactivated", "activated", "activated (attached)"};
 constexpr const char* HEALTH_STATES[] = {"ok", "warn", "bad"};
 
@@ -257,10 +256,10 @@ std::string metrics_text(const LiveSample& sample) {
     return out.text();
 }
 
-std::string metrics_text_down() {
+std::string metrics_text_down(const std::string& why) {
     MetricsWriter out;
     write_up(out, false);
-    return out.text();
+    return "# " + harmless(why) + "\n" + out.text();
 }
 
 }  // namespace brumectl

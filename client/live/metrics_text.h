@@ -33,7 +33,7 @@ class MetricsWriter {
 };
 
 std::string metrics_text(const LiveSample& sample);
-/** For a daemon that doesn't answer. */
-std::string metrics_text_down();
+/** For a daemon that doesn't answer. `why` stands there as a comment. */
+std::string metrics_text_down(const std::string& why);
 
 }  // namespace brumectl

@@ -19,11 +19,6 @@ constexpr struct {
     {"error", 3, Terminal::RED},
 };
 
-std::string padded(const std::string& text, size_t width) {
-    size_t taken = columns(text);
-    return text + std::string(taken < width ? width - taken : 0, ' ');
-}
-
 }  // namespace
 
 int severity_rank(const std::string& severity) {

@@ -5,7 +5,6 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "client/live/output.h"
 
 namespace brumectl {
 
@@ -58,11 +57,12 @@ Screen::Screen(const Terminal& out) : m_out(out) {
     action.sa_handler = on_resize;
     sigaction(SIGWINCH, &action, &m_resize_before);
     tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
-    m_out.print(ENTER);
+    fputs(ENTER, m_out.stream());  // not by print: were it to throw, nothing would set all this back
 }
 
 Screen::~Screen() {
-    m_out.print(LEAVE);
+    // Nor here, where the terminal may be gone.
+    fputs(LEAVE, m_out.stream());
     fflush(m_out.stream());
     tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
     sigaction(SIGWINCH, &m_resize_before, nullptr);
@@ -79,7 +79,7 @@ void Screen::draw(const std::vector<std::string>& lines) const {
     for (size_t i = 0; i < lines.size(); ++i)
         text += (i > 0 ? "\r\n" : "") + lines[i] + "\x1b[K";
     m_out.print(text + "\x1b[J");
-    flush_or_fail(m_out);
+    m_out.flush();
 }
 
 int Screen::wait_key(int timeout_ms) const {

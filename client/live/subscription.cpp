@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "client/classify/temp_file.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
 
@@ -108,20 +109,25 @@ void Subscription::leave() const {
     }
 }
 
-std::vector<std::string> subscriber_paths(const Address& daemon) {
+SubscriberPlaces subscriber_places(const Address& daemon) {
     std::vector<std::string> folders;
     if (const char* run = std::getenv("XDG_RUNTIME_DIR"); run != nullptr && *run == '/')
         folders.emplace_back(run);
     if (size_t slash = daemon.path.rfind('/'); slash != std::string::npos && daemon.path.front() == '/')
         folders.push_back(daemon.path.substr(0, slash));
-    folders.emplace_back("/tmp");
-    std::vector<std::string> paths;
+    folders.push_back(temp_folder());
+    SubscriberPlaces places;
     for (const std::string& folder : folders) {
-        std::string path = folder + "/brumectl-" + std::to_string(getpid()) + ".sock";
-        if (access(folder.c_str(), W_OK | X_OK) == 0 && path.size() < sizeof(sockaddr_un::sun_path))
-            paths.push_back(path);
+        const std::string path = folder + "/brumectl-" + std::to_string(getpid()) + ".sock";
+        places.trouble.clear();
+        if (path.size() >= sizeof(sockaddr_un::sun_path))
+            places.trouble = "$TMPDIR is too long for the path of a socket (107 bytes): " + path;
+        else if (access(folder.c_str(), W_OK | X_OK) != 0)
+            places.trouble = "no socket can be made in $TMPDIR, " + folder + ": " + strerror(errno);
+        else
+            places.paths.push_back(path);
     }
-    return paths;
+    return places;
 }
 
 long daemon_user(const Address& daemon) {

@@ -64,9 +64,14 @@ class Subscription {
     bool m_subscribed = false;
 };
 
+struct SubscriberPlaces {
+    std::vector<std::string> paths = {};
+    std::string trouble = {};  ///< why there's none in $TMPDIR; empty: there is one
+};
+
 /** Where to try, best first: a path's folder is writable for us, which doesn't mean that the daemon gets
  * there. */
-std::vector<std::string> subscriber_paths(const Address& daemon);
+SubscriberPlaces subscriber_places(const Address& daemon);
 /** The user that the daemon runs as; -1 if that can't be told. */
 long daemon_user(const Address& daemon);
 

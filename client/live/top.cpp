@@ -7,9 +7,9 @@
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "client/live/output.h"
 #include "client/live/screen.h"
 #include "client/live/top_view.h"
+#include "client/seconds.h"
 #include "infra/corvo_json.h"
 #include "utils/clock.h"
 
@@ -111,7 +111,7 @@ void run_batch(Context& context, const TopOptions& options) {
                 out.print(line + "\n");
             if (!last) out.print("\n");
         }
-        flush_or_fail(out);
+        out.flush();
         if (last) return;
         std::vector<pollfd> reader{{fileno(out.stream()), 0, 0}};
         uint64_t next = corvo::monotonic_ms() + static_cast<uint64_t>(delay_ms(options));
@@ -127,7 +127,7 @@ void add_top(CLI::App& app, Context& context) {
     auto options = std::make_shared<TopOptions>();
     CLI::App* word = app.add_subcommand("top", "The daemon and its traffic as they are now, again and again");
     word->add_option("-d,--delay", options->delay_sec, "Seconds between two looks")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(seconds_between("0.1", "3600"))
         ->capture_default_str();
     word->add_flag("-b,--batch", options->batch, "Plain text, one look below the other");
     word->add_option("-n,--count", options->count, "Looks until the end (default: no end)")

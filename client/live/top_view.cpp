@@ -15,7 +15,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr uint64_t MIB = 1024UL * 1024;
 constexpr size_t LABEL_END = 13;
 /** Where the numbers of a row of traffic end, behind its name. */
 constexpr size_t NUMBER_ENDS[] = {8, 18, 27, 38, 46};
@@ -45,10 +44,6 @@ std::string rate_text(const Traffic& row, double rate) {
 
 std::string byte_rate_text(const Traffic& row) {
     return row.has_rate ? bytes_text(static_cast<uint64_t>(row.byte_rate)) : "-";
-}
-
-std::string percent_text(double share) {
-    return format("%.0f %%", share * 100);
 }
 
 Terminal::colour_e state_colour(const std::string& state) {
@@ -165,7 +160,7 @@ Lines TopView::engine() const {
 void TopView::put_bar(ScreenLine& out, double share, size_t width, Terminal::colour_e colour) const {
     size_t end = out.column() + width;
     out.put(bar(share, static_cast<int>(width)), colour).to(end);
-    out.right(percent_text(share), end + PERCENT_WIDTH);
+    out.right(percent_text(share, 0), end + PERCENT_WIDTH);
 }
 
 Lines TopView::memory() const {
@@ -182,7 +177,7 @@ Lines TopView::memory() const {
     if (m_frame.width >= 100)
         put_bar(out.to(72), share, m_frame.width - 73 - PERCENT_WIDTH, load_colour(share));
     else
-        out.right(percent_text(share), m_frame.width - 1);
+        out.right(percent_text(share, 0), m_frame.width - 1);
     return {out.text()};
 }
 
@@ -264,7 +259,7 @@ TopView::Table TopView::protocols() const {
         if (room >= PERCENT_WIDTH + 4)
             put_bar(out, share, room - PERCENT_WIDTH, Terminal::BLUE);
         else
-            out.put(percent_text(share));
+            out.put(percent_text(share, 0));
         table.rows.push_back(out.text());
     }
     return table;
