@@ -70,26 +70,39 @@ void ask_settings(Daemon& daemon, check::Settings& settings) {
         if (name.isString()) settings.methods.push_back(name.asString());
 }
 
-/** Shows the reply of one request. False: it is an error. */
-bool play(Context& context, const Json::Value& request, const std::string& title) {
-    const std::string method = request["method"].isString() ? request["method"].asString() : "";
-    const std::string head = title + " " + method + ": ";
-    try {
-        if (context.json()) {
-            ask_and_print_text(context, method, request["params"]);
-            return true;
-        }
-        const Json::Value result = context.daemon().call(method, request["params"]);
-        const bool nothing = result.isNull() || (result.isObject() && result.empty());
-        context.out().print(harmless(head) + context.out().paint(Terminal::GREEN, "ok") + "\n" +
-                            (nothing ? "" : harmless(corvo::json::write_styled(result), true)));
-    } catch (const ErrorReply& e) {
-        if (context.json()) return false;
+/** Shows the reply of one request. @throws what Daemon::call throws */
+void ask(Context& context, const Json::Value& request, const std::string& method, const std::string& head) {
+    if (context.json()) return ask_and_print_text(context, method, request["params"]);
+    const Json::Value result = context.daemon().call(method, request["params"]);
+    const bool nothing = result.isNull() || (result.isObject() && result.empty());
+    context.out().print(harmless(head) + context.out().paint(Terminal::GREEN, "ok") + "\n" +
+                        (nothing ? "" : harmless(corvo::json::write_styled(result), true)));
+}
+
+/** Shows why a request failed. With --json an error reply is there already. */
+void tell_failure(Context& context, const Failure& failure, const std::string& head, bool is_reply) {
+    if (!context.json())
         context.out().print(harmless(head) + context.out().paint(Terminal::RED, "failed") + ": " +
-                            harmless(e.what()) + "\n");
-        return false;
+                            harmless(failure.what()) + "\n");
+    else if (!is_reply)
+        context.complain(head + failure.what());
+}
+
+/** False: it failed, by itself. @throws NoDaemon, TimedOut */
+bool play(Context& context, const Json::Value& request, const std::string& title) {
+    const std::string method = string_of(request["method"]);
+    const std::string head = title + " " + method + ": ";
+    bool done = false;
+    try {
+        ask(context, request, method, head);
+        done = true;
+    } catch (const ErrorReply& e) {
+        tell_failure(context, e, head, true);
+    } catch (const Usage& e) {
+        tell_failure(context, e, head, false);  // parameters that no request can have
     }
-    return true;
+    context.out().flush();
+    return done;
 }
 
 void run_file(Context& context, const RunOptions& options) {
