@@ -204,6 +204,12 @@ TEST(Run, PlaysAConfigurationUntilARequestFails) {
     Outcome kept = brumectl({"run", "--keep-going", bad}, setup);
     EXPECT_EQ(kept.status, 1);
     EXPECT_NE(kept.out.find("[2/2] status: ok"), std::string::npos) << kept.out;
+    const std::string list =
+        daemon.dir().write("list", "[" + request("ping", "[1]") + "," + request("status", "null", 2) + "]");
+    Outcome forced = brumectl({"run", "--force", "--keep-going", list}, setup);
+    EXPECT_EQ(forced.status, 1) << forced.err;
+    EXPECT_NE(forced.out.find("[1/2] ping: failed: params"), std::string::npos) << forced.out;
+    EXPECT_NE(forced.out.find("[2/2] status: ok"), std::string::npos) << forced.out;
     Outcome json = brumectl({"--json", "run", bad}, setup);
     EXPECT_EQ(json.status, 1);
     EXPECT_EQ(parse(json.out)["error"]["code"], -32000) << json.out;

@@ -1,18 +1,17 @@
 // `brumectl classify`: captures of every kind against the real daemon with our engine.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 
 #include "client/classify/link_layer.h"
 #include "client/classify/piece.h"
 #include "client/classify/tally.h"
+#include "client/run_program.h"
 #include "support/daemon.h"
 #include "support/load_params.h"
 #include "tools/captures/capture_files.h"
@@ -21,20 +20,10 @@
 namespace test {
 namespace {
 
-struct Outcome {
-    int status = -1;  ///< as wait gives it
-    std::string out = {};
-    std::string err = {};
-    int code() const { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
-};
+namespace fs = std::filesystem;
 
 size_t entries(const std::string& folder) {
-    size_t count = 0;
-    DIR* dir = opendir(folder.c_str());
-    while (dir && readdir(dir))
-        ++count;
-    if (dir) closedir(dir);
-    return count - 2;
+    return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
 
 /** A daemon with an active engine, and brumectl with a folder of its own for temporary files. */
@@ -46,29 +35,13 @@ class Classify : public ::testing::Test {
         mkdir(m_temp.c_str(), 0700);
     }
 
-    pid_t start(std::vector<std::string> args) const {
-        args.insert(args.begin(), {"brumectl", "--timeout", "60", "-s", m_daemon.socket_path()});
-        const pid_t pid = fork();
-        if (pid != 0) return pid;
-        setenv("TMPDIR", m_temp.c_str(), 1);
-        if (!freopen(file("out").c_str(), "w", stdout) || !freopen(file("err").c_str(), "w", stderr))
-            _exit(127);
-        std::vector<char*> words;
-        for (std::string& arg : args)
-            words.push_back(arg.data());
-        words.push_back(nullptr);
-        execv(BRUMECTL_COMMAND, words.data());
-        _exit(127);
-    }
-    Outcome finish(pid_t pid) const {
-        Outcome outcome;
-        waitpid(pid, &outcome.status, 0);
-        outcome.out = read_file(file("out"));
-        outcome.err = read_file(file("err"));
+    ProgramSetup setup() const { return {.socket = m_daemon.socket_path(), .env = {{"TMPDIR", m_temp}}}; }
+    Outcome run(std::vector<std::string> args) const {
+        args.insert(args.begin(), {"--timeout", "60"});
+        Outcome outcome = brumectl(args, setup());
         EXPECT_EQ(entries(m_temp), 0U) << "temporary files stay behind";
         return outcome;
     }
-    Outcome run(const std::vector<std::string>& args) const { return finish(start(args)); }
     Json::Value document(const std::vector<std::string>& files) const {
         std::vector<std::string> args = {"--json", "classify"};
         args.insert(args.end(), files.begin(), files.end());
@@ -122,6 +95,15 @@ Bytes pcapng_of(const std::vector<Bytes>& frames) {
     return out;
 }
 
+/** As one gzip member; several behind each other are their contents behind each other. */
+std::string packed(const Bytes& bytes) {
+    const TempDir dir;
+    gzFile gz = gzopen(dir.file("gz").c_str(), "wb");
+    gzwrite(gz, bytes.data(), static_cast<unsigned>(bytes.size()));
+    gzclose(gz);
+    return read_file(dir.file("gz"));
+}
+
 TEST_F(Classify, EveryKindOfCaptureGivesWhatTheClassicOneGives) {
     const std::vector<Bytes>& frames = sample_flow("http").frames;
     write_pcap(file("classic"), frames);
@@ -142,9 +124,7 @@ TEST_F(Classify, EveryKindOfCaptureGivesWhatTheClassicOneGives) {
     save(file("cooked2"), pcap_of(frames, USEC, DLT_LINUX_SLL2, ByteWriter().bytes(ip).fill(18), 14));
     save(file("pcapng"), pcapng_of(frames));
     const std::string plain = read_file(file("classic"));
-    gzFile gz = gzopen(file("gzip").c_str(), "wb");
-    gzwrite(gz, plain.data(), static_cast<unsigned>(plain.size()));
-    gzclose(gz);
+    m_dir.write("gzip", packed(Bytes(plain.begin(), plain.end())));
     for (const char* name :
          {"swapped", "erf", "nanoseconds", "raw", "null", "loop", "cooked", "cooked2", "pcapng", "gzip"}) {
         const Json::Value found = document({file(name)});
@@ -185,38 +165,96 @@ TEST_F(Classify, ABadFileDoesNotEndTheRunButIsToldInTheEnd) {
     truncate(file("whole").c_str(), static_cast<off_t>(read_file(file("good")).size() - 1));
     save(file("wifi"), pcap_of(sample_flow("dns").frames, 0xA1B2C3D4, 105, {}, 0));
     const Outcome outcome = run({"classify", file("junk"), file("wifi"), file("whole"), file("good")});
-    EXPECT_EQ(outcome.code(), 1);
+    EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.out.find("DNS"), std::string::npos) << outcome.out;
     EXPECT_NE(outcome.err.find("link type 105"), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.err.find("damaged after"), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.err.find("3 of 4 files"), std::string::npos) << outcome.err;
-    EXPECT_EQ(run({"classify", "--filter", "no filter", file("good")}).code(), 2);
+    EXPECT_EQ(run({"classify", "--filter", "no filter", file("good")}).status, 2);
 }
 
 TEST_F(Classify, ReportsStandAloneAndReplaceTheirFileOnlyWhenTheyAreWhole) {
     write_pcap(file("<a>&.pcap"), sample_frames());
     m_dir.write("report.html", "old");
-    EXPECT_EQ(run({"classify", "--report", file("report.html"), file("<a>&.pcap")}).code(), 0);
+    EXPECT_EQ(run({"classify", "--report", file("report.html"), file("<a>&.pcap")}).status, 0);
     const std::string page = read_file(file("report.html"));
     EXPECT_EQ(page.rfind("<!DOCTYPE html>", 0), 0U);
     EXPECT_EQ(page.substr(page.size() - 8), "</html>\n");
     EXPECT_NE(page.find("&lt;a&gt;&amp;.pcap"), std::string::npos);
     for (const char* outside : {"<script", "http://", "https://", "<a>&"})
         EXPECT_EQ(page.find(outside), std::string::npos) << outside;
-    EXPECT_EQ(run({"classify", "--report", file("tmp"), file("<a>&.pcap")}).code(), 1) << "a folder";
+    EXPECT_EQ(run({"classify", "--report", file("tmp"), file("<a>&.pcap")}).status, 1) << "a folder";
 }
 
 TEST_F(Classify, AnInterruptLeavesNothingBehind) {
     save(file("raw"), pcap_of(sample_flow("http").frames, 0xA1B2C3D4, 101, {}, 14));
     m_daemon.signal(SIGSTOP);  // the answer never comes
-    const pid_t pid = start({"classify", "--report", file("report.html"), file("raw")});
+    Program program({"classify", "--report", file("report.html"), file("raw")}, setup());
     EXPECT_TRUE(eventually([&] { return entries(m_temp) == 1; }));
-    kill(pid, SIGTERM);
-    const Outcome outcome = finish(pid);
+    kill(program.pid(), SIGTERM);
+    EXPECT_EQ(program.wait(), 128 + SIGTERM);
     m_daemon.signal(SIGCONT);
-    EXPECT_TRUE(WIFSIGNALED(outcome.status) && WTERMSIG(outcome.status) == SIGTERM);
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(entries(m_dir.path()), 4U) << "raw, tmp, out and err are all that should be there";
+    EXPECT_EQ(program.out(), "");
+    EXPECT_EQ(entries(m_temp), 0U);
+    EXPECT_EQ(entries(m_dir.path()), 2U) << "raw and tmp are all that should be there";
+}
+
+TEST_F(Classify, AnInterruptEndsTheReadingOfWhatGrowsWithoutEndWhenUnpacked) {
+    ByteWriter head;
+    head.u32(0x0A0D0D0A).u32(28).u32(0x1A2B3C4D).u16(1).u16(0).fill(8, 0xff).u32(28);
+    ByteWriter nothing;  // blocks of no known kind, 20 GB of them
+    for (int i = 0; i < 100000; ++i)
+        nothing.u32(0x0BAD).u32(12).u32(12);
+    std::string bomb = packed(head);
+    const std::string more = packed(nothing);
+    for (int i = 0; i < 17000; ++i)
+        bomb += more;
+    m_dir.write("bomb", bomb);
+    Program program({"classify", file("bomb")}, setup());
+    const std::string fds = "/proc/" + std::to_string(program.pid()) + "/fd";
+    std::error_code ignored;
+    ASSERT_TRUE(eventually([&] {
+        const fs::directory_iterator all(fds, ignored);
+        return std::any_of(begin(all), end(all), [&](const auto& fd) {
+            return fs::read_symlink(fd.path(), ignored) == file("bomb");
+        });
+    }));
+    kill(program.pid(), SIGINT);
+    EXPECT_EQ(program.wait(), 128 + SIGINT);
+}
+
+TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
+    const std::vector<Bytes>& frames = sample_flow("http").frames;
+    write_erf(file("erf"), frames);
+    write_pcap(file("pcap"), frames);
+    const std::string erf = read_file(file("erf"));
+    const std::string pcap = read_file(file("pcap"));
+    const size_t second = 18 + frames[0].size();
+    std::string other_type = erf;
+    other_type[second + 8] = 1;
+    std::string too_big = erf;
+    too_big[second + 14] = '\x7f';
+    const std::string gz = packed(Bytes(pcap.begin(), pcap.end()));
+    const struct {
+        std::string bytes;
+        const char* complaint;
+    } CASES[] = {
+        {erf.substr(0, 5), "no capture that can be read"},
+        {erf.substr(0, 20), "damaged after 0 packets: the file ends within a record"},
+        {erf.substr(0, second + 7), "damaged after 1 packets: the file ends within a record"},
+        {erf.substr(0, erf.size() - 1), "the file ends within a record"},
+        {other_type, "no capture that can be read"},
+        {too_big, "damaged after 1 packets: a record's length is impossible"},
+        {pcap.substr(0, 24 + 15), "damaged after 0 packets: "},
+        {gz.substr(0, gz.size() - 10), "damaged after "},
+        {gz.substr(0, 12), "no capture that can be read"},
+    };
+    for (const auto& c : CASES) {
+        const Outcome outcome = run({"--json", "classify", m_dir.write("damaged", c.bytes)});
+        EXPECT_EQ(outcome.status, 1) << c.complaint;
+        EXPECT_NE(outcome.err.find(c.complaint), std::string::npos) << c.complaint << ": " << outcome.err;
+        EXPECT_TRUE(parse(outcome.out)["files"][0].isMember("error")) << outcome.out;
+    }
 }
 
 TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {

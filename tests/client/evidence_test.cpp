@@ -111,9 +111,47 @@ TEST_F(EvidenceFolder, OnlyWhatHasAnEventsShapeIsRemoved) {
 TEST_F(EvidenceFolder, NothingIsReadThroughALink) {
     const EvidenceDir dir(m_dir.path());
     EXPECT_EQ(dir.find("2024_01_31_12_00_00").report.cause, EvidenceReport::CRASH);
-    EXPECT_EQ(dir.find("2024_01_31_12_00_05").report.cause, EvidenceReport::NONE);
+    EXPECT_EQ(dir.find("2024_01_31_12_00_05").report.cause, EvidenceReport::UNKNOWN);
     EXPECT_THROW(dir.find("2024_01_31_12_00_04"), Failure);
     EXPECT_THROW(dir.find("../outside"), Failure);
+}
+
+TEST(EvidenceWord, WhatSomebodyElseHasArrangedIsShownWithoutHarm) {
+    const TempDir outer;
+    const std::string dir = outer.file("cv 'events'\x1b[2J");
+    auto put = [&](const std::string& file, const std::string& content) {
+        fs::create_directories(fs::path(dir + "/" + file).parent_path());
+        outer.write("cv 'events'\x1b[2J/" + file, content);
+    };
+    const std::string odd =
+        R"({"signal":"\u001b[2J","logfile":"/a b","engine":{"path":"\u001b"},"backtrace":""})";
+    put("2024_01_31_12_00_00/cvdump.json", CRASH.substr(0, 30));
+    put("2024_01_31_12_00_01/log", "");
+    put("2024_01_31_12_00_02/cvdump.json", odd);
+    put("2024_01_31_12_00_02/a b\x1b[2J", "");
+    put("2024_01_31_12_00_03/cv_hog_dump.txt", "time: 5\n");
+    for (int i = 4; i < 6; ++i)
+        put("2024_01_31_12_00_0" + std::to_string(i) + "/cvdump.json", i == 4 ? CRASH : "");
+    const struct {
+        const char* name;
+        std::vector<const char*> shown;
+        int json_status;
+    } cases[] = {
+        {"2024_01_31_12_00_00", {"cause     unknown\n", "report    can't be read: cvdump.json\n"}, 1},
+        {"2024_01_31_12_00_01", {"cause     killed\n", "report    missing: cvdump.json\n"}, 1},
+        {"2024_01_31_12_00_02", {"signal    \\x1b[2J\n", "'/a b'\n", "$'a b\\x1b[2J'  0 B"}, 0},
+        {"2024_01_31_12_00_03", {"cause     stall\n", "report    missing: cvdump.json\n"}, 1},
+        {"2024_01_31_12_00_04", {"cause     crash\n", "/cv \\'events\\'\\x1b[2J/2024_01_31_12_00_04'\n"}, 0},
+        {"2024_01_31_12_00_05", {"cause     unknown\n"}, 1},
+    };
+    for (const auto& c : cases) {
+        const test::Outcome shown = test::brumectl({"evidence", "show", c.name, "--dir", dir});
+        EXPECT_EQ(shown.status, 0) << shown.err;
+        EXPECT_EQ(shown.out.find('\x1b'), std::string::npos);
+        for (const char* text : c.shown)
+            EXPECT_NE(shown.out.find(text), std::string::npos) << text << " in:\n" << shown.out;
+        EXPECT_EQ(test::brumectl({"--json", "evidence", "show", c.name, "--dir", dir}).status, c.json_status);
+    }
 }
 
 TEST(EvidenceWord, AStoppedDaemonsLastReportIsFoundBesideItsLog) {

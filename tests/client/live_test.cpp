@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <list>
 
 #include "client/live/metrics_text.h"
 #include "client/live/notification.h"
@@ -22,9 +23,11 @@ namespace brumectl {
 namespace {
 
 using test::parse;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 namespace fs = std::filesystem;
 
 Json::Value subscribers(const test::Daemon& daemon) {
@@ -98,22 +101,37 @@ TEST_F(LiveWords, AFollowerOutlivesItsDaemonAndCleansUpWithoutIt) {
     test::Program follower({"events", "-f", "--sev", "warn"}, setup(daemon));
     ASSERT_TRUE(test::eventually([&] { return subscribers(daemon).size() == 1; }));
     daemon.stop();
-    EXPECT_TRUE(test::eventually([&] { return follower.err().find("waiting for it") != std::string::npos; }));
+    EXPECT_TRUE(follower.wait_for_err("waiting for it"));
     EXPECT_THAT(sockets_in(m_run.path()), IsEmpty());
     kill(follower.pid(), SIGINT);
     EXPECT_EQ(follower.wait(), 128 + SIGINT);
     EXPECT_THAT(follower.out(), IsEmpty()) << "no warnings, no events";
 }
 
-TEST_F(LiveWords, AFollowerTakesItsLeaveOverTcpToo) {
+TEST_F(LiveWords, OverTcpAFollowersSocketIsInTheFolderForTemporaryFilesOrItIsSaidWhyNot) {
     const test::Daemon daemon({.tcp = true});
-    test::ProgramSetup where = setup(daemon);
-    where.socket = "127.0.0.1:" + std::to_string(daemon.port());
-    test::Program follower({"events", "-f"}, where);
-    ASSERT_TRUE(follower.wait_for_out("notif.sock.add"));
-    kill(follower.pid(), SIGINT);
-    EXPECT_EQ(follower.wait(), 128 + SIGINT);
-    EXPECT_EQ(subscribers(daemon).size(), 0U);
+    const std::string long_folder = m_run.file(std::string(100, 'x'));
+    fs::create_directory(long_folder);
+    const struct {
+        std::string folder;
+        size_t sockets;
+        const char* complaint;
+    } CASES[] = {
+        {m_run.path(), 1, ""},
+        {long_folder, 0, "$TMPDIR is too long for the path of a socket (107 bytes): "},
+        {m_run.file("none"), 0, "no socket can be made in $TMPDIR, "},
+    };
+    for (const auto& c : CASES) {
+        test::Program follower({"events", "-f"}, {.socket = "127.0.0.1:" + std::to_string(daemon.port()),
+                                                  .env = {{"XDG_RUNTIME_DIR", ""}, {"TMPDIR", c.folder}}});
+        ASSERT_TRUE(follower.wait_for_out(c.sockets == 1 ? "notif.sock.add" : "server.up"));
+        EXPECT_THAT(follower.err(), HasSubstr(c.complaint));
+        EXPECT_EQ(sockets_in(m_run.path()).size(), c.sockets);
+        kill(follower.pid(), SIGINT);
+        EXPECT_EQ(follower.wait(), 128 + SIGINT);
+        EXPECT_EQ(subscribers(daemon).size(), 0U);
+        EXPECT_THAT(sockets_in(m_run.path()), IsEmpty());
+    }
 }
 
 TEST_F(LiveWords, OnlySubscribersWhoseSocketsAreGoneAreRemoved) {
@@ -150,7 +168,7 @@ TEST_F(LiveWords, MetricsAreServedUntilInterrupted) {
     push_samples(daemon);
     const uint16_t port = test::free_port();
     test::Program server({"metrics", "--listen", "127.0.0.1:" + std::to_string(port)}, setup(daemon));
-    ASSERT_TRUE(test::eventually([&] { return server.err().find("serving") != std::string::npos; }));
+    ASSERT_TRUE(server.wait_for_err("serving"));
     const test::TcpClient silent(port);
     const struct {
         std::string request;
@@ -172,10 +190,27 @@ TEST_F(LiveWords, MetricsAreServedUntilInterrupted) {
     EXPECT_EQ(server.wait(), 128 + SIGTERM);
 }
 
-TEST_F(LiveWords, WithoutADaemonMetricsSayThatItIsDown) {
-    const test::Outcome done = test::brumectl({"metrics"}, {.socket = m_run.file("none")});
+TEST_F(LiveWords, WithoutAnAnswerMetricsSayThatTheDaemonIsDownAndWhy) {
+    test::Outcome done = test::brumectl({"metrics"}, {.socket = m_run.file("none")});
     EXPECT_EQ(done.status, 3);
-    EXPECT_THAT(done.out, HasSubstr("\nbrumecpd_up 0\n"));
+    EXPECT_THAT(done.out, AllOf(StartsWith("# no daemon at "), HasSubstr("\nbrumecpd_up 0\n")));
+
+    const test::Daemon daemon;
+    const uint16_t port = test::free_port();
+    test::Program server({"--timeout", "2", "metrics", "--listen", "127.0.0.1:" + std::to_string(port)},
+                         setup(daemon));
+    ASSERT_TRUE(server.wait_for_err("serving"));
+    daemon.signal(SIGSTOP);
+    // One after the other they would wait longer than any of them is kept.
+    std::list<test::TcpClient> crowd;
+    for (int i = 0; i < 8; ++i)
+        crowd.emplace_back(port);
+    for (const test::TcpClient& client : crowd)
+        client.send("GET /metrics HTTP/1.1\r\n\r\n");
+    for (const test::TcpClient& client : crowd)
+        EXPECT_THAT(client.receive_all(),
+                    AllOf(HasSubstr("# no answer from "), HasSubstr("brumecpd_up 0\n")));
+    daemon.signal(SIGCONT);
 }
 
 TEST(Traffic, RatesComeFromTwoSamplesOfTheSameDaemon) {

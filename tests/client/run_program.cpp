@@ -32,6 +32,7 @@ void Program::exec(const std::vector<std::string>& words, const ProgramSetup& se
     setenv("HOME", m_dir.path().c_str(), 1);
     for (const auto& [name, value] : setup.env)
         setenv(name.c_str(), value.c_str(), 1);
+    if (setup.before_exec) setup.before_exec();
     std::vector<char*> argv = {const_cast<char*>("brumectl")};
     for (const std::string& word : words)
         argv.push_back(const_cast<char*>(word.c_str()));
@@ -78,6 +79,10 @@ void Program::type(const std::string& keys) const {
 
 bool Program::wait_for_out(const std::string& text) {
     return eventually([&] { return out().find(text) != std::string::npos; });
+}
+
+bool Program::wait_for_err(const std::string& text) const {
+    return eventually([&] { return err().find(text) != std::string::npos; });
 }
 
 Outcome brumectl(const std::vector<std::string>& words, const ProgramSetup& setup) {

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@ struct ProgramSetup {
     std::string socket = {};  ///< the daemon's address, in $BRUMECTL_SOCKET
     std::string input = {};
     std::map<std::string, std::string> env = {};
+    std::function<void()> before_exec = {};  ///< runs last in the new process; system calls only
     bool terminal = false;  ///< all three streams are a terminal; `type` writes to it, `out` reads it
 };
 
@@ -35,6 +37,7 @@ class Program {
     /** At a terminal. */
     void type(const std::string& keys) const;
     bool wait_for_out(const std::string& text);
+    bool wait_for_err(const std::string& text) const;
 
  private:
     void exec(const std::vector<std::string>& words, const ProgramSetup& setup) const;

@@ -5,8 +5,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <memory>
 
 #include "client/run_program.h"
@@ -25,12 +27,20 @@ using testing::HasSubstr;
 /** A socket where the daemon's would be. */
 class Peer {
  public:
-    Peer() : m_path(m_dir.file("s")), m_fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
+    Peer() : Peer(std::string()) {}
+    explicit Peer(const std::string& path)
+        : m_path(path.empty() ? m_dir.file("s") : path), m_fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         m_path.copy(address.sun_path, sizeof(address.sun_path) - 1);
         EXPECT_EQ(bind(m_fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        const timeval patience = {20, 0};
+        setsockopt(m_fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     }
+
+    ~Peer() { unlink(m_path.c_str()); }
+    Peer(const Peer&) = delete;
+    Peer& operator=(const Peer&) = delete;
 
     const std::string& path() const { return m_path; }
 
@@ -137,6 +147,45 @@ TEST(Wire, AConfigurationIsPlayedToADaemonThatTellsNothingOfItself) {
         peer.answer(reply);
     }
     EXPECT_EQ(program.wait(), 0) << program.err();
+}
+
+/** Answers as a daemon would, up to a request with `last` in it. */
+void serve_until(Peer& peer, const std::string& last) {
+    for (std::string request = peer.receive(); request.find(last) == std::string::npos;
+         request = peer.receive()) {
+        ASSERT_FALSE(request.empty());
+        const std::string id = std::to_string(parse(request)["id"].asInt());
+        const bool is_log = request.find("\"log\"") != std::string::npos;
+        peer.answer(R"({"jsonrpc":"2.0","id":)" + id +
+                    (is_log ? R"(,"result":{"notif":{"log":[]}}})" : R"(,"result":{"pid":5,"ls":[]}})"));
+    }
+}
+
+TEST(Wire, AFollowerWhoseDaemonGoesWhileItSubscribesBeginsAnewWithNothingLeftBehind) {
+    constexpr const char* SUBSCRIBES = R"("op":"add")";
+    constexpr const char* ASKS_FOR_THE_PAST = R"("cmd":"log")";
+    const TempDir place;
+    const TempDir run;
+    Program follower({"--timeout", "1", "events", "-f"},
+                     {.socket = place.file("s"), .env = {{"XDG_RUNTIME_DIR", run.path()}}});
+    for (const char* last : {SUBSCRIBES, ASKS_FOR_THE_PAST}) {
+        SCOPED_TRACE(last);
+        const size_t told = follower.err().size();
+        auto peer = std::make_unique<Peer>(place.file("s"));
+        serve_until(*peer, last);
+        peer.reset();
+        ASSERT_TRUE(
+            eventually([&] { return follower.err().find("waiting for it", told) != std::string::npos; }));
+        for (const std::string& folder : {place.path(), run.path()})
+            EXPECT_TRUE(std::filesystem::is_empty(folder)) << folder;
+    }
+    Peer silent(place.file("s"));
+    serve_until(silent, SUBSCRIBES);
+    ASSERT_TRUE(follower.wait_for_err("; waiting\n"));
+    serve_until(silent, SUBSCRIBES);
+    kill(follower.pid(), SIGINT);
+    EXPECT_EQ(follower.wait(), 128 + SIGINT);
+    EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
 
 TEST(Wire, SilenceAndAbsenceHaveStatusesOfTheirOwn) {

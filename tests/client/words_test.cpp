@@ -1,7 +1,10 @@
 // The words as people type them, against the real daemon.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -87,10 +90,12 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"schema", "pnig"}, "no method 'pnig' (did you mean 'ping'?)"},
         {{"call", "log", "tipe=log"}, "'log' has no parameter 'tipe' (did you mean 'type'?)"},
         {{"call", "ping", "[1]"}, "neither NAME=VALUE nor"},
+        {{"call", "ping", R"([{"a":1}])"}, "neither NAME=VALUE nor"},
         {{"call", "ping", "{\"a\""}, "no JSON"},
         {{"call", "ping", "{} {}"}, "no JSON: something stands behind its end"},
         {{"--timeout", "0", "ping"}, "--timeout: takes 0.001 to 86400 seconds, not '0'"},
         {{"--timeout", "nan", "ping"}, "not 'nan'"},
+        {{"top", "--delay", "nan"}, "takes 0.1 to 3600 seconds, not 'nan'"},
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
         {{"completion", "fish"}, "none of bash, zsh"},
     };
@@ -101,6 +106,50 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
                     AllOf(StartsWith("brumectl: "), HasSubstr(c.complaint), HasSubstr("\nUsage: brumectl")));
         EXPECT_THAT(outcome.out, IsEmpty());
     }
+}
+
+void write_to(const char* file) {
+    dup2(open(file, O_WRONLY), STDOUT_FILENO);
+}
+
+void write_to_nobody() {
+    int ends[2];
+    if (pipe(ends) == 0 && dup2(ends[1], STDOUT_FILENO) >= 0) close(ends[0]);
+}
+
+TEST(Words, WhatCantBeWrittenIsToldAndFails) {
+    Daemon daemon;
+    const struct {
+        void (*stdout_becomes)();
+        const char* complaint;
+    } CASES[] = {
+        {[] { write_to("/dev/full"); }, "brumectl: the output can't be written: No space left on device\n"},
+        {write_to_nobody, "brumectl: the output can't be written: Broken pipe\n"},
+        {[] { close(STDOUT_FILENO); }, "brumectl: the output can't be written: Bad file descriptor\n"},
+    };
+    for (const auto& c : CASES)
+        for (const Words& words : {Words{"--help"}, Words{"schema"}, Words{"status"},
+                                   Words{"status", "--json"}, Words{"metrics"}}) {
+            Outcome outcome =
+                brumectl(words, {.socket = daemon.socket_path(), .before_exec = c.stdout_becomes});
+            EXPECT_EQ(outcome.status, 1) << words[0];
+            EXPECT_EQ(outcome.err, c.complaint) << words[0];
+        }
+}
+
+TEST(Words, AReaderWhoReadsNothingCantKeepCtrlCFromEndingTheProgram) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int room = fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    Program program({"schema"}, {.before_exec = [&] { dup2(ends[1], STDOUT_FILENO); }});
+    EXPECT_TRUE(eventually([&] {
+        int waiting = 0;
+        return ioctl(ends[0], FIONREAD, &waiting) == 0 && waiting == room;
+    }));
+    kill(program.pid(), SIGINT);
+    EXPECT_EQ(program.wait(), 128 + SIGINT);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST(Words, ARefusalIsStatusOneAndWithJsonStillTheReply) {
