@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/json_access.h"
+#include "client/live/notification.h"
 #include "client/method_table.h"
 #include "client/render.h"
 
@@ -13,10 +14,11 @@ namespace {
 constexpr struct {
     const char* word;
     Terminal::colour_e colour;
-} COLOURS[] = {
-    {"activated", Terminal::GREEN},    {"activated (attached)", Terminal::GREEN},
-    {"deactivated", Terminal::YELLOW}, {"not loaded", Terminal::YELLOW},
-    {"warn", Terminal::YELLOW},        {"severe", Terminal::RED},
+} STATE_COLOURS[] = {
+    {"activated", Terminal::GREEN},
+    {"activated (attached)", Terminal::GREEN},
+    {"deactivated", Terminal::YELLOW},
+    {"not loaded", Terminal::YELLOW},
 };
 
 constexpr struct {
@@ -29,9 +31,9 @@ constexpr struct {
     {"][DEBUG]", Terminal::DIM},
 };
 
-Terminal::colour_e colour_of(const std::string& word) {
-    for (const auto& known : COLOURS)
-        if (word == known.word) return known.colour;
+Terminal::colour_e state_colour(const std::string& state) {
+    for (const auto& known : STATE_COLOURS)
+        if (state == known.word) return known.colour;
     return Terminal::PLAIN;
 }
 
@@ -47,7 +49,7 @@ std::string status_view(const Terminal& terminal, const Json::Value& result) {
     const Json::Value& process = member_of(memory, "process");
     std::string state = text_of(member_of(result, "state"));
     std::vector<std::pair<std::string, std::string>> lines = {
-        {"state", terminal.paint(colour_of(state), state)},
+        {"state", terminal.paint(state_colour(state), state)},
         {"mode", text_of(member_of(result, "mode"))},
         {"uptime", duration_text(count_of(member_of(result, "uptime")))},
         {"process", std::to_string(count_of(member_of(result, "pid")))},
@@ -108,7 +110,7 @@ std::string hogs_view(const Terminal& terminal, const Json::Value& result) {
 
 TextTable::Cell severity_cell(const Json::Value& event) {
     std::string severity = text_of(member_of(event, "sev"));
-    return {severity, false, colour_of(severity)};
+    return {severity, false, severity_colour(severity)};
 }
 
 TextTable::Cell time_cell(const Json::Value& value) {

@@ -22,17 +22,10 @@ constexpr uint64_t LOOK_MS = 2000;
 /** Between two looks at the log, where no socket of ours can be reached. */
 constexpr uint64_t POLL_MS = 1000;
 
-Json::Value request(const char* cmd, const char* op) {
-    Json::Value params;
-    params["cmd"] = cmd;
-    params["op"] = op;
-    return params;
-}
-
 }  // namespace
 
 Json::Value logged_events(Daemon& daemon, const std::string& severity) {
-    Json::Value params = request("log", "show");
+    Json::Value params = notifications_params("log", "show");
     params["sev"] = severity;
     Json::Value events = member_of(daemon.call("notifications", params), {"notif", "log"});
     if (!events.isArray()) throw Failure("the reply has no events in it");
@@ -151,7 +144,8 @@ void EventFollower::look_after_daemon() {
 }
 
 bool EventFollower::still_subscribed() {
-    const Json::Value sockets = member_of(m_daemon->call("notifications", request("socket", "ls")), "ls");
+    const Json::Value sockets =
+        member_of(m_daemon->call("notifications", notifications_params("socket", "ls")), "ls");
     return std::any_of(sockets.begin(), sockets.end(), [this](const Json::Value& socket) {
         return string_of(member_of(socket, "name")) == m_subscription->socket().path();
     });

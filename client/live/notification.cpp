@@ -21,6 +21,13 @@ constexpr struct {
 
 }  // namespace
 
+Json::Value notifications_params(const char* cmd, const char* op) {
+    Json::Value params;
+    params["cmd"] = cmd;
+    params["op"] = op;
+    return params;
+}
+
 int severity_rank(const std::string& severity) {
     for (const auto& known : SEVERITIES)
         if (severity == known.word) return known.rank;

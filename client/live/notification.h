@@ -25,6 +25,8 @@ struct Notification {
     std::string line(const Terminal& terminal) const;
 };
 
+/** Of the method that tells of events and subscriptions: what it is asked for. */
+Json::Value notifications_params(const char* cmd, const char* op);
 /** "info" 1, "warn" 2, "severe" and its other name "error" 3; 0 for other words. */
 int severity_rank(const std::string& severity);
 Terminal::colour_e severity_colour(const std::string& severity);

@@ -6,6 +6,7 @@
 
 #include "client/failure.h"
 #include "client/json_access.h"
+#include "client/live/notification.h"
 #include "client/local_daemon.h"
 #include "utils/unique_fd.h"
 
@@ -30,24 +31,18 @@ Listener look_for_listener(const std::string& path) {
     return errno == ENOENT || errno == ENOTDIR || errno == ECONNREFUSED ? Listener::GONE : Listener::UNKNOWN;
 }
 
-Json::Value request(const char* op) {
-    Json::Value params;
-    params["cmd"] = "socket";
-    params["op"] = op;
-    return params;
-}
-
 }  // namespace
 
 CleanUp remove_stale_subscribers(Daemon& daemon) {
     const pid_t pid = static_cast<pid_t>(count_of(member_of(daemon.call("status"), "pid")));
     const LocalDaemon local(daemon.address(), pid);
     CleanUp done;
-    for (const Json::Value& subscriber : member_of(daemon.call("notifications", request("ls")), "ls")) {
+    for (const Json::Value& subscriber :
+         member_of(daemon.call("notifications", notifications_params("socket", "ls")), "ls")) {
         const std::string name = string_of(member_of(subscriber, "name"));
         Listener listener = local.reaches(name) ? look_for_listener(local.path_of(name)) : Listener::UNKNOWN;
         if (listener == Listener::GONE) {
-            Json::Value params = request("delete");
+            Json::Value params = notifications_params("socket", "delete");
             params["socket"] = name;
             daemon.call("notifications", params);
         }

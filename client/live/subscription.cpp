@@ -11,6 +11,7 @@
 #include "client/classify/temp_file.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
+#include "client/live/notification.h"
 
 namespace brumectl {
 
@@ -20,9 +21,7 @@ constexpr size_t MAX_EVENT_BYTES = 64 * 1024;
 constexpr int LEAVE_TIMEOUT_MS = 1000;
 
 Json::Value request(const char* op, const std::string& path) {
-    Json::Value params;
-    params["cmd"] = "socket";
-    params["op"] = op;
+    Json::Value params = notifications_params("socket", op);
     params["socket"] = path;
     return params;
 }

@@ -199,5 +199,8 @@ int main(int argc, char** argv) {
         fprintf(stderr, "brumecp-engine-check: %s\n", strerror(errno));
         return EXIT_UNFIT;
     }
-    return print(options, run);
+    const int status = print(options, run);
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
+    fprintf(stderr, "brumecp-engine-check: the output can't be written: %s\n", strerror(errno));
+    return EXIT_UNFIT;
 }
