@@ -8,6 +8,7 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
+#include "client/terminal.h"
 
 namespace brumectl {
 
@@ -104,7 +105,7 @@ void Classifier::classify(const std::string& file, FileResult& result) {
         interrupt::check();
     } while (more);
     if (!source->damage().empty())
-        throw Failure("damaged after " + std::to_string(number) + " packets: " + source->damage());
+        throw Failure("damaged after " + counted(number, "packet", "packets") + ": " + source->damage());
 }
 
 Json::Value Classifier::push(const std::string& path, bool is_copy, bool first) {

@@ -241,10 +241,10 @@ TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
     } CASES[] = {
         {erf.substr(0, 5), "no capture that can be read"},
         {erf.substr(0, 20), "damaged after 0 packets: the file ends within a record"},
-        {erf.substr(0, second + 7), "damaged after 1 packets: the file ends within a record"},
+        {erf.substr(0, second + 7), "damaged after 1 packet: the file ends within a record"},
         {erf.substr(0, erf.size() - 1), "the file ends within a record"},
         {other_type, "no capture that can be read"},
-        {too_big, "damaged after 1 packets: a record's length is impossible"},
+        {too_big, "damaged after 1 packet: a record's length is impossible"},
         {pcap.substr(0, 24 + 15), "damaged after 0 packets: "},
         {gz.substr(0, gz.size() - 10), "damaged after "},
         {gz.substr(0, 12), "no capture that can be read"},

@@ -156,8 +156,9 @@ void serve_until(Peer& peer, const std::string& last) {
         ASSERT_FALSE(request.empty());
         const std::string id = std::to_string(parse(request)["id"].asInt());
         const bool is_log = request.find("\"log\"") != std::string::npos;
-        peer.answer(R"({"jsonrpc":"2.0","id":)" + id +
-                    (is_log ? R"(,"result":{"notif":{"log":[]}}})" : R"(,"result":{"pid":5,"ls":[{"name":"x"}]}})"));
+        peer.answer(
+            R"({"jsonrpc":"2.0","id":)" + id +
+            (is_log ? R"(,"result":{"notif":{"log":[]}}})" : R"(,"result":{"pid":5,"ls":[{"name":"x"}]}})"));
     }
 }
 
