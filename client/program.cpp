@@ -5,6 +5,7 @@
 #include "client/completion.h"
 #include "client/interrupt.h"
 #include "client/method_table.h"
+#include "client/seconds.h"
 #include "client/words.h"
 
 namespace brumectl {
@@ -31,19 +32,12 @@ class Help : public CLI::Formatter {
     }
 };
 
-/** Empty for a text that is fine. Not CLI::Range: it lets "nan" through. */
-std::string timeout_complaint(const std::string& text) {
-    double seconds = 0;
-    if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0.001 && seconds <= 86400) return "";
-    return "takes 0.001 to 86400 seconds, not '" + text + "'";
-}
-
 void add_options(CLI::App& app, Options& options) {
     app.add_option("-s,--socket", options.address, "The daemon: path of its Unix socket, or IP:PORT")
         ->type_name("ADDRESS");
     app.add_option("--timeout", options.timeout_sec, "Seconds to wait for an answer, 10 if not given")
         ->type_name("SECONDS")
-        ->check(CLI::Validator(timeout_complaint, ""));
+        ->check(seconds_between(0.001, 86400));
     app.add_flag("--json", options.json, "Answers as the daemon gave them");
     app.set_version_flag("--version", std::string("brumectl ") + BRUMECTL_VERSION, "Version of the program");
     app.set_help_flag("-h,--help", "Help of the program or of a word");
