@@ -197,6 +197,20 @@ TEST_F(JsonRpc, ACommandThatIsUnloadedWithinABatchIsNoLongerThere) {
               "[" + success("null") + "," + error(-32601, R"("Method 'engine.go' not registered")") + "]\n");
 }
 
+TEST_F(JsonRpc, ACommandIsTheOneOfTheBatchsStartThoughAnotherTakesItsName) {
+    auto says = [](const char* text) {
+        return [text](Scripted&, const Json::Value&, Json::Value& res) { res["result"] = text; };
+    };
+    auto load = [&](Scripted&, const Json::Value&, Json::Value&) {
+        m_table.load_component(test::make_component("", {new Scripted("go", says("new"))}));
+    };
+    m_table.load_component(
+        test::make_component("", {new Scripted("load", load), new Scripted("go", says("old"))}));
+    const std::string batch = "[" + call(R"("method":"load")") + "," + call(R"("method":"go")") + "]";
+    EXPECT_NE(serve(batch).find("old"), std::string::npos);
+    EXPECT_NE(serve(batch).find("new"), std::string::npos);
+}
+
 TEST(ReqParser, ACommonErrorIsAlwaysAnswered) {
     std::string text;
     ReqParser::generate_common_error(text, "busy 100%");
