@@ -105,35 +105,6 @@ TEST_F(OptionParserTest, ADefaultIsAValueThatNobodyGave) {
     EXPECT_EQ(int(values.get("level")), 0);
 }
 
-TEST_F(OptionParserTest, CallsBackWithTheOptionAsWritten) {
-    struct Recorder : Callback {
-        void operator()(const Option& option, const std::string& opt, const std::string& value,
-                        OptionParser&) override {
-            calls.push_back(option.key() + " " + opt + " " + value);
-        }
-        Words calls;
-    } recorder;
-    parser.add_option("-k", "--call").action("callback").callback(recorder);
-    parser.add_option("--typed").action("callback").type("int").callback(recorder);
-    parser.parse_args(Words{"-k", "--cal", "--typed=7"});
-    EXPECT_EQ(recorder.calls, (Words{"call -k ", "call --cal ", "typed --typed 7"}));
-}
-
-TEST_F(OptionParserTest, TheVersionEndsTheProcessWell) {
-    parser.set_version("%prog 1.0");
-    EXPECT_EQ(parser.get_version(), "prog 1.0");
-    EXPECT_EXIT(parser.parse_args(Words{"--version"}), testing::ExitedWithCode(0), "^$");
-}
-
-TEST(OptionParser, TakesItsNameFromTheFirstWord) {
-    for (auto [path, name] :
-         {std::pair{"/usr/bin/prog", "prog"}, {"prog//", "prog"}, {"///", "/"}, {"", ""}}) {
-        OptionParser parser;
-        parser.parse_args(1, &path);
-        EXPECT_EQ(parser.prog(), name);
-    }
-}
-
 TEST(OptionParser, HelpIsLaidOutInTwoColumns) {
     setenv("COLUMNS", "40", 1);
     OptionParser parser;
