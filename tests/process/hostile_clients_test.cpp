@@ -77,14 +77,6 @@ TEST(HostileClients, ParametersOfAWrongShapeAreRefusedByEveryMethodThatReadsThem
     EXPECT_EQ(daemon.failure("mt", Json::Value(5)), "Mem tracing is not built into this image");
 }
 
-TEST(HostileClients, OnlyEchoWithWrongParametersStopsTheDaemon) {
-    Daemon daemon;
-    UnixClient client(daemon.socket_path());
-    client.send(request_text("echo", Json::Value(5)));
-    EXPECT_EQ(daemon.wait_exit(), 0);
-    EXPECT_THAT(daemon.log(), HasSubstr("CP shutdown - cause: unknown error"));
-}
-
 TEST(HostileClients, OversizedDatagramsAreAnsweredAndOversizedLinesServed) {
     {
         Daemon daemon;

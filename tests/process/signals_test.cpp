@@ -129,6 +129,7 @@ TEST(Signals, AnOrderlyStopLeavesItsCause) {
         else
             daemon->signal(SIGTERM);
         EXPECT_EQ(daemon->wait_exit(), 0);
+        EXPECT_THAT(daemon->log(), HasSubstr(std::string("CP shutdown - cause: ") + c.cause));
         const std::vector<std::string> reports = daemon.evidence("cvdump.json");
         ASSERT_EQ(reports.size(), 1u);
         EXPECT_THAT(reports[0], StartsWith(std::string(R"({ "signal": ")") + c.cause + R"(", "time": )"));

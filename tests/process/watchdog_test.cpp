@@ -111,6 +111,8 @@ TEST(Watchdog, AnAbnormalEndIsReportedAndItsEvidenceGathered) {
         const std::vector<std::string> events = events_of(daemon.log_path());
         ASSERT_THAT(events, SizeIs(1));
         EXPECT_EQ(names_in(events[0]), c.gathered);
+        EXPECT_EQ(names_in(fs::path(events[0]).parent_path()).size(), 2U) << "itself and a dummy";
+        EXPECT_EQ(fs::status(events[0]).permissions() & fs::perms(07037), fs::perms::none);
         const std::string log = read_file(events[0] + "/log");
         EXPECT_THAT(log, HasSubstr("    PROCESS TERMINATION OCCURRED    "));
         EXPECT_THAT(log, HasSubstr("Exit code: 0"));
@@ -229,12 +231,6 @@ TEST(Watchdog, AFloodOfStderrHoldsUpNeitherJudgementNorEnd) {
     kill(server, SIGKILL);
     flood(1000);
     EXPECT_EQ(WEXITSTATUS(daemon.wait_exit(1)), 1) << "the end was seen during the flood";
-}
-
-TEST(Watchdog, TextOnStderrReachesTheLogAsItIs) {
-    Daemon daemon(with_engine("stderr tick 50% done\nreturn tick 60000\n"));
-    EXPECT_TRUE(daemon.wait_for_log("[WD    ][ERROR] - 50% done\n"));
-    EXPECT_EQ(daemon.stop(), 0);
 }
 
 TEST(Watchdog, WhenTheParentIsKilledTheServerGoesOnAlone) {
