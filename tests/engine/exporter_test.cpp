@@ -51,19 +51,6 @@ class ExporterTest : public testing::Test {
     uint64_t now_ms = 5;
 };
 
-TEST_F(ExporterTest, PostsOneTextAfterTheOther) {
-    exporter.configure(http_to(receiver.port()));
-    exporter.add("{\"a\":1}");
-    exporter.add("{\"b\":2}");
-    run(2);
-    EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
-    EXPECT_THAT(receiver.heads[0], HasSubstr("POST /in?box=1 HTTP/1.1"));
-    EXPECT_THAT(receiver.heads[0], HasSubstr("Content-Type: application/json"));
-    EXPECT_EQ(count("sent"), 2u);
-    EXPECT_EQ(count("queued"), 0u);
-    EXPECT_THAT(test::take_notices(), IsEmpty());
-}
-
 TEST_F(ExporterTest, LooksNamesUpWithoutLeavingDescriptorsToOtherPrograms) {
     exporter.configure(http_to(receiver.port(), "localhost"));
     exporter.add("{}");
@@ -88,15 +75,23 @@ void trust(const test::TlsFront& front) {
     setenv("SSL_CERT_FILE", front.certificate().c_str(), 1);
 }
 
-TEST_F(ExporterTest, PostsOverTlsToAPeerThatItTrusts) {
+TEST_F(ExporterTest, PostsOneTextAfterTheOtherInTheClearAndToATrustedPeerOverTls) {
     const test::TlsFront front(receiver.port());
     trust(front);
-    exporter.configure(https_to(front.port()));
-    exporter.add("{\"a\":1}");
-    exporter.add("{\"b\":2}");
-    run(2);
-    EXPECT_EQ(exporter.describe()["last_error"], Json::Value());
-    EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
+    for (const auto& config : {http_to(receiver.port()), https_to(front.port())}) {
+        receiver.bodies.clear();
+        exporter.configure(config);
+        exporter.add("{\"a\":1}");
+        exporter.add("{\"b\":2}");
+        run(2);
+        EXPECT_EQ(exporter.describe()["last_error"], Json::Value());
+        EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
+        EXPECT_THAT(receiver.heads.back(), HasSubstr("POST " + config.path + " HTTP/1.1"));
+        EXPECT_THAT(receiver.heads.back(), HasSubstr("Content-Type: application/json"));
+        EXPECT_EQ(count("sent"), 2u);
+        EXPECT_EQ(count("queued"), 0u);
+    }
+    EXPECT_THAT(test::take_notices(), IsEmpty());
 }
 
 TEST_F(ExporterTest, SendsNothingToAPeerOverTlsThatIsNotWhoItShouldBe) {

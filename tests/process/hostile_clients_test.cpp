@@ -35,16 +35,10 @@ TEST(HostileClients, GetTheExactAnswerToEveryKindOfNonsense) {
         std::string reply_start;
     } cases[] = {
         {"garbage", PARSE_ERROR},
-        {" ", PARSE_ERROR},
-        {R"({"jsonrpc":"2.0","id":1,"meth)", PARSE_ERROR},
         {deep, PARSE_ERROR},
         {R"({"jsonrpc":"2.0","id":1,"method":"echo","params":{"message":)" + deep, PARSE_ERROR},
-        {"[]", NULL_REPLY},
         {"null", NULL_REPLY},
-        {"17", R"({"error":{"code":-32600,"message":"Invalid Request"},"id":null,"jsonrpc":"2.0"})"},
         {R"({"jsonrpc":"2.0","method":"ping"})", NULL_REPLY},
-        {R"({"jsonrpc":"2.0","id":{"a":[1]},"method":[]})",
-         R"({"error":{"code":-32600,"message":"Invalid format for method name"},"id":{"a":[1]},)"},
         {R"({"jsonrpc":"2.0","id":1,"method":"%s%n%s"})",
          R"({"error":{"code":-32601,"message":"Method '%s%n%s' not registered"},"id":1,)"},
         {invalid_utf8, R"({"fmt":{"size":)"},
