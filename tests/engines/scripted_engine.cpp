@@ -14,24 +14,51 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <optional>
+#include <fstream>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 
-#include "engines/engine_script.h"
-
 namespace {
-
-using test::EngineScript;
-using test::split_words;
 
 struct State {
     int evfd = -1;
     std::vector<std::string> interfaces;
     size_t packets = 0;  ///< pushed since init
-    std::string last_script;
 };
 State g_state;
+
+/** Cuts at blanks. */
+std::vector<std::string> split_words(const std::string& text) {
+    std::istringstream words(text);
+    std::vector<std::string> out;
+    for (std::string word; words >> word;)
+        out.push_back(word);
+    return out;
+}
+
+/** The lines of the script as they are at this moment; without a readable file there are none. */
+class Script {
+ public:
+    Script() {
+        const char* path = getenv("TEST_ENGINE_SCRIPT");
+        std::ifstream file(path ? path : "");
+        for (std::string line; std::getline(file, line);) {
+            std::istringstream words(line);
+            std::string verb, function;
+            words >> verb >> function >> std::ws;
+            std::getline(words, m_rests[verb + " " + function]);
+        }
+    }
+    /** The rest of the last line "verb function ...", null if there is none. */
+    const std::string* rest(const std::string& verb, const std::string& function) const {
+        const auto found = m_rests.find(verb + " " + function);
+        return found == m_rests.end() ? nullptr : &found->second;
+    }
+
+ private:
+    std::map<std::string, std::string> m_rests;
+};
 
 void make_readable() {
     const uint64_t one = 1;
@@ -114,14 +141,9 @@ constexpr Crash CRASHES[] = {
 /** The start of every function: logs the call and does what the script says about it. */
 class Call {
  public:
-    Call(const std::string& name, std::string& err, const std::string& args = "")
-        : m_script(EngineScript::read(getenv("TEST_ENGINE_SCRIPT"))) {
+    Call(const std::string& name, std::string& err, const std::string& args = "") {
         log_call(name, args);
-        if (m_script.text() != g_state.last_script) {
-            g_state.last_script = m_script.text();
-            if (m_script.has("signal")) make_readable();
-        }
-        if (m_script.has("signal", name)) make_readable();
+        if (m_script.rest("signal", name)) make_readable();
         if (const auto* text = m_script.rest("stderr", name)) dprintf(STDERR_FILENO, "%s\n", text->c_str());
         if (const auto* ms = m_script.rest("delay", name)) usleep(1000 * std::stoi(*ms));
         if (const auto* how = m_script.rest("crash", name)) crash(*how);
@@ -130,16 +152,11 @@ class Call {
     }
 
     bool failed() const { return m_failed; }
-    const EngineScript& script() const { return m_script; }
+    const Script& script() const { return m_script; }
     const std::string* value(const std::string& name) const { return m_script.rest("return", name); }
-    /** The scripted words of a list, if it is scripted. */
-    std::optional<std::vector<std::string>> list(const std::string& name) const {
-        const auto* words = m_script.rest("list", name);
-        return words ? std::optional(split_words(*words)) : std::nullopt;
-    }
 
  private:
-    EngineScript m_script;
+    Script m_script;
     bool m_failed = false;
 };
 
@@ -251,7 +268,7 @@ void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
 
 void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err) {
     const Call call("get_dps", err);
-    if (!call.failed()) out = call.list("dps").value_or(std::vector<std::string>{"dp0"});
+    if (!call.failed()) out = {"dp0"};
 }
 
 void corvo_api_cp_intf_attach(const std::string& ifname, std::string& err) {
@@ -267,7 +284,8 @@ void corvo_api_cp_intf_detach(const std::string& ifname, std::string& err) {
 
 void corvo_api_cp_intf_get(std::vector<std::string>& out, std::string& err) {
     const Call call("intf_get", err);
-    if (!call.failed()) out = call.list("intf").value_or(g_state.interfaces);
+    const auto* scripted = call.script().rest("list", "intf");
+    if (!call.failed()) out = scripted ? split_words(*scripted) : g_state.interfaces;
 }
 
 void corvo_api_cp_collector_enable(const std::string& component, std::string& err) {
