@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <limits>

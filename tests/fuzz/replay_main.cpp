@@ -1,6 +1,6 @@
 // Runs a fuzz target over kept inputs, without a fuzzer: every file of the folders given, and the files
-// given. Each name is printed before its input runs, so that a crash names its file. Behind `--damage` each
-// input runs, too, cut off at every length and with each of its bytes changed.
+// given. Each name is printed before its input runs, so that a crash names its file. Each input runs, too,
+// cut off at every length and with each of its bytes changed.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,6 @@
 #include <fstream>
 #include <iterator>
 #include <set>
-#include <string_view>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -24,13 +23,12 @@ void run(const char* bytes, size_t size) {
     LLVMFuzzerTestOneInput(input.data(), input.size());
 }
 
-void replay(const fs::path& path, bool damage) {
+void replay(const fs::path& path) {
     // On the error stream: targets may give the standard output away.
     std::fprintf(stderr, "%s\n", path.c_str());
     std::ifstream file(path, std::ios::binary);
     std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
     run(bytes.data(), bytes.size());
-    if (!damage) return;
     for (size_t at = 0; at < bytes.size(); ++at) {
         run(bytes.data(), at);
         const char kept = bytes[at];
@@ -45,9 +43,8 @@ void replay(const fs::path& path, bool damage) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const bool damage = argc > 1 && std::string_view(argv[1]) == "--damage";
     std::set<fs::path> inputs;
-    for (const char* const* arg = argv + 1 + damage; arg != argv + argc; ++arg) {
+    for (const char* const* arg = argv + 1; arg != argv + argc; ++arg) {
         const fs::path path = fs::absolute(*arg);  // targets may go to a folder of their own
         if (!fs::is_directory(path)) {
             inputs.insert(path);
@@ -62,6 +59,6 @@ int main(int argc, char** argv) {
     }
     LLVMFuzzerTestOneInput(nullptr, 0);
     for (const fs::path& path : inputs)
-        replay(path, damage);
+        replay(path);
     return 0;
 }

@@ -5,6 +5,7 @@
 
 #include "infra/corvo_json.h"
 #include "infra/scripted_command.h"
+#include "support/error_of.h"
 #include "utils/base64.h"
 
 namespace corvo {
@@ -195,6 +196,8 @@ TEST_F(JsonRpc, ACommandThatIsUnloadedWithinABatchIsNoLongerThere) {
     m_table.load_component(test::make_component("", {new Scripted("unload", unload)}));
     EXPECT_EQ(serve("[" + call(R"("method":"unload")") + "," + call(R"("method":"engine.go")") + "]"),
               "[" + success("null") + "," + error(-32601, R"("Method 'engine.go' not registered")") + "]\n");
+    EXPECT_EQ(test::error_of([&] { m_table.unload_component("engine"); }),
+              "component engine was never loaded");
 }
 
 TEST_F(JsonRpc, ACommandIsTheOneOfTheBatchsStartThoughAnotherTakesItsName) {

@@ -61,17 +61,6 @@ TEST(RpcCommandsTable, KeysAreMatchedWholeTheLastOneLoadedWinsAndTheWildcardTake
     EXPECT_NE(table.lookup("ping"), any);
 }
 
-TEST(RpcCommandsTable, UnloadingGivesTheComponentBack) {
-    RpcCommandsTable table;
-    std::unique_ptr<RpcComponent> engine(make_component("engine", {new Scripted("go")}));
-    table.load_component(engine.get());
-    EXPECT_EQ(table.lookup_component("engine"), engine.get());
-    table.unload_component("engine");
-    EXPECT_EQ(table.lookup("engine.go"), nullptr);
-    EXPECT_EQ(table.lookup_component("engine"), nullptr);
-    EXPECT_EQ(test::error_of([&] { table.unload_component("engine"); }), "component engine was never loaded");
-}
-
 TEST(RpcParser, FieldsAreCheckedByTypeAndRange) {
     using P = RpcParser;
     const std::string at = "error at offset: 5 - 'f' ";

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "infra/corvo_version.h"
 #include "support/daemon.h"
 
@@ -88,45 +86,6 @@ TEST(HostileClients, OversizedDatagramsAreAnsweredAndOversizedLinesServed) {
     const Json::Value reply =
         parse(daemon.raw(R"({"jsonrpc":"2.0","id":")" + message + R"(","method":"ping"})"));
     EXPECT_EQ(reply["id"].asString().size(), message.size());
-}
-
-TEST(HostileClients, TenThousandOfThemLeaveTheDaemonAsItWas) {
-    for (bool tcp : {false, true}) {
-        SCOPED_TRACE(tcp ? "TCP" : "Unix");
-        Daemon daemon({.tcp = tcp});
-        std::mt19937 random(7);
-        auto attack = [&](int rounds) {
-            for (int i = 0; i < rounds; ++i) {
-                std::string text(random() % 200, ' ');
-                for (char& c : text)
-                    c = static_cast<char>(random());
-                if (tcp) {
-                    TcpClient client(daemon.port());
-                    if (i % 4 == 0) client.reset_on_close();
-                    client.send(i % 3 ? text + "\n" : text);
-                    if (i % 3 && i % 4) {
-                        EXPECT_FALSE(client.receive_all().empty());
-                    }
-                } else {
-                    UnixClient client(daemon.socket_path());
-                    client.send(text);
-                    std::string reply;
-                    if (i % 3) {
-                        EXPECT_TRUE(client.receive(reply));
-                    }
-                }
-            }
-            EXPECT_TRUE(daemon.result("ping").isMember("ts"));
-        };
-        attack(500);
-        const size_t descriptors = open_descriptors(daemon.pid());
-        const size_t memory = anonymous_kib(daemon.pid());
-        attack(tcp ? 3000 : 10000);
-        EXPECT_TRUE(eventually([&] { return open_descriptors(daemon.pid()) <= descriptors; }));
-        if (!SANITIZED) {
-            EXPECT_LT(anonymous_kib(daemon.pid()), memory + 512);
-        }
-    }
 }
 
 }  // namespace

@@ -5,8 +5,6 @@
 #include <sys/ptrace.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "utils/trace_utils.h"
 
 namespace corvo {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "tools/captures/sample_flows.h"
+#include "tools/captures/frame_builder.h"
 #include "utils/pcap/pcap_packet.h"
 
 using corvo::CCapPkt;
