@@ -26,13 +26,6 @@ const test::Path PATH = {"10.0.0.1", "10.0.0.2", 1000, 80};
 
 class CommandsTest : public testing::Test {
  protected:
-    test::DaemonSetup setup() const {
-        test::DaemonSetup setup;
-        setup.engine_dir = SCRIPTED_ENGINE_DIR;
-        setup.env = {{"TEST_ENGINE_LOG", dir.file("calls")}, {"TEST_ENGINE_SCRIPT", dir.file("script")}};
-        return setup;
-    }
-
     void activate() const {
         daemon.result("load", test::load_params());
         daemon.result("activate", parse(R"({"resources":{"max_flows":10}})"));
@@ -41,7 +34,7 @@ class CommandsTest : public testing::Test {
     /** The engine's calls so far, without the ticks that come when they like. */
     std::vector<std::string> calls() const {
         std::vector<std::string> lines;
-        std::istringstream log(test::read_file(dir.file("calls")));
+        std::istringstream log(daemon.engine_calls());
         for (std::string line; std::getline(log, line);) {
             if (line != "tick") lines.push_back(line);
         }
@@ -52,8 +45,7 @@ class CommandsTest : public testing::Test {
         return lines.empty() ? "" : lines.back();
     }
 
-    const test::TempDir dir;
-    test::Daemon daemon{setup()};
+    test::Daemon daemon{{.engine_dir = SCRIPTED_ENGINE_DIR}};
 };
 
 // Beside those that the document of the methods gives rise to.
@@ -149,7 +141,7 @@ TEST_F(CommandsTest, ActivateStartsTheDataPathAndDeactivateStopsIt) {
     EXPECT_EQ(last_call(), "activate max_flows=7 dp_workers=1 writable_shm=1");
     daemon.result("deactivate");
     EXPECT_EQ(last_call(), "deactivate");
-    dir.write("script", "fail activate 100%s of nothing\n");
+    daemon.script("fail activate 100%s of nothing\n");
     EXPECT_EQ(daemon.failure("activate", parse(R"({"resources":{"max_flows":7}})")), "100%s of nothing");
 }
 
@@ -215,9 +207,9 @@ TEST_F(CommandsTest, AParameterReachesTheEngineAndItsAnswerTheClient) {
               "COFFEE maximum argument count is 8");
     EXPECT_EQ(last_call(), "coffee dpaddr= func=f args=");
 
-    dir.write("script", R"(return get_collectors {"collectables":[]})");
+    daemon.script(R"(return get_collectors {"collectables":[]})");
     EXPECT_EQ(write(daemon.result("collect", parse(R"({"cmd":"ls"})"))), R"({"collect":{"exporter":null}})");
-    dir.write("script", "return get_collectors 5");
+    daemon.script("return get_collectors 5");
     daemon.failure("collect", parse(R"({"cmd":"ls"})"));
 }
 
@@ -249,20 +241,20 @@ TEST_F(CommandsTest, StatusAsksTheEngineOnlyWhileItIsActive) {
     EXPECT_EQ(status["state"], "activated");
     EXPECT_EQ(write(status["attached"]) + write(status["dps"]), R"([]["dp0"])");
     EXPECT_EQ(status["version"], parse(R"({"version":"scripted"})"));
-    dir.write("script", "fail get_version no version\n");
+    daemon.script("fail get_version no version\n");
     EXPECT_EQ(daemon.failure("status"), "no version");
 }
 
 TEST_F(CommandsTest, ACaptureIsAnsweredByCountsOrByPackets) {
     activate();
-    dir.write("script", "class push_pkts 1 a 1 a 2 b 0 -\n");
+    daemon.script("class push_pkts 1 a 1 a 2 b 0 -\n");
     Json::Value params = parse(R"({"type":"filename","reset":false,"ns_id":9,"dpaddr":"dp0"})");
     const test::Bytes arp = test::ether_frame(test::ETHER_ARP, test::Bytes(46));
     const test::Bytes text = test::from_text("hello");
     const std::vector<test::Bytes> frames = {
         test::tcp_frame(PATH, {.flags = test::TCP_SYN}, text), test::udp_frame(PATH, text), arp,
         test::icmp_frame(PATH, 8, text), test::tcp_frame(PATH, {}, text)};
-    const std::string capture = dir.file("capture.pcap");
+    const std::string capture = daemon.dir().file("capture.pcap");
     test::write_pcap(capture, frames);
     params["filename"] = capture;
     EXPECT_EQ(write(daemon.result("push_pcap", params)), R"({"a":2,"b":1,"total":3})");
@@ -279,10 +271,10 @@ TEST_F(CommandsTest, ACaptureIsAnsweredByCountsOrByPackets) {
     EXPECT_EQ(pkts[1]["transport"], "udp");
     EXPECT_EQ(pkts[2]["transport"], "ip");
 
-    dir.write("script", "class push_pkts 7 total\n");
+    daemon.script("class push_pkts 7 total\n");
     params["extended"] = false;
     EXPECT_EQ(write(daemon.result("push_pcap", params)), R"({"total":4})");
-    dir.write("script", "fail push_pkts out of flows\n");
+    daemon.script("fail push_pkts out of flows\n");
     EXPECT_EQ(daemon.failure("push_pcap", params), "out of flows");
 
     const size_t calls_before = calls().size();

@@ -41,7 +41,6 @@ DaemonSetup supervised(std::vector<std::string> args = {}) {
 DaemonSetup with_engine(const std::string& script, const std::vector<std::string>& args = {}) {
     DaemonSetup setup = supervised(with({"-a"}, args));
     setup.engine_dir = SCRIPTED_ENGINE_DIR;
-    setup.env = {{"TEST_ENGINE_SCRIPT", "script"}};
     setup.files = {{"script", script}};
     return setup;
 }
@@ -177,7 +176,7 @@ TEST(Watchdog, AServerThatExitsIsReplacedAfterAGrowingDelay) {
     ASSERT_NE(first, std::string::npos);
     EXPECT_LT(log.find("Exit code: 3"), first);
     EXPECT_GT(log.rfind("Exit code: 3"), first);
-    daemon.dir().write("bin/script", "");
+    daemon.script("");
     EXPECT_TRUE(answers(daemon));
     EXPECT_EQ(daemon.result("status")["state"], "activated");
     EXPECT_EQ(daemon.stop(), 0);

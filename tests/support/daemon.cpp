@@ -65,6 +65,8 @@ void Daemon::start(const DaemonSetup& setup) {
 void Daemon::exec_child(const DaemonSetup& setup, const std::vector<std::string>& args) const {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (chdir(cwd().c_str()) != 0) _exit(126);
+    setenv("TEST_ENGINE_SCRIPT", "script", 1);
+    setenv("TEST_ENGINE_LOG", "calls", 1);
     for (const auto& [name, value] : setup.env)
         setenv(name.c_str(), value.c_str(), 1);
     int out = open(m_dir.file("stdout").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
