@@ -56,16 +56,6 @@ pid_t server_of(pid_t parent, pid_t old = -1) {
     return found;
 }
 
-bool answers(const Daemon& daemon) {
-    return eventually([&] {
-        try {
-            return !daemon.raw(request_text("ping"), 500).empty();
-        } catch (const std::runtime_error&) {
-            return false;
-        }
-    });
-}
-
 /** A second write end of the pipe that is the server's stderr. */
 corvo::UniqueFd stderr_of(pid_t server) {
     signal(SIGPIPE, SIG_IGN);
@@ -160,7 +150,7 @@ TEST(Watchdog, WithoutHogDetectionASilentServerIsLeftAlone) {
     kill(server, SIGSTOP);
     usleep(800000);
     kill(server, SIGCONT);
-    EXPECT_TRUE(answers(daemon));
+    EXPECT_TRUE(daemon.answers());
     EXPECT_THAT(daemon.log(), HasSubstr("Hog detection disabled"));
     EXPECT_THAT(daemon.log(), Not(HasSubstr("No heartbeat for")));
     EXPECT_EQ(daemon.stop(), 0);
@@ -177,7 +167,7 @@ TEST(Watchdog, AServerThatExitsIsReplacedAfterAGrowingDelay) {
     EXPECT_LT(log.find("Exit code: 3"), first);
     EXPECT_GT(log.rfind("Exit code: 3"), first);
     daemon.script("");
-    EXPECT_TRUE(answers(daemon));
+    EXPECT_TRUE(daemon.answers());
     EXPECT_EQ(daemon.result("status")["state"], "activated");
     EXPECT_EQ(daemon.stop(), 0);
 }
@@ -203,7 +193,7 @@ TEST(Watchdog, ManyEndsInARowLeaveNothingBehind) {
         ASSERT_GT(next, 0) << daemon.log();
         server = next;
     }
-    EXPECT_TRUE(answers(daemon));
+    EXPECT_TRUE(daemon.answers());
     EXPECT_THAT(descendants(daemon.pid()), SizeIs(1));
     EXPECT_EQ(open_descriptors(daemon.pid()), parents);
     EXPECT_EQ(open_descriptors(server), servers);
@@ -226,7 +216,7 @@ TEST(Watchdog, AFloodOfStderrHoldsUpNeitherJudgementNorEnd) {
     };
     flood(100);
     EXPECT_THAT(daemon.log(), Not(HasSubstr("Aborting child")));
-    EXPECT_TRUE(answers(daemon));
+    EXPECT_TRUE(daemon.answers());
     kill(server, SIGKILL);
     flood(1000);
     EXPECT_EQ(WEXITSTATUS(daemon.wait_exit(1)), 1) << "the end was seen during the flood";
@@ -242,7 +232,7 @@ TEST(Watchdog, WhenTheParentIsKilledTheServerGoesOnAlone) {
     const corvo::UniqueFd pipe = stderr_of(server);
     EXPECT_TRUE(eventually([&] { return write(pipe.get(), "x", 1) < 0; }));
     EXPECT_EQ(errno, EPIPE);
-    EXPECT_TRUE(answers(daemon));
+    EXPECT_TRUE(daemon.answers());
     kill(server, SIGTERM);
     EXPECT_TRUE(eventually([&] { return kill(server, 0) != 0; })) << (kill(server, SIGKILL), "");
 }
@@ -262,7 +252,7 @@ TEST(Watchdog, ALogThatCannotBeWrittenCostsLinesOnly) {
         const pid_t server = server_of(daemon.pid());
         kill(server, SIGKILL);
         EXPECT_GT(server_of(daemon.pid(), server), 0);
-        EXPECT_TRUE(answers(daemon));
+        EXPECT_TRUE(daemon.answers());
         EXPECT_EQ(daemon.stop(), 0);
         EXPECT_EQ(daemon.out().find("Creating dir for events '") != std::string::npos, log != full);
     }
@@ -273,7 +263,7 @@ TEST(Watchdog, ADaemonsServerPrintsIntoThePipeAndNowhereElse) {
     setup.wait_ready = false;
     Daemon starter(setup);
     EXPECT_EQ(starter.wait_exit(), 0);
-    ASSERT_TRUE(answers(starter));
+    ASSERT_TRUE(starter.answers());
     const pid_t server = starter.result("status")["pid"].asInt();
     const std::string fds = "/proc/" + std::to_string(server) + "/fd/";
     EXPECT_THAT(fs::read_symlink(fds + "2").string(), HasSubstr("pipe:"));

@@ -51,6 +51,8 @@ class Daemon {
     void script(const std::string& text) const { m_dir.write("bin/script", text); }
     std::string engine_calls() const { return read_file(m_dir.file("bin/calls")); }
 
+    /** Whether it does before the time is over. */
+    bool answers(int timeout_ms = 10000) const;
     /** Sends a text and gives the reply's text, over the transport that the daemon was started with. */
     std::string raw(const std::string& text, int timeout_ms = 20000) const;
     /** The whole reply to one request. */
