@@ -36,32 +36,29 @@ class EngineApi : public testing::Test {
         return found;
     }
 
-    std::string init() {
-        return text([&](std::string& err) { CALL(init)({}, err); });
-    }
-    std::string deinit() {
-        return text([&](std::string& err) { CALL(deinit)(err); });
-    }
+    std::string init() { return failure(CALL(init), corvo::api::InitConfig()); }
+    std::string deinit() { return failure(CALL(deinit)); }
     std::string activate(uint32_t max_flows = 100) {
-        return text([&](std::string& err) { CALL(activate)({max_flows, 1, false}, err); });
+        return failure(CALL(activate), corvo::api::ActivateConfig{max_flows, 1, false});
     }
-    std::string deactivate() {
-        return text([&](std::string& err) { CALL(deactivate)(err); });
-    }
+    std::string deactivate() { return failure(CALL(deactivate)); }
     std::string push(Pushed& pushed, const std::string& dpaddr = "") {
-        return text([&](std::string& err) { CALL(push_pkts)(dpaddr, pushed.pkts, err, true); });
+        std::string err;
+        CALL(push_pkts)(dpaddr, pushed.pkts, err, true);
+        return err;
     }
     /** The result, or the error behind "! ". */
     std::string coffee(const std::string& func, const std::vector<uint32_t>& args = {},
                        const std::string& dpaddr = "") {
         std::string result;
-        std::string err = text([&](std::string& e) { CALL(coffee)(dpaddr, func, args, result, e); });
+        std::string err;
+        CALL(coffee)(dpaddr, func, args, result, err);
         return err.empty() ? result : "! " + err;
     }
-    template <typename Call>
-    static std::string text(Call call) {
+    template <typename Function, typename... Args>
+    static std::string failure(Function function, const Args&... args) {
         std::string err;
-        call(err);
+        function(args..., err);
         return err;
     }
 
