@@ -38,7 +38,7 @@ void add_options(CLI::App& app, Options& options) {
         ->type_name("ADDRESS");
     app.add_option("--timeout", options.timeout_sec, "Seconds to wait for an answer, 10 if not given")
         ->type_name("SECONDS")
-        ->check(seconds_between("0.001", "86400"));
+        ->check(seconds_between(0.001, 86400));
     app.add_flag("--json", options.json, "Answers as the daemon gave them");
     app.set_version_flag("--version", std::string("brumectl ") + BRUMECTL_VERSION, "Version of the program");
     app.set_help_flag("-h,--help", "Help of the program or of a word");

@@ -1,23 +1,21 @@
 #pragma once
-// Times on the command line.
+// Check of an option that takes seconds. Not CLI::Range: it lets "nan" through.
 
-#include <CLI/Validators.hpp>
-#include <cstdlib>
+#include <CLI/CLI.hpp>
+#include <sstream>
 #include <string>
 
 namespace brumectl {
 
-/** The bounds as they are told. Not CLI::Range: it lets "nan" through. */
-inline CLI::Validator seconds_between(const std::string& least, const std::string& most) {
-    auto judge = [least, most](const std::string& text) -> std::string {
-        char* end = nullptr;
-        const double seconds = std::strtod(text.c_str(), &end);
-        if (!text.empty() && *end == '\0' && seconds >= std::atof(least.c_str()) &&
-            seconds <= std::atof(most.c_str()))
-            return "";
-        return "takes " + least + " to " + most + " seconds, not '" + text + "'";
+inline CLI::Validator seconds_between(double least, double most) {
+    const auto complaint = [least, most](const std::string& text) -> std::string {
+        double seconds = 0;
+        if (CLI::detail::lexical_cast(text, seconds) && seconds >= least && seconds <= most) return "";
+        return (std::ostringstream() << "takes " << least << " to " << most << " seconds, not '" << text
+                                     << "'")
+            .str();
     };
-    return CLI::Validator(judge, "");
+    return {complaint, ""};
 }
 
 }  // namespace brumectl

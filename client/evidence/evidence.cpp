@@ -14,7 +14,7 @@ namespace brumectl {
 
 namespace {
 
-constexpr const char* USUAL_PLACES[] = {"./cvevents", "/var/lib/brumecpd/cvevents"};
+constexpr const char* USUAL_PLACES[] = {"./cvevents", "/var/log/brumecpd/cvevents"};
 
 /** Beside its log; empty if there's no daemon that can be asked and looked at. */
 std::string place_of_daemon(Context& context) {
@@ -203,7 +203,7 @@ void add_evidence(CLI::App& app, Context& context) {
         CLI::App* sub = word->add_subcommand(name, text);
         sub->add_option(
             "--dir", wanted->dir,
-            "The events directory (default: the daemon's, ./cvevents or /var/lib/brumecpd/cvevents)");
+            "The events directory (default: the daemon's, ./cvevents or /var/log/brumecpd/cvevents)");
         return sub;
     };
     add("ls", "List it")->callback([&context, wanted] { list(context, wanted->dir); });

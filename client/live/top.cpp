@@ -127,7 +127,8 @@ void add_top(CLI::App& app, Context& context) {
     auto options = std::make_shared<TopOptions>();
     CLI::App* word = app.add_subcommand("top", "The daemon and its traffic as they are now, again and again");
     word->add_option("-d,--delay", options->delay_sec, "Seconds between two looks")
-        ->check(seconds_between("0.1", "3600"))
+        ->type_name("SECONDS")
+        ->check(seconds_between(0.1, 3600))
         ->capture_default_str();
     word->add_flag("-b,--batch", options->batch, "Plain text, one look below the other");
     word->add_option("-n,--count", options->count, "Looks until the end (default: no end)")

@@ -125,14 +125,15 @@ void EventPoller::clear() {
 }
 
 bool EventPoller::wait(int timeout_ms) {
-    // What is found is kept for the next call that serves: one system call does for both. Where the poller is
-    // broken, as by an engine that closed its descriptor, the loop must not spin on it.
-    if (m_active.empty() || (m_expired.empty() && !OSPoll(timeout_ms))) {
-        const timespec pause = to_timespec(static_cast<unsigned int>(std::max(timeout_ms, 0)));
-        cv_nanosleep(&pause, nullptr);
-        return false;
+    if (!m_active.empty()) {
+        // What is found is kept for the next call that serves: one system call does for both.
+        const int err = m_expired.empty() ? collect(timeout_ms) : 0;
+        if (err == 0 || err == EINTR) return !m_expired.empty();
+        // Broken, as by an engine that closed the descriptor: the loop must not spin on it.
     }
-    return !m_expired.empty();
+    const timespec pause = to_timespec(static_cast<unsigned int>(std::max(timeout_ms, 0)));
+    cv_nanosleep(&pause, nullptr);
+    return false;
 }
 
 bool EventPoller::handle_pending_events(int timeout_ms) {
@@ -157,22 +158,24 @@ void EventPoller::remove_expired(int fd) {
     std::erase_if(m_expired, [fd](const ExpiredEvent& entry) { return entry.first == fd; });
 }
 
-bool EventPoller::OSPoll(int timeout_ms) {
+void EventPoller::OSPoll(int timeout_ms) {
+    const int err = collect(timeout_ms);
+    if (err == 0) return;
+    const auto level = err == EINTR ? Logger::DEBUG : Logger::ERROR;
+    if (Logger::pred(level, COMP))
+        Logger::xlog(__FILE__, __LINE__, level, COMP, "failed to get events from poller [%s]",
+                     std::strerror(err));
+}
+
+int EventPoller::collect(int timeout_ms) {
     epoll_event ready[MAX_BATCH];
     const int count = cv_epoll_wait(m_epoll_fd, ready, MAX_BATCH, timeout_ms);
-    if (count < 0) {
-        const int err = errno;
-        if (err == EINTR)
-            CORVO_LOG(DEBUG, COMP, "failed to get events from poller [%s]", std::strerror(err));
-        else
-            CORVO_LOG(ERROR, COMP, "failed to get events from poller [%s]", std::strerror(err));
-        return err == EINTR;
-    }
+    if (count < 0) return errno;
     for (int i = 0; i < count; ++i) {
         const int data = ready[i].data.fd;
         expire({std::abs(data), data > 0 ? EVENT_EXPIRE_READY : EVENT_EXPIRE_TIMEOUT});
     }
-    return true;
+    return 0;
 }
 
 uint32_t EventPoller::conv_state_to_flags(EventState state) {
@@ -224,7 +227,7 @@ void EventPoller::handle_pending_event(std::shared_ptr<Event>& ev, EventExpireRe
                 cb(ev.get());
             return;
         default:
-            CORVO_LOG(ERROR, SCHED_COMP, "unknown event action requested: %u", rc.action);
+            CORVO_LOG(ERROR, SCHED_COMP, "unknown event action requested: %d", static_cast<int>(rc.action));
             assert(!"unknown event action");
     }
 }

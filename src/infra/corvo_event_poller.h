@@ -68,8 +68,8 @@ class EventPoller {
     bool has_expired() const { return !m_expired.empty(); }
     /** Drops every unserved entry of this descriptor. */
     void remove_expired(int fd);
-    /** One epoll_wait of up to 20 events. False: the poller is broken; a signal is no failure. */
-    bool OSPoll(int timeout_ms);
+    /** One epoll_wait of up to 20 events; a failure is logged. */
+    void OSPoll(int timeout_ms);
 
     /** The epoll flags of a state. */
     static uint32_t conv_state_to_flags(EventState state);
@@ -80,6 +80,8 @@ class EventPoller {
     static constexpr int MAX_BATCH = 20;
 
     active_map::iterator find(const Event* ev);
+    /** OSPoll that logs nothing; gives what errno says of a failure, else 0. */
+    int collect(int timeout_ms);
     /** Puts a ready descriptor at the very front of the batch, a timer at the very back. */
     void expire(const ExpiredEvent& entry);
     /** Undoes a registration completely and hands out its reference. */

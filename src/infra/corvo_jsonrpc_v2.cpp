@@ -193,7 +193,8 @@ JsonRpcMethod::JsonRpcMethod(Json::Value id, std::string method, RpcCommand* com
 JsonRpcMethod::Outcome JsonRpcMethod::perform() {
     Outcome outcome;
     // An earlier element of the same batch may have unloaded the engine library that the command came from.
-    if (m_table.changes() != m_table_changes) m_command = m_table.lookup(m_method);
+    if (m_table.changes() != m_table_changes && !m_table.has(m_command, m_method))
+        m_command = m_table.lookup(m_method);
     if (!m_command) return outcome;
 
     const uint64_t start_ms = monotonic_ms();

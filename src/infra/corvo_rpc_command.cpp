@@ -10,6 +10,7 @@ namespace corvo {
 namespace {
 
 const std::string COMP = "rpc";
+const std::string ANY = "*.*";  // the key of a command for all methods that have none
 
 std::string key_of(const RpcComponent& component, const RpcCommand& command) {
     return component.name().empty() ? command.name() : component.name() + "." + command.name();
@@ -89,8 +90,18 @@ RpcComponent* RpcCommandsTable::lookup_component(const std::string& name) {
 
 RpcCommand* RpcCommandsTable::lookup(const std::string& method) const {
     auto it = m_commands.find(method);
-    if (it == m_commands.end()) it = m_commands.find("*.*");
+    if (it == m_commands.end()) it = m_commands.find(ANY);
     return it == m_commands.end() ? nullptr : it->second;
+}
+
+bool RpcCommandsTable::has(const RpcCommand* command, const std::string& method) const {
+    for (const auto& component : m_components)
+        for (const auto& loaded : component->commands()) {
+            if (loaded.get() != command) continue;
+            const std::string key = key_of(*component, *loaded);
+            return key == method || key == ANY;
+        }
+    return false;
 }
 
 void RpcCommandsTable::query(std::vector<std::string>& out) const {

@@ -175,6 +175,11 @@ class RpcCommandsTable {
     void query(std::vector<std::string>& out) const;
     /** Grows with each change: a command that was looked up before may be gone by then. */
     uint64_t changes() const { return m_changes; }
+    /**
+     * Whether a command that `lookup` once gave for `method` still is a loaded component's, though the key may
+     * map to another one by now. `command` needn't be alive.
+     */
+    bool has(const RpcCommand* command, const std::string& method) const;
 
  private:
     std::vector<std::unique_ptr<RpcComponent>> m_components;

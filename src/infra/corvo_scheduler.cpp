@@ -122,7 +122,9 @@ int Scheduler::step(bool wait_follows) {
     const auto diff = static_cast<int64_t>((*m_tasks.begin())->m_when - started_ms);
     if (diff >= 1) {
         m_poller.handle_pending_events(0);
-        if (wait_follows && !m_poller.has_expired()) return static_cast<int>(diff);
+        // The wait that follows looks for more, unless that event has ended the loop.
+        const bool stays = m_stop_cause == CAUSE_RUNNING;
+        if (wait_follows && stays && !m_poller.has_expired()) return static_cast<int>(diff);
         return m_poller.handle_pending_events(0) ? 0 : static_cast<int>(diff);
     }
     run_next_task(started_ms);

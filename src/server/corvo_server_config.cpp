@@ -1,5 +1,6 @@
 #include "server/corvo_server_config.h"
 
+#include <optional>
 #include <sstream>
 
 #include "infra/corvo_json.h"
@@ -11,8 +12,10 @@ namespace {
 
 const std::string COMP = "server";
 
-/** The text of a response's error; empty if it has none. */
-std::string error_of(const Json::Value& response) {
+using ErrorText = std::optional<std::string>;
+
+/** The text, which may be empty, of a response's error. */
+ErrorText error_of(const Json::Value& response) {
     if (!response.isObject() || response["error"].isNull()) return {};
     const Json::Value& error = response["error"];
     if (!error.isObject()) return json::write(error);
@@ -20,12 +23,10 @@ std::string error_of(const Json::Value& response) {
     return text.isString() ? text.asString() : json::write(text);
 }
 
-std::string first_error_of(const Json::Value& response) {
+ErrorText first_error_of(const Json::Value& response) {
     if (!response.isArray()) return error_of(response);
-    for (const Json::Value& single : response) {
-        std::string text = error_of(single);
-        if (!text.empty()) return text;
-    }
+    for (const Json::Value& single : response)
+        if (ErrorText text = error_of(single)) return text;
     return {};
 }
 
@@ -70,9 +71,9 @@ void ReadConfig::run_element(const Json::Value& element) {
         CORVO_LOG(ERROR, COMP, "Failed to parse response for config file: [%s]", response.c_str());
         return;
     }
-    const std::string error = first_error_of(parsed);
-    if (error.empty()) return;
-    CORVO_LOG(ERROR, COMP, "Config file error: %s", error.c_str());
+    const ErrorText error = first_error_of(parsed);
+    if (!error) return;
+    CORVO_LOG(ERROR, COMP, "Config file error: %s", error->c_str());
     throw Exception("Config file encountered an error, exiting");
 }
 

@@ -50,7 +50,7 @@ std::unique_ptr<CCapReaderBase> open_capture(const std::string& filename) {
 
 }  // namespace
 
-void PacketBuffer::add(const CCapPkt& frame, uint32_t ns_id, bool extended) {
+void PacketBuffer::add(const CCapPkt& frame, uint32_t ns_id, bool described) {
     const uint16_t len = frame.GetPktLen();
     auto copy = std::make_unique_for_overwrite<unsigned char[]>(len);
     std::memcpy(copy.get(), frame.GetPktBuffer(), len);
@@ -59,7 +59,7 @@ void PacketBuffer::add(const CCapPkt& frame, uint32_t ns_id, bool extended) {
     pkt.data = copy.get();
     m_frames.push_back(std::move(copy));
     Engine::PktInfo& info = infos.emplace_back();
-    if (extended) describe_addresses(frame, info);
+    if (described) describe_addresses(frame, info);
     bytes += len;
 }
 
@@ -75,28 +75,38 @@ void Engine::flow_reset(const std::string& dpaddr) {
     coffee(dpaddr, "dp.ft.sui_ft_kill_all_flows", {});
 }
 
-void Engine::push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
-                       bool extended, const PktSink& sink) {
+std::unique_ptr<CCapReaderBase> Engine::begin_push(const std::string& dpaddr, const std::string& filename,
+                                                   bool reset) {
     validate_state(STATE_ACTIVE);
     if (reset) flow_reset(dpaddr);
-    const std::unique_ptr<CCapReaderBase> reader = open_capture(filename);
+    return open_capture(filename);
+}
+
+void Engine::push_frames(CCapReaderBase& reader, const std::string& dpaddr, bool reset, uint32_t ns_id,
+                         bool extended, bool described, const PktSink& sink) {
     CCapPkt frame;
     PacketBuffer batch;
     for (;;) {
-        const bool more = reader->ReadPacket(&frame);
+        const bool more = reader.ReadPacket(&frame);
         if (batch.full() || (!more && !batch.empty())) {
             send_batch(dpaddr, batch, ns_id, reset, extended, sink);
         }
         if (!more) break;
-        if (frame.parse()) batch.add(frame, ns_id, extended);
+        if (frame.parse()) batch.add(frame, ns_id, described);
     }
 }
 
 void Engine::push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
+                       bool extended, const PktSink& sink) {
+    push_frames(*begin_push(dpaddr, filename, reset), dpaddr, reset, ns_id, extended, extended, sink);
+}
+
+void Engine::push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                        bool extended, std::vector<PktInfo>& results) {
+    const std::unique_ptr<CCapReaderBase> reader = begin_push(dpaddr, filename, reset);
     results.clear();
-    push_pcap(dpaddr, filename, reset, ns_id, extended,
-              [&results](PktInfo&& info) { results.push_back(std::move(info)); });
+    push_frames(*reader, dpaddr, reset, ns_id, extended, /*described=*/true,
+                [&results](PktInfo&& info) { results.push_back(std::move(info)); });
 }
 
 void Engine::send_batch(const std::string& dpaddr, PacketBuffer& batch, uint32_t ns_id, bool reset,

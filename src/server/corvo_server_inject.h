@@ -26,8 +26,8 @@ class PacketBuffer {
     PacketBuffer(const PacketBuffer&) = delete;
     PacketBuffer& operator=(const PacketBuffer&) = delete;
 
-    /** Copies a parsed frame. `extended`: with what only an answer per packet shows. */
-    void add(const CCapPkt& frame, uint32_t ns_id, bool extended);
+    /** Copies a parsed frame. `described`: with what its headers tell. */
+    void add(const CCapPkt& frame, uint32_t ns_id, bool described);
     bool full() const { return bytes > BATCH_LIMIT_BYTES; }
     bool empty() const { return pkts.empty(); }
     /** Frees every frame. */

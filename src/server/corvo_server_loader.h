@@ -18,8 +18,9 @@
 #include "server/corvo_server_loader_api.h"
 
 namespace corvo {
+class CCapReaderBase;
 class Scheduler;
-}
+}  // namespace corvo
 
 namespace corvo::server {
 
@@ -70,7 +71,7 @@ class Engine {
 
     static constexpr size_t MAX_COFFEE_ARGS = 8;
 
-    /** What is known about one injected packet. `cls` and `protocol` always, the rest only if `extended`. */
+    /** What is known about one injected packet; what only the engine can tell, only if `extended`. */
     struct PktInfo {
         std::string src;
         std::string dst;
@@ -97,7 +98,6 @@ class Engine {
 
     virtual std::string& get_mode_int() = 0;
     virtual std::string& get_engine_path_int() = 0;
-    virtual void get_mt_info_int(mt_info& out) = 0;
 
     state_e state() const { return m_state; }
     /** @throws corvo::Exception if the state is below `required`, STATE_LOADED or STATE_ACTIVE */
@@ -147,11 +147,13 @@ class Engine {
     /**
      * Classifies a capture file and hands over what the engine recognised, in the file's order. Nothing is
      * kept of a packet that was handed over, so memory doesn't grow with the file. A failure in the middle
-     * of the file makes everything handed over before it void.
+     * of the file makes everything handed over before it void. What the frame itself tells (addresses,
+     * length, transport, flags) is there only if `extended`, since it costs more than the engine does.
      */
     void push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                    bool extended, const PktSink& sink);
-    /** The same into a vector. */
+    /** The same into a vector, with what the frame tells in any case. `results` is kept if the file isn't
+     * read. */
     void push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                    bool extended, std::vector<PktInfo>& results);
     /** Classifies one frame. `info` keeps its address, length and transport. */
@@ -167,6 +169,10 @@ class Engine {
     /** Closes the library. If it throws, the library is closed and `m_handle` null all the same. */
     virtual void unload_engine_int() = 0;
 
+ public:  // here for its place among the virtual operations
+    virtual void get_mt_info_int(mt_info& out) = 0;
+
+ protected:
     /** Opens the library in `dir` into `m_handle`, unless one is open. */
     void open_library(const std::string& dir, const LibraryTexts& texts);
     void close_library(const LibraryTexts& texts);
@@ -186,6 +192,10 @@ class Engine {
     void flow_reset(const std::string& dpaddr);
     void push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t ns_id,
                             bool reset, bool extended, std::vector<PktInfo>& infos);
+    std::unique_ptr<CCapReaderBase> begin_push(const std::string& dpaddr, const std::string& filename,
+                                               bool reset);
+    void push_frames(CCapReaderBase& reader, const std::string& dpaddr, bool reset, uint32_t ns_id,
+                     bool extended, bool described, const PktSink& sink);
     void send_batch(const std::string& dpaddr, PacketBuffer& batch, uint32_t ns_id, bool reset, bool extended,
                     const PktSink& sink);
 

@@ -95,7 +95,7 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"call", "ping", "{} {}"}, "no JSON: something stands behind its end"},
         {{"--timeout", "0", "ping"}, "--timeout: takes 0.001 to 86400 seconds, not '0'"},
         {{"--timeout", "nan", "ping"}, "not 'nan'"},
-        {{"top", "--delay", "nan"}, "takes 0.1 to 3600 seconds, not 'nan'"},
+        {{"top", "-b", "-d", "nan"}, "not 'nan'"},
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
         {{"completion", "fish"}, "none of bash, zsh"},
     };

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <random>
 
 #include "engine/pushed.h"
 #include "engine_error.h"
@@ -195,38 +194,6 @@ TEST_F(DataPathTest, GuessesByPortOnlyAfterGivingUpAndSaysSo) {
     EXPECT_EQ(guess.visibility, 25);
     EXPECT_THAT(guess.attr, ElementsAre("guessed=yes"));
     EXPECT_THAT(path.dump(1), HasSubstr(" tcp 10.0.0.1:40000 10.0.0.2:22 SSH cls 92 packets 81 "));
-}
-
-TEST_F(DataPathTest, SurvivesFramesThatAreCutAnywhere) {
-    for (const test::SampleFlow& sample : test::sample_flows()) {
-        for (const Bytes& frame : sample.frames) {
-            Pushed pushed({});
-            for (size_t length = 0; length <= frame.size(); length++) {
-                pushed.add({frame.begin(), frame.begin() + static_cast<long>(length)});
-                pushed.pkts.back().l3_off = pushed.pkts.back().l4_off = 0xffff;  // not to be trusted
-            }
-            path.push(pushed.pkts, true);
-            EXPECT_EQ(pushed.pkts.front().error, api::PKT_TRIMMED_L3);
-            EXPECT_EQ(pushed.pkts.back().error, api::PKT_OK);
-        }
-    }
-}
-
-TEST_F(DataPathTest, SurvivesDamagedFrames) {
-    std::mt19937 random(7);
-    const std::vector<Bytes> frames = test::sample_frames();
-    for (int round = 0; round < 200; round++) {
-        std::vector<Bytes> damaged = frames;
-        for (Bytes& frame : damaged) {
-            for (int i = 0; i < 3; i++)
-                frame[random() % frame.size()] = static_cast<unsigned char>(random());
-            if (random() % 4 == 0) frame.resize(random() % frame.size());
-        }
-        Pushed pushed = push(damaged, true);
-        for (const api::pkt_& pkt : pushed.pkts)
-            ASSERT_EQ(pkt.cls == 0, pkt.protocol.empty());
-    }
-    EXPECT_LE(path.flow_count(), 1000u);
 }
 
 }  // namespace

@@ -4,9 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <unistd.h>
 
-#include "engine/notices.h"
 #include "engine/pushed.h"
 #include "tools/captures/sample_flows.h"
 
@@ -38,32 +36,29 @@ class EngineApi : public testing::Test {
         return found;
     }
 
-    std::string init() {
-        return text([&](std::string& err) { CALL(init)({}, err); });
-    }
-    std::string deinit() {
-        return text([&](std::string& err) { CALL(deinit)(err); });
-    }
+    std::string init() { return failure(CALL(init), corvo::api::InitConfig()); }
+    std::string deinit() { return failure(CALL(deinit)); }
     std::string activate(uint32_t max_flows = 100) {
-        return text([&](std::string& err) { CALL(activate)({max_flows, 1, false}, err); });
+        return failure(CALL(activate), corvo::api::ActivateConfig{max_flows, 1, false});
     }
-    std::string deactivate() {
-        return text([&](std::string& err) { CALL(deactivate)(err); });
-    }
+    std::string deactivate() { return failure(CALL(deactivate)); }
     std::string push(Pushed& pushed, const std::string& dpaddr = "") {
-        return text([&](std::string& err) { CALL(push_pkts)(dpaddr, pushed.pkts, err, true); });
+        std::string err;
+        CALL(push_pkts)(dpaddr, pushed.pkts, err, true);
+        return err;
     }
     /** The result, or the error behind "! ". */
     std::string coffee(const std::string& func, const std::vector<uint32_t>& args = {},
                        const std::string& dpaddr = "") {
         std::string result;
-        std::string err = text([&](std::string& e) { CALL(coffee)(dpaddr, func, args, result, e); });
+        std::string err;
+        CALL(coffee)(dpaddr, func, args, result, err);
         return err.empty() ? result : "! " + err;
     }
-    template <typename Call>
-    static std::string text(Call call) {
+    template <typename Function, typename... Args>
+    static std::string failure(Function function, const Args&... args) {
         std::string err;
-        call(err);
+        function(args..., err);
         return err;
     }
 
@@ -123,56 +118,12 @@ TEST_F(EngineApi, TellsWhatItIs) {
     CALL(get_dps)(list, err);
     CALL(intf_get)(list, err);
     EXPECT_THAT(list, ElementsAre("dp0"));
+    int fd = -1;
+    CALL(get_evfd)(fd, err);
+    EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
     EXPECT_EQ(err, "");
     CALL(intf_attach)("lo", err);
     EXPECT_EQ(err, "the data path isn't active");
-}
-
-TEST_F(EngineApi, HasOneDescriptorUntilItsEnd) {
-    init();
-    std::string err;
-    int fd = -1;
-    CALL(get_evfd)(fd, err);
-    ASSERT_GT(fd, STDERR_FILENO);
-    EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
-    EXPECT_THAT(CALL(tick)(err), testing::AllOf(testing::Gt(0), testing::Le(1000)));
-    pollfd waiting{fd, POLLIN, 0};
-    EXPECT_EQ(poll(&waiting, 1, 0), 0);
-    EXPECT_EQ(err, "");
-    deinit();
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
-}
-
-TEST_F(EngineApi, ServesCollectorsAndHealthBeforeItIsActive) {
-    init();
-    std::string err;
-    Json::Value collectors, sample, health, configuration;
-    CALL(collector_set_interval)("flows", 1000, err);
-    CALL(collector_enable)("flows", err);
-    CALL(collector_disable)("protocols", err);
-    CALL(get_collectors)(collectors, err);
-    CALL(collector_get_sample)("flows", sample, err);
-    CALL(health_conf_get)(configuration, err);
-    CALL(health_conf_set)(configuration, err);
-    CALL(health_get)(health, false, err);
-    EXPECT_EQ(err, "");
-    EXPECT_EQ(collectors["exporter"]["type"], "none");
-    EXPECT_EQ(collectors["collectables"][0]["enabled"], true);
-    EXPECT_EQ(sample["running"], false);
-    EXPECT_EQ(health["items"]["flow_table"], "ok");
-    CALL(collect_set_exporter)({"", "", 0, corvo::api::EXPORTER_KILN_CLOUD}, err);
-    EXPECT_THAT(err, HasSubstr("kiln-cloud"));
-}
-
-TEST_F(EngineApi, ReachesTheHubOfTheProgramThatLoadedIt) {
-    test::take_notices();
-    init();
-    activate(1);
-    Pushed pushed(test::sample_frames());
-    push(pushed);
-    std::string err;
-    CALL(tick)(err);
-    EXPECT_THAT(test::take_notices(), ElementsAre("engine flow_table.full 2: all 1 flows are in use"));
 }
 
 TEST_F(EngineApi, LeavesTheProcessWhenItIsClosed) {

@@ -11,6 +11,7 @@
 #include "engine/notices.h"
 #include "engine/tls_front.h"
 #include "engine_error.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
 
 namespace corvo::engine {
@@ -33,6 +34,7 @@ api::ExporterConfig file_to(const std::string& path) {
 class ExporterTest : public testing::Test {
  protected:
     ExporterTest() { test::take_notices(); }
+    ~ExporterTest() override { unsetenv("SSL_CERT_FILE"); }
 
     uint64_t count(const char* what) const { return exporter.describe()[what].asUInt64(); }
     /** Until so many texts were sent or failed. */
@@ -48,19 +50,6 @@ class ExporterTest : public testing::Test {
     test::TempDir dir;
     uint64_t now_ms = 5;
 };
-
-TEST_F(ExporterTest, PostsOneTextAfterTheOther) {
-    exporter.configure(http_to(receiver.port()));
-    exporter.add("{\"a\":1}");
-    exporter.add("{\"b\":2}");
-    run(2);
-    EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
-    EXPECT_THAT(receiver.heads[0], HasSubstr("POST /in?box=1 HTTP/1.1"));
-    EXPECT_THAT(receiver.heads[0], HasSubstr("Content-Type: application/json"));
-    EXPECT_EQ(count("sent"), 2u);
-    EXPECT_EQ(count("queued"), 0u);
-    EXPECT_THAT(test::take_notices(), IsEmpty());
-}
 
 TEST_F(ExporterTest, LooksNamesUpWithoutLeavingDescriptorsToOtherPrograms) {
     exporter.configure(http_to(receiver.port(), "localhost"));
@@ -81,24 +70,28 @@ TEST_F(ExporterTest, LooksNamesUpWithoutLeavingDescriptorsToOtherPrograms) {
     EXPECT_THAT(receiver.bodies, ElementsAre("{}"));
 }
 
-/** Whom this process trusts, for the time of a test. */
-class TrustedFile {
- public:
-    explicit TrustedFile(const std::string& path) { setenv("SSL_CERT_FILE", path.c_str(), 1); }
-    TrustedFile(const TrustedFile&) = delete;
-    TrustedFile& operator=(const TrustedFile&) = delete;
-    ~TrustedFile() { unsetenv("SSL_CERT_FILE"); }
-};
+/** Whom this process trusts. */
+void trust(const test::TlsFront& front) {
+    setenv("SSL_CERT_FILE", front.certificate().c_str(), 1);
+}
 
-TEST_F(ExporterTest, PostsOverTlsToAPeerThatItTrusts) {
+TEST_F(ExporterTest, PostsOneTextAfterTheOtherInTheClearAndToATrustedPeerOverTls) {
     const test::TlsFront front(receiver.port());
-    const TrustedFile trusted(front.certificate());
-    exporter.configure(https_to(front.port()));
-    exporter.add("{\"a\":1}");
-    exporter.add("{\"b\":2}");
-    run(2);
-    EXPECT_EQ(exporter.describe()["last_error"], Json::Value());
-    EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
+    trust(front);
+    for (const auto& config : {http_to(receiver.port()), https_to(front.port())}) {
+        receiver.bodies.clear();
+        exporter.configure(config);
+        exporter.add("{\"a\":1}");
+        exporter.add("{\"b\":2}");
+        run(2);
+        EXPECT_EQ(exporter.describe()["last_error"], Json::Value());
+        EXPECT_THAT(receiver.bodies, ElementsAre("{\"a\":1}", "{\"b\":2}"));
+        EXPECT_THAT(receiver.heads.back(), HasSubstr("POST " + config.path + " HTTP/1.1"));
+        EXPECT_THAT(receiver.heads.back(), HasSubstr("Content-Type: application/json"));
+        EXPECT_EQ(count("sent"), 2u);
+        EXPECT_EQ(count("queued"), 0u);
+    }
+    EXPECT_THAT(test::take_notices(), IsEmpty());
 }
 
 TEST_F(ExporterTest, SendsNothingToAPeerOverTlsThatIsNotWhoItShouldBe) {
@@ -116,7 +109,7 @@ TEST_F(ExporterTest, SendsNothingToAPeerOverTlsThatIsNotWhoItShouldBe) {
     const test::TlsFront unknown(receiver.port());
     EXPECT_THAT(error_with(unknown, "localhost"), HasSubstr("self-signed certificate"));
     const test::TlsFront other_name(receiver.port());
-    const TrustedFile trusted(other_name.certificate());
+    trust(other_name);
     EXPECT_THAT(error_with(other_name, "127.0.0.1"), HasSubstr("127.0.0.1"));
     receiver.serve();
     EXPECT_THAT(receiver.heads, IsEmpty());
@@ -249,12 +242,7 @@ TEST_F(ExporterTest, RefusesImpossibleDestinationsAndKeepsItsOwn) {
         {file_to("/nil/nil"), "No such file"},
     };
     for (const auto& c : cases) {
-        try {
-            exporter.configure(c.config);
-            ADD_FAILURE() << c.text;
-        } catch (const Error& e) {
-            EXPECT_THAT(e.what(), HasSubstr(c.text));
-        }
+        EXPECT_THAT(test::error_of<Error>([&] { exporter.configure(c.config); }), HasSubstr(c.text));
         EXPECT_EQ(exporter.describe()["path"], dir.file("out")) << c.text;
     }
 }

@@ -11,27 +11,57 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <optional>
+#include <fstream>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 
-#include "engines/engine_script.h"
+#include "engines/mischief.h"
 
 namespace {
-
-using test::EngineScript;
-using test::split_words;
 
 struct State {
     int evfd = -1;
     std::vector<std::string> interfaces;
     size_t packets = 0;  ///< pushed since init
-    std::string last_script;
 };
 State g_state;
+
+/** Cuts at blanks. */
+std::vector<std::string> split_words(const std::string& text) {
+    std::istringstream words(text);
+    std::vector<std::string> out;
+    for (std::string word; words >> word;)
+        out.push_back(word);
+    return out;
+}
+
+/** The lines of the script as they are at this moment; without a readable file there are none. */
+class Script {
+ public:
+    Script() {
+        const char* path = getenv("TEST_ENGINE_SCRIPT");
+        std::ifstream file(path ? path : "");
+        for (std::string line; std::getline(file, line);) {
+            std::istringstream words(line);
+            std::string verb, function;
+            words >> verb >> function >> std::ws;
+            std::getline(words, m_rests[verb + " " + function]);
+        }
+    }
+    /** The rest of the last line "verb function ...", null if there is none. */
+    const std::string* rest(const std::string& verb, const std::string& function) const {
+        const auto found = m_rests.find(verb + " " + function);
+        return found == m_rests.end() ? nullptr : &found->second;
+    }
+
+ private:
+    std::map<std::string, std::string> m_rests;
+};
 
 void make_readable() {
     const uint64_t one = 1;
@@ -114,33 +144,28 @@ constexpr Crash CRASHES[] = {
 /** The start of every function: logs the call and does what the script says about it. */
 class Call {
  public:
-    Call(const std::string& name, std::string& err, const std::string& args = "")
-        : m_script(EngineScript::read(getenv("TEST_ENGINE_SCRIPT"))) {
+    Call(const std::string& name, std::string& err, const std::string& args = "") {
         log_call(name, args);
-        if (m_script.text() != g_state.last_script) {
-            g_state.last_script = m_script.text();
-            if (m_script.has("signal")) make_readable();
-        }
-        if (m_script.has("signal", name)) make_readable();
+        if (m_script.rest("signal", name)) make_readable();
         if (const auto* text = m_script.rest("stderr", name)) dprintf(STDERR_FILENO, "%s\n", text->c_str());
         if (const auto* ms = m_script.rest("delay", name)) usleep(1000 * std::stoi(*ms));
         if (const auto* how = m_script.rest("crash", name)) crash(*how);
         if (const auto* text = m_script.rest("fail", name)) err = *text;
+        mischief::misbehave(name, err);
         m_failed = !err.empty();
+        m_nonsense = mischief::told("nonsense", name);
     }
 
     bool failed() const { return m_failed; }
-    const EngineScript& script() const { return m_script; }
+    /** Whether what it gives back is to be nonsense. */
+    bool nonsense() const { return m_nonsense; }
+    const Script& script() const { return m_script; }
     const std::string* value(const std::string& name) const { return m_script.rest("return", name); }
-    /** The scripted words of a list, if it is scripted. */
-    std::optional<std::vector<std::string>> list(const std::string& name) const {
-        const auto* words = m_script.rest("list", name);
-        return words ? std::optional(split_words(*words)) : std::nullopt;
-    }
 
  private:
-    EngineScript m_script;
+    Script m_script;
     bool m_failed = false;
+    bool m_nonsense = false;
 };
 
 /** Fills `out` with the scripted JSON text, or with the default one. */
@@ -148,6 +173,7 @@ void answer_json(const Call& call, const std::string& name, const char* otherwis
     if (call.failed()) return;
     const auto* text = call.value(name);
     Json::Reader().parse(text ? *text : otherwise, out);
+    if (call.nonsense()) out = mischief::nonsense_value();
 }
 
 std::string to_text(const Json::Value& value) {
@@ -210,6 +236,7 @@ int corvo_api_cp_tick(std::string& err) {
         const ssize_t n = read(g_state.evfd, &count, sizeof count);
     const Call call("tick", err);
     const auto* delay = call.value("tick");
+    if (call.nonsense()) return INT_MIN;
     return delay ? std::stoi(*delay) : 1000;
 }
 
@@ -217,6 +244,8 @@ void corvo_api_cp_get_evfd(int& fd, std::string& err) {
     const Call call("get_evfd", err, text(fd));
     const auto* scripted = call.value("get_evfd");
     if (!call.failed()) fd = scripted ? std::stoi(*scripted) : g_state.evfd;
+    // A file is always readable, and epoll takes none.
+    if (call.nonsense()) fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
 }
 
 void corvo_api_cp_push_pkts(const std::string& dpaddr, std::vector<corvo::api::pkt_>& pkts, std::string& err,
@@ -232,6 +261,7 @@ void corvo_api_cp_push_pkts(const std::string& dpaddr, std::vector<corvo::api::p
     const std::vector<std::string> classes = split_words(scripted ? *scripted : "1 bench");
     for (auto& pkt : pkts)
         classify(pkt, classes, extended);
+    if (call.nonsense()) mischief::make_nonsense_of(pkts);
 }
 
 void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
@@ -242,6 +272,7 @@ void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
     const Call call("coffee", err, text("dpaddr=", dpaddr, " func=", func, " args=", numbers));
     const auto* scripted = call.value("coffee");
     if (!call.failed()) result = scripted ? *scripted : "done " + func;
+    if (call.nonsense()) result = mischief::nonsense_text();
 }
 
 void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
@@ -251,23 +282,28 @@ void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
 
 void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err) {
     const Call call("get_dps", err);
-    if (!call.failed()) out = call.list("dps").value_or(std::vector<std::string>{"dp0"});
+    if (!call.failed()) out = {"dp0"};
+    if (call.nonsense()) out = mischief::nonsense_list();
 }
 
 void corvo_api_cp_intf_attach(const std::string& ifname, std::string& err) {
     const Call call("intf_attach", err, ifname);
     if (!call.failed()) g_state.interfaces.push_back(ifname);
+    if (call.nonsense()) g_state.interfaces = mischief::nonsense_list();
 }
 
 void corvo_api_cp_intf_detach(const std::string& ifname, std::string& err) {
     const Call call("intf_detach", err, ifname);
     auto& names = g_state.interfaces;
-    if (!call.failed()) names.erase(std::remove(names.begin(), names.end(), ifname), names.end());
+    if (!call.failed() && !call.nonsense())
+        names.erase(std::remove(names.begin(), names.end(), ifname), names.end());
 }
 
 void corvo_api_cp_intf_get(std::vector<std::string>& out, std::string& err) {
     const Call call("intf_get", err);
-    if (!call.failed()) out = call.list("intf").value_or(g_state.interfaces);
+    const auto* scripted = call.script().rest("list", "intf");
+    if (!call.failed()) out = scripted ? split_words(*scripted) : g_state.interfaces;
+    if (call.nonsense()) out = mischief::nonsense_list();
 }
 
 void corvo_api_cp_collector_enable(const std::string& component, std::string& err) {

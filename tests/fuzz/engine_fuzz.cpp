@@ -5,10 +5,9 @@
 // frames, each behind its length of two bytes, until a length of 0.
 
 #include <cassert>
-#include <deque>
-#include <vector>
 
 #include "data_path.h"
+#include "engine/pushed.h"
 #include "fuzz/fuzz_input.h"
 
 namespace {
@@ -25,27 +24,16 @@ uint64_t now_ms() {
     return g_now_ms;
 }
 
-/** Frames in memory of exactly their own length. */
-struct Push {
-    void add(const std::string& frame, uint16_t ns_id) {
-        const std::vector<unsigned char>& bytes = frames.emplace_back(frame.begin(), frame.end());
-        pkt_& pkt = pkts.emplace_back();
-        pkt.data = const_cast<unsigned char*>(bytes.data());
-        pkt.len = static_cast<uint16_t>(bytes.size());
-        pkt.ns_id = ns_id;
-    }
-    std::deque<std::vector<unsigned char>> frames;
-    std::vector<pkt_> pkts;
-};
-
 void run(DataPath& path, fuzz::Input& input) {
     const uint8_t flags = input.u8();
     g_now_ms += (flags >> 4) * HALF_MINUTE_MS + 1;
     if (flags & 2) path.kill_all_flows();
     const uint16_t ns_id = input.u8();
-    Push push;
-    for (std::string frame; !(frame = input.text(input.u16())).empty();)
-        push.add(frame, ns_id);
+    test::Pushed push({});
+    for (std::string frame; !(frame = input.text(input.u16())).empty();) {
+        push.add({frame.begin(), frame.end()}, ns_id);
+        push.pkts.back().l3_off = push.pkts.back().l4_off = 0xffff;  // not to be trusted
+    }
 
     const size_t count = push.pkts.size();
     path.push(push.pkts, flags & 1);

@@ -1,5 +1,6 @@
 // Runs a fuzz target over kept inputs, without a fuzzer: every file of the folders given, and the files
-// given. Each name is printed before its input runs, so that a crash names its file.
+// given. Each name is printed before its input runs, so that a crash names its file. Each input runs, too,
+// cut off at every length and with each of its bytes changed.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,14 +17,27 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/** In memory of exactly the input's size: a sanitizer sees the first byte that is read behind it. */
+void run(const char* bytes, size_t size) {
+    const std::vector<uint8_t> input(bytes, bytes + size);
+    LLVMFuzzerTestOneInput(input.data(), input.size());
+}
+
 void replay(const fs::path& path) {
     // On the error stream: targets may give the standard output away.
     std::fprintf(stderr, "%s\n", path.c_str());
     std::ifstream file(path, std::ios::binary);
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    // Memory of exactly the input's size: a sanitizer sees the first byte that is read behind it.
-    const std::vector<uint8_t> input(bytes.begin(), bytes.end());
-    LLVMFuzzerTestOneInput(input.data(), input.size());
+    std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+    run(bytes.data(), bytes.size());
+    for (size_t at = 0; at < bytes.size(); ++at) {
+        run(bytes.data(), at);
+        const char kept = bytes[at];
+        for (const int value : {0, 1, 6, 43, 60, 127, 255}) {
+            bytes[at] = static_cast<char>(value);
+            run(bytes.data(), bytes.size());
+        }
+        bytes[at] = kept;
+    }
 }
 
 }  // namespace

@@ -14,32 +14,26 @@
 namespace test {
 namespace {
 
-using corvo::EVENT_EXPIRE_READY;
-using corvo::EVENT_EXPIRE_TIMEOUT;
-using corvo::EVENT_STATE_READ;
-using corvo::EventRC;
-using corvo::SocketChannel;
-using corvo::SocketChannelPair;
-using corvo::state_e;
+using namespace corvo;
 
 TEST(Channel, AMessageOfAnySizeComesOutWhole) {
     SocketChannelPair pair("pair");
     for (size_t size : {1, 4096, 100000}) {
         std::string sent(size, 'x');
         sent.back() = '\0';
-        ASSERT_EQ(pair.first()->push(sent), corvo::CHANNEL_OK);
+        ASSERT_EQ(pair.first()->push(sent), CHANNEL_OK);
         std::string received = "old";
-        EXPECT_EQ(pair.second()->pop(received, 0), corvo::CHANNEL_OK);
+        EXPECT_EQ(pair.second()->pop(received, 0), CHANNEL_OK);
         EXPECT_EQ(received, sent);
     }
 }
 
 TEST(Channel, AFullSocketIsToldAtOnce) {
     SocketChannelPair pair("pair");
-    state_e rc = corvo::CHANNEL_OK;
-    for (int i = 0; i < 100000 && rc == corvo::CHANNEL_OK; ++i)
+    state_e rc = CHANNEL_OK;
+    for (int i = 0; i < 100000 && rc == CHANNEL_OK; ++i)
         rc = pair.first()->push("x");
-    EXPECT_EQ(rc, corvo::CHANNEL_SEND_AGAIN);
+    EXPECT_EQ(rc, CHANNEL_SEND_AGAIN);
 }
 
 TEST(Channel, SignalsDoNotLengthenAWait) {
@@ -50,10 +44,10 @@ TEST(Channel, SignalsDoNotLengthenAWait) {
     sigaction(SIGALRM, &ignore_it, &before);
     const itimerval every_10_ms = {{0, 10000}, {0, 10000}};
     setitimer(ITIMER_REAL, &every_10_ms, nullptr);
-    const uint64_t start_ms = corvo::monotonic_ms();
+    const uint64_t start_ms = monotonic_ms();
     std::string msg;
-    EXPECT_EQ(pair.first()->pop(msg, 100), corvo::CHANNEL_TIMEOUT);
-    const uint64_t took_ms = corvo::monotonic_ms() - start_ms;
+    EXPECT_EQ(pair.first()->pop(msg, 100), CHANNEL_TIMEOUT);
+    const uint64_t took_ms = monotonic_ms() - start_ms;
     const itimerval off{};
     setitimer(ITIMER_REAL, &off, nullptr);
     sigaction(SIGALRM, &before, nullptr);
@@ -62,11 +56,11 @@ TEST(Channel, SignalsDoNotLengthenAWait) {
 }
 
 TEST(Channel, OneFiringServesAllThatWaitsAndSendsTheReplies) {
-    corvo::Scheduler sched;
+    Scheduler sched;
     SocketChannelPair pair("pair");
     std::vector<std::string> seen;
     pair.first()->set_handler([&](state_e state, const std::string& in, std::string& out) {
-        EXPECT_EQ(state, corvo::CHANNEL_OK);
+        EXPECT_EQ(state, CHANNEL_OK);
         seen.push_back(in);
         if (in == "question") out = "answer";
     });
@@ -76,9 +70,9 @@ TEST(Channel, OneFiringServesAllThatWaitsAndSendsTheReplies) {
     sched.step();
     EXPECT_EQ(seen, (std::vector<std::string>{"question", "remark"}));
     std::string reply;
-    EXPECT_EQ(pair.second()->pop(reply, 0), corvo::CHANNEL_OK);
+    EXPECT_EQ(pair.second()->pop(reply, 0), CHANNEL_OK);
     EXPECT_EQ(reply, "answer");
-    EXPECT_EQ(pair.second()->pop(reply, 0), corvo::CHANNEL_RECV_AGAIN);
+    EXPECT_EQ(pair.second()->pop(reply, 0), CHANNEL_RECV_AGAIN);
     EXPECT_TRUE(sched.exists(pair.first().get()));
     sched.remove(pair.first().get());
 }
@@ -86,32 +80,32 @@ TEST(Channel, OneFiringServesAllThatWaitsAndSendsTheReplies) {
 TEST(Channel, APeerThatIsGoneIsBrokenWithoutASignal) {
     int fds[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, fds), 0);
-    corvo::UniqueFd ours(fds[0]);
+    UniqueFd ours(fds[0]);
     close(fds[1]);
     SocketChannel channel("alone", ours.get(), {}, 0);
-    EXPECT_EQ(channel.push("x"), corvo::CHANNEL_BROKEN);
+    EXPECT_EQ(channel.push("x"), CHANNEL_BROKEN);
 }
 
 TEST(Channel, AnEmptyMessageClosesTheEvent) {
     SocketChannelPair pair("pair");
     std::vector<state_e> seen;
     pair.first()->set_handler([&](state_e state, const std::string& in, std::string&) {
-        EXPECT_EQ(in, state == corvo::CHANNEL_OK ? "last words" : "");
+        EXPECT_EQ(in, state == CHANNEL_OK ? "last words" : "");
         seen.push_back(state);
     });
     pair.second()->push("last words");
     pair.second()->push("");
     EXPECT_EQ(pair.first()->do_work(EVENT_EXPIRE_READY).action, EventRC::ACTION_DONE);
-    EXPECT_EQ(seen, (std::vector<state_e>{corvo::CHANNEL_OK, corvo::CHANNEL_CLOSED}));
+    EXPECT_EQ(seen, (std::vector<state_e>{CHANNEL_OK, CHANNEL_CLOSED}));
 }
 
 TEST(Channel, ATimeOutIsToldAndArmedAnew) {
     SocketChannel channel("timed", 99, {}, 70);
     EXPECT_THROW(channel.do_work(EVENT_EXPIRE_TIMEOUT), std::bad_function_call);
-    state_e seen = corvo::CHANNEL_OK;
+    state_e seen = CHANNEL_OK;
     channel.set_handler([&](state_e state, const std::string&, std::string&) { seen = state; });
     const EventRC rc = channel.do_work(EVENT_EXPIRE_TIMEOUT);
-    EXPECT_EQ(seen, corvo::CHANNEL_TIMEOUT);
+    EXPECT_EQ(seen, CHANNEL_TIMEOUT);
     EXPECT_EQ(rc.action, EventRC::ACTION_REARM);
     EXPECT_EQ(rc.timeout_ms, 70u);
 }

@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <random>
+#include <string_view>
 
 #include "infra/corvo_json_reader.h"
 
@@ -23,45 +24,23 @@ class RandomJson {
     unsigned below(unsigned limit) { return static_cast<unsigned>(m_random() % limit); }
 
     Json::Value value(int depth = 0) {
-        switch (below(depth < 4 ? 10 : 8)) {
-            case 0:
-                return Json::Value();
-            case 1:
-                return below(2) == 0;
-            case 2:
-                return Json::Value::Int64(m_random()) >> below(64);
-            case 3:
-                return Json::Value::UInt64(m_random()) >> below(64);
-            case 4:
-                return static_cast<double>(static_cast<int64_t>(m_random())) / (1 << below(20));
-            case 5:
-                return 1.0 / (1 + below(1000)) * std::pow(10.0, below(600) / 2.0 - 150);
-            case 8:
-                return filled(Json::Value(Json::arrayValue), depth);
-            case 9:
-                return filled(Json::Value(Json::objectValue), depth);
-            default:
-                return text();
-        }
+        const unsigned kind = below(depth < 4 ? 10 : 8);
+        if (kind == 0) return Json::Value();
+        if (kind == 1) return below(2) == 0;
+        if (kind == 2) return Json::Value::Int64(m_random()) >> below(64);
+        if (kind == 3) return Json::Value::UInt64(m_random()) >> below(64);
+        if (kind == 4) return static_cast<double>(static_cast<int64_t>(m_random())) / (1 << below(20));
+        if (kind == 5) return 1.0 / (1 + below(1000)) * std::pow(10.0, below(600) / 2.0 - 150);
+        if (kind < 8) return text();
+        return filled(Json::Value(kind == 8 ? Json::arrayValue : Json::objectValue), depth);
     }
 
     std::string text() {
-        static const std::string PIECES[] = {"a",
-                                             "\"",
-                                             "\\",
-                                             "\n",
-                                             "\t",
-                                             "\x01",
-                                             "\x7f",
-                                             "é",
-                                             "€",
-                                             "😀",
-                                             "\xc3",
-                                             "\xed\xa0\x80",
-                                             "\xff",
-                                             "/",
-                                             "plain words of eight and more",
-                                             std::string(1, '\0')};
+        static constexpr std::string_view PIECES[] = {
+            "a",      "\"",           "\\",   "\n", "\t",
+            "\x01",   "\x7f",         "é",    "€",  "😀",
+            "\xc3",   "\xed\xa0\x80", "\xff", "/",  "plain words of eight and more",
+            {"\0", 1}};
         std::string out;
         const unsigned kinds = below(2) == 0 ? std::size(PIECES) : 1;
         for (unsigned left = below(24); left > 0; --left)

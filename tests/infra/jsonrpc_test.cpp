@@ -5,6 +5,7 @@
 
 #include "infra/corvo_json.h"
 #include "infra/scripted_command.h"
+#include "support/error_of.h"
 #include "utils/base64.h"
 
 namespace corvo {
@@ -195,6 +196,22 @@ TEST_F(JsonRpc, ACommandThatIsUnloadedWithinABatchIsNoLongerThere) {
     m_table.load_component(test::make_component("", {new Scripted("unload", unload)}));
     EXPECT_EQ(serve("[" + call(R"("method":"unload")") + "," + call(R"("method":"engine.go")") + "]"),
               "[" + success("null") + "," + error(-32601, R"("Method 'engine.go' not registered")") + "]\n");
+    EXPECT_EQ(test::error_of([&] { m_table.unload_component("engine"); }),
+              "component engine was never loaded");
+}
+
+TEST_F(JsonRpc, ACommandIsTheOneOfTheBatchsStartThoughAnotherTakesItsName) {
+    auto says = [](const char* text) {
+        return [text](Scripted&, const Json::Value&, Json::Value& res) { res["result"] = text; };
+    };
+    auto load = [&](Scripted&, const Json::Value&, Json::Value&) {
+        m_table.load_component(test::make_component("", {new Scripted("go", says("new"))}));
+    };
+    m_table.load_component(
+        test::make_component("", {new Scripted("load", load), new Scripted("go", says("old"))}));
+    const std::string batch = "[" + call(R"("method":"load")") + "," + call(R"("method":"go")") + "]";
+    EXPECT_NE(serve(batch).find("old"), std::string::npos);
+    EXPECT_NE(serve(batch).find("new"), std::string::npos);
 }
 
 TEST(ReqParser, ACommonErrorIsAlwaysAnswered) {

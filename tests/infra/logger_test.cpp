@@ -103,17 +103,6 @@ TEST(Logger, HistoryEndsAtALineThatItsBufferCannotHold) {
     EXPECT_THAT(out, ElementsAre(longest));
 }
 
-TEST(Logger, WithoutAWritableFileTheOtherOutputStillShowsEveryLine) {
-    test::TempDir dir;
-    for (const std::string& file : {dir.path(), dir.file("no/such/folder"), std::string("/dev/full")}) {
-        CaptureLogger log(INFO, file);
-        CORVO_LOG(INFO, COMP, "one");
-        CORVO_LOG(INFO, COMP, "two");
-        EXPECT_EQ(2u, log.lines().size()) << file;
-        EXPECT_EQ(file == "/dev/full" ? file : "", get_log_filename());
-    }
-}
-
 TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     test::TempDir dir;
     const size_t before = test::open_descriptors(getpid());

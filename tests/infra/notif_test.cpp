@@ -173,12 +173,10 @@ TEST_F(Notifications, ABadRequestIsRefusedBeforeAnythingIsCleared) {
     const std::pair<const char*, const char*> cases[] = {
         {"null", "field 'cmd' is missing"},
         {"[]", "internal parsing error"},
-        {R"({"cmd":"x"})", "field 'cmd' can only be one of ['log' ,'alerts' ,'socket']"},
         {R"({"cmd":"log","op":"clear","sev":"severe"})",
          "field 'sev' can only be one of ['info' ,'warn' ,'error']"},
         {R"({"cmd":"alerts","op":"clear","sev":"info"})", "field 'sev' can only be one of ['warn' ,'error']"},
         {R"({"cmd":"log","op":"ls"})", "field 'op' can only be one of ['show' ,'clear']"},
-        {R"({"cmd":"socket"})", "field 'op' is missing"},
         {R"({"cmd":"socket","op":"delete"})", "field 'socket' is missing"},
     };
     for (const auto& [params, error] : cases)

@@ -135,6 +135,14 @@ TEST_F(SchedulerTest, EventsAreServedUnderAConstantLoadOfDueTasks) {
     EXPECT_EQ(7, sched.run());
 }
 
+TEST_F(SchedulerTest, AStepServesTwoEventsEvenIfTheFirstStopsTheLoop) {
+    EXPECT_EQ(0, sched.step());  // the poller's own task, which is due at once
+    auto ev = add_event([&](FdEvent& self, EventExpireReason) { return sched.stop(7), self.resched(0U); });
+    ev->raise();
+    EXPECT_EQ(7, sched.run());
+    EXPECT_EQ(2, ev->runs);
+}
+
 TEST_F(SchedulerTest, StoppingRunsTheCallbackBeforeEverythingIsCleared) {
     EXPECT_THROW(sched.stop(Scheduler::CAUSE_RUNNING), Exception);
     add("stop", [&] { return sched.stop(3), -1; });

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "infra/corvo_version.h"
 #include "support/daemon.h"
 
@@ -17,16 +15,6 @@ using ::testing::StartsWith;
 constexpr char PARSE_ERROR[] = R"({"error":{"code":-32700,"message":"Bad JSON Format: )";
 constexpr char NULL_REPLY[] = "null\n";
 
-bool both_transports(const std::function<void(Daemon&)>& check) {
-    for (bool tcp : {false, true}) {
-        SCOPED_TRACE(tcp ? "TCP" : "Unix");
-        Daemon daemon({.tcp = tcp});
-        check(daemon);
-        if (daemon.stop() != 0) return false;
-    }
-    return true;
-}
-
 TEST(HostileClients, GetTheExactAnswerToEveryKindOfNonsense) {
     const std::string deep(50000, '[');
     const std::string invalid_utf8 = "{\"jsonrpc\":\"2.0\",\"id\":\"\xff\xfe\",\"method\":\"ping\"}";
@@ -35,27 +23,23 @@ TEST(HostileClients, GetTheExactAnswerToEveryKindOfNonsense) {
         std::string reply_start;
     } cases[] = {
         {"garbage", PARSE_ERROR},
-        {" ", PARSE_ERROR},
-        {R"({"jsonrpc":"2.0","id":1,"meth)", PARSE_ERROR},
         {deep, PARSE_ERROR},
         {R"({"jsonrpc":"2.0","id":1,"method":"echo","params":{"message":)" + deep, PARSE_ERROR},
-        {"[]", NULL_REPLY},
         {"null", NULL_REPLY},
-        {"17", R"({"error":{"code":-32600,"message":"Invalid Request"},"id":null,"jsonrpc":"2.0"})"},
         {R"({"jsonrpc":"2.0","method":"ping"})", NULL_REPLY},
-        {R"({"jsonrpc":"2.0","id":{"a":[1]},"method":[]})",
-         R"({"error":{"code":-32600,"message":"Invalid format for method name"},"id":{"a":[1]},)"},
         {R"({"jsonrpc":"2.0","id":1,"method":"%s%n%s"})",
          R"({"error":{"code":-32601,"message":"Method '%s%n%s' not registered"},"id":1,)"},
         {invalid_utf8, R"({"fmt":{"size":)"},
     };
-    EXPECT_TRUE(both_transports([&](Daemon& daemon) {
+    for (bool tcp : {false, true}) {
+        Daemon daemon({.tcp = tcp});
         for (const auto& c : cases) {
-            SCOPED_TRACE(c.request.substr(0, 60));
+            SCOPED_TRACE((tcp ? "TCP " : "Unix ") + c.request.substr(0, 60));
             EXPECT_THAT(daemon.raw(c.request), StartsWith(c.reply_start));
         }
         EXPECT_TRUE(daemon.result("ping").isMember("ts"));
-    }));
+        EXPECT_EQ(daemon.stop(), 0);
+    }
 }
 
 TEST(HostileClients, ParametersOfAWrongShapeAreRefusedByEveryMethodThatReadsThem) {
@@ -77,14 +61,6 @@ TEST(HostileClients, ParametersOfAWrongShapeAreRefusedByEveryMethodThatReadsThem
     EXPECT_EQ(daemon.failure("mt", Json::Value(5)), "Mem tracing is not built into this image");
 }
 
-TEST(HostileClients, OnlyEchoWithWrongParametersStopsTheDaemon) {
-    Daemon daemon;
-    UnixClient client(daemon.socket_path());
-    client.send(request_text("echo", Json::Value(5)));
-    EXPECT_EQ(daemon.wait_exit(), 0);
-    EXPECT_THAT(daemon.log(), HasSubstr("CP shutdown - cause: unknown error"));
-}
-
 TEST(HostileClients, OversizedDatagramsAreAnsweredAndOversizedLinesServed) {
     {
         Daemon daemon;
@@ -102,45 +78,6 @@ TEST(HostileClients, OversizedDatagramsAreAnsweredAndOversizedLinesServed) {
     const Json::Value reply =
         parse(daemon.raw(R"({"jsonrpc":"2.0","id":")" + message + R"(","method":"ping"})"));
     EXPECT_EQ(reply["id"].asString().size(), message.size());
-}
-
-TEST(HostileClients, TenThousandOfThemLeaveTheDaemonAsItWas) {
-    for (bool tcp : {false, true}) {
-        SCOPED_TRACE(tcp ? "TCP" : "Unix");
-        Daemon daemon({.tcp = tcp});
-        std::mt19937 random(7);
-        auto attack = [&](int rounds) {
-            for (int i = 0; i < rounds; ++i) {
-                std::string text(random() % 200, ' ');
-                for (char& c : text)
-                    c = static_cast<char>(random());
-                if (tcp) {
-                    TcpClient client(daemon.port());
-                    if (i % 4 == 0) client.reset_on_close();
-                    client.send(i % 3 ? text + "\n" : text);
-                    if (i % 3 && i % 4) {
-                        EXPECT_FALSE(client.receive_all().empty());
-                    }
-                } else {
-                    UnixClient client(daemon.socket_path());
-                    client.send(text);
-                    std::string reply;
-                    if (i % 3) {
-                        EXPECT_TRUE(client.receive(reply));
-                    }
-                }
-            }
-            EXPECT_TRUE(daemon.result("ping").isMember("ts"));
-        };
-        attack(500);
-        const size_t descriptors = open_descriptors(daemon.pid());
-        const size_t memory = anonymous_kib(daemon.pid());
-        attack(tcp ? 3000 : 10000);
-        EXPECT_TRUE(eventually([&] { return open_descriptors(daemon.pid()) <= descriptors; }));
-        if (!SANITIZED) {
-            EXPECT_LT(anonymous_kib(daemon.pid()), memory + 512);
-        }
-    }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // Live traffic and the real daemon, in a network namespace of their own.
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <algorithm>
 
@@ -11,16 +10,6 @@
 namespace test {
 namespace {
 
-/** Asks again until the answer is yes, for ten seconds at most. */
-template <typename Question>
-bool in_time(Question question) {
-    for (int i = 0; i < 500; i++) {
-        if (question()) return true;
-        poll(nullptr, 0, 20);
-    }
-    return false;
-}
-
 TEST(Live, TrafficOfAnAttachedInterfaceIsCountedExportedAndWatched) {
     const NetNamespace net;
     if (!net.entered()) GTEST_SKIP() << "no network namespace";
@@ -28,7 +17,7 @@ TEST(Live, TrafficOfAnAttachedInterfaceIsCountedExportedAndWatched) {
     EXPECT_EQ(daemon.result("status")["state"], "activated (attached)");
     const Bytes& frame = sample_flow("dns").frames[0];
     net.send_datagrams(53, {frame.begin() + 42, frame.end()}, 3);
-    EXPECT_TRUE(in_time([&] {
+    EXPECT_TRUE(eventually([&] {
         const Json::Value sample =
             daemon.result("collect", parse(R"({"cmd":"show","component":"protocols"})"));
         return sample["protocols"]["DNS"]["packets"].asUInt() == 3;
@@ -39,7 +28,7 @@ TEST(Live, TrafficOfAnAttachedInterfaceIsCountedExportedAndWatched) {
     daemon.result("collect", exporter);
     daemon.result("collect", parse(R"({"cmd":"set_interval","component":"protocols","interval":100})"));
     daemon.result("collect", parse(R"({"cmd":"enable","component":"protocols"})"));
-    EXPECT_TRUE(in_time([&] {
+    EXPECT_TRUE(eventually([&] {
         const std::string lines = read_file(daemon.dir().file("samples"));
         return std::count(lines.begin(), lines.end(), '\n') > 2 &&
                lines.find("\"DNS\":{") != std::string::npos;
@@ -57,7 +46,7 @@ TEST(Live, AFailingExporterIsANotificationOfTheDaemon) {
         "socket":{"type":"http","server":"127.0.0.1","port":1,"path":"/"}})"));
     daemon.result("collect", parse(R"({"cmd":"set_interval","component":"flows","interval":100})"));
     daemon.result("collect", parse(R"({"cmd":"enable","component":"flows"})"));
-    EXPECT_TRUE(in_time([&] {
+    EXPECT_TRUE(eventually([&] {
         const Json::Value alerts =
             daemon.result("notifications", parse(R"({"cmd":"alerts"})"))["notif"]["alerts"];
         return !alerts.empty() && alerts[0]["name"] == "export.failed";

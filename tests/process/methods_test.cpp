@@ -72,9 +72,7 @@ class MethodsTest : public testing::Test {
     void enter(const std::string& state) {
         test::DaemonSetup setup;
         setup.engine_dir = SCRIPTED_ENGINE_DIR;
-        setup.env = {
-            {"TEST_ENGINE_SCRIPT", m_dir.write("script", "class push_pkts 7 HTTP\nreturn coffee 17\n")}};
-        setup.files["sample.pcap"] = sample();
+        setup.files = {{"script", "class push_pkts 7 HTTP\nreturn coffee 17\n"}, {"sample.pcap", sample()}};
         if (state == "activated (attached)") setup.args = {"-a", "--attach", "if0"};
         m_daemon = std::make_unique<test::Daemon>(setup);
         if (state == "deactivated" || state == "activated") m_daemon->result("load");

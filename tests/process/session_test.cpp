@@ -87,30 +87,5 @@ TEST(Session, AnEngineCanBeReplacedByAnotherWithoutARestart) {
     EXPECT_EQ(maps.find("libcvcp_u.so"), std::string::npos) << "a closed engine is still mapped";
 }
 
-TEST(Session, AnEngineThatCannotBeLoadedLeavesTheDaemonAsItWas) {
-    Daemon daemon;
-    const struct {
-        const char* dir;
-        const char* text;
-    } cases[] = {
-        {"without_get_evfd", "failed loading symbol 'corvo_api_cp_get_evfd': "},
-        {"init_fails", "100% broken"},
-        {"not_a_library", "failed loading Corvo CP dynamic library: "},
-        {"evfd_zero", ""},
-    };
-    const size_t before = open_descriptors(daemon.pid());
-    for (int round = 0; round < 25; ++round)
-        for (const auto& c : cases) {
-            const std::string dir = std::string(BROKEN_ENGINES_DIR) + "/" + c.dir;
-            const std::string text = daemon.failure("load", load_params(dir));
-            EXPECT_EQ(text.rfind(c.text, 0), 0U) << text;
-            EXPECT_FALSE(text.empty());
-        }
-    EXPECT_EQ(daemon.failure("load", object(R"({"path":"/no/such/folder"})")),
-              "path '/no/such/folder' is not a valid directory or does not exists");
-    EXPECT_EQ(daemon.result("status")["state"], "not loaded");
-    EXPECT_EQ(open_descriptors(daemon.pid()), before);
-}
-
 }  // namespace
 }  // namespace test

@@ -29,16 +29,12 @@ constexpr bool STACK_ENDS_AT_ABORT = false;
 class ScriptedDaemon {
  public:
     explicit ScriptedDaemon(std::vector<std::string> args = {})
-        : m_daemon({.args = std::move(args),
-                    .engine_dir = SCRIPTED_ENGINE_DIR,
-                    .env = {{"TEST_ENGINE_SCRIPT", m_dir.file("script")}},
-                    .watchdog = true}) {
+        : m_daemon({.args = std::move(args), .engine_dir = SCRIPTED_ENGINE_DIR, .watchdog = true}) {
         m_daemon.result("load", load_params());
         m_daemon.result("activate", parse(R"({"resources":{"max_flows":10}})"));
     }
 
     Daemon* operator->() { return &m_daemon; }
-    void script(const std::string& text) const { m_dir.write("script", text); }
     /** A request of `size` bytes that runs the engine's function; nobody waits for the reply. */
     void coffee(size_t size = 0) const {
         std::string text = R"({"jsonrpc":"2.0","id":1,"method":"coffee","params":{"func":"brew"}})";
@@ -54,7 +50,6 @@ class ScriptedDaemon {
     }
 
  private:
-    TempDir m_dir;
     Daemon m_daemon;
 };
 
@@ -78,7 +73,7 @@ TEST(Signals, AServerThatDiesInsideTheEngineLeavesAWholeReportAndItsStack) {
     std::deque<ScriptedDaemon> daemons;  // all at once: one of them takes its time to die
     for (const auto& c : cases) {
         daemons.emplace_back();
-        daemons.back().script(std::string("crash coffee ") + c.crash);
+        daemons.back()->script(std::string("crash coffee ") + c.crash);
         daemons.back().coffee(60000);  // as long as a request may be
     }
     for (const auto& c : cases) {
@@ -129,6 +124,7 @@ TEST(Signals, AnOrderlyStopLeavesItsCause) {
         else
             daemon->signal(SIGTERM);
         EXPECT_EQ(daemon->wait_exit(), 0);
+        EXPECT_THAT(daemon->log(), HasSubstr(std::string("CP shutdown - cause: ") + c.cause));
         const std::vector<std::string> reports = daemon.evidence("cvdump.json");
         ASSERT_EQ(reports.size(), 1u);
         EXPECT_THAT(reports[0], StartsWith(std::string(R"({ "signal": ")") + c.cause + R"(", "time": )"));
@@ -139,7 +135,7 @@ TEST(Signals, AnOrderlyStopLeavesItsCause) {
 TEST(Signals, AHogLeavesOneReportThatTheEventsMethodShows) {
     ScriptedDaemon daemon({"--wd_hog_timeout", "1500"});
     // The engine's pause ends with the first signal, as any wait in the server does.
-    daemon.script("delay coffee 900000");
+    daemon->script("delay coffee 900000");
     // The watchdog judges nobody before his first heartbeat.
     usleep(900000);
     daemon.coffee();

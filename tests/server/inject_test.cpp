@@ -47,7 +47,10 @@ TEST_F(InjectTest, ABatchGoesOutWhenItHoldsMoreThan9999Bytes) {
         std::vector<test::Bytes> frames;
         for (const size_t size : sizes)
             frames.push_back(make_frame(size));
-        EXPECT_EQ(push(capture(frames)).size(), sizes.size());
+        const std::vector<Engine::PktInfo> results = push(capture(frames));
+        EXPECT_EQ(results.size(), sizes.size());
+        for (size_t i = 0; i < results.size(); i++)
+            EXPECT_EQ(results[i].len, sizes[i]) << "though nothing extended was asked for";
         std::string expected;
         for (const auto& batch : batches)
             expected += "push_pkts dpaddr=dp0 " + batch + " ns_id=7 extended=0\n";
@@ -72,8 +75,9 @@ TEST_F(InjectTest, AFrameThatIsPushedAloneGoesWhereTheCallerSays) {
 
 TEST_F(InjectTest, AFailingResetEndsThePush) {
     script("fail coffee no such function");
-    std::vector<Engine::PktInfo> results;
+    std::vector<Engine::PktInfo> results(1);
     EXPECT_EQ(error_of([&] { m_engine.push_pcap("", "", true, 0, false, results); }), "no such function");
+    EXPECT_EQ(results.size(), 1u) << "lost, though no file was read";
     EXPECT_EQ(calls(), "coffee dpaddr= func=dp.veld.sui_lut_remove_all_links args=\n");
 }
 

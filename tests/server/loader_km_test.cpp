@@ -11,8 +11,8 @@
 
 #include "infra/corvo_scheduler.h"
 #include "support/capture_logger.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
-#include "utils/exception.h"
 
 namespace corvo::server {
 namespace {
@@ -73,19 +73,10 @@ struct Rig {
     /** The text with which a load or an unload fails, empty if it doesn't. */
     std::string load_failure() { return load_failure(dir.path()); }
     std::string load_failure(const std::string& path) {
-        return failure([&] { engine.load_engine(path, {}); });
+        return test::error_of([&] { engine.load_engine(path, {}); });
     }
     std::string unload_failure() {
-        return failure([&] { engine.unload_engine(); });
-    }
-    template <typename Fn>
-    static std::string failure(Fn&& fn) {
-        try {
-            fn();
-        } catch (const Exception& e) {
-            return e.what();
-        }
-        return "";
+        return test::error_of([&] { engine.unload_engine(); });
     }
 
     test::TempDir dir;

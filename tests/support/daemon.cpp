@@ -65,6 +65,8 @@ void Daemon::start(const DaemonSetup& setup) {
 void Daemon::exec_child(const DaemonSetup& setup, const std::vector<std::string>& args) const {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (chdir(cwd().c_str()) != 0) _exit(126);
+    setenv("TEST_ENGINE_SCRIPT", "script", 1);
+    setenv("TEST_ENGINE_LOG", "calls", 1);
     for (const auto& [name, value] : setup.env)
         setenv(name.c_str(), value.c_str(), 1);
     int out = open(m_dir.file("stdout").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
@@ -83,17 +85,19 @@ void Daemon::exec_child(const DaemonSetup& setup, const std::vector<std::string>
 }
 
 void Daemon::await_ready() {
-    const bool ready = eventually(
-        [this] {
-            if (!running()) return true;
-            try {
-                return !raw(request_text("ping"), 2000).empty();
-            } catch (const std::runtime_error&) {
-                return false;
-            }
-        },
-        30000);
+    const bool ready = eventually([this] { return !running() || answers(0); }, 30000);
     if (!ready || !running()) throw std::runtime_error("the daemon doesn't answer: " + log() + err());
+}
+
+bool Daemon::answers(int timeout_ms) const {
+    const auto asked_once = [this] {
+        try {
+            return !raw(request_text("ping"), 2000).empty();
+        } catch (const std::runtime_error&) {
+            return false;
+        }
+    };
+    return eventually(asked_once, timeout_ms);
 }
 
 std::string Daemon::raw(const std::string& text, int timeout_ms) const {

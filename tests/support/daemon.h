@@ -15,8 +15,10 @@
 namespace test {
 
 struct DaemonSetup {
-    std::vector<std::string> args = {};             ///< behind -m … -s … -l …
-    std::string engine_dir = {};                    ///< made reachable as ../lib; empty: no engine there
+    std::vector<std::string> args = {};  ///< behind -m … -s … -l …
+    /** Made reachable as ../lib; empty: no engine there. A scripted one has `script` and `calls` in the
+     * working directory. */
+    std::string engine_dir = {};
     std::map<std::string, std::string> env = {};    ///< added to the environment
     std::map<std::string, std::string> files = {};  ///< name and content, put into the working directory
     bool tcp = false;
@@ -46,7 +48,11 @@ class Daemon {
     const TempDir& dir() const { return m_dir; }
     /** The daemon's working directory. */
     std::string cwd() const { return m_dir.file("bin"); }
+    void script(const std::string& text) const { m_dir.write("bin/script", text); }
+    std::string engine_calls() const { return read_file(m_dir.file("bin/calls")); }
 
+    /** Whether it does before the time is over. */
+    bool answers(int timeout_ms = 10000) const;
     /** Sends a text and gives the reply's text, over the transport that the daemon was started with. */
     std::string raw(const std::string& text, int timeout_ms = 20000) const;
     /** The whole reply to one request. */

@@ -162,6 +162,8 @@ def unread_unix(trial):
 # --- many requests of all kinds ------------------------------------------------------------------------------
 MIXED = ["ping", "status", "cmds", "events", "notifications", "collect", "health", "coffee", "log", "push_pcap", "attach"]
 
+NO_EXPORTER = ("collect", {"cmd": "set_exporter", "socket": {"type": "none"}})  # one holds sockets of its own
+
 
 def mixed_request(rng, number):
     method = rng.choice(MIXED)
@@ -239,6 +241,7 @@ def mixed(trial):
     for tcp in (0, trial.free_port()):
         daemon = trial.daemon("-a", tcp=tcp, engine=BUILD / "lib")
         flood_of(daemon, 200, 1)
+        daemon.call(*NO_EXPORTER)
         before = descriptors(daemon.child()), anonymous_kib(daemon.child())
         pusher = Pusher(daemon, trial.folder / "sample.pcap")
         pusher.start()
@@ -247,6 +250,7 @@ def mixed(trial):
         pusher.join()
         pushed += pusher.pushed
         hold(pusher.pushed > 0, "no capture was pushed")
+        daemon.call(*NO_EXPORTER)
         back_to(daemon, before[0])
         grown = anonymous_kib(daemon.child()) - before[1]
         hold(grown < 8192 or "asan" in str(BUILD), f"{grown} KiB more")
@@ -302,6 +306,11 @@ def requests_with(text):
     yield from envelopes(text)
 
 
+def cut_by_engine(whole, error):
+    """Our engine repeats no more than the first 80 bytes of a word."""
+    return "...'" in error and f"'{whole[:75]}" in error
+
+
 def check_hostile(daemon, kind, place, message, text):
     """One reply; a text that comes back comes back whole."""
     reply = daemon.ask(message)
@@ -310,7 +319,8 @@ def check_hostile(daemon, kind, place, message, text):
     error = json.dumps(value.get("error", {}) if isinstance(value, dict) else {}, ensure_ascii=False)
     # Texts of exceptions are C strings: what names a thing by them ends at a NUL, as its name does.
     whole = json.dumps(text.partition("\0")[0], ensure_ascii=False)[1:-1] if text is not None else None
-    hold(whole is None or WORD not in error or whole in error, f"{place}, {kind}: not unchanged in {error[:200]}")
+    hold(whole is None or WORD not in error or whole in error or cut_by_engine(whole, error),
+         f"{place}, {kind}: not unchanged in {error[:200]}")
     return WORD in error
 
 

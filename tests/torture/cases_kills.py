@@ -70,6 +70,7 @@ def stop_for_a_while(rng, daemon, child):
 
 
 def stop_for_ever(_, daemon, child):
+    time.sleep(1)  # nobody is judged before his first heartbeat
     daemon.signal(signal.SIGSTOP, child)
     replaced(daemon, child)
 

@@ -19,18 +19,5 @@ TEST(LiftFd, NeverLeavesADescriptorAmongTheStandardOnes) {
     EXPECT_EXIT(_exit(lifts() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST(UniqueFd, ClosesWhatItOwnsAndNothingElse) {
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    UniqueFd writer(fds[1]);
-    {
-        UniqueFd reader(fds[0]);
-        UniqueFd moved(std::move(reader));
-        EXPECT_EQ(moved.get(), fds[0]);
-    }
-    EXPECT_EQ(fcntl(fds[0], F_GETFD), -1);
-    EXPECT_NE(fcntl(fds[1], F_GETFD), -1);
-}
-
 }  // namespace
 }  // namespace corvo

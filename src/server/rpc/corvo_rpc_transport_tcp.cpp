@@ -65,9 +65,9 @@ void RpcTransportTCP::connect(bool) {
 }
 
 void RpcTransportTCP::disconnect() {
+    CORVO_LOG(DEBUG, COMP, "Destroying TCP socket: %s:%u", m_ip.c_str(), m_port);
     m_fd = -1;
     if (!m_socket) return;
-    CORVO_LOG(DEBUG, COMP, "Destroying TCP socket: %s:%u", m_ip.c_str(), m_port);
     discard_unread(m_socket.get());
     m_socket.reset();
 }

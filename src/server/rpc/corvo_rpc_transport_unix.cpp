@@ -97,9 +97,9 @@ void RpcTransportUnix::remove_stale(const char* bound_path) const {
 }
 
 void RpcTransportUnix::disconnect() {
-    m_fd = -1;
-    if (!m_socket) return;
     CORVO_LOG(DEBUG, COMP, "Destroying UNIX socket: %s", m_shared->path.c_str());
+    m_fd = -1;
+    if (!m_socket) return;  // never bound: what stands at the path is another's
     m_socket.reset();
     unlink(address_of(m_shared->path).sun_path);
 }

@@ -85,11 +85,10 @@ void InfoEngine::fill() {
 
     const char* version = get_sig_handler()->engine_version();
     if (strlen(version) < sizeof m_version) copy_cut(m_version, version);
-    const char* path = engine->get_engine_path_int().c_str();
-    if (strlen(path) > MAX_PATH_LENGTH) return;
-    static_assert(sizeof PATH_LABEL + MAX_PATH_LENGTH <= sizeof m_path);
     copy_cut(m_path, PATH_LABEL);
-    append_cut(m_path, path);
+    const char* path = engine->get_engine_path_int().c_str();
+    static_assert(sizeof PATH_LABEL + MAX_PATH_LENGTH <= sizeof m_path);
+    if (strlen(path) <= MAX_PATH_LENGTH) append_cut(m_path, path);
 }
 
 unsigned int InfoEngine::dump(unsigned char* dst, unsigned int size) {

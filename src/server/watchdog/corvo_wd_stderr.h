@@ -13,7 +13,7 @@ namespace corvo::server {
 class StderrReader {
  public:
     /** What one poll takes at most, give or take one read; more stays in the pipe and waits. */
-    static constexpr size_t MAX_BYTES = 64 * 1024;
+    static constexpr size_t MAX_BYTES = size_t{64} * 1024;
 
     StderrReader() = default;
     /** Takes the read end and makes it non-blocking; a failure of that is only logged. */

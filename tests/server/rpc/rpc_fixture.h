@@ -12,7 +12,6 @@
 #include "server/rpc/corvo_rpc_server.h"
 #include "support/client.h"
 #include "support/daemon.h"
-#include "support/error_of.h"
 
 namespace corvo {
 
@@ -36,14 +35,6 @@ class RpcFixture : public testing::Test {
             sched.step();
         }
         return false;
-    }
-
-    /** The text of a failure that must leave nothing open. */
-    static std::string connect_error(RPCServer& failing) {
-        size_t before = test::open_descriptors(getpid());
-        std::string error = test::error_of([&] { failing.connect(); });
-        EXPECT_EQ(test::open_descriptors(getpid()), before);
-        return error;
     }
 
     Scheduler sched;

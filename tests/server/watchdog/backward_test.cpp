@@ -22,10 +22,7 @@ namespace test {
 
 namespace {
 
-using corvo::server::Backward;
-using corvo::server::BackwardSig;
-using corvo::server::FixedTrace;
-using corvo::server::Resolver;
+using namespace corvo::server;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;

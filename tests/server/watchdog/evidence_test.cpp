@@ -69,43 +69,5 @@ TEST(Evidence, AFileIsCopiedWholeAndEveryFailureNamesItsFile) {
     EXPECT_TRUE(fs::exists(dir.file("copy of empty")));
 }
 
-TEST(Evidence, AnEndIsGatheredIntoAStampedDirectoryOfItsOwn) {
-    const TempDir dir;
-    const std::string events = get_events_dest_dir_name(dir.file("log"));
-    dir.write("log", "the log");
-    dir.write("conf", "[]");
-    create_events_dir(events);
-    EXPECT_TRUE(fs::exists(events + ".cveventsdummy"));
-    dir.write("cvevents/cvdump.json", "{}");
-
-    const CaptureLogger log(corvo::Logger::INFO);
-    collect_process_info(dir.file("log"), dir.file("conf"), {"cvdump.json", "hog.txt"});
-    ASSERT_EQ(log.lines().size(), 1u);
-    const size_t at = log.lines()[0].find(events);
-    ASSERT_NE(at, std::string::npos) << log.lines()[0];
-    const std::string dest = log.lines()[0].substr(at);
-    EXPECT_EQ(dest.size(), events.size() + std::string("YYYY_MM_DD_HH_MM_SS").size());
-    EXPECT_EQ(read_file(dest + "/log"), "the log");
-    EXPECT_EQ(read_file(dest + "/cvconfig.json"), "[]");
-    EXPECT_EQ(read_file(dest + "/cvdump.json"), "{}");
-    EXPECT_FALSE(fs::exists(events + "cvdump.json"));
-    EXPECT_FALSE(fs::exists(dest + "/hog.txt"));
-    struct stat info {};
-    ASSERT_EQ(stat(dest.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07037u, 0u) << "wider than 0740";
-}
-
-TEST(Evidence, WithoutADirectoryNothingIsGatheredAndOneLineSaysSo) {
-    const CaptureLogger log(corvo::Logger::DEBUG);
-    create_events_dir("/nowhere/cvevents/");
-    collect_process_info("/nowhere/log", "", {"cvdump.json"});
-    ASSERT_EQ(log.lines().size(), 2u);
-    for (const std::string& line : log.lines())
-        EXPECT_NE(
-            line.find("Creating dir for events '/nowhere/cvevents/' failed [No such file or directory]"),
-            std::string::npos)
-            << line;
-}
-
 }  // namespace
 }  // namespace test

@@ -61,10 +61,7 @@ TEST_F(HogReports, OneHogLeavesOneReportInMemoryOnDiskAndInTheLog) {
     turn();
     ASSERT_EQ(m_reports.size(), 1u);
     const Json::Value report = m_reports[0]->to_json();
-    EXPECT_EQ(report["type"].asString(), "hog");
-    EXPECT_THAT(report["backtrace"].asString(), StartsWith("-HOG DETECTED:\ntime: "));
     EXPECT_THAT(report["backtrace"].asString(), HasSubstr("\nbacktrace: \n"));
-    EXPECT_EQ(report["process"]["pid"].asInt(), getpid());
 
     ASSERT_EQ(saved().size(), 1u);
     EXPECT_THAT(saved()[0], Not(HasSubstr("\n")));

@@ -16,15 +16,7 @@ namespace test {
 namespace {
 
 using corvo::Version;
-using corvo::server::add_to_buf;
-using corvo::server::CorvoDumpInfo;
-using corvo::server::DecimalText;
-using corvo::server::get_sig_handler;
-using corvo::server::InfoEngine;
-using corvo::server::InfoProcess;
-using corvo::server::on_ext_signal;
-using corvo::server::SigHandler;
-using corvo::server::SignalReport;
+using namespace corvo::server;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;

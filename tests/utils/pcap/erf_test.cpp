@@ -113,15 +113,16 @@ TEST_F(Erf, WrittenFramesAreReadBackByTheFactory) {
 }
 
 TEST_F(Erf, AWrittenRecordHoldsNanosecondsInItsFraction) {
-    CErfFileWriter writer;
-    ASSERT_TRUE(writer.Create(m_dir.file("x.erf").c_str()));
-    m_pkt.SetPktLen(65518);
-    EXPECT_FALSE(writer.write_packet(&m_pkt)) << "the record's length has 16 bits";
-    m_pkt.time_sec = 0x01020304;
-    m_pkt.time_nsec = 999999999;  // 0x3B9AC9FF
-    m_pkt.SetPktLen(3);
-    EXPECT_TRUE(writer.write_packet(&m_pkt));
-    writer.Create(m_dir.file("other").c_str());
+    {
+        CErfFileWriter writer;
+        ASSERT_TRUE(writer.Create(m_dir.file("x.erf").c_str()));
+        m_pkt.SetPktLen(65518);
+        EXPECT_FALSE(writer.write_packet(&m_pkt)) << "the record's length has 16 bits";
+        m_pkt.time_sec = 0x01020304;
+        m_pkt.time_nsec = 999999999;  // 0x3B9AC9FF
+        m_pkt.SetPktLen(3);
+        EXPECT_TRUE(writer.write_packet(&m_pkt));
+    }
     Bytes expected = test::from_hex("ffc99a3b0403020102000015000000030000000000");
     EXPECT_EQ(test::read_file(m_dir.file("x.erf")), std::string(expected.begin(), expected.end()));
 }

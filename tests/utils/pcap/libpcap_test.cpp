@@ -109,25 +109,14 @@ TEST_F(Pcap, AFrameThatIsCutOffLeavesAnEmptyPacket) {
     EXPECT_FALSE(reader.ReadPacket(nullptr));
 }
 
-TEST_F(Pcap, CountingSkipsFramesAndStartsOver) {
-    LibPCapReader reader;
-    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 0U);
-    const std::string text = PcapText()
-                                 .header()
-                                 .record(30, 20, 30, 'a')
-                                 .record(5, 50, 5, 'b')
-                                 .record(7, 7, 7, 'c')
-                                 .words({1, 2, 3});
-    ASSERT_TRUE(reader.Create(m_dir.write("three", text).c_str(), 0));
+TEST_F(Pcap, FramesAreCountedWithoutTheirBytesAndReadInALoop) {
+    LibPCapReader reader, looping, empty;
+    const std::string two = PcapText().header().record(30, 20, 30, 'a').record(5, 50, 5, 'b');
+    ASSERT_TRUE(reader.Create(m_dir.write("cut", two + "header, cut").c_str(), 0));
     ASSERT_TRUE(reader.ReadPacket(&m_pkt));
-    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 2U);
-    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 3U);
-    EXPECT_EQ(read_all(reader, m_pkt).size(), 3U);
-}
-
-TEST_F(Pcap, ALoopReadsTheFileUntilSoManyPacketsAreRead) {
-    LibPCapReader looping, empty;
-    const std::string two = PcapText().header().record(5, 5, 5, 'a').record(5, 5, 5, 'b');
+    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 1U);
+    EXPECT_EQ(reader.readNumOfPackets(&m_pkt), 2U) << "counting starts over";
+    EXPECT_EQ(read_all(reader, m_pkt).size(), 2U);
     ASSERT_TRUE(looping.Create(m_dir.write("two", two).c_str(), 5));
     EXPECT_EQ(read_all(looping, m_pkt).size(), 6U) << "the pass in which the loop ends is finished";
     ASSERT_TRUE(empty.Create(m_dir.write("empty", PcapText().header()).c_str(), 5));
@@ -177,32 +166,14 @@ TEST_F(Pcap, AWholeFileIsHandedOutOncePerProcess) {
 }
 
 TEST_F(Pcap, TheNanosecondVariantKeepsNanoseconds) {
-    CPcapFileWriter writer;
-    ASSERT_TRUE(writer.Create(m_dir.file("nsec").c_str()));
-    EXPECT_EQ(test::read_file(m_dir.file("nsec")), "");
-    m_pkt.updatePacketData(reinterpret_cast<const unsigned char*>("abc"), 3);
-    m_pkt.SetPktLen(3);
-    m_pkt.time_sec = 5;
-    m_pkt.time_nsec = 123456789;
-    EXPECT_TRUE(writer.write_packet(&m_pkt));
-    EXPECT_TRUE(writer.write_packet(&m_pkt));
-    writer.Create(m_dir.file("other").c_str());
-    const std::string header = PcapText().words({0xA1B23C4D, 0x00040002, 0, 0, 2000, 1});
-    const std::string record = static_cast<std::string>(PcapText().words({5, 123456789, 3, 3})) + "abc";
-    EXPECT_EQ(test::read_file(m_dir.file("nsec")), header + record + record);
-}
-
-TEST_F(Pcap, AWriterThatCannotWriteSaysSo) {
-    std::string folder = m_dir.path();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(CCapWriterFactory::CreateWriter(CAPTURE_LIBPCAP, folder.c_str()), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), " ERROR create file ");
-    EXPECT_EQ(CCapWriterFactory::CreateWriter(CAPTURE_ERF, nullptr), nullptr);
-
-    LibPCapWriter writer;
-    ASSERT_TRUE(writer.Create(m_dir.file("x").c_str()));
-    EXPECT_TRUE(writer.write_packet(&m_pkt));
-    EXPECT_EQ(writer.get_pkt_count(), 1U);
-    writer.Close();
-    EXPECT_FALSE(writer.write_packet(&m_pkt));
+    {
+        CPcapFileWriter writer;
+        ASSERT_TRUE(writer.Create(m_dir.file("nsec").c_str()));
+        m_pkt.time_sec = 5;
+        m_pkt.time_nsec = 123456789;
+        EXPECT_TRUE(writer.write_packet(&m_pkt));
+    }
+    EXPECT_EQ(test::read_file(m_dir.file("nsec")),
+              static_cast<std::string>(
+                  PcapText().words({0xA1B23C4D, 0x00040002, 0, 0, 2000, 1}).words({5, 123456789, 0, 0})));
 }
