@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -61,6 +62,8 @@ std::string format(const char* fmt, double number, const char* unit) {
 
 [[noreturn]] void fail_writing(FILE* stream, int err) {
     clearerr(stream);
+    // The reader has seen enough, as `head` has: no fault to tell of.
+    if (err == EPIPE) throw Interrupted(SIGPIPE);
     throw Failure(std::string("the output can't be written: ") + strerror(err));
 }
 

@@ -176,8 +176,8 @@ class RpcCommandsTable {
     /** Grows with each change: a command that was looked up before may be gone by then. */
     uint64_t changes() const { return m_changes; }
     /**
-     * Whether a command that `lookup` once gave for `method` still is a loaded component's, though the key may
-     * map to another one by now. `command` needn't be alive.
+     * Whether a command that `lookup` once gave for `method` still is a loaded component's, though the key
+     * may map to another one by now. `command` needn't be alive.
      */
     bool has(const RpcCommand* command, const std::string& method) const;
 
