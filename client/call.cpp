@@ -37,6 +37,7 @@ void add_pair(const Method* method, const std::string& pair, Json::Value& params
         const Field* field = find_field(fields, path);
         const Parameter* whole = method->find(path.substr(0, path.find('.')));
         std::vector<std::string> known;
+        known.reserve(fields.size());
         for (const Field& f : fields)
             known.push_back(f.path);
         // What lies below a parameter that isn't described further is the engine's business.

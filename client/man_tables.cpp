@@ -67,7 +67,7 @@ std::string option_term(const CLI::Option& option) {
 }
 
 std::string described(const CLI::Option& option) {
-    std::string text = option.get_description();
+    const std::string& text = option.get_description();
     return text.empty() ? "one of " + option.get_type_name() : text;
 }
 

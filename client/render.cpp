@@ -90,11 +90,13 @@ std::string table_of(const Terminal& terminal, const Json::Value& array, const J
             names.insert(name);
     if (names.size() > MAX_COLUMNS) return "";
     std::vector<std::string> head;
+    head.reserve(names.size());
     for (const std::string& name : names)
         head.push_back(harmless(name));
     TextTable table(head);
     for (const Json::Value& row : array) {
         std::vector<TextTable::Cell> cells;
+        cells.reserve(names.size());
         for (const std::string& name : names)
             cells.push_back({row.isMember(name) ? line_of(row[name], schema_of_member(schema, name)) : "",
                              row[name].isNumeric()});

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -241,7 +242,7 @@ std::string time_text(int64_t epoch_sec) {
 
 std::string bar(double share, int width) {
     constexpr const char* EIGHTHS[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-    int eighths = static_cast<int>(std::clamp(share, 0.0, 1.0) * width * 8 + 0.5);
+    int eighths = static_cast<int>(std::lround(std::clamp(share, 0.0, 1.0) * width * 8));
     std::string out;
     for (int i = 0; i < eighths / 8; ++i)
         out += "█";

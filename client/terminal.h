@@ -66,7 +66,7 @@ std::string or_dash(const std::string& text);
  */
 std::string shell_word(const std::string& text);
 
-constexpr uint64_t MIB = 1024 * 1024;
+constexpr uint64_t MIB = uint64_t{1024} * 1024;
 
 /** "17 B", "4.2 KiB", "1.3 GiB". */
 std::string bytes_text(uint64_t bytes);

@@ -237,7 +237,7 @@ std::unique_ptr<CaptureSource> CaptureSource::open(const std::string& path, cons
         if (auto erf = ErfSource::open(path, filter)) return erf;
         throw Failure(std::string("no capture that can be read: ") + error);
     }
-    file.release();  // it went over to libpcap
+    static_cast<void>(file.release());  // it went over to libpcap
     const int dlt = pcap_datalink(pcap.get());
     if (!link_layer::is_known(dlt)) {
         const char* name = pcap_datalink_val_to_description(dlt);

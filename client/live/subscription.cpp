@@ -17,7 +17,7 @@ namespace brumectl {
 
 namespace {
 
-constexpr size_t MAX_EVENT_BYTES = 64 * 1024;
+constexpr size_t MAX_EVENT_BYTES = size_t{64} * 1024;
 constexpr int LEAVE_TIMEOUT_MS = 1000;
 
 Json::Value request(const char* op, const std::string& path) {

@@ -8,7 +8,7 @@ namespace brumectl {
 
 class LineSource {
  public:
-    static constexpr size_t MAX_LINE_BYTES = 1024 * 1024;
+    static constexpr size_t MAX_LINE_BYTES = size_t{1024} * 1024;
 
     /** `fd` stays the caller's. */
     explicit LineSource(int fd) : m_fd(fd) {}
