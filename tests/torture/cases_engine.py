@@ -68,7 +68,7 @@ class Run:
             self.args += ["--wd_hog_timeout", "500", "--wd_kill_timeout", "1500"]
         self.environment = {"MISCHIEF": f"{deed}:corvo_api_cp_{function}", "MISCHIEF_MARK": str(self.mark)}
         self.folder = folder
-        self.reply = None
+        self.daemon = self.reply = None
 
     def start(self):
         self.daemon = Daemon(self.folder, *self.args, engine=ENGINE, env=self.environment)
@@ -191,7 +191,7 @@ def one_run(trial, lock, deed, function):
     except Exception as e:  # one of many: told with its name, after the others
         return f"{function}: {e}"
     finally:
-        if run.daemon.running():
+        if run.daemon and run.daemon.running():
             run.daemon.kill()
 
 

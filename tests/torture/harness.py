@@ -14,7 +14,7 @@ import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-BUILD = pathlib.Path(os.environ.get("TORTURE_BUILD", ROOT / "build"))
+BUILD = pathlib.Path(os.environ.get("TORTURE_BUILD", ROOT / "build")).resolve()
 LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) +- \[.{6}\]\[(ERROR|WARN |INFO |DEBUG)\] +- .*$")
 # Messages of many lines: what the server printed to stderr, stacks of hogs, and at debug level what clients said.
 LONG = re.compile(rb"\((corvo_wd_stderr|corvo_hog_reporter|corvo_rpc_worker)\.cpp:")
