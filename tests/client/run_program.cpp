@@ -1,6 +1,7 @@
 #include "client/run_program.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -27,6 +28,9 @@ void Program::exec(const std::vector<std::string>& words, const ProgramSetup& se
         dup2(open(m_dir.file("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
         dup2(open(m_dir.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
     }
+    // In a background job we ignore these, and it would, too.
+    for (int signum : {SIGINT, SIGHUP})
+        signal(signum, SIG_DFL);
     setenv("BRUMECTL_SOCKET", setup.socket.c_str(), 1);
     setenv("TERM", "xterm", 1);
     setenv("HOME", m_dir.path().c_str(), 1);
@@ -57,6 +61,11 @@ int Program::wait() {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+int Program::end(int signum) {
+    kill(m_pid, signum);
+    return wait();
+}
+
 std::string Program::out() {
     if (m_terminal < 0) return read_file(m_dir.file("out"));
     pollfd fd = {m_terminal, POLLIN, 0};
@@ -77,18 +86,33 @@ void Program::type(const std::string& keys) const {
     if (write(m_terminal, keys.data(), keys.size()) < 0) throw std::runtime_error("nobody at the terminal");
 }
 
-bool Program::wait_for_out(const std::string& text) {
-    return eventually([&] { return out().find(text) != std::string::npos; });
+bool Program::wait_for_out(const std::string& text, size_t from) {
+    return eventually([&] { return out().find(text, from) != std::string::npos; });
 }
 
-bool Program::wait_for_err(const std::string& text) const {
-    return eventually([&] { return err().find(text) != std::string::npos; });
+bool Program::wait_for_err(const std::string& text, size_t from) const {
+    return eventually([&] { return err().find(text, from) != std::string::npos; });
 }
 
 Outcome brumectl(const std::vector<std::string>& words, const ProgramSetup& setup) {
     Program program(words, setup);
     int status = program.wait();
     return {status, program.out(), program.err()};
+}
+
+void expect_step(const Step& step, ProgramSetup setup) {
+    SCOPED_TRACE(testing::PrintToString(step.words) + " " + step.input);
+    setup.input = step.input;
+    const Outcome outcome = brumectl(step.words, setup);
+    EXPECT_EQ(outcome.status, step.status) << outcome.err;
+    EXPECT_THAT(outcome.out, step.out);
+    EXPECT_THAT(outcome.err, step.err);
+    EXPECT_EQ((outcome.out + outcome.err).find('\x1b'), std::string::npos);
+}
+
+void expect_steps(const std::vector<Step>& steps, const ProgramSetup& setup) {
+    for (const Step& step : steps)
+        expect_step(step, setup);
 }
 
 }  // namespace test

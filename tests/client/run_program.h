@@ -1,6 +1,7 @@
 #pragma once
 // The real brumectl, run for one test.
 
+#include <gmock/gmock.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -32,12 +33,15 @@ class Program {
     /** Its exit status; 128 and the signal's number if one ended it. @throws std::runtime_error if it goes on
      */
     int wait();
+    /** Sends it the signal, and waits. */
+    int end(int signum);
     std::string out();
     std::string err() const;
     /** At a terminal. */
     void type(const std::string& keys) const;
-    bool wait_for_out(const std::string& text);
-    bool wait_for_err(const std::string& text) const;
+    /** Behind the first `from` bytes. */
+    bool wait_for_out(const std::string& text, size_t from = 0);
+    bool wait_for_err(const std::string& text, size_t from = 0) const;
 
  private:
     void exec(const std::vector<std::string>& words, const ProgramSetup& setup) const;
@@ -56,5 +60,19 @@ struct Outcome {
 
 /** Runs it to its end. */
 Outcome brumectl(const std::vector<std::string>& words, const ProgramSetup& setup = {});
+
+/** What is typed, and what must come of it: a text alone is all there may be. */
+struct Step {
+    std::vector<std::string> words;
+    int status = 0;
+    testing::Matcher<std::string> out = testing::_;
+    testing::Matcher<std::string> err = "";
+    std::string input = {};
+};
+
+/** Nor may anything be written that controls a terminal. */
+void expect_step(const Step& step, ProgramSetup setup = {});
+/** One after the other. */
+void expect_steps(const std::vector<Step>& steps, const ProgramSetup& setup = {});
 
 }  // namespace test

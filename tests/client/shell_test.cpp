@@ -2,7 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "client/run_program.h"
 #include "support/daemon.h"
@@ -10,43 +11,36 @@
 namespace test {
 namespace {
 
+using testing::_;
 using testing::HasSubstr;
-using testing::Not;
 
 TEST(Shell, AScriptStopsAtItsFirstFailureWithItsStatus) {
     Daemon daemon;
-    const struct {
-        const char* script;
-        int status;
-        const char* complaint;
-    } CASES[] = {
-        {"# nothing\n\necho 'a b'\nping", 0, ""},
-        {"ping\nmt\nshutdown\n", 1, "line 2 failed"},
-        {"pnig\nshutdown\n", 2, "(did you mean 'ping'?)"},
-        {"echo 'open\nshutdown\n", 2, "left open"},
-        {"-s /nonexistent ping\nshutdown\n", 3, "line 1 failed"},
-        {"--json shell\nshutdown\n", 2, "this is the shell already"},
-    };
-    for (const auto& c : CASES) {
-        Outcome outcome = brumectl({"shell"}, {.socket = daemon.socket_path(), .input = c.script});
-        EXPECT_EQ(outcome.status, c.status) << c.script << outcome.err;
-        EXPECT_THAT(outcome.err, HasSubstr(c.complaint));
-    }
+    expect_steps(
+        {
+            {{"shell"}, 0, _, "", "# nothing\n\necho 'a b'\nping"},
+            {{"shell"}, 1, _, HasSubstr("line 2 failed"), "ping\nmt\nshutdown\n"},
+            {{"shell"}, 2, _, HasSubstr("(did you mean 'ping'?)"), "pnig\nshutdown\n"},
+            {{"shell"}, 2, _, HasSubstr("left open"), "echo 'open\nshutdown\n"},
+            {{"shell"}, 3, _, HasSubstr("line 1 failed"), "-s /nonexistent ping\nshutdown\n"},
+            {{"shell"}, 2, _, HasSubstr("this is the shell already"), "--json shell\nshutdown\n"},
+        },
+        {.socket = daemon.socket_path()});
     EXPECT_TRUE(daemon.running());
 }
 
 TEST(Shell, AtATerminalCtrlCDropsTheLineTabCompletesAndCtrlDLeaves) {
     Daemon daemon;
     TempDir home;
-    const ProgramSetup setup{
-        .socket = daemon.socket_path(), .env = {{"XDG_STATE_HOME", home.path()}}, .terminal = true};
-    Program shell({"shell"}, setup);
+    Program shell(
+        {"shell"},
+        {.socket = daemon.socket_path(), .env = {{"XDG_STATE_HOME", home.path()}}, .terminal = true});
     ASSERT_TRUE(shell.wait_for_out("brumectl> "));
     // What is typed before the prompt is there again may be lost: the terminal changes its mode meanwhile.
     const auto answered = [&shell](const std::string& typed, const std::string& expected) {
         const size_t from = shell.out().size();
         shell.type(typed);
-        return eventually([&] { return shell.out().find(expected, from) != std::string::npos; });
+        return shell.wait_for_out(expected, from);
     };
     ASSERT_TRUE(answered("shutdown", "shutdown")) << shell.out();
     ASSERT_TRUE(answered("\x03", "\nbrumectl> ")) << shell.out();
@@ -55,16 +49,14 @@ TEST(Shell, AtATerminalCtrlCDropsTheLineTabCompletesAndCtrlDLeaves) {
     ASSERT_TRUE(answered("log -f -n 1\n", "Waiting for messages")) << shell.out();
     ASSERT_TRUE(answered("\x03", "brumectl> ")) << shell.out();
     ASSERT_TRUE(answered("quti\n", "Try --help.\r\nbrumectl> ")) << shell.out();
-    EXPECT_NE(shell.out().find("unknown word 'quti'"), std::string::npos);
+    EXPECT_THAT(shell.out(), HasSubstr("unknown word 'quti'"));
     shell.type("\x04");
     EXPECT_EQ(shell.wait(), 0);
     EXPECT_TRUE(daemon.running());
 
     const std::string history = home.file("brumectl/history");
     EXPECT_THAT(read_file(history), HasSubstr("quti"));
-    struct stat info = {};
-    ASSERT_EQ(stat(history.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0600U);
+    EXPECT_EQ(std::filesystem::status(history).permissions(), std::filesystem::perms(0600));
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <utility>
 
 #include "client/run_program.h"
-#include "infra/corvo_json.h"
 #include "support/daemon.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
@@ -17,72 +17,64 @@
 namespace test {
 namespace {
 
+using testing::_;
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 using Words = std::vector<std::string>;
 
 TEST(Words, ASessionFromLoadToShutdown) {
     Daemon daemon({.engine_dir = OUR_ENGINE_DIR});
-    write_pcap(daemon.dir().file("sample.pcap"), sample_frames());
-    const struct {
-        Words words;
-        const char* shown;
-    } STEPS[] = {
-        {{"status"}, "state:          not loaded"},
-        {{"load"}, "ok\n"},
-        {{"activate", "--max_flows", "1000"}, "ok\n"},
-        {{"status"}, "engine ndpi:"},
-        {{"cmds"}, "push_pcap      Classifies"},
-        {{"push_pcap", daemon.dir().file("sample.pcap"), "--reset"}, "protocol"},
-        {{"push_pcap", daemon.dir().file("sample.pcap"), "--extended"}, "destination"},
-        {{"collect", "ls"}, "protocols"},
-        {{"collect", "set_exporter", "--type", "none"}, "ok\n"},
-        {{"health", "show", "--verbose"}, "state:"},
-        {{"health", "configure", "{}"}, "ok\n"},
-        {{"echo", "[status %s]"}, "ok\n"},
-        {{"log", "-n", "5"}, "[status %s]"},
-        {{"log", "--level", "debug", "--comp", "rpc"}, "ok\n"},
-        {{"log", "--levels"}, "rpc:      DEBUG"},
-        {{"log", "--level", "info", "--reset"}, "ok\n"},
-        {{"notifications", "log"}, "core.server.up"},
-        {{"notifications", "alerts", "--sev", "error"}, "no alerts\n"},
-        {{"notifications", "socket", "add", "/tmp/x", "--json"}, "\"result\":{}"},
-        {{"notifications", "socket", "ls"}, "/tmp/x"},
-        {{"notifications", "socket", "delete", "/tmp/x"}, "ok\n"},
-        {{"hogs"}, "no stalls\n"},
-        {{"call", "log", "type=log", "maxlines=1"}, "] - 2"},
-        {{"call", "collect", "cmd=set_exporter", "socket.type=none"}, "ok\n"},
-        {{"call", "coffee", R"({"func":"dp.ft.count"})"}, ""},
-        {{"schema", "ping"}, "\"name\" : \"ping\""},
-        {{"deactivate"}, "ok\n"},
-        {{"unload"}, "ok\n"},
-        {{"shutdown"}, "ok\n"},
+    const std::string capture = daemon.dir().file("sample.pcap");
+    write_pcap(capture, sample_frames());
+    const std::vector<Step> STEPS = {
+        {{"status"}, 0, HasSubstr("state:          not loaded")},
+        {{"load"}, 0, "ok\n"},
+        {{"activate", "--max_flows", "1000"}, 0, "ok\n"},
+        {{"status"}, 0, HasSubstr("engine ndpi:")},
+        {{"cmds"}, 0, HasSubstr("push_pcap      Classifies")},
+        {{"push_pcap", capture, "--reset"}, 0, HasSubstr("protocol")},
+        {{"push_pcap", capture, "--extended"}, 0, HasSubstr("destination")},
+        {{"collect", "ls"}, 0, HasSubstr("protocols")},
+        {{"collect", "set_exporter", "--type", "none"}, 0, "ok\n"},
+        {{"health", "show", "--verbose"}, 0, HasSubstr("state:")},
+        {{"health", "configure", "{}"}, 0, "ok\n"},
+        {{"echo", "[status %s]"}, 0, "ok\n"},
+        {{"call", "echo", "-"}, 0, "ok\n", "", "{\"message\":\n\"from stdin\"}\n"},
+        {{"call", "echo", "-"}, 2, "", HasSubstr("\nUsage: "), "[]"},
+        {{"log", "-n", "5"}, 0, AllOf(HasSubstr("[status %s]"), HasSubstr("from stdin"))},
+        {{"log", "--level", "debug", "--comp", "rpc"}, 0, "ok\n"},
+        {{"log", "--levels"}, 0, HasSubstr("rpc:      DEBUG")},
+        {{"log", "--level", "info", "--reset"}, 0, "ok\n"},
+        {{"notifications", "log"}, 0, HasSubstr("core.server.up")},
+        {{"notifications", "alerts", "--sev", "error"}, 0, "no alerts\n"},
+        {{"notifications", "socket", "add", "/tmp/x", "--json"}, 0, HasSubstr("\"result\":{}")},
+        {{"notifications", "socket", "ls"}, 0, HasSubstr("/tmp/x")},
+        {{"notifications", "socket", "delete", "/tmp/x"}, 0, "ok\n"},
+        {{"hogs"}, 0, "no stalls\n"},
+        {{"call", "log", "type=log", "maxlines=1"}, 0, HasSubstr("] - 2")},
+        {{"call", "collect", "cmd=set_exporter", "socket.type=none"}, 0, "ok\n"},
+        {{"call", "coffee", R"({"func":"dp.ft.count"})"}},
+        {{"call", "pong"}, 1, "", "brumectl: Method 'pong' not registered (did you mean 'ping'?)\n"},
+        {{"mt", "--json"}, 1, HasSubstr(":-32000,"), "brumectl: Mem tracing is not built into this image\n"},
+        {{"schema", "ping"}, 0, HasSubstr("\"name\" : \"ping\"")},
+        {{"deactivate"}, 0, "ok\n"},
+        {{"unload"}, 0, "ok\n"},
+        {{"shutdown"}, 0, "ok\n"},
     };
-    for (const auto& step : STEPS) {
-        Outcome outcome = brumectl(step.words, {.socket = daemon.socket_path()});
-        EXPECT_EQ(outcome.status, 0) << step.words[0] << ": " << outcome.err;
-        EXPECT_THAT(outcome.out, AllOf(HasSubstr(step.shown), Not(HasSubstr("\x1b")))) << step.words[0];
-        EXPECT_EQ(outcome.err, "");
-    }
+    expect_steps(STEPS, {.socket = daemon.socket_path()});
     EXPECT_EQ(daemon.wait_exit(), 0);
 }
 
 TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
-    const struct {
-        Words words;
-        const char* complaint;
-    } CASES[] = {
+    const std::pair<Words, const char*> CASES[] = {
         {{}, "a word is missing"},
         {{"statsu"}, "unknown word 'statsu' (did you mean 'status'?)"},
         {{"status", "--jsn"}, "unknown option '--jsn' (did you mean '--json'?)"},
         {{"status", "now"}, "'now' is one word too many"},
         {{"activate", "--max_flow", "5"}, "(did you mean '--max_flows'?)"},
         {{"activate", "--max_flows", "many"}, "'resources.max_flows' takes 0 to 4294967295, not 'many'"},
-        {{"activate"}, "'resources.max_flows' is missing"},
         {{"collect", "shw"}, "(did you mean 'show'?)"},
         {{"coffee", "f", "1", "x"}, "'args' takes 0 to 4294967295, not 'x'"},
         {{"log", "--level", "wran"}, "(did you mean 'warn'?)"},
@@ -99,13 +91,10 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
         {{"completion", "fish"}, "none of bash, zsh"},
     };
-    for (const auto& c : CASES) {
-        Outcome outcome = brumectl(c.words, {.socket = "/nonexistent"});
-        EXPECT_EQ(outcome.status, 2) << outcome.err;
-        EXPECT_THAT(outcome.err,
-                    AllOf(StartsWith("brumectl: "), HasSubstr(c.complaint), HasSubstr("\nUsage: brumectl")));
-        EXPECT_THAT(outcome.out, IsEmpty());
-    }
+    for (const auto& [words, complaint] : CASES)
+        expect_step({words, 2, "",
+                     AllOf(StartsWith("brumectl: "), HasSubstr(complaint), HasSubstr("\nUsage: brumectl"))},
+                    {.socket = "/nonexistent"});
 }
 
 void write_to(const char* file) {
@@ -130,13 +119,10 @@ TEST(Words, WhatCantBeWrittenIsToldAndFailsButNotThatTheReaderHasSeenEnough) {
         {[] { close(STDOUT_FILENO); }, 1, "brumectl: the output can't be written: Bad file descriptor\n"},
     };
     for (const auto& c : CASES)
-        for (const Words& words : {Words{"--help"}, Words{"schema"}, Words{"status"},
-                                   Words{"status", "--json"}, Words{"metrics"}}) {
-            Outcome outcome =
-                brumectl(words, {.socket = daemon.socket_path(), .before_exec = c.stdout_becomes});
-            EXPECT_EQ(outcome.status, c.status) << words[0];
-            EXPECT_EQ(outcome.err, c.complaint) << words[0];
-        }
+        for (const Words& words :
+             {Words{"--help"}, Words{"schema"}, Words{"status"}, Words{"status", "--json"}, Words{"metrics"}})
+            expect_step({words, c.status, _, c.complaint},
+                        {.socket = daemon.socket_path(), .before_exec = c.stdout_becomes});
 }
 
 TEST(Words, AReaderWhoReadsNothingCantKeepCtrlCFromEndingTheProgram) {
@@ -148,38 +134,16 @@ TEST(Words, AReaderWhoReadsNothingCantKeepCtrlCFromEndingTheProgram) {
         int waiting = 0;
         return ioctl(ends[0], FIONREAD, &waiting) == 0 && waiting == room;
     }));
-    kill(program.pid(), SIGINT);
-    EXPECT_EQ(program.wait(), 128 + SIGINT);
+    EXPECT_EQ(program.end(SIGINT), 128 + SIGINT);
     close(ends[0]);
     close(ends[1]);
 }
 
-TEST(Words, ARefusalIsStatusOneAndWithJsonStillTheReply) {
-    Daemon daemon;
-    Outcome outcome = brumectl({"mt", "--json"}, {.socket = daemon.socket_path()});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(parse(outcome.out)["error"]["code"], -32000);
-    EXPECT_EQ(outcome.err, "brumectl: Mem tracing is not built into this image\n");
-    outcome = brumectl({"call", "pong"}, {.socket = daemon.socket_path()});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.err, "brumectl: Method 'pong' not registered (did you mean 'ping'?)\n");
-}
-
 TEST(Words, AMethodThatAnEngineBringsAlongIsCalledLikeAnyOther) {
     Daemon daemon({.args = {"-a"}, .engine_dir = EXTENDER_ENGINE_DIR});
-    Outcome outcome = brumectl({"call", "extender.hello"}, {.socket = daemon.socket_path()});
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_THAT(outcome.out, HasSubstr("yes"));
-    EXPECT_THAT(brumectl({"cmds"}, {.socket = daemon.socket_path()}).out,
-                HasSubstr("extender.hello  (the engine's own)"));
-}
-
-TEST(Words, ParametersAreReadFromStdin) {
-    Daemon daemon;
-    const ProgramSetup setup{.socket = daemon.socket_path(), .input = "{\"message\":\n\"from stdin\"}\n"};
-    EXPECT_EQ(brumectl({"call", "echo", "-"}, setup).status, 0);
-    EXPECT_TRUE(daemon.wait_for_log("from stdin"));
-    EXPECT_EQ(brumectl({"call", "echo", "-"}, {.socket = daemon.socket_path(), .input = "[]"}).status, 2);
+    expect_steps({{{"call", "extender.hello"}, 0, HasSubstr("yes")},
+                  {{"cmds"}, 0, HasSubstr("extender.hello  (the engine's own)")}},
+                 {.socket = daemon.socket_path()});
 }
 
 TEST(Words, TheLogIsFollowedUntilCtrlC) {
@@ -193,21 +157,19 @@ TEST(Words, TheLogIsFollowedUntilCtrlC) {
         ASSERT_TRUE(follower.wait_for_out(text));
     }
     EXPECT_EQ(follower.out().find("first of them"), follower.out().rfind("first of them")) << follower.out();
-    kill(follower.pid(), SIGINT);
-    EXPECT_EQ(follower.wait(), 128 + SIGINT);
+    EXPECT_EQ(follower.end(SIGINT), 128 + SIGINT);
 }
 
 TEST(Words, CompletionScriptsAreWhatTheirShellReads) {
     TempDir dir;
-    std::string script = dir.write("c", brumectl({"completion", "bash"}).out);
-    std::string command = "bash -c '. " + script +
+    std::string command = "bash -c '. " + dir.write("c", brumectl({"completion", "bash"}).out) +
                           "; COMP_WORDS=(brumectl --timeout 5 log --level w); COMP_CWORD=5; _brumectl;"
                           " echo ${COMPREPLY[@]}; COMP_WORDS=(brumectl collect d); COMP_CWORD=2; _brumectl;"
                           " echo ${COMPREPLY[@]}' > " +
                           dir.file("out");
     EXPECT_EQ(system(command.c_str()), 0);
     EXPECT_EQ(read_file(dir.file("out")), "warn\ndisable\n");
-    EXPECT_THAT(brumectl({"completion", "zsh"}).out, StartsWith("#compdef brumectl\n"));
+    expect_step({{"completion", "zsh"}, 0, StartsWith("#compdef brumectl\n")});
 }
 
 }  // namespace
