@@ -1,4 +1,5 @@
 // Configurations as `check` judges them and as `run` plays them against a real daemon.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,6 +15,11 @@ namespace test {
 namespace {
 
 using namespace brumectl::check;
+using testing::_;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
 
 /** "LINE:COLUMN severity text", a line each. */
 std::string findings(const std::string& text, const Settings& settings = {}) {
@@ -34,21 +40,12 @@ std::string request(const std::string& method, const std::string& params = "null
            method + "\"}";
 }
 
-struct Case {
-    std::string text;
-    std::string found;  ///< how the first finding begins; empty: there is none
-};
-
-void expect_first(const std::vector<Case>& cases, const Settings& settings = {}) {
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        std::string found = findings(c.text, settings);
-        EXPECT_EQ(c.found.empty() ? found : found.substr(0, c.found.size()), c.found);
-    }
-}
+using Found = testing::Matcher<std::string>;
+/** A text, and what is found; empty: nothing. */
+using Case = std::pair<std::string, std::string>;
 
 TEST(Check, FindsWhatIsWrongWithTheTextAndItsShapeAndWhere) {
-    expect_first({
+    const Case CASES[] = {
         {"// a comment\n[" + request("ping") + "] /* and\n another */ ", ""},
         {"[\n {\"a\": tru}]", "2:8 error Syntax error"},
         {"", "1:1 error "},
@@ -65,14 +62,16 @@ TEST(Check, FindsWhatIsWrongWithTheTextAndItsShapeAndWhere) {
         {R"([{"jsonrpc":"2.0","method":"ping"}])", "1:2 warning without an 'id'"},
         {"[" + request("ping") + ",\n" + request("status") + "]",
          "2:23 warning another request has the id 1"},
-    });
+    };
+    for (const auto& [text, found] : CASES)
+        EXPECT_THAT(findings(text), found.empty() ? Found("") : StartsWith(found)) << text;
 }
 
 TEST(Check, FindsWrongMethodsAndParameters) {
     const std::string load = request("load", "null", 2) + ",";
     const std::string devmem = R"({"shm":{"type":"devmem","size":1,"addr":)";
     const std::string ready = load + request("activate", R"({"resources":{"max_flows":5.0}})", 3) + ",";
-    const std::vector<Case> cases = {
+    const Case CASES[] = {
         {request("pong"), "error 'pong' is no method (did you mean 'ping'?)"},
         {request("extender.hello"), "error 'extender.hello' is no method"},
         {load + request("extender.hello"), "warning 'extender.hello' is no method of the daemon"},
@@ -102,12 +101,8 @@ TEST(Check, FindsWrongMethodsAndParameters) {
         {request("log", R"({"type":"verbosity","verbosity":{"cmd":"set"}})"),
          "error log: 'verbosity.level' is missing"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        std::string found = findings("[" + c.text + "]");
-        EXPECT_NE((found + "\n").find(c.found.empty() ? "\n" : " " + c.found), std::string::npos) << found;
-        EXPECT_EQ(found.empty(), c.found.empty());
-    }
+    for (const auto& [text, found] : CASES)
+        EXPECT_THAT(findings("[" + text + "]"), found.empty() ? Found("") : HasSubstr(" " + found)) << text;
 }
 
 /** The methods one after the other, each with parameters that are all right. */
@@ -129,12 +124,11 @@ std::string sequence(const std::vector<std::string>& methods) {
 
 TEST(Check, FindsWhatTheEnginesStateRefusesOnceForEachSlip) {
     const Settings standalone{.target = {.slave_mode = false}};
-    struct Order {
+    const struct {
         std::vector<std::string> methods;
         size_t line;  ///< of the only finding, counting from 1 behind the bracket; 0: none
         const char* text;
-    };
-    const std::vector<Order> orders = {
+    } ORDERS[] = {
         {{"load", "activate", "attach", "push_pcap", "deactivate", "unload", "unload", "load"}, 0, ""},
         {{"load", "push_pcap", "activate"}, 2, "needs an active engine"},
         {{"activate", "push_pcap"}, 1, "needs a loaded engine"},
@@ -146,16 +140,15 @@ TEST(Check, FindsWhatTheEnginesStateRefusesOnceForEachSlip) {
         {{"ping", "shutdown"}, 0, ""},
         {{"mt"}, 1, "no memory tracer"},
     };
-    for (const Order& order : orders) {
+    for (const auto& order : ORDERS) {
         const std::string found = findings(sequence(order.methods), standalone);
-        SCOPED_TRACE(sequence(order.methods) + "\n" + found);
-        EXPECT_EQ(std::count(found.begin(), found.end(), '\n'), order.line == 0 ? 0 : 1);
-        EXPECT_EQ(found.rfind(std::to_string(order.line + 1) + ":", 0),
-                  order.line == 0 ? std::string::npos : 0);
-        EXPECT_NE(found.find(order.text), std::string::npos);
+        SCOPED_TRACE(sequence(order.methods));
+        EXPECT_EQ(std::count(found.begin(), found.end(), '\n'), order.line == 0 ? 0 : 1) << found;
+        const std::string place = order.line == 0 ? "" : std::to_string(order.line + 1) + ":";
+        EXPECT_THAT(found, AllOf(StartsWith(place), HasSubstr(order.text)));
     }
-    EXPECT_NE(findings(sequence({"load", "activate", "attach"})).find("attach: refused where a host"),
-              std::string::npos);
+    EXPECT_THAT(findings(sequence({"load", "activate", "attach"})),
+                HasSubstr("attach: refused where a host"));
 }
 
 TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
@@ -180,12 +173,12 @@ TEST(Check, TellsFilesApartAndEndsByWhatItFound) {
     const std::string clean = dir.write("clean", "[" + request("ping") + "]");
     const std::string odd = R"([{"jsonrpc":"2.0","method":"ping"}])";
     const std::string odd_file = dir.write("odd", odd);
-    EXPECT_EQ(brumectl({"check", clean, odd_file}).status, 0);
-    Outcome strict = brumectl({"check", "--strict", clean, "-"}, {.input = odd});
-    EXPECT_EQ(strict.status, 1);
-    EXPECT_NE(strict.out.find("<stdin>:1:2: warning: "), std::string::npos) << strict.out;
-    EXPECT_EQ(brumectl({"check", clean, dir.file("none")}).status, 1);
-    EXPECT_EQ(brumectl({"check"}).status, 2);
+    expect_steps({
+        {{"check", clean, odd_file}, 0, HasSubstr(odd_file + ":1:2: warning: ")},
+        {{"check", "--strict", clean, "-"}, 1, HasSubstr("<stdin>:1:2: warning: "), _, odd},
+        {{"check", clean, dir.file("none")}, 1, _, HasSubstr(dir.file("none"))},
+        {{"check"}, 2, "", _},
+    });
     Json::Value list;
     ASSERT_TRUE(corvo::json::parse(brumectl({"--json", "check", odd_file}).out, list));
     EXPECT_EQ(list[0]["column"], 2);
@@ -193,35 +186,27 @@ TEST(Check, TellsFilesApartAndEndsByWhatItFound) {
 
 TEST(Run, PlaysAConfigurationUntilARequestFails) {
     Daemon daemon({.engine_dir = INERT_ENGINE_DIR});
-    const ProgramSetup setup{.socket = daemon.socket_path()};
-    const std::string bad = daemon.dir().write(
-        "bad", "[" + request("load", R"({"path":"/nosuch"})") + "," + request("status", "null", 2) + "]");
-    Outcome stopped = brumectl({"run", bad}, setup);
-    EXPECT_EQ(stopped.status, 1);
-    EXPECT_NE(stopped.out.find("[1/2] load: failed: path '/nosuch' is not"), std::string::npos)
-        << stopped.out;
-    EXPECT_EQ(stopped.out.find("[2/2]"), std::string::npos);
-    Outcome kept = brumectl({"run", "--keep-going", bad}, setup);
-    EXPECT_EQ(kept.status, 1);
-    EXPECT_NE(kept.out.find("[2/2] status: ok"), std::string::npos) << kept.out;
-    const std::string list =
-        daemon.dir().write("list", "[" + request("ping", "[1]") + "," + request("status", "null", 2) + "]");
-    Outcome forced = brumectl({"run", "--force", "--keep-going", list}, setup);
-    EXPECT_EQ(forced.status, 1) << forced.err;
-    EXPECT_NE(forced.out.find("[1/2] ping: failed: params"), std::string::npos) << forced.out;
-    EXPECT_NE(forced.out.find("[2/2] status: ok"), std::string::npos) << forced.out;
-    Outcome json = brumectl({"--json", "run", bad}, setup);
-    EXPECT_EQ(json.status, 1);
-    EXPECT_EQ(parse(json.out)["error"]["code"], -32000) << json.out;
-
+    const std::string status = request("status", "null", 2);
+    const std::string bad =
+        daemon.dir().write("bad", "[" + request("load", R"({"path":"/nosuch"})") + "," + status + "]");
+    const std::string list = daemon.dir().write("list", "[" + request("ping", "[1]") + "," + status + "]");
     const std::string good = daemon.dir().write("good", sequence({"load", "activate"}));
-    EXPECT_EQ(brumectl({"run", good}, setup).status, 0);
-    EXPECT_EQ(daemon.result("status")["state"], "activated");
-    // Now the same is refused before anything is sent.
-    Outcome again = brumectl({"run", good}, setup);
-    EXPECT_EQ(again.status, 1);
-    EXPECT_NE(again.err.find("nothing was sent"), std::string::npos) << again.err;
-    EXPECT_NE(brumectl({"run", "--force", good}, setup).out.find("already loaded"), std::string::npos);
+    const auto stopped = HasSubstr("[1/2] load: failed: path '/nosuch' is not");
+    const auto refused = HasSubstr("[1/2] ping: failed: params");
+    const auto went_on = HasSubstr("[2/2] status: ok");
+    expect_steps(
+        {
+            {{"run", bad}, 1, AllOf(stopped, Not(HasSubstr("[2/2]"))), _},
+            {{"run", "--keep-going", bad}, 1, AllOf(stopped, went_on), _},
+            {{"run", "--force", "--keep-going", list}, 1, AllOf(refused, went_on), _},
+            {{"--json", "run", bad}, 1, HasSubstr(R"("error":{"code":-32000,)"), _},
+            {{"run", good}, 0},
+            {{"status"}, 0, HasSubstr("state:          activated")},
+            // Now the same is refused before anything is sent.
+            {{"run", good}, 1, _, HasSubstr("nothing was sent")},
+            {{"run", "--force", good}, 1, HasSubstr("already loaded"), _},
+        },
+        {.socket = daemon.socket_path()});
 }
 
 }  // namespace
