@@ -1,4 +1,5 @@
 // `brumectl classify`: captures of every kind against the real daemon with our engine.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>
 #include <sys/stat.h>
@@ -6,7 +7,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 
 #include "client/classify/link_layer.h"
 #include "client/classify/piece.h"
@@ -20,6 +20,13 @@
 namespace test {
 namespace {
 
+using testing::_;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using testing::Truly;
 namespace fs = std::filesystem;
 
 size_t entries(const std::string& folder) {
@@ -35,17 +42,17 @@ class Classify : public ::testing::Test {
         mkdir(m_temp.c_str(), 0700);
     }
 
+    void TearDown() override { EXPECT_EQ(entries(m_temp), 0U) << "temporary files stay behind"; }
+
     ProgramSetup setup() const { return {.socket = m_daemon.socket_path(), .env = {{"TMPDIR", m_temp}}}; }
-    Outcome run(std::vector<std::string> args) const {
-        args.insert(args.begin(), {"--timeout", "60"});
-        Outcome outcome = brumectl(args, setup());
-        EXPECT_EQ(entries(m_temp), 0U) << "temporary files stay behind";
-        return outcome;
+    void expect(Step step) const {
+        step.words.insert(step.words.begin(), {"--timeout", "60", "classify"});
+        expect_step(step, setup());
     }
-    Json::Value document(const std::vector<std::string>& files) const {
-        std::vector<std::string> args = {"--json", "classify"};
-        args.insert(args.end(), files.begin(), files.end());
-        return parse(run(args).out);
+    /** What is told of these files. */
+    Json::Value document(std::vector<std::string> words) const {
+        words.insert(words.begin(), {"--timeout", "60", "--json", "classify"});
+        return parse(brumectl(words, setup()).out);
     }
     std::string file(const std::string& name) const { return m_dir.file(name); }
 
@@ -54,52 +61,46 @@ class Classify : public ::testing::Test {
     Daemon m_daemon;
 };
 
-ByteWriter pcap_head(uint32_t magic, uint32_t link) {
-    return ByteWriter().u32(magic).u16(2).u16(4).u32(0).u32(0).u32(65535).u32(link);
+std::string text(const Bytes& bytes) {
+    return {bytes.begin(), bytes.end()};
 }
 
-void save(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
+constexpr uint32_t USEC = 0xA1B2C3D4, NSEC = 0xA1B23C4D;
 
 /** Each frame loses `cut` bytes at its start and gets `head` instead; at most `keep` bytes are in the file.
  */
-Bytes pcap_of(const std::vector<Bytes>& frames, uint32_t magic, uint32_t link, const Bytes& head, size_t cut,
-              size_t keep = 65535) {
-    ByteWriter out = pcap_head(magic, link);
+std::string pcap_of(const std::vector<Bytes>& frames, uint32_t magic, uint32_t link, const Bytes& head = {},
+                    size_t cut = 0, size_t keep = 65535) {
+    ByteWriter out;
+    out.u32(magic).u16(2).u16(4).fill(8).u32(65535).u32(link);
     for (const Bytes& frame : frames) {
         Bytes bytes = head;
         bytes.insert(bytes.end(), frame.begin() + static_cast<ptrdiff_t>(cut), frame.end());
-        const size_t size = bytes.size();
-        bytes.resize(std::min(size, keep));
-        out.u32(1700000000)
-            .u32(5)
-            .u32(static_cast<uint32_t>(bytes.size()))
-            .u32(static_cast<uint32_t>(size))
-            .bytes(bytes);
+        const auto size = static_cast<uint32_t>(bytes.size());
+        bytes.resize(std::min(bytes.size(), keep));
+        out.u32(1700000000).u32(5).u32(static_cast<uint32_t>(bytes.size())).u32(size).bytes(bytes);
     }
-    return out;
+    return text(out);
 }
 
-Bytes pcapng_of(const std::vector<Bytes>& frames) {
+std::string pcapng_of(const std::vector<Bytes>& frames) {
     ByteWriter out;
     out.u32(0x0A0D0D0A).u32(28).u32(0x1A2B3C4D).u16(1).u16(0).fill(8, 0xff).u32(28);
     out.u32(1).u32(20).u16(DLT_EN10MB).u16(0).u32(0).u32(20);
     for (const Bytes& frame : frames) {
-        const auto size = static_cast<uint32_t>(frame.size()), padding = -size % 4,
-                   whole = 32 + size + padding;
-        out.u32(6).u32(whole).u32(0).u32(0).u32(1000).u32(size).u32(size).bytes(frame).fill(padding).u32(
-            whole);
+        const auto size = static_cast<uint32_t>(frame.size()), padding = -size % 4;
+        const uint32_t whole = 32 + size + padding;
+        out.u32(6).u32(whole).u32(0).u32(0).u32(1000).u32(size).u32(size);
+        out.bytes(frame).fill(padding).u32(whole);
     }
-    return out;
+    return text(out);
 }
 
 /** As one gzip member; several behind each other are their contents behind each other. */
-std::string packed(const Bytes& bytes) {
+std::string packed(const std::string& content) {
     const TempDir dir;
     gzFile gz = gzopen(dir.file("gz").c_str(), "wb");
-    gzwrite(gz, bytes.data(), static_cast<unsigned>(bytes.size()));
+    gzwrite(gz, content.data(), static_cast<unsigned>(content.size()));
     gzclose(gz);
     return read_file(dir.file("gz"));
 }
@@ -112,36 +113,29 @@ TEST_F(Classify, EveryKindOfCaptureGivesWhatTheClassicOneGives) {
     EXPECT_EQ(expected["total"]["packets"].asUInt(), frames.size());
     EXPECT_EQ(expected["answer"]["pkts"].size(), expected["protocols"]["HTTP"]["packets"].asUInt());
 
-    constexpr uint32_t USEC = 0xA1B2C3D4, NSEC = 0xA1B23C4D;
     const Bytes ip = from_hex("0800");
     write_swapped_pcap(file("swapped"), frames);
     write_erf(file("erf"), frames);
-    save(file("nanoseconds"), pcap_of(frames, NSEC, 1, {}, 0));
-    save(file("raw"), pcap_of(frames, USEC, 101, {}, 14));
-    save(file("null"), pcap_of(frames, USEC, DLT_NULL, from_hex("00000002"), 14));
-    save(file("loop"), pcap_of(frames, USEC, DLT_LOOP, from_hex("00000002"), 14));
-    save(file("cooked"), pcap_of(frames, USEC, DLT_LINUX_SLL, ByteWriter().fill(14).bytes(ip), 14));
-    save(file("cooked2"), pcap_of(frames, USEC, DLT_LINUX_SLL2, ByteWriter().bytes(ip).fill(18), 14));
-    save(file("pcapng"), pcapng_of(frames));
-    const std::string plain = read_file(file("classic"));
-    m_dir.write("gzip", packed(Bytes(plain.begin(), plain.end())));
-    for (const char* name :
-         {"swapped", "erf", "nanoseconds", "raw", "null", "loop", "cooked", "cooked2", "pcapng", "gzip"}) {
-        const Json::Value found = document({file(name)});
-        EXPECT_EQ(found["protocols"], expected["protocols"]) << name;
-        EXPECT_EQ(found["total"], expected["total"]) << name;
+    for (const std::string& path : {
+             file("swapped"),
+             file("erf"),
+             m_dir.write("nanoseconds", pcap_of(frames, NSEC, DLT_EN10MB)),
+             m_dir.write("raw", pcap_of(frames, USEC, 101, {}, 14)),
+             m_dir.write("null", pcap_of(frames, USEC, DLT_NULL, from_hex("00000002"), 14)),
+             m_dir.write("loop", pcap_of(frames, USEC, DLT_LOOP, from_hex("00000002"), 14)),
+             m_dir.write("cooked", pcap_of(frames, USEC, DLT_LINUX_SLL, ByteWriter().fill(14).bytes(ip), 14)),
+             m_dir.write("cooked2",
+                         pcap_of(frames, USEC, DLT_LINUX_SLL2, ByteWriter().bytes(ip).fill(18), 14)),
+             m_dir.write("cut", pcap_of(frames, USEC, DLT_EN10MB, {}, 0, 100)),
+             m_dir.write("pcapng", pcapng_of(frames)),
+             m_dir.write("gzip", packed(read_file(file("classic")))),
+         }) {
+        const Json::Value found = document({path});
+        EXPECT_EQ(found["protocols"], expected["protocols"]) << path;
+        EXPECT_EQ(found["total"], expected["total"]) << path;
     }
-}
-
-TEST_F(Classify, CutFramesAreFilledUpAndCounted) {
-    const std::vector<Bytes>& frames = sample_flow("http").frames;
-    save(file("cut"), pcap_of(frames, 0xA1B2C3D4, 1, {}, 0, 100));
-    const Json::Value found = document({file("cut")});
-    const auto longer =
-        std::count_if(frames.begin(), frames.end(), [](const Bytes& f) { return f.size() > 100; });
-    ASSERT_GT(longer, 0);
-    EXPECT_EQ(found["files"][0]["padded"].asInt(), longer);
-    EXPECT_EQ(found["protocols"]["HTTP"]["packets"].asUInt(), frames.size()) << found;
+    EXPECT_EQ(document({file("cut")})["files"][0]["padded"].asInt(),
+              std::count_if(frames.begin(), frames.end(), [](const Bytes& f) { return f.size() > 100; }));
 }
 
 TEST_F(Classify, ALargeCaptureGoesInPiecesThatShareTheirFlows) {
@@ -161,52 +155,45 @@ TEST_F(Classify, ALargeCaptureGoesInPiecesThatShareTheirFlows) {
 TEST_F(Classify, ABadFileDoesNotEndTheRunButIsToldInTheEnd) {
     write_pcap(file("good"), sample_flow("dns").frames);
     m_dir.write("junk", "no capture at all");
-    m_dir.write("whole", read_file(file("good")));
-    truncate(file("whole").c_str(), static_cast<off_t>(read_file(file("good")).size() - 1));
-    save(file("wifi"), pcap_of(sample_flow("dns").frames, 0xA1B2C3D4, 105, {}, 0));
-    const Outcome outcome = run({"classify", file("junk"), file("wifi"), file("whole"), file("good")});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.out.find("DNS"), std::string::npos) << outcome.out;
-    EXPECT_NE(outcome.err.find("link type 105"), std::string::npos) << outcome.err;
-    EXPECT_NE(outcome.err.find("damaged after"), std::string::npos) << outcome.err;
-    EXPECT_NE(outcome.err.find("3 of 4 files"), std::string::npos) << outcome.err;
-    EXPECT_EQ(run({"classify", "--filter", "no filter", file("good")}).status, 2);
+    m_dir.write("wifi", pcap_of(sample_flow("dns").frames, USEC, 105));
+    const std::string good = read_file(file("good"));
+    m_dir.write("whole", good.substr(0, good.size() - 1));
+    expect({{file("junk"), file("wifi"), file("whole"), file("good")},
+            1,
+            HasSubstr("DNS"),
+            AllOf(HasSubstr("link type 105"), HasSubstr("damaged after"), HasSubstr("3 of 4 files"))});
+    expect({{"--filter", "no filter", file("good")}, 2, "", HasSubstr("bad filter 'no filter'")});
 }
 
 TEST_F(Classify, ReportsStandAloneAndReplaceTheirFileOnlyWhenTheyAreWhole) {
     write_pcap(file("<a>&.pcap"), sample_frames());
     m_dir.write("report.html", "old");
-    EXPECT_EQ(run({"classify", "--report", file("report.html"), file("<a>&.pcap")}).status, 0);
+    expect({{"--report", file("report.html"), file("<a>&.pcap")}, 0, _, _});
     const std::string page = read_file(file("report.html"));
-    EXPECT_EQ(page.rfind("<!DOCTYPE html>", 0), 0U);
-    EXPECT_EQ(page.substr(page.size() - 8), "</html>\n");
-    EXPECT_NE(page.find("&lt;a&gt;&amp;.pcap"), std::string::npos);
+    EXPECT_THAT(
+        page, AllOf(StartsWith("<!DOCTYPE html>"), HasSubstr("&lt;a&gt;&amp;.pcap"), EndsWith("</html>\n")));
     for (const char* outside : {"<script", "http://", "https://", "<a>&"})
-        EXPECT_EQ(page.find(outside), std::string::npos) << outside;
-    EXPECT_EQ(run({"classify", "--report", file("tmp"), file("<a>&.pcap")}).status, 1) << "a folder";
+        EXPECT_THAT(page, Not(HasSubstr(outside)));
+    expect({{"--report", file("tmp"), file("<a>&.pcap")}, 1, _, HasSubstr("/tmp is no regular file")});
 }
 
 TEST_F(Classify, AnInterruptLeavesNothingBehind) {
-    save(file("raw"), pcap_of(sample_flow("http").frames, 0xA1B2C3D4, 101, {}, 14));
+    m_dir.write("raw", pcap_of(sample_flow("http").frames, USEC, 101, {}, 14));
     m_daemon.signal(SIGSTOP);  // the answer never comes
     Program program({"classify", "--report", file("report.html"), file("raw")}, setup());
     EXPECT_TRUE(eventually([&] { return entries(m_temp) == 1; }));
-    kill(program.pid(), SIGTERM);
-    EXPECT_EQ(program.wait(), 128 + SIGTERM);
+    EXPECT_EQ(program.end(SIGTERM), 128 + SIGTERM);
     m_daemon.signal(SIGCONT);
     EXPECT_EQ(program.out(), "");
-    EXPECT_EQ(entries(m_temp), 0U);
     EXPECT_EQ(entries(m_dir.path()), 2U) << "raw and tmp are all that should be there";
 }
 
 TEST_F(Classify, AnInterruptEndsTheReadingOfWhatGrowsWithoutEndWhenUnpacked) {
-    ByteWriter head;
-    head.u32(0x0A0D0D0A).u32(28).u32(0x1A2B3C4D).u16(1).u16(0).fill(8, 0xff).u32(28);
     ByteWriter nothing;  // blocks of no known kind, 20 GB of them
     for (int i = 0; i < 100000; ++i)
         nothing.u32(0x0BAD).u32(12).u32(12);
-    std::string bomb = packed(head);
-    const std::string more = packed(nothing);
+    std::string bomb = packed(pcapng_of({}));
+    const std::string more = packed(text(nothing));
     for (int i = 0; i < 17000; ++i)
         bomb += more;
     m_dir.write("bomb", bomb);
@@ -219,8 +206,7 @@ TEST_F(Classify, AnInterruptEndsTheReadingOfWhatGrowsWithoutEndWhenUnpacked) {
             return fs::read_symlink(fd.path(), ignored) == file("bomb");
         });
     }));
-    kill(program.pid(), SIGINT);
-    EXPECT_EQ(program.wait(), 128 + SIGINT);
+    EXPECT_EQ(program.end(SIGINT), 128 + SIGINT);
 }
 
 TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
@@ -234,11 +220,8 @@ TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
     other_type[second + 8] = 1;
     std::string too_big = erf;
     too_big[second + 14] = '\x7f';
-    const std::string gz = packed(Bytes(pcap.begin(), pcap.end()));
-    const struct {
-        std::string bytes;
-        const char* complaint;
-    } CASES[] = {
+    const std::string gz = packed(pcap);
+    const std::pair<std::string, const char*> CASES[] = {
         {erf.substr(0, 5), "no capture that can be read"},
         {erf.substr(0, 20), "damaged after 0 packets: the file ends within a record"},
         {erf.substr(0, second + 7), "damaged after 1 packet: the file ends within a record"},
@@ -249,11 +232,10 @@ TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
         {gz.substr(0, gz.size() - 10), "damaged after "},
         {gz.substr(0, 12), "no capture that can be read"},
     };
-    for (const auto& c : CASES) {
-        const Outcome outcome = run({"--json", "classify", m_dir.write("damaged", c.bytes)});
-        EXPECT_EQ(outcome.status, 1) << c.complaint;
-        EXPECT_NE(outcome.err.find(c.complaint), std::string::npos) << c.complaint << ": " << outcome.err;
-        EXPECT_TRUE(parse(outcome.out)["files"][0].isMember("error")) << outcome.out;
+    for (const auto& [bytes, complaint] : CASES) {
+        const std::string path = m_dir.write("damaged", bytes);
+        const auto tells = [](const std::string& out) { return parse(out)["files"][0].isMember("error"); };
+        expect({{"--json", path}, 1, Truly(tells), HasSubstr(complaint)});
     }
 }
 
@@ -263,7 +245,7 @@ TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {
     for (const Bytes& bytes :
          {udp_frame(path, from_text("one")), udp_frame(path.reversed(), from_text("two2")),
           ether_frame(ETHER_ARP, ByteWriter().fill(46))})
-        piece.add({.bytes = std::string(bytes.begin(), bytes.end()), .usec = 7}, 1);
+        piece.add({.bytes = text(bytes), .usec = 7}, 1);
     const Json::Value answers = parse(R"([{"src":"9.9.9.9:1","dst":"10.0.0.1:1000","len":46}, 5,
         {"src":"10.0.0.2:53","dst":"10.0.0.1:1000","len":46}])");
     EXPECT_EQ(piece.align(answers), 2U);
