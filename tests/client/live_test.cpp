@@ -23,6 +23,7 @@ namespace brumectl {
 namespace {
 
 using test::parse;
+using ::testing::_;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -56,11 +57,6 @@ void push_samples(const test::Daemon& daemon) {
 
 class LiveWords : public ::testing::Test {
  protected:
-    /** Where the tests run as a background job, its children would ignore what they are to be ended by. */
-    LiveWords() {
-        for (int signum : {SIGINT, SIGHUP})
-            signal(signum, SIG_DFL);
-    }
     /** A runtime directory of this test's own. */
     test::ProgramSetup setup(const test::Daemon& daemon, bool terminal = false) const {
         return {
@@ -89,8 +85,7 @@ TEST_F(LiveWords, EventsAreToldAsTheyComeAndNothingStaysBehind) {
         ASSERT_TRUE(follower.wait_for_out("notif.sock.add"));
         subscribe(daemon, "/no/such\x1b[2J");
         EXPECT_TRUE(follower.wait_for_out("socket: '/no/such\\x1b[2J'"));
-        kill(follower.pid(), signum);
-        EXPECT_EQ(follower.wait(), 128 + signum);
+        EXPECT_EQ(follower.end(signum), 128 + signum);
         EXPECT_EQ(subscribers(daemon).size(), 1U) << "but the test's own";
         EXPECT_THAT(sockets_in(m_run.path()), IsEmpty());
     }
@@ -103,8 +98,7 @@ TEST_F(LiveWords, AFollowerOutlivesItsDaemonAndCleansUpWithoutIt) {
     daemon.stop();
     EXPECT_TRUE(follower.wait_for_err("waiting for it"));
     EXPECT_THAT(sockets_in(m_run.path()), IsEmpty());
-    kill(follower.pid(), SIGINT);
-    EXPECT_EQ(follower.wait(), 128 + SIGINT);
+    EXPECT_EQ(follower.end(SIGINT), 128 + SIGINT);
     EXPECT_THAT(follower.out(), IsEmpty()) << "no warnings, no events";
 }
 
@@ -127,8 +121,7 @@ TEST_F(LiveWords, OverTcpAFollowersSocketIsInTheFolderForTemporaryFilesOrItIsSai
         ASSERT_TRUE(follower.wait_for_out(c.sockets == 1 ? "notif.sock.add" : "server.up"));
         EXPECT_THAT(follower.err(), HasSubstr(c.complaint));
         EXPECT_EQ(sockets_in(m_run.path()).size(), c.sockets);
-        kill(follower.pid(), SIGINT);
-        EXPECT_EQ(follower.wait(), 128 + SIGINT);
+        EXPECT_EQ(follower.end(SIGINT), 128 + SIGINT);
         EXPECT_EQ(subscribers(daemon).size(), 0U);
         EXPECT_THAT(sockets_in(m_run.path()), IsEmpty());
     }
@@ -170,10 +163,7 @@ TEST_F(LiveWords, MetricsAreServedUntilInterrupted) {
     test::Program server({"metrics", "--listen", "127.0.0.1:" + std::to_string(port)}, setup(daemon));
     ASSERT_TRUE(server.wait_for_err("serving"));
     const test::TcpClient silent(port);
-    const struct {
-        std::string request;
-        const char* answer;
-    } cases[] = {
+    const std::pair<std::string, const char*> CASES[] = {
         {"GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 200 OK\r\n"},
         {"GET /metrics?x=1 HTTP/1.0\n\n", "brumecpd_protocol_packets_total{protocol=\"HTTP\"} "},
         {"GET / HTTP/1.1\r\n\r\n", "HTTP/1.1 404 "},
@@ -181,29 +171,27 @@ TEST_F(LiveWords, MetricsAreServedUntilInterrupted) {
         {"nonsense\r\n\r\n", "HTTP/1.1 400 "},
         {"GET /" + std::string(9000, 'x'), "HTTP/1.1 431 "},
     };
-    for (const auto& c : cases) {
+    for (const auto& [request, answer] : CASES) {
         const test::TcpClient client(port);
-        client.send(c.request);
-        EXPECT_THAT(client.receive_all(), HasSubstr(c.answer));
+        client.send(request);
+        EXPECT_THAT(client.receive_all(), HasSubstr(answer));
     }
-    kill(server.pid(), SIGTERM);
-    EXPECT_EQ(server.wait(), 128 + SIGTERM);
+    EXPECT_EQ(server.end(SIGTERM), 128 + SIGTERM);
 }
 
 TEST_F(LiveWords, WithoutAnAnswerMetricsSayThatTheDaemonIsDownAndWhy) {
-    test::Outcome done = test::brumectl({"metrics"}, {.socket = m_run.file("none")});
-    EXPECT_EQ(done.status, 3);
-    EXPECT_THAT(done.out, AllOf(StartsWith("# no daemon at "), HasSubstr("\nbrumecpd_up 0\n")));
+    const auto absent = AllOf(StartsWith("# no daemon at "), HasSubstr("\nbrumecpd_up 0\n"));
+    test::expect_step({{"metrics"}, 3, absent, HasSubstr("no daemon at ")}, {.socket = m_run.file("none")});
 
     const test::Daemon daemon;
     const uint16_t port = test::free_port();
-    test::Program server({"--timeout", "2", "metrics", "--listen", "127.0.0.1:" + std::to_string(port)},
+    test::Program server({"--timeout", "0.7", "metrics", "--listen", "127.0.0.1:" + std::to_string(port)},
                          setup(daemon));
     ASSERT_TRUE(server.wait_for_err("serving"));
     daemon.signal(SIGSTOP);
     // One after the other they would wait longer than any of them is kept.
     std::list<test::TcpClient> crowd;
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 16; ++i)
         crowd.emplace_back(port);
     for (const test::TcpClient& client : crowd)
         client.send("GET /metrics HTTP/1.1\r\n\r\n");
@@ -241,17 +229,15 @@ TEST(TopView, EverySizeIsKeptWhateverTheSampleHolds) {
         sample.protocols.value["protocols"][name] = parse(R"({"packets":18446744073709551615,"bytes":9e99})");
         sample.alerts.value.append(parse(R"({"name":"\u001b[2Jx","sev":"severe","count":3,"last_ts":5})"));
     }
-    const Terminal terminal(stderr);
+    const Terminal terminal(tmpfile());
     for (size_t width : {20U, 40U, 80U, 100U, 250U})
         for (size_t height : {1U, 5U, 12U, 24U, 100U}) {
             const TopFrame frame{.now = &sample, .width = width, .height = height};
             const std::vector<std::string> lines = top_lines(frame, terminal);
             EXPECT_EQ(lines.size(), height);
             for (const std::string& line : lines) {
-                EXPECT_EQ(line.find("\x1b[2J"), std::string::npos);
-                if (!terminal.interactive()) {
-                    EXPECT_LE(columns(line), width) << line;
-                }
+                EXPECT_EQ(line.find('\x1b'), std::string::npos);
+                EXPECT_LE(columns(line), width) << line;
             }
         }
 }
@@ -259,12 +245,12 @@ TEST(TopView, EverySizeIsKeptWhateverTheSampleHolds) {
 TEST_F(LiveWords, TheScreenComesBackOnEveryWayOut) {
     test::Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
     push_samples(daemon);
-    const std::string restored = "\x1b[?25h\x1b[0m\x1b[?1049l";
+    const auto restored = HasSubstr("\x1b[?25h\x1b[0m\x1b[?1049l");
     test::Program quit({"top", "-d", "0.1"}, setup(daemon, true));
     ASSERT_TRUE(quit.wait_for_out("HTTP"));
     quit.type("q");
     EXPECT_EQ(quit.wait(), 0);
-    EXPECT_THAT(quit.out(), HasSubstr(restored));
+    EXPECT_THAT(quit.out(), restored);
 
     test::Program interrupted({"top", "-d", "0.1"}, setup(daemon, true));
     ASSERT_TRUE(interrupted.wait_for_out("HTTP"));
@@ -272,9 +258,10 @@ TEST_F(LiveWords, TheScreenComesBackOnEveryWayOut) {
     EXPECT_TRUE(interrupted.wait_for_out("no answer: no daemon at"));
     interrupted.type("\x03");
     EXPECT_EQ(interrupted.wait(), 128 + SIGINT);
-    EXPECT_THAT(interrupted.out(), HasSubstr(restored));
-    EXPECT_EQ(test::brumectl({"top"}, setup(daemon)).status, 2) << "no terminal";
-    EXPECT_EQ(test::brumectl({"top", "-b", "-n", "1"}, setup(daemon)).status, 3);
+    EXPECT_THAT(interrupted.out(), restored);
+    test::expect_steps({{{"top"}, 2, "", HasSubstr("terminal")},
+                        {{"top", "-b", "-n", "1"}, 3, _, HasSubstr("no daemon at ")}},
+                       setup(daemon));
 }
 
 }  // namespace

@@ -4,13 +4,13 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <memory>
 
+#include "client/address.h"
 #include "client/run_program.h"
 #include "support/client.h"
 #include "support/daemon.h"
@@ -27,20 +27,16 @@ using testing::HasSubstr;
 /** A socket where the daemon's would be. */
 class Peer {
  public:
-    Peer() : Peer(std::string()) {}
-    explicit Peer(const std::string& path)
+    explicit Peer(const std::string& path = {})
         : m_path(path.empty() ? m_dir.file("s") : path), m_fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        m_path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        EXPECT_EQ(bind(m_fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        const sockaddr_un address = brumectl::Address::parse(m_path).unix_address();
+        EXPECT_EQ(bind(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
         const timeval patience = {20, 0};
         setsockopt(m_fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     }
-
-    ~Peer() { unlink(m_path.c_str()); }
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
+    ~Peer() { unlink(m_path.c_str()); }
 
     const std::string& path() const { return m_path; }
 
@@ -54,6 +50,13 @@ class Peer {
 
     void answer(const std::string& text) {
         sendto(m_fd.get(), text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&m_from), m_len);
+    }
+
+    /** Gives it to the next request, which it returns. */
+    std::string answer_next(const std::string& text) {
+        std::string request = receive();
+        answer(text);
+        return request;
     }
 
     bool has_received() {
@@ -83,10 +86,7 @@ TEST(Wire, ADaemonThatEndsWithTheRequestInHandIsMissedLongBeforeTheTimeout) {
 }
 
 TEST(Wire, AReplyThatCantBeBelievedIsAnErrorThatSaysWhy) {
-    const struct {
-        std::string reply;
-        const char* complaint;
-    } CASES[] = {
+    const std::pair<std::string, const char*> CASES[] = {
         {"", "no JSON"},
         {"hello", "no JSON"},
         {R"({"jsonrpc":"2.0","id":1,"result":{"ts")", "no JSON"},
@@ -105,14 +105,13 @@ TEST(Wire, AReplyThatCantBeBelievedIsAnErrorThatSaysWhy) {
         {packed("4", "MG5vCg=="), "damaged"},
         {packed("3", "MHtdCg=="), "no JSON"},
     };
-    for (const auto& c : CASES) {
-        SCOPED_TRACE(c.reply.substr(0, 100));
+    for (const auto& [reply, complaint] : CASES) {
+        SCOPED_TRACE(reply.substr(0, 100));
         Peer peer;
         Program program({"ping"}, {.socket = peer.path()});
-        EXPECT_THAT(peer.receive(), HasSubstr(R"("method":"ping")"));
-        peer.answer(c.reply);
+        EXPECT_THAT(peer.answer_next(reply), HasSubstr(R"("method":"ping")"));
         EXPECT_EQ(program.wait(), 1);
-        EXPECT_THAT(program.err(), HasSubstr(c.complaint));
+        EXPECT_THAT(program.err(), HasSubstr(complaint));
         EXPECT_EQ(program.out(), "");
     }
 }
@@ -120,8 +119,7 @@ TEST(Wire, AReplyThatCantBeBelievedIsAnErrorThatSaysWhy) {
 TEST(Wire, AnAnswerToAnotherRequestIsPassedOver) {
     Peer peer;
     Program program({"call", "x"}, {.socket = peer.path()});
-    peer.receive();
-    peer.answer(R"({"jsonrpc":"2.0","id":7,"result":"late"})");
+    peer.answer_next(R"({"jsonrpc":"2.0","id":7,"result":"late"})");
     peer.answer(R"({"jsonrpc":"2.0","id":1,"result":"mine"})");
     EXPECT_EQ(program.wait(), 0);
     EXPECT_EQ(program.out(), "mine\n");
@@ -131,8 +129,7 @@ TEST(Wire, NoAnswerReachesATerminalWithItsControlCharacters) {
     for (const char* option : {"--json", "--timeout=20"}) {
         Peer peer;
         Program program({option, "call", "x"}, {.socket = peer.path(), .terminal = true});
-        peer.receive();
-        peer.answer("{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":\"a\x1b[2Jb\"}\n");
+        peer.answer_next("{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":\"a\x1b[2Jb\"}\n");
         EXPECT_TRUE(program.wait_for_out("a\\x1b[2Jb")) << option;
         EXPECT_EQ(program.wait(), 0);
     }
@@ -141,13 +138,12 @@ TEST(Wire, NoAnswerReachesATerminalWithItsControlCharacters) {
 TEST(Wire, AConfigurationIsPlayedToADaemonThatTellsNothingOfItself) {
     Peer peer;
     Program program({"run", "-"}, {.socket = peer.path(), .input = "[]"});
-    for (const char* reply :
-         {R"({"jsonrpc":"2.0","id":1,"result":5})", R"({"jsonrpc":"2.0","id":2,"result":{}})"}) {
-        peer.receive();
-        peer.answer(reply);
-    }
+    peer.answer_next(R"({"jsonrpc":"2.0","id":1,"result":5})");
+    peer.answer_next(R"({"jsonrpc":"2.0","id":2,"result":{}})");
     EXPECT_EQ(program.wait(), 0) << program.err();
 }
+
+constexpr const char* SUBSCRIBES = R"("op":"add")";
 
 /** Answers as a daemon would, up to a request with `last` in it. */
 void serve_until(Peer& peer, const std::string& last) {
@@ -163,58 +159,62 @@ void serve_until(Peer& peer, const std::string& last) {
 }
 
 TEST(Wire, AFollowerWhoseDaemonGoesWhileItSubscribesBeginsAnewWithNothingLeftBehind) {
-    constexpr const char* SUBSCRIBES = R"("op":"add")";
-    constexpr const char* ASKS_FOR_THE_PAST = R"("cmd":"log")";
     const TempDir place;
     const TempDir run;
+    auto peer = std::make_unique<Peer>(place.file("s"));
     Program follower({"--timeout", "1", "events", "-f"},
                      {.socket = place.file("s"), .env = {{"XDG_RUNTIME_DIR", run.path()}}});
-    for (const char* last : {SUBSCRIBES, ASKS_FOR_THE_PAST}) {
-        SCOPED_TRACE(last);
+    const auto goes_at = [&](const char* request) {
         const size_t told = follower.err().size();
-        auto peer = std::make_unique<Peer>(place.file("s"));
-        serve_until(*peer, last);
+        serve_until(*peer, request);
         peer.reset();
-        ASSERT_TRUE(
-            eventually([&] { return follower.err().find("waiting for it", told) != std::string::npos; }));
-        for (const std::string& folder : {place.path(), run.path()})
-            EXPECT_TRUE(std::filesystem::is_empty(folder)) << folder;
-    }
-    Peer silent(place.file("s"));
-    serve_until(silent, SUBSCRIBES);
-    ASSERT_TRUE(follower.wait_for_err("; waiting\n"));
-    serve_until(silent, SUBSCRIBES);
-    kill(follower.pid(), SIGINT);
-    EXPECT_EQ(follower.wait(), 128 + SIGINT);
+        ASSERT_TRUE(follower.wait_for_err("waiting for it", told));
+        EXPECT_TRUE(std::filesystem::is_empty(place.path())) << request;
+        EXPECT_TRUE(std::filesystem::is_empty(run.path())) << request;
+    };
+    goes_at(SUBSCRIBES);
+    peer = std::make_unique<Peer>(place.file("s"));
+    serve_until(*peer, SUBSCRIBES);
+    ASSERT_TRUE(follower.wait_for_err("; waiting\n")) << "for one that is there, but silent";
+    goes_at(R"("cmd":"log")");
+    EXPECT_EQ(follower.end(SIGINT), 128 + SIGINT);
+}
+
+TEST(Wire, AFollowerThatIsInterruptedWhileItSubscribesLeavesNothingBehind) {
+    Peer peer;
+    const TempDir run;
+    Program follower({"events", "-f"}, {.socket = peer.path(), .env = {{"XDG_RUNTIME_DIR", run.path()}}});
+    serve_until(peer, SUBSCRIBES);
+    EXPECT_FALSE(std::filesystem::is_empty(run.path()));
+    EXPECT_EQ(follower.end(SIGINT), 128 + SIGINT);
     EXPECT_TRUE(std::filesystem::is_empty(run.path()));
 }
 
 TEST(Wire, SilenceAndAbsenceHaveStatusesOfTheirOwn) {
     Peer peer;
-    EXPECT_EQ(brumectl({"--timeout", "0.05", "ping"}, {.socket = peer.path()}).status, 4);
-    EXPECT_EQ(brumectl({"ping"}, {.socket = "/nonexistent/socket"}).status, 3);
-    EXPECT_EQ(brumectl({"ping"}, {.socket = "127.0.0.1:" + std::to_string(free_port())}).status, 3);
+    expect_steps({
+        {{"-s", peer.path(), "--timeout", "0.05", "ping"}, 4, "", HasSubstr("no answer from ")},
+        {{"-s", "/nonexistent/socket", "ping"}, 3, "", HasSubstr("no daemon at ")},
+        {{"-s", "127.0.0.1:" + std::to_string(free_port()), "ping"}, 3, "", HasSubstr("no daemon at ")},
+    });
     Program waiting({"ping"}, {.socket = peer.path()});
     peer.receive();
     peer.receive();
-    kill(waiting.pid(), SIGINT);
-    EXPECT_EQ(waiting.wait(), 128 + SIGINT) << "as a shell expects it";
+    EXPECT_EQ(waiting.end(SIGINT), 128 + SIGINT) << "as a shell expects it";
 }
 
 TEST(Wire, ARequestThatNoDatagramHoldsIsNeverSent) {
     Peer peer;
-    Outcome outcome = brumectl({"echo", std::string(61000, 'x')}, {.socket = peer.path()});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("a Unix socket takes 60000"));
+    expect_step({{"echo", std::string(61000, 'x')}, 1, "", HasSubstr("a Unix socket takes 60000")},
+                {.socket = peer.path()});
     EXPECT_FALSE(peer.has_received());
 }
 
 TEST(Wire, AConnectionThatEndsTooEarlyIsAnError) {
     for (const char* piece : {"", R"({"jsonrpc":"2.0","id":1,"resu)"}) {
         UniqueFd listener(socket(AF_INET, SOCK_STREAM, 0));
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in address = brumectl::Address::parse("127.0.0.1:1").in;
+        address.sin_port = 0;  // any
         socklen_t len = sizeof(address);
         ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), len), 0);
         ASSERT_EQ(listen(listener.get(), 1), 0);
@@ -230,19 +230,15 @@ TEST(Wire, AConnectionThatEndsTooEarlyIsAnError) {
 }
 
 TEST(Wire, ALargeResultComesPackedAndIsShownPlain) {
-    for (bool tcp : {false, true}) {
-        Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR, .tcp = tcp});
-        const std::string capture = daemon.dir().file("sample.pcap");
-        write_pcap(capture, sample_frames());
-        ProgramSetup setup{.socket =
-                               tcp ? "127.0.0.1:" + std::to_string(daemon.port()) : daemon.socket_path()};
-        Outcome outcome = brumectl({"--json", "push_pcap", capture, "--extended", "--reset"}, setup);
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
-        const Json::Value reply = parse(outcome.out);
-        EXPECT_EQ(reply["fmt"]["type"], "plain");
-        EXPECT_GT(reply["fmt"]["size"].asUInt(), 4096U) << "or it wasn't packed";
-        EXPECT_GT(reply["result"]["pkts"].size(), 10U);
-    }
+    Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR, .tcp = true});
+    const std::string capture = daemon.dir().file("sample.pcap");
+    write_pcap(capture, sample_frames());
+    const Json::Value reply = parse(brumectl({"--json", "push_pcap", capture, "--extended", "--reset"},
+                                             {.socket = "127.0.0.1:" + std::to_string(daemon.port())})
+                                        .out);
+    EXPECT_EQ(reply["fmt"]["type"], "plain");
+    EXPECT_GT(reply["fmt"]["size"].asUInt(), 4096U) << "or it wasn't packed";
+    EXPECT_GT(reply["result"]["pkts"].size(), 10U);
 }
 
 }  // namespace
