@@ -6,7 +6,6 @@
 #include "client/completion.h"
 #include "client/fields.h"
 #include "client/log_word.h"
-#include "client/man_tables.h"
 #include "client/program.h"
 #include "client/render.h"
 #include "client/shell/split.h"
@@ -18,8 +17,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsSupersetOf;
 using testing::Not;
 
 using Words = std::vector<std::string>;
@@ -167,14 +164,6 @@ TEST(Completion, WordsOptionsAndValuesAreKnownWhereverTheyStand) {
     EXPECT_THAT(candidates(app, {"activate"}, "--max"), ElementsAre("--max_flows"));
     EXPECT_THAT(candidates(app, {"call"}, "push"), ElementsAre("push_pcap"));
     EXPECT_THAT(candidates(app, {}, ""), Not(Contains("man-tables"))) << "it is hidden";
-}
-
-TEST(ManTables, EveryMethodAndEveryWordHasASection) {
-    const Program program;
-    for (const std::string& name : MethodTable::get().names())
-        EXPECT_THAT(man_methods(), HasSubstr("## " + name + "\n"));
-    for (const std::string& name : word_names(program.app()))
-        EXPECT_THAT(man_words(program.app()), HasSubstr("## " + name + "\n"));
 }
 
 }  // namespace
