@@ -79,23 +79,23 @@ void RpcCmdPushPCAP::push_buffer(const std::string& dpaddr, const std::string& d
 }
 
 void RpcCmdPushPCAP::get_pktinfo(Engine::PktInfo& info, Json::Value& out) {
-    out["src"] = info.src;
-    out["dst"] = info.dst;
-    out["len"] = info.len;
-    out["transport"] = info.transport;
-    out["protocol"] = info.protocol;
-    out["cls"] = info.cls;
-    out["aging_sec"] = info.aging_sec;
-    out["visibility"] = info.visibility;
-    out["error"] = pkt_error_to_str(info.error);
-    Json::Value& categories = out["cat"] = Json::arrayValue;
+    out[Key("src")] = info.src;
+    out[Key("dst")] = info.dst;
+    out[Key("len")] = info.len;
+    out[Key("transport")] = info.transport;
+    out[Key("protocol")] = info.protocol;
+    out[Key("cls")] = info.cls;
+    out[Key("aging_sec")] = info.aging_sec;
+    out[Key("visibility")] = info.visibility;
+    out[Key("error")] = pkt_error_to_str(info.error);
+    Json::Value& categories = out[Key("cat")] = Json::arrayValue;
     for (const auto& [id, value] : info.cat) {
         Json::Value& category = categories.append(Json::objectValue);
-        category["cat_id"] = id;
-        category["cat_val"] = value;
+        category[Key("cat_id")] = id;
+        category[Key("cat_val")] = value;
     }
-    out["attr"] = to_json_array(info.attr);
-    out["tph"] = to_json_array(info.tph);
+    out[Key("attr")] = to_json_array(info.attr);
+    out[Key("tph")] = to_json_array(info.tph);
 }
 
 }  // namespace corvo

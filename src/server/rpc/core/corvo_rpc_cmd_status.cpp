@@ -17,7 +17,6 @@ namespace corvo {
 
 namespace {
 
-using Key = Json::StaticString;  // names that needn't be copied
 using server::Engine;
 using server::Server;
 

@@ -14,6 +14,9 @@
 
 namespace corvo {
 
+/** A member's name as a literal: it needn't be copied into each object. */
+using Key = Json::StaticString;
+
 /** The field type whose check makes a member safe to read as `T`. */
 template <class T>
 constexpr RpcParser::field_type_e field_type_of() {
