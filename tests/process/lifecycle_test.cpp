@@ -45,6 +45,7 @@ TEST(Lifecycle, AStartThatFailsSaysWhyAndEndsWithStatusZero) {
         {{.args = {"-a"}}, "Failed loading Corvo CP dynamic library: "},
         {{.args = {"-s", taken}}, "Failed to bind address [TCP " + taken + "] : Address already in use"},
         {{.args = {"-s", "/nowhere/at/all"}}, "Bind failed [No such file or directory]"},
+        {{.args = {"-s", "/nowhere/at/all", "-v", "debug"}}, "Destroying UNIX socket: /nowhere/at/all"},
         {{.args = {"-a"}, .files = {{".cvconfig", "[]"}}},
          "Can't use configuration file (./.cvconfig) in conjunction with -a or --attach"},
     };
