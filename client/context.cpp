@@ -1,8 +1,10 @@
 #include "client/context.h"
 
+#include <csignal>
 #include <cstdio>
 
 #include "client/failure.h"
+#include "client/interrupt.h"
 
 namespace brumectl {
 
@@ -25,6 +27,8 @@ void Context::complain(const std::string& text) const {
         m_out.flush();
     } catch (const Failure&) {
         // Told by whoever prints next; this text matters more.
+    } catch (const Interrupted& e) {
+        if (e.signum() != SIGPIPE) throw;  // a reader who has seen enough hasn't seen this
     }
     // Nobody is left to tell if this fails.
     fprintf(stderr, "%s\n", line.c_str());

@@ -125,6 +125,12 @@ TEST(Words, WhatCantBeWrittenIsToldAndFailsButNotThatTheReaderHasSeenEnough) {
                         {.socket = daemon.socket_path(), .before_exec = c.stdout_becomes});
 }
 
+TEST(Words, AComplaintIsMadeThoughNobodyReadsTheOutput) {
+    const Outcome outcome = brumectl({"metrics"}, {.socket = "/nonexistent", .before_exec = write_to_nobody});
+    EXPECT_LT(outcome.status, 128);
+    EXPECT_THAT(outcome.err, HasSubstr("/nonexistent"));
+}
+
 TEST(Words, AReaderWhoReadsNothingCantKeepCtrlCFromEndingTheProgram) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
