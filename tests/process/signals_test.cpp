@@ -9,6 +9,7 @@
 
 #include "support/daemon.h"
 #include "support/load_params.h"
+#include "support/temp_dir.h"
 
 namespace test {
 namespace {
@@ -28,9 +29,9 @@ constexpr bool STACK_ENDS_AT_ABORT = false;
 /** A supervised daemon with a scripted engine at work in it. */
 class ScriptedDaemon {
  public:
-    explicit ScriptedDaemon(std::vector<std::string> args = {})
+    explicit ScriptedDaemon(std::vector<std::string> args = {}, const std::string& engine = {})
         : m_daemon({.args = std::move(args), .engine_dir = SCRIPTED_ENGINE_DIR, .watchdog = true}) {
-        m_daemon.result("load", load_params());
+        m_daemon.result("load", load_params(engine));
         m_daemon.result("activate", parse(R"({"resources":{"max_flows":10}})"));
     }
 
@@ -111,14 +112,23 @@ TEST(Signals, AStackIsPrintedOnRequestAndTheServerGoesOn) {
     EXPECT_EQ(daemon->stop(), 0);
 }
 
-TEST(Signals, AnOrderlyStopLeavesItsCause) {
+TEST(Signals, AnOrderlyStopLeavesItsCauseAndNoHalfOfALongPath) {
+    const TempDir dir;
+    const std::string too_long(87, 'x');
     const struct {
         bool by_request;
         const char* cause;
-    } cases[] = {{true, "server received 'shutdown' request"}, {false, "received signal SIGTERM"}};
+        std::string engine;
+        std::string path;
+    } cases[] = {
+        {true, "server received 'shutdown' request", dir.file("engine"),
+         "cp lib path: " + dir.file("engine")},
+        {false, "received signal SIGTERM", dir.file(too_long), "cp lib path: "},
+    };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.cause);
-        ScriptedDaemon daemon;
+        fs::create_directory_symlink(SCRIPTED_ENGINE_DIR, c.engine);
+        ScriptedDaemon daemon({}, c.engine);
         if (c.by_request)
             daemon->result("shutdown");
         else
@@ -129,6 +139,7 @@ TEST(Signals, AnOrderlyStopLeavesItsCause) {
         ASSERT_EQ(reports.size(), 1u);
         EXPECT_THAT(reports[0], StartsWith(std::string(R"({ "signal": ")") + c.cause + R"(", "time": )"));
         EXPECT_THAT(reports[0], HasSubstr(R"("state": "activated")"));
+        EXPECT_THAT(reports[0], HasSubstr(R"("path": ")" + c.path + R"("})"));
     }
 }
 
