@@ -7,9 +7,9 @@
 #include "client/classify/progress.h"
 #include "client/classify/report.h"
 #include "client/classify/show.h"
-#include "client/classify/temp_file.h"
 #include "client/context.h"
 #include "client/failure.h"
+#include "client/temp_file.h"
 #include "infra/corvo_json.h"
 #include "utils/unique_file.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/classify/capture_source.h"
-#include "client/classify/temp_file.h"
+#include "client/temp_file.h"
 #include "utils/pcap/pcap_packet.h"
 
 namespace brumectl {

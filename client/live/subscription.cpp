@@ -8,10 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "client/classify/temp_file.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
 #include "client/live/notification.h"
+#include "client/temp_file.h"
 
 namespace brumectl {
 

@@ -1,4 +1,4 @@
-#include "client/classify/temp_file.h"
+#include "client/temp_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
