@@ -2,12 +2,18 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 
 #include "client/method_table.h"
 
 namespace brumectl {
 
 namespace {
+
+using Candidates = std::vector<Candidate>;
+
+/** Parts of the names of types whose values are numbers. */
+constexpr const char* NUMBERS[] = {"int", "INT", "SECONDS"};
 
 std::vector<std::string> dashed_names(const CLI::Option& option) {
     std::vector<std::string> names;
@@ -44,111 +50,144 @@ const CLI::Option* positional(const CLI::App& word, size_t index) {
     return last != nullptr && last->get_items_expected_max() > 1 ? last : nullptr;
 }
 
-/** Where a line stands. */
-struct Place {
-    const CLI::App* word;
-    const CLI::Option* waiting = nullptr;  ///< an option whose value comes next
-    size_t positionals = 0;
-};
-
-Place walk(const CLI::App& program, const std::vector<std::string>& before) {
-    Place place{&program};
-    for (const std::string& text : before) {
-        if (place.waiting != nullptr) {
-            place.waiting = nullptr;
-        } else if (text.rfind('-', 0) == 0) {
-            const CLI::Option* option = find_option(program, *place.word, text);
-            if (option != nullptr && takes_value(*option)) place.waiting = option;
-        } else if (const CLI::App* inner = find_word(*place.word, text)) {
-            place.word = inner;
-        } else {
-            ++place.positionals;
-        }
-    }
-    return place;
+/** "--level" and "warn" of "--level=warn"; false for what isn't of this form. */
+bool split_option(const std::string& text, std::string& name, std::string& value) {
+    size_t sign = text.find('=');
+    if (text.rfind("--", 0) != 0 || sign == std::string::npos) return false;
+    name = text.substr(0, sign);
+    value = text.substr(sign + 1);
+    return true;
 }
 
-std::vector<std::string> possible(const CLI::App& program, const Place& place, bool option_begun) {
-    if (place.waiting != nullptr) return value_choices(*place.waiting);
-    if (option_begun) return option_names(program, *place.word);
-    std::vector<std::string> found = word_names(*place.word);
-    if (const CLI::Option* option = positional(*place.word, place.positionals)) {
-        std::vector<std::string> choices = value_choices(*option);
-        found.insert(found.end(), choices.begin(), choices.end());
+/** Follows a line from its begin. */
+class Walk {
+ public:
+    explicit Walk(const CLI::App& program) : m_program(program), m_word(&program) {}
+
+    void take(const std::string& text) {
+        std::string name;
+        std::string value;
+        if (m_waiting != nullptr) {
+            m_given[m_waiting->get_name()] = text;
+            m_waiting = nullptr;
+        } else if (m_no_more_options || text.rfind('-', 0) != 0) {
+            take_word(text);
+        } else if (text == "--") {
+            m_no_more_options = true;
+        } else if (split_option(text, name, value)) {
+            if (const CLI::Option* option = find(name)) m_given[option->get_name()] = value;
+        } else if (const CLI::Option* option = find(text); option != nullptr && takes_value(*option)) {
+            m_waiting = option;
+        }
     }
+
+    const CLI::Option* find(const std::string& name) const { return find_option(m_program, *m_word, name); }
+    const CLI::App& word() const { return *m_word; }
+    bool at_option(const std::string& prefix) const {
+        return m_waiting == nullptr && !m_no_more_options && prefix.rfind('-', 0) == 0;
+    }
+    /** The option or positional whose value comes next; null for none. */
+    const CLI::Option* value() const {
+        return m_waiting != nullptr ? m_waiting : positional(*m_word, m_positionals);
+    }
+    bool word_may_follow() const { return m_waiting == nullptr && m_positionals == 0; }
+
+    /** "evidence show". */
+    std::string path() const {
+        std::string path;
+        for (const CLI::App* at = m_word; at != &m_program; at = at->get_parent())
+            path = at->get_name() + (path.empty() ? "" : " ") + path;
+        return path;
+    }
+
+    Surroundings surroundings(const Options& defaults) const {
+        Surroundings around{defaults, given("--dir")};
+        if (std::string address = given("--socket"); !address.empty()) around.options.address = address;
+        return around;
+    }
+
+ private:
+    void take_word(const std::string& text) {
+        const CLI::App* inner = m_positionals == 0 ? find_word(*m_word, text) : nullptr;
+        if (inner != nullptr)
+            m_word = inner;
+        else
+            ++m_positionals;
+    }
+
+    std::string given(const char* option) const {
+        auto found = m_given.find(option);
+        return found == m_given.end() ? std::string() : found->second;
+    }
+
+    const CLI::App& m_program;
+    const CLI::App* m_word;
+    const CLI::Option* m_waiting = nullptr;
+    bool m_no_more_options = false;
+    size_t m_positionals = 0;
+    std::map<std::string, std::string> m_given;
+};
+
+Candidates options_of(const CLI::App& program, const CLI::App& word) {
+    Candidates found;
+    for (const CLI::App* app : {&word, &program})
+        for (const CLI::Option* option : app->get_options())
+            for (const std::string& name : dashed_names(*option))
+                found.push_back({name, option->get_description()});
     return found;
 }
 
-std::string join(const std::vector<std::string>& words) {
-    std::string out;
-    for (const std::string& word : words)
-        out += (out.empty() ? "" : " ") + word;
-    return out;
+Candidates inner_words(const CLI::App& word) {
+    Candidates found;
+    for (const CLI::App* inner : words_of(word))
+        found.push_back({inner->get_name(), inner->get_description()});
+    return found;
 }
 
-/** The tables of a script: one case branch a line. */
-struct Branches {
-    std::string words;    ///< paths of words that exist
-    std::string values;   ///< path and option: its choices
-    std::string options;  ///< path: its options
-    std::string next;     ///< path and number of positionals: words and choices
-};
-
-std::string branch(const std::string& pattern, const std::string& list) {
-    return "        '" + pattern + "') list='" + list + "' ;;\n";
+void append(Candidates& found, const Candidates& more) {
+    found.insert(found.end(), more.begin(), more.end());
 }
 
-void add_branches(const CLI::App& program, const CLI::App& word, const std::string& path, Branches& out) {
-    out.options += branch(path, join(option_names(program, word)));
-    for (const CLI::Option* option : word.get_options()) {
-        std::vector<std::string> choices = value_choices(*option);
-        if (!takes_value(*option) || choices.empty()) continue;
-        for (const std::string& name : dashed_names(*option))
-            out.values += branch(path + " " + name, join(choices));
-    }
-    for (size_t index = 0; index == 0 || positional(word, index) != positional(word, index - 1); ++index) {
-        std::string list = join(possible(program, {&word, nullptr, index}, false));
-        if (!list.empty()) out.next += branch(path + " " + std::to_string(index), list);
-    }
-    for (const CLI::App* inner : words_of(word)) {
-        std::string inner_path = path + " " + inner->get_name();
-        out.words += (out.words.empty() ? "'" : "|'") + inner_path + "'";
-        add_branches(program, *inner, inner_path, out);
-    }
+std::string summary_of(const std::string& method) {
+    const Method* found = MethodTable::get().find(method);
+    return found == nullptr ? std::string() : found->summary;
 }
 
-/** Names of options that swallow the word behind them, wherever they stand. */
-std::string value_options(const CLI::App& app) {
-    std::string out;
-    for (const CLI::Option* option : app.get_options())
-        if (takes_value(*option))
-            for (const std::string& name : dashed_names(*option))
-                out += "|" + name;
-    for (const CLI::App* word : words_of(app))
-        out += value_options(*word);
-    return out;
+bool is_number(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    return std::any_of(std::begin(NUMBERS), std::end(NUMBERS),
+                       [&](const char* part) { return type.find(part) != std::string::npos; });
 }
 
-/** What the two shells say differently. */
-struct Dialect {
-    const char* shell;
-    const char* head;
-    const char* locals;
-    const char* tail;
-};
+void add_values(const Walk& walk, const CLI::Option& option, const Options& defaults, Completion& out) {
+    const bool methods = option.get_type_name() == "METHOD";
+    for (const std::string& choice : value_choices(option))
+        out.candidates.push_back({choice, methods ? summary_of(choice) : ""});
+    if (!out.candidates.empty()) return;
+    if (auto names = known_names(walk.path(), option.get_name(), walk.surroundings(defaults)))
+        append(out.candidates, *names);
+    else
+        out.files = !is_number(option);
+}
 
-constexpr Dialect DIALECTS[] = {
-    {"bash", "# bash completion for brumectl; made by `brumectl completion bash`\n_brumectl() {\n",
-     "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}\n"
-     "    local -a typed=(\"${COMP_WORDS[@]:1:COMP_CWORD-1}\")\n",
-     "    COMPREPLY=($(compgen -W \"$list\" -- \"$cur\"))\n}\n"
-     "complete -o default -F _brumectl brumectl\n"},
-    {"zsh", "#compdef brumectl\n# made by `brumectl completion zsh`\n_brumectl() {\n",
-     "    local cur=${words[CURRENT]} prev=${words[CURRENT-1]}\n"
-     "    local -a typed=(\"${(@)words[2,CURRENT-1]}\")\n",
-     "    if [[ -n $list ]]; then\n        compadd -- ${=list}\n    else\n        _files\n    fi\n}\n"
-     "_brumectl \"$@\"\n"},
-};
+/** What begins with `prefix`, in order, each once, with the first line of its description. */
+void tidy(const std::string& prefix, Candidates& found) {
+    std::erase_if(found, [&](const Candidate& one) { return one.text.rfind(prefix, 0) != 0; });
+    std::stable_sort(found.begin(), found.end(),
+                     [](const Candidate& a, const Candidate& b) { return a.text < b.text; });
+    auto same = [](const Candidate& a, const Candidate& b) { return a.text == b.text; };
+    found.erase(std::unique(found.begin(), found.end(), same), found.end());
+    for (Candidate& one : found)
+        one.description = one.description.substr(0, one.description.find('\n'));
+}
+
+/** The choices in "TEXT:{a,b}". */
+std::string choices_in_braces(const std::string& type) {
+    size_t begin = type.find('{');
+    size_t end = type.rfind('}');
+    if (begin == std::string::npos || end == std::string::npos || end < begin) return {};
+    return type.substr(begin + 1, end - begin - 1);
+}
 
 }  // namespace
 
@@ -165,66 +204,41 @@ std::vector<std::string> word_names(const CLI::App& app) {
 
 std::vector<std::string> option_names(const CLI::App& program, const CLI::App& word) {
     std::vector<std::string> names;
-    for (const CLI::App* app : {&word, &program})
-        for (const CLI::Option* option : app->get_options())
-            for (const std::string& name : dashed_names(*option))
-                if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    for (const Candidate& option : options_of(program, word))
+        names.push_back(option.text);
     return names;
 }
 
 std::vector<std::string> value_choices(const CLI::Option& option) {
-    std::string type = option.get_type_name();
+    const std::string type = option.get_type_name();
     if (type == "METHOD") return MethodTable::get().names();
+    if (std::string choices = choices_in_braces(type); !choices.empty())
+        return CLI::detail::split(choices, ',');
     if (type.find('|') == std::string::npos) return {};
     return CLI::detail::split(type, '|');
 }
 
-std::vector<std::string> candidates(const CLI::App& program, const std::vector<std::string>& before,
-                                    const std::string& prefix) {
-    std::vector<std::string> found = possible(program, walk(program, before), prefix.rfind('-', 0) == 0);
-    std::erase_if(found, [&](const std::string& text) { return text.rfind(prefix, 0) != 0; });
-    std::sort(found.begin(), found.end());
-    found.erase(std::unique(found.begin(), found.end()), found.end());
-    return found;
-}
-
-std::string completion_script(const CLI::App& program, const std::string& shell) {
-    const Dialect& dialect = shell == "zsh" ? DIALECTS[1] : DIALECTS[0];
-    Branches branches;
-    add_branches(program, program, "", branches);
-    std::string out = dialect.head;
-    out += dialect.locals;
-    out +=
-        "    local at='' list='' text skip=0 count=0\n"
-        "    for text in \"${typed[@]}\"; do\n"
-        "        if ((skip)); then skip=0; continue; fi\n"
-        "        case \"$text\" in\n"
-        "        " +
-        value_options(program).substr(1) +
-        ") skip=1; continue ;;\n"
-        "        -*) continue ;;\n"
-        "        esac\n"
-        "        case \"$at $text\" in\n"
-        "        " +
-        branches.words +
-        ") at=\"$at $text\" count=0 ;;\n"
-        "        *) count=$((count + 1)) ;;\n"
-        "        esac\n"
-        "    done\n"
-        "    if ((skip)); then\n"
-        "        case \"$at $prev\" in\n" +
-        branches.values +
-        "        esac\n"
-        "    elif [[ $cur == -* ]]; then\n"
-        "        case \"$at\" in\n" +
-        branches.options +
-        "        esac\n"
-        "    else\n"
-        "        case \"$at $count\" in\n" +
-        branches.next +
-        "        esac\n"
-        "    fi\n";
-    return out + dialect.tail;
+Completion complete(const CLI::App& program, const Options& defaults, const std::vector<std::string>& before,
+                    const std::string& prefix) {
+    Walk walk(program);
+    for (const std::string& text : before)
+        walk.take(text);
+    Completion out;
+    std::string name;
+    std::string value;
+    if (walk.at_option(prefix) && split_option(prefix, name, value)) {
+        if (const CLI::Option* option = walk.find(name); option != nullptr && takes_value(*option))
+            add_values(walk, *option, defaults, out);
+        for (Candidate& one : out.candidates)
+            one.text.insert(0, name + "=");
+    } else if (walk.at_option(prefix)) {
+        out.candidates = options_of(program, walk.word());
+    } else {
+        if (const CLI::Option* option = walk.value()) add_values(walk, *option, defaults, out);
+        if (walk.word_may_follow()) append(out.candidates, inner_words(walk.word()));
+    }
+    tidy(prefix, out.candidates);
+    return out;
 }
 
 }  // namespace brumectl

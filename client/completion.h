@@ -1,11 +1,14 @@
 #pragma once
-// What can stand next on a command line, read from the words as they are: for the shell's Tab and for the
-// scripts that teach bash and zsh the same.
+// What can stand next on a command line, read from the words as they are: for Tab in our own shell, and for
+// the scripts that let other shells ask the same (`completion_scripts.h`).
 //
-// Values are known where an option's type name says so: "a|b|c" are choices, METHOD a method's name.
+// Values are known where an option's type name lists them ("a|b|c", or METHOD: a method's name), and where
+// `known_names.h` can learn them from the running system.
 
 #include <string>
 #include <vector>
+
+#include "client/known_names.h"
 
 namespace CLI {
 class App;
@@ -14,6 +17,11 @@ class Option;
 
 namespace brumectl {
 
+struct Completion {
+    std::vector<Candidate> candidates = {};  ///< in order, each once
+    bool files = false;                      ///< nothing is known of the value: it may be a file's name
+};
+
 /** The words right below `app`, hidden ones left out. */
 std::vector<const CLI::App*> words_of(const CLI::App& app);
 std::vector<std::string> word_names(const CLI::App& app);
@@ -21,10 +29,11 @@ std::vector<std::string> word_names(const CLI::App& app);
 std::vector<std::string> option_names(const CLI::App& program, const CLI::App& word);
 /** The values that an option takes; empty if they can't be listed. */
 std::vector<std::string> value_choices(const CLI::Option& option);
-/** Of what can stand behind `before`, that which begins with `prefix`. In order, each once. */
-std::vector<std::string> candidates(const CLI::App& program, const std::vector<std::string>& before,
-                                    const std::string& prefix);
-/** A completion script. `shell` is "bash" or "zsh". */
-std::string completion_script(const CLI::App& program, const std::string& shell);
+/**
+ * Of what can stand behind `before`, that which begins with `prefix`. `defaults` hold where the line doesn't
+ * name another daemon. May ask the daemon, see `known_names`.
+ */
+Completion complete(const CLI::App& program, const Options& defaults, const std::vector<std::string>& before,
+                    const std::string& prefix);
 
 }  // namespace brumectl

@@ -3,10 +3,12 @@
 #include <CLI/CLI.hpp>
 
 #include "client/completion.h"
+#include "client/completion_scripts.h"
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/man_tables.h"
 #include "client/method_table.h"
+#include "client/shell/split.h"
 #include "infra/corvo_json.h"
 
 namespace brumectl {
@@ -47,13 +49,34 @@ std::shared_ptr<std::string> add_choice(CLI::App& word, const std::string& name,
     return chosen;
 }
 
+void print_candidates(const CLI::App& app, const Context& context, const std::string& line) {
+    std::vector<std::string> words = split_unfinished(line);
+    const std::string last = words.back();
+    words.pop_back();
+    if (!words.empty()) words.erase(words.begin());  // the program's name
+    const Completion found = complete(app, context.options(), words, last);
+    for (const Candidate& one : found.candidates)
+        context.out().print(one.text + "\t" + one.description + "\n");
+    if (found.candidates.empty() && found.files) throw Failure("it may be the name of a file");
+}
+
+/** What the scripts ask. An option, as the parser leaves the value of one as it is whatever it looks like. */
+void add_complete(CLI::App& app, Context& context) {
+    auto line = std::make_shared<std::string>();
+    CLI::App* word = app.add_subcommand("complete", "What can stand next on a line");
+    word->group("");
+    word->add_option("--line", *line, "The line up to the cursor, the program's name first")->required();
+    word->callback([&app, &context, line] { print_candidates(app, context, *line); });
+}
+
 }  // namespace
 
 void add_reference_words(CLI::App& app, Context& context) {
     add_schema(app, context);
     CLI::App* completion = app.add_subcommand("completion", "A script that completes this program's words");
-    auto shell = add_choice(*completion, "shell", "The shell that reads it", {"bash", "zsh"});
-    completion->callback([&app, &context, shell] { context.out().print(completion_script(app, *shell)); });
+    auto shell = add_choice(*completion, "shell", "The shell that reads it", completed_shells());
+    completion->callback([&context, shell] { context.out().print(completion_script(*shell)); });
+    add_complete(app, context);
 
     CLI::App* man = app.add_subcommand("man-tables", "Fragments of the manual pages in scdoc's language");
     man->group("");

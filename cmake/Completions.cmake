@@ -1,13 +1,20 @@
-# Completions of brumectl, as it gives them itself.
+# Completions of brumectl, as it gives them itself: shell, file, and the folder where its package is looked for.
+set(completions
+    "bash|brumectl|bash-completion/completions"
+    "zsh|_brumectl|zsh/vendor-completions"
+    "fish|brumectl.fish|fish/vendor_completions.d")
 set(completions_out ${CMAKE_BINARY_DIR}/packaging/completion)
 file(MAKE_DIRECTORY ${completions_out})
-add_custom_command(OUTPUT ${completions_out}/brumectl ${completions_out}/_brumectl
-    COMMAND brumectl completion bash > ${completions_out}/brumectl
-    COMMAND brumectl completion zsh > ${completions_out}/_brumectl
-    DEPENDS brumectl
-    COMMENT "Asking brumectl for its completions")
-add_custom_target(completions ALL DEPENDS ${completions_out}/brumectl ${completions_out}/_brumectl)
-install(FILES ${completions_out}/brumectl COMPONENT client
-    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
-install(FILES ${completions_out}/_brumectl COMPONENT client
-    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions)
+foreach(entry IN LISTS completions)
+    string(REPLACE "|" ";" entry "${entry}")
+    list(GET entry 0 shell)
+    list(GET entry 1 file)
+    list(GET entry 2 folder)
+    add_custom_command(OUTPUT ${completions_out}/${file}
+        COMMAND brumectl completion ${shell} > ${completions_out}/${file}
+        DEPENDS brumectl
+        COMMENT "Asking brumectl for its completion in ${shell}")
+    install(FILES ${completions_out}/${file} COMPONENT client DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/${folder})
+    list(APPEND completion_files ${completions_out}/${file})
+endforeach()
+add_custom_target(completions ALL DEPENDS ${completion_files})

@@ -190,6 +190,10 @@ void prune(Context& context, const std::string& wanted, size_t keep) {
 
 }  // namespace
 
+std::vector<Evidence> find_evidence(Context& context, const std::string& dir) {
+    return open_dir(context, dir).list();
+}
+
 void add_evidence(CLI::App& app, Context& context) {
     struct Wanted {
         std::string dir;

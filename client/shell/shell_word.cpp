@@ -42,12 +42,15 @@ void run_script(const Options& options) {
     }
 }
 
-std::vector<std::string> complete(const std::string& typed, std::string& last) {
+std::vector<std::string> candidates(const Options& options, const std::string& typed, std::string& last) {
     static const Program program;
     std::vector<std::string> words = split_unfinished(typed);
     last = words.back();
     words.pop_back();
-    return candidates(program.app(), words, last);
+    std::vector<std::string> found;
+    for (const Candidate& one : complete(program.app(), options, words, last).candidates)
+        found.push_back(one.text);
+    return found;
 }
 
 bool is_leave(const std::string& line) {
@@ -56,7 +59,9 @@ bool is_leave(const std::string& line) {
 
 void run_interactively(const Options& options) {
     setlocale(LC_CTYPE, "");
-    LineEditor editor("brumectl> ", history_path(), complete);
+    LineEditor editor("brumectl> ", history_path(), [&options](const std::string& typed, std::string& last) {
+        return candidates(options, typed, last);
+    });
     std::string line;
     for (;;) {
         try {

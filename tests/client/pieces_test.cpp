@@ -15,9 +15,7 @@
 namespace brumectl {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 
 using Words = std::vector<std::string>;
 
@@ -153,17 +151,42 @@ TEST(Render, ObjectsAreLinesArraysOfThemTablesAndUnitsComeFromTheSchema) {
               "t:  00:01:01\n");
 }
 
-TEST(Completion, WordsOptionsAndValuesAreKnownWhereverTheyStand) {
+TEST(Completion, WhatCanStandNextIsKnownWhereverItStands) {
     const Program program;
-    const CLI::App& app = program.app();
-    EXPECT_THAT(candidates(app, {}, "sta"), ElementsAre("status"));
-    EXPECT_THAT(candidates(app, {"--timeout", "5"}, "ech"), ElementsAre("echo"));
-    EXPECT_THAT(candidates(app, {"log", "--level"}, "w"), ElementsAre("warn"));
-    EXPECT_THAT(candidates(app, {"collect"}, "s"), ElementsAre("set_exporter", "set_interval", "show"));
-    EXPECT_THAT(candidates(app, {"collect", "show"}, ""), ElementsAre());
-    EXPECT_THAT(candidates(app, {"activate"}, "--max"), ElementsAre("--max_flows"));
-    EXPECT_THAT(candidates(app, {"call"}, "push"), ElementsAre("push_pcap"));
-    EXPECT_THAT(candidates(app, {}, ""), Not(Contains("man-tables"))) << "it is hidden";
+    const struct {
+        Words before;
+        const char* prefix;
+        const char* found;  ///< "FILES" where a file's name may stand
+    } CASES[] = {
+        {{}, "sta", "status"},
+        {{}, "man", ""},
+        {{"--timeout", "5"}, "ech", "echo"},
+        {{"--timeout=5"}, "ech", "echo"},
+        {{"--timeout"}, "", ""},
+        {{"log", "--level"}, "w", "warn"},
+        {{"log"}, "--level=w", "--level=warn"},
+        {{"log", "--"}, "--level=w", ""},
+        {{"collect"}, "s", "set_exporter set_interval show"},
+        {{"collect", "ls", "x"}, "", ""},
+        {{"activate"}, "--max", "--max_flows"},
+        {{"activate", "--max_flows"}, "", ""},
+        {{"call"}, "push", "push_pcap"},
+        {{"events", "--sev"}, "", "error info warn"},
+        {{"evidence"}, "", "ls prune show"},
+        {{"coffee"}, "dp.veld", "dp.veld.sui_lut_remove_all_links"},
+        {{"coffee", "-s", "/nonexistent", "f"}, "", ""},
+        {{"classify", "a.pcap"}, "", "FILES"},
+        {{"load"}, "--path=", "FILES"},
+        {{"load"}, "--nothing=", ""},
+        {{"collect", "show"}, "", ""},
+    };
+    for (const auto& c : CASES) {
+        const Completion got = complete(program.app(), {.address = "/nonexistent"}, c.before, c.prefix);
+        std::string found = got.files ? "FILES" : "";
+        for (const Candidate& one : got.candidates)
+            found += (found.empty() ? "" : " ") + one.text;
+        EXPECT_EQ(found, c.found) << testing::PrintToString(c.before) << " " << c.prefix;
+    }
 }
 
 }  // namespace

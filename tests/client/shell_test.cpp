@@ -46,7 +46,9 @@ TEST(Shell, AtATerminalCtrlCDropsTheLineTabCompletesAndCtrlDLeaves) {
     ASSERT_TRUE(answered("\x03", "\nbrumectl> ")) << shell.out();
     ASSERT_TRUE(answered("stat\t\n", "state:")) << shell.out();
     ASSERT_TRUE(shell.wait_for_out("GiB\r\nbrumectl> ")) << shell.out();
-    ASSERT_TRUE(answered("log -f -n 1\n", "Waiting for messages")) << shell.out();
+    ASSERT_TRUE(answered("log --level info --comp rpc-s\t\n", "erver")) << shell.out();
+    ASSERT_TRUE(shell.wait_for_out("ok\r\nbrumectl> ")) << shell.out();
+    ASSERT_TRUE(answered("log -f -n 1\n", "verbosity was changed")) << shell.out();
     ASSERT_TRUE(answered("\x03", "brumectl> ")) << shell.out();
     ASSERT_TRUE(answered("quti\n", "Try --help.\r\nbrumectl> ")) << shell.out();
     EXPECT_THAT(shell.out(), HasSubstr("unknown word 'quti'"));

@@ -7,6 +7,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <set>
+#include <sstream>
 #include <utility>
 
 #include "client/run_program.h"
@@ -20,6 +23,7 @@ namespace {
 using testing::_;
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 using Words = std::vector<std::string>;
@@ -89,7 +93,7 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"--timeout", "nan", "ping"}, "not 'nan'"},
         {{"top", "-b", "-d", "nan"}, "not 'nan'"},
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
-        {{"completion", "fish"}, "none of bash, zsh"},
+        {{"completion", "csh"}, "none of bash, zsh, fish"},
     };
     for (const auto& [words, complaint] : CASES)
         expect_step({words, 2, "",
@@ -166,16 +170,85 @@ TEST(Words, TheLogIsFollowedUntilCtrlC) {
     EXPECT_EQ(follower.end(SIGINT), 128 + SIGINT);
 }
 
+TEST(Words, NamesThatOnlyTheRunningSystemKnowsAreCompleted) {
+    Daemon daemon({.args = {"-a", "--attach", "if0"},
+                   .engine_dir = SCRIPTED_ENGINE_DIR,
+                   .files = {{"script", R"(return get_collectors {"collectables":)"
+                                        R"([{"name":"flows","enabled":true},"memory","$(x)y","-x"]})"}}});
+    const std::string evidence = daemon.dir().file("cvevents");
+    std::filesystem::create_directories(evidence + "/2026_11_24_13_05_59");
+    const std::string own_interfaces = "default\tthe one that leads to the Internet\n";
+    const std::pair<const char*, testing::Matcher<std::string>> CASES[] = {
+        {"collect show ", "flows\tenabled\nmemory\t\n"},
+        {"collect --interval 5 set_interval m", "memory\t\n"},
+        {"-s /nonexistent collect show ", ""},
+        {"attach ", AllOf(StartsWith(own_interfaces), HasSubstr("\nlo\t"))},
+        {"-s 192.0.2.1:4040 attach ", own_interfaces},
+        {"detach ", "if0\tattached\n"},
+        {"coffee dp.ft.c", "dp.ft.count\tnumber of flows\n"},
+        {"push_pcap --dpaddr=", "--dpaddr=dp0\t\n"},
+        {"log --comp ser", "server\t\n"},
+        {"log --comp de", "default\tINFO\n"},
+        {"evidence show ", "2026_11_24_13_05_59\tkilled\n"},
+        {"evidence show --dir /nonexistent ", ""},
+        {"ping --j", "--json\tAnswers as the daemon gave them\n"},
+    };
+    for (const auto& [line, found] : CASES)
+        expect_step({{"complete", "--line=brumectl " + std::string(line)}, 0, found},
+                    {.socket = daemon.socket_path()});
+    expect_step({{"complete", "--line=brumectl check "}, 1, "", _}, {.socket = daemon.socket_path()});
+    EXPECT_THAT(daemon.log(), Not(HasSubstr("ERROR"))) << "nobody has asked for anything wrong";
+}
+
+TEST(Words, CompletedFunctionsAreThoseOfOurEngine) {
+    Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
+    const auto names = [&](const Words& words, char end) {
+        std::istringstream told(brumectl(words, {.socket = daemon.socket_path()}).out);
+        std::set<std::string> found;
+        for (std::string line; std::getline(told, line);)
+            found.insert(line.substr(0, line.find(end)));
+        return found;
+    };
+    EXPECT_EQ(names({"complete", "--line=brumectl coffee "}, '\t'), names({"coffee", "help"}, ':'));
+}
+
 TEST(Words, CompletionScriptsAreWhatTheirShellReads) {
-    TempDir dir;
-    std::string command = "bash -c '. " + dir.write("c", brumectl({"completion", "bash"}).out) +
-                          "; COMP_WORDS=(brumectl --timeout 5 log --level w); COMP_CWORD=5; _brumectl;"
-                          " echo ${COMPREPLY[@]}; COMP_WORDS=(brumectl collect d); COMP_CWORD=2; _brumectl;"
-                          " echo ${COMPREPLY[@]}' > " +
-                          dir.file("out");
-    EXPECT_EQ(system(command.c_str()), 0);
-    EXPECT_EQ(read_file(dir.file("out")), "warn\ndisable\n");
-    expect_step({{"completion", "zsh"}, 0, StartsWith("#compdef brumectl\n")});
+    const struct {
+        const char* shell;
+        const char* test;
+        const char* out;
+    } CASES[] = {
+        {"bash",
+         R"(source ./script
+            try() { COMP_LINE=$1 COMP_POINT=${#1}; shift; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _brumectl
+                    echo ${COMPREPLY[@]}; }
+            try 'brumectl collect d' brumectl collect d
+            try 'brumectl log --level=w' brumectl log --level = w
+            try 'brumectl -s 1.2.3.4:5 ping --js' brumectl -s 1.2.3.4 : 5 ping --js
+            compopt() { echo $*; }
+            try 'brumectl check ' brumectl check '')",
+         "disable\nwarn\n--json\n-o default\n\n"},
+        {"zsh",
+         R"(_files() { echo files; }
+            _describe() { print -l -- "${(@P)${@[-1]}}"; }
+            words=(brumectl -s a:b evidence s) CURRENT=5 PREFIX=s; source ./script
+            words=(brumectl check '') CURRENT=3 PREFIX=; _brumectl)",
+         "show:One report with its stack\nfiles\n"},
+        {"fish", "source ./script; complete -C 'brumectl evidence s'; complete -C 'brumectl check scr'",
+         "show\tOne report with its stack\nscript\n"},
+    };
+    for (const auto& c : CASES) {
+        TempDir dir;
+        const std::string script = brumectl({"completion", c.shell}).out;
+        EXPECT_THAT(script, HasSubstr("brumectl completion " + std::string(c.shell)));
+        if (system(("command -v " + std::string(c.shell) + " >/dev/null").c_str()) != 0) continue;
+        dir.write("script", script);
+        dir.write("test", c.test);
+        const std::string command = "cd " + dir.path() + " && ln -s " + BRUMECTL_COMMAND +
+                                    " && HOME=. PATH=.:$PATH " + c.shell + " test >out 2>&1";
+        EXPECT_EQ(system(command.c_str()), 0) << c.shell;
+        EXPECT_EQ(read_file(dir.file("out")), c.out) << c.shell;
+    }
 }
 
 }  // namespace
