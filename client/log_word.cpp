@@ -5,10 +5,10 @@
 
 #include "client/answer.h"
 #include "client/context.h"
+#include "client/daemon_log.h"
 #include "client/failure.h"
 #include "client/fields.h"
 #include "client/interrupt.h"
-#include "client/json_access.h"
 #include "client/render.h"
 #include "client/views.h"
 
@@ -38,29 +38,18 @@ struct LogOptions {
     std::string component = {};
 };
 
-std::vector<std::string> last_lines(Context& context, unsigned count) {
-    Json::Value params;
-    params["type"] = "log";
-    params["maxlines"] = count;
-    std::vector<std::string> lines;
-    const Json::Value result = context.daemon().call("log", params);
-    for (const Json::Value& line : member_of(result, "log"))
-        if (line.isString()) lines.push_back(line.asString());
-    return lines;
-}
-
 class Follower {
  public:
     explicit Follower(Context& context) : m_context(context) {}
 
     void begin(unsigned lines) {
-        std::vector<std::string> window = last_lines(m_context, std::max(lines, FOLLOW_LINES));
+        std::vector<std::string> window = last_log_lines(m_context.daemon(), std::max(lines, FOLLOW_LINES));
         show(window, window.size() - std::min<size_t>(lines, window.size()));
     }
 
     void step() {
         for (unsigned asked = FOLLOW_LINES;; asked *= 10) {
-            std::vector<std::string> window = last_lines(m_context, asked);
+            std::vector<std::string> window = last_log_lines(m_context.daemon(), asked);
             size_t first = first_new_line(m_seen, window);
             bool whole = window.size() < asked;  // the log has no more: it was begun anew
             if (first == std::string::npos && !whole && asked < MAX_FOLLOW_LINES) continue;

@@ -32,10 +32,11 @@ foreach(entry IN LISTS man_pages)
     string(REGEX REPLACE "^.*\\." "" section ${page})
     set(source ${CMAKE_SOURCE_DIR}/packaging/man/${page}.scd)
     add_custom_command(OUTPUT ${man_out}/${page}
-        COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/scripts/man_page.py --scdoc ${SCDOC} --words ${man_out}/words.scd
+        COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/scripts/man_page.py --scdoc ${SCDOC} --document ${CMAKE_BINARY_DIR}/openrpc.json
+                --words ${man_out}/words.scd
                 ${source} ${man_out}/${page}
         DEPENDS ${source} ${CMAKE_SOURCE_DIR}/scripts/man_page.py ${CMAKE_SOURCE_DIR}/scripts/methods_doc.py
-                ${CMAKE_SOURCE_DIR}/docs/openrpc.json ${man_out}/words.scd
+                ${CMAKE_BINARY_DIR}/openrpc.json ${man_out}/words.scd
         COMMENT "Writing the manual page ${page}"
         VERBATIM)
     install(FILES ${man_out}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})

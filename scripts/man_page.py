@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Makes a manual page from its scdoc source: scripts/man_page.py [--scdoc PROGRAM] --words FILE SOURCE PAGE
+"""Makes a manual page from its scdoc source: scripts/man_page.py [--scdoc PROGRAM] --document FILE --words FILE SOURCE PAGE
 
-A line `@methods@` in the source becomes the methods of docs/openrpc.json, a line `@errors@` its error codes,
+A line `@methods@` in the source becomes the methods of the document, docs/openrpc.json as it is for one build, a line
+`@errors@` its error codes, `@build@` what that build is,
 `@words@` what is in FILE: the client's words, as it describes them.
 """
 import argparse
@@ -64,17 +65,24 @@ def errors(document):
                        for name, error in document["components"]["errors"].items())
 
 
-FRAGMENTS = {"@methods@": methods, "@errors@": errors}
+def build(document):
+    texts = {"slave": "This page is of a daemon in slave mode: a host system beside it owns the data path.",
+             "standalone": "This page is of a standalone daemon: no host system beside it owns the data path."}
+    yield texts[document["info"]["x-build"]]
+
+
+FRAGMENTS = {"@methods@": methods, "@errors@": errors, "@build@": build}
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--scdoc", default="scdoc")
+    parser.add_argument("--document", type=pathlib.Path, required=True)
     parser.add_argument("--words", type=pathlib.Path, required=True)
     parser.add_argument("source", type=pathlib.Path)
     parser.add_argument("page", type=pathlib.Path)
     args = parser.parse_args()
-    document = doc.document()
+    document = doc.document(args.document)
     lines = []
     for line in args.source.read_text().splitlines():
         if line == "@words@":

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Writes docs/methods.md, the methods for people, from docs/openrpc.json, the methods for programs.
 
-With --check it writes nothing and ends with 1 if the page isn't what the document gives.
+With --check it writes nothing and ends with 1 if the page isn't what the document gives. With --build BUILD FILE it
+writes the document as it is for one build, "slave" or "standalone", and nothing else.
 """
 import json
 import pathlib
@@ -132,7 +133,9 @@ def page_lines(document):
     yield ""
     yield ("The same for programs: `openrpc.json`. Examples were run with a stand-in engine: what they show of an "
            "engine's own answers is an illustration. Where one names a build or engine states, it gives this answer "
-           "only there.")
+           "only there. A slave build has a host system beside it that owns the data path; it is what `scripts/build` "
+           "makes. A standalone build has none; it is what the packages contain. The line \"Attributes:\" of the log "
+           "tells them apart: one of them says \"slave\".")
     yield ""
     yield ", ".join(f"[{method['name']}](#{method['name']})" for method in document["methods"])
     yield ""
@@ -152,11 +155,35 @@ def page_lines(document):
         yield from method_lines(method, errors)
 
 
-def document():
-    return json.loads((DOCS / "openrpc.json").read_text())
+def document(path=DOCS / "openrpc.json"):
+    return json.loads(path.read_text())
+
+
+def for_build(value, build):
+    """The same with the texts of one build, and without the examples of another."""
+    if isinstance(value, list):
+        return [for_build(item, build) for item in value if not isinstance(item, dict) or is_for(item, build)]
+    if not isinstance(value, dict):
+        return value
+    out = {name: for_build(member, build) for name, member in value.items() if name not in ("x-build", "x-builds")}
+    if build in value.get("x-builds", {}):
+        out["description"] = value["x-builds"][build]
+    return out
+
+
+def is_for(item, build):
+    return item.get("x-build", build) == build
+
+
+def write_for_build(build, path):
+    made = for_build(document(), build)
+    made["info"]["x-build"] = build
+    pathlib.Path(path).write_text(json.dumps(made, indent=2, ensure_ascii=False) + "\n")
 
 
 def main():
+    if sys.argv[1:2] == ["--build"]:
+        return write_for_build(*sys.argv[2:4])
     page = "\n".join(page_lines(document())).rstrip() + "\n"
     if sys.argv[1:] != ["--check"]:
         PAGE.write_text(page)

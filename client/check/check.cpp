@@ -1,14 +1,18 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <optional>
 
 #include "client/answer.h"
 #include "client/check/config_check.h"
 #include "client/check/findings_text.h"
+#include "client/check/reader.h"
+#include "client/check/which_build.h"
 #include "client/check/words.h"
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/json_access.h"
+#include "client/local_daemon.h"
 #include "client/text_file.h"
 #include "infra/corvo_json.h"
 
@@ -21,12 +25,49 @@ constexpr size_t MAX_CONFIG_BYTES = 16UL * 1024 * 1024;
 struct CheckOptions {
     std::vector<std::string> files;
     bool strict = false;
-    bool standalone = false;
+    check::ToldBuild told = {};
 };
 
+/** One that hangs mustn't keep what needs no daemon. */
+constexpr int MAX_ASKING_MS = 2000;
+
+/** What a daemon that answers tells about where the configurations are going to be used. */
+struct Place {
+    check::JudgedBuild build = check::JudgedBuild::packaged();
+    std::optional<check::Reader> reader = check::Reader::of_service();
+};
+
+Place ask_place(Context& context, const check::ToldBuild& told) {
+    Place place;
+    try {
+        std::unique_ptr<Daemon> daemon = context.new_daemon();
+        daemon->set_timeout_ms(std::min(context.timeout_ms(), MAX_ASKING_MS));
+        const auto pid = static_cast<pid_t>(count_of(member_of(daemon->call("status"), "pid")));
+        if (on_this_machine(daemon->address()))
+            if (auto reader = check::Reader::of_process(pid)) place.reader = reader;
+        if (!told.any()) place.build = check::JudgedBuild::asked(*daemon);
+    } catch (const Usage&) {
+        throw;
+    } catch (const Failure&) {
+        // Nobody answers, or nobody of ours.
+    }
+    if (told.any()) place.build = check::JudgedBuild::told(told);
+    return place;
+}
+
+void check_reader(const std::optional<check::Reader>& reader, const std::string& path,
+                  check::Report& report) {
+    const std::string hindrance = reader && path != "-" ? reader->hindrance(path) : "";
+    if (!hindrance.empty())
+        report.add(check::WARNING, 0,
+                   "the daemon's user " + reader->name + " " + hindrance +
+                       ": given with -c it would be told in the log, and left out");
+}
+
 void check_files(Context& context, const CheckOptions& options) {
-    check::Settings settings;
-    settings.target.slave_mode = !options.standalone;
+    const Place place = ask_place(context, options.told);
+    const check::Settings settings{.build = place.build.build};
+    context.err().print("Judged for a " + harmless(place.build.text) + ".\n");
     size_t counts[2] = {};
     size_t unreadable = 0;
     Json::Value list(Json::arrayValue);
@@ -42,6 +83,7 @@ void check_files(Context& context, const CheckOptions& options) {
         const std::string name = shown_name(path);
         check::Report report(text);
         check::ConfigCheck(text, settings, report).run();
+        check_reader(place.reader, path, report);
         for (auto severity : {check::WARNING, check::ERROR})
             counts[severity] += report.count(severity);
         if (context.json())
@@ -59,7 +101,7 @@ struct RunOptions {
     std::string file;
     bool keep_going = false;
     bool force = false;
-    bool standalone = false;
+    check::ToldBuild told = {};
 };
 
 /** What the daemon that is going to be asked can tell about itself. */
@@ -107,13 +149,16 @@ bool play(Context& context, const Json::Value& request, const std::string& title
 
 void run_file(Context& context, const RunOptions& options) {
     const std::string text = read_text(options.file, MAX_CONFIG_BYTES);
-    check::Settings settings;
-    settings.target.slave_mode = !options.standalone;
+    const check::JudgedBuild build = options.told.any() ? check::JudgedBuild::told(options.told)
+                                                        : check::JudgedBuild::asked(context.daemon());
+    check::Settings settings{.build = build.build};
     ask_settings(context.daemon(), settings);
     check::Report report(text);
     check::ConfigCheck config(text, settings, report);
     config.run();
-    context.err().print(check::findings_text(shown_name(options.file), report, context.err()));
+    if (const std::string found = check::findings_text(shown_name(options.file), report, context.err());
+        !found.empty())
+        context.err().print("Judged for a " + harmless(build.text) + ".\n" + found);
     const size_t errors = report.count(check::ERROR);
     if (errors > 0 && (!options.force || config.requests().empty()))
         throw Failure(check::counts_text(errors, report.count(check::WARNING)) + ", nothing was sent" +
@@ -136,10 +181,15 @@ void run_file(Context& context, const RunOptions& options) {
 
 void add_check(CLI::App& app, Context& context) {
     auto options = std::make_shared<CheckOptions>();
-    CLI::App* word = app.add_subcommand("check", "Judge start-up configurations, without a daemon");
+    CLI::App* word = app.add_subcommand("check", "Judge start-up configurations");
+    word->footer(
+        "It needs no daemon. One that answers is asked what it is: in slave mode, where a host system owns "
+        "the data "
+        "path, it refuses more than a standalone one. Where none answers, the one packaged with this program "
+        "is meant.");
     word->add_option("file", options->files, "Configurations; - is standard input")->required();
     word->add_flag("--strict", options->strict, "Warnings count, too");
-    word->add_flag("--standalone", options->standalone, "For a daemon without a host system: it may attach");
+    check::add_build_options(*word, options->told);
     word->callback([&context, options] { check_files(context, *options); });
 }
 
@@ -149,7 +199,7 @@ void add_run(CLI::App& app, Context& context) {
     word->add_option("file", options->file, "The configuration; - is standard input")->required();
     word->add_flag("-k,--keep-going", options->keep_going, "Go on behind a request that failed");
     word->add_flag("-f,--force", options->force, "Send it even if the check finds errors");
-    word->add_flag("--standalone", options->standalone, "The daemon has no host system: it may attach");
+    check::add_build_options(*word, options->told);
     word->callback([&context, options] { run_file(context, *options); });
 }
 

@@ -126,7 +126,7 @@ void ConfigCheck::check_method(const Json::Value& request, const std::string& na
                                    ? "echo: 'params' must be an object; anything else stops the daemon"
                                    : name + ": 'params' must be an object");
     else if (method)
-        check_parameters(*method, request, m_settings.target, m_report);
+        check_parameters(*method, request, m_settings.build, m_report);
     if (!method) check_unknown_method(at, name);
     check_order(at, name);
 }
@@ -145,10 +145,8 @@ void ConfigCheck::check_order(const Json::Value& at, const std::string& name) {
     if (m_stopped) m_report.warning(at, name + ": the daemon stops, a 'shutdown' stands before this");
     m_stopped = m_stopped || name == "shutdown";
     if (name == "mt") m_report.error(at, "mt: the daemon has no memory tracer and refuses this");
-    if (m_settings.target.slave_mode && (name == "attach" || name == "detach"))
-        m_report.error(at, name +
-                               ": refused where a host system decides what is attached (--standalone "
-                               "checks for a daemon without one)");
+    if (m_settings.build.slave_mode && (name == "attach" || name == "detach"))
+        m_report.error(at, name + ": refused in slave mode, where a host system decides what is attached");
     std::string refusal = m_states.follow(name);
     if (!refusal.empty()) m_report.error(at, name + ": " + refusal);
 }

@@ -15,7 +15,7 @@
 namespace brumectl::check {
 
 struct Settings {
-    Target target = {};
+    Build build = {};
     engine_state_e state = UNLOADED;  ///< the engine's before the first request
     /** Methods of the daemon that is going to be asked; empty if there's none to ask. */
     std::vector<std::string> methods = {};

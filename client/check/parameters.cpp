@@ -141,11 +141,11 @@ std::string condition_text(const Json::Value& when) {
 
 }  // namespace
 
-void check_parameters(const Method& method, const Json::Value& request, const Target& target,
-                      Report& report) {
+void check_parameters(const Method& method, const Json::Value& request, const Build& build, Report& report) {
     const Json::Value& given = request["params"];
-    const Json::Value params = given.isNull() ? Json::Value(Json::objectValue) : given;
     const Json::Value& at = given.isNull() ? request : given;
+    Json::Value params = given.isNull() ? Json::Value(Json::objectValue) : given;
+    params.setOffsetStart(at.getOffsetStart());
     SchemaCheck check(method.name, report);
     std::vector<std::string> known;
     for (const Parameter& parameter : method.parameters) {
@@ -166,7 +166,7 @@ void check_parameters(const Method& method, const Json::Value& request, const Ta
             report.warning_at_name(params[name], method.name + ": " + quoted(name) +
                                                      " is no parameter, the daemon ignores it" +
                                                      did_you_mean(name, known));
-    check_special_rules(method.name, params, target, report);
+    check_special_rules(method.name, params, build, report);
 }
 
 }  // namespace brumectl::check

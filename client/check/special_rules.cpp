@@ -23,26 +23,28 @@ bool is_hex(const std::string& text) {
     }
 }
 
-void check_workers(const Json::Value& params, const Target& target, Report& report) {
+void check_workers(const Json::Value& params, const Build& build, Report& report) {
     const Json::Value& resources = params["resources"];
     if (!resources.isObject() || !resources.isMember("dp_workers")) return;
     const Json::Value& workers = resources["dp_workers"];
-    if (target.slave_mode)
-        report.error(workers,
-                     "activate: the host system decides on 'resources.dp_workers' (--standalone "
-                     "checks for a daemon without one)");
+    if (build.slave_mode)
+        report.error(
+            workers,
+            "activate: in slave mode 'resources.dp_workers' is refused, the host system decides on it");
     else if (workers.isUInt64() && workers.asUInt64() > MAX_DP_WORKERS && workers.asUInt64() <= UINT16_MAX)
         report.error(workers, "activate: 'resources.dp_workers' is limited to 128");
 }
 
-void check_arguments(const Json::Value& params, const Target&, Report& report) {
+void check_arguments(const Json::Value& params, const Build&, Report& report) {
     const Json::Value& args = params["args"];
     if (args.isArray() && args.size() > MAX_COFFEE_ARGS)
         report.error(args, "coffee: 'args' can hold at most 8 numbers");
 }
 
-void check_shared_memory(const Json::Value& params, const Target&, Report& report) {
+void check_shared_memory(const Json::Value& params, const Build& build, Report& report) {
     const Json::Value& shm = params["shm"];
+    if (build.bare_metal && (shm.isNull() || member_of(shm, "type") == "auto"))
+        report.error(shm.isNull() ? params : shm, "load: on bare metal 'shm' must be of the type \"devmem\"");
     const Json::Value& addr = member_of(shm, "addr");
     if (member_of(shm, "type") == "devmem" && addr.isString() && !is_hex(addr.asString()))
         report.error(addr, "load: 'shm.addr' must be a hexadecimal number of at most 64 bits");
@@ -55,7 +57,7 @@ struct Words {
 };
 
 /** The words of `op` and `sev` differ by `cmd`. */
-void check_notification_words(const Json::Value& params, const Target&, Report& report) {
+void check_notification_words(const Json::Value& params, const Build&, Report& report) {
     static const std::vector<Words> WORDS = {
         {"log", "op", {"show", "clear"}},
         {"alerts", "op", {"show", "clear"}},
@@ -76,7 +78,7 @@ void check_notification_words(const Json::Value& params, const Target&, Report& 
 
 struct Rule {
     const char* method;
-    void (*check)(const Json::Value& params, const Target& target, Report& report);
+    void (*check)(const Json::Value& params, const Build& build, Report& report);
 };
 constexpr Rule RULES[] = {
     {"activate", check_workers},
@@ -87,10 +89,10 @@ constexpr Rule RULES[] = {
 
 }  // namespace
 
-void check_special_rules(const std::string& method, const Json::Value& params, const Target& target,
+void check_special_rules(const std::string& method, const Json::Value& params, const Build& build,
                          Report& report) {
     for (const Rule& rule : RULES)
-        if (method == rule.method) rule.check(params, target, report);
+        if (method == rule.method) rule.check(params, build, report);
 }
 
 }  // namespace brumectl::check

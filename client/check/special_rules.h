@@ -8,7 +8,7 @@
 namespace brumectl::check {
 
 /** `params` is an object. What has a wrong type is left to the schema's check. */
-void check_special_rules(const std::string& method, const Json::Value& params, const Target& target,
+void check_special_rules(const std::string& method, const Json::Value& params, const Build& build,
                          Report& report);
 
 }  // namespace brumectl::check

@@ -2,9 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "client/check/config_check.h"
+#include "client/check/reader.h"
 #include "client/method_table.h"
 #include "client/run_program.h"
 #include "infra/corvo_json.h"
@@ -89,7 +93,7 @@ TEST(Check, FindsWrongMethodsAndParameters) {
         {load + request("activate", R"({"resources":{"max_flows":1.5}})"),
          "error activate: 'resources.max_flows'"},
         {load + request("activate", R"({"resources":{"max_flows":1,"dp_workers":null}})"),
-         "error activate: the host system decides"},
+         "error activate: in slave mode 'resources.dp_workers' is refused"},
         {ready + request("push_pcap", R"({"type":"buffer","reset":true})"),
          "error push_pcap: 'buffer' is missing with 'type' \"buffer\""},
         {load + request("coffee", R"({"func":"f","args":[1,2,3,4,5,6,7,8,9]})"),
@@ -123,7 +127,7 @@ std::string sequence(const std::vector<std::string>& methods) {
 }
 
 TEST(Check, FindsWhatTheEnginesStateRefusesOnceForEachSlip) {
-    const Settings standalone{.target = {.slave_mode = false}};
+    const Settings standalone{.build = {.slave_mode = false}};
     const struct {
         std::vector<std::string> methods;
         size_t line;  ///< of the only finding, counting from 1 behind the bracket; 0: none
@@ -148,7 +152,10 @@ TEST(Check, FindsWhatTheEnginesStateRefusesOnceForEachSlip) {
         EXPECT_THAT(found, AllOf(StartsWith(place), HasSubstr(order.text)));
     }
     EXPECT_THAT(findings(sequence({"load", "activate", "attach"})),
-                HasSubstr("attach: refused where a host"));
+                HasSubstr("attach: refused in slave mode"));
+    const Settings bare_metal{.build = {.bare_metal = true}};
+    EXPECT_THAT(findings("[" + request("load") + "]", bare_metal),
+                StartsWith("1:2 error load: on bare metal"));
 }
 
 TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
@@ -159,7 +166,7 @@ TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
             for (const Json::Value& param : example["params"])
                 params[param["name"].asString()] = param["value"];
             Settings settings;
-            settings.target.slave_mode = example["x-build"] != "standalone";
+            settings.build = brumectl::packaged_build();
             if (example.isMember("x-states"))
                 settings.state = *EngineStates::from_status(example["x-states"][0].asString());
             EXPECT_EQ(findings("[" + request(method.name, corvo::json::write(params)) + "]", settings), "")
@@ -168,17 +175,56 @@ TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
     }
 }
 
+TEST(Check, TellsWhatKeepsTheDaemonsUserFromReadingAFile) {
+    TempDir dir;
+    const std::string file = dir.write("start.json", "[]");
+    const Reader owner{"", geteuid()};
+    const Reader member{"", geteuid() + 1, {getegid()}};
+    const Reader other{"", geteuid() + 1, {getegid() + 1}};
+    const struct {
+        const Reader& reader;
+        mode_t file;
+        mode_t folder;
+        const char* hindrance;
+    } CASES[] = {
+        {owner, 0600, 0700, ""},
+        {member, 0640, 0710, ""},
+        {other, 0604, 0701, ""},
+        {owner, 0077, 0700, geteuid() == 0 ? "" : "may not read "},
+        {member, 0604, 0710, "may not read "},
+        {other, 0640, 0701, "may not read "},
+        {other, 0604, 0710, "may not enter "},
+    };
+    for (const auto& c : CASES) {
+        ASSERT_EQ(chmod(file.c_str(), c.file) + chmod(dir.path().c_str(), c.folder), 0);
+        EXPECT_THAT(c.reader.hindrance(file), StartsWith(c.hindrance)) << c.file << " " << c.folder;
+        EXPECT_EQ(c.reader.hindrance(file).empty(), *c.hindrance == '\0');
+    }
+    Daemon daemon;
+    EXPECT_EQ(Reader::of_process(daemon.pid())->uid, geteuid());
+    EXPECT_FALSE(Reader::of_process(getpid()));
+}
+
 TEST(Check, TellsFilesApartAndEndsByWhatItFound) {
     TempDir dir;
     const std::string clean = dir.write("clean", "[" + request("ping") + "]");
     const std::string odd = R"([{"jsonrpc":"2.0","method":"ping"}])";
     const std::string odd_file = dir.write("odd", odd);
-    expect_steps({
-        {{"check", clean, odd_file}, 0, HasSubstr(odd_file + ":1:2: warning: ")},
-        {{"check", "--strict", clean, "-"}, 1, HasSubstr("<stdin>:1:2: warning: "), _, odd},
-        {{"check", clean, dir.file("none")}, 1, _, HasSubstr(dir.file("none"))},
-        {{"check"}, 2, "", _},
-    });
+    const auto packaged = HasSubstr(brumectl::packaged_build().text() + ", as the one packaged");
+    expect_steps(
+        {
+            {{"check", clean, odd_file}, 0, HasSubstr(odd_file + ":1:2: warning: "), packaged},
+            {{"check", clean, "--standalone"},
+             0,
+             "",
+             "Judged for a standalone daemon, as the option says.\n"},
+            {{"check", clean, "--slave-mode"}, 0, "", HasSubstr("daemon in slave mode, as the option")},
+            {{"check", clean, "--slave-mode", "--standalone"}, 2, "", _},
+            {{"check", "--strict", clean, "-"}, 1, HasSubstr("<stdin>:1:2: warning: "), _, odd},
+            {{"check", clean, dir.file("none")}, 1, _, HasSubstr(dir.file("none"))},
+            {{"check"}, 2, "", _},
+        },
+        {.socket = "/nonexistent"});
     Json::Value list;
     ASSERT_TRUE(corvo::json::parse(brumectl({"--json", "check", odd_file}).out, list));
     EXPECT_EQ(list[0]["column"], 2);

@@ -85,6 +85,39 @@ TEST(Wire, ADaemonThatEndsWithTheRequestInHandIsMissedLongBeforeTheTimeout) {
     EXPECT_EQ(program.wait(), 3) << program.err();
 }
 
+TEST(Wire, ADaemonIsAskedForItsBuildAndOneThatDoesntTellIsTakenForThePackagedOne) {
+    const auto result = [](const std::string& text) { return R"({"jsonrpc":"2.0","result":)" + text + "}"; };
+    const auto log = [&](const std::string& attributes) {
+        return result(R"({"log":["[1] - [server][INFO ] - Attributes:     )" + attributes + R"(","more"]})");
+    };
+    const auto refusal = [](const std::string& text) {
+        return R"({"jsonrpc":"2.0","error":{"code":-32000,"specific_err":")" + text + "\"}}";
+    };
+    const std::string silent = result(R"({"log":[]})");
+    const struct {
+        std::vector<std::string> replies;
+        std::string build;
+    } CASES[] = {
+        {{log("optimized")}, "standalone daemon, as the one at"},
+        {{log("debug, asan, slave")}, "daemon in slave mode, as the one at"},
+        {{log("debug, bare metal, slave")}, "daemon in slave mode, for bare metal, as the one at"},
+        {{silent, refusal("'attach' not supported in slave mode")}, "daemon in slave mode, as the one at"},
+        {{silent, refusal("field 'intf' is missing")}, "standalone daemon, as the one at"},
+        {{silent, refusal("what?")}, "as the one packaged with this program is"},
+        {{"nonsense"}, "as the one packaged with this program is"},
+    };
+    for (const auto& c : CASES) {
+        Peer peer;
+        Program program({"check", "-"}, {.socket = peer.path(), .input = "[]"});
+        peer.answer_next(result("{}"));  // to `status`
+        for (const std::string& reply : c.replies)
+            peer.answer_next(reply);
+        EXPECT_EQ(program.wait(), 0);
+        EXPECT_THAT(program.err(), HasSubstr("Judged for a "));
+        EXPECT_THAT(program.err(), HasSubstr(c.build));
+    }
+}
+
 TEST(Wire, AReplyThatCantBeBelievedIsAnErrorThatSaysWhy) {
     const std::pair<std::string, const char*> CASES[] = {
         {"", "no JSON"},
@@ -138,8 +171,8 @@ TEST(Wire, NoAnswerReachesATerminalWithItsControlCharacters) {
 TEST(Wire, AConfigurationIsPlayedToADaemonThatTellsNothingOfItself) {
     Peer peer;
     Program program({"run", "-"}, {.socket = peer.path(), .input = "[]"});
-    peer.answer_next(R"({"jsonrpc":"2.0","id":1,"result":5})");
-    peer.answer_next(R"({"jsonrpc":"2.0","id":2,"result":{}})");
+    for (const char* result : {"5", "{}", "5", "{}"})
+        peer.answer_next(std::string(R"({"jsonrpc":"2.0","result":)") + result + "}");
     EXPECT_EQ(program.wait(), 0) << program.err();
 }
 
