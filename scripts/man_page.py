@@ -2,10 +2,11 @@
 """Makes a manual page from its scdoc source: scripts/man_page.py [--scdoc PROGRAM] --document FILE --words FILE SOURCE PAGE
 
 A line `@methods@` in the source becomes the methods of the document, docs/openrpc.json as it is for one build, a line
-`@errors@` its error codes, `@build@` what that build is,
+`@errors@` its error codes, `@build@` what that build is, `@refused@` a request that is refused,
 `@words@` what is in FILE: the client's words, as it describes them.
 """
 import argparse
+import json
 import pathlib
 import re
 import subprocess
@@ -47,6 +48,67 @@ def result(method):
         yield from entries(rows)
 
 
+# What a literal text has of a line of 80 columns.
+WIDTH = 69
+# Room for the braces that may close behind a value.
+CLOSING = 4
+
+
+def folded(value, indent=0, before=""):
+    """JSON in lines that fit, as far as its texts do: as many members on a line as it takes. `before`: its name."""
+    if indent + len(before + doc.text(value)) + CLOSING <= WIDTH or not isinstance(value, (dict, list)) or not value:
+        return before + doc.text(value)
+    named = value.items() if isinstance(value, dict) else ((None, member) for member in value)
+    opening, closing = "{}" if isinstance(value, dict) else "[]"
+    texts = [folded(member, indent + 1, f"{doc.text(name)}: " if name else "") for name, member in named]
+    lines = [texts[0]]
+    for last, text in zip(texts, texts[1:]):
+        if "\n" in last + text or indent + len(lines[-1] + text) + CLOSING > WIDTH:
+            lines.append(text)
+        else:
+            lines[-1] += ", " + text
+    begin = "\n" + " " * (indent + 1)
+    return before + opening + (begin if before else "") + ("," + begin).join(lines) + closing
+
+
+def messages(method, example):
+    """Request and reply of an example, whole."""
+    params = {param["name"]: param["value"] for param in example["params"]}
+    request = {"jsonrpc": "2.0", "id": 1, "method": method["name"], **({"params": params} if params else {})}
+    if "x-error" in example:
+        return request, {"error": example["x-error"], "id": 1, "jsonrpc": "2.0"}
+    value = example["result"]["value"]
+    size = len(json.dumps(value, ensure_ascii=False, separators=(",", ":")).encode()) + 1
+    return request, {"fmt": {"size": size, "type": "plain"}, "id": 1, "jsonrpc": "2.0", "ms": 0, "result": value}
+
+
+def telling_example(method):
+    """One that succeeds, has something to tell and fits, as far as there is such a one."""
+    def merits(example):
+        lines = folded(messages(method, example)[1]).splitlines()
+        return ("result" in example, bool(example.get("result", {}).get("value")), max(map(len, lines)) <= WIDTH)
+    return max(method["examples"], key=merits)
+
+
+def exchange(method, example):
+    request, reply = messages(method, example)
+    states = [f'"{state}"' for state in example.get("x-states", [])]
+    yield escape("Example" + (f", with the engine in state {doc.either(states)}" if states else "") + ":")
+    yield ""
+    yield from ["```", *folded(request).splitlines(), "```", ""]
+    yield from ["```", *folded(reply).splitlines(), "```", ""]
+
+
+def refused(document):
+    method = next(method for method in document["methods"] if method["name"] == "echo")
+    yield from exchange(method, next(example for example in method["examples"] if "x-error" in example))
+
+
+def error_codes(document, method):
+    errors = document["components"]["errors"]
+    return ", ".join(str(errors[error["$ref"].rsplit("/", 1)[1]]["code"]) for error in method.get("errors", []))
+
+
 def methods(document):
     for method in document["methods"]:
         yield f"## {method['name']}"
@@ -58,6 +120,10 @@ def methods(document):
             yield ""
             yield from entries(params(method))
         yield from result(method)
+        if codes := error_codes(document, method):
+            yield escape(f"Errors: {codes}.")
+            yield ""
+        yield from exchange(method, telling_example(method))
 
 
 def errors(document):
@@ -71,7 +137,7 @@ def build(document):
     yield texts[document["info"]["x-build"]]
 
 
-FRAGMENTS = {"@methods@": methods, "@errors@": errors, "@build@": build}
+FRAGMENTS = {"@methods@": methods, "@errors@": errors, "@build@": build, "@refused@": refused}
 
 
 def main():
@@ -93,4 +159,5 @@ def main():
     args.page.write_text(page.stdout)
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -51,8 +51,13 @@ def table(head, rows):
     yield ""
 
 
+def either(words):
+    """`1`, `1 or 2`, `1, 2 or 3`."""
+    return " or ".join(filter(None, [", ".join(words[:-1]), *words[-1:]]))
+
+
 def needed(required, when=None):
-    conditions = [f"`{name}` {' or '.join(map(text, words))}" for name, words in (when or {}).items()]
+    conditions = [f"`{name}` {either([text(word) for word in words])}" for name, words in (when or {}).items()]
     return "yes" if required else "with " + ", ".join(conditions) if conditions else ""
 
 
@@ -66,8 +71,10 @@ def param_rows(method):
 
 
 def nested_rows(schema, path):
+    """A row for each member, one that several variants have included once."""
     variants = schema.get("oneOf", [])
     shared = schema.get("properties", {})
+    found = {}
     for part in [schema, *variants]:
         # A variant is told by the word that picks it.
         told = [name for name, member in part.get("properties", {}).items() if name in shared and "enum" in member]
@@ -75,11 +82,15 @@ def nested_rows(schema, path):
         for where, member, required in members(part, path):
             if where in when:
                 continue
-            name = where.rsplit(".", 1)[1]
-            need = needed(False, when) if required and when else needed(name in part.get("required", []))
-            description = member.get("description", "")
-            default = text(member["default"]) if "default" in member else ""
-            yield f"`{where}`", type_of(member), need, default, description
+            row = found.setdefault(where, {"member": member, "required": False, "when": {}})
+            if required and when:
+                row["when"] = {name: row["when"].get(name, []) + words for name, words in when.items()}
+            else:
+                row["required"] |= required
+    for where, row in found.items():
+        member = row["member"]
+        default = text(member["default"]) if "default" in member else ""
+        yield f"`{where}`", type_of(member), needed(row["required"], row["when"]), default, member.get("description", "")
 
 
 def result_lines(schema):
