@@ -13,16 +13,7 @@ namespace {
 using Candidates = std::vector<Candidate>;
 
 /** Parts of the names of types whose values are numbers. */
-constexpr const char* NUMBERS[] = {"int", "INT", "SECONDS"};
-
-std::vector<std::string> dashed_names(const CLI::Option& option) {
-    std::vector<std::string> names;
-    for (const std::string& name : option.get_snames())
-        names.push_back("-" + name);
-    for (const std::string& name : option.get_lnames())
-        names.push_back("--" + name);
-    return names;
-}
+constexpr const char* NUMBERS[] = {"int", "INT", "NUMBER", "SECONDS"};
 
 const CLI::Option* find_option(const CLI::App& program, const CLI::App& word, const std::string& name) {
     const CLI::Option* option = word.get_option_no_throw(name);
@@ -199,6 +190,15 @@ std::vector<std::string> word_names(const CLI::App& app) {
     std::vector<std::string> names;
     for (const CLI::App* word : words_of(app))
         names.push_back(word->get_name());
+    return names;
+}
+
+std::vector<std::string> dashed_names(const CLI::Option& option) {
+    std::vector<std::string> names;
+    for (const std::string& name : option.get_snames())
+        names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames())
+        names.push_back("--" + name);
     return names;
 }
 

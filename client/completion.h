@@ -25,6 +25,8 @@ struct Completion {
 /** The words right below `app`, hidden ones left out. */
 std::vector<const CLI::App*> words_of(const CLI::App& app);
 std::vector<std::string> word_names(const CLI::App& app);
+/** "-f", "--follow"; none for a positional. */
+std::vector<std::string> dashed_names(const CLI::Option& option);
 /** Names of the options of a word and of the program, with their dashes. */
 std::vector<std::string> option_names(const CLI::App& program, const CLI::App& word);
 /** The values that an option takes; empty if they can't be listed. */

@@ -1,11 +1,11 @@
 #include "client/man_tables.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <sstream>
 
 #include "client/completion.h"
-#include "client/fields.h"
-#include "client/method_table.h"
-#include "infra/corvo_json.h"
+#include "client/examples.h"
 
 namespace brumectl {
 
@@ -19,94 +19,161 @@ std::string escape(const std::string& text) {
             out += '*';
             continue;
         }
-        if (c == '\n') {
-            out += "++\n";
-            continue;
-        }
         if (std::string("\\*_#.~[]|<>+-").find(c) != std::string::npos) out += '\\';
         out += c;
     }
     return out;
 }
 
+std::string bold(const std::string& text) {
+    return "*" + escape(text) + "*";
+}
+
+std::string italic(const std::string& text) {
+    return "_" + escape(text) + "_";
+}
+
 std::string entry(const std::string& term, const std::string& text) {
-    return term + "\n\t" + escape(text) + "\n\n";
+    return term + "\n\t" + text + "\n\n";
 }
 
 std::string paragraph(const std::string& text) {
     return text.empty() ? "" : escape(text) + "\n\n";
 }
 
-std::string result_text(const Json::Value& result) {
+/** Lines that follow each other flow into one paragraph; "  term  text" is an entry of a list. */
+std::string paragraphs(const std::string& text) {
     std::string out;
-    const Json::Value& schema = result["schema"];
-    for (const std::string& name : schema["properties"].getMemberNames()) {
-        const Json::Value& member = schema["properties"][name];
-        std::string text = type_text(member);
-        if (member["description"].isString()) text += ": " + member["description"].asString();
-        out += entry("*" + escape(name) + "*", text);
+    std::string term;
+    std::string flow;
+    const auto end = [&] {
+        out += term.empty() ? paragraph(flow) : entry(bold(term), escape(flow));
+        term.clear();
+        flow.clear();
+    };
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t begin = std::min(line.find_first_not_of(' '), line.size());
+        const size_t gap = line.find("  ", begin);
+        if (line.empty() || (begin > 0 && gap != std::string::npos)) end();
+        if (begin > 0 && gap != std::string::npos) {
+            term = line.substr(begin, gap - begin);
+            line.erase(0, line.find_first_not_of(' ', gap));
+        } else {
+            line.erase(0, begin);
+        }
+        flow += (flow.empty() ? "" : " ") + line;
     }
+    end();
     return out;
 }
 
-std::string needed_text(const Field& field) {
-    const Json::Value& schema = *field.schema;
-    if (field.required) return ", required";
-    return schema.isMember("default") ? ", default " + corvo::json::write(schema["default"]) : "";
+bool takes_several(const CLI::Option& option) {
+    return option.get_items_expected_max() > 1;
 }
 
-std::string option_term(const CLI::Option& option) {
+/** "WORD" for one of a few, which are told in the text. */
+std::string value_name(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    const bool listed = type.find('|') != std::string::npos || type.find('{') != std::string::npos;
+    return italic(listed ? "WORD" : type.substr(0, type.find(':'))) + (takes_several(option) ? "..." : "");
+}
+
+std::string term_of(const CLI::Option& option) {
+    if (option.get_positional()) return italic(option.get_name(true)) + (takes_several(option) ? "..." : "");
     std::string term;
-    std::string value =
-        option.get_items_expected_max() > 0 ? " _" + escape(option.get_type_name()) + "_" : "";
-    for (const std::string& name : option.get_snames())
-        term += (term.empty() ? "*-" : ", *-") + escape(name) + "*";
-    for (const std::string& name : option.get_lnames())
-        term += (term.empty() ? "*--" : ", *--") + escape(name) + "*";
-    return term.empty() ? "_" + escape(option.get_name(true)) + "_" : term + value;
+    for (const std::string& name : dashed_names(option))
+        term += (term.empty() ? "" : ", ") + bold(name);
+    return term + (option.get_items_expected_max() > 0 ? " " + value_name(option) : "");
 }
 
+std::string listed(const std::vector<std::string>& words) {
+    std::string out;
+    for (size_t i = 0; i < words.size(); ++i)
+        out += (i == 0 ? "" : i + 1 == words.size() ? " or " : ", ") + bold(words[i]);
+    return out;
+}
+
+/** Sentences: what it is, what it can be, and what holds if it isn't given. */
 std::string described(const CLI::Option& option) {
-    const std::string& text = option.get_description();
-    return text.empty() ? "one of " + option.get_type_name() : text;
+    std::string out = escape(option.get_description());
+    const auto add = [&out](const std::string& sentence) {
+        if (!out.empty() && out.back() != '.') out += '.';
+        out += (out.empty() ? "" : " ") + sentence + ".";
+    };
+    const std::vector<std::string> choices = value_choices(option);
+    if (option.get_type_name() == "METHOD")
+        add("The name of a method");
+    else if (!choices.empty())
+        add((choices.size() == 1 ? "Only " : "One of ") + listed(choices));
+    if (takes_several(option)) add("There may be several");
+    if (option.get_required()) add("Required");
+    if (!option.get_default_str().empty()) add("Default: " + escape(option.get_default_str()));
+    return out;
 }
 
 std::string options_text(const CLI::App& word) {
     std::string out;
-    for (const CLI::Option* option : word.get_options())
-        if (!option->get_group().empty() && !option->check_name("--help"))
-            out += entry(option_term(*option), described(*option));
+    for (const bool positional : {true, false})
+        for (const CLI::Option* option : word.get_options()) {
+            const bool is_help = word.get_parent() != nullptr && option == word.get_help_ptr();
+            if (option->get_positional() == positional && !option->get_group().empty() && !is_help)
+                out += entry(term_of(*option), described(*option));
+        }
     return out;
 }
 
-std::string words_text(const CLI::App& app, const std::string& path) {
-    std::string out;
-    for (const CLI::App* word : words_of(app)) {
-        const std::string name = word->get_name();
-        out += "## " + path + name + "\n\n" + paragraph(word->get_description()) +
-               paragraph(word->get_footer()) + options_text(*word) + words_text(*word, path + name + " ");
+std::string synopsis(const CLI::App& word, const std::string& path) {
+    std::string out = bold("brumectl " + path);
+    std::string positionals;
+    bool has_options = false;
+    for (const CLI::Option* option : word.get_options()) {
+        has_options |= !option->get_positional() && option != word.get_help_ptr();
+        if (option->get_positional())
+            positionals += option->get_required() ? " " + term_of(*option) : " [" + term_of(*option) + "]";
     }
+    if (has_options) out += " [" + italic("OPTION") + "...]";
+    out += positionals;
+    if (!words_of(word).empty())
+        out += word.get_require_subcommand_min() > 0 ? " " + italic("WORD") : " [" + italic("WORD") + "]";
+    return out + "\n\n";
+}
+
+std::string examples_text(const std::string& path) {
+    std::string out;
+    for (const Example& example : examples_of(path))
+        out += entry(bold(std::string("brumectl ") + example.line), escape(example.what) + ".");
+    return out.empty() ? out : (path.empty() ? "" : "Examples:\n\n") + out;
+}
+
+std::string word_text(const CLI::App& word, const std::string& path) {
+    std::string out = "## " + path + "\n\n" + synopsis(word, path) + paragraph(word.get_description()) +
+                      options_text(word) + paragraphs(word.get_footer()) + examples_text(path);
+    for (const CLI::App* inner : words_of(word))
+        out += word_text(*inner, path + " " + inner->get_name());
     return out;
+}
+
+std::string upper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
+    return text;
 }
 
 }  // namespace
 
-std::string man_methods() {
-    std::string out;
-    for (const Method& method : MethodTable::get().methods()) {
-        out += "## " + method.name + "\n\n" + paragraph(method.summary) + paragraph(method.description);
-        for (const Field& field : fields_of(method))
-            out += entry("*" + escape(field.path) + "*",
-                         type_text(*field.schema) + needed_text(field) +
-                             (field.description.empty() ? "" : ": " + field.description));
-        std::string result = result_text((*method.document)["result"]);
-        if (!result.empty()) out += "Members of the result:\n\n" + result;
-    }
-    return out;
-}
-
 std::string man_words(const CLI::App& program) {
-    return options_text(program) + words_text(program, "");
+    std::string out = "# OPTIONS\n\nThey may stand before the word or behind it.\n\n" + options_text(program);
+    std::vector<std::pair<std::string, std::string>> groups;
+    for (const CLI::App* word : words_of(program)) {
+        const std::string group = word->get_group() == "Subcommands" ? "Words" : word->get_group();
+        auto same = [&](const auto& known) { return known.first == group; };
+        auto found = std::find_if(groups.begin(), groups.end(), same);
+        if (found == groups.end()) found = groups.insert(groups.end(), {group, ""});
+        found->second += word_text(*word, word->get_name());
+    }
+    for (const auto& [group, words] : groups)
+        out += "# " + upper(group) + "\n\n" + words;
+    return out;
 }
 
 }  // namespace brumectl

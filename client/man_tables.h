@@ -1,5 +1,6 @@
 #pragma once
-// Fragments of manual pages in scdoc's language, made from what the program itself reads.
+// What the program's manual page tells of its words, in scdoc's language, made from what the program itself
+// reads.
 
 #include <string>
 
@@ -9,9 +10,10 @@ class App;
 
 namespace brumectl {
 
-/** The methods: "## name", a paragraph, a list of the parameters, the result's members. */
-std::string man_methods();
-/** The words of the command line: "## word", a paragraph, a list of options; first the program's own. */
+/**
+ * The section of the program's options, then one for each group of words: "## word", how it is typed, what it
+ * does, a list of its parameters and options, examples.
+ */
 std::string man_words(const CLI::App& program);
 
 }  // namespace brumectl

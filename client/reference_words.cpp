@@ -78,12 +78,9 @@ void add_reference_words(CLI::App& app, Context& context) {
     completion->callback([&context, shell] { context.out().print(completion_script(*shell)); });
     add_complete(app, context);
 
-    CLI::App* man = app.add_subcommand("man-tables", "Fragments of the manual pages in scdoc's language");
+    CLI::App* man = app.add_subcommand("man-tables", "Sections of the manual page in scdoc's language");
     man->group("");
-    auto which = add_choice(*man, "tables", "What they are of", {"methods", "words"});
-    man->callback([&app, &context, which] {
-        context.out().print(*which == "methods" ? man_methods() : man_words(app));
-    });
+    man->callback([&app, &context] { context.out().print(man_words(app)); });
 }
 
 }  // namespace brumectl

@@ -22,7 +22,7 @@ if(TARGET brumecp_engine_check)
 endif()
 # The client describes its words itself.
 add_custom_command(OUTPUT ${man_out}/words.scd
-    COMMAND brumectl man-tables words > ${man_out}/words.scd
+    COMMAND brumectl man-tables > ${man_out}/words.scd
     DEPENDS brumectl
     COMMENT "Asking brumectl for its words")
 foreach(entry IN LISTS man_pages)

@@ -212,43 +212,49 @@ TEST(Words, CompletedFunctionsAreThoseOfOurEngine) {
     EXPECT_EQ(names({"complete", "--line=brumectl coffee "}, '\t'), names({"coffee", "help"}, ':'));
 }
 
-TEST(Words, CompletionScriptsAreWhatTheirShellReads) {
-    const struct {
-        const char* shell;
-        const char* test;
-        const char* out;
-    } CASES[] = {
-        {"bash",
-         R"(source ./script
-            try() { COMP_LINE=$1 COMP_POINT=${#1}; shift; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _brumectl
-                    echo ${COMPREPLY[@]}; }
-            try 'brumectl collect d' brumectl collect d
-            try 'brumectl log --level=w' brumectl log --level = w
-            try 'brumectl -s 1.2.3.4:5 ping --js' brumectl -s 1.2.3.4 : 5 ping --js
-            compopt() { echo $*; }
-            try 'brumectl check ' brumectl check '')",
-         "disable\nwarn\n--json\n-o default\n\n"},
-        {"zsh",
-         R"(_files() { echo files; }
-            _describe() { print -l -- "${(@P)${@[-1]}}"; }
-            words=(brumectl -s a:b evidence s) CURRENT=5 PREFIX=s; source ./script
-            words=(brumectl check '') CURRENT=3 PREFIX=; _brumectl)",
-         "show:One report with its stack\nfiles\n"},
-        {"fish", "source ./script; complete -C 'brumectl evidence s'; complete -C 'brumectl check scr'",
-         "show\tOne report with its stack\nscript\n"},
-    };
-    for (const auto& c : CASES) {
-        TempDir dir;
-        const std::string script = brumectl({"completion", c.shell}).out;
-        EXPECT_THAT(script, HasSubstr("brumectl completion " + std::string(c.shell)));
-        if (system(("command -v " + std::string(c.shell) + " >/dev/null").c_str()) != 0) continue;
-        dir.write("script", script);
-        dir.write("test", c.test);
-        const std::string command = "cd " + dir.path() + " && ln -s " + BRUMECTL_COMMAND +
-                                    " && HOME=. PATH=.:$PATH " + c.shell + " test >out 2>&1";
-        EXPECT_EQ(system(command.c_str()), 0) << c.shell;
-        EXPECT_EQ(read_file(dir.file("out")), c.out) << c.shell;
-    }
+struct ShellCase {
+    const char* shell;
+    const char* test;
+    const char* out;
+};
+
+class CompletionScript : public testing::TestWithParam<ShellCase> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Shells, CompletionScript,
+    testing::Values(
+        ShellCase{"bash",
+                  R"(source ./script
+        try() { COMP_LINE=$1 COMP_POINT=${#1}; shift; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _brumectl
+                echo ${COMPREPLY[@]}; }
+        try 'brumectl collect d' brumectl collect d
+        try 'brumectl log --level=w' brumectl log --level = w
+        try 'brumectl -s 1.2.3.4:5 ping --js' brumectl -s 1.2.3.4 : 5 ping --js
+        compopt() { echo $*; }
+        try 'brumectl check ' brumectl check '')",
+                  "disable\nwarn\n--json\n-o default\n\n"},
+        ShellCase{"zsh",
+                  R"(_files() { echo files; }
+        _describe() { print -l -- "${(@P)${@[-1]}}"; }
+        words=(brumectl -s a:b evidence s) CURRENT=5 PREFIX=s; source ./script
+        words=(brumectl check '') CURRENT=3 PREFIX=; _brumectl)",
+                  "show:One report with its stack\nfiles\n"},
+        ShellCase{"fish",
+                  "source ./script; complete -C 'brumectl evidence s'; complete -C 'brumectl check scr'",
+                  "show\tOne report with its stack\nscript\n"}),
+    [](const auto& info) { return std::string(info.param.shell); });
+
+TEST_P(CompletionScript, IsWhatItsShellReads) {
+    const std::string shell = GetParam().shell;
+    if (system(("command -v " + shell + " >/dev/null").c_str()) != 0)
+        GTEST_SKIP() << shell << " isn't installed";
+    TempDir dir;
+    dir.write("script", brumectl({"completion", shell}).out);
+    dir.write("test", GetParam().test);
+    const std::string command = "cd " + dir.path() + " && ln -s " + BRUMECTL_COMMAND +
+                                " && HOME=. PATH=.:$PATH " + shell + " test >out 2>&1";
+    EXPECT_EQ(system(command.c_str()), 0);
+    EXPECT_EQ(read_file(dir.file("out")), GetParam().out);
 }
 
 }  // namespace
