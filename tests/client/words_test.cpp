@@ -197,7 +197,10 @@ TEST(Words, NamesThatOnlyTheRunningSystemKnowsAreCompleted) {
         expect_step({{"complete", "--line=brumectl " + std::string(line)}, 0, found},
                     {.socket = daemon.socket_path()});
     expect_step({{"complete", "--line=brumectl check "}, 1, "", _}, {.socket = daemon.socket_path()});
-    EXPECT_THAT(daemon.log(), Not(HasSubstr("ERROR"))) << "nobody has asked for anything wrong";
+    Daemon without_engine;
+    expect_step({{"complete", "--line=brumectl collect show "}, 0, ""},
+                {.socket = without_engine.socket_path()});
+    EXPECT_THAT(daemon.log() + without_engine.log(), Not(HasSubstr("ERROR"))) << "Tab asks nothing wrong";
 }
 
 TEST(Words, CompletedFunctionsAreThoseOfOurEngine) {
@@ -217,6 +220,10 @@ struct ShellCase {
     const char* test;
     const char* out;
 };
+
+void PrintTo(const ShellCase& c, std::ostream* out) {
+    *out << c.shell;
+}
 
 class CompletionScript : public testing::TestWithParam<ShellCase> {};
 
