@@ -121,12 +121,12 @@ void ask(Context& context, const Json::Value& request, const std::string& method
                         (nothing ? "" : harmless(corvo::json::write_styled(result), true)));
 }
 
-/** Shows why a request failed. With --json an error reply is there already. */
+/** Shows why a request failed. With --json an error reply is there already, but not with --result. */
 void tell_failure(Context& context, const Failure& failure, const std::string& head, bool is_reply) {
     if (!context.json())
         context.out().print(harmless(head) + context.out().paint(Terminal::RED, "failed") + ": " +
                             harmless(failure.what()) + "\n");
-    else if (!is_reply)
+    else if (!is_reply || context.options().result)
         context.complain(head + failure.what());
 }
 

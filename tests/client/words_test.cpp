@@ -58,6 +58,8 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"call", "coffee", R"({"func":"dp.ft.count"})"}},
         {{"call", "pong"}, 1, "", "brumectl: Method 'pong' not registered (did you mean 'ping'?)\n"},
         {{"mt", "--json"}, 1, HasSubstr(":-32000,"), "brumectl: Mem tracing is not built into this image\n"},
+        {{"--result", "echo", "x"}, 0, "{}\n"},
+        {{"mt", "--result"}, 1, "", "brumectl: Mem tracing is not built into this image\n"},
         {{"schema", "ping"}, 0, HasSubstr("\"name\" : \"ping\"")},
         {{"deactivate"}, 0, "ok\n"},
         {{"unload"}, 0, "ok\n"},
@@ -89,6 +91,8 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"--timeout", "nan", "ping"}, "not 'nan'"},
         {{"top", "-b", "-d", "nan"}, "not 'nan'"},
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
+        {{"wait", "--for", "activate"}, "attached, gone, not 'activate' (did you mean 'activated'?)"},
+        {{"reload", "--max_flows", "no"}, "'resources.max_flows' takes 0 to"},
         {{"completion", "fish"}, "none of bash, zsh"},
     };
     for (const auto& [words, complaint] : CASES)
