@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
 
 #include "client/run_program.h"
 #include "infra/corvo_version.h"
@@ -92,11 +95,21 @@ TEST(Reload, AttachesAgainOrDoesNothingWhereOnlyARestartCan) {
                 setup);
 }
 
-TEST(Reload, IsDoneToItsEndThoughTheUserOrTheReaderIsGone) {
+void write_to_nobody() {
+    int ends[2];
+    if (pipe(ends) == 0 && dup2(ends[1], STDOUT_FILENO) >= 0) close(ends[0]);
+}
+
+TEST(Reload, IsDoneToItsEndThoughTheReaderOrTheUserIsGone) {
     Daemon daemon({.args = {"-a"}, .engine_dir = SCRIPTED});
+    const Outcome unread =
+        brumectl({"reload"}, {.socket = daemon.socket_path(), .before_exec = write_to_nobody});
+    EXPECT_EQ(unread.status, 128 + SIGPIPE);
+    EXPECT_EQ(daemon.result("status")["state"], "activated");
+    const size_t first = daemon.engine_calls().size();
     daemon.script("delay deinit 500\n");
     Program program({"reload", "--json"}, {.socket = daemon.socket_path()});
-    ASSERT_TRUE(daemon.wait_for_log("Unloading corvo engine"));
+    ASSERT_TRUE(eventually([&] { return daemon.engine_calls().find("deinit", first) != std::string::npos; }));
     EXPECT_EQ(program.end(SIGINT), 128 + SIGINT);
     EXPECT_EQ(daemon.result("status")["state"], "activated");
 }
