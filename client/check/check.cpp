@@ -60,8 +60,8 @@ void check_reader(const std::optional<check::Reader>& reader, const std::string&
     const std::string hindrance = reader && path != "-" ? reader->hindrance(path) : "";
     if (!hindrance.empty())
         report.add(check::WARNING, 0,
-                   "the daemon's user " + reader->name + " " + hindrance +
-                       ": given with -c it would be told in the log, and left out");
+                   "the daemon runs as " + reader->name + ", who " + hindrance +
+                       ": given this file with -c, it logs that and starts without it");
 }
 
 void check_files(Context& context, const CheckOptions& options) {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "client/run_program.h"
+#include "infra/corvo_version.h"
 #include "support/daemon.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
@@ -20,6 +21,7 @@ namespace {
 using testing::_;
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 using Words = std::vector<std::string>;
@@ -61,6 +63,11 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"--result", "echo", "x"}, 0, "{}\n"},
         {{"mt", "--result"}, 1, "", "brumectl: Mem tracing is not built into this image\n"},
         {{"schema", "ping"}, 0, HasSubstr("\"name\" : \"ping\"")},
+        {{"schema", "attach"},
+         0,
+         AllOf(Not(HasSubstr("x-build")),
+               HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it"
+                                                         : "\"description\" : \"\""))},
         {{"deactivate"}, 0, "ok\n"},
         {{"unload"}, 0, "ok\n"},
         {{"shutdown"}, 0, "ok\n"},
