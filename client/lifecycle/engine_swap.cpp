@@ -95,6 +95,9 @@ bool EngineSwap::step(const Request& request) {
     } catch (const ErrorReply& e) {
         m_tell(request, e.what());
         return false;
+    } catch (const Failure& e) {
+        m_tell(request, e.what());
+        throw;
     }
     m_tell(request, "");
     return true;

@@ -145,7 +145,8 @@ class Reload {
         try {
             return swap.run(present, wanted);
         } catch (const Failure& e) {
-            throw Failure(std::string(e.what()) + "; what was done is told above, 'status' tells what is",
+            if (m_context.json()) print_json("unknown", "");
+            throw Failure(std::string(e.what()) + "; 'wait' and 'evidence' tell what became of it",
                           e.status());
         }
     }
@@ -172,18 +173,22 @@ class Reload {
         }
     }
 
+    void print_json(const std::string& engine, const std::string& state) const {
+        Json::Value json;
+        json["engine"] = engine;
+        json["state"] = state;
+        json["steps"] = m_steps;
+        m_context.out().print(corvo::json::write_line(json));
+    }
+
     void finish(EngineSwap::outcome_e outcome) {
         constexpr const char* WORDS[] = {"the new engine runs", "the swap failed, the old engine runs",
                                          "the swap failed, and the old engine isn't back as it was"};
         constexpr const char* ENGINES[] = {"new", "old", "neither"};
         const std::string state = string_of(member_of(m_daemon.call("status"), "state"));
-        Json::Value json;
-        json["engine"] = ENGINES[outcome];
-        json["state"] = state;
-        json["steps"] = m_steps;
         const std::string text = std::string(WORDS[outcome]) + ": " + state;
         if (m_unsaid) std::rethrow_exception(m_unsaid);
-        if (m_context.json()) m_context.out().print(corvo::json::write_line(json));
+        if (m_context.json()) print_json(ENGINES[outcome], state);
         if (outcome != EngineSwap::SWAPPED) throw Failure(text);
         if (!m_context.json()) m_context.out().print(harmless(text) + "\n");
     }

@@ -100,7 +100,7 @@ void write_to_nobody() {
     if (pipe(ends) == 0 && dup2(ends[1], STDOUT_FILENO) >= 0) close(ends[0]);
 }
 
-TEST(Reload, IsDoneToItsEndThoughTheReaderOrTheUserIsGone) {
+TEST(Reload, IsDoneToItsEndThoughTheReaderOrTheUserIsGoneButNotThoughTheDaemonIs) {
     Daemon daemon({.args = {"-a"}, .engine_dir = SCRIPTED});
     const Outcome unread =
         brumectl({"reload"}, {.socket = daemon.socket_path(), .before_exec = write_to_nobody});
@@ -112,6 +112,12 @@ TEST(Reload, IsDoneToItsEndThoughTheReaderOrTheUserIsGone) {
     ASSERT_TRUE(eventually([&] { return daemon.engine_calls().find("deinit", first) != std::string::npos; }));
     EXPECT_EQ(program.end(SIGINT), 128 + SIGINT);
     EXPECT_EQ(daemon.result("status")["state"], "activated");
+    daemon.script("crash init abort\n");
+    expect_step({{"reload"},
+                 3,
+                 HasSubstr("/scripted: failed: no daemon at "),
+                 HasSubstr("Connection refused; 'wait' and 'evidence' tell what became of it\n")},
+                {.socket = daemon.socket_path()});
 }
 
 }  // namespace
