@@ -15,7 +15,10 @@ class Context;
  * @throws what Daemon::call throws
  */
 void ask_and_show(Context& context, const std::string& method, const Json::Value& params);
-/** With --json: prints the reply's text. @throws ErrorReply if that's what it is */
+/**
+ * With --json: prints the reply's text; with --result the result alone, and nothing of an error.
+ * @throws ErrorReply if that's what it is
+ */
 void ask_and_print_text(Context& context, const std::string& method, const Json::Value& params);
 
 }  // namespace brumectl

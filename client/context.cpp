@@ -13,10 +13,12 @@ Daemon& Context::daemon() {
     return *m_daemon;
 }
 
+std::vector<Address> Context::addresses() const {
+    return m_options.address.empty() ? default_addresses() : std::vector{Address::parse(m_options.address)};
+}
+
 std::unique_ptr<Daemon> Context::new_daemon() const {
-    std::vector<Address> addresses =
-        m_options.address.empty() ? default_addresses() : std::vector{Address::parse(m_options.address)};
-    return std::make_unique<Daemon>(std::move(addresses), timeout_ms());
+    return std::make_unique<Daemon>(addresses(), timeout_ms());
 }
 
 void Context::complain(const std::string& text) const {

@@ -15,6 +15,7 @@ struct Options {
     std::string address = {};  ///< empty: look in the usual places
     double timeout_sec = 10;
     bool json = false;                    ///< answers unchanged instead of text for people
+    bool result = false;                  ///< JSON, too, but of an answer the result alone
     bool in_shell = false;                ///< the line comes from the shell, which can't begin another
     std::vector<std::string> typed = {};  ///< the whole line as it was typed
 };
@@ -25,11 +26,13 @@ class Context {
 
     /** Made at first use; nothing is connected before the first request. @throws Usage for a bad address */
     Daemon& daemon();
+    /** Where `daemon` looks, in this order. @throws Usage for a bad address */
+    std::vector<Address> addresses() const;
     /** One of its own, for what must not wait behind another's answer. */
     std::unique_ptr<Daemon> new_daemon() const;
     const Options& options() const { return m_options; }
     int timeout_ms() const { return static_cast<int>(m_options.timeout_sec * 1000); }
-    bool json() const { return m_options.json; }
+    bool json() const { return m_options.json || m_options.result; }
     const Terminal& out() const { return m_out; }
     const Terminal& err() const { return m_err; }
     /** A line on stderr: "brumectl: text", behind what has been printed. @throws Interrupted */

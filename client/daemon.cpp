@@ -26,7 +26,7 @@ int remaining_ms(uint64_t deadline_ms) {
 }
 
 [[noreturn]] void fail_unreachable(const Address& address, int err) {
-    throw NoDaemon("no daemon at " + address.text + ": " + strerror(err));
+    throw NoDaemon("no daemon at " + address.text + ": " + strerror(err), err == EACCES);
 }
 
 /** Waits for `events` on one descriptor. False: the time is over. */
@@ -81,6 +81,7 @@ uint64_t Daemon::deadline_ms() const {
 void Daemon::find(uint64_t deadline) {
     if (m_found) return;
     std::string tried;
+    bool denied = false;
     for (const Address& address : m_addresses) {
         int err = 0;
         m_fd = connect_to(address, deadline, err);
@@ -91,9 +92,10 @@ void Daemon::find(uint64_t deadline) {
             m_found = true;
             return;
         }
+        denied = denied || err == EACCES;
         tried += (tried.empty() ? "" : "; ") + address.text + ": " + strerror(err);
     }
-    throw NoDaemon("no daemon at " + tried);
+    throw NoDaemon("no daemon at " + tried, denied);
 }
 
 const Address& Daemon::address() {

@@ -29,7 +29,13 @@ class Failure : public std::runtime_error {
 /** Nobody answers at the address; the text names it and the reason. */
 class NoDaemon : public Failure {
  public:
-    explicit NoDaemon(const std::string& text) : Failure(text, EXIT_NO_DAEMON) {}
+    explicit NoDaemon(const std::string& text, bool denied = false)
+        : Failure(text, EXIT_NO_DAEMON), m_denied(denied) {}
+    /** Somebody may be there whom this user may not ask. */
+    bool is_denied() const { return m_denied; }
+
+ private:
+    bool m_denied;
 };
 
 /** The daemon ended a connection in the middle of an exchange. It may be gone. */

@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
+#include <fstream>
+
 namespace brumectl {
 
 namespace {
@@ -22,9 +24,9 @@ bool on_this_machine(const Address& address) {
 
 LocalDaemon::LocalDaemon(const Address& address, pid_t pid) : m_same_files(on_this_machine(address)) {
     if (!m_same_files || pid <= 0) return;
-    const std::string proc = "/proc/" + std::to_string(pid);
-    if (!link_target(proc + "/cwd").empty()) m_cwd = proc + "/cwd";
-    const std::string mounts = link_target(proc + "/ns/mnt");
+    m_proc = "/proc/" + std::to_string(pid);
+    if (!link_target(m_proc + "/cwd").empty()) m_cwd = m_proc + "/cwd";
+    const std::string mounts = link_target(m_proc + "/ns/mnt");
     if (!mounts.empty())
         m_same_files = mounts == link_target("/proc/self/ns/mnt");
     else if (address.tcp)
@@ -38,6 +40,18 @@ bool LocalDaemon::reaches(const std::string& path) const {
 
 std::string LocalDaemon::path_of(const std::string& path) const {
     return path.front() == '/' ? path : m_cwd + "/" + path;
+}
+
+std::string LocalDaemon::engine_folder() const {
+    if (!visible()) return {};
+    std::ifstream maps(m_proc + "/maps");
+    for (std::string line; std::getline(maps, line);) {
+        const size_t begin = line.find('/');
+        for (const char* library : {"/libcvcp_u.so", "/libcvcp_k.so"})
+            if (size_t end = line.rfind(library); begin != std::string::npos && end != std::string::npos)
+                return line.substr(begin, end - begin);
+    }
+    return {};
 }
 
 }  // namespace brumectl

@@ -21,10 +21,13 @@ class LocalDaemon {
     bool reaches(const std::string& path) const;
     /** A name for what the daemon calls `path`; only if `reaches`. */
     std::string path_of(const std::string& path) const;
+    /** Where it has its engine from, as its own path; empty if that can't be seen or none is loaded. */
+    std::string engine_folder() const;
 
  private:
-    std::string m_cwd = {};  ///< as a path through /proc, good even where the folder was renamed
-    bool m_same_files;       ///< its absolute paths are ours: over TCP it must be seen to be so
+    std::string m_proc = {};  ///< its folder in /proc
+    std::string m_cwd = {};   ///< as a path through /proc, good even where the folder was renamed
+    bool m_same_files;        ///< its absolute paths are ours: over TCP it must be seen to be so
 };
 
 /** False for a TCP address beyond the loopback network. */

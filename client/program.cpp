@@ -40,6 +40,7 @@ void add_options(CLI::App& app, Options& options) {
         ->type_name("SECONDS")
         ->check(seconds_between(0.001, 86400));
     app.add_flag("--json", options.json, "Answers as the daemon gave them");
+    app.add_flag("--result", options.result, "JSON, too, but of an answer the result alone: for jq");
     app.set_version_flag("--version", std::string("brumectl ") + BRUMECTL_VERSION, "Version of the program");
     app.set_help_flag("-h,--help", "Help of the program or of a word");
 }

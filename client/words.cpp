@@ -4,6 +4,7 @@
 #include "client/check/words.h"
 #include "client/classify/classify.h"
 #include "client/evidence/evidence.h"
+#include "client/lifecycle/words.h"
 #include "client/live/events.h"
 #include "client/live/metrics.h"
 #include "client/live/top.h"
@@ -18,6 +19,8 @@ void add_words(CLI::App& app, Context& context) {
     add_call(app, context);
     add_check(app, context);
     add_run(app, context);
+    add_wait(app, context);
+    add_reload(app, context);
     add_log(app, context);
     add_shell(app, context);
     add_reference_words(app, context);

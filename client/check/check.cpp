@@ -60,8 +60,8 @@ void check_reader(const std::optional<check::Reader>& reader, const std::string&
     const std::string hindrance = reader && path != "-" ? reader->hindrance(path) : "";
     if (!hindrance.empty())
         report.add(check::WARNING, 0,
-                   "the daemon's user " + reader->name + " " + hindrance +
-                       ": given with -c it would be told in the log, and left out");
+                   "the daemon runs as " + reader->name + ", who " + hindrance +
+                       ": given this file with -c, it logs that and starts without it");
 }
 
 void check_files(Context& context, const CheckOptions& options) {
@@ -121,12 +121,12 @@ void ask(Context& context, const Json::Value& request, const std::string& method
                         (nothing ? "" : harmless(corvo::json::write_styled(result), true)));
 }
 
-/** Shows why a request failed. With --json an error reply is there already. */
+/** Shows why a request failed. With --json an error reply is there already, but not with --result. */
 void tell_failure(Context& context, const Failure& failure, const std::string& head, bool is_reply) {
     if (!context.json())
         context.out().print(harmless(head) + context.out().paint(Terminal::RED, "failed") + ": " +
                             harmless(failure.what()) + "\n");
-    else if (!is_reply)
+    else if (!is_reply || context.options().result)
         context.complain(head + failure.what());
 }
 

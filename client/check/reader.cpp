@@ -93,7 +93,7 @@ std::string Reader::hindrance(const std::string& path) const {
         const bool folder = part != file;
         if (allows(info, *this, folder ? S_IXOTH : S_IROTH)) continue;
         if (getxattr(part.c_str(), "system.posix_acl_access", nullptr, 0) > 0) return {};
-        return (folder ? "may not enter " : "may not read ") + part.string() + mode_text(info);
+        return (folder ? "can't enter " : "can't read ") + part.string() + mode_text(info);
     }
     return {};
 }

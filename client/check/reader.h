@@ -21,7 +21,7 @@ struct Reader {
     static std::optional<Reader> of_service();
 
     /**
-     * Why it can't read the file, such as "may not enter /root (mode 0700, of root)"; empty if it can, or if
+     * Why it can't read the file, such as "can't enter /root (mode 0700, of root)"; empty if it can, or if
      * that isn't for the modes to say (access lists).
      */
     std::string hindrance(const std::string& path) const;

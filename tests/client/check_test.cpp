@@ -190,10 +190,10 @@ TEST(Check, TellsWhatKeepsTheDaemonsUserFromReadingAFile) {
         {owner, 0600, 0700, ""},
         {member, 0640, 0710, ""},
         {other, 0604, 0701, ""},
-        {owner, 0077, 0700, geteuid() == 0 ? "" : "may not read "},
-        {member, 0604, 0710, "may not read "},
-        {other, 0640, 0701, "may not read "},
-        {other, 0604, 0710, "may not enter "},
+        {owner, 0077, 0700, geteuid() == 0 ? "" : "can't read "},
+        {member, 0604, 0710, "can't read "},
+        {other, 0640, 0701, "can't read "},
+        {other, 0604, 0710, "can't enter "},
     };
     for (const auto& c : CASES) {
         ASSERT_EQ(chmod(file.c_str(), c.file) + chmod(dir.path().c_str(), c.folder), 0);

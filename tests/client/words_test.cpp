@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "client/run_program.h"
+#include "infra/corvo_version.h"
 #include "support/daemon.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
@@ -62,7 +63,14 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"call", "coffee", R"({"func":"dp.ft.count"})"}},
         {{"call", "pong"}, 1, "", "brumectl: Method 'pong' not registered (did you mean 'ping'?)\n"},
         {{"mt", "--json"}, 1, HasSubstr(":-32000,"), "brumectl: Mem tracing is not built into this image\n"},
+        {{"--result", "echo", "x"}, 0, "{}\n"},
+        {{"mt", "--result"}, 1, "", "brumectl: Mem tracing is not built into this image\n"},
         {{"schema", "ping"}, 0, HasSubstr("\"name\" : \"ping\"")},
+        {{"schema", "attach"},
+         0,
+         AllOf(Not(HasSubstr("x-build")),
+               HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it"
+                                                         : "\"description\" : \"\""))},
         {{"deactivate"}, 0, "ok\n"},
         {{"unload"}, 0, "ok\n"},
         {{"shutdown"}, 0, "ok\n"},
@@ -94,6 +102,8 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"top", "-b", "-d", "nan"}, "not 'nan'"},
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
         {{"completion", "csh"}, "none of bash, zsh, fish"},
+        {{"wait", "--for", "activate"}, "attached, gone, not 'activate' (did you mean 'activated'?)"},
+        {{"reload", "--max_flows", "no"}, "'resources.max_flows' takes 0 to"},
     };
     for (const auto& [words, complaint] : CASES)
         expect_step({words, 2, "",

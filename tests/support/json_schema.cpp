@@ -36,8 +36,8 @@ bool members_validate(const Json::Value& schema, const Json::Value& value) {
 
 bool validates(const Json::Value& schema, const Json::Value& value) {
     static const std::set<std::string> KEYWORDS = {
-        "additionalProperties", "default",  "description", "enum", "items", "maximum", "minimum", "oneOf",
-        "properties",           "required", "type"};
+        "additionalProperties", "default",  "description", "enum",    "items", "maximum", "minimum", "oneOf",
+        "properties",           "required", "type",        "x-builds"};
     for (const std::string& keyword : schema.getMemberNames())
         if (!KEYWORDS.contains(keyword)) throw std::logic_error("unknown keyword " + keyword);
     const auto valid = [&value](const Json::Value& part) { return validates(part, value); };
