@@ -5,6 +5,7 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
+#include "infra/corvo_json.h"
 
 namespace brumectl {
 
@@ -17,6 +18,11 @@ std::unique_ptr<Daemon> Context::new_daemon() const {
     std::vector<Address> addresses =
         m_options.address.empty() ? default_addresses() : std::vector{Address::parse(m_options.address)};
     return std::make_unique<Daemon>(std::move(addresses), timeout_ms());
+}
+
+void Context::print_json(const Json::Value& value) const {
+    m_out.print(m_out.interactive() ? harmless(corvo::json::write_styled(value), true)
+                                    : corvo::json::write_line(value));
 }
 
 void Context::complain(const std::string& text) const {

@@ -7,7 +7,6 @@
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/fields.h"
-#include "client/interrupt.h"
 #include "client/json_access.h"
 #include "client/render.h"
 #include "client/views.h"
@@ -88,8 +87,7 @@ void follow(Context& context, unsigned lines) {
     Follower follower(context);
     follower.begin(lines);
     for (;;) {
-        std::vector<pollfd> none;
-        interrupt::wait(none, FOLLOW_INTERVAL_MS);
+        context.out().wait(FOLLOW_INTERVAL_MS);
         follower.step();
     }
 }
