@@ -1,5 +1,8 @@
 #include "client/answer.h"
 
+#include <chrono>
+#include <cstdio>
+
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/reply.h"
@@ -10,31 +13,52 @@ namespace brumectl {
 
 namespace {
 
-void ask_and_print_result(Context& context, const std::string& method, const Json::Value& params) {
-    const Json::Value result = context.daemon().call(method, params);
-    const Terminal& out = context.out();
-    out.print(out.interactive() ? harmless(corvo::json::write_styled(result), true)
-                                : corvo::json::write_line(result));
-    out.flush();
+void print_result(Context& context, const std::string& method, const Json::Value& params) {
+    context.print_json(context.daemon().call(method, params));
+    context.out().flush();
+}
+
+void print_reply(Context& context, const Json::Value& reply) {
+    context.print_json(reply);
+    context.out().flush();
+    reply::throw_error(reply);
+}
+
+/** What people want to know of it isn't in the answer: the time from the request to there. */
+void ping(Context& context, const Json::Value& params) {
+    const std::string where = context.daemon().address().text;  // connected to from here on
+    const auto begin = std::chrono::steady_clock::now();
+    context.daemon().call("ping", params);
+    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - begin;
+    char text[48];
+    snprintf(text, sizeof(text), "%.2f ms", taken.count());
+    context.out().print("answer from " + harmless(where) + " in " + text + "\n");
 }
 
 }  // namespace
 
-void ask_and_print_text(Context& context, const std::string& method, const Json::Value& params) {
-    if (context.options().result) return ask_and_print_result(context, method, params);
-    std::string text = context.daemon().call_text(method, params);
-    if (text.empty() || text.back() != '\n') text += '\n';
-    // JSON that escapes its control characters is the same either way; a peer may send others.
-    context.out().print(context.out().interactive() ? harmless(text, true) : text);
+void ask_and_print_reply(Context& context, const std::string& method, const Json::Value& params) {
+    if (context.options().result) return print_result(context, method, params);
+    const std::string text = context.daemon().call_text(method, params);
+    const Json::Value reply = reply::parse(text);
+    if (context.out().interactive()) return print_reply(context, reply);
+    context.out().print(text.empty() || text.back() != '\n' ? text + '\n' : text);
     context.out().flush();
-    reply::throw_error(reply::parse(text));
+    reply::throw_error(reply);
+}
+
+void ask_and_print_reply(Context& context, const std::string& method, const Json::Value& params,
+                         const Json::Value& id) {
+    if (context.options().result) return print_result(context, method, params);
+    Json::Value reply = reply::parse(context.daemon().call_text(method, params));
+    reply["id"] = id;
+    print_reply(context, reply);
 }
 
 void ask_and_show(Context& context, const std::string& method, const Json::Value& params) {
-    if (context.json())
-        ask_and_print_text(context, method, params);
-    else
-        context.out().print(view(context.out(), method, context.daemon().call(method, params)));
+    if (context.json()) return ask_and_print_reply(context, method, params);
+    if (method == "ping") return ping(context, params);
+    context.out().print(view(context.out(), method, context.daemon().call(method, params)));
 }
 
 }  // namespace brumectl

@@ -10,15 +10,17 @@ namespace brumectl {
 class Context;
 
 /**
- * Prints the result for people, or with --json the reply's text as it came (to a terminal made
- * harmless), an error's too.
+ * Prints the result for people, or with --json the reply as it came, an error's too.
  * @throws what Daemon::call throws
  */
 void ask_and_show(Context& context, const std::string& method, const Json::Value& params);
 /**
- * With --json: prints the reply's text; with --result the result alone, and nothing of an error.
+ * With --json: prints the reply; with --result the result alone, and nothing of an error.
  * @throws ErrorReply if that's what it is
  */
-void ask_and_print_text(Context& context, const std::string& method, const Json::Value& params);
+void ask_and_print_reply(Context& context, const std::string& method, const Json::Value& params);
+/** The same with another `id` than the one that it was asked with: that of whoever wrote the request. */
+void ask_and_print_reply(Context& context, const std::string& method, const Json::Value& params,
+                         const Json::Value& id);
 
 }  // namespace brumectl

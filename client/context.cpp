@@ -5,6 +5,7 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
+#include "infra/corvo_json.h"
 
 namespace brumectl {
 
@@ -19,6 +20,11 @@ std::vector<Address> Context::addresses() const {
 
 std::unique_ptr<Daemon> Context::new_daemon() const {
     return std::make_unique<Daemon>(addresses(), timeout_ms());
+}
+
+void Context::print_json(const Json::Value& value) const {
+    m_out.print(m_out.interactive() ? harmless(corvo::json::write_styled(value), true)
+                                    : corvo::json::write_line(value));
 }
 
 void Context::complain(const std::string& text) const {

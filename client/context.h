@@ -35,6 +35,8 @@ class Context {
     bool json() const { return m_options.json || m_options.result; }
     const Terminal& out() const { return m_out; }
     const Terminal& err() const { return m_err; }
+    /** On a line of its own; indented and harmless where people read it, at a terminal. @throws as `print` */
+    void print_json(const Json::Value& value) const;
     /** A line on stderr: "brumectl: text", behind what has been printed. @throws Interrupted */
     void complain(const std::string& text) const;
 

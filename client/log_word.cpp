@@ -8,7 +8,7 @@
 #include "client/daemon_log.h"
 #include "client/failure.h"
 #include "client/fields.h"
-#include "client/interrupt.h"
+#include "client/json_access.h"
 #include "client/render.h"
 #include "client/views.h"
 
@@ -77,8 +77,7 @@ void follow(Context& context, unsigned lines) {
     Follower follower(context);
     follower.begin(lines);
     for (;;) {
-        std::vector<pollfd> none;
-        interrupt::wait(none, FOLLOW_INTERVAL_MS);
+        context.out().wait(FOLLOW_INTERVAL_MS);
         follower.step();
     }
 }

@@ -9,7 +9,6 @@
 #include "client/man_tables.h"
 #include "client/method_table.h"
 #include "client/shell/split.h"
-#include "infra/corvo_json.h"
 
 namespace brumectl {
 
@@ -18,12 +17,12 @@ namespace {
 void print_schema(Context& context, const std::string& name) {
     const MethodTable& table = MethodTable::get();
     if (name.empty()) {
-        context.out().print(MethodTable::text());
+        context.print_json(table.document());
         return;
     }
     const Method* method = table.find(name);
     if (method == nullptr) throw Usage("no method '" + name + "'" + did_you_mean(name, table.names()));
-    context.out().print(corvo::json::write_styled(*method->document));
+    context.print_json(*method->document);
 }
 
 void add_schema(CLI::App& app, Context& context) {

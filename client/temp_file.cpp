@@ -35,6 +35,16 @@ void TempFile::fail(const char* what) const {
     throw Failure(std::string("can't ") + what + " " + m_path + ": " + strerror(errno));
 }
 
+void TempFile::set_mode(mode_t mode) {
+    if (fchmod(fileno(m_file.get()), mode) != 0) fail("set the mode of");
+}
+
+bool TempFile::give_to_group(gid_t group) {
+    if (fchown(fileno(m_file.get()), static_cast<uid_t>(-1), group) != 0) return false;
+    set_mode(0640);
+    return true;
+}
+
 void TempFile::write(const void* bytes, size_t size) {
     if (fwrite(bytes, 1, size, m_file.get()) != size) fail("write");
 }

@@ -20,6 +20,10 @@ class TempFile {
     ~TempFile();
 
     const std::string& path() const { return m_path; }
+    /** @throws Failure */
+    void set_mode(mode_t mode);
+    /** Mode 0640. False, and nothing has changed: this user may not give it to that group. @throws Failure */
+    bool give_to_group(gid_t group);
     /** @throws Failure, as for a disk that is full */
     void write(const void* bytes, size_t size);
     void write(const std::string& text) { write(text.data(), text.size()); }

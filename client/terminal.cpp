@@ -102,6 +102,11 @@ void Terminal::print(const std::string& text) const {
     }
 }
 
+void Terminal::wait(int timeout_ms, int fd) const {
+    std::vector<pollfd> fds{{fileno(m_stream), 0, 0}, {fd, POLLIN, 0}};
+    if (interrupt::wait(fds, timeout_ms) > 0 && fds[0].revents != 0) throw Interrupted(SIGPIPE);
+}
+
 void Terminal::flush() const {
     if (__fpending(m_stream) == 0) return;
     await_room();

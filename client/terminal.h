@@ -22,6 +22,11 @@ class Terminal {
     std::string paint(colour_e colour, const std::string& text) const;
     /** Like `flush`, may throw: a reader that takes its time can't keep Ctrl-C from ending the program. */
     void print(const std::string& text) const;
+    /**
+     * Waits, for as long as somebody reads this: until the time is over or `fd` (-1 for none) can be read.
+     * @throws Interrupted, by SIGPIPE when the reader is gone
+     */
+    void wait(int timeout_ms, int fd = -1) const;
     /** @throws Failure if what was printed can't be written or nobody reads it, Interrupted */
     void flush() const;
     FILE* stream() const { return m_stream; }

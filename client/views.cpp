@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/evidence/report_text.h"
 #include "client/json_access.h"
 #include "client/live/notification.h"
 #include "client/method_table.h"
@@ -92,20 +93,22 @@ std::string hogs_view(const Terminal& terminal, const Json::Value& result) {
     if (events.empty()) return "no stalls\n";
     std::string out;
     for (const Json::Value& event : events) {
-        const Json::Value& engine = member_of(event, "engine");
+        const EvidenceReport report = EvidenceReport::from_json(event);
+        const std::string stack = stack_text(terminal, report);
         out += (out.empty() ? "" : "\n") +
-               key_lines(terminal,
-                         {{"version", or_dash(text_of(member_of(event, "version")))},
-                          {"machine", text_of(member_of(member_of(event, "platform"), "machine")) + " " +
-                                          text_of(member_of(member_of(event, "platform"), "release"))},
-                          {"engine", text_of(member_of(engine, "mode")) + ", " +
-                                         or_dash(text_of(member_of(engine, "state")))},
-                          {"process", line_of(member_of(member_of(event, "process"), "pid"))}});
-        const Json::Value& trace = member_of(event, "backtrace");
-        std::string text = trace.isString() ? harmless(trace.asString(), true) : line_of(trace);
-        out += text + (text.empty() || text.back() != '\n' ? "\n" : "");
+               field_text(terminal, "time",
+                          report.time > 0 ? time_text(static_cast<int64_t>(report.time)) : "-") +
+               report_text(terminal, report) + (stack.empty() ? "" : "\n") + stack;
     }
     return out;
+}
+
+/** A sample of a collector tells when it was taken. */
+std::string collect_view(const Terminal& terminal, const Json::Value& result) {
+    if (!member_of(result, "time").isUInt64()) return "";
+    Json::Value shown = result;
+    shown["time"] = time_text(static_cast<int64_t>(count_of(result["time"])));
+    return render(terminal, shown, nullptr);
 }
 
 TextTable::Cell severity_cell(const Json::Value& event) {
@@ -152,7 +155,7 @@ std::string log_view(const Terminal& terminal, const Json::Value& result) {
 }
 
 std::string packet_table(const Terminal& terminal, const Json::Value& packets) {
-    if (packets.empty()) return "no packet has a class\n";
+    if (packets.empty()) return "no classified packets\n";
     TextTable table({"source", "destination", "bytes", "over", "protocol", "class", "path", "error"});
     for (const Json::Value& packet : packets) {
         std::string path;
@@ -194,9 +197,10 @@ constexpr struct {
     const char* method;
     std::string (*view)(const Terminal&, const Json::Value&);
 } VIEWS[] = {
-    {"status", status_view}, {"cmds", cmds_view},
-    {"events", hogs_view},   {"notifications", notifications_view},
-    {"log", log_view},       {"push_pcap", push_view},
+    {"status", status_view},   {"cmds", cmds_view},
+    {"events", hogs_view},     {"notifications", notifications_view},
+    {"log", log_view},         {"push_pcap", push_view},
+    {"collect", collect_view},
 };
 
 }  // namespace

@@ -124,10 +124,19 @@ void DataPath::inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool ext
     move_traffic(before, traffic_of(flow), flow);
 }
 
+/** The flow is about to be forgotten: its class won't change any more. */
+void DataPath::settle(const Flow& flow) {
+    move_traffic(traffic_of(flow), counts_of(flow).settled, flow);
+}
+
+bool DataPath::expire(uint64_t now_ms, uint32_t budget) {
+    return m_table.expire(now_ms, budget, [this](const Flow& flow) { settle(flow); });
+}
+
 Flow* DataPath::flow_of(const FlowKey& key, uint64_t now_ms) {
     Flow* flow = m_table.find_or_add(key);
     if (flow) return flow;
-    m_table.expire(now_ms, ENTRIES_PER_REFUSAL);
+    expire(now_ms, ENTRIES_PER_REFUSAL);
     return m_table.size() < m_table.max_flows() ? m_table.find_or_add(key) : nullptr;
 }
 
@@ -164,7 +173,7 @@ int DataPath::tick() {
     uint64_t now_ms = m_clock();
     m_most_flows = std::max(m_most_flows, m_table.size());
     if (m_most_flows < WORTH_RELEASING || m_table.size() > m_most_flows / 4) m_busy_ms = now_ms;
-    if (!m_table.expire(now_ms, ENTRIES_PER_TICK)) return BUSY_TICK_MS;
+    if (!expire(now_ms, ENTRIES_PER_TICK)) return BUSY_TICK_MS;
     if (now_ms - m_busy_ms >= RELEASE_AFTER_MS) release_memory();
     return TICK_MS;
 }
@@ -177,14 +186,12 @@ void DataPath::release_memory() {
     m_most_flows = m_table.size();
 }
 
-std::map<std::string, Traffic> DataPath::traffic_by_protocol() const {
-    std::map<std::string, Traffic> out;
+std::map<std::string, Counts> DataPath::counts_by_protocol() const {
+    std::map<std::string, Counts> out;
     m_classifier.for_each_protocol([&](const ProtocolEntry& entry) {
-        if (entry.traffic.packets == 0) return;
-        Traffic& sum = out[entry.full];  // two pairs may have one name
-        sum.packets += entry.traffic.packets;
-        sum.bytes += entry.traffic.bytes;
-        sum.flows += entry.traffic.flows;
+        Counts& sum = out[entry.full];  // two pairs may have one name
+        sum.settled += entry.counts.settled;
+        sum.open += entry.counts.open;
     });
     return out;
 }
@@ -192,6 +199,7 @@ std::map<std::string, Traffic> DataPath::traffic_by_protocol() const {
 uint32_t DataPath::kill_all_flows() {
     uint32_t count = m_table.size();
     m_most_flows = std::max(m_most_flows, count);
+    m_table.for_each([this](const Flow& flow) { return settle(flow), true; });
     m_table.clear();
     return count;
 }
@@ -206,11 +214,9 @@ std::string DataPath::dump(uint32_t limit) const {
         out += "ns " + std::to_string(key.ns_id()) + " " + ip_protocol_name(key.protocol()) + " " +
                end_text(key, key.lower_address(), key.lower_port()) + " " +
                end_text(key, key.upper_address(), key.upper_port()) + " " +
-               (verdict.cls()  ? verdict.entry->full
-                : flow.decided ? "unknown"
-                               : "undecided") +
-               " cls " + std::to_string(verdict.cls()) + " packets " + std::to_string(flow.packets) +
-               " idle_ms " + std::to_string(now_ms - flow.last_seen_ms) + "\n";
+               (verdict.cls() ? verdict.entry->full : "unclassified") + " cls " +
+               std::to_string(verdict.cls()) + " packets " + std::to_string(flow.packets) + " idle_ms " +
+               std::to_string(now_ms - flow.last_seen_ms) + "\n";
         return --limit > 0;
     });
     return out;

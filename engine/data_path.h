@@ -53,10 +53,10 @@ class DataPath {
     const FlowTable& table() const { return m_table; }
     /** Packets and bytes that came by `push`; `flows` isn't used. */
     const Traffic& pushed() const { return m_pushed; }
-    /** Traffic of the flows without a class. */
-    const Traffic& unclassified() const { return m_unclassified; }
-    /** Traffic of the others by the name of their protocol. */
-    std::map<std::string, Traffic> traffic_by_protocol() const;
+    /** Of the flows without a class. */
+    const Counts& unclassified() const { return m_unclassified; }
+    /** Of the others by the name of their protocol. */
+    std::map<std::string, Counts> counts_by_protocol() const;
     /** How many packets had that error. */
     uint64_t errors(api::pkt_error_e error) const { return m_errors[error]; }
     /** One line per flow, at most `limit`. */
@@ -77,9 +77,14 @@ class DataPath {
 
     void handle(const Input& input, Item& item, uint64_t now_ms, bool extended);
     void inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool extended);
-    Traffic& traffic_of(const Flow& flow) {
-        return flow.verdict.entry ? flow.verdict.entry->traffic : m_unclassified;
+    Counts& counts_of(const Flow& flow) {
+        return flow.verdict.entry ? flow.verdict.entry->counts : m_unclassified;
     }
+    Traffic& traffic_of(const Flow& flow) {
+        return flow.decided ? counts_of(flow).settled : counts_of(flow).open;
+    }
+    void settle(const Flow& flow);
+    bool expire(uint64_t now_ms, uint32_t budget);
     Flow* flow_of(const FlowKey& key, uint64_t now_ms);
     void release_memory();
     static void answer(const Item& item, api::pkt_& pkt);
@@ -89,7 +94,7 @@ class DataPath {
     FlowTable m_table;
     Classifier m_classifier;
     Traffic m_pushed;
-    Traffic m_unclassified;
+    Counts m_unclassified;
     std::array<uint64_t, api::PKT_IPV6_FRAG + 1> m_errors = {};  ///< by pkt_error_e
     uint32_t m_most_flows = 0;                                   ///< since memory was last given back
     uint64_t m_busy_ms = 0;     ///< when the flows were last not much fewer than that

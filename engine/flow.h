@@ -46,13 +46,26 @@ struct Traffic {
     uint64_t packets = 0;
     uint64_t bytes = 0;  ///< whole frames
     uint64_t flows = 0;
+
+    Traffic& operator+=(const Traffic& other) {
+        packets += other.packets;
+        bytes += other.bytes;
+        flows += other.flows;
+        return *this;
+    }
+};
+
+/** Traffic of the flows with one class. A flow is open until its verdict is final, or until it ends. */
+struct Counts {
+    Traffic settled;  ///< only grows
+    Traffic open;
 };
 
 /** What goes with one pair of master and application protocol; owned by the classifier. */
 struct ProtocolEntry {
     std::string full;                 ///< as nDPI writes the pair, such as "TLS.Google"
     std::vector<std::string> layers;  ///< lower case, outermost first, such as "tls", "google"
-    Traffic traffic;                  ///< of the flows that have this verdict now, or had it at their end
+    Counts counts;                    ///< of the flows that have this verdict now, or had it at their end
 };
 
 /** What is known of a flow's protocol; all 0 while nothing is. */

@@ -102,10 +102,11 @@ uint32_t FlowTable::take_entry() {
     return m_opened++;
 }
 
-bool FlowTable::expire(uint64_t now_ms, uint32_t budget) {
+bool FlowTable::expire(uint64_t now_ms, uint32_t budget, const std::function<void(const Flow&)>& leaving) {
     for (; budget > 0 && m_cursor < m_opened; budget--, m_cursor++) {
         const Flow& flow = entry(m_cursor);
         if (!flow.used || now_ms - flow.last_seen_ms < flow.aging_sec() * uint64_t{1000}) continue;
+        leaving(flow);
         remove(m_cursor);
         m_aged++;
     }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -30,9 +31,12 @@ class FlowTable {
 
     /**
      * Goes on with its round through the entries, over at most `budget` of them, and forgets the flows that
-     * have been idle for too long. True if that brought it to the end of a round.
+     * have been idle for too long, each after a call of `leaving`. True if that brought it to the end of a
+     * round.
      */
-    bool expire(uint64_t now_ms, uint32_t budget);
+    bool expire(
+        uint64_t now_ms, uint32_t budget,
+        const std::function<void(const Flow&)>& leaving = [](const Flow&) {});
 
     /** Calls `visit` with every flow, in no particular order, until it gives false. */
     template <typename Visit>

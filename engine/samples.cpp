@@ -41,7 +41,8 @@ Json::Value flows_sample(const SampleSource& source) {
     out["max"] = path ? path->table().max_flows() : 0;
     out["created"] = number(path ? path->table().created() : 0);
     out["aged"] = number(path ? path->table().aged() : 0);
-    out["unclassified"] = number(path ? path->unclassified().flows : 0);
+    const Counts unclassified = path ? path->unclassified() : Counts();
+    out["unclassified"] = number(unclassified.settled.flows + unclassified.open.flows);
     Json::Value& errors = out["errors"] = Json::objectValue;
     for (const auto& [error, name] : ERRORS)
         errors[name] = number(path ? path->errors(error) : 0);
@@ -50,11 +51,14 @@ Json::Value flows_sample(const SampleSource& source) {
 
 Json::Value protocols_sample(const SampleSource& source) {
     Json::Value out(Json::objectValue);
-    Json::Value& protocols = out["protocols"] = Json::objectValue;
+    out["protocols"] = out["open"] = Json::objectValue;
     if (!source.path) return out;
-    for (const auto& [name, traffic] : source.path->traffic_by_protocol())
-        protocols[name] = json_of(traffic);
-    if (source.path->unclassified().packets > 0) protocols["Unknown"] = json_of(source.path->unclassified());
+    auto counts = source.path->counts_by_protocol();
+    counts["unclassified"] = source.path->unclassified();
+    for (const auto& [name, count] : counts) {
+        if (count.settled.packets > 0) out["protocols"][name] = json_of(count.settled);
+        if (count.open.packets > 0) out["open"][name] = json_of(count.open);
+    }
     return out;
 }
 

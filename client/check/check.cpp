@@ -91,7 +91,7 @@ void check_files(Context& context, const CheckOptions& options) {
         else
             context.out().print(check::findings_text(name, report, context.out()));
     }
-    if (context.json()) context.out().print(corvo::json::write_styled(list));
+    if (context.json()) context.print_json(list);
     if (counts[check::ERROR] > 0 || (options.strict && counts[check::WARNING] > 0))
         throw Failure(check::counts_text(counts[check::ERROR], counts[check::WARNING]));
     if (unreadable > 0) throw Failure("not everything could be checked");
@@ -114,7 +114,7 @@ void ask_settings(Daemon& daemon, check::Settings& settings) {
 
 /** Shows the reply of one request. @throws what Daemon::call throws */
 void ask(Context& context, const Json::Value& request, const std::string& method, const std::string& head) {
-    if (context.json()) return ask_and_print_text(context, method, request["params"]);
+    if (context.json()) return ask_and_print_reply(context, method, request["params"], request["id"]);
     const Json::Value result = context.daemon().call(method, request["params"]);
     const bool nothing = result.isNull() || (result.isObject() && result.empty());
     context.out().print(harmless(head) + context.out().paint(Terminal::GREEN, "ok") + "\n" +

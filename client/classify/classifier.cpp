@@ -25,14 +25,15 @@ bool is_unseen(const ErrorReply& error) {
     return strstr(error.what(), "not found or wrong format") != nullptr;
 }
 
-/** `copy` is the path of the temporary file that the daemon was to read; empty: the capture itself. */
-std::string unseen_text(const std::string& copy) {
-    std::string text =
-        "the daemon can't read " + (copy.empty() ? std::string("it") : copy) +
-        ", though it exists here: the daemon may run on another machine, in a container, with a /tmp "
-        "of its own, or as a user who may not";
-    return copy.empty() ? text : text + "; set TMPDIR to a folder that the daemon sees, too";
-}
+/** What the daemon was given can't be found, or opened, by it. */
+class Unseen : public Failure {
+ public:
+    explicit Unseen(const std::string& path)
+        : Failure("the daemon can't read " + path +
+                  ", though it exists here: the daemon may run on another machine, in a container, with a "
+                  "/tmp of its own, or as a user who may not; set TMPDIR to a folder that the daemon sees, "
+                  "too") {}
+};
 
 }  // namespace
 
@@ -84,17 +85,28 @@ void Classifier::classify(const std::string& file, FileResult& result) {
     const Survey known = survey(*CaptureSource::open(path, m_options.filter));
     result.course.set_range(known.first_usec, known.last_usec);
 
+    if (known.daemon_can_read_it && m_copies.can_do_without(path)) {
+        try {
+            return push_pieces(path, known, false, result);
+        } catch (const Unseen&) {
+            // For a reason that can't be seen from here. A copy elsewhere may do.
+        }
+    }
+    push_pieces(path, known, true, result);
+}
+
+void Classifier::push_pieces(const std::string& path, const Survey& known, bool as_copies,
+                             FileResult& result) {
     auto source = CaptureSource::open(path, m_options.filter);
     CaptureSource::Frame frame;
     uint64_t number = 0;
     bool more = source->next(frame);
     do {
-        Piece piece(!known.daemon_can_read_it);
+        Piece piece(as_copies ? m_copies.create(path) : nullptr);
         for (; more && !piece.full(); more = source->next(frame))
             piece.add(frame, ++number);
         result.repairs = source->repairs();
-        const bool is_copy = !known.daemon_can_read_it;
-        result.answer = push(is_copy ? piece.finish_copy() : path, is_copy, result.pieces == 0);
+        result.answer = push(as_copies ? piece.finish_copy() : path, result.pieces == 0);
         ++result.pieces;
         const Json::Value& packets = result.answer["pkts"];
         result.strays += piece.align(packets);
@@ -108,7 +120,7 @@ void Classifier::classify(const std::string& file, FileResult& result) {
         throw Failure("damaged after " + counted(number, "packet", "packets") + ": " + source->damage());
 }
 
-Json::Value Classifier::push(const std::string& path, bool is_copy, bool first) {
+Json::Value Classifier::push(const std::string& path, bool first) {
     Json::Value params;
     params["type"] = "filename";
     params["filename"] = path;
@@ -123,7 +135,7 @@ Json::Value Classifier::push(const std::string& path, bool is_copy, bool first) 
         return answer;
     } catch (const ErrorReply& e) {
         if (!is_unseen(e)) throw;
-        throw Failure(unseen_text(is_copy ? path : ""));
+        throw Unseen(path);
     }
 }
 

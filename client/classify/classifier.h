@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "client/classify/copies.h"
 #include "client/classify/piece.h"
 #include "client/classify/tally.h"
 #include "client/daemon.h"
@@ -41,8 +42,8 @@ class Classifier {
         std::function<void(const Piece&, uint64_t start_usec)> piece = {};
     };
 
-    Classifier(Daemon& daemon, ClassifyOptions options, Hooks hooks)
-        : m_daemon(daemon), m_options(std::move(options)), m_hooks(std::move(hooks)) {}
+    Classifier(Daemon& daemon, Copies& copies, ClassifyOptions options, Hooks hooks)
+        : m_daemon(daemon), m_copies(copies), m_options(std::move(options)), m_hooks(std::move(hooks)) {}
 
     /**
      * What is wrong with the file, or what the daemon has against it, is in the result, next to what was
@@ -54,11 +55,13 @@ class Classifier {
     struct Survey;
 
     void classify(const std::string& file, FileResult& result);
+    void push_pieces(const std::string& path, const Survey& known, bool as_copies, FileResult& result);
     static Survey survey(CaptureSource& source);
-    Json::Value push(const std::string& path, bool is_copy, bool first);
+    Json::Value push(const std::string& path, bool first);
     void count(const Piece& piece, const Json::Value& packets, FileResult& result) const;
 
     Daemon& m_daemon;
+    Copies& m_copies;
     ClassifyOptions m_options;
     Hooks m_hooks;
 };

@@ -19,8 +19,10 @@ namespace {
 
 constexpr const char* FOOTER =
     "Reads pcap and pcapng of micro- and nanoseconds, of Ethernet, raw IP, Linux cooked and loopback links,\n"
-    "packed by gzip or not, and ERF. What the daemon can't read itself goes to it as temporary files in\n"
-    "$TMPDIR (/tmp), which are removed again; so do large captures, in pieces.\n"
+    "packed by gzip or not, and ERF. What the daemon can't read or open itself goes to it as temporary "
+    "files\n"
+    "in $TMPDIR (/tmp), which are removed again; so do large captures, in pieces. Who couldn't read the\n"
+    "capture can't read them, but for the daemon's group; where that can't be had, it is said before.\n"
     "\n"
     "With --json one document:\n"
     "  files         for each: file, protocols, total, unclassified, not_ip as below; pieces sent; padded,\n"
@@ -40,9 +42,12 @@ struct Arguments {
 /** Packets of the JSON document until it is written: they may be many, and half a document is none. */
 class PacketSpool {
  public:
-    void add(const Piece& piece) {
+    void add(const Piece& piece, bool indented) {
         for (const PieceFrame& frame : piece.frames())
-            if (frame.answer) put((m_empty ? "" : ",") + corvo::json::write(*frame.answer));
+            if (frame.answer)
+                put((m_empty ? "" : ",") +
+                    (indented ? "\n" + harmless(corvo::json::write_styled(*frame.answer), true)
+                              : corvo::json::write(*frame.answer)));
     }
     void copy_to(const Terminal& out) {
         if (fflush(m_file.get()) != 0) throw Failure("can't write a temporary file");
@@ -66,7 +71,13 @@ class PacketSpool {
 class Run {
  public:
     Run(Context& context, const Arguments& arguments)
-        : m_context(context), m_arguments(arguments), m_progress(context.err()) {
+        : m_context(context),
+          m_arguments(arguments),
+          m_progress(context.err()),
+          m_copies(context.daemon(), [this](const std::string& text) {
+              m_progress.clear();
+              m_context.complain(text);
+          }) {
         if (context.json() && arguments.packets) m_spool = std::make_unique<PacketSpool>();
         if (!arguments.report.empty()) m_report = std::make_unique<PlacedFile>(arguments.report);
     }
@@ -90,7 +101,7 @@ class Run {
         options.reset = !m_arguments.no_reset;
         m_progress.show(file, 0);
         bool is_first = true;
-        Classifier classifier(m_context.daemon(), options,
+        Classifier classifier(m_context.daemon(), m_copies, options,
                               {[&](double share) { m_progress.show(file, share); },
                                [&](const Piece& piece, uint64_t start_usec) {
                                    show_piece(file, piece, start_usec, is_first);
@@ -104,7 +115,7 @@ class Run {
     void show_piece(const std::string& file, const Piece& piece, uint64_t start_usec, bool is_first) {
         if (!m_arguments.packets) return;
         if (m_spool) {
-            m_spool->add(piece);
+            m_spool->add(piece, m_context.out().interactive());
             return;
         }
         m_progress.clear();
@@ -116,12 +127,12 @@ class Run {
     }
 
     void print_document() {
-        const std::string text = corvo::json::write(show::document(m_results));
-        if (!m_spool) {
-            m_context.out().print(text + "\n");
-            return;
-        }
-        m_context.out().print(text.substr(0, text.size() - 1) + ",\"packets\":[");
+        const Json::Value document = show::document(m_results);
+        if (!m_spool) return m_context.print_json(document);
+        const std::string text = m_context.out().interactive()
+                                     ? harmless(corvo::json::write_styled(document), true)
+                                     : corvo::json::write(document);
+        m_context.out().print(text.substr(0, text.rfind('}')) + ",\"packets\":[");
         m_spool->copy_to(m_context.out());
         m_context.out().print("]}\n");
     }
@@ -146,6 +157,7 @@ class Run {
     Context& m_context;
     const Arguments& m_arguments;
     Progress m_progress;
+    Copies m_copies;
     std::unique_ptr<PacketSpool> m_spool;
     std::unique_ptr<PlacedFile> m_report;
     std::vector<FileResult> m_results;

@@ -29,10 +29,8 @@ bool fits(const PieceFrame& frame, const Json::Value& packet) {
 
 }  // namespace
 
-Piece::Piece(bool with_copy) {
-    if (!with_copy) return;
-    // Readable by everybody: the daemon seldom runs as the user who asks it.
-    m_copy = std::make_unique<TempFile>(temp_folder() + "/brumectl-", 0644);
+Piece::Piece(std::unique_ptr<TempFile> copy) : m_copy(std::move(copy)) {
+    if (!m_copy) return;
     const FileHeader header;
     m_copy->write(&header, sizeof(header));
 }

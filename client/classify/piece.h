@@ -35,8 +35,8 @@ class Piece {
     static constexpr size_t MAX_FRAMES = 2000;
     static constexpr uint64_t MAX_BYTES = 64UL * 1024 * 1024;
 
-    /** `with_copy`: the frames are also written to a temporary capture that the daemon reads. */
-    explicit Piece(bool with_copy);
+    /** The frames are also written to `copy`, a capture that the daemon reads; null: to none. */
+    explicit Piece(std::unique_ptr<TempFile> copy);
 
     bool full() const { return m_frames.size() >= MAX_FRAMES || m_bytes >= MAX_BYTES; }
     void add(const CaptureSource::Frame& frame, uint64_t number);

@@ -14,7 +14,8 @@ namespace {
 
 constexpr size_t COLOURS = 8;  ///< protocols that have one; as many as can be told apart
 constexpr size_t MAX_CHARTS = 24;
-constexpr double CHART_WIDTH = 920, CHART_HEIGHT = 260, LEFT = 76, TOP = 14, BOTTOM = 34, RIGHT = 14;
+/** In units that are about a pixel each on a phone, and two on a desk. */
+constexpr double CHART_WIDTH = 460, CHART_HEIGHT = 150, LEFT = 58, TOP = 8, BOTTOM = 22, RIGHT = 20;
 constexpr double USEC_PER_SEC = 1e6;
 
 /** Text for an element or a quoted attribute. */
@@ -78,7 +79,8 @@ std::string tile(const std::string& value, const std::string& name) {
 
 std::string tiles(const std::vector<FileResult>& results, const Tally& tally) {
     const Volume total = tally.total();
-    return "<div class=\"tiles\">\n" + tile(count_text(total.packets), "packets") +
+    return "<div class=\"tiles\">\n" +
+           tile(count_text(total.packets), total.packets == 1 ? "packet" : "packets") +
            tile(bytes_text(total.bytes), "on the wire") +
            tile(count_text(tally.protocols.size()), tally.protocols.size() == 1 ? "protocol" : "protocols") +
            tile(percent_text(show::share_of(tally.classified().bytes, total.bytes)),
@@ -125,7 +127,8 @@ std::string table(const Tally& tally, const std::vector<Band>& bands) {
     const Volume total = tally.total();
     std::string out =
         "<table>\n<thead><tr><th scope=\"col\">Protocol</th><th scope=\"col\">Packets</th>"
-        "<th scope=\"col\">Bytes</th><th scope=\"col\">Share</th><th></th></tr></thead>\n<tbody>\n";
+        "<th scope=\"col\">Bytes</th><th scope=\"col\">Share</th><th "
+        "class=\"bar\"></th></tr></thead>\n<tbody>\n";
     uint64_t largest = std::max(tally.unclassified.bytes, tally.not_ip.bytes);
     for (const auto& [name, volume] : tally.protocols)
         largest = std::max(largest, volume.bytes);
@@ -139,7 +142,8 @@ std::string table(const Tally& tally, const std::vector<Band>& bands) {
         out += table_row("unclassified", "none", tally.unclassified, total, top);
     if (tally.not_ip.packets > 0) out += table_row("not IP", "none", tally.not_ip, total, top);
     return out + "</tbody>\n<tfoot><tr><th scope=\"row\">total</th><td>" + count_text(total.packets) +
-           "</td><td>" + bytes_text(total.bytes) + "</td><td></td><td></td></tr></tfoot>\n</table>\n";
+           "</td><td>" + bytes_text(total.bytes) +
+           "</td><td></td><td class=\"bar\"></td></tr></tfoot>\n</table>\n";
 }
 
 /** 1, 2 or 5 times a power of ten, so that about `count` of it reach `top`. */
@@ -254,7 +258,7 @@ class Chart {
         for (double value = 0, tick = tick_distance(rate, 5); value <= rate * 1.001; value += tick) {
             const std::string at = number(y(value * m_step_sec));
             out += "<line class=\"grid\" x1=\"" + number(LEFT) + "\" x2=\"" + number(CHART_WIDTH - RIGHT) +
-                   "\" y1=\"" + at + "\" y2=\"" + at + "\"/><text class=\"y\" x=\"" + number(LEFT - 8) +
+                   "\" y1=\"" + at + "\" y2=\"" + at + "\"/><text class=\"y\" x=\"" + number(LEFT - 5) +
                    "\" y=\"" + at + "\">" + rate_text(value) + "</text>\n";
         }
         const double span = m_step_sec * Course::STEPS;
@@ -262,7 +266,7 @@ class Chart {
         for (double value = 0, tick = tick_distance(span / unit, 6) * unit; value <= span * 1.001;
              value += tick)
             out += "<text class=\"x\" x=\"" + number(LEFT + (CHART_WIDTH - LEFT - RIGHT) * value / span) +
-                   "\" y=\"" + number(CHART_HEIGHT - 10) + "\">" + time_text_for(value, span) + "</text>\n";
+                   "\" y=\"" + number(CHART_HEIGHT - 4) + "\">" + time_text_for(value, span) + "</text>\n";
         return out;
     }
 
@@ -280,8 +284,9 @@ std::string file_section(const FileResult& result, const std::vector<Band>& band
         out += "<p class=\"note\">" + escaped(remark) + "</p>\n";
     if (!result.course.protocols().empty() && !bands.empty()) {
         const Volume total = result.tally.total();
-        out += "<p class=\"note\">" + count_text(total.packets) + " packets, " + bytes_text(total.bytes) +
-               ", from " + time_text(static_cast<int64_t>(result.course.first_usec() / 1000000)) + "</p>\n";
+        out += "<p class=\"note\">" + counted(total.packets, "packet", "packets") + ", " +
+               bytes_text(total.bytes) + ", from " +
+               time_text(static_cast<int64_t>(result.course.first_usec() / 1000000)) + "</p>\n";
         out += Chart(result.course, bands).html(result.file);
     }
     return out + "</section>\n";

@@ -26,10 +26,10 @@ section { background: var(--card); border: 1px solid var(--line); border-radius:
 .shares { display: block; width: 100%; height: 28px; border-radius: 6px; margin-bottom: 16px; }
 .shares rect { stroke: var(--card); stroke-width: 2; vector-effect: non-scaling-stroke; }
 .chart { display: block; width: 100%; height: auto; }
-.chart text { fill: var(--soft); font-size: 12px; }
+.chart text { fill: var(--soft); font-size: 6px; }
 .chart .x { text-anchor: middle; }
 .chart .y { text-anchor: end; dominant-baseline: middle; }
-.grid { stroke: var(--line); }
+.grid { stroke: var(--line); vector-effect: non-scaling-stroke; }
 .c0 { fill: var(--c0); } .c1 { fill: var(--c1); } .c2 { fill: var(--c2); } .c3 { fill: var(--c3); }
 .c4 { fill: var(--c4); } .c5 { fill: var(--c5); } .c6 { fill: var(--c6); } .c7 { fill: var(--c7); }
 .rest { fill: var(--rest); } .none { fill: var(--none); }
@@ -38,10 +38,20 @@ section { background: var(--card); border: 1px solid var(--line); border-radius:
 table { width: 100%; border-collapse: collapse; font-variant-numeric: tabular-nums; }
 th, td { padding: 6px 10px; text-align: right; border-bottom: 1px solid var(--line); white-space: nowrap; }
 thead th { color: var(--soft); font-weight: 500; }
-th:first-child { text-align: left; padding-left: 0; font-weight: 500; white-space: normal; }
+th:first-child { text-align: left; padding-left: 0; font-weight: 500; white-space: normal;
+  overflow-wrap: anywhere; }
 tfoot th, tfoot td { border-bottom: 0; font-weight: 600; }
 .bar { width: 34%; padding-right: 0; }
 .bar svg { display: block; width: 100%; height: 8px; }
+@media (max-width: 640px) {
+  main { padding: 20px 12px 32px; }
+  section { padding: 14px 12px; }
+  .tiles { grid-template-columns: repeat(2, 1fr); }
+  table { font-size: 14px; }
+  th, td { padding: 6px 0 6px 8px; }
+  .bar { display: none; }
+  .chart text { font-size: 13px; }
+}
 )";
 
 }  // namespace brumectl::report

@@ -132,7 +132,7 @@ std::string packets_text(const Piece& piece, uint64_t start_usec) {
                  static_cast<unsigned>(frame.len));
         const Json::Value& answer = frame.answer ? *frame.answer : NONE;
         const std::string protocol = frame.answer  ? string_of(answer["protocol"])
-                                     : frame.is_ip ? "-"
+                                     : frame.is_ip ? "unclassified"
                                                    : "not IP";
         out += head;
         if (!frame.is_ip) {

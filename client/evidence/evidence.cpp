@@ -5,10 +5,10 @@
 
 #include "client/context.h"
 #include "client/evidence/evidence_dir.h"
+#include "client/evidence/report_text.h"
 #include "client/failure.h"
 #include "client/json_access.h"
 #include "client/local_daemon.h"
-#include "infra/corvo_json.h"
 
 namespace brumectl {
 
@@ -34,10 +34,11 @@ std::string place_of_daemon(Context& context) {
 
 EvidenceDir open_dir(Context& context, const std::string& wanted) {
     if (!wanted.empty()) return EvidenceDir(wanted);
-    std::error_code unreadable;
+    std::error_code error;
     if (std::string place = place_of_daemon(context); !place.empty()) return EvidenceDir(place);
     for (const char* usual : USUAL_PLACES)
-        if (std::filesystem::is_directory(usual, unreadable)) return EvidenceDir(usual);
+        if (std::filesystem::is_directory(usual, error) || error == std::errc::permission_denied)
+            return EvidenceDir(usual);
     throw Failure("no events directory found; name it with --dir");
 }
 
@@ -56,15 +57,6 @@ Terminal::colour_e colour_of(EvidenceReport::cause_e cause) {
     constexpr Terminal::colour_e COLOURS[] = {Terminal::RED, Terminal::RED, Terminal::YELLOW, Terminal::PLAIN,
                                               Terminal::YELLOW};
     return COLOURS[cause];
-}
-
-std::string plain(const Json::Value& value) {
-    if (value.isNull()) return {};
-    if (!value.isString()) return corvo::json::write(value);
-    const std::string text = value.asString();  // the daemon writes some with a blank before or behind
-    size_t begin = text.find_first_not_of(' ');
-    return begin == std::string::npos ? std::string()
-                                      : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
 }
 
 Json::Value summary(const Evidence& evidence) {
@@ -86,7 +78,7 @@ void list(Context& context, const std::string& wanted) {
         Json::Value json(Json::arrayValue);
         for (const Evidence& evidence : found)
             json.append(summary(evidence));
-        out.print(corvo::json::write_line(json));
+        context.print_json(json);
         return;
     }
     TextTable table({"NAME", "TIME", "CAUSE", "SIGNAL", "SIZE", "VERSION"});
@@ -100,36 +92,6 @@ void list(Context& context, const std::string& wanted) {
     out.print(table.empty() ? "Nothing in " + shell_word(dir.path()) + ".\n" : table.text(out));
 }
 
-/** A line of the report that is there. */
-void print_field(const Terminal& out, const char* label, const std::string& text) {
-    if (!text.empty()) out.print(out.paint(Terminal::DIM, padded(label, 10)) + harmless(text) + "\n");
-}
-
-void print_path(const Terminal& out, const char* label, const std::string& path) {
-    if (!path.empty()) print_field(out, label, shell_word(path));
-}
-
-std::string joined(const std::string& first, const std::string& second) {
-    return first + (first.empty() || second.empty() ? "" : ", ") + second;
-}
-
-void print_report(const Terminal& out, const EvidenceReport& report) {
-    const Json::Value& json = report.json;
-    const Json::Value& platform = member_of(json, "platform");
-    const Json::Value& engine = member_of(json, "engine");
-    print_field(out, "signal", report.signal);
-    print_field(out, "version", plain(report.version));
-    if (member_of(json, "uptime").isUInt64())
-        print_field(out, "uptime", duration_text(count_of(json["uptime"])));
-    print_field(out, "process", plain(member_of(json, {"process", "pid"})));
-    print_field(out, "machine",
-                joined(plain(member_of(platform, "machine")), plain(member_of(platform, "release"))));
-    const std::string state = joined(plain(member_of(engine, "state")), plain(member_of(engine, "mode")));
-    print_field(out, "engine", joined(state, plain(member_of(engine, "version"))));
-    print_path(out, "", plain(member_of(engine, "path")));
-    print_path(out, "log", plain(member_of(json, "logfile")));
-}
-
 void show(Context& context, const std::string& wanted, std::string name) {
     const EvidenceDir dir = open_dir(context, wanted);
     if (name.empty()) {
@@ -141,23 +103,19 @@ void show(Context& context, const std::string& wanted, std::string name) {
     const Terminal& out = context.out();
     if (context.json()) {
         if (evidence.report.json.isNull()) throw Failure("in " + shell_word(path) + " " + evidence.fault);
-        out.print(corvo::json::write_line(evidence.report.json));
+        context.print_json(evidence.report.json);
         return;
     }
     out.print(out.paint(Terminal::BOLD, shell_word(path)) + "\n");
-    print_field(out, "time", when(evidence));
-    print_field(out, "cause", cause_text(evidence.report.cause));
-    print_field(out, "report", evidence.fault);
-    if (!evidence.report.json.isNull()) print_report(out, evidence.report);
+    out.print(field_text(out, "time", when(evidence)));
+    out.print(field_text(out, "cause", cause_text(evidence.report.cause)));
+    out.print(field_text(out, "report", evidence.fault));
+    if (!evidence.report.json.isNull()) out.print(report_text(out, evidence.report));
     for (const EvidenceFile& file : evidence.files)
-        print_field(out, &file == &evidence.files.front() ? "files" : "",
-                    shell_word(file.name) + "  " + bytes_text(file.bytes));
-    size_t number = 0;
-    for (const std::string& frame : evidence.report.backtrace) {
-        const std::string label = padded("#" + std::to_string(number), 5);
-        out.print((number++ == 0 ? "\n" : "") + out.paint(Terminal::DIM, label) +
-                  harmless(readable_frame(frame)) + "\n");
-    }
+        out.print(field_text(out, &file == &evidence.files.front() ? "files" : "",
+                             shell_word(file.name) + "  " + bytes_text(file.bytes)));
+    const std::string stack = stack_text(out, evidence.report);
+    if (!stack.empty()) out.print("\n" + stack);
 }
 
 void prune(Context& context, const std::string& wanted, size_t keep) {
@@ -179,7 +137,7 @@ void prune(Context& context, const std::string& wanted, size_t keep) {
     if (context.json()) {
         Json::Value json;
         json["removed"] = removed;
-        out.print(corvo::json::write_line(json));
+        context.print_json(json);
     } else {
         for (const Json::Value& stamp : removed)
             out.print("removed  " + stamp.asString() + "\n");

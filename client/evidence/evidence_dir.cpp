@@ -28,7 +28,8 @@ constexpr size_t MAX_REPORT_BYTES = 1024UL * 1024;
 constexpr size_t MAX_NAMES = 100'000;
 
 [[noreturn]] void fail(const std::string& what, const std::string& name) {
-    throw Failure(what + " " + name + ": " + strerror(errno));
+    const bool is_denied = errno == EACCES || errno == EPERM;
+    throw Failure(what + " " + name + ": " + strerror(errno) + (is_denied ? ", that takes root" : ""));
 }
 
 /** All but "." and "..". @throws Failure */
@@ -126,7 +127,8 @@ uint64_t Evidence::bytes() const {
 
 EvidenceDir::EvidenceDir(const std::string& path)
     : m_path(path), m_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (!m_fd) fail("can't open", path);
+    // With the right to read it but not to search it, it would look empty.
+    if (!m_fd || faccessat(m_fd.get(), ".", X_OK, AT_EACCESS) != 0) fail("can't open", path);
     m_path = lasting_path(m_fd.get(), path);
 }
 
@@ -187,6 +189,7 @@ Evidence EvidenceDir::read_last_stop() const {
 
 void EvidenceDir::remove(const std::string& stamp) const {
     UniqueFd dir = is_stamp(stamp) ? open_stamp(stamp) : UniqueFd();
+    if (!dir && errno == EACCES) fail("can't open", m_path + "/" + stamp);
     if (!dir) throw Failure(stamp + " is no event's folder");
     const std::vector<std::string> names = names_in(dir.get());
     bool only_files = std::all_of(names.begin(), names.end(),
@@ -194,8 +197,9 @@ void EvidenceDir::remove(const std::string& stamp) const {
     if (!only_files || std::count_if(names.begin(), names.end(), std::not_fn(is_known)) > 1)
         throw Failure(stamp + " holds more than an event's files");
     for (const std::string& name : names)
-        if (unlinkat(dir.get(), name.c_str(), 0) != 0) fail("can't remove", stamp + "/" + name);
-    if (unlinkat(m_fd.get(), stamp.c_str(), AT_REMOVEDIR) != 0) fail("can't remove", stamp);
+        if (unlinkat(dir.get(), name.c_str(), 0) != 0)
+            fail("can't remove", m_path + "/" + stamp + "/" + name);
+    if (unlinkat(m_fd.get(), stamp.c_str(), AT_REMOVEDIR) != 0) fail("can't remove", m_path + "/" + stamp);
 }
 
 }  // namespace brumectl

@@ -100,10 +100,14 @@ std::string repaired_json(const std::string& text) {
 }
 
 EvidenceReport EvidenceReport::from_json_text(const std::string& text) {
-    EvidenceReport report;
     Json::Value json;
-    bool read = corvo::json::parse(text, json) || corvo::json::parse(repaired_json(text), json);
-    if (!read || !json.isObject()) return report;
+    if (!corvo::json::parse(text, json)) corvo::json::parse(repaired_json(text), json);
+    return from_json(std::move(json));
+}
+
+EvidenceReport EvidenceReport::from_json(Json::Value json) {
+    EvidenceReport report;
+    if (!json.isObject()) return report;
     report.version = string_of(json["version"]);
     if (string_of(json["type"]) == "hog") {
         read_stall(string_of(json["backtrace"]), report);

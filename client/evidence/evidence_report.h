@@ -21,6 +21,8 @@ struct EvidenceReport {
     Json::Value json = {};                    ///< the whole report as JSON; null if it can't be read as such
 
     static EvidenceReport from_json_text(const std::string& text);
+    /** NONE for what is no object. */
+    static EvidenceReport from_json(Json::Value json);
     static EvidenceReport from_stall_dump(const std::string& text);
 };
 

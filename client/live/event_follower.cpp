@@ -128,10 +128,7 @@ bool EventFollower::hears_itself() {
 }
 
 void EventFollower::wait(int timeout_ms) {
-    std::vector<pollfd> fds{{fileno(m_context.out().stream()), 0, 0}};
-    if (m_subscription) fds.push_back({m_subscription->socket().fd(), POLLIN, 0});
-    interrupt::wait(fds, timeout_ms);
-    if (fds[0].revents != 0) throw Failure("nobody reads the output any more");
+    m_context.out().wait(timeout_ms, m_subscription ? m_subscription->socket().fd() : -1);
 }
 
 void EventFollower::look_after_daemon() {
@@ -209,14 +206,15 @@ void EventFollower::take(const Json::Value& json) {
 
 void EventFollower::tell(const Notification& event, const Json::Value& json) {
     const Terminal& out = m_context.out();
-    out.print(m_context.json() ? corvo::json::write_line(json) : event.line(out) + "\n");
+    if (m_context.json()) return m_context.print_json(json);
+    out.print(event.line(out) + "\n");
 }
 
 void EventFollower::tell_missing(uint64_t count) {
     if (m_context.json()) {
         Json::Value gap;
         gap["missed"] = Json::UInt64(count);
-        m_context.out().print(corvo::json::write_line(gap));
+        m_context.print_json(gap);
         return;
     }
     const Terminal& out = m_context.out();

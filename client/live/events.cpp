@@ -7,7 +7,6 @@
 #include "client/json_access.h"
 #include "client/live/event_follower.h"
 #include "client/live/stale_subscribers.h"
-#include "infra/corvo_json.h"
 
 namespace brumectl {
 
@@ -18,7 +17,7 @@ void show_log(Context& context, const std::string& severity) {
     params["cmd"] = "log";
     params["sev"] = severity;
     if (context.json()) {
-        ask_and_print_text(context, "notifications", params);
+        ask_and_print_reply(context, "notifications", params);
         return;
     }
     TextTable table({"ID", "TIME", "SEVERITY", "FEATURE", "NAME", "TEXT"});
@@ -48,7 +47,7 @@ void clean_up(Context& context) {
         json["removed"] = array(done.removed);
         json["kept"] = array(done.kept);
         json["unknown"] = array(done.unknown);
-        out.print(corvo::json::write_line(json));
+        context.print_json(json);
         return;
     }
     for (const std::string& name : done.removed)

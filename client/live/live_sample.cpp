@@ -75,6 +75,7 @@ LiveSample LiveSample::take(Daemon& daemon, int budget_ms) {
     LiveSample sample;
     sample.status = asker.call("status");
     if (!sample.status.isObject()) throw Failure("the daemon's status can't be read");
+    sample.machine = Machine::look(daemon.address(), sample.status);
     if (string_of(sample.status["state"]) == "not loaded") {
         const Answer none{{}, "no engine is loaded"};
         sample.health = sample.collectors = sample.flows = sample.protocols = sample.interfaces = none;
@@ -100,6 +101,8 @@ Json::Value LiveSample::json() const {
             out[part.name] = part.answer.value;
         else
             out["errors"][part.name] = part.answer.error;
+    if (machine.used_memory) out["machine"]["used_memory"] = Json::UInt64{*machine.used_memory};
+    if (machine.cpu_sec) out["machine"]["cpu_sec"] = *machine.cpu_sec;
     return out;
 }
 

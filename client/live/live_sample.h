@@ -7,6 +7,7 @@
 #include <string>
 
 #include "client/daemon.h"
+#include "client/live/machine.h"
 
 namespace brumectl {
 
@@ -25,6 +26,7 @@ struct LiveSample {
     Answer protocols;
     Answer interfaces;
     Answer alerts;  ///< an array
+    Machine machine = {};
 
     /**
      * Asks only what can be answered: each refusal would be a line in the daemon's log. All requests together

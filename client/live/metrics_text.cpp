@@ -63,10 +63,19 @@ constexpr Member EXPORTER[] = {
 constexpr Member PROTOCOLS[] = {
     {"brumecpd_protocol_packets_total",
      "counter",
-     "Packets by protocol. A flow's move to another one when its class becomes known.",
+     "Packets by protocol. A flow's count once its class is final, or it has ended.",
      {"packets"}},
     {"brumecpd_protocol_bytes_total", "counter", "Bytes of whole frames by protocol.", {"bytes"}},
     {"brumecpd_protocol_flows_total", "counter", "Flows by protocol.", {"flows"}},
+};
+
+constexpr Member OPEN[] = {
+    {"brumecpd_protocol_open_packets",
+     "gauge",
+     "Packets of flows whose class may still change, by what it is so far.",
+     {"packets"}},
+    {"brumecpd_protocol_open_bytes", "gauge", "Bytes of such flows.", {"bytes"}},
+    {"brumecpd_protocol_open_flows", "gauge", "Such flows.", {"flows"}},
 };
 
 constexpr Member INTERFACES[] = {
@@ -147,7 +156,7 @@ void write_health(MetricsWriter& out, const Json::Value& health) {
     write_values("percent", 0.01);
     out.family("brumecpd_health_bytes", "gauge", "What an item's health is judged by, in bytes.");
     write_values("bytes", 1);
-    out.family("brumecpd_health_count", "gauge", "What an item's health is judged by, a number.");
+    out.family("brumecpd_health_value", "gauge", "What an item's health is judged by, a number.");
     write_values("", 1);
 }
 
@@ -160,9 +169,10 @@ void write_flows(MetricsWriter& out, const Json::Value& flows) {
             out.sample(count_of(*error), {{"cause", error.name()}});
 }
 
-void write_protocols(MetricsWriter& out, const Json::Value& protocols) {
+template <size_t N>
+void write_protocols(MetricsWriter& out, const Json::Value& protocols, const Member (&metrics)[N]) {
     if (!protocols.isObject()) return;
-    for (const Member& metric : PROTOCOLS) {
+    for (const Member& metric : metrics) {
         out.family(metric.name, metric.type, metric.help);
         for (auto row = protocols.begin(); row != protocols.end(); ++row)
             out.sample(count_of(find(*row, metric)), {{"protocol", row.name()}});
@@ -203,7 +213,7 @@ void write_alerts(MetricsWriter& out, const Json::Value& alerts) {
                         {"name", string_of(member_of(alert, "name"))},
                         {"severity", string_of(member_of(alert, "sev"))}});
     };
-    out.family("brumecpd_alerts_total", "counter", "Warnings since they were last cleared.");
+    out.family("brumecpd_alerts", "gauge", "Warnings since they were last cleared.");
     write("count");
     out.family("brumecpd_alert_last_timestamp_seconds", "gauge", "When a warning was last raised.");
     write("last_ts");
@@ -249,7 +259,8 @@ std::string metrics_text(const LiveSample& sample) {
     write_status(out, sample.status);
     write_health(out, sample.health.value);
     write_flows(out, sample.flows.value);
-    write_protocols(out, member_of(sample.protocols.value, "protocols"));
+    write_protocols(out, member_of(sample.protocols.value, "protocols"), PROTOCOLS);
+    write_protocols(out, member_of(sample.protocols.value, "open"), OPEN);
     write_interfaces(out, sample.interfaces.value);
     write_collectors(out, sample.collectors.value);
     write_alerts(out, sample.alerts.value);

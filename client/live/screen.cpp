@@ -46,26 +46,41 @@ ScreenLine& ScreenLine::right(const std::string& text, size_t end, Terminal::col
 }
 
 Screen::Screen(const Terminal& out) : m_out(out) {
-    if (!out.interactive() || tcgetattr(STDIN_FILENO, &m_before) != 0)
+    if (!out.interactive() || isatty(STDIN_FILENO) == 0)
         throw Usage("this needs a terminal; use -b for plain text");
+    struct sigaction action = {};
+    action.sa_handler = on_resize;
+    sigaction(SIGWINCH, &action, &m_resize_before);
+    enter();
+}
+
+Screen::~Screen() {
+    leave();
+    sigaction(SIGWINCH, &m_resize_before, nullptr);
+}
+
+void Screen::enter() {
+    tcgetattr(STDIN_FILENO, &m_before);
     termios raw = m_before;
     raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
-    raw.c_cc[VSUSP] = _POSIX_VDISABLE;  // stopped, it would leave the terminal as it is
-    struct sigaction action = {};
-    action.sa_handler = on_resize;
-    sigaction(SIGWINCH, &action, &m_resize_before);
+    raw.c_cc[VSUSP] = _POSIX_VDISABLE;  // stopped by the terminal, we would leave it as it is
     tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
     fputs(ENTER, m_out.stream());  // not by print: were it to throw, nothing would set all this back
 }
 
-Screen::~Screen() {
+void Screen::leave() const {
     // Nor here, where the terminal may be gone.
     fputs(LEAVE, m_out.stream());
     fflush(m_out.stream());
     tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
-    sigaction(SIGWINCH, &m_resize_before, nullptr);
+}
+
+void Screen::suspend() {
+    leave();
+    kill(0, SIGTSTP);  // goes on here with SIGCONT
+    enter();
 }
 
 int Screen::height() const {

@@ -33,6 +33,8 @@ class ScreenLine {
 
 class Screen {
  public:
+    static constexpr int SUSPEND_KEY = 'Z' & 31;
+
     /** @throws Usage if stdin or `out` is no terminal */
     explicit Screen(const Terminal& out);
     Screen(const Screen&) = delete;
@@ -48,8 +50,16 @@ class Screen {
      * @throws Interrupted
      */
     int wait_key(int timeout_ms) const;
+    /**
+     * Ctrl-Z, a key among others here: gives the terminal back and stops the whole job, as it would do
+     * elsewhere. Comes back with the screen when the job is in the foreground again.
+     */
+    void suspend();
 
  private:
+    void enter();
+    void leave() const;
+
     const Terminal& m_out;
     termios m_before = {};
     struct sigaction m_resize_before = {};

@@ -6,11 +6,9 @@
 
 #include "client/context.h"
 #include "client/failure.h"
-#include "client/interrupt.h"
 #include "client/live/screen.h"
 #include "client/live/top_view.h"
 #include "client/seconds.h"
-#include "infra/corvo_json.h"
 #include "utils/clock.h"
 
 namespace brumectl {
@@ -74,24 +72,88 @@ int delay_ms(const TopOptions& options) {
     return static_cast<int>(options.delay_sec * 1000);
 }
 
-void run_screen(Context& context, const TopOptions& options) {
-    Watch watch(context, std::min(context.timeout_ms(), SCREEN_BUDGET_MS));
-    const Screen screen(context.out());
-    for (uint64_t round = 0; options.count == 0 || round < options.count; ++round) {
-        watch.update();
-        uint64_t next = corvo::monotonic_ms() + static_cast<uint64_t>(delay_ms(options));
-        for (;;) {
-            TopFrame frame = watch.frame(options);
-            frame.width = static_cast<size_t>(std::max(20, screen.width()));
-            frame.height = static_cast<size_t>(screen.height());
-            screen.draw(top_lines(frame, context.out()));
-            uint64_t now = corvo::monotonic_ms();
-            int key = screen.wait_key(now < next ? static_cast<int>(next - now) : 0);
-            if (key == 'q' || key == 'Q' || key < 0) return;
-            if (key == ' ' || corvo::monotonic_ms() >= next) break;
+constexpr double DELAYS_SEC[] = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60, 120, 300, 600, 1800, 3600};
+
+double longer(double delay_sec) {
+    const auto* next = std::upper_bound(std::begin(DELAYS_SEC), std::end(DELAYS_SEC), delay_sec);
+    return next == std::end(DELAYS_SEC) ? delay_sec : *next;
+}
+
+double shorter(double delay_sec) {
+    const auto* next = std::lower_bound(std::begin(DELAYS_SEC), std::end(DELAYS_SEC), delay_sec);
+    return next == std::begin(DELAYS_SEC) ? delay_sec : *(next - 1);
+}
+
+/** The looks on a screen of their own, and the keys that change how they are shown. */
+class ScreenRun {
+ public:
+    ScreenRun(Context& context, const TopOptions& options)
+        : m_context(context),
+          m_options(options),
+          m_watch(context, std::min(context.timeout_ms(), SCREEN_BUDGET_MS)),
+          m_screen(std::make_unique<Screen>(context.out())) {}
+
+    void run() {
+        for (uint64_t round = 1;; ++round) {
+            const Failure* failure = m_watch.update();
+            if (round == m_options.count) return leave_picture(failure);
+            if (!show()) return;
         }
     }
-}
+
+ private:
+    /** Until the next look is due. False: the user wants to leave. */
+    bool show() {
+        const uint64_t looked_ms = corvo::monotonic_ms();
+        for (;;) {
+            m_screen->draw(lines());
+            const uint64_t now = corvo::monotonic_ms();
+            const uint64_t next = looked_ms + static_cast<uint64_t>(delay_ms(m_options));
+            const int key = m_screen->wait_key(now < next ? static_cast<int>(next - now) : 0);
+            if (key == 'q' || key == 'Q' || key < 0) return false;
+            if (key == ' ' || corvo::monotonic_ms() >= next) return true;
+            if (key != 0) press(key);
+        }
+    }
+
+    void press(int key) {
+        if (key == Screen::SUSPEND_KEY) return m_screen->suspend();
+        m_help = !m_help && (key == '?' || key == 'h');
+        if (key == '+') m_options.delay_sec = longer(m_options.delay_sec);
+        if (key == '-') m_options.delay_sec = shorter(m_options.delay_sec);
+        for (const TrafficOrder& order : traffic_orders())
+            if (key == order.key) m_order = &order;
+    }
+
+    std::vector<std::string> lines() const {
+        TopFrame frame = m_watch.frame(m_options);
+        frame.width = static_cast<size_t>(std::max(20, m_screen->width()));
+        frame.height = static_cast<size_t>(m_screen->height());
+        frame.order = m_order;
+        frame.help = m_help;
+        return top_lines(frame, m_context.out());
+    }
+
+    /** The last look stays where the screen was, as far as it has lines. */
+    void leave_picture(const Failure* failure) {
+        m_help = false;
+        std::vector<std::string> picture = lines();
+        picture.pop_back();  // the keys
+        while (!picture.empty() && picture.back().empty())
+            picture.pop_back();
+        m_screen.reset();
+        for (const std::string& line : picture)
+            m_context.out().print(line + "\n");
+        if (failure != nullptr) throw Failure(*failure);
+    }
+
+    Context& m_context;
+    TopOptions m_options;
+    Watch m_watch;
+    std::unique_ptr<Screen> m_screen;
+    const TrafficOrder* m_order = &traffic_orders().front();
+    bool m_help = false;
+};
 
 void run_batch(Context& context, const TopOptions& options) {
     Watch watch(context, context.timeout_ms());
@@ -103,7 +165,7 @@ void run_batch(Context& context, const TopOptions& options) {
         if (failure != nullptr) {
             context.complain(failure->what());
         } else if (context.json()) {
-            out.print(corvo::json::write_line(watch.frame(options).now->json()));
+            context.print_json(watch.frame(options).now->json());
         } else {
             TopFrame frame = watch.frame(options);
             frame.width = static_cast<size_t>(std::max(80, out.width()));
@@ -113,11 +175,9 @@ void run_batch(Context& context, const TopOptions& options) {
         }
         out.flush();
         if (last) return;
-        std::vector<pollfd> reader{{fileno(out.stream()), 0, 0}};
-        uint64_t next = corvo::monotonic_ms() + static_cast<uint64_t>(delay_ms(options));
+        const uint64_t next = corvo::monotonic_ms() + static_cast<uint64_t>(delay_ms(options));
         for (uint64_t now = corvo::monotonic_ms(); now < next; now = corvo::monotonic_ms())
-            if (interrupt::wait(reader, static_cast<int>(next - now)) > 0)
-                throw Failure("nobody reads the output any more");
+            out.wait(static_cast<int>(next - now));
     }
 }
 
@@ -133,9 +193,10 @@ void add_top(CLI::App& app, Context& context) {
     word->add_flag("-b,--batch", options->batch, "Plain text, one look below the other");
     word->add_option("-n,--count", options->count, "Looks until the end (default: no end)")
         ->check(CLI::PositiveNumber);
+    word->footer("On the screen ? lists the keys: orders, the time between two looks, Ctrl-Z.");
     word->callback([&context, options] {
         if (options->batch || context.json()) return run_batch(context, *options);
-        run_screen(context, *options);
+        ScreenRun(context, *options).run();
     });
 }
 

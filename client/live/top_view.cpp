@@ -6,7 +6,6 @@
 #include "client/json_access.h"
 #include "client/live/notification.h"
 #include "client/live/screen.h"
-#include "client/live/traffic.h"
 #include "utils/clock.h"
 
 namespace brumectl {
@@ -62,7 +61,10 @@ class TopView {
 
     Lines lines() {
         Lines out{title()};
-        if (m_frame.now != nullptr) {
+        if (m_frame.help) {
+            const Lines all = help();
+            out.insert(out.end(), all.begin(), all.end());
+        } else if (m_frame.now != nullptr) {
             for (const Lines& part : {engine(), memory(), flows(), collectors()})
                 out.insert(out.end(), part.begin(), part.end());
             add_tables(out);
@@ -89,9 +91,14 @@ class TopView {
         return out;
     }
     const LiveSample& now() const { return *m_frame.now; }
+    /** Of a daemon that doesn't answer nothing can be told that changes. */
+    bool is_answering() const { return m_frame.trouble.empty(); }
+    const LiveSample* before() const { return is_answering() ? m_frame.before : nullptr; }
+    std::string cpu_text() const;
 
     std::string title() const;
     std::string keys() const;
+    Lines help() const;
     Lines engine() const;
     Lines memory() const;
     Lines flows() const;
@@ -114,7 +121,6 @@ class TopView {
 std::string TopView::title() const {
     ScreenLine out = line();
     out.put(" brumecpd", Terminal::BOLD).to(LABEL_END);
-    const std::string clock = time_text(corvo::realtime_sec()).substr(11);
     if (!m_frame.trouble.empty()) {
         out.put("● ", Terminal::RED).put("no answer: " + harmless(m_frame.trouble), Terminal::RED);
         return out.text();
@@ -124,16 +130,47 @@ std::string TopView::title() const {
     out.put("● ", state_colour(state)).put(harmless(state), Terminal::BOLD);
     out.put("   up " + duration_text(count_of(member_of(now().status, "uptime"))));
     out.put("   pid " + std::to_string(count_of(member_of(now().status, "pid"))), Terminal::DIM);
-    out.right(clock, m_frame.width - 1, Terminal::DIM);
+    out.put("   cpu ", Terminal::DIM).put(cpu_text());
+    const std::string clock = time_text(corvo::realtime_sec());
+    for (const std::string& fitting : {clock, clock.substr(clock.find(' ') + 1)})
+        if (out.column() + fitting.size() + 3 < m_frame.width)
+            return out.right(fitting, m_frame.width - 1, Terminal::DIM).text();
     return out.text();
+}
+
+/** Of one processor, since the look before. */
+std::string TopView::cpu_text() const {
+    if (before() == nullptr || !now().machine.cpu_sec || !before()->machine.cpu_sec ||
+        !is_comparable(now(), *before()))
+        return "-";
+    const double taken = *now().machine.cpu_sec - *before()->machine.cpu_sec;
+    return percent_text(taken * 1000 / static_cast<double>(now().taken_ms - before()->taken_ms));
 }
 
 std::string TopView::keys() const {
     ScreenLine out = line();
-    out.put(" q", Terminal::BOLD).put(" quit   ", Terminal::DIM).put("space", Terminal::BOLD);
-    out.put(" now   every " + format("%g", m_frame.delay_sec) + " s", Terminal::DIM);
-    out.right(harmless(m_frame.address), m_frame.width - 1, Terminal::DIM);
+    out.put(" ?", Terminal::BOLD).put(" help   ", Terminal::DIM).put("q", Terminal::BOLD);
+    out.put(" quit   every " + format("%g", m_frame.delay_sec) + " s, by " + m_frame.order->name,
+            Terminal::DIM);
+    const std::string address = harmless(m_frame.address);
+    if (out.column() + columns(address) + 3 < m_frame.width)
+        out.right(address, m_frame.width - 1, Terminal::DIM);
     return out.text();
+}
+
+Lines TopView::help() const {
+    Lines out{""};
+    auto add = [&](const std::string& key, const std::string& meaning) {
+        out.push_back(line().put("   ").put(key, Terminal::BOLD).to(LABEL_END).put(meaning).text());
+    };
+    add("q", "quit");
+    add("space", "look now");
+    add("+ -", "longer, shorter from look to look");
+    for (const TrafficOrder& order : traffic_orders())
+        add(std::string(1, order.key), std::string("protocols by ") + order.name);
+    add("Ctrl-Z", "stop; `fg` comes back");
+    add("? h", "this help; any key leaves it");
+    return out;
 }
 
 Lines TopView::engine() const {
@@ -145,6 +182,7 @@ Lines TopView::engine() const {
         out.put(", nDPI " + harmless(ndpi));
     out.put("   " + harmless(string_of(member_of(now().status, "mode"))) + "   ", Terminal::DIM);
     out.put("health ", Terminal::DIM);
+    if (!is_answering()) return {out.put("unknown", Terminal::YELLOW).text()};
     if (!now().health.error.empty()) return {out.put(harmless(now().health.error)).text()};
     const std::string state = string_of(member_of(now().health.value, "state"));
     out.put(state.empty() ? "-" : harmless(state), state_colour(state));
@@ -167,15 +205,19 @@ Lines TopView::memory() const {
     const Json::Value& memory = member_of(now().status, "mem");
     const Json::Value& own = member_of(memory, {"process", "phy_mem"});
     uint64_t total = count_of(member_of(memory, "total_mem"));
-    uint64_t free = std::min(total, count_of(member_of(memory, "free_mem")));
     ScreenLine out = labelled("memory");
     out.put(bytes_text(count_of(member_of(own, "current")) * MIB));
     out.put(" (most " + bytes_text(count_of(member_of(own, "max")) * MIB) + ")", Terminal::DIM);
-    out.to(40).put("machine ", Terminal::DIM).put(bytes_text((total - free) * MIB));
-    out.put(" of " + bytes_text(total * MIB) + " ", Terminal::DIM);
-    double share = total == 0 ? 0 : static_cast<double>(total - free) / static_cast<double>(total);
+    out.to(40).put("machine ", Terminal::DIM);
+    if (!now().machine.used_memory) {  // what isn't free may be caches
+        out.put(bytes_text(count_of(member_of(memory, "free_mem")) * MIB));
+        return {out.put(" free of " + bytes_text(total * MIB), Terminal::DIM).text()};
+    }
+    const uint64_t used = *now().machine.used_memory;
+    out.put(bytes_text(used)).put(" of " + bytes_text(total * MIB) + " used ", Terminal::DIM);
+    double share = total == 0 ? 0 : static_cast<double>(used) / static_cast<double>(total * MIB);
     if (m_frame.width >= 100)
-        put_bar(out.to(72), share, m_frame.width - 73 - PERCENT_WIDTH, load_colour(share));
+        put_bar(out.to(80), share, m_frame.width - 81 - PERCENT_WIDTH, load_colour(share));
     else
         out.right(percent_text(share, 0), m_frame.width - 1);
     return {out.text()};
@@ -191,7 +233,7 @@ Lines TopView::flows() const {
     out.put(short_count(active)).put(" of " + short_count(max) + " ", Terminal::DIM).to(32);
     put_bar(out, share, m_frame.width >= 100 ? 24 : 8, load_colour(share));
     out.put("   created ", Terminal::DIM).put(short_count(count_of(member_of(flows, "created"))));
-    out.put("  no class ", Terminal::DIM).put(short_count(count_of(member_of(flows, "unclassified"))));
+    out.put("  unclassified ", Terminal::DIM).put(short_count(count_of(member_of(flows, "unclassified"))));
     uint64_t errors = 0;
     const Json::Value& causes = member_of(flows, "errors");
     if (causes.isObject())
@@ -239,7 +281,7 @@ void TopView::put_traffic(ScreenLine& out, const Traffic& row) const {
 }
 
 TopView::Table TopView::protocols() const {
-    const std::vector<Traffic> rows = protocol_traffic(now(), m_frame.before);
+    const std::vector<Traffic> rows = protocol_traffic(now(), before(), *m_frame.order);
     double rates = 0;
     double bytes = 0;
     for (const Traffic& row : rows) {
@@ -268,7 +310,7 @@ TopView::Table TopView::protocols() const {
 TopView::Table TopView::interfaces() const {
     Table table{table_head("INTERFACE", "DROPS", "LINK"), {}};
     table.note = now().interfaces.error.empty() ? "none attached" : harmless(now().interfaces.error);
-    for (const Traffic& row : interface_traffic(now(), m_frame.before)) {
+    for (const Traffic& row : interface_traffic(now(), before())) {
         ScreenLine out = line();
         put_traffic(out, row);
         if (row.name == "pushed") {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "client/live/live_sample.h"
+#include "client/live/traffic.h"
 #include "client/terminal.h"
 
 namespace brumectl {
@@ -15,6 +16,8 @@ struct TopFrame {
     std::string trouble = {};            ///< why the daemon doesn't answer; empty: it does
     std::string address = {};
     double delay_sec = 1;
+    const TrafficOrder* order = &traffic_orders().front();
+    bool help = false;  ///< the keys instead of the numbers
     size_t width = 80;
     size_t height = 0;  ///< 0: as many lines as it takes, without the line of keys
 };

@@ -23,11 +23,21 @@ Traffic read_row(const std::string& name, const Json::Value& counts) {
 }
 
 std::vector<Traffic> read_protocols(const LiveSample& sample) {
+    std::map<std::string, Traffic> sums;
+    for (const char* part : {"protocols", "open"}) {
+        const Json::Value& protocols = member_of(sample.protocols.value, part);
+        if (!protocols.isObject()) continue;
+        for (auto row = protocols.begin(); row != protocols.end(); ++row) {
+            const Traffic counts = read_row(row.name(), *row);
+            Traffic& sum = sums.emplace(row.name(), Traffic{.name = row.name()}).first->second;
+            sum.packets += counts.packets;
+            sum.bytes += counts.bytes;
+            sum.flows += counts.flows;
+        }
+    }
     std::vector<Traffic> rows;
-    const Json::Value& protocols = member_of(sample.protocols.value, "protocols");
-    if (protocols.isObject())
-        for (auto row = protocols.begin(); row != protocols.end(); ++row)
-            rows.push_back(read_row(row.name(), *row));
+    for (const auto& [name, sum] : sums)
+        rows.push_back(sum);
     return rows;
 }
 
@@ -45,12 +55,6 @@ std::vector<Traffic> read_interfaces(const LiveSample& sample) {
 /** A count that went back began anew: nothing can be told of it. */
 double rate(uint64_t now, uint64_t before, double seconds) {
     return now > before ? static_cast<double>(now - before) / seconds : 0;
-}
-
-/** Of the same daemon's life only. */
-bool comparable(const LiveSample& now, const LiveSample* before) {
-    return before != nullptr && now.taken_ms > before->taken_ms &&
-           member_of(now.status, "pid") == member_of(before->status, "pid");
 }
 
 void add_rates(std::vector<Traffic>& rows, const std::vector<Traffic>& earlier, double seconds) {
@@ -71,21 +75,44 @@ double seconds_between(const LiveSample& now, const LiveSample& before) {
     return static_cast<double>(now.taken_ms - before.taken_ms) / 1000;
 }
 
+/** Equal ones stay in the order of their names. */
+constexpr TrafficOrder ORDERS[] = {
+    {'r', "bytes a second",
+     [](const Traffic& a, const Traffic& b) {
+         return std::tie(b.byte_rate, b.bytes) < std::tie(a.byte_rate, a.bytes);
+     }},
+    {'s', "packets a second",
+     [](const Traffic& a, const Traffic& b) {
+         return std::tie(b.packet_rate, b.packets) < std::tie(a.packet_rate, a.packets);
+     }},
+    {'b', "bytes", [](const Traffic& a, const Traffic& b) { return b.bytes < a.bytes; }},
+    {'p', "packets", [](const Traffic& a, const Traffic& b) { return b.packets < a.packets; }},
+    {'f', "flows", [](const Traffic& a, const Traffic& b) { return b.flows < a.flows; }},
+    {'n', "name", [](const Traffic& a, const Traffic& b) { return a.name < b.name; }},
+};
+
 }  // namespace
 
-std::vector<Traffic> protocol_traffic(const LiveSample& now, const LiveSample* before) {
+bool is_comparable(const LiveSample& now, const LiveSample& before) {
+    return now.taken_ms > before.taken_ms && member_of(now.status, "pid") == member_of(before.status, "pid");
+}
+
+std::span<const TrafficOrder> traffic_orders() {
+    return ORDERS;
+}
+
+std::vector<Traffic> protocol_traffic(const LiveSample& now, const LiveSample* before,
+                                      const TrafficOrder& order) {
     std::vector<Traffic> rows = read_protocols(now);
-    if (comparable(now, before) && before->protocols.error.empty())
+    if (before != nullptr && is_comparable(now, *before) && before->protocols.error.empty())
         add_rates(rows, read_protocols(*before), seconds_between(now, *before));
-    std::sort(rows.begin(), rows.end(), [](const Traffic& a, const Traffic& b) {
-        return std::tie(b.byte_rate, b.bytes, a.name) < std::tie(a.byte_rate, a.bytes, b.name);
-    });
+    std::stable_sort(rows.begin(), rows.end(), order.comes_first);
     return rows;
 }
 
 std::vector<Traffic> interface_traffic(const LiveSample& now, const LiveSample* before) {
     std::vector<Traffic> rows = read_interfaces(now);
-    if (comparable(now, before) && before->interfaces.error.empty())
+    if (before != nullptr && is_comparable(now, *before) && before->interfaces.error.empty())
         add_rates(rows, read_interfaces(*before), seconds_between(now, *before));
     return rows;
 }

@@ -246,6 +246,7 @@ TEST(Run, PlaysAConfigurationUntilARequestFails) {
             {{"run", "--keep-going", bad}, 1, AllOf(stopped, went_on), _},
             {{"run", "--force", "--keep-going", list}, 1, AllOf(refused, went_on), _},
             {{"--json", "run", bad}, 1, HasSubstr(R"("error":{"code":-32000,)"), _},
+            {{"--json", "run", bad, "-k"}, 1, HasSubstr(R"("id":2,"jsonrpc")"), _},
             {{"run", good}, 0},
             {{"status"}, 0, HasSubstr("state:          activated")},
             // Now the same is refused before anything is sent.

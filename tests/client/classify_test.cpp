@@ -1,8 +1,10 @@
 // `brumectl classify`: captures of every kind against the real daemon with our engine.
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <csignal>
@@ -10,6 +12,7 @@
 
 #include "client/classify/link_layer.h"
 #include "client/classify/piece.h"
+#include "client/classify/reader.h"
 #include "client/classify/tally.h"
 #include "client/run_program.h"
 #include "support/daemon.h"
@@ -182,6 +185,8 @@ TEST_F(Classify, AnInterruptLeavesNothingBehind) {
     m_daemon.signal(SIGSTOP);  // the answer never comes
     Program program({"classify", "--report", file("report.html"), file("raw")}, setup());
     EXPECT_TRUE(eventually([&] { return entries(m_temp) == 1; }));
+    for (const auto& copy : fs::directory_iterator(m_temp))
+        EXPECT_EQ(copy.status().permissions(), fs::perms(0600)) << "the daemon is the same user";
     EXPECT_EQ(program.end(SIGTERM), 128 + SIGTERM);
     m_daemon.signal(SIGCONT);
     EXPECT_EQ(program.out(), "");
@@ -239,9 +244,78 @@ TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
     }
 }
 
+TEST(Reader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
+    const TempDir dir;
+    const std::string file = dir.write("file", "");
+    const uid_t us = geteuid(), other = us + 1;
+    const gid_t group = getegid(), other_group = group + 1;
+    const struct {
+        mode_t folder, file;
+        brumectl::Reader reader;
+        bool may;
+    } CASES[] = {
+        {0700, 0400, {us, {other_group}}, true},
+        {0700, 0044, {us, {group}}, false},
+        {0755, 0604, {other, {other_group}}, true},
+        {0755, 0604, {other, {other_group, group}}, false},
+        {0750, 0640, {other, {other_group, group}}, true},
+        {0750, 0644, {other, {other_group}}, false},
+        {0700, 0600, {other, {other_group}, true}, true},
+        {0711, 0644, brumectl::Reader::everybody(), true},
+        {0700, 0644, brumectl::Reader::everybody(), false},
+    };
+    for (const auto& c : CASES) {
+        chmod(dir.path().c_str(), c.folder);
+        chmod(file.c_str(), c.file);
+        EXPECT_EQ(c.reader.may_open(file), c.may) << std::oct << c.folder << " " << c.file;
+    }
+}
+
+TEST(Copies, OfWhatTheDaemonCantOpenAreForItsGroupOrTheUserIsTold) {
+    constexpr uid_t NOBODY = 65534, SOMEBODY = 12345;
+    if (geteuid() != 0) GTEST_SKIP() << "takes root, to be several users";
+    if (!brumectl::Reader{NOBODY}.may_open(OUR_ENGINE_DIR "/libcvcp_u.so"))
+        GTEST_SKIP() << "no other user can read the build";
+    const auto become = [](uid_t user, gid_t further) {
+        return setgroups(1, &further) == 0 && setgid(user) == 0 && setuid(user) == 0;
+    };
+    const Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR, .tcp = true, .before_exec = [&] {
+                             const bool is_done = chown("..", NOBODY, NOBODY) == 0 &&
+                                                  chown(".", NOBODY, NOBODY) == 0 && become(NOBODY, NOBODY);
+                             if (!is_done) _exit(126);
+                         }});
+    const TempDir home;
+    const std::string temp = home.file("tmp"), capture = home.file("capture");
+    mkdir(temp.c_str(), 0700);
+    write_pcap(capture, sample_flow("dns").frames);
+    for (const std::string& path : {home.path(), temp, capture})
+        ASSERT_EQ(chown(path.c_str(), SOMEBODY, SOMEBODY), 0);
+    chmod(home.path().c_str(), 0711);
+    chmod(temp.c_str(), 0711);
+    chmod(capture.c_str(), 0600);
+    const struct {
+        uid_t user;
+        gid_t further;
+        testing::Matcher<std::string> err;
+    } CASES[] = {
+        {SOMEBODY, NOBODY, ""},
+        {0, 0, ""},
+        {SOMEBODY, SOMEBODY, HasSubstr("everybody on this machine can read the copies in " + temp)},
+    };
+    for (const auto& c : CASES)
+        expect_step({{"classify", capture}, 0, HasSubstr("DNS"), c.err},
+                    {.socket = "127.0.0.1:" + std::to_string(daemon.port()),
+                     .env = {{"TMPDIR", temp}},
+                     .before_exec = [&] {
+                         if (c.user != 0 && !become(c.user, c.further)) _exit(126);
+                     }});
+    EXPECT_THAT(daemon.log(), Not(HasSubstr("Unable to read")));
+    EXPECT_EQ(entries(temp), 0U);
+}
+
 TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {
     const Path path{.from = "10.0.0.1", .to = "10.0.0.2", .from_port = 1000, .to_port = 53};
-    brumectl::Piece piece(false);
+    brumectl::Piece piece(nullptr);
     for (const Bytes& bytes :
          {udp_frame(path, from_text("one")), udp_frame(path.reversed(), from_text("two2")),
           ether_frame(ETHER_ARP, ByteWriter().fill(46))})

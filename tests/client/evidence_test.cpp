@@ -1,6 +1,8 @@
 // What the daemon leaves of crashes and stalls: read as it is written, removed only where it is that.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -127,6 +129,26 @@ TEST(EvidenceWord, WhatSomebodyElseHasArrangedIsShownWithoutHarm) {
         test::expect_step({{"evidence", "show", stamp, "--dir", dir}, 0, c.shown});
         EXPECT_EQ(test::brumectl({"--json", "evidence", "show", stamp, "--dir", dir}).status, c.json_status);
     }
+}
+
+TEST(EvidenceWord, WithoutTheRightItSaysWhichFolderAndThatItTakesRoot) {
+    const TempDir outer;
+    const std::string dir = outer.file("cvevents");
+    chmod(outer.path().c_str(), 0755);
+    fs::create_directory(dir);
+    const auto denied = HasSubstr("can't open " + dir + ": Permission denied, that takes root\n");
+    for (const mode_t mode : {0000, 0444}) {
+        chmod(dir.c_str(), mode);
+        for (const std::vector<std::string>& words :
+             {std::vector<std::string>{"ls"}, {"show"}, {"prune", "--keep", "1"}}) {
+            std::vector<std::string> line = {"evidence", "--dir", dir};
+            line.insert(line.begin() + 1, words.begin(), words.end());
+            test::expect_step({line, 1, "", denied}, {.before_exec = [] {
+                                  if (geteuid() == 0 && setuid(65534) != 0) _exit(126);
+                              }});
+        }
+    }
+    chmod(dir.c_str(), 0700);
 }
 
 TEST(EvidenceWord, AStoppedDaemonsLastReportIsFoundBesideItsLog) {

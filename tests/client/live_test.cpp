@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <list>
+#include <sstream>
 
 #include "client/live/metrics_text.h"
 #include "client/live/notification.h"
@@ -156,6 +157,23 @@ TEST(MetricsText, LabelsAreEscapedAndSeriesAreUnique) {
     EXPECT_THAT(text, Not(HasSubstr("uptime")));
 }
 
+TEST_F(LiveWords, MetricsAreNamedByWhatTheyCanDo) {
+    const test::Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
+    push_samples(daemon);
+    std::istringstream lines(test::brumectl({"metrics"}, setup(daemon)).out);
+    size_t families = 0;
+    for (std::string line, word, name, type; std::getline(lines, line);) {
+        if (!(std::istringstream(line) >> word >> word >> name >> type) || line.rfind("# TYPE ", 0) != 0)
+            continue;
+        ++families;
+        EXPECT_EQ(name.ends_with("_total"), type == "counter") << line;
+        for (const char* reserved : {"_count", "_sum", "_bucket"})
+            EXPECT_FALSE(name.ends_with(reserved)) << line;
+        EXPECT_NE(type + name, "counterbrumecpd_alerts_total") << "they can be cleared";
+    }
+    EXPECT_GT(families, 20U);
+}
+
 TEST_F(LiveWords, MetricsAreServedUntilInterrupted) {
     const test::Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
     push_samples(daemon);
@@ -210,13 +228,22 @@ TEST(Traffic, RatesComeFromTwoSamplesOfTheSameDaemon) {
     LiveSample now = before;
     now.taken_ms = 3000;
     now.protocols.value =
-        parse(R"({"protocols":{"A":{"packets":14,"bytes":700},"B":{"packets":1,"bytes":1000}}})");
+        parse(R"({"protocols":{"A":{"packets":4,"bytes":100},"B":{"packets":1,"bytes":1000}},
+                  "open":{"A":{"packets":10,"bytes":600},"C":{"packets":2,"bytes":1}}})");
     std::vector<Traffic> rows = protocol_traffic(now, &before);
-    ASSERT_EQ(rows.size(), 2U);
+    ASSERT_EQ(rows.size(), 3U);
     EXPECT_EQ(rows[0].name, "A");
     EXPECT_DOUBLE_EQ(rows[0].packet_rate, 2);
     EXPECT_DOUBLE_EQ(rows[0].byte_rate, 300);
     EXPECT_DOUBLE_EQ(rows[1].packet_rate, 0) << "a count that went back";
+    for (const TrafficOrder& order : traffic_orders()) {
+        std::string names;
+        for (const Traffic& row : protocol_traffic(now, &before, order))
+            names += row.name;
+        const std::map<char, std::string> EXPECTED = {{'r', "ABC"}, {'s', "ACB"}, {'b', "BAC"},
+                                                      {'p', "ACB"}, {'f', "ABC"}, {'n', "ABC"}};
+        EXPECT_EQ(names, EXPECTED.at(order.key)) << order.key;
+    }
     now.status["pid"] = 2;
     EXPECT_FALSE(protocol_traffic(now, &before)[0].has_rate);
 }
@@ -240,6 +267,57 @@ TEST(TopView, EverySizeIsKeptWhateverTheSampleHolds) {
                 EXPECT_LE(columns(line), width) << line;
             }
         }
+}
+
+TEST(TopView, TellsOnlyWhatIsKnown) {
+    LiveSample before;
+    before.taken_ms = 1000;
+    before.status = parse(R"({"pid":1,"state":"activated","mem":{"total_mem":100,"free_mem":10}})");
+    before.health.value = parse(R"({"state":"ok","items":{"memory":"ok"}})");
+    LiveSample now = before;
+    now.taken_ms = 3000;
+    const auto shown = [&](const char* trouble) {
+        const TopFrame frame{.now = &now, .before = &before, .trouble = trouble};
+        std::string out;
+        for (const std::string& line : top_lines(frame, Terminal(tmpfile())))
+            out += line + "\n";
+        return out;
+    };
+    EXPECT_THAT(shown(""),
+                AllOf(HasSubstr("10.0 MiB free of 100.0 MiB\n"), HasSubstr("cpu -"), HasSubstr("health ok")));
+    before.machine.cpu_sec = 1;
+    now.machine = {.used_memory = 40 * MIB, .cpu_sec = 2};
+    EXPECT_THAT(shown(""),
+                AllOf(HasSubstr("40.0 MiB of 100.0 MiB used"), HasSubstr(" 40 %"), HasSubstr("cpu 50.0 %")));
+    EXPECT_THAT(shown("gone"), AllOf(HasSubstr("no answer: gone"), HasSubstr("health unknown"),
+                                     Not(HasSubstr("cpu")), Not(HasSubstr("health ok"))));
+}
+
+TEST_F(LiveWords, KeysChangeWhatIsShownAndCtrlZGivesTheTerminalBack) {
+    const test::Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
+    push_samples(daemon);
+    test::Program top({"top", "-d", "5"}, setup(daemon, true));
+    const std::pair<const char*, const char*> KEYS[] = {
+        {"", "every 5 s, by bytes a second"}, {"f", "every 5 s, by flows"},  {"-", "every 2 s, by flows"},
+        {"+", "every 5 s, by flows"},         {"?", "protocols by packets"}, {"x", "PROTOCOL"},
+        {"\x1a", "\x1b[?1049l\x1b[?1049h"},
+    };
+    size_t seen = 0;
+    for (const auto& [key, shown] : KEYS) {
+        seen = top.out().size();
+        top.type(key);
+        EXPECT_TRUE(top.wait_for_out(shown, *key == '\0' ? 0 : seen)) << shown;
+    }
+    top.type("q");
+    EXPECT_EQ(top.wait(), 0);
+
+    const test::Outcome once = test::brumectl({"top", "-n", "1"}, setup(daemon, true));
+    EXPECT_EQ(once.status, 0);
+    EXPECT_NE(once.out.find("HTTP", once.out.find("\x1b[?1049l")), std::string::npos) << "no picture stays";
+    test::expect_step({{"--json", "top", "-b", "-n", "1"},
+                       0,
+                       AllOf(HasSubstr("\"used_memory\":"), HasSubstr("\"cpu_sec\":"))},
+                      setup(daemon));
 }
 
 TEST_F(LiveWords, TheScreenComesBackOnEveryWayOut) {

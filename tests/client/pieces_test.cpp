@@ -137,6 +137,15 @@ TEST(Views, NoResultWhateverItsShapeStopsAView) {
         }
 }
 
+TEST(Views, AStallIsShownWithItsTimeAndItsStack) {
+    const Json::Value hogs = parse(
+        R"({"events":[{"type":"hog","version":" 1 ","process":{"pid":7},"backtrace":)"
+        R"("-HOG DETECTED:\ntime: 1700000000\nbacktrace: \n./brumecpd(_ZN5corvo4stopEi+0x1c)[0x55]\n"}]})");
+    const std::string text = view(Terminal(tmpfile()), "events", hogs);
+    EXPECT_EQ(text, "time      " + time_text(1700000000) +
+                        "\nversion   1\nprocess   7\n\n#0   corvo::stop(int)+0x1c  brumecpd\n");
+}
+
 TEST(Render, ObjectsAreLinesArraysOfThemTablesAndUnitsComeFromTheSchema) {
     const Json::Value schema = parse(
         R"({"oneOf":[{"type":"array"},{"properties":{"t":{"description":"seconds since start"},

@@ -34,6 +34,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
     const std::string capture = daemon.dir().file("sample.pcap");
     write_pcap(capture, sample_frames());
     const std::vector<Step> STEPS = {
+        {{"ping"}, 0, testing::MatchesRegex("answer from /.* in [0-9]+\\.[0-9][0-9] ms\n")},
         {{"status"}, 0, HasSubstr("state:          not loaded")},
         {{"load"}, 0, "ok\n"},
         {{"activate", "--max_flows", "1000"}, 0, "ok\n"},
@@ -42,6 +43,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"push_pcap", capture, "--reset"}, 0, HasSubstr("protocol")},
         {{"push_pcap", capture, "--extended"}, 0, HasSubstr("destination")},
         {{"collect", "ls"}, 0, HasSubstr("protocols")},
+        {{"collect", "show", "flows"}, 0, testing::ContainsRegex("time: +20[0-9]+-[0-9]+-[0-9]+ [0-9]+:")},
         {{"collect", "set_exporter", "--type", "none"}, 0, "ok\n"},
         {{"health", "show", "--verbose"}, 0, HasSubstr("state:")},
         {{"health", "configure", "{}"}, 0, "ok\n"},
@@ -65,12 +67,12 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"mt", "--json"}, 1, HasSubstr(":-32000,"), "brumectl: Mem tracing is not built into this image\n"},
         {{"--result", "echo", "x"}, 0, "{}\n"},
         {{"mt", "--result"}, 1, "", "brumectl: Mem tracing is not built into this image\n"},
-        {{"schema", "ping"}, 0, HasSubstr("\"name\" : \"ping\"")},
+        {{"schema", "ping"}, 0, HasSubstr("\"name\":\"ping\"")},
         {{"schema", "attach"},
          0,
          AllOf(Not(HasSubstr("x-build")),
                HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it"
-                                                         : "\"description\" : \"\""))},
+                                                         : "\"description\":\"\""))},
         {{"deactivate"}, 0, "ok\n"},
         {{"unload"}, 0, "ok\n"},
         {{"shutdown"}, 0, "ok\n"},
@@ -137,6 +139,41 @@ TEST(Words, WhatCantBeWrittenIsToldAndFailsButNotThatTheReaderHasSeenEnough) {
              {Words{"--help"}, Words{"schema"}, Words{"status"}, Words{"status", "--json"}, Words{"metrics"}})
             expect_step({words, c.status, _, c.complaint},
                         {.socket = daemon.socket_path(), .before_exec = c.stdout_becomes});
+}
+
+TEST(Words, AReaderWhoLeavesLaterIsNoticedWithoutAComplaint) {
+    Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
+    for (const Words& words : {Words{"events", "-f"}, Words{"log", "-f"}, Words{"top", "-b"}}) {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        Program program(
+            words, {.socket = daemon.socket_path(), .before_exec = [&] { dup2(ends[1], STDOUT_FILENO); }});
+        close(ends[1]);
+        char first = 0;
+        EXPECT_EQ(read(ends[0], &first, 1), 1);
+        close(ends[0]);
+        EXPECT_EQ(program.wait(), 128 + SIGPIPE) << words[0];
+        EXPECT_EQ(program.err(), "");
+    }
+}
+
+TEST(Words, JsonIsIndentedAtATerminalOnly) {
+    Daemon daemon({.args = {"-a"}, .engine_dir = OUR_ENGINE_DIR});
+    const std::string capture = daemon.dir().file("sample.pcap");
+    write_pcap(capture, sample_frames());
+    for (const Words& words :
+         {Words{"ping", "--json"}, Words{"schema"}, Words{"schema", "ping"}, Words{"events", "--json"},
+          Words{"top", "-n", "1", "--json"}, Words{"classify", "--json", capture, "--packets"},
+          Words{"check", "--json", "/dev/null"}}) {
+        ProgramSetup setup = {.socket = daemon.socket_path()};
+        const std::string compact = brumectl(words, setup).out;
+        EXPECT_EQ(std::count(compact.begin(), compact.end(), '\n'), 1) << words[0];
+        setup.terminal = true;
+        std::string indented = brumectl(words, setup).out;
+        if (const size_t bar = indented.rfind("\x1b[K"); bar != std::string::npos) indented.erase(0, bar + 3);
+        EXPECT_NE(indented.find("\" : "), std::string::npos) << words[0];
+        EXPECT_EQ(parse(indented).size(), parse(compact).size()) << words[0];
+    }
 }
 
 TEST(Words, AComplaintIsMadeThoughNobodyReadsTheOutput) {

@@ -47,7 +47,7 @@ TEST_F(CollectorsTest, CountsWhatWasPushedUnderTheProtocolItTurnedOutToBe) {
     const auto& http = test::sample_flow("http").frames;
     Pushed syn({http[0]});
     engine.push("", syn.pkts, false);
-    EXPECT_EQ(engine.sample("protocols")["protocols"]["Unknown"]["flows"], 1u);
+    EXPECT_EQ(engine.sample("protocols")["open"]["unclassified"]["flows"], 1u);
     Pushed rest({http.begin() + 1, http.end()});
     engine.push("", rest.pkts, false);
     push("dns");
@@ -74,6 +74,29 @@ TEST_F(CollectorsTest, CountsWhatWasPushedUnderTheProtocolItTurnedOutToBe) {
     EXPECT_EQ(flows["active"], 0u);
     EXPECT_EQ(flows["max"], 100u);
     EXPECT_EQ(flows["unclassified"], 0u);
+}
+
+TEST_F(CollectorsTest, CountsByProtocolOnlyGrowAndHoldEveryPacketInTheEnd) {
+    activate(100);
+    Json::Value before(Json::objectValue);
+    uint64_t pushed = 0;
+    for (const test::SampleFlow& flow : test::sample_flows())
+        for (const test::Bytes& frame : flow.frames) {
+            Pushed one({frame});
+            engine.push("", one.pkts, false);
+            pushed++;
+            const Json::Value now = engine.sample("protocols")["protocols"];
+            for (const std::string& name : before.getMemberNames())
+                for (const char* member : {"packets", "bytes", "flows"})
+                    EXPECT_GE(now[name][member].asUInt64(), before[name][member].asUInt64()) << name;
+            before = now;
+        }
+    tick(301000);
+    const Json::Value ended = engine.sample("protocols");
+    EXPECT_EQ(ended["open"], Json::Value(Json::objectValue));
+    for (const Json::Value& protocol : ended["protocols"])
+        pushed -= protocol["packets"].asUInt64();
+    EXPECT_EQ(pushed, 0u);
 }
 
 TEST_F(CollectorsTest, ExportsEachEnabledCollectorAtItsInterval) {

@@ -60,7 +60,7 @@ TEST_F(LiveTest, SeesClassifiesAndCountsEachPacketOnce) {
     EXPECT_TRUE(readable());
     EXPECT_EQ(tick(), "");
     EXPECT_FALSE(readable());
-    Json::Value dns = engine.sample("protocols")["protocols"]["DNS"];
+    Json::Value dns = engine.sample("protocols")["open"]["DNS"];
     EXPECT_EQ(dns["packets"], 1u);
     EXPECT_EQ(dns["bytes"], Json::UInt64{query.size() + 42});
     EXPECT_EQ(loopback()["packets"], 1u);

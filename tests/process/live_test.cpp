@@ -20,7 +20,7 @@ TEST(Live, TrafficOfAnAttachedInterfaceIsCountedExportedAndWatched) {
     EXPECT_TRUE(eventually([&] {
         const Json::Value sample =
             daemon.result("collect", parse(R"({"cmd":"show","component":"protocols"})"));
-        return sample["protocols"]["DNS"]["packets"].asUInt() == 3;
+        return sample["open"]["DNS"]["packets"].asUInt() == 3;
     }));
 
     Json::Value exporter = parse(R"({"cmd":"set_exporter","socket":{"type":"file"}})");

@@ -1,0 +1,90 @@
+#include "client/classify/reader.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "client/failure.h"
+#include "client/json_access.h"
+#include "client/local_daemon.h"
+
+namespace brumectl {
+
+namespace {
+
+/** CAP_DAC_OVERRIDE and CAP_DAC_READ_SEARCH. */
+constexpr uint64_t PASSING_CAPABILITIES = 1U << 1 | 1U << 2;
+
+/** The values of a line of /proc/PID/status that count for files: the last of four numbers. */
+gid_t file_system_id(std::istringstream& values) {
+    gid_t id = 0;
+    while (values >> id)
+        continue;
+    return id;
+}
+
+/** Nothing if there is no such process, or if it is no daemon: a container's numbers are others. */
+std::optional<Reader> of_process(uint64_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    Reader reader;
+    bool is_daemon = false;
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream values(line);
+        std::string name;
+        std::string process;
+        uint64_t capabilities = 0;
+        values >> name;
+        if (name == "Name:" && values >> process) is_daemon = process == "brumecpd";
+        if (name == "Uid:") reader.user = file_system_id(values);
+        if (name == "Gid:") reader.groups.push_back(file_system_id(values));
+        if (name == "Groups:")
+            for (gid_t group = 0; values >> group;)
+                reader.groups.push_back(group);
+        if (name == "CapEff:" && values >> std::hex >> capabilities)
+            reader.passes_modes = (capabilities & PASSING_CAPABILITIES) != 0;
+    }
+    if (!is_daemon || !reader.user || reader.groups.empty()) return std::nullopt;
+    return reader;
+}
+
+uint64_t pid_of(Daemon& daemon) {
+    try {
+        return count_of(member_of(daemon.call("status"), "pid"));
+    } catch (const ErrorReply&) {
+        return 0;  // the engine's fault; what follows may do without
+    }
+}
+
+}  // namespace
+
+std::optional<Reader> Reader::of_daemon(Daemon& daemon) {
+    const Address& address = daemon.address();
+    if (!on_this_machine(address)) return std::nullopt;
+    struct stat socket = {};
+    const bool has_owner = !address.tcp && stat(address.path.c_str(), &socket) == 0;
+    Reader owner{socket.st_uid, {socket.st_gid}, socket.st_uid == 0};
+    if (has_owner && owner.user == geteuid()) return owner;  // there's no need to ask
+    std::optional<Reader> process = of_process(pid_of(daemon));
+    return has_owner && (!process || process->user != owner.user) ? std::move(owner) : std::move(process);
+}
+
+bool Reader::may(const std::string& path, mode_t right) const {
+    struct stat file = {};
+    if (stat(path.c_str(), &file) != 0) return false;
+    if (passes_modes) return true;
+    if (user == file.st_uid) return (file.st_mode & right << 6) != 0;
+    const bool is_in_group = std::find(groups.begin(), groups.end(), file.st_gid) != groups.end();
+    return (file.st_mode & (is_in_group ? right << 3 : right)) != 0;
+}
+
+bool Reader::may_open(const std::string& path) const {
+    if (!may("/", S_IXOTH)) return false;
+    for (size_t at = path.find('/', 1); at != std::string::npos; at = path.find('/', at + 1))
+        if (!may(path.substr(0, at), S_IXOTH)) return false;
+    return may(path, S_IROTH);
+}
+
+}  // namespace brumectl
