@@ -5,8 +5,8 @@
 
 #include "client/answer.h"
 #include "client/check/config_check.h"
+#include "client/check/daemon_user.h"
 #include "client/check/findings_text.h"
-#include "client/check/reader.h"
 #include "client/check/which_build.h"
 #include "client/check/words.h"
 #include "client/context.h"
@@ -34,7 +34,7 @@ constexpr int MAX_ASKING_MS = 2000;
 /** What a daemon that answers tells about where the configurations are going to be used. */
 struct Place {
     check::JudgedBuild build = check::JudgedBuild::packaged();
-    std::optional<check::Reader> reader = check::Reader::of_service();
+    std::optional<check::DaemonUser> user = check::DaemonUser::of_service();
 };
 
 Place ask_place(Context& context, const check::ToldBuild& told) {
@@ -44,7 +44,7 @@ Place ask_place(Context& context, const check::ToldBuild& told) {
         daemon->set_timeout_ms(std::min(context.timeout_ms(), MAX_ASKING_MS));
         const auto pid = static_cast<pid_t>(count_of(member_of(daemon->call("status"), "pid")));
         if (on_this_machine(daemon->address()))
-            if (auto reader = check::Reader::of_process(pid)) place.reader = reader;
+            if (auto user = check::DaemonUser::of_process(pid)) place.user = user;
         if (!told.any()) place.build = check::JudgedBuild::asked(*daemon);
     } catch (const Usage&) {
         throw;
@@ -55,12 +55,12 @@ Place ask_place(Context& context, const check::ToldBuild& told) {
     return place;
 }
 
-void check_reader(const std::optional<check::Reader>& reader, const std::string& path,
-                  check::Report& report) {
-    const std::string hindrance = reader && path != "-" ? reader->hindrance(path) : "";
+void check_user(const std::optional<check::DaemonUser>& user, const std::string& path,
+                check::Report& report) {
+    const std::string hindrance = user && path != "-" ? user->hindrance(path) : "";
     if (!hindrance.empty())
         report.add(check::WARNING, 0,
-                   "the daemon runs as " + reader->name + ", who " + hindrance +
+                   "the daemon runs as " + user->name + ", who " + hindrance +
                        ": given this file with -c, it logs that and starts without it");
 }
 
@@ -83,7 +83,7 @@ void check_files(Context& context, const CheckOptions& options) {
         const std::string name = shown_name(path);
         check::Report report(text);
         check::ConfigCheck(text, settings, report).run();
-        check_reader(place.reader, path, report);
+        check_user(place.user, path, report);
         for (auto severity : {check::WARNING, check::ERROR})
             counts[severity] += report.count(severity);
         if (context.json())

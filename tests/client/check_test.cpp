@@ -8,7 +8,7 @@
 #include <algorithm>
 
 #include "client/check/config_check.h"
-#include "client/check/reader.h"
+#include "client/check/daemon_user.h"
 #include "client/method_table.h"
 #include "client/run_program.h"
 #include "infra/corvo_json.h"
@@ -178,11 +178,11 @@ TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
 TEST(Check, TellsWhatKeepsTheDaemonsUserFromReadingAFile) {
     TempDir dir;
     const std::string file = dir.write("start.json", "[]");
-    const Reader owner{"", geteuid()};
-    const Reader member{"", geteuid() + 1, {getegid()}};
-    const Reader other{"", geteuid() + 1, {getegid() + 1}};
+    const DaemonUser owner{"", geteuid()};
+    const DaemonUser member{"", geteuid() + 1, {getegid()}};
+    const DaemonUser other{"", geteuid() + 1, {getegid() + 1}};
     const struct {
-        const Reader& reader;
+        const DaemonUser& user;
         mode_t file;
         mode_t folder;
         const char* hindrance;
@@ -197,12 +197,12 @@ TEST(Check, TellsWhatKeepsTheDaemonsUserFromReadingAFile) {
     };
     for (const auto& c : CASES) {
         ASSERT_EQ(chmod(file.c_str(), c.file) + chmod(dir.path().c_str(), c.folder), 0);
-        EXPECT_THAT(c.reader.hindrance(file), StartsWith(c.hindrance)) << c.file << " " << c.folder;
-        EXPECT_EQ(c.reader.hindrance(file).empty(), *c.hindrance == '\0');
+        EXPECT_THAT(c.user.hindrance(file), StartsWith(c.hindrance)) << c.file << " " << c.folder;
+        EXPECT_EQ(c.user.hindrance(file).empty(), *c.hindrance == '\0');
     }
     Daemon daemon;
-    EXPECT_EQ(Reader::of_process(daemon.pid())->uid, geteuid());
-    EXPECT_FALSE(Reader::of_process(getpid()));
+    EXPECT_EQ(DaemonUser::of_process(daemon.pid())->uid, geteuid());
+    EXPECT_FALSE(DaemonUser::of_process(getpid()));
 }
 
 TEST(Check, TellsFilesApartAndEndsByWhatItFound) {

@@ -1,4 +1,4 @@
-#include "client/check/reader.h"
+#include "client/check/daemon_user.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -47,9 +47,9 @@ std::string mode_text(const struct stat& info) {
 }
 
 /** `wanted` as in the bits for others: S_IROTH or S_IXOTH. */
-bool allows(const struct stat& info, const Reader& reader, mode_t wanted) {
-    if (info.st_uid == reader.uid) return (info.st_mode & (wanted << 6)) != 0;
-    const auto& groups = reader.groups;
+bool allows(const struct stat& info, const DaemonUser& who, mode_t wanted) {
+    if (info.st_uid == who.uid) return (info.st_mode & (wanted << 6)) != 0;
+    const auto& groups = who.groups;
     if (std::find(groups.begin(), groups.end(), info.st_gid) != groups.end())
         return (info.st_mode & (wanted << 3)) != 0;
     return (info.st_mode & wanted) != 0;
@@ -57,31 +57,31 @@ bool allows(const struct stat& info, const Reader& reader, mode_t wanted) {
 
 }  // namespace
 
-std::optional<Reader> Reader::of_process(pid_t pid) {
+std::optional<DaemonUser> DaemonUser::of_process(pid_t pid) {
     const std::string proc = "/proc/" + std::to_string(pid);
     if (text_of(proc + "/comm") != std::string(DAEMON) + "\n") return std::nullopt;
     const std::string status = text_of(proc + "/status");
     const std::vector<unsigned> uids = numbers_of(status, "Uid");  // real, effective, saved, of files
     const std::vector<unsigned> gids = numbers_of(status, "Gid");
     if (uids.size() != 4 || gids.size() != 4) return std::nullopt;
-    Reader reader{name_of(uids.back()), uids.back(), {gids.back()}};
+    DaemonUser found{name_of(uids.back()), uids.back(), {gids.back()}};
     for (unsigned group : numbers_of(status, "Groups"))
-        reader.groups.push_back(group);
-    return reader;
+        found.groups.push_back(group);
+    return found;
 }
 
-std::optional<Reader> Reader::of_service() {
+std::optional<DaemonUser> DaemonUser::of_service() {
     const passwd* user = getpwnam(SERVICE_USER);
     if (user == nullptr) return std::nullopt;
-    Reader reader{user->pw_name, user->pw_uid, std::vector<gid_t>(64)};
+    DaemonUser found{user->pw_name, user->pw_uid, std::vector<gid_t>(64)};
     const gid_t group = user->pw_gid;
-    int count = static_cast<int>(reader.groups.size());
-    if (getgrouplist(SERVICE_USER, group, reader.groups.data(), &count) < 0) return std::nullopt;
-    reader.groups.resize(static_cast<size_t>(count));
-    return reader;
+    int count = static_cast<int>(found.groups.size());
+    if (getgrouplist(SERVICE_USER, group, found.groups.data(), &count) < 0) return std::nullopt;
+    found.groups.resize(static_cast<size_t>(count));
+    return found;
 }
 
-std::string Reader::hindrance(const std::string& path) const {
+std::string DaemonUser::hindrance(const std::string& path) const {
     std::error_code unknown;
     const std::filesystem::path file = std::filesystem::canonical(path, unknown);
     if (unknown || uid == 0) return {};

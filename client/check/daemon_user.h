@@ -10,15 +10,15 @@
 
 namespace brumectl::check {
 
-struct Reader {
+struct DaemonUser {
     std::string name;
     uid_t uid = 0;
     std::vector<gid_t> groups = {};
 
     /** As whom a process acts; nothing if it isn't a brumecpd of this machine, or can't be seen. */
-    static std::optional<Reader> of_process(pid_t pid);
+    static std::optional<DaemonUser> of_process(pid_t pid);
     /** The user whom the service runs as; nothing where that isn't installed. */
-    static std::optional<Reader> of_service();
+    static std::optional<DaemonUser> of_service();
 
     /**
      * Why it can't read the file, such as "can't enter /root (mode 0700, of root)"; empty if it can, or if
