@@ -1,6 +1,7 @@
 #include "client/temp_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 
 #include "client/failure.h"
@@ -35,6 +37,15 @@ void TempFile::fail(const char* what) const {
     throw Failure(std::string("can't ") + what + " " + m_path + ": " + strerror(errno));
 }
 
+int TempFile::fd() const {
+    return fileno(m_file.get());
+}
+
+// A lock ends with its process, and unlike a process's number it means the same in every container.
+void TempFile::claim() const {
+    flock(fd(), LOCK_EX | LOCK_NB);
+}
+
 void TempFile::set_mode(mode_t mode) {
     if (fchmod(fileno(m_file.get()), mode) != 0) fail("set the mode of");
 }
@@ -58,6 +69,21 @@ void TempFile::rename_to(const std::string& target) {
     if (rename(m_path.c_str(), target.c_str()) != 0)
         throw Failure("can't write " + target + ": " + strerror(errno));
     m_path.clear();
+}
+
+void remove_left_behind(const std::string& prefix) {
+    constexpr time_t MAKING_SEC = 60;  // none that was just made, and will be claimed in a moment
+    std::error_code ignored;
+    const std::filesystem::path folder = std::filesystem::path(prefix).parent_path();
+    for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+        const std::string path = entry.path().string();
+        if (path.rfind(prefix, 0) != 0) continue;
+        const corvo::UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat st = {};
+        if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid()) continue;
+        if (time(nullptr) - st.st_mtime > MAKING_SEC && flock(fd.get(), LOCK_EX | LOCK_NB) == 0)
+            unlink(path.c_str());
+    }
 }
 
 std::string temp_folder() {

@@ -20,6 +20,10 @@ class TempFile {
     ~TempFile();
 
     const std::string& path() const { return m_path; }
+    /** For `pwrite` beside it, as nothing has been written by `write`. */
+    int fd() const;
+    /** `remove_left_behind` leaves it alone as long as this process lives. */
+    void claim() const;
     /** @throws Failure */
     void set_mode(mode_t mode);
     /** Mode 0640. False, and nothing has changed: this user may not give it to that group. @throws Failure */
@@ -39,6 +43,9 @@ class TempFile {
     corvo::UniqueFile m_file;
 };
 
+/** Files of this user with these first letters that were claimed by processes which were killed. */
+void remove_left_behind(const std::string& prefix);
+
 /** $TMPDIR, else /tmp; absolute. */
 std::string temp_folder();
 /** A file there that has no name, to be written and read. @throws Failure */
@@ -52,7 +59,9 @@ class PlacedFile {
      * @throws Failure if nothing can be written there
      */
     explicit PlacedFile(const std::string& target);
-    /** Once. @throws Failure */
+    /** More of its content. @throws Failure */
+    void write(const std::string& content) { m_file->write(content); }
+    /** The rest of it. Once. @throws Failure */
     void place(const std::string& content);
 
  private:

@@ -2,8 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <functional>
+#include <optional>
 
 #include "client/classify/classifier.h"
+#include "client/classify/flow_text.h"
 #include "client/classify/progress.h"
 #include "client/classify/report.h"
 #include "client/classify/show.h"
@@ -18,36 +21,50 @@ namespace brumectl {
 namespace {
 
 constexpr const char* FOOTER =
-    "Reads pcap and pcapng of micro- and nanoseconds, of Ethernet, raw IP, Linux cooked and loopback links,\n"
-    "packed by gzip or not, and ERF. What the daemon can't read or open itself goes to it as temporary "
-    "files\n"
-    "in $TMPDIR (/tmp), which are removed again; so do large captures, in pieces. Who couldn't read the\n"
-    "capture can't read them, but for the daemon's group; where that can't be had, it is said before.\n"
+    "Reads pcap and pcapng of Ethernet, raw IP, Linux cooked, loopback, PPP and Cisco HDLC links, packed by\n"
+    "gzip or not, and ERF; - is standard input. The packets go to the engine in pieces, on a data path of\n"
+    "their own: neither live traffic nor another capture has a part in it. With --dpaddr or --no-reset they "
+    "go\n"
+    "to a path that others use, and with an engine that knows no such paths, too: then flows aren't told, "
+    "and\n"
+    "a packet counts under what was known of its flow when it came.\n"
+    "\n"
+    "If the daemon is another user, the pieces are a temporary file in $TMPDIR (/tmp). Who couldn't read "
+    "the\n"
+    "capture can't read it, but for the daemon's group; where that can't be had, it is said before.\n"
     "\n"
     "With --json one document:\n"
-    "  files         for each: file, protocols, total, unclassified, not_ip as below; pieces sent; padded,\n"
-    "                unconverted, too_long: frames that were filled up or left out; strays; error, if any\n"
-    "  protocols     {NAME: {packets, bytes}}; total, unclassified, not_ip: {packets, bytes}\n"
-    "  answer        the daemon's own, unchanged, for a single file that went to it in one piece\n"
+    "  files         for each: file, and protocols to total as below; pieces sent; padded: frames that were\n"
+    "                filled up; evicted: flows forgotten before their end; error, if any; with --flows and\n"
+    "                --hosts the lists flows and hosts, as the engine's flows.list and flows.hosts have "
+    "them\n"
+    "  protocols     {NAME: {packets, bytes, flows, guessed}}; unclassified, total: likewise\n"
+    "  not_decoded   {packets, bytes, reasons: {NAME: packets}}\n"
     "  packets       with --packets: the daemon's for all files that have a class, unchanged";
+
+/** Rows of a report; a browser takes more, its reader doesn't. */
+constexpr size_t REPORTED_FLOWS = 100, REPORTED_HOSTS = 50;
 
 struct Arguments {
     std::vector<std::string> files = {};
     bool packets = false;
+    bool flows = false;
+    bool hosts = false;
+    bool no_guess = false;
     bool no_reset = false;
+    std::string csv = {};
     std::string report = {};
     ClassifyOptions options = {};
+
+    bool lists() const { return flows || hosts || !csv.empty(); }
 };
 
-/** Packets of the JSON document until it is written: they may be many, and half a document is none. */
-class PacketSpool {
+/** Parts of the JSON document until it is written: they may be long, and half a document is none. */
+class Spool {
  public:
-    void add(const Piece& piece, bool indented) {
-        for (const PieceFrame& frame : piece.frames())
-            if (frame.answer)
-                put((m_empty ? "" : ",") +
-                    (indented ? "\n" + harmless(corvo::json::write_styled(*frame.answer), true)
-                              : corvo::json::write(*frame.answer)));
+    void put(const std::string& text) {
+        if (fwrite(text.data(), 1, text.size(), m_file.get()) != text.size())
+            throw Failure("can't write a temporary file");
     }
     void copy_to(const Terminal& out) {
         if (fflush(m_file.get()) != 0) throw Failure("can't write a temporary file");
@@ -59,12 +76,23 @@ class PacketSpool {
     }
 
  private:
-    void put(const std::string& text) {
-        m_empty = false;
-        if (fwrite(text.data(), 1, text.size(), m_file.get()) != text.size())
-            throw Failure("can't write a temporary file");
-    }
     corvo::UniqueFile m_file = nameless_file();
+};
+
+/** A list of the JSON document, in a spool. */
+class SpooledList {
+ public:
+    SpooledList(Spool& spool, bool indented) : m_spool(spool), m_indented(indented) {}
+    void add(const Json::Value& value) {
+        m_spool.put((m_empty ? "" : ",") + (m_indented
+                                                ? "\n" + harmless(corvo::json::write_styled(value), true)
+                                                : corvo::json::write(value)));
+        m_empty = false;
+    }
+
+ private:
+    Spool& m_spool;
+    bool m_indented;
     bool m_empty = true;
 };
 
@@ -74,67 +102,160 @@ class Run {
         : m_context(context),
           m_arguments(arguments),
           m_progress(context.err()),
-          m_copies(context.daemon(), [this](const std::string& text) {
-              m_progress.clear();
-              m_context.complain(text);
-          }) {
-        if (context.json() && arguments.packets) m_spool = std::make_unique<PacketSpool>();
+          m_copies(context.daemon(), [this](const std::string& text) { tell(text); }) {
+        if (context.json() && (arguments.flows || arguments.hosts)) m_files.emplace();
+        if (context.json() && arguments.packets) {
+            m_packets.emplace();
+            m_packet_list.emplace(*m_packets, context.out().interactive());
+        }
         if (!arguments.report.empty()) m_report = std::make_unique<PlacedFile>(arguments.report);
+        if (!arguments.csv.empty()) m_csv = std::make_unique<PlacedFile>(arguments.csv);
     }
 
     void run() {
-        for (const std::string& file : m_arguments.files) {
+        m_options = options();
+        if (m_csv) m_csv->write(flow_text::csv_head());
+        for (const std::string& file : m_arguments.files)
             m_results.push_back(run(file));
-            if (m_arguments.files.size() > 1) m_results.back().answer = Json::Value();
-        }
         if (m_context.json())
             print_document();
         else
             m_context.out().print(show::text(m_results, m_context.out()));
+        if (m_csv) m_csv->place("");
         if (m_report) m_report->place(report::page(m_results));
         complain();
     }
 
  private:
-    FileResult run(const std::string& file) {
+    ClassifyOptions options() {
         ClassifyOptions options = m_arguments.options;
         options.reset = !m_arguments.no_reset;
+        options.guess = !m_arguments.no_guess;
+        // A page has its charts from packets: only they have times.
+        options.packets = m_arguments.packets || m_report;
+        const bool is_shared = m_arguments.no_reset || !options.dpaddr.empty();
+        if (is_shared && m_arguments.lists())
+            throw Usage(
+                "flows are told of a path of the capture's own only: not with --dpaddr or --no-reset");
+        options.flows = !is_shared && CapturePath::is_known(m_context.daemon());
+        if (!options.flows && !is_shared && (m_arguments.lists() || !m_context.json()))
+            tell(
+                "the engine that is loaded tells no flows: packets count under what was known of their flow "
+                "when they came");
+        return options;
+    }
+
+    FileResult run(const std::string& file) {
         m_progress.show(file, 0);
-        bool is_first = true;
-        Classifier classifier(m_context.daemon(), m_copies, options,
-                              {[&](double share) { m_progress.show(file, share); },
-                               [&](const Piece& piece, uint64_t start_usec) {
-                                   show_piece(file, piece, start_usec, is_first);
-                                   is_first = false;
-                               }});
+        m_is_first = true;
+        m_listed = {};
+        if (m_files) m_files->put(m_results.empty() ? "{" : ",{");
+        Classifier classifier(
+            m_context.daemon(), m_copies, m_options,
+            {[&](double share) { m_progress.show(file, share); },
+             [&](const Piece& piece, uint64_t start_usec) { show_piece(file, piece, start_usec); },
+             [&](CapturePath& path) { list(file, path); }});
         FileResult result = classifier.run(file);
+        result.flows = std::move(m_listed.flows);
+        result.hosts = std::move(m_listed.hosts);
+        if (m_files)
+            m_files->put((m_in_list ? "]," : "") + corvo::json::write(show::document(result)).substr(1));
+        m_in_list = false;
         m_progress.clear();
         return result;
     }
 
-    void show_piece(const std::string& file, const Piece& piece, uint64_t start_usec, bool is_first) {
-        if (!m_arguments.packets) return;
-        if (m_spool) {
-            m_spool->add(piece, m_context.out().interactive());
-            return;
-        }
+    void head(const std::string& file, const std::string& columns) {
         m_progress.clear();
         const Terminal& out = m_context.out();
-        if (is_first && m_arguments.files.size() > 1)
+        if (m_is_first && m_arguments.files.size() > 1)
             out.print(out.paint(Terminal::BOLD, harmless(file)) + "\n");
-        if (is_first) out.print(show::packets_head(out));
-        out.print(show::packets_text(piece, start_usec));
+        m_is_first = false;
+        out.print(columns);
+    }
+
+    void show_piece(const std::string& file, const Piece& piece, uint64_t start_usec) {
+        if (!m_arguments.packets) return;
+        if (m_packet_list) {
+            for (const PieceFrame& frame : piece.frames())
+                if (frame.answer) m_packet_list->add(*frame.answer);
+            return;
+        }
+        if (m_is_first) head(file, show::packets_head(m_context.out()));
+        m_context.out().print(show::packets_text(piece, start_usec));
+    }
+
+    void list(const std::string& file, CapturePath& path) {
+        if (m_arguments.flows || m_csv || m_report) {
+            const auto show = start_list("flows", file, m_arguments.flows, flow_text::head, flow_text::row);
+            path.list_flows([&](const Json::Value& flow) {
+                if (show) show(flow);
+                if (m_csv) m_csv->write(flow_text::csv_row(file, flow));
+                if (m_report && m_listed.flows.size() < REPORTED_FLOWS) m_listed.flows.push_back(flow);
+                // Of a page alone, these are all.
+                return show || m_csv || m_listed.flows.size() < REPORTED_FLOWS;
+            });
+            end_list();
+        }
+        if (m_arguments.hosts || m_report) {
+            const auto show =
+                start_list("hosts", file, m_arguments.hosts, flow_text::host_head, flow_text::host_row);
+            path.list_hosts([&](const Json::Value& host) {
+                if (show) show(host);
+                if (m_report && m_listed.hosts.size() < REPORTED_HOSTS) m_listed.hosts.push_back(host);
+                return show || m_listed.hosts.size() < REPORTED_HOSTS;
+            });
+            end_list();
+        }
+    }
+
+    /** What shows a row; nothing if the list isn't to be shown. */
+    std::function<void(const Json::Value&)> start_list(const char* name, const std::string& file,
+                                                       bool is_shown, std::string (*columns)(const Terminal&),
+                                                       std::string (*row)(const Json::Value&)) {
+        if (!is_shown) return {};
+        if (m_files) {
+            m_files->put(std::string("\"") + name + "\":[");
+            m_in_list = true;
+            auto rows = std::make_shared<SpooledList>(*m_files, m_context.out().interactive());
+            return [rows](const Json::Value& value) { rows->add(value); };
+        }
+        head(file, columns(m_context.out()));
+        return [this, row](const Json::Value& value) { m_context.out().print(row(value)); };
+    }
+
+    void end_list() {
+        if (m_in_list) m_files->put("],");
+        m_in_list = false;
     }
 
     void print_document() {
-        const Json::Value document = show::document(m_results);
-        if (!m_spool) return m_context.print_json(document);
-        const std::string text = m_context.out().interactive()
-                                     ? harmless(corvo::json::write_styled(document), true)
-                                     : corvo::json::write(document);
-        m_context.out().print(text.substr(0, text.rfind('}')) + ",\"packets\":[");
-        m_spool->copy_to(m_context.out());
-        m_context.out().print("]}\n");
+        Json::Value document = show::document(m_results);
+        if (!m_files) {
+            document["files"] = Json::Value(Json::arrayValue);
+            for (const FileResult& result : m_results)
+                document["files"].append(show::document(result));
+        }
+        if (!m_files && !m_packets) return m_context.print_json(document);
+        const Terminal& out = m_context.out();
+        const std::string text = out.interactive() ? harmless(corvo::json::write_styled(document), true)
+                                                   : corvo::json::write(document);
+        out.print(text.substr(0, text.rfind('}')));
+        print_list("files", m_files);
+        print_list("packets", m_packets);
+        out.print("}\n");
+    }
+
+    void print_list(const char* name, std::optional<Spool>& list) {
+        if (!list) return;
+        m_context.out().print(std::string(",\"") + name + "\":[");
+        list->copy_to(m_context.out());
+        m_context.out().print("]");
+    }
+
+    void tell(const std::string& text) {
+        m_progress.clear();
+        m_context.complain(text);
     }
 
     /** A fault of the only file ends the program by itself; of several, each is told. */
@@ -158,9 +279,20 @@ class Run {
     const Arguments& m_arguments;
     Progress m_progress;
     Copies m_copies;
-    std::unique_ptr<PacketSpool> m_spool;
+    ClassifyOptions m_options;
+    std::optional<Spool> m_files = {};  ///< of the document, if they hold lists
+    std::optional<Spool> m_packets = {};
+    std::optional<SpooledList> m_packet_list = {};
+    std::unique_ptr<PlacedFile> m_csv;
     std::unique_ptr<PlacedFile> m_report;
     std::vector<FileResult> m_results;
+    // Of the file at hand:
+    bool m_is_first = true;  ///< nothing of it has been shown
+    bool m_in_list = false;  ///< of the document
+    struct {
+        std::vector<Json::Value> flows = {};
+        std::vector<Json::Value> hosts = {};
+    } m_listed;
 };
 
 }  // namespace
@@ -168,8 +300,14 @@ class Run {
 void add_classify(CLI::App& app, Context& context) {
     auto arguments = std::make_shared<Arguments>();
     CLI::App* word = app.add_subcommand("classify", "Show which protocols are in capture files");
-    word->add_option("files", arguments->files, "Capture files")->required();
+    word->add_option("files", arguments->files, "Capture files, or - for standard input")->required();
+    word->add_flag("--flows", arguments->flows, "A row for each flow, too: who with whom, what, which name");
+    word->add_flag("--hosts", arguments->hosts, "A row for each address, too, those with most bytes first");
     word->add_flag("--packets", arguments->packets, "A row for each packet, too");
+    word->add_flag("--no-guess", arguments->no_guess,
+                   "Leave unclassified what could only be guessed by port or address");
+    word->add_option("--csv", arguments->csv,
+                     "Write the flows to this file, a table of comma-separated values");
     word->add_option("--report", arguments->report, "Write a page with charts, HTML, to this file");
     word->add_option("--ns", arguments->options.ns_id, "Name space of the packets' flows");
     word->add_option("--dpaddr", arguments->options.dpaddr, "Data path, handed to the engine");

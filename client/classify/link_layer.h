@@ -1,19 +1,38 @@
 #pragma once
-// Frames of links that the daemon doesn't know, as the Ethernet frames that it does.
+// Frames of many links, and of Ethernet with more around the packet than the daemon knows, as Ethernet frames
+// that it reads: the packet itself isn't touched.
 
-#include <cstddef>
+#include <cstdint>
 #include <string>
 
-namespace brumectl::link_layer {
+#include "client/classify/capture_source.h"
 
-/** Whether frames of this link (a DLT_ value of libpcap) can be converted; Ethernet itself can. */
-bool is_known(int dlt);
+namespace brumectl {
+
+/** `head`, then `rest`, then zeros. */
+struct EthernetFrame {
+    unsigned char head[18] = {};
+    uint32_t head_size = 0;
+    const unsigned char* rest = nullptr;  ///< within the raw frame
+    uint32_t rest_size = 0;
+    uint32_t zeros = 0;
+    bool padded = false;  ///< some of the zeros stand for bytes that the capture has cut
+
+    uint32_t size() const { return head_size + rest_size + zeros; }
+};
+
+namespace link_layer {
+
+/** Whether frames of this link (a DLT_ value of libpcap) can be read. */
+bool is_known(int link);
 /**
- * Puts an Ethernet frame with the same payload into `out`, its addresses zero where the link has none.
- * False: the frame is too short for its link's header, or carries what Ethernet has no number for.
+ * 0, or a number for the reason why there is no IP packet to be had from the frame. Tags of VLANs go, but for
+ * the innermost one of several, and so do the headers of PPPoE, MPLS and SNAP; an Ethernet frame keeps its
+ * length by zeros at its end.
  */
-bool to_ethernet(int dlt, const unsigned char* bytes, size_t size, std::string& out);
-/** How much longer than the original such a frame is, in bytes; may be negative. */
-int growth(int dlt);
+uint32_t to_ethernet(int link, const RawFrame& raw, EthernetFrame& out);
+/** A few words for such a number: "ARP", "EtherType 0x88cc". */
+std::string reason_text(uint32_t reason);
 
-}  // namespace brumectl::link_layer
+}  // namespace link_layer
+}  // namespace brumectl

@@ -1,5 +1,8 @@
 #include "client/classify/piece.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "utils/pcap/pcap_libpcap.h"
 
 namespace brumectl {
@@ -7,6 +10,8 @@ namespace brumectl {
 namespace {
 
 constexpr uint64_t USEC_PER_SEC = 1000000;
+/** A few of the largest frames; more would only leave the processor's caches. */
+constexpr size_t BUFFER_BYTES = 256UL * 1024;
 /** Each one may cost a walk over all frames; an answer with more is none to this piece. */
 constexpr uint64_t MAX_STRAYS = 64;
 
@@ -29,39 +34,62 @@ bool fits(const PieceFrame& frame, const Json::Value& packet) {
 
 }  // namespace
 
-Piece::Piece(std::unique_ptr<TempFile> copy) : m_copy(std::move(copy)) {
-    if (!m_copy) return;
+PieceWriter::PieceWriter(Copies& copies) : m_copies(copies), m_buffer(BUFFER_BYTES) {}
+
+void PieceWriter::put(const void* bytes, size_t size) {
+    memcpy(m_buffer.data() + m_used, bytes, size);
+    m_used += size;
+}
+
+void PieceWriter::begin() {
     const FileHeader header;
-    m_copy->write(&header, sizeof(header));
+    m_used = 0;
+    m_flushed = 0;
+    m_frames = 0;
+    put(&header, sizeof(header));
 }
 
-void Piece::write(const CaptureSource::Frame& frame) {
-    const auto size = static_cast<uint32_t>(frame.bytes.size());
-    const corvo::sf_pkthdr header = {static_cast<uint32_t>(frame.usec / USEC_PER_SEC),
-                                     static_cast<uint32_t>(frame.usec % USEC_PER_SEC), size, size};
-    m_copy->write(&header, sizeof(header));
-    m_copy->write(frame.bytes);
+void PieceWriter::add(const EthernetFrame& frame, uint64_t usec) {
+    const uint32_t size = frame.size();
+    if (m_used + sizeof(corvo::sf_pkthdr) + size > m_buffer.size()) flush();
+    const corvo::sf_pkthdr header = {static_cast<uint32_t>(usec / USEC_PER_SEC),
+                                     static_cast<uint32_t>(usec % USEC_PER_SEC), size, size};
+    put(&header, sizeof(header));
+    m_last = m_used;
+    put(frame.head, frame.head_size);
+    put(frame.rest, frame.rest_size);
+    memset(m_buffer.data() + m_used, 0, frame.zeros);
+    m_used += frame.zeros;
+    ++m_frames;
 }
 
-void Piece::add(const CaptureSource::Frame& frame, uint64_t number) {
+void PieceWriter::flush() {
+    m_copies.write(m_flushed, m_buffer.data(), m_used);
+    m_flushed += m_used;
+    m_used = 0;
+}
+
+void PieceWriter::finish() {
+    flush();
+    m_copies.finish(m_flushed);
+}
+
+PieceFrame& Piece::add_left_out(uint32_t reason, uint32_t size) {
     PieceFrame& out = m_frames.emplace_back();
-    out.usec = frame.usec;
-    out.number = number;
-    out.len = static_cast<uint16_t>(frame.bytes.size());
-    m_packet.updatePacketData(reinterpret_cast<const unsigned char*>(frame.bytes.data()),
-                              static_cast<unsigned>(frame.bytes.size()));
+    out.len = static_cast<uint16_t>(std::min<uint32_t>(size, corvo::CCapPkt::kMaxFrame));
+    out.reason = reason;
+    return out;
+}
+
+PieceFrame& Piece::add(const unsigned char* bytes, uint32_t size) {
+    PieceFrame& out = add_left_out(0, size);
+    m_packet.updatePacketData(bytes, size);
     m_packet.SetPktLen(out.len);
-    m_bytes += out.len;
     out.is_ip = m_packet.parse();
-    if (!out.is_ip) return;
+    if (!out.is_ip) return out;
     out.src = m_packet.GetSrcAddr();
     out.dst = m_packet.GetDstAddr();
-    if (m_copy) write(frame);
-}
-
-const std::string& Piece::finish_copy() {
-    m_copy->close();
-    return m_copy->path();
+    return out;
 }
 
 uint64_t Piece::align(const Json::Value& packets) {

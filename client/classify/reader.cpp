@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -24,6 +25,20 @@ gid_t file_system_id(std::istringstream& values) {
     while (values >> id)
         continue;
     return id;
+}
+
+/** A line of a process's status; empty if there is none. */
+std::string status_line(const std::string& process, const std::string& name) {
+    std::ifstream file("/proc/" + process + "/status");
+    for (std::string line; std::getline(file, line);)
+        if (line.rfind(name, 0) == 0) return line;
+    return {};
+}
+
+/** Empty if it may not be looked at. */
+std::string process_namespace(const std::string& process) {
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/" + process + "/ns/pid", ignored).string();
 }
 
 /** Nothing if there is no such process, or if it is no daemon: a container's numbers are others. */
@@ -69,6 +84,15 @@ std::optional<Reader> Reader::of_daemon(Daemon& daemon) {
     if (has_owner && owner.user == geteuid()) return owner;  // there's no need to ask
     std::optional<Reader> process = of_process(pid_of(daemon));
     return has_owner && (!process || process->user != owner.user) ? std::move(owner) : std::move(process);
+}
+
+bool Reader::sees_processes_as_we_do(Daemon& daemon) {
+    const std::string process = std::to_string(pid_of(daemon));
+    const std::string space = process_namespace(process);
+    // One with fewer rights may not look into a process with more.
+    const std::string rights = status_line(process, "CapPrm:");
+    return status_line(process, "Name:") == "Name:\tbrumecpd" && !space.empty() &&
+           space == process_namespace("self") && rights == status_line("self", "CapPrm:");
 }
 
 bool Reader::may(const std::string& path, mode_t right) const {

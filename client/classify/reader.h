@@ -21,6 +21,9 @@ struct Reader {
      */
     static std::optional<Reader> of_daemon(Daemon& daemon);
     static Reader everybody() { return {}; }
+    /** Our number is ours for the daemon, too, and what is open here can be opened by it, if it is our user.
+     */
+    static bool sees_processes_as_we_do(Daemon& daemon);
 
     /** An absolute path without links; its folders count, too. */
     bool may_open(const std::string& path) const;

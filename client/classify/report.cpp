@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstdio>
 
+#include "client/classify/flow_text.h"
 #include "client/classify/report_style.h"
 #include "client/classify/show.h"
+#include "client/json_access.h"
 #include "client/terminal.h"
 
 namespace brumectl::report {
@@ -69,7 +71,7 @@ std::vector<Band> bands_of(const Tally& tally) {
             rest.volume += volume;
     }
     if (rest.volume.packets > 0) out.push_back(rest);
-    if (tally.unclassified.packets > 0) out.push_back({"unclassified", "none", tally.unclassified});
+    if (tally.unclassified.packets > 0) out.push_back({UNCLASSIFIED, "none", tally.unclassified});
     return out;
 }
 
@@ -82,6 +84,7 @@ std::string tiles(const std::vector<FileResult>& results, const Tally& tally) {
     return "<div class=\"tiles\">\n" +
            tile(count_text(total.packets), total.packets == 1 ? "packet" : "packets") +
            tile(bytes_text(total.bytes), "on the wire") +
+           (total.flows > 0 ? tile(count_text(total.flows), total.flows == 1 ? "flow" : "flows") : "") +
            tile(count_text(tally.protocols.size()), tally.protocols.size() == 1 ? "protocol" : "protocols") +
            tile(percent_text(show::share_of(tally.classified().bytes, total.bytes)),
                 "of the bytes classified") +
@@ -129,7 +132,7 @@ std::string table(const Tally& tally, const std::vector<Band>& bands) {
         "<table>\n<thead><tr><th scope=\"col\">Protocol</th><th scope=\"col\">Packets</th>"
         "<th scope=\"col\">Bytes</th><th scope=\"col\">Share</th><th "
         "class=\"bar\"></th></tr></thead>\n<tbody>\n";
-    uint64_t largest = std::max(tally.unclassified.bytes, tally.not_ip.bytes);
+    uint64_t largest = std::max(tally.unclassified.bytes, tally.undecoded.bytes);
     for (const auto& [name, volume] : tally.protocols)
         largest = std::max(largest, volume.bytes);
     const double top = std::max(show::share_of(largest, total.bytes), 0.0001);
@@ -139,8 +142,8 @@ std::string table(const Tally& tally, const std::vector<Band>& bands) {
         ++rank;
     }
     if (tally.unclassified.packets > 0)
-        out += table_row("unclassified", "none", tally.unclassified, total, top);
-    if (tally.not_ip.packets > 0) out += table_row("not IP", "none", tally.not_ip, total, top);
+        out += table_row(UNCLASSIFIED, "none", tally.unclassified, total, top);
+    if (tally.undecoded.packets > 0) out += table_row("not decoded", "none", tally.undecoded, total, top);
     return out + "</tbody>\n<tfoot><tr><th scope=\"row\">total</th><td>" + count_text(total.packets) +
            "</td><td>" + bytes_text(total.bytes) +
            "</td><td></td><td class=\"bar\"></td></tr></tfoot>\n</table>\n";
@@ -190,8 +193,9 @@ double time_unit(double top) {
 /** The stacked areas of one file, and what their colours mean. */
 class Chart {
  public:
-    Chart(const Course& course, const std::vector<Band>& bands) : m_course(course), m_bands(bands) {
-        m_step_sec = static_cast<double>(course.span_usec()) / USEC_PER_SEC / Course::STEPS;
+    Chart(const Course& course, const std::vector<Band>& bands)
+        : m_course(course), m_bands(bands), m_steps(course.steps()) {
+        m_step_sec = static_cast<double>(course.step_usec()) / USEC_PER_SEC;
         stack();
     }
 
@@ -210,12 +214,12 @@ class Chart {
  private:
     /** Where the top of each band is in each step, in bytes; index 0 is the ground. */
     void stack() {
-        m_tops.assign(m_bands.size() + 1, std::vector<double>(Course::STEPS, 0));
+        m_tops.assign(m_bands.size() + 1, std::vector<double>(m_steps, 0));
         for (const auto& [name, bytes] : m_course.protocols())
-            for (size_t step = 0; step < Course::STEPS; ++step)
+            for (size_t step = 0; step < m_steps; ++step)
                 m_tops[band_of(name) + 1][step] += static_cast<double>(bytes[step]);
         for (size_t i = 1; i < m_tops.size(); ++i)
-            for (size_t step = 0; step < Course::STEPS; ++step)
+            for (size_t step = 0; step < m_steps; ++step)
                 m_tops[i][step] += m_tops[i - 1][step];
         m_top = std::max(1.0, *std::max_element(m_tops.back().begin(), m_tops.back().end()));
     }
@@ -237,16 +241,16 @@ class Chart {
     }
 
     double x(size_t step) const {
-        return LEFT + (CHART_WIDTH - LEFT - RIGHT) * static_cast<double>(step) / Course::STEPS;
+        return LEFT + (CHART_WIDTH - LEFT - RIGHT) * static_cast<double>(step) / static_cast<double>(m_steps);
     }
     double y(double bytes) const { return TOP + (CHART_HEIGHT - TOP - BOTTOM) * (1 - bytes / m_top); }
 
     /** Flat within a step: nothing is known of what is between. */
     std::string area(size_t band) const {
         std::string path = "M" + number(x(0)) + " " + number(y(m_tops[band][0]));
-        for (size_t step = 0; step < Course::STEPS; ++step)
+        for (size_t step = 0; step < m_steps; ++step)
             path += "V" + number(y(m_tops[band + 1][step])) + "H" + number(x(step + 1));
-        for (size_t step = Course::STEPS; step-- > 0;)
+        for (size_t step = m_steps; step-- > 0;)
             path += "V" + number(y(m_tops[band][step])) + "H" + number(x(step));
         return "<path class=\"" + m_bands[band].style + "\" d=\"" + path + "Z\"><title>" +
                escaped(m_bands[band].name) + "</title></path>\n";
@@ -261,7 +265,7 @@ class Chart {
                    "\" y1=\"" + at + "\" y2=\"" + at + "\"/><text class=\"y\" x=\"" + number(LEFT - 5) +
                    "\" y=\"" + at + "\">" + rate_text(value) + "</text>\n";
         }
-        const double span = m_step_sec * Course::STEPS;
+        const double span = m_step_sec * static_cast<double>(m_steps);
         const double unit = time_unit(span);
         for (double value = 0, tick = tick_distance(span / unit, 6) * unit; value <= span * 1.001;
              value += tick)
@@ -272,10 +276,50 @@ class Chart {
 
     const Course& m_course;
     const std::vector<Band>& m_bands;
+    size_t m_steps;
     double m_step_sec;
     std::vector<std::vector<double>> m_tops;
     double m_top = 1;
 };
+
+/** A table that a narrow screen shifts aside, rather than the page. */
+std::string list(const std::string& title, const std::vector<std::string>& head, const std::string& rows) {
+    std::string out = "<h3>" + title + "</h3>\n<div class=\"list\"><table>\n<thead><tr>";
+    for (const std::string& column : head)
+        out += "<th scope=\"col\">" + column + "</th>";
+    return out + "</tr></thead>\n<tbody>\n" + rows + "</tbody>\n</table></div>\n";
+}
+
+std::string row(const std::vector<std::string>& cells) {
+    std::string out = "<tr>";
+    for (const std::string& cell : cells)
+        out += "<td>" + escaped(cell) + "</td>";
+    return out + "</tr>\n";
+}
+
+std::string number_of(const Json::Value& flow, const char* member) {
+    return count_text(count_of(member_of(flow, member)));
+}
+
+std::string lists(const FileResult& result) {
+    std::string flows;
+    for (const Json::Value& flow : result.flows)
+        flows += row({flow_text::endpoint(flow, "client"), flow_text::endpoint(flow, "server"),
+                      flow_text::protocol(flow), flow_text::server_name(flow), number_of(flow, "packets"),
+                      bytes_text(count_of(member_of(flow, "bytes")))});
+    std::string hosts;
+    for (const Json::Value& host : result.hosts)
+        hosts += row({string_of(member_of(host, "address")), number_of(host, "flows"),
+                      number_of(host, "packets"), bytes_text(count_of(member_of(host, "bytes")))});
+    const uint64_t all = result.tally.total().flows;
+    const std::string shown = count_text(result.flows.size());
+    const std::string title =
+        result.flows.size() < all ? "The " + shown + " largest of " + count_text(all) + " flows" : "Flows";
+    return (flows.empty()
+                ? ""
+                : list(title, {"Client", "Server", "Protocol", "Name", "Packets", "Bytes"}, flows)) +
+           (hosts.empty() ? "" : list("Hosts by bytes", {"Address", "Flows", "Packets", "Bytes"}, hosts));
+}
 
 std::string file_section(const FileResult& result, const std::vector<Band>& bands) {
     std::string out = "<section>\n<h2>" + escaped(result.file) + "</h2>\n";
@@ -289,6 +333,7 @@ std::string file_section(const FileResult& result, const std::vector<Band>& band
                time_text(static_cast<int64_t>(result.course.first_usec() / 1000000)) + "</p>\n";
         out += Chart(result.course, bands).html(result.file);
     }
+    out += lists(result);
     return out + "</section>\n";
 }
 

@@ -11,46 +11,65 @@ namespace brumectl::show {
 namespace {
 
 constexpr int BAR_COLUMNS = 24;
+constexpr size_t MAX_REASONS = 8;
 constexpr uint64_t USEC_PER_SEC = 1000000;
 
-std::vector<TextTable::Cell> row(const std::string& name, const Volume& volume, const Volume& total,
-                                 Terminal::colour_e colour) {
-    const double share = share_of(volume.bytes, total.bytes);
-    return {{harmless(name), false, colour},
-            {count_text(volume.packets), true},
-            {bytes_text(volume.bytes), true},
-            {percent_text(share), true},
-            {bar(share, BAR_COLUMNS), false, colour == Terminal::DIM ? Terminal::DIM : Terminal::BLUE}};
+bool has_flows(const std::vector<FileResult>& results) {
+    return std::any_of(results.begin(), results.end(),
+                       [](const FileResult& result) { return result.has_flows; });
 }
 
-Json::Value volume_json(const Volume& volume) {
+std::vector<TextTable::Cell> row(const std::string& name, const Volume& volume, const Volume& total,
+                                 bool with_flows, Terminal::colour_e colour) {
+    const double share = share_of(volume.bytes, total.bytes);
+    std::vector<TextTable::Cell> cells = {{harmless(name), false, colour}};
+    if (with_flows) cells.push_back({count_text(volume.flows), true});
+    cells.push_back({count_text(volume.packets), true});
+    cells.push_back({bytes_text(volume.bytes), true});
+    cells.push_back({percent_text(share), true});
+    cells.push_back(
+        {bar(share, BAR_COLUMNS), false, colour == Terminal::DIM ? Terminal::DIM : Terminal::BLUE});
+    return cells;
+}
+
+Json::Value volume_json(const Volume& volume, bool with_flows) {
     Json::Value out;
     out["packets"] = Json::UInt64(volume.packets);
     out["bytes"] = Json::UInt64(volume.bytes);
+    if (with_flows) out["flows"] = Json::UInt64(volume.flows);
+    if (with_flows && volume.guessed > 0) out["guessed"] = Json::UInt64(volume.guessed);
     return out;
 }
 
-Json::Value tally_json(const Tally& tally) {
+Json::Value tally_json(const Tally& tally, bool with_flows) {
     Json::Value out;
     out["protocols"] = Json::Value(Json::objectValue);
     for (const auto& [name, volume] : tally.protocols)
-        out["protocols"][name] = volume_json(volume);
-    out["unclassified"] = volume_json(tally.unclassified);
-    out["not_ip"] = volume_json(tally.not_ip);
-    out["total"] = volume_json(tally.total());
+        out["protocols"][name] = volume_json(volume, with_flows);
+    out["unclassified"] = volume_json(tally.unclassified, with_flows);
+    out["not_decoded"] = volume_json(tally.undecoded, false);
+    for (const auto& [reason, packets] : tally.reasons)
+        out["not_decoded"]["reasons"][reason] = Json::UInt64(packets);
+    out["total"] = volume_json(tally.total(), with_flows);
     return out;
 }
 
-Json::Value file_json(const FileResult& result) {
-    Json::Value out = tally_json(result.tally);
-    out["file"] = result.file;
-    out["pieces"] = Json::UInt64(result.pieces);
-    out["padded"] = Json::UInt64(result.repairs.padded);
-    out["unconverted"] = Json::UInt64(result.repairs.unconverted);
-    out["too_long"] = Json::UInt64(result.repairs.too_long);
-    out["strays"] = Json::UInt64(result.strays);
-    if (!result.error.empty()) out["error"] = result.error;
-    return out;
+std::string packets_text_of(uint64_t packets) {
+    return counted(packets, "packet", "packets");
+}
+
+/** "3 packets not decoded: 2 ARP, 1 LLDP". */
+std::string undecoded_text(const Tally& tally) {
+    std::vector<std::pair<uint64_t, std::string>> reasons;
+    for (const auto& [reason, packets] : tally.reasons)
+        reasons.emplace_back(packets, reason);
+    std::sort(reasons.rbegin(), reasons.rend());
+    if (reasons.size() == 1) return packets_text_of(reasons[0].first) + " not decoded: " + reasons[0].second;
+    std::string out;
+    for (size_t i = 0; i < reasons.size() && i < MAX_REASONS; ++i)
+        out += (i == 0 ? "" : ", ") + count_text(reasons[i].first) + " " + reasons[i].second;
+    return packets_text_of(tally.undecoded.packets) + " not decoded: " + out +
+           (reasons.size() > MAX_REASONS ? " and others" : "");
 }
 
 std::string packet_path(const Json::Value& answer) {
@@ -82,32 +101,40 @@ Tally sum(const std::vector<FileResult>& results) {
 }
 
 std::vector<std::string> remarks(const FileResult& result) {
-    const struct {
-        uint64_t count;
-        const char* text;
-    } all[] = {
-        {result.repairs.padded, "cut short by the capture and filled up with zeros"},
-        {result.repairs.unconverted, "left out: broken, or not to be had as Ethernet"},
-        {result.repairs.too_long, "left out: longer than 65535 bytes"},
-        {result.strays, "in the answer that are not in the file"},
-    };
     std::vector<std::string> out;
-    for (const auto& remark : all)
-        if (remark.count > 0) out.push_back(counted(remark.count, "packet", "packets") + " " + remark.text);
+    const uint64_t guessed = result.tally.total().guessed;
+    if (result.tally.undecoded.packets > 0) out.push_back(undecoded_text(result.tally));
+    if (result.padded > 0)
+        out.push_back(packets_text_of(result.padded) + " cut short by the capture and filled up with zeros");
+    if (guessed > 0)
+        out.push_back(counted(guessed, "flow is a guess", "flows are guesses") +
+                      " by port or address: --no-guess leaves them unclassified");
+    if (result.evicted > 0)
+        out.push_back(counted(result.evicted, "flow was", "flows were") +
+                      " forgotten before the end, as the engine's table was full: what came later of one "
+                      "counts as another");
+    if (result.strays > 0)
+        out.push_back(packets_text_of(result.strays) + " in the answer that are not in the file");
     return out;
 }
 
 std::string text(const std::vector<FileResult>& results, const Terminal& terminal) {
     const Tally tally = sum(results);
     const Volume total = tally.total();
-    TextTable table({"PROTOCOL", "PACKETS", "BYTES", "SHARE", ""});
+    const bool flows = has_flows(results);
+    TextTable table(flows ? std::vector<std::string>{"PROTOCOL", "FLOWS", "PACKETS", "BYTES", "SHARE", ""}
+                          : std::vector<std::string>{"PROTOCOL", "PACKETS", "BYTES", "SHARE", ""});
     for (const auto& [name, volume] : ranked(tally))
-        table.add(row(name, volume, total, Terminal::PLAIN));
+        table.add(row(name, volume, total, flows, Terminal::PLAIN));
     if (tally.unclassified.packets > 0)
-        table.add(row("unclassified", tally.unclassified, total, Terminal::DIM));
-    if (tally.not_ip.packets > 0) table.add(row("not IP", tally.not_ip, total, Terminal::DIM));
-    auto last = row("total", total, total, Terminal::BOLD);
-    last.resize(3);
+        table.add(row(UNCLASSIFIED, tally.unclassified, total, flows, Terminal::DIM));
+    if (tally.undecoded.packets > 0) {
+        auto cells = row("not decoded", tally.undecoded, total, flows, Terminal::DIM);
+        if (flows) cells[1].text = "";
+        table.add(cells);
+    }
+    auto last = row("total", total, total, flows, Terminal::BOLD);
+    last.resize(last.size() - 2);
     table.add(last);
     std::string out = total.packets > 0 ? table.text(terminal) : std::string();
     for (const FileResult& result : results)
@@ -132,8 +159,10 @@ std::string packets_text(const Piece& piece, uint64_t start_usec) {
                  static_cast<unsigned>(frame.len));
         const Json::Value& answer = frame.answer ? *frame.answer : NONE;
         const std::string protocol = frame.answer  ? string_of(answer["protocol"])
-                                     : frame.is_ip ? "unclassified"
-                                                   : "not IP";
+                                     : frame.is_ip ? UNCLASSIFIED
+                                     : frame.reason != 0
+                                         ? "not decoded: " + link_layer::reason_text(frame.reason)
+                                         : "not decoded";
         out += head;
         if (!frame.is_ip) {
             out += protocol + "\n";
@@ -147,11 +176,17 @@ std::string packets_text(const Piece& piece, uint64_t start_usec) {
 }
 
 Json::Value document(const std::vector<FileResult>& results) {
-    Json::Value out = tally_json(sum(results));
-    out["files"] = Json::Value(Json::arrayValue);
-    for (const FileResult& result : results)
-        out["files"].append(file_json(result));
-    if (results.size() == 1 && !results[0].answer.isNull()) out["answer"] = results[0].answer;
+    return tally_json(sum(results), has_flows(results));
+}
+
+Json::Value document(const FileResult& result) {
+    Json::Value out = tally_json(result.tally, result.has_flows);
+    out["file"] = result.file;
+    out["pieces"] = Json::UInt64(result.pieces);
+    out["padded"] = Json::UInt64(result.padded);
+    out["strays"] = Json::UInt64(result.strays);
+    if (result.has_flows) out["evicted"] = Json::UInt64(result.evicted);
+    if (!result.error.empty()) out["error"] = result.error;
     return out;
 }
 

@@ -28,7 +28,8 @@ std::string packets_head(const Terminal& terminal);
 std::string packets_text(const Piece& piece, uint64_t start_usec);
 /** What of a file isn't as it should be, a sentence each. */
 std::vector<std::string> remarks(const FileResult& result);
-/** The document of --json, without packets. */
+/** For --json: the sums of all files, and what is told of one, without what is listed. */
 Json::Value document(const std::vector<FileResult>& results);
+Json::Value document(const FileResult& result);
 
 }  // namespace brumectl::show

@@ -19,11 +19,19 @@ Volume& Tally::of(const std::string& protocol) {
     return slot(protocols, protocol);
 }
 
+void Tally::add_undecoded(const std::string& reason, uint64_t packets, uint64_t bytes) {
+    undecoded.packets += packets;
+    undecoded.bytes += bytes;
+    if (packets > 0) slot(reasons, reason) += packets;
+}
+
 void Tally::add(const Tally& other) {
     for (const auto& [name, volume] : other.protocols)
         of(name) += volume;
     unclassified += other.unclassified;
-    not_ip += other.not_ip;
+    undecoded += other.undecoded;
+    for (const auto& [reason, packets] : other.reasons)
+        slot(reasons, reason) += packets;
 }
 
 Volume Tally::classified() const {
@@ -36,19 +44,25 @@ Volume Tally::classified() const {
 Volume Tally::total() const {
     Volume sum = classified();
     sum += unclassified;
-    return sum += not_ip;
-}
-
-void Course::set_range(uint64_t first_usec, uint64_t last_usec) {
-    m_first_usec = first_usec;
-    m_span_usec = std::max<uint64_t>(last_usec - first_usec + 1, STEPS);
+    return sum += undecoded;
 }
 
 void Course::add(const std::string& protocol, uint64_t usec, uint64_t len) {
+    if (m_steps == 0) m_first_usec = usec;
     const uint64_t since = usec > m_first_usec ? usec - m_first_usec : 0;
-    // Dividing first: a hostile time may be too large for a product.
-    const uint64_t step = since / std::max<uint64_t>(m_span_usec / STEPS, 1);
-    slot(m_protocols, protocol)[std::min<uint64_t>(step, STEPS - 1)] += len;
+    while (since / m_step_usec >= STEPS)
+        widen();
+    const auto step = static_cast<size_t>(since / m_step_usec);
+    slot(m_protocols, protocol)[step] += len;
+    m_steps = std::max(m_steps, step + 1);
+}
+
+void Course::widen() {
+    m_step_usec *= 2;
+    m_steps = (m_steps + 1) / 2;
+    for (auto& [name, bytes] : m_protocols)
+        for (size_t step = 0; step < STEPS; ++step)
+            bytes[step] = 2 * step < STEPS ? bytes[2 * step] + bytes[2 * step + 1] : 0;
 }
 
 }  // namespace brumectl

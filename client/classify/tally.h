@@ -12,6 +12,8 @@ namespace brumectl {
 struct Volume {
     uint64_t packets = 0;
     uint64_t bytes = 0;
+    uint64_t flows = 0;    ///< 0 where flows aren't told
+    uint64_t guessed = 0;  ///< of the flows
 
     void add(uint64_t len) {
         ++packets;
@@ -20,6 +22,8 @@ struct Volume {
     Volume& operator+=(const Volume& other) {
         packets += other.packets;
         bytes += other.bytes;
+        flows += other.flows;
+        guessed += other.guessed;
         return *this;
     }
 };
@@ -27,38 +31,44 @@ struct Volume {
 /** Names come from the daemon: so many are told apart, the rest are OTHER. */
 constexpr size_t MAX_PROTOCOLS = 4096;
 constexpr const char* OTHER = "(other)";
+/** What the engine, too, calls flows that were never named. */
+constexpr const char* UNCLASSIFIED = "unclassified";
 
 struct Tally {
     std::map<std::string, Volume> protocols = {};
-    Volume unclassified = {};  ///< IP packets that got no class
-    Volume not_ip = {};        ///< frames that the engine isn't shown
+    Volume unclassified = {};                      ///< IP packets that got no class
+    Volume undecoded = {};                         ///< frames that no class can be had for
+    std::map<std::string, uint64_t> reasons = {};  ///< packets of those, by what they are
 
     Volume& of(const std::string& protocol);
+    void add_undecoded(const std::string& reason, uint64_t packets, uint64_t bytes);
     void add(const Tally& other);
     Volume classified() const;
     Volume total() const;
 };
 
-/** Bytes by protocol over the time of one capture, in equal steps. */
+/** Bytes by protocol over the time of one capture, in equal steps that grow with it. */
 class Course {
  public:
-    static constexpr size_t STEPS = 96;
+    static constexpr size_t STEPS = 192;
     using Bytes = std::array<uint64_t, STEPS>;
 
-    /** From the first packet's time to the last's. */
-    void set_range(uint64_t first_usec, uint64_t last_usec);
-    /** An empty name is for packets without a class. A time outside the range counts at its edge. */
+    /** An empty name is for packets without a class. A time before the first one's counts there. */
     void add(const std::string& protocol, uint64_t usec, uint64_t len);
 
     const std::map<std::string, Bytes>& protocols() const { return m_protocols; }
     uint64_t first_usec() const { return m_first_usec; }
-    /** Of all steps together; at least one microsecond a step. */
-    uint64_t span_usec() const { return m_span_usec; }
+    uint64_t step_usec() const { return m_step_usec; }
+    /** Steps up to the last packet. */
+    size_t steps() const { return m_steps; }
 
  private:
+    void widen();
+
     std::map<std::string, Bytes> m_protocols;
     uint64_t m_first_usec = 0;
-    uint64_t m_span_usec = STEPS;
+    uint64_t m_step_usec = 1;
+    size_t m_steps = 0;
 };
 
 }  // namespace brumectl

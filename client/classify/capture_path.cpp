@@ -1,0 +1,122 @@
+#include "client/classify/capture_path.h"
+
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "client/failure.h"
+#include "client/interrupt.h"
+#include "client/json_access.h"
+
+namespace brumectl {
+
+namespace {
+
+constexpr int CLOSE_TIMEOUT_MS = 1000;
+constexpr unsigned PAGE = 1000;
+
+std::string new_name() {
+    uint64_t random = 0;
+    if (getrandom(&random, sizeof(random), 0) != sizeof(random)) throw Failure("no random numbers to be had");
+    char name[64];
+    snprintf(name, sizeof(name), "capture:brumectl-%d-%016" PRIx64, static_cast<int>(getpid()), random);
+    return name;
+}
+
+}  // namespace
+
+bool CapturePath::is_known(Daemon& daemon) {
+    bool has_summary = false;
+    bool has_close = false;
+    for (const Json::Value& name : daemon.call("cmds")) {
+        has_summary = has_summary || name == "flows.summary";
+        has_close = has_close || name == "flows.close";
+    }
+    return has_summary && has_close;
+}
+
+CapturePath::CapturePath(Daemon& daemon, bool guess) : m_daemon(daemon), m_guess(guess), m_name(new_name()) {}
+
+CapturePath::~CapturePath() {
+    if (!m_may_exist) return;
+    const interrupt::Deferred uninterrupted;
+    const int timeout_ms = m_daemon.timeout_ms();
+    try {
+        m_daemon.set_timeout_ms(CLOSE_TIMEOUT_MS);
+        m_daemon.call("flows.close", params());
+    } catch (const std::exception&) {
+        // Gone, or too busy to answer: then the request waits in its queue, or the path ends of disuse.
+    }
+    m_daemon.set_timeout_ms(timeout_ms);
+}
+
+Json::Value CapturePath::params() const {
+    Json::Value params;
+    params["dpaddr"] = m_name;
+    return params;
+}
+
+Json::Value CapturePath::ask_summary(bool finish) {
+    Json::Value params = this->params();
+    params["finish"] = finish;
+    params["guess"] = m_guess;
+    Json::Value summary = m_daemon.call("flows.summary", params);
+    const uint64_t instance = count_of(member_of(summary, "instance"));
+    if (m_instance == 0) m_instance = instance;
+    if (m_instance != instance)
+        throw Failure("the engine's data path for it, " + m_name +
+                      ", has ended on the way: somebody closed it, or the engine was deactivated");
+    return summary;
+}
+
+void CapturePath::check() {
+    ask_summary(false);
+}
+
+void CapturePath::keep() {
+    if (!m_may_exist) return;
+    const interrupt::Deferred uninterrupted;
+    try {
+        m_daemon.call("flows.summary", params());
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+Json::Value CapturePath::finish() {
+    for (;;) {
+        Json::Value summary = ask_summary(true);
+        const Json::Value& complete = member_of(summary, "complete");
+        if (!complete.isBool() || complete.asBool()) return summary;
+        interrupt::check();
+    }
+}
+
+void CapturePath::list(const char* method, const char* member, Json::Value params, const Take& take) {
+    params["limit"] = PAGE;
+    for (;;) {
+        const Json::Value page = m_daemon.call(method, params);
+        const Json::Value& rows = member_of(page, member);
+        if (!rows.isArray()) throw Failure(std::string("the answer of '") + method + "' is no list");
+        for (const Json::Value& row : rows)
+            if (row.isObject() && !take(row)) return;
+        const Json::Value& cursor = member_of(page, "cursor");
+        if (!cursor.isString()) return;
+        params["cursor"] = cursor;
+        interrupt::check();
+    }
+}
+
+void CapturePath::list_flows(const Take& take) {
+    Json::Value params = this->params();
+    params["guess"] = m_guess;
+    list("flows.list", "flows", params, take);
+}
+
+void CapturePath::list_hosts(const Take& take) {
+    list("flows.hosts", "hosts", params(), take);
+}
+
+}  // namespace brumectl
