@@ -8,6 +8,7 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
+#include "client/own_socket.h"
 #include "client/reply.h"
 #include "infra/corvo_json.h"
 #include "utils/clock.h"
@@ -39,15 +40,15 @@ bool await(int fd, short events, uint64_t deadline_ms) {
     }
 }
 
+int connect_path(int fd, const Address& address) {
+    const sockaddr_un peer = address.unix_address();
+    return connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof(peer));
+}
+
+/** Only connected: nobody can answer it. */
 UniqueFd connect_unix(const Address& address, int& err) {
     UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    // A name of the kernel's choice, of which nothing stays behind; the daemon answers to it.
-    sockaddr_un own = {};
-    own.sun_family = AF_UNIX;
-    sockaddr_un peer = address.unix_address();
-    if (fd && bind(fd.get(), reinterpret_cast<const sockaddr*>(&own), sizeof(sa_family_t)) == 0 &&
-        connect(fd.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof(peer)) == 0)
-        return fd;
+    if (fd && connect_path(fd.get(), address) == 0) return fd;
     err = errno;
     return UniqueFd();
 }
@@ -68,10 +69,6 @@ UniqueFd connect_tcp(const Address& address, uint64_t deadline_ms, int& err) {
     return err == 0 ? std::move(fd) : UniqueFd();
 }
 
-UniqueFd connect_to(const Address& address, uint64_t deadline_ms, int& err) {
-    return address.tcp ? connect_tcp(address, deadline_ms, err) : connect_unix(address, err);
-}
-
 }  // namespace
 
 uint64_t Daemon::deadline_ms() const {
@@ -84,7 +81,11 @@ void Daemon::find(uint64_t deadline) {
     bool denied = false;
     for (const Address& address : m_addresses) {
         int err = 0;
-        m_fd = connect_to(address, deadline, err);
+        m_fd = address.tcp ? connect_tcp(address, deadline, err) : connect_unix(address, err);
+        if (m_fd && !address.tcp && bind_own_name(m_fd.get(), address, m_folder) != 0) {
+            err = errno;
+            m_fd.reset();
+        }
         if (m_fd) {
             if (!address.tcp) stat(address.path.c_str(), &m_socket_file);
             Address found = address;

@@ -6,10 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "client/address.h"
+#include "client/own_socket.h"
 #include "utils/unique_fd.h"
 
 namespace brumectl {
@@ -54,8 +56,9 @@ class Daemon {
     std::vector<Address> m_addresses;  ///< after `find`, one
     int m_timeout_ms;
     bool m_found = false;
-    struct stat m_socket_file = {};  ///< Unix: the file that was connected to
-    corvo::UniqueFd m_fd;            ///< Unix: kept; TCP: what `find` has opened, for the next request
+    struct stat m_socket_file = {};           ///< Unix: the file that was connected to
+    std::unique_ptr<PrivateFolder> m_folder;  ///< Unix: of our own socket, where it needs a path
+    corvo::UniqueFd m_fd;  ///< Unix: kept; TCP: what `find` has opened, for the next request
     uint64_t m_id = 0;
 };
 
