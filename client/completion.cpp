@@ -81,6 +81,8 @@ class Walk {
     const CLI::Option* value() const {
         return m_waiting != nullptr ? m_waiting : positional(*m_word, m_positionals);
     }
+    /** The first word that isn't known; empty if there is none. */
+    const std::string& unknown() const { return m_unknown; }
     bool word_may_follow() const { return m_waiting == nullptr && m_positionals == 0; }
 
     /** "evidence show". */
@@ -102,8 +104,8 @@ class Walk {
         const CLI::App* inner = m_positionals == 0 ? find_word(*m_word, text) : nullptr;
         if (inner != nullptr)
             m_word = inner;
-        else
-            ++m_positionals;
+        else if (++m_positionals == 1 && m_word == &m_program)
+            m_unknown = text;
     }
 
     std::string given(const char* option) const {
@@ -116,6 +118,7 @@ class Walk {
     const CLI::Option* m_waiting = nullptr;
     bool m_no_more_options = false;
     size_t m_positionals = 0;
+    std::string m_unknown = {};
     std::map<std::string, std::string> m_given;
 };
 
@@ -216,6 +219,14 @@ std::vector<std::string> value_choices(const CLI::Option& option) {
         return CLI::detail::split(choices, ',');
     if (type.find('|') == std::string::npos) return {};
     return CLI::detail::split(type, '|');
+}
+
+bool completes_engine_words(const CLI::App& program, const std::vector<std::string>& before) {
+    Walk walk(program);
+    for (const std::string& text : before)
+        walk.take(text);
+    return &walk.word() == &program &&
+           (walk.word_may_follow() || walk.unknown().find('.') != std::string::npos);
 }
 
 Completion complete(const CLI::App& program, const Options& defaults, const std::vector<std::string>& before,

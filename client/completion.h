@@ -31,6 +31,8 @@ std::vector<std::string> dashed_names(const CLI::Option& option);
 std::vector<std::string> option_names(const CLI::App& program, const CLI::App& word);
 /** The values that an option takes; empty if they can't be listed. */
 std::vector<std::string> value_choices(const CLI::Option& option);
+/** Whether the words of an engine's methods may stand behind `before`, or do so there. */
+bool completes_engine_words(const CLI::App& program, const std::vector<std::string>& before);
 /**
  * Of what can stand behind `before`, that which begins with `prefix`. `defaults` hold where the line doesn't
  * name another daemon. May ask the daemon, see `known_names`.

@@ -3,11 +3,19 @@
 #include <csignal>
 #include <cstdio>
 
+#include "client/engine_methods.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
 #include "infra/corvo_json.h"
 
 namespace brumectl {
+
+namespace {
+
+/** All that somebody waits who has asked for help, or pressed Tab. */
+constexpr int PATIENCE_MS = 300;
+
+}  // namespace
 
 Daemon& Context::daemon() {
     if (!m_daemon) m_daemon = new_daemon();
@@ -20,6 +28,20 @@ std::vector<Address> Context::addresses() const {
 
 std::unique_ptr<Daemon> Context::new_daemon() const {
     return std::make_unique<Daemon>(addresses(), timeout_ms());
+}
+
+const MethodTable* Context::engine_methods(bool quietly) {
+    if (m_engine_methods) return m_engine_methods.get();
+    if (!quietly) return (m_engine_methods = brumectl::engine_methods(daemon())).get();
+    const interrupt::Deferred deferred;
+    try {
+        const std::unique_ptr<Daemon> daemon = new_daemon();
+        daemon->set_timeout_ms(PATIENCE_MS);
+        m_engine_methods = brumectl::engine_methods(*daemon);
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+    return m_engine_methods.get();
 }
 
 void Context::print_json(const Json::Value& value) const {

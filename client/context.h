@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "client/daemon.h"
+#include "client/method_table.h"
 #include "client/terminal.h"
 
 namespace brumectl {
@@ -30,6 +31,11 @@ class Context {
     std::vector<Address> addresses() const;
     /** One of its own, for what must not wait behind another's answer. */
     std::unique_ptr<Daemon> new_daemon() const;
+    /**
+     * What the loaded engine describes, asked for once; null for nothing. `quietly`: it has a moment to
+     * answer, and nothing is thrown, by Ctrl-C neither. @throws as `engine_methods` otherwise
+     */
+    const MethodTable* engine_methods(bool quietly);
     const Options& options() const { return m_options; }
     int timeout_ms() const { return static_cast<int>(m_options.timeout_sec * 1000); }
     bool json() const { return m_options.json || m_options.result; }
@@ -45,6 +51,7 @@ class Context {
     Terminal m_out;
     Terminal m_err;
     std::unique_ptr<Daemon> m_daemon;
+    std::unique_ptr<MethodTable> m_engine_methods;
 };
 
 }  // namespace brumectl

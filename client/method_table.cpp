@@ -62,16 +62,19 @@ const Parameter* Method::find(const std::string& wanted) const {
     return nullptr;
 }
 
-MethodTable::MethodTable(const char* text) {
-    std::string error;
-    if (!corvo::json::parse(text, m_document, &error))
-        throw Failure("the built-in method table is broken: " + error);
+MethodTable::MethodTable(Json::Value document) : m_document(std::move(document)) {
     for (const Json::Value& method : m_document["methods"])
         m_methods.push_back(read_method(method));
 }
 
 const MethodTable& MethodTable::get() {
-    static const MethodTable table(openrpc_text);
+    static const MethodTable table([] {
+        Json::Value document;
+        std::string error;
+        if (!corvo::json::parse(openrpc_text, document, &error))
+            throw Failure("the built-in method table is broken: " + error);
+        return document;
+    }());
     return table;
 }
 

@@ -34,6 +34,11 @@ class MethodTable {
     /** The built-in one. Lives as long as the program. */
     static const MethodTable& get();
 
+    /** Of another document of the same form; it is taken to be sound. */
+    explicit MethodTable(Json::Value document);
+    MethodTable(const MethodTable&) = delete;
+    MethodTable& operator=(const MethodTable&) = delete;
+
     const std::vector<Method>& methods() const { return m_methods; }
     /** Null for a method that isn't ours; an engine library may have added it. */
     const Method* find(const std::string& name) const;
@@ -45,9 +50,7 @@ class MethodTable {
     const Json::Value& resolve(const Json::Value& schema) const;
 
  private:
-    explicit MethodTable(const char* text);
-
-    Json::Value m_document;
+    const Json::Value m_document;  ///< the methods point into it
     std::vector<Method> m_methods;
 };
 

@@ -124,10 +124,10 @@ void make_absolute(Json::Value& params) {
         params["filename"] = std::filesystem::absolute(file, ignored).string();
 }
 
-void add_word(CLI::App& app, Context& context, const Method& method) {
+void add_word(CLI::App& app, Context& context, const Method& method, const char* group) {
     CLI::App* word = app.add_subcommand(word_of(method.name), method.summary);
     if (!method.description.empty()) word->footer(method.description);
-    word->group("Methods of the daemon");
+    word->group(group);
     auto given = std::make_shared<Given>();
     auto fields = std::make_shared<std::vector<Field>>(fields_of(method));
     std::vector<const char*> positionals = positionals_of(method.name);
@@ -148,7 +148,17 @@ void add_word(CLI::App& app, Context& context, const Method& method) {
 
 void add_method_words(CLI::App& app, Context& context) {
     for (const Method& method : MethodTable::get().methods())
-        if (!is_by_hand(method.name)) add_word(app, context, method);
+        if (!is_by_hand(method.name)) add_word(app, context, method, "Methods of the daemon");
+}
+
+bool add_engine_words(CLI::App& app, Context& context, bool quietly) {
+    const MethodTable* table = context.engine_methods(quietly);
+    if (table == nullptr) return false;
+    for (const Method& method : table->methods())
+        if (app.get_subcommands([&](const CLI::App* word) { return word->get_name() == method.name; })
+                .empty())
+            add_word(app, context, method, "Methods of the engine that is loaded");
+    return true;
 }
 
 }  // namespace brumectl

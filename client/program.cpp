@@ -1,11 +1,13 @@
 #include "client/program.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <sstream>
 
 #include "client/completion.h"
 #include "client/interrupt.h"
 #include "client/method_table.h"
+#include "client/method_words.h"
 #include "client/seconds.h"
 #include "client/words.h"
 
@@ -94,16 +96,48 @@ std::string Program::parse_complaint(const std::string& otherwise) const {
         return "unknown option '" + first + "'" + did_you_mean(name, option_names(*m_app, word));
     }
     if (!word.get_subcommands({}).empty())
-        return "unknown word '" + first + "'" + did_you_mean(first, word_names(word));
+        return "unknown word '" + first + "'" + did_you_mean(first, word_names(word)) + m_hint;
     return "'" + first + "' is one word too many";
+}
+
+/** Words of the engine's methods, if it was one that is missing, or a list of all. False: no more are known.
+ */
+bool Program::learn_missing(bool is_help) {
+    if (!m_app->get_subcommands().empty()) return false;
+    const std::vector<std::string> unknown = m_app->remaining(true);
+    const auto word = std::find_if(unknown.begin(), unknown.end(),
+                                   [](const std::string& text) { return text.rfind('-', 0) != 0; });
+    if (word == unknown.end()) return is_help && add_engine_words(*m_app, m_context, true);
+    if (word->find('.') == std::string::npos) return false;
+    try {
+        return add_engine_words(*m_app, m_context, false);
+    } catch (const Failure& e) {
+        m_hint = std::string("; an engine's own are known while it can be asked, but: ") + e.what();
+        return false;
+    }
+}
+
+void Program::learn_words(const std::vector<std::string>& before) {
+    if (completes_engine_words(*m_app, before)) add_engine_words(*m_app, m_context, true);
+}
+
+void Program::parse(const std::vector<std::string>& words) {
+    // The parser takes them from the end.
+    const auto reversed = [&] { return std::vector<std::string>(words.rbegin(), words.rend()); };
+    try {
+        m_app->parse(reversed());
+    } catch (const CLI::ParseError& e) {
+        const bool is_help = dynamic_cast<const CLI::CallForHelp*>(&e) != nullptr;
+        if (dynamic_cast<const CLI::CallForVersion*>(&e) != nullptr || !learn_missing(is_help)) throw;
+        m_app->parse(reversed());
+    }
 }
 
 /** Help and version come as exceptions from the parser. */
 void Program::carry_out(const std::vector<std::string>& words) {
     m_options.typed = words;
     try {
-        // The parser takes them from the end.
-        m_app->parse(std::vector<std::string>(words.rbegin(), words.rend()));
+        parse(words);
     } catch (const CLI::Success& e) {
         std::ostringstream text;
         m_app->exit(e, text, text);

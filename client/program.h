@@ -26,8 +26,12 @@ class Program {
     /** Words without the program's name. Prints what goes wrong. @throws Interrupted */
     exit_status_e run(const std::vector<std::string>& words);
     const CLI::App& app() const { return *m_app; }
+    /** `app` knows the words of the loaded engine's methods, too, if these words make them needed. */
+    void learn_words(const std::vector<std::string>& before);
 
  private:
+    void parse(const std::vector<std::string>& words);
+    bool learn_missing(bool is_help);
     void carry_out(const std::vector<std::string>& words);
     void complain_with_usage(const std::string& text) const;
     std::string parse_complaint(const std::string& otherwise) const;
@@ -35,6 +39,7 @@ class Program {
     Options m_options;
     Context m_context;
     std::unique_ptr<CLI::App> m_app;
+    std::string m_hint = {};  ///< why an unknown word may be one all the same
 };
 
 }  // namespace brumectl

@@ -8,21 +8,32 @@
 #include "client/failure.h"
 #include "client/man_tables.h"
 #include "client/method_table.h"
+#include "client/method_words.h"
 #include "client/shell/split.h"
 
 namespace brumectl {
 
 namespace {
 
+/** The built-in table's, and what the loaded engine brings along. */
 void print_schema(Context& context, const std::string& name) {
     const MethodTable& table = MethodTable::get();
-    if (name.empty()) {
-        context.print_json(table.document());
-        return;
-    }
     const Method* method = table.find(name);
-    if (method == nullptr) throw Usage("no method '" + name + "'" + did_you_mean(name, table.names()));
-    context.print_json(*method->document);
+    const MethodTable* engine = method == nullptr ? context.engine_methods(true) : nullptr;
+    if (method == nullptr && engine != nullptr) method = engine->find(name);
+    if (method != nullptr) return context.print_json(*method->document);
+    if (!name.empty()) {
+        std::vector<std::string> known = table.names();
+        if (engine != nullptr)
+            for (const std::string& own : engine->names())
+                known.push_back(own);
+        throw Usage("no method '" + name + "'" + did_you_mean(name, known));
+    }
+    Json::Value document = table.document();
+    if (engine != nullptr)
+        for (const Json::Value& own : engine->document()["methods"])
+            document["methods"].append(own);
+    context.print_json(document);
 }
 
 void add_schema(CLI::App& app, Context& context) {
@@ -48,11 +59,12 @@ std::shared_ptr<std::string> add_choice(CLI::App& word, const std::string& name,
     return chosen;
 }
 
-void print_candidates(const CLI::App& app, const Context& context, const std::string& line) {
+void print_candidates(CLI::App& app, Context& context, const std::string& line) {
     std::vector<std::string> words = split_unfinished(line);
     const std::string last = words.back();
     words.pop_back();
     if (!words.empty()) words.erase(words.begin());  // the program's name
+    if (completes_engine_words(app, words)) add_engine_words(app, context, true);
     const Completion found = complete(app, context.options(), words, last);
     for (const Candidate& one : found.candidates)
         context.out().print(one.text + "\t" + one.description + "\n");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/classify/flow_text.h"
 #include "client/evidence/report_text.h"
 #include "client/json_access.h"
 #include "client/live/notification.h"
@@ -193,14 +194,40 @@ std::string push_view(const Terminal& terminal, const Json::Value& result) {
     return table.text(terminal);
 }
 
+/** Of our engine's methods. */
+std::string list_view(const Terminal& terminal, const Json::Value& result, const char* member,
+                      std::string (*head)(const Terminal&), std::string (*row)(const Json::Value&)) {
+    const Json::Value& rows = member_of(result, member);
+    if (!rows.isArray()) return "";
+    std::string out = head(terminal);
+    for (const Json::Value& value : rows)
+        out += row(value);
+    const uint64_t total = count_of(member_of(result, "total"));
+    const std::string cursor = text_of(member_of(result, "cursor"));
+    if (cursor.empty()) return out;
+    return out +
+           terminal.paint(Terminal::DIM, count_text(rows.size()) + " of " + count_text(total) +
+                                             "; the next with --cursor " + cursor) +
+           "\n";
+}
+
+std::string flows_view(const Terminal& terminal, const Json::Value& result) {
+    return list_view(terminal, result, "flows", flow_text::head, flow_text::row);
+}
+
+std::string hosts_view(const Terminal& terminal, const Json::Value& result) {
+    return list_view(terminal, result, "hosts", flow_text::host_head, flow_text::host_row);
+}
+
 constexpr struct {
     const char* method;
     std::string (*view)(const Terminal&, const Json::Value&);
 } VIEWS[] = {
-    {"status", status_view},   {"cmds", cmds_view},
-    {"events", hogs_view},     {"notifications", notifications_view},
-    {"log", log_view},         {"push_pcap", push_view},
-    {"collect", collect_view},
+    {"status", status_view},     {"cmds", cmds_view},
+    {"events", hogs_view},       {"notifications", notifications_view},
+    {"log", log_view},           {"push_pcap", push_view},
+    {"collect", collect_view},   {"flows.list", flows_view},
+    {"flows.hosts", hosts_view},
 };
 
 }  // namespace

@@ -43,10 +43,11 @@ void run_script(const Options& options) {
 }
 
 std::vector<std::string> candidates(const Options& options, const std::string& typed, std::string& last) {
-    static const Program program;
+    Program program(options);
     std::vector<std::string> words = split_unfinished(typed);
     last = words.back();
     words.pop_back();
+    program.learn_words(words);
     std::vector<std::string> found;
     for (const Candidate& one : complete(program.app(), options, words, last).candidates)
         found.push_back(one.text);
