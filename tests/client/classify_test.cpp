@@ -9,8 +9,11 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <memory>
 
 #include "client/classify/link_layer.h"
+#include "client/classify/pace.h"
 #include "client/classify/piece.h"
 #include "client/classify/reader.h"
 #include "client/classify/tally.h"
@@ -25,6 +28,7 @@ namespace {
 
 using testing::_;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
@@ -66,6 +70,29 @@ class Classify : public ::testing::Test {
 
 std::string text(const Bytes& bytes) {
     return {bytes.begin(), bytes.end()};
+}
+
+/** One that is closed in the end, as HTTP that goes on and on. */
+std::vector<Bytes> long_flow(size_t size) {
+    const std::vector<Bytes>& flow = sample_flow("http").frames;
+    std::vector<Bytes> frames = flow;
+    while (frames.size() < size)
+        frames.insert(frames.end(), flow.begin() + 3, flow.end() - 3);
+    frames.resize(size);
+    return frames;
+}
+
+/** The file that it pushes has something in it. */
+bool has_pushed(const Program& program) {
+    const std::string fds = "/proc/" + std::to_string(program.pid()) + "/fd";
+    return eventually([&] {
+        std::error_code ignored;
+        const fs::directory_iterator all(fds, ignored);
+        return std::any_of(begin(all), end(all), [&](const auto& fd) {
+            return fs::read_symlink(fd.path(), ignored).string().rfind("/memfd:brumectl", 0) == 0 &&
+                   fs::file_size(fd.path(), ignored) > 0;
+        });
+    });
 }
 
 constexpr uint32_t USEC = 0xA1B2C3D4, NSEC = 0xA1B23C4D;
@@ -112,23 +139,29 @@ TEST_F(Classify, EveryKindOfCaptureGivesWhatTheClassicOneGives) {
     const std::vector<Bytes>& frames = sample_flow("http").frames;
     write_pcap(file("classic"), frames);
     const Json::Value expected = document({file("classic")});
-    ASSERT_GT(expected["protocols"]["HTTP"]["packets"].asUInt(), 0U) << expected;
-    EXPECT_EQ(expected["total"]["packets"].asUInt(), frames.size());
-    EXPECT_EQ(expected["answer"]["pkts"].size(), expected["protocols"]["HTTP"]["packets"].asUInt());
+    EXPECT_EQ(expected["protocols"]["HTTP"]["packets"].asUInt(), frames.size()) << "the handshake, too";
+    EXPECT_EQ(expected["total"]["flows"].asUInt(), 1U);
 
     const Bytes ip = from_hex("0800");
     write_swapped_pcap(file("swapped"), frames);
     write_erf(file("erf"), frames);
+    const auto linked = [&](const char* name, uint32_t link, const char* head) {
+        return m_dir.write(name, pcap_of(frames, USEC, link, from_hex(head), 14));
+    };
     for (const std::string& path : {
              file("swapped"),
              file("erf"),
              m_dir.write("nanoseconds", pcap_of(frames, NSEC, DLT_EN10MB)),
-             m_dir.write("raw", pcap_of(frames, USEC, 101, {}, 14)),
-             m_dir.write("null", pcap_of(frames, USEC, DLT_NULL, from_hex("00000002"), 14)),
-             m_dir.write("loop", pcap_of(frames, USEC, DLT_LOOP, from_hex("00000002"), 14)),
-             m_dir.write("cooked", pcap_of(frames, USEC, DLT_LINUX_SLL, ByteWriter().fill(14).bytes(ip), 14)),
-             m_dir.write("cooked2",
-                         pcap_of(frames, USEC, DLT_LINUX_SLL2, ByteWriter().bytes(ip).fill(18), 14)),
+             linked("raw", 101, ""),
+             linked("null", DLT_NULL, "00000002"),
+             linked("loop", DLT_LOOP, "00000002"),
+             linked("cooked", DLT_LINUX_SLL, "00000000000000000000000000000800"),
+             linked("cooked2", DLT_LINUX_SLL2, "0800000000000000000000000000000000000000"),
+             linked("ppp", DLT_PPP, "0021"),
+             linked("ppp short", DLT_PPP, "ff0321"),
+             linked("ppp serial", DLT_PPP_SERIAL, "ff030021"),
+             linked("ppp direction", DLT_PPP_WITH_DIR, "00ff030021"),
+             linked("hdlc", DLT_C_HDLC, "0f000800"),
              m_dir.write("cut", pcap_of(frames, USEC, DLT_EN10MB, {}, 0, 100)),
              m_dir.write("pcapng", pcapng_of(frames)),
              m_dir.write("gzip", packed(read_file(file("classic")))),
@@ -139,32 +172,139 @@ TEST_F(Classify, EveryKindOfCaptureGivesWhatTheClassicOneGives) {
     }
     EXPECT_EQ(document({file("cut")})["files"][0]["padded"].asInt(),
               std::count_if(frames.begin(), frames.end(), [](const Bytes& f) { return f.size() > 100; }));
+    for (const std::string& packing : {read_file(file("pcapng")), read_file(file("gzip"))})
+        expect({{"-"}, 0, HasSubstr("HTTP "), "", packing});
+
+    const std::string addresses = "000000000001000000000002";
+    for (const char* around :
+         {"810000070800", "81000007810000080800", "88a80007810000080800", "910000070800",
+          "88641100000100000021", "884700001140", "88470000104000002140", "0040aaaa030000000800"}) {
+        const std::string head = addresses + around;
+        const Json::Value found = document({linked("tagged", DLT_EN10MB, head.c_str())});
+        EXPECT_EQ(found["protocols"]["HTTP"]["packets"].asUInt(), frames.size()) << head << found;
+        EXPECT_EQ(found["total"]["bytes"].asUInt64(),
+                  expected["total"]["bytes"].asUInt64() + frames.size() * (head.size() / 2 - 14))
+            << head;
+    }
+}
+
+TEST_F(Classify, WhatIsNoPacketIsToldByItsReason) {
+    std::vector<Bytes> frames = sample_flow("dns").frames;
+    const size_t whole = frames.size();
+    frames.push_back(ether_frame(ETHER_ARP, ByteWriter().fill(46)));
+    frames.push_back(ether_frame(0x88CC, ByteWriter().fill(46)));
+    frames.push_back(ether_frame(0x88CC, ByteWriter().fill(46)));
+    frames.push_back(ether_frame(0x0800, ByteWriter().bytes(from_hex("45000fff")).fill(42)));
+    write_pcap(file("mixed"), frames);
+    const Json::Value found = document({file("mixed")})["not_decoded"];
+    EXPECT_EQ(found["packets"].asUInt(), frames.size() - whole);
+    EXPECT_EQ(found["reasons"], parse(R"({"ARP":1,"LLDP":2,"IP headers that can't be":1})"));
+    expect(
+        {{file("mixed")}, 0, HasSubstr("4 packets not decoded: 2 LLDP, 1 IP headers that can't be, 1 ARP")});
+}
+
+TEST_F(Classify, FlowsAndHostsAreListedForPeopleAndForPrograms) {
+    write_pcap(file("capture"), sample_frames());
+    const Json::Value found = document({"--flows", "--hosts", file("capture")})["files"][0];
+    EXPECT_EQ(found["flows"].size(), found["total"]["flows"].asUInt());
+    EXPECT_GE(found["hosts"].size(), 2U);
+    expect({{"--flows", "--hosts", "--csv", file("flows.csv"), file("capture")},
+            0,
+            AllOf(HasSubstr(" -> "), HasSubstr("HOST "), HasSubstr("PROTOCOL "), HasSubstr("FLOWS"))});
+    const std::string csv = read_file(file("flows.csv"));
+    EXPECT_THAT(csv, StartsWith("file,client,client_port,server,"));
+    EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), found["flows"].size() + 1);
+    expect({{"--flows", "--no-reset", file("capture")}, 2, "", HasSubstr("of a path of the capture's own")});
 }
 
 TEST_F(Classify, ALargeCaptureGoesInPiecesThatShareTheirFlows) {
-    std::vector<Bytes> frames = sample_flow("http").frames;
-    const std::vector<Bytes> flow = frames;
-    while (frames.size() <= brumectl::Piece::MAX_FRAMES)
-        frames.insert(frames.end(), flow.begin() + 3, flow.end() - 3);
-    write_pcap(file("large"), frames);
-    const Json::Value found = document({"--packets", file("large")});
-    EXPECT_EQ(found["files"][0]["pieces"].asInt(), 2);
-    EXPECT_FALSE(found.isMember("answer"));
-    EXPECT_EQ(found["total"]["packets"].asUInt(), frames.size());
-    EXPECT_EQ(found["packets"].size(), found["protocols"]["HTTP"]["packets"].asUInt());
-    EXPECT_EQ(found["unclassified"]["packets"].asUInt(), 0U) << "the second piece began with new flows";
+    write_pcap(file("large"), long_flow(5000));
+    for (const char* how : {"--packets", "--flows"}) {
+        const Json::Value found = document({how, file("large")});
+        EXPECT_GT(found["files"][0]["pieces"].asInt(), 1) << how;
+        EXPECT_EQ(found["protocols"]["HTTP"]["packets"].asUInt(), 5000U) << how;
+        EXPECT_EQ(found["total"]["flows"].asUInt(), 1U) << how;
+    }
+}
+
+TEST_F(Classify, RunsAtTheSameTimeAndLiveTrafficDontSeeEachOther) {
+    write_pcap(file("a"), long_flow(5000));
+    write_pcap(file("b"), sample_frames());
+    m_daemon.result("push_pcap",
+                    parse(R"({"type":"filename","reset":false,"filename":")" + file("b") + "\"}"));
+    const Json::Value live = m_daemon.result("flows.summary");
+    const std::string alone[] = {brumectl({"--json", "classify", file("a")}, setup()).out,
+                                 brumectl({"--json", "classify", file("b")}, setup()).out};
+    Program a({"--json", "classify", file("a")}, setup()), b({"--json", "classify", file("b")}, setup());
+    EXPECT_EQ(a.wait() + b.wait(), 0);
+    EXPECT_EQ(parse(a.out())["protocols"], parse(alone[0])["protocols"]);
+    EXPECT_EQ(parse(b.out())["protocols"], parse(alone[1])["protocols"]);
+    EXPECT_EQ(m_daemon.result("flows.summary"), live);
+}
+
+TEST_F(Classify, EveryWayOutClosesThePathAndAnotherThatTookItsPlaceIsNoticed) {
+    const auto frames = long_flow(3000);
+    write_pcap(file("capture"), frames);
+    const std::string bytes = read_file(file("capture"));
+    signal(SIGPIPE, SIG_IGN);  // a program that has ended doesn't read
+    ASSERT_EQ(mkfifo(file("pipe").c_str(), 0600), 0);
+    const auto start = [&] {
+        auto program = std::make_unique<Program>(std::vector<std::string>{"classify", file("pipe")}, setup());
+        std::ofstream pipe(file("pipe"), std::ios::binary);
+        pipe << bytes.substr(0, bytes.size() / 2) << std::flush;
+        EXPECT_TRUE(has_pushed(*program));
+        return std::pair(std::move(program), std::move(pipe));
+    };
+    for (int i = 0; i < 9; ++i) {  // one more than there can be at once
+        auto [program, pipe] = start();
+        EXPECT_EQ(program->end(i % 2 == 0 ? SIGINT : SIGTERM), 128 + (i % 2 == 0 ? SIGINT : SIGTERM));
+        EXPECT_EQ(program->out() + program->err(), "");
+    }
+    auto [program, pipe] = start();
+    m_daemon.result("deactivate");
+    m_daemon.result("activate", parse(R"({"resources":{"max_flows":1000}})"));
+    pipe << bytes.substr(bytes.size() / 2);
+    pipe.close();
+    EXPECT_EQ(program->wait(), 1);
+    EXPECT_THAT(program->err(), AnyOf(HasSubstr("has ended on the way"), HasSubstr("not active")));
+}
+
+TEST_F(Classify, WithoutFlowMethodsPacketsCountUnderWhatWasKnownWhenTheyCame) {
+    write_pcap(file("capture"), sample_flow("http").frames);
+    expect({{"--no-reset", file("capture")}, 0, AllOf(HasSubstr("HTTP "), HasSubstr("unclassified"))});
+    const Daemon inert({.args = {"-a"}, .engine_dir = INERT_ENGINE_DIR});
+    expect_step({{"classify", file("capture")}, 0, HasSubstr("unclassified"), HasSubstr("tells no flows")},
+                {.socket = inert.socket_path()});
+}
+
+TEST_F(Classify, MethodsOfTheEngineAreWordsWhileItIsLoaded) {
+    const std::vector<Step> steps = {
+        {{"flows.summary"}, 0, HasSubstr("instance")},
+        {{"flows.list", "--port", "x"}, 2, "", HasSubstr("uint16")},
+        {{"flows.lst"}, 2, "", HasSubstr("did you mean 'flows.list'?")},
+        {{"flows.list", "--help"}, 0, HasSubstr("--cursor")},
+        {{"--help"}, 0, HasSubstr("flows.hosts")},
+        {{"schema"}, 0, HasSubstr("\"flows.close\"")},
+        {{"complete", "--line", "brumectl flows.list --so"}, 0, HasSubstr("--sort")},
+        {{"-s", "/nonexistent", "flows.list"}, 2, "", HasSubstr("while it can be asked")},
+        {{"-s", "/nonexistent", "--help"}, 0, Not(HasSubstr("flows."))},
+    };
+    expect_steps(steps, setup());
 }
 
 TEST_F(Classify, ABadFileDoesNotEndTheRunButIsToldInTheEnd) {
     write_pcap(file("good"), sample_flow("dns").frames);
     m_dir.write("junk", "no capture at all");
+    m_dir.write("empty", "");
     m_dir.write("wifi", pcap_of(sample_flow("dns").frames, USEC, 105));
     const std::string good = read_file(file("good"));
     m_dir.write("whole", good.substr(0, good.size() - 1));
-    expect({{file("junk"), file("wifi"), file("whole"), file("good")},
-            1,
-            HasSubstr("DNS"),
-            AllOf(HasSubstr("link type 105"), HasSubstr("damaged after"), HasSubstr("3 of 4 files"))});
+    expect(
+        {{file("junk"), file("wifi"), file("whole"), file("good"), file("empty"), file("none"), file("tmp")},
+         1,
+         HasSubstr("DNS"),
+         AllOf(HasSubstr("link type 105"), HasSubstr("damaged after"), HasSubstr("an empty file"),
+               HasSubstr("No such file"), HasSubstr("a folder"), HasSubstr("6 of 7 files"))});
     expect({{"--filter", "no filter", file("good")}, 2, "", HasSubstr("bad filter 'no filter'")});
 }
 
@@ -178,19 +318,6 @@ TEST_F(Classify, ReportsStandAloneAndReplaceTheirFileOnlyWhenTheyAreWhole) {
     for (const char* outside : {"<script", "http://", "https://", "<a>&"})
         EXPECT_THAT(page, Not(HasSubstr(outside)));
     expect({{"--report", file("tmp"), file("<a>&.pcap")}, 1, _, HasSubstr("/tmp is no regular file")});
-}
-
-TEST_F(Classify, AnInterruptLeavesNothingBehind) {
-    m_dir.write("raw", pcap_of(sample_flow("http").frames, USEC, 101, {}, 14));
-    m_daemon.signal(SIGSTOP);  // the answer never comes
-    Program program({"classify", "--report", file("report.html"), file("raw")}, setup());
-    EXPECT_TRUE(eventually([&] { return entries(m_temp) == 1; }));
-    for (const auto& copy : fs::directory_iterator(m_temp))
-        EXPECT_EQ(copy.status().permissions(), fs::perms(0600)) << "the daemon is the same user";
-    EXPECT_EQ(program.end(SIGTERM), 128 + SIGTERM);
-    m_daemon.signal(SIGCONT);
-    EXPECT_EQ(program.out(), "");
-    EXPECT_EQ(entries(m_dir.path()), 2U) << "raw and tmp are all that should be there";
 }
 
 TEST_F(Classify, AnInterruptEndsTheReadingOfWhatGrowsWithoutEndWhenUnpacked) {
@@ -288,7 +415,9 @@ TEST(Copies, OfWhatTheDaemonCantOpenAreForItsGroupOrTheUserIsTold) {
     const std::string temp = home.file("tmp"), capture = home.file("capture");
     mkdir(temp.c_str(), 0700);
     write_pcap(capture, sample_flow("dns").frames);
-    for (const std::string& path : {home.path(), temp, capture})
+    const std::string left = home.write("tmp/brumectl-copy-killed", "x");
+    fs::last_write_time(left, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    for (const std::string& path : {home.path(), temp, capture, left})
         ASSERT_EQ(chown(path.c_str(), SOMEBODY, SOMEBODY), 0);
     chmod(home.path().c_str(), 0711);
     chmod(temp.c_str(), 0711);
@@ -315,11 +444,11 @@ TEST(Copies, OfWhatTheDaemonCantOpenAreForItsGroupOrTheUserIsTold) {
 
 TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {
     const Path path{.from = "10.0.0.1", .to = "10.0.0.2", .from_port = 1000, .to_port = 53};
-    brumectl::Piece piece(nullptr);
+    brumectl::Piece piece;
     for (const Bytes& bytes :
          {udp_frame(path, from_text("one")), udp_frame(path.reversed(), from_text("two2")),
           ether_frame(ETHER_ARP, ByteWriter().fill(46))})
-        piece.add({.bytes = text(bytes), .usec = 7}, 1);
+        piece.add(bytes.data(), static_cast<uint32_t>(bytes.size()));
     const Json::Value answers = parse(R"([{"src":"9.9.9.9:1","dst":"10.0.0.1:1000","len":46}, 5,
         {"src":"10.0.0.2:53","dst":"10.0.0.1:1000","len":46}])");
     EXPECT_EQ(piece.align(answers), 2U);
@@ -328,22 +457,52 @@ TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {
     EXPECT_FALSE(piece.frames()[2].is_ip);
 }
 
-TEST(LinkLayer, FramesTooShortForTheirLinkAreRefused) {
-    std::string out;
-    const unsigned char bytes[20] = {0x45};
-    for (const auto& [link, size] :
-         {std::pair{DLT_LINUX_SLL2, 20}, {DLT_LINUX_SLL, 16}, {DLT_NULL, 4}, {DLT_RAW, 0}})
-        EXPECT_FALSE(brumectl::link_layer::to_ethernet(link, bytes, static_cast<size_t>(size), out)) << link;
-    EXPECT_TRUE(brumectl::link_layer::to_ethernet(DLT_RAW, bytes, 20, out));
+TEST(LinkLayer, FramesTooShortForTheirHeadersAreCutHoweverShort) {
+    const Bytes frame = from_hex(
+        "000000000001000000000002"
+        "88a80007"
+        "81000008"
+        "88641100000100000021"
+        "45000014000000000006000000000000");
+    brumectl::EthernetFrame out;
+    for (uint32_t size = 0; size <= frame.size(); ++size) {
+        const Bytes cut(frame.begin(),
+                        frame.begin() + size);  // in memory of its own, where a sanitizer looks
+        const brumectl::RawFrame raw{cut.data(), size, static_cast<uint32_t>(frame.size()), 0};
+        const uint32_t reason = brumectl::link_layer::to_ethernet(DLT_EN10MB, raw, out);
+        EXPECT_EQ(reason == 0 ? "" : brumectl::link_layer::reason_text(reason),
+                  size < 30 ? "headers cut short" : "");
+        EXPECT_TRUE(reason != 0 || out.size() == frame.size());
+        for (int link : {DLT_RAW, DLT_NULL, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_PPP, DLT_C_HDLC,
+                         DLT_PPP_WITH_DIR, DLT_PPP_ETHER})
+            brumectl::link_layer::to_ethernet(link, raw, out);
+    }
+    EXPECT_FALSE(brumectl::link_layer::is_known(105));
 }
 
-TEST(Course, TimesOutsideTheRangeCountAtItsEdges) {
+TEST(Course, StepsGrowWithTheTimeAndNoTimeIsTooFar) {
     brumectl::Course course;
-    course.set_range(1000, 2000);
-    course.add("A", 0, 1);
-    course.add("A", UINT64_MAX, 2);
-    EXPECT_EQ(course.protocols().at("A").front(), 1U);
-    EXPECT_EQ(course.protocols().at("A").back(), 2U);
+    course.add("A", 1000, 1);
+    course.add("A", 1191, 2);
+    EXPECT_EQ(course.steps(), 192U);
+    course.add("A", 1192, 4);
+    EXPECT_EQ(course.step_usec(), 2U);
+    EXPECT_EQ(course.protocols().at("A")[95], 2U);
+    EXPECT_EQ(course.protocols().at("A")[96], 4U);
+    course.add("A", 0, 8);
+    course.add("A", UINT64_MAX, 16);
+    EXPECT_EQ(course.protocols().at("A")[0], 15U);
+    EXPECT_EQ(course.protocols().at("A")[course.steps() - 1], 16U);
+}
+
+TEST(Pace, PiecesGrowByTwiceAtMostAndShrinkAtOnce) {
+    brumectl::Pace pace(1000, 20000);
+    pace.took(1000, 0.5);
+    EXPECT_EQ(pace.frames(), 2000U);
+    pace.took(2000, 80);
+    EXPECT_EQ(pace.frames(), 200U);
+    pace.took(200, 1e9);
+    EXPECT_EQ(pace.frames(), brumectl::Pace::LEAST);
 }
 
 }  // namespace

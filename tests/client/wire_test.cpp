@@ -14,6 +14,7 @@
 #include "client/run_program.h"
 #include "support/client.h"
 #include "support/daemon.h"
+#include "support/net_namespace.h"
 #include "tools/captures/capture_files.h"
 #include "tools/captures/sample_flows.h"
 #include "utils/unique_fd.h"
@@ -23,6 +24,7 @@ namespace {
 
 using corvo::UniqueFd;
 using testing::HasSubstr;
+namespace fs = std::filesystem;
 
 /** A socket where the daemon's would be. */
 class Peer {
@@ -272,6 +274,28 @@ TEST(Wire, ALargeResultComesPackedAndIsShownPlain) {
     EXPECT_EQ(reply["fmt"]["type"], "plain");
     EXPECT_GT(reply["fmt"]["size"].asUInt(), 4096U) << "or it wasn't packed";
     EXPECT_GT(reply["result"]["pkts"].size(), 10U);
+}
+
+TEST(OwnSocket, IsAPathWhereTheDaemonIsInAnotherNetworkAndGoesWithTheProgram) {
+    std::unique_ptr<Daemon> daemon;
+    {
+        const NetNamespace elsewhere;
+        if (!elsewhere.entered()) GTEST_SKIP() << "takes a network namespace";
+        daemon = std::make_unique<Daemon>();
+    }
+    const ProgramSetup setup{.socket = daemon->socket_path()};
+    const auto ours = [&] {
+        return std::count_if(fs::directory_iterator(daemon->dir().path()), {}, [](const auto& entry) {
+            return entry.path().filename().string().rfind("brumectl-socket-", 0) == 0;
+        });
+    };
+    daemon->signal(SIGSTOP);
+    Program program({"ping"}, setup);
+    EXPECT_TRUE(eventually([&] { return ours() == 1; }));
+    program.end(SIGKILL);
+    daemon->signal(SIGCONT);
+    expect_step({{"ping"}, 0, HasSubstr("answer from")}, setup);
+    EXPECT_EQ(ours(), 0) << "what was killed left something behind";
 }
 
 }  // namespace
