@@ -34,7 +34,7 @@ class Help : public CLI::Formatter {
 };
 
 void add_options(CLI::App& app, Options& options) {
-    app.add_option("-s,--socket", options.address, "The daemon: path of its Unix socket, or IP:PORT")
+    app.add_option("-s,--socket", options.address, "The daemon: the path of its Unix socket, or IP:PORT")
         ->type_name("ADDRESS");
     app.add_option("--timeout", options.timeout_sec, "Seconds to wait for an answer, 10 if not given")
         ->type_name("SECONDS")
