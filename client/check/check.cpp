@@ -137,7 +137,9 @@ void run_file(Context& context, const RunOptions& options) {
 void add_check(CLI::App& app, Context& context) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* word = app.add_subcommand("check", "Judge start-up configurations, without a daemon");
-    word->add_option("file", options->files, "Configurations; - is standard input")->required();
+    word->add_option("file", options->files, "Configurations; - is standard input")
+        ->type_name("FILE")
+        ->required();
     word->add_flag("--strict", options->strict, "Warnings count, too");
     word->add_flag("--standalone", options->standalone, "For a daemon without a host system: it may attach");
     word->callback([&context, options] { check_files(context, *options); });
@@ -146,7 +148,9 @@ void add_check(CLI::App& app, Context& context) {
 void add_run(CLI::App& app, Context& context) {
     auto options = std::make_shared<RunOptions>();
     CLI::App* word = app.add_subcommand("run", "Send the requests of a start-up configuration, one by one");
-    word->add_option("file", options->file, "The configuration; - is standard input")->required();
+    word->add_option("file", options->file, "The configuration; - is standard input")
+        ->type_name("FILE")
+        ->required();
     word->add_flag("-k,--keep-going", options->keep_going, "Go on behind a request that failed");
     word->add_flag("-f,--force", options->force, "Send it even if the check finds errors");
     word->add_flag("--standalone", options->standalone, "The daemon has no host system: it may attach");

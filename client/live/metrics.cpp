@@ -7,6 +7,7 @@
 #include "client/failure.h"
 #include "client/live/http_server.h"
 #include "client/live/metrics_text.h"
+#include "client/option_checks.h"
 #include "utils/clock.h"
 
 namespace brumectl {
@@ -82,8 +83,10 @@ void add_metrics(CLI::App& app, Context& context) {
     auto where = std::make_shared<std::string>();
     CLI::App* word = app.add_subcommand("metrics", "The daemon's numbers in the text format of Prometheus");
     word->add_option(
-        "--listen", *where,
-        "Serve them at http://IP:PORT/metrics instead, until interrupted; :PORT means all interfaces");
+            "--listen", *where,
+            "Serve them at http://IP:PORT/metrics instead, until interrupted; :PORT means all interfaces")
+        ->type_name("ADDRESS")
+        ->check(not_empty());
     word->footer(
         "A scrape takes no longer than --timeout, and 5 seconds at the most. Of a daemon that doesn't answer "
         "by "
