@@ -12,6 +12,7 @@
 #include "server/watchdog/corvo_wd_exit.h"
 #include "server/watchdog/corvo_wd_real.h"
 #include "server/watchdog/corvo_wd_signals.h"
+#include "utils/blocked_signals.h"
 #include "utils/clock.h"
 
 namespace corvo::server {
@@ -105,7 +106,7 @@ pid_t WDReal::fork_child(UniqueFd& read_end, UniqueFd& write_end) {
     fflush(nullptr);
     // Until the child has its own handlers, a stop signal would only reach its copy of the parent's, and be
     // lost. Blocked, it waits for the right one; in the parent, until the child's pid is known.
-    const BlockedSignals blocked;
+    const BlockedSignals blocked(WD_SIGNALS);
     const pid_t self = getpid();
     const pid_t pid = fork();
     if (pid == 0) become_child(self, read_end, write_end);
