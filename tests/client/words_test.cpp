@@ -82,9 +82,9 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"schema", "ping"}, 0, HasSubstr("\"name\":\"ping\"")},
         {{"schema", "attach"},
          0,
-         AllOf(Not(HasSubstr("x-build")),
-               HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it"
-                                                         : "\"description\":\"\""))},
+         AllOf(
+             Not(HasSubstr("x-build")),
+             HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it" : "\"description\":\"\""))},
         {{"deactivate"}, 0, "ok\n"},
         {{"unload"}, 0, "ok\n"},
         {{"shutdown"}, 0, "ok\n"},
