@@ -4,8 +4,8 @@
 
 namespace brumectl {
 
-const std::optional<Reader>& Copies::reader() {
-    if (!m_has_looked) m_reader = Reader::of_daemon(m_daemon);
+const std::optional<FileReader>& Copies::reader() {
+    if (!m_has_looked) m_reader = FileReader::of_daemon(m_daemon);
     m_has_looked = true;
     return m_reader;
 }
@@ -23,7 +23,7 @@ std::unique_ptr<TempFile> Copies::create(const std::string& capture) {
 void Copies::let_in(TempFile& copy, const std::string& capture) {
     if (reader() && (reader()->passes_modes || reader()->user == geteuid())) return;
     if (reader() && copy.give_to_group(reader()->groups.front())) return;
-    if (!m_has_told && !Reader::everybody().may_open(capture))
+    if (!m_has_told && !FileReader::everybody().may_open(capture))
         m_tell("while the daemon reads them, everybody on this machine can read the copies in " +
                temp_folder() + ": " +
                (reader() ? "you aren't in the daemon's group" : "who the daemon runs as can't be told"));

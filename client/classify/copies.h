@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "client/classify/reader.h"
+#include "client/classify/file_reader.h"
 #include "client/temp_file.h"
 
 namespace brumectl {
@@ -25,14 +25,14 @@ class Copies {
     std::unique_ptr<TempFile> create(const std::string& capture);
 
  private:
-    const std::optional<Reader>& reader();
+    const std::optional<FileReader>& reader();
     void let_in(TempFile& copy, const std::string& capture);
 
     Daemon& m_daemon;
     Tell m_tell;
     bool m_has_looked = false;
     bool m_has_told = false;
-    std::optional<Reader> m_reader = {};
+    std::optional<FileReader> m_reader = {};
 };
 
 }  // namespace brumectl

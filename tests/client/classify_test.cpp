@@ -10,9 +10,9 @@
 #include <csignal>
 #include <filesystem>
 
+#include "client/classify/file_reader.h"
 #include "client/classify/link_layer.h"
 #include "client/classify/piece.h"
-#include "client/classify/reader.h"
 #include "client/classify/tally.h"
 #include "client/run_program.h"
 #include "support/daemon.h"
@@ -244,14 +244,14 @@ TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
     }
 }
 
-TEST(Reader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
+TEST(FileReader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
     const TempDir dir;
     const std::string file = dir.write("file", "");
     const uid_t us = geteuid(), other = us + 1;
     const gid_t group = getegid(), other_group = group + 1;
     const struct {
         mode_t folder, file;
-        brumectl::Reader reader;
+        brumectl::FileReader reader;
         bool may;
     } CASES[] = {
         {0700, 0400, {us, {other_group}}, true},
@@ -261,8 +261,8 @@ TEST(Reader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
         {0750, 0640, {other, {other_group, group}}, true},
         {0750, 0644, {other, {other_group}}, false},
         {0700, 0600, {other, {other_group}, true}, true},
-        {0711, 0644, brumectl::Reader::everybody(), true},
-        {0700, 0644, brumectl::Reader::everybody(), false},
+        {0711, 0644, brumectl::FileReader::everybody(), true},
+        {0700, 0644, brumectl::FileReader::everybody(), false},
     };
     for (const auto& c : CASES) {
         chmod(dir.path().c_str(), c.folder);
@@ -274,7 +274,7 @@ TEST(Reader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
 TEST(Copies, OfWhatTheDaemonCantOpenAreForItsGroupOrTheUserIsTold) {
     constexpr uid_t NOBODY = 65534, SOMEBODY = 12345;
     if (geteuid() != 0) GTEST_SKIP() << "takes root, to be several users";
-    if (!brumectl::Reader{NOBODY}.may_open(OUR_ENGINE_DIR "/libcvcp_u.so"))
+    if (!brumectl::FileReader{NOBODY}.may_open(OUR_ENGINE_DIR "/libcvcp_u.so"))
         GTEST_SKIP() << "no other user can read the build";
     const auto become = [](uid_t user, gid_t further) {
         return setgroups(1, &further) == 0 && setgid(user) == 0 && setuid(user) == 0;

@@ -159,11 +159,13 @@ TEST(Wire, AnAnswerToAnotherRequestIsPassedOver) {
 }
 
 TEST(Wire, NoAnswerReachesATerminalWithItsControlCharacters) {
-    for (const char* option : {"--json", "--timeout=20"}) {
+    const std::pair<const char*, const char*> CASES[] = {{"--json", "a\\u001b[2Jb"},
+                                                         {"--timeout=20", "a\\x1b[2Jb"}};
+    for (const auto& [option, shown] : CASES) {
         Peer peer;
         Program program({option, "call", "x"}, {.socket = peer.path(), .terminal = true});
         peer.answer_next("{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":\"a\x1b[2Jb\"}\n");
-        EXPECT_TRUE(program.wait_for_out("a\\x1b[2Jb")) << option;
+        EXPECT_TRUE(program.wait_for_out(shown)) << option;
         EXPECT_EQ(program.wait(), 0);
     }
 }

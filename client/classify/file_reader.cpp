@@ -1,4 +1,4 @@
-#include "client/classify/reader.h"
+#include "client/classify/file_reader.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,9 +27,9 @@ gid_t file_system_id(std::istringstream& values) {
 }
 
 /** Nothing if there is no such process, or if it is no daemon: a container's numbers are others. */
-std::optional<Reader> of_process(uint64_t pid) {
+std::optional<FileReader> of_process(uint64_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    Reader reader;
+    FileReader reader;
     bool is_daemon = false;
     for (std::string line; std::getline(file, line);) {
         std::istringstream values(line);
@@ -60,18 +60,18 @@ uint64_t pid_of(Daemon& daemon) {
 
 }  // namespace
 
-std::optional<Reader> Reader::of_daemon(Daemon& daemon) {
+std::optional<FileReader> FileReader::of_daemon(Daemon& daemon) {
     const Address& address = daemon.address();
     if (!on_this_machine(address)) return std::nullopt;
     struct stat socket = {};
     const bool has_owner = !address.tcp && stat(address.path.c_str(), &socket) == 0;
-    Reader owner{socket.st_uid, {socket.st_gid}, socket.st_uid == 0};
+    FileReader owner{socket.st_uid, {socket.st_gid}, socket.st_uid == 0};
     if (has_owner && owner.user == geteuid()) return owner;  // there's no need to ask
-    std::optional<Reader> process = of_process(pid_of(daemon));
+    std::optional<FileReader> process = of_process(pid_of(daemon));
     return has_owner && (!process || process->user != owner.user) ? std::move(owner) : std::move(process);
 }
 
-bool Reader::may(const std::string& path, mode_t right) const {
+bool FileReader::may(const std::string& path, mode_t right) const {
     struct stat file = {};
     if (stat(path.c_str(), &file) != 0) return false;
     if (passes_modes) return true;
@@ -80,7 +80,7 @@ bool Reader::may(const std::string& path, mode_t right) const {
     return (file.st_mode & (is_in_group ? right << 3 : right)) != 0;
 }
 
-bool Reader::may_open(const std::string& path) const {
+bool FileReader::may_open(const std::string& path) const {
     if (!may("/", S_IXOTH)) return false;
     for (size_t at = path.find('/', 1); at != std::string::npos; at = path.find('/', at + 1))
         if (!may(path.substr(0, at), S_IXOTH)) return false;

@@ -12,15 +12,15 @@
 
 namespace brumectl {
 
-struct Reader {
+struct FileReader {
     std::optional<uid_t> user = {};  ///< none: whoever has no right of his own
     std::vector<gid_t> groups = {};  ///< the first is the process's own
     bool passes_modes = false;       ///< root, as long as it hasn't given that right away
 
     /** From /proc where the daemon's process is there, else by the owner of its socket. Nothing: elsewhere.
      */
-    static std::optional<Reader> of_daemon(Daemon& daemon);
-    static Reader everybody() { return {}; }
+    static std::optional<FileReader> of_daemon(Daemon& daemon);
+    static FileReader everybody() { return {}; }
 
     /** An absolute path without links; its folders count, too. */
     bool may_open(const std::string& path) const;
