@@ -23,14 +23,14 @@ class Program {
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /** Words without the program's name. Prints what goes wrong. @throws Interrupted */
+    /** Words without the program's name. Prints what goes wrong. @throws Interrupted, in the shell LeaveShell
+     */
     exit_status_e run(const std::vector<std::string>& words);
     const CLI::App& app() const { return *m_app; }
 
  private:
     void carry_out(const std::vector<std::string>& words);
     void complain_with_usage(const std::string& text) const;
-    std::string parse_complaint(const std::string& otherwise) const;
 
     Options m_options;
     Context m_context;

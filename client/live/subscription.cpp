@@ -31,7 +31,7 @@ bool is_left_behind(const std::string& path) {
     struct stat info = {};
     if (lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode) || info.st_uid != geteuid()) return false;
     corvo::UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address = Address::parse(path).unix_address();
+    sockaddr_un address = Address::of_path(path).unix_address();
     return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
            errno == ECONNREFUSED;
 }
@@ -50,7 +50,7 @@ SubscriberSocket::~SubscriberSocket() {
 }
 
 void SubscriberSocket::bind_path() const {
-    sockaddr_un address = Address::parse(m_path).unix_address();
+    sockaddr_un address = Address::of_path(m_path).unix_address();
     mode_t before = umask(0177);
     int rc = bind(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     int err = errno;

@@ -9,7 +9,7 @@
 #include "client/interrupt.h"
 #include "client/live/screen.h"
 #include "client/live/top_view.h"
-#include "client/seconds.h"
+#include "client/option_checks.h"
 #include "infra/corvo_json.h"
 #include "utils/clock.h"
 
@@ -132,7 +132,8 @@ void add_top(CLI::App& app, Context& context) {
         ->capture_default_str();
     word->add_flag("-b,--batch", options->batch, "Plain text, one look below the other");
     word->add_option("-n,--count", options->count, "Looks until the end (default: no end)")
-        ->check(CLI::PositiveNumber);
+        ->type_name("NUMBER")
+        ->check(number_between(1, UINT32_MAX));
     word->callback([&context, options] {
         if (options->batch || context.json()) return run_batch(context, *options);
         run_screen(context, *options);

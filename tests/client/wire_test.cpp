@@ -29,7 +29,7 @@ class Peer {
  public:
     explicit Peer(const std::string& path = {})
         : m_path(path.empty() ? m_dir.file("s") : path), m_fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-        const sockaddr_un address = brumectl::Address::parse(m_path).unix_address();
+        const sockaddr_un address = brumectl::Address::of_path(m_path).unix_address();
         EXPECT_EQ(bind(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
         const timeval patience = {20, 0};
         setsockopt(m_fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
@@ -246,8 +246,7 @@ TEST(Wire, ARequestThatNoDatagramHoldsIsNeverSent) {
 TEST(Wire, AConnectionThatEndsTooEarlyIsAnError) {
     for (const char* piece : {"", R"({"jsonrpc":"2.0","id":1,"resu)"}) {
         UniqueFd listener(socket(AF_INET, SOCK_STREAM, 0));
-        sockaddr_in address = brumectl::Address::parse("127.0.0.1:1").in;
-        address.sin_port = 0;  // any
+        sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
         socklen_t len = sizeof(address);
         ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), len), 0);
         ASSERT_EQ(listen(listener.get(), 1), 0);
