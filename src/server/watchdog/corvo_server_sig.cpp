@@ -15,6 +15,7 @@
 #include "server/corvo_server.h"
 #include "server/corvo_server_loader.h"
 #include "server/watchdog/corvo_backward.h"
+#include "server/watchdog/corvo_wd_orphan.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 
@@ -189,6 +190,9 @@ void on_ext_signal(int signum) {
             break;
         case SIGUSR2:
             if (Version::g_have_dw) print_stack("ASSERT");
+            break;
+        case SIGPIPE:
+            drop_stderr_of_orphan();
             break;
         default:
             if (is_fatal(signum)) on_fatal_signal(signum);

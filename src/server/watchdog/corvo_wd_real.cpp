@@ -12,6 +12,7 @@
 #include "server/watchdog/corvo_heartbeat.h"
 #include "server/watchdog/corvo_server_sig.h"
 #include "server/watchdog/corvo_wd_evidence.h"
+#include "server/watchdog/corvo_wd_orphan.h"
 #include "server/watchdog/corvo_wd_signals.h"
 
 namespace corvo::server {
@@ -77,9 +78,9 @@ void WDReal::run(Scheduler* sched) {
     const std::string report_file =
         get_events_dest_dir_name(m_log_file) + "/" + SigHandler::dump_prefix() + "json";
     if (m_hog_detection) {
-        // With the parent gone nobody empties the pipe: writing to stderr has to fail before it blocks.
-        auto heartbeat = std::make_shared<HeartBeat>(m_conf.hog_timeout_ms, m_parent_pid,
-                                                     [this] { m_stderr_read_end.reset(); });
+        // An engine library that ignores SIGPIPE keeps the kernel's word of the parent's death away.
+        auto heartbeat =
+            std::make_shared<HeartBeat>(m_conf.hog_timeout_ms, m_parent_pid, drop_stderr_of_orphan);
         sched->add(heartbeat, 0);
         CORVO_LOG(DEBUG, COMP, "Heartbeat task added to scheduler with interval of %u ms",
                   heartbeat->send_interval_ms());
