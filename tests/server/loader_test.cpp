@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -127,6 +128,9 @@ TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
         m_engine.cleanup();
         calls();
     }
+    // To open it would wait for its writer.
+    ASSERT_EQ(mkfifo(m_dir.file("libcvcp_u.so").c_str(), 0600), 0);
+    EXPECT_THAT(error_of([&] { m_engine.load_engine(m_dir.path(), {}); }), HasSubstr("Not a regular file"));
 }
 
 std::vector<Engine::state_e> g_seen;
