@@ -234,8 +234,11 @@ TEST_F(LoaderTest, ADetachOfOneOfTwoStaysAttached) {
 
 TEST_F(LoaderTest, AnExceptionThatLeavesTheLibraryIsAFailureOfIt) {
     bring_up(LOADED);
-    script("crash activate throw\ncrash tick throw\nreturn tick 5");
+    script("crash activate throw");
     EXPECT_EQ(error_of([&] { m_engine.activate({}); }), "scripted exception");
+    script("crash activate throw_int");
+    EXPECT_EQ(error_of([&] { m_engine.activate({}); }), "engine threw an exception of unknown type");
+    script("crash tick throw\nreturn tick 5");
     EXPECT_EQ(EngineTask(&m_engine).execute(), 1000);
     EXPECT_EQ(m_log.count("Engine error 'scripted exception'"), 1);
 }
