@@ -66,9 +66,11 @@ class Guard : public NULLLogger {
 
     LoggerInstance* current() const { return m_current; }
     void set(LoggerInstance* logger, bool owned) {
-        if (m_owned) delete m_current;
-        m_current = logger ? logger : this;
-        m_owned = logger && owned;
+        if (!logger) logger = this;
+        const bool same = logger == m_current;
+        if (m_owned && !same) delete m_current;
+        m_owned = owned || (same && m_owned);
+        m_current = logger;
         forget_answers();
     }
 
