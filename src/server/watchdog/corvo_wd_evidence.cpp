@@ -59,12 +59,27 @@ bool has_content(int fd) {
 
 enum class CopyResult { DONE, NOTHING_READ, WRITE_FAILED };
 
+/**
+ * Lets the kernel copy: a log of gigabytes would otherwise keep the service away for minutes. Copies what it
+ * can and leaves the rest, or the failure, to whoever reads on. True if anything was copied.
+ */
+bool copy_in_kernel(int from, int to) {
+    constexpr size_t CHUNK = size_t{1} << 30;
+    bool any = false;
+    ssize_t copied = 0;
+    while ((copied = copy_file_range(from, nullptr, to, nullptr, CHUNK, 0)) > 0 ||
+           (copied < 0 && errno == EINTR))
+        any = any || copied > 0;
+    return any;
+}
+
 /** On failure errno says why; it is 0 for an empty source. */
 CopyResult copy_content(int from, int to) {
     errno = 0;
     if (!has_content(from)) return CopyResult::NOTHING_READ;
+    bool any = copy_in_kernel(from, to);
+    errno = 0;
     char buffer[1023];
-    bool any = false;
     ssize_t got = 0;
     while ((got = read_some(from, buffer, sizeof buffer)) > 0) {
         any = true;
