@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <utility>
 
 #include "infra/corvo_rpc_command.h"
 
@@ -11,7 +12,16 @@ namespace {
 const notif_t SOCKET_ADDED{"core", "notif.sock.add", SEV_INFO};
 const notif_t SOCKET_DELETED{"core", "notif.sock.del", SEV_INFO};
 
-Notif g_notif;
+/**
+ * Made at its first use, or before main, and never destroyed: static objects of other files may raise events
+ * while they are built and taken down.
+ */
+Notif& hub() {
+    static Notif* const g_notif = new Notif;
+    return *g_notif;
+}
+
+[[maybe_unused]] const Notif& g_built_before_main = hub();
 
 /** The words are those of the requests: what "error" selects shows as "severe". */
 Severity severity_of(const std::string& word) {
@@ -50,16 +60,32 @@ void Notif::subscribe(std::unique_ptr<Subscriber>&& sub) {
 void Notif::unsubscribe(const std::string& uid) {
     const auto it = find(uid);
     if (it == m_subs.end()) throw Exception(uid + " is not registered for notifications");
-    m_subs.erase(it);
+    if (m_deliveries == 0) {
+        m_subs.erase(it);
+        return;
+    }
+    m_leaving.push_back(std::move(*it));
 }
 
+// A subscriber may subscribe and unsubscribe, itself too, while it is told of an event.
 void Notif::notify(const Event& event) {
-    for (const auto& sub : m_subs)
-        sub->offer(event);
+    struct Delivery {
+        explicit Delivery(Notif& hub) : notif(hub) { ++notif.m_deliveries; }
+        ~Delivery() {
+            if (--notif.m_deliveries > 0) return;
+            std::erase(notif.m_subs, nullptr);
+            const subscribers gone = std::exchange(notif.m_leaving, {});
+        }
+        Notif& notif;
+    } const delivery(*this);
+    const size_t count = m_subs.size();
+    for (size_t i = 0; i < count; ++i)
+        if (m_subs[i]) m_subs[i]->offer(event);
 }
 
 Notif::subscribers::iterator Notif::find(const std::string& uid) {
-    return std::find_if(m_subs.begin(), m_subs.end(), [&uid](const auto& sub) { return sub->uid() == uid; });
+    return std::find_if(m_subs.begin(), m_subs.end(),
+                        [&uid](const auto& sub) { return sub && sub->uid() == uid; });
 }
 
 void Notif::ops(const Json::Value& params, Json::Value& res) {
@@ -128,11 +154,11 @@ void Notif::list_sockets(Json::Value& out) const {
 void __notify(const std::string& feature, const std::string& name, Severity severity,
               const std::string& desc) {
     const NotifGuard guard;
-    if (guard.first()) g_notif.notify(Event(feature, name, severity, desc));
+    if (guard.first()) hub().notify(Event(feature, name, severity, desc));
 }
 
 void __ops(const Json::Value& params, Json::Value& res) {
-    g_notif.ops(params, res);
+    hub().ops(params, res);
 }
 
 }  // namespace corvo::notif

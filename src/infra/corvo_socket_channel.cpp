@@ -115,7 +115,8 @@ state_e SocketChannel::pop(std::string& msg, int timeout_ms) const {
 EventRC SocketChannel::do_work(const EventExpireReason& reason) {
     if (reason == EVENT_EXPIRE_READY) return serve_waiting();
     std::string out;
-    m_handler(CHANNEL_TIMEOUT, "", out);
+    const handler_cb handler = m_handler;  // it may set another one
+    handler(CHANNEL_TIMEOUT, "", out);
     return resched(m_timeout_ms);
 }
 
@@ -126,7 +127,7 @@ EventRC SocketChannel::serve_waiting() {
         std::string in;
         rc = pop(in, 0);
         if (rc == CHANNEL_RECV_AGAIN) break;
-        if (m_handler) m_handler(rc, in, out);
+        if (const handler_cb handler = m_handler) handler(rc, in, out);
         if (rc == CHANNEL_CLOSED || rc == CHANNEL_BROKEN) return done();
         if (!out.empty()) {
             push(out);

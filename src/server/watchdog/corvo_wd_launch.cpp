@@ -10,6 +10,7 @@
 #include "server/watchdog/corvo_server_sig.h"
 #include "server/watchdog/corvo_wd_evidence.h"
 #include "server/watchdog/corvo_wd_exit.h"
+#include "server/watchdog/corvo_wd_orphan.h"
 #include "server/watchdog/corvo_wd_real.h"
 #include "server/watchdog/corvo_wd_signals.h"
 #include "utils/blocked_signals.h"
@@ -122,10 +123,10 @@ void WDReal::become_child(pid_t expected_parent, UniqueFd& read_end, UniqueFd& w
         leave(-1);
     }
     unregister_wd_signals();
-    m_stderr_read_end = std::move(read_end);
     m_stderr_fd = std::move(write_end);
     dup2(m_stderr_fd.get(), STDERR_FILENO);
     setup_child_with_wd();
+    watch_parent(m_parent_pid, std::move(read_end));
 }
 
 void WDReal::setup_child_with_wd() const {
