@@ -25,7 +25,7 @@ constexpr Example EXAMPLES[] = {
     {"collect", "collect ls", "List the collectors"},
     {"collect", "collect set_interval flows --interval 5000", "Sample \"flows\" every five seconds"},
     {"completion", "completion bash", "Print the script for bash"},
-    {"completion", "completion zsh", "Print the script for zsh"},
+    {"completion", "completion fish", "Print the script for fish"},
     {"deactivate", "deactivate", "Stop the data path"},
     {"deactivate", "--timeout 60 deactivate", "Stop it, and wait up to a minute for the answer"},
     {"detach", "detach eth0", "Stop watching eth0"},

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -11,6 +13,7 @@
 #include <memory>
 
 #include "client/address.h"
+#include "client/live/subscription.h"
 #include "client/run_program.h"
 #include "support/client.h"
 #include "support/daemon.h"
@@ -190,6 +193,33 @@ void serve_until(Peer& peer, const std::string& last) {
         peer.answer(
             R"({"jsonrpc":"2.0","id":)" + id +
             (is_log ? R"(,"result":{"notif":{"log":[]}}})" : R"(,"result":{"pid":5,"ls":[{"name":"x"}]}})"));
+    }
+}
+
+TEST(Wire, AFollowerHearsTheDaemonsUserAloneAndGivesNothingAway) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can send as somebody else";
+    constexpr uid_t DAEMON = 65534;
+    const TempDir dir;
+    chmod(dir.path().c_str(), 0711);
+    const brumectl::SubscriberSocket socket(dir.file("s"), DAEMON);
+    struct stat info = {};
+    ASSERT_EQ(lstat(dir.file("s").c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, 0U) << "its owner could be changed by name alone";
+    EXPECT_EQ(info.st_mode & 07777, 0622U);
+    for (const auto& [uid, heard] : {std::pair{DAEMON, true}, {0U, true}, {1234U, false}}) {
+        const pid_t sender = fork();
+        if (sender == 0) {
+            const sockaddr_un to = brumectl::Address::of_path(dir.file("s")).unix_address();
+            const int fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+            const bool sent = setresuid(uid, uid, uid) == 0 &&
+                              sendto(fd, "x", 1, 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to)) == 1;
+            _exit(sent ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(sender, &status, 0);
+        EXPECT_EQ(status, 0) << uid;
+        std::string text;
+        EXPECT_EQ(socket.receive(text), heard) << uid;
     }
 }
 
