@@ -21,6 +21,32 @@ Notif& hub() {
     return *g_notif;
 }
 
+/**
+ * A delivery under way, which keeps those who leave meanwhile alive. Not a part of the hub: libraries know
+ * how large that is.
+ */
+struct Delivery {
+    explicit Delivery(const Notif& notif) : hub(notif), outer(std::exchange(g_innermost, this)) {}
+    Delivery(const Delivery&) = delete;
+    Delivery& operator=(const Delivery&) = delete;
+    ~Delivery() { g_innermost = outer; }
+
+    static Delivery* outermost_of(const Notif& hub) {
+        Delivery* found = nullptr;
+        for (Delivery* one = g_innermost; one; one = one->outer)
+            if (&one->hub == &hub) found = one;
+        return found;
+    }
+
+    static Delivery* g_innermost;
+
+    const Notif& hub;
+    Delivery* const outer;
+    std::vector<std::unique_ptr<Subscriber>> leaving;
+};
+
+Delivery* Delivery::g_innermost = nullptr;
+
 [[maybe_unused]] const Notif& g_built_before_main = hub();
 
 /** The words are those of the requests: what "error" selects shows as "severe". */
@@ -60,27 +86,19 @@ void Notif::subscribe(std::unique_ptr<Subscriber>&& sub) {
 void Notif::unsubscribe(const std::string& uid) {
     const auto it = find(uid);
     if (it == m_subs.end()) throw Exception(uid + " is not registered for notifications");
-    if (m_deliveries == 0) {
+    if (Delivery* delivery = Delivery::outermost_of(*this))
+        delivery->leaving.push_back(std::move(*it));
+    else
         m_subs.erase(it);
-        return;
-    }
-    m_leaving.push_back(std::move(*it));
 }
 
 // A subscriber may subscribe and unsubscribe, itself too, while it is told of an event.
 void Notif::notify(const Event& event) {
-    struct Delivery {
-        explicit Delivery(Notif& hub) : notif(hub) { ++notif.m_deliveries; }
-        ~Delivery() {
-            if (--notif.m_deliveries > 0) return;
-            std::erase(notif.m_subs, nullptr);
-            const subscribers gone = std::exchange(notif.m_leaving, {});
-        }
-        Notif& notif;
-    } const delivery(*this);
+    const Delivery delivery(*this);
     const size_t count = m_subs.size();
     for (size_t i = 0; i < count; ++i)
         if (m_subs[i]) m_subs[i]->offer(event);
+    if (Delivery::outermost_of(*this) == &delivery) std::erase(m_subs, nullptr);
 }
 
 Notif::subscribers::iterator Notif::find(const std::string& uid) {

@@ -52,9 +52,7 @@ class Notif {
     void list_sockets(Json::Value& out) const;
     subscribers::iterator find(const std::string& uid);
 
-    subscribers m_subs;     ///< null: has left during the delivery that is under way
-    subscribers m_leaving;  ///< kept until that delivery ends
-    unsigned m_deliveries = 0;
+    subscribers m_subs;  ///< null: has left during the delivery that is under way
 };
 
 }  // namespace corvo::notif
