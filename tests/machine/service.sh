@@ -76,7 +76,7 @@ refused() {
 }
 # The emulated machine is slow.
 eventually() {
-    local end=$((SECONDS + ${deadline:-90}))
+    local end=$((SECONDS + ${deadline:-180}))
     until ("$@") >/dev/null 2>&1; do
         [ $SECONDS -lt $end ] || fail "never came true: $*"
         sleep 0.3
