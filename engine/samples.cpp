@@ -7,14 +7,6 @@ Json::Value number(uint64_t value) {
     return Json::UInt64{value};
 }
 
-Json::Value json_of(const Traffic& traffic) {
-    Json::Value out(Json::objectValue);
-    out["packets"] = number(traffic.packets);
-    out["bytes"] = number(traffic.bytes);
-    out["flows"] = number(traffic.flows);
-    return out;
-}
-
 constexpr struct {
     api::pkt_error_e error;
     const char* name;
@@ -29,6 +21,21 @@ constexpr struct {
 
 }  // namespace
 
+Json::Value traffic_json(const Traffic& traffic) {
+    Json::Value out(Json::objectValue);
+    out["packets"] = number(traffic.packets);
+    out["bytes"] = number(traffic.bytes);
+    out["flows"] = number(traffic.flows);
+    return out;
+}
+
+Json::Value errors_json(const DataPath* path) {
+    Json::Value out(Json::objectValue);
+    for (const auto& [error, name] : ERRORS)
+        out[name] = number(path ? path->errors(error) : 0);
+    return out;
+}
+
 uint64_t flow_table_use(const DataPath* path) {
     return path ? uint64_t{path->table().size()} * 100 / path->table().max_flows() : 0;
 }
@@ -40,11 +47,10 @@ Json::Value flows_sample(const SampleSource& source) {
     out["active"] = path ? path->table().size() : 0;
     out["max"] = path ? path->table().max_flows() : 0;
     out["created"] = number(path ? path->table().created() : 0);
-    out["aged"] = number(path ? path->table().aged() : 0);
+    out["aged"] = number(path ? path->aged() : 0);
+    out["evicted"] = number(path ? path->evicted() : 0);
     out["unclassified"] = number(path ? path->unclassified().flows : 0);
-    Json::Value& errors = out["errors"] = Json::objectValue;
-    for (const auto& [error, name] : ERRORS)
-        errors[name] = number(path ? path->errors(error) : 0);
+    out["errors"] = errors_json(path);
     return out;
 }
 
@@ -53,8 +59,7 @@ Json::Value protocols_sample(const SampleSource& source) {
     Json::Value& protocols = out["protocols"] = Json::objectValue;
     if (!source.path) return out;
     for (const auto& [name, traffic] : source.path->traffic_by_protocol())
-        protocols[name] = json_of(traffic);
-    if (source.path->unclassified().packets > 0) protocols["Unknown"] = json_of(source.path->unclassified());
+        protocols[name] = traffic_json(traffic);
     return out;
 }
 
