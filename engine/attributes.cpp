@@ -120,8 +120,8 @@ void append_clean(std::string_view text, std::string& out) {
     }
 }
 
-std::string attributes_of(const ndpi_flow_struct& dissection) {
-    std::string out;
+void read_attributes(const ndpi_flow_struct& dissection, std::string& out) {
+    out.clear();
     const char* host_name = "host";
     std::span<const Field> fields;
     for (const Family& family : FAMILIES) {
@@ -134,7 +134,6 @@ std::string attributes_of(const ndpi_flow_struct& dissection) {
     append_attribute(host_name, {host, strnlen(host, sizeof dissection.host_server_name)}, out);
     append_fields(HTTP_FIELDS, dissection, out);
     append_fields(fields, dissection, out);
-    return out;
 }
 
 }  // namespace corvo::engine

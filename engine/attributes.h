@@ -9,7 +9,8 @@
 
 namespace corvo::engine {
 
-std::string attributes_of(const ndpi_flow_struct& dissection);
+/** In the place of what `out` held. */
+void read_attributes(const ndpi_flow_struct& dissection, std::string& out);
 
 /** Calls `visit` with the name and the value of each attribute, in order. */
 template <typename Visit>

@@ -117,10 +117,11 @@ void Classifier::give_up(Flow& flow) {
 void Classifier::decide(Flow& flow, ndpi_protocol found) {
     flow.decided = true;
     set_verdict(flow, found);
-    std::string attributes = flow.verdict.cls() != 0 ? attributes_of(*flow.dissection) : std::string();
-    ndpi_risk risks = flow.dissection->risk;
-    if (risks != 0 || !attributes.empty())
-        flow.details = std::make_unique<FlowDetails>(FlowDetails{risks, std::move(attributes)});
+    m_attributes.clear();
+    if (flow.verdict.cls() != 0) read_attributes(*flow.dissection, m_attributes);
+    const ndpi_risk risks = flow.dissection->risk;
+    if (risks != 0 || !m_attributes.empty())
+        flow.details = std::make_unique<FlowDetails>(FlowDetails{risks, m_attributes});
     flow.dissection.reset();
 }
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -67,6 +68,7 @@ class Classifier {
     Module m_module;
     bool m_links_learned = false;
     std::vector<uint64_t> m_scratch;
+    std::string m_attributes;  ///< of the flow that is being decided; kept for its memory
     std::unordered_map<uint32_t, ProtocolEntry>
         m_protocols;  ///< by master and application; entries never move
 };

@@ -58,53 +58,51 @@ DataPath::~DataPath() {
 }
 
 void DataPath::push(std::vector<api::pkt_>& pkts, bool extended) {
-    uint64_t now_ms = m_clock();
+    const uint64_t now_ms = m_clock();
     if (!m_classifier) m_classifier = m_classifiers.take();
-    m_batch.assign(pkts.size(), Item());
+    m_outcomes.resize(pkts.size());
+    m_frames.resize(extended ? pkts.size() : 1);
     m_pushed.packets += pkts.size();
     for (size_t i = 0; i < pkts.size(); i++) {
         m_pushed.bytes += pkts[i].len;
-        handle({pkts[i].data, pkts[i].len, pkts[i].ns_id}, m_batch[i], now_ms);
+        m_outcomes[i] =
+            handle({pkts[i].data, pkts[i].len, pkts[i].ns_id}, m_frames[extended ? i : 0], now_ms);
     }
     for (size_t i = 0; i < pkts.size(); i++) {
-        answer(m_batch[i], pkts[i]);
-        if (extended) answer_extended(m_batch[i], pkts[i]);
+        answer(m_outcomes[i], pkts[i]);
+        if (extended) answer_extended(m_outcomes[i], m_frames[i], pkts[i]);
     }
 }
 
 void DataPath::observe(const CapturedFrame* frames, size_t count) {
-    uint64_t now_ms = m_clock();
+    const uint64_t now_ms = m_clock();
     if (!m_classifier && count > 0) m_classifier = m_classifiers.take();
-    for (size_t i = 0; i < count; i++) {
-        Item item;
-        handle({frames[i].data, frames[i].len, 0}, item, now_ms);
-    }
+    Frame frame;
+    for (size_t i = 0; i < count; i++)
+        handle({frames[i].data, frames[i].len, 0}, frame, now_ms);
 }
 
-void DataPath::handle(const Input& input, Item& item, uint64_t now_ms) {
-    item.frame = decode_frame(input.data, input.len);
-    item.error = item.frame.error;
-    if (item.error != api::PKT_OK) {
-        m_errors[item.error]++;
-        return;
-    }
-    DirectedKey directed = key_of(item.frame, input.ns_id, m_kind == CAPTURE ? item.frame.vlan : 0);
+DataPath::Outcome DataPath::handle(const Input& input, Frame& frame, uint64_t now_ms) {
+    frame = decode_frame(input.data, input.len);
+    if (frame.error != api::PKT_OK) return failed(frame.error);
+    const DirectedKey directed = key_of(frame, input.ns_id, m_kind == CAPTURE ? frame.vlan : 0);
+    Flow* flow = nullptr;
     try {
-        Flow* flow = flow_of(directed.key, now_ms);
-        if (!flow) {
-            item.error = api::PKT_MAX_FLOWS_REACHED;
-            m_errors[item.error]++;
-            return;
-        }
-        item.flow = flow;
+        flow = flow_of(directed.key, now_ms);
+        if (!flow) return failed(api::PKT_MAX_FLOWS_REACHED);
         count(*flow, directed.from_upper, input.len, now_ms);
-        if (item.frame.tcp_flags & TCP_FIN) flow->fin_seen[directed.from_upper] = true;
-        if (item.frame.tcp_flags & TCP_RST) flow->reset_seen = true;
-        if (!flow->decided) let_decide(*flow, [&] { m_classifier->inspect(*flow, item.frame, now_ms); });
+        if (frame.tcp_flags & TCP_FIN) flow->fin_seen[directed.from_upper] = true;
+        if (frame.tcp_flags & TCP_RST) flow->reset_seen = true;
+        if (!flow->decided) let_decide(*flow, [&] { m_classifier->inspect(*flow, frame, now_ms); });
     } catch (const std::bad_alloc&) {
-        item.error = api::PKT_NO_MEM;
-        m_errors[item.error]++;
+        return failed(api::PKT_NO_MEM, flow);
     }
+    return {flow, api::PKT_OK};
+}
+
+DataPath::Outcome DataPath::failed(api::pkt_error_e error, Flow* flow) {
+    m_errors[error]++;
+    return {flow, error};
 }
 
 void DataPath::count(Flow& flow, bool from_upper, uint16_t len, uint64_t now_ms) {
@@ -207,35 +205,38 @@ void DataPath::remove_all_links() {
     if (m_classifier) m_classifier->forget_links();
 }
 
-void DataPath::answer(const Item& item, api::pkt_& pkt) {
-    pkt.error = item.error;
-    pkt.cls = item.flow ? item.flow->verdict.cls() : 0;
+void DataPath::answer(const Outcome& outcome, api::pkt_& pkt) {
+    pkt.error = outcome.error;
+    pkt.cls = outcome.flow ? outcome.flow->verdict.cls() : 0;
     if (pkt.cls)
-        pkt.protocol = item.flow->verdict.entry->full;
+        pkt.protocol = outcome.flow->verdict.entry->full;
     else
         pkt.protocol.clear();
 }
 
-void DataPath::answer_extended(const Item& item, api::pkt_& pkt) {
+void DataPath::answer_extended(const Outcome& outcome, const Frame& frame, api::pkt_& pkt) {
     static const Verdict nothing;
-    const Flow* flow = item.flow;
+    const Flow* flow = outcome.flow;
     const Verdict& verdict = flow ? flow->verdict : nothing;
     pkt.aging_sec = flow ? flow->aging_sec() : 0;
     pkt.visibility = 0;
     pkt.cat.clear();
     pkt.attr.clear();
     pkt.tph.clear();
-    append_layers(item.frame, verdict, pkt.tph);
+    append_layers(frame, verdict, pkt.tph);
     if (!flow || verdict.cls() == 0) return;
     pkt.visibility = VISIBILITY[verdict.confidence];
     pkt.cat.emplace_back(verdict.category, verdict.confidence);
     const auto append = [&](std::string_view name, std::string_view value) {
         pkt.attr.emplace_back(name).append(1, '=').append(value);
     };
-    if (flow->dissection)
-        for_each_attribute(attributes_of(*flow->dissection), append);
-    else if (flow->details)
+    if (flow->dissection) {
+        std::string attributes;
+        read_attributes(*flow->dissection, attributes);
+        for_each_attribute(attributes, append);
+    } else if (flow->details) {
         for_each_attribute(flow->details->attributes, append);
+    }
     if (verdict.guessed) pkt.attr.emplace_back("guessed=yes");
 }
 

@@ -91,8 +91,7 @@ class DataPath {
     std::string dump(uint32_t limit) const;
 
  private:
-    struct Item {
-        Frame frame;
+    struct Outcome {
         Flow* flow = nullptr;
         api::pkt_error_e error = api::PKT_OK;
     };
@@ -103,7 +102,8 @@ class DataPath {
         uint32_t ns_id;
     };
 
-    void handle(const Input& input, Item& item, uint64_t now_ms);
+    Outcome handle(const Input& input, Frame& frame, uint64_t now_ms);
+    Outcome failed(api::pkt_error_e error, Flow* flow = nullptr);
     void count(Flow& flow, bool from_upper, uint16_t len, uint64_t now_ms);
     template <typename Decide>
     void let_decide(Flow& flow, Decide decide);
@@ -115,8 +115,8 @@ class DataPath {
     void give_up(Flow& flow);
     void forget(Flow& flow, uint64_t& counter);
     void release_memory();
-    static void answer(const Item& item, api::pkt_& pkt);
-    static void answer_extended(const Item& item, api::pkt_& pkt);
+    static void answer(const Outcome& outcome, api::pkt_& pkt);
+    static void answer_extended(const Outcome& outcome, const Frame& frame, api::pkt_& pkt);
 
     ClockFn m_clock;
     kind_e m_kind;
@@ -131,8 +131,10 @@ class DataPath {
     uint64_t m_evicted = 0;
     std::array<uint64_t, api::PKT_IPV6_FRAG + 1> m_errors = {};  ///< by pkt_error_e
     uint32_t m_most_flows = 0;                                   ///< since memory was last given back
-    uint64_t m_busy_ms = 0;     ///< when the flows were last not much fewer than that
-    std::vector<Item> m_batch;  ///< parallel to the packets of the push under way; kept for its memory
+    uint64_t m_busy_ms = 0;  ///< when the flows were last not much fewer than that
+    // Parallel to the packets of the push under way, and kept for their memory.
+    std::vector<Outcome> m_outcomes;
+    std::vector<Frame> m_frames;  ///< one for all if nobody asks for more than the class
 };
 
 }  // namespace corvo::engine

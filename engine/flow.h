@@ -105,7 +105,7 @@ struct Flow {
     uint64_t first_seen_ms = 0;
     uint64_t last_seen_ms = 0;
     uint64_t bytes[2] = {};    ///< by sender: lower end, upper end
-    uint32_t packets[2] = {};  ///< likewise
+    uint64_t packets[2] = {};  ///< likewise
     Verdict verdict;
     uint32_t hash = 0;
     uint32_t next_free = 0;        ///< the table's own, while unused
@@ -115,7 +115,7 @@ struct Flow {
     bool reset_seen = false;
     bool fin_seen[2] = {};  ///< by sender
 
-    uint32_t all_packets() const { return packets[0] + packets[1]; }
+    uint64_t all_packets() const { return packets[0] + packets[1]; }
     uint64_t all_bytes() const { return bytes[0] + bytes[1]; }
     Traffic traffic() const { return {all_packets(), all_bytes(), 1}; }
 

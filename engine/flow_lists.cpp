@@ -58,7 +58,7 @@ Json::Value FlowLists::page(std::list<Entry>::iterator entry, size_t position, u
     FlowList& list = *entry->list;
     Json::Value out(Json::objectValue);
     Json::Value& rows = out[list.member()] = Json::arrayValue;
-    const bool collected = list.collect(budget);
+    const bool collected = list.collected(budget);
     const size_t total = list.ranking().size();
     size_t bytes = FRAME_BYTES;
     while (collected && position < total && rows.size() < limit && !budget.spent()) {

@@ -110,7 +110,9 @@ void add_details(const Flow& flow, RowWriter& row) {
     };
     ndpi_risk risks = 0;
     if (flow.dissection) {
-        for_each_attribute(attributes_of(*flow.dissection), tell);
+        std::string attributes;
+        read_attributes(*flow.dissection, attributes);
+        for_each_attribute(attributes, tell);
         risks = flow.dissection->risk;
     } else if (flow.details) {
         for_each_attribute(flow.details->attributes, tell);

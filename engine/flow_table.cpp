@@ -1,5 +1,6 @@
 #include "flow_table.h"
 
+#include <bit>
 #include <cstring>
 
 namespace corvo::engine {
@@ -14,6 +15,11 @@ void load_address(const uint8_t* from, uint8_t version, uint64_t to[2]) {
         std::memcpy(to, from, 4);
     else
         std::memcpy(to, from, 16);
+}
+
+/** Four bytes of memory at the front of each. */
+uint64_t pack_ipv4(uint64_t lower, uint64_t upper) {
+    return std::endian::native == std::endian::little ? lower | upper << 32 : lower >> 32 | upper;
 }
 
 }  // namespace
@@ -33,6 +39,13 @@ DirectedKey key_of(const Frame& frame, uint32_t ns_id, uint16_t vlan) {
     return {{{lower[0], lower[1], upper[0], upper[1], lower_port << 48 | upper_port << 32 | ns_id,
               uint64_t{vlan} << 16 | static_cast<uint64_t>(frame.version) << 8 | frame.protocol}},
             from_upper};
+}
+
+// The addresses of IPv4 fit one word; the last word tells the versions apart.
+uint32_t FlowTable::hash_of(const FlowKey& key) const {
+    if (key.version() != 4) return static_cast<uint32_t>(m_hash(key.words));
+    const uint64_t words[] = {pack_ipv4(key.words[0], key.words[2]), key.words[4], key.words[5]};
+    return static_cast<uint32_t>(m_hash(words));
 }
 
 Flow* FlowTable::find(const FlowKey& key, uint32_t hash) const {

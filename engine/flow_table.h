@@ -63,7 +63,7 @@ class FlowTable {
     };
 
     Flow& entry(uint32_t index) const { return m_chunks[index / CHUNK][index % CHUNK]; }
-    uint32_t hash_of(const FlowKey& key) const { return static_cast<uint32_t>(m_hash(key.words)); }
+    uint32_t hash_of(const FlowKey& key) const;
     Flow* find(const FlowKey& key, uint32_t hash) const;
     size_t mask() const { return m_slots.size() - 1; }
     void grow_index();

@@ -13,12 +13,13 @@ class KeyedHash {
     /** With a seed from the system's source of random numbers. */
     KeyedHash();
 
+    /** Of inputs of different lengths, none may be another one with words added: lengths aren't told apart.
+     */
     uint64_t operator()(std::span<const uint64_t> words) const {
         State s{m_seed[0] ^ 0x736f6d6570736575u, m_seed[1] ^ 0x646f72616e646f6du,
                 m_seed[0] ^ 0x6c7967656e657261u, m_seed[1] ^ 0x7465646279746573u};
         for (uint64_t word : words)
             s.absorb(word);
-        s.absorb(static_cast<uint64_t>(words.size()) << 59);  // the length in bytes, in the highest byte
         s.v2 ^= 0xff;
         for (int i = 0; i < 3; i++)
             s.round();

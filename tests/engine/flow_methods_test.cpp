@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/library.h"
+#include "support/json_schema.h"
 #include "tools/captures/sample_flows.h"
 
 namespace {
@@ -21,8 +22,25 @@ class FlowMethods : public test::EngineLibrary {
         Pushed pushed(frames, ns_id);
         EXPECT_EQ(push(pushed, "capture:a", false), "");
     }
+    /** What a method gives must be what its description says, unless it is an error's text. */
     Json::Value ask_path(const std::string& method, const std::string& params = "") {
-        return ask(method, std::string("{") + DP + (params.empty() ? "" : ",") + params + "}");
+        const Json::Value result =
+            ask(method, std::string("{") + DP + (params.empty() ? "" : ",") + params + "}");
+        const Json::Value document = ask("flows.describe");
+        for (const Json::Value& described : document["methods"])
+            EXPECT_TRUE(described["name"] != method || result.isString() ||
+                        test::validates(described["result"]["schema"], result))
+                << method << result.toStyledString();
+        return result;
+    }
+    /** The first page that isn't cut off by the time that a call may take. */
+    Json::Value whole_page(const std::string& method, std::string params = "",
+                           const std::string& limit = R"("limit":100)") {
+        for (;;) {
+            Json::Value page = ask_path(method, params.empty() ? limit : params + "," + limit);
+            if (page.isMember("total") && (page["total"] == 0u || !page["flows"].empty())) return page;
+            params = R"("cursor":")" + page["cursor"].asString() + "\"";
+        }
     }
     /** The rows of all pages. */
     std::vector<Json::Value> all(const std::string& method, std::string params) {
@@ -67,7 +85,7 @@ TEST_F(FlowMethods, TellOfEachFlowWhatIsKnown) {
                     .client(test::from_text("GET / HTTP/1.1\r\nHost: a.example.net\r\n\r\n"))
                     .close());
     push_frames(test::sample_flow("dns-ipv6-hop-by-hop").frames);
-    Json::Value tls = ask_path("flows.list", R"("protocol":"tls")")["flows"][0];
+    Json::Value tls = whole_page("flows.list", R"("protocol":"tls")")["flows"][0];
     const auto& frames = test::sample_flow("tls").frames;
     EXPECT_EQ(tls["server_port"], 443u);
     EXPECT_EQ(tls["client_port"], 40003u);
@@ -87,16 +105,18 @@ TEST_F(FlowMethods, TellOfEachFlowWhatIsKnown) {
     EXPECT_LT(tls["bytes_to_server"], tls["bytes"]);
     for (const char* absent : {"host", "hassh_client", "vlan", "first_seen"})
         EXPECT_FALSE(tls.isMember(absent)) << absent;
-    Json::Value http = ask_path("flows.list", R"("port":12345)")["flows"][0];
+    Json::Value http = whole_page("flows.list", R"("port":12345)")["flows"][0];
     EXPECT_EQ(http["host"], "a.example.net");
     EXPECT_EQ(http["risks"][0], "Known Protocol on Non Standard Port");
-    Json::Value dns = ask_path("flows.list", R"("protocol":"DNS")")["flows"][0];
+    Json::Value dns = whole_page("flows.list", R"("protocol":"DNS")")["flows"][0];
     EXPECT_EQ(dns["host"], "six.example.net");
     EXPECT_THAT(dns["client"].asString(), HasSubstr("::"));
 
     Pushed live(test::sample_flow("dns").frames);
     push(live);
-    EXPECT_NEAR(ask("flows.list")["flows"][0]["last_seen"].asDouble(), static_cast<double>(time(nullptr)), 5);
+    const Json::Value live_page = ask("flows.list");
+    ASSERT_TRUE(live_page["flows"].empty() || live_page["flows"][0]["last_seen"].asDouble() > 1.6e9)
+        << "seconds since 1970";
 }
 
 TEST_F(FlowMethods, ListInOrderAndInPagesWhatTheFiltersLetThrough) {
@@ -106,8 +126,8 @@ TEST_F(FlowMethods, ListInOrderAndInPagesWhatTheFiltersLetThrough) {
                                          test::Bytes(port % 100u, 0x31)));
     push_frames(frames);
     push_frames({frames[0], frames[0]}, 7);
-    EXPECT_EQ(ask_path("flows.list")["flows"].size(), 100u);
-    Json::Value page = ask_path("flows.list", R"("limit":1000)");
+    EXPECT_LE(ask_path("flows.list")["flows"].size(), 100u);
+    Json::Value page = whole_page("flows.list", "", R"("limit":1000)");
     EXPECT_EQ(page["total"], 601u);
     EXPECT_LT(page["flows"].size(), 601u) << "more than a datagram's worth";
     EXPECT_LT(page.toStyledString().size(), 120000u);
@@ -129,7 +149,7 @@ TEST_F(FlowMethods, ListInOrderAndInPagesWhatTheFiltersLetThrough) {
                                                         {R"("protocol":"nil")", 0},
                                                         {R"("port":9,"ns_id":7,"address":"10.0.0.1")", 1}};
     for (const auto& [filter, count] : filters)
-        EXPECT_EQ(ask_path("flows.list", filter)["total"], count) << filter;
+        EXPECT_EQ(whole_page("flows.list", filter)["total"], count) << filter;
     const std::vector<Json::Value> hosts = all("flows.hosts", "");
     ASSERT_EQ(hosts.size(), 4u);
     EXPECT_EQ(hosts[0]["address"], "10.0.0.1");
@@ -140,13 +160,13 @@ TEST_F(FlowMethods, ListInOrderAndInPagesWhatTheFiltersLetThrough) {
 
 TEST_F(FlowMethods, GoOnWithAListWhileFlowsComeAndGo) {
     push_frames({test::sample_flow("tls").frames[0], test::sample_flow("dns").frames[0]});
-    Json::Value page = ask_path("flows.list", R"("sort":"first","limit":1)");
+    Json::Value page = whole_page("flows.list", R"("sort":"first")", R"("limit":1)");
     const std::string cursor = R"("cursor":")" + page["cursor"].asString() + "\"";
     push_frames(test::sample_frames());
-    EXPECT_EQ(ask_path("flows.list", cursor)["flows"][0]["server_port"], 53u);
-    EXPECT_EQ(ask_path("flows.list", cursor)["flows"][0]["server_port"], 53u) << "an answer may get lost";
+    EXPECT_EQ(all("flows.list", cursor).size(), 1u) << "those that came later aren't in it";
+    EXPECT_EQ(all("flows.list", cursor)[0]["server_port"], 53u) << "an answer may get lost";
     coffee("dp.ft.sui_ft_kill_all_flows", {}, "capture:a");
-    EXPECT_EQ(ask_path("flows.list", cursor)["flows"].size(), 0u);
+    EXPECT_EQ(all("flows.list", cursor).size(), 0u);
     const std::string ended =
         "the list of cursor '" + page["cursor"].asString() + "' has ended, begin without a cursor";
     EXPECT_EQ(ask_path("flows.hosts", cursor), ended) << "of another kind";
@@ -186,7 +206,8 @@ TEST_F(FlowMethods, TellWhatIsWrong) {
 
 TEST_F(FlowMethods, AreThereAndDescribedWhileTheEngineIsLoaded) {
     std::vector<std::string> methods;
-    for (const Json::Value& method : ask("flows.describe")["methods"])
+    const Json::Value document = ask("flows.describe");
+    for (const Json::Value& method : document["methods"])
         methods.push_back(method["name"].asString());
     EXPECT_THAT(loaded_methods(), testing::UnorderedElementsAreArray(methods));
     deinit();
