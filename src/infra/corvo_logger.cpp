@@ -147,6 +147,12 @@ std::string line_prefix(const char* file, int line, const std::string& comp, con
 
 }  // namespace
 
+CStrRef::CStrRef(const char* text) : m_text(text) {}
+
+CStrRef::CStrRef(const std::string& text) : m_text(nullptr), m_owned(text) {
+    m_text = m_owned.c_str();
+}
+
 LoggerInstance::LoggerInstance(logger_level_e level, const std::string& filename) : m_level(level) {
     if (!filename.empty()) m_file = open_log_file(filename);
     if (m_file) m_filename = filename;

@@ -15,6 +15,8 @@ namespace corvo {
 class RpcTableView {
  public:
     static const std::string& name(const RpcCommand& command) { return command.m_name; }
+    /** How many are loaded. */
+    static size_t components(const RpcCommandsTable& table) { return table.m_components.size(); }
     /**
      * Whether a command that `lookup` once gave for `method` still is a loaded component's, though the key
      * may map to another one by now. `command` needn't be alive.

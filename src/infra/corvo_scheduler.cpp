@@ -69,7 +69,7 @@ bool Scheduler::exists(const Task* task) const {
     return find(task) != m_tasks.end();
 }
 
-bool Scheduler::has_task(Task* task) const {
+bool Scheduler::has_task(Task* task) {
     return exists(task);
 }
 

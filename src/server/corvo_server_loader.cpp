@@ -63,7 +63,7 @@ Engine::~Engine() = default;
 
 // --- state -------------------------------------------------------------------------------------------------
 
-void Engine::validate_state(state_e required) const {
+void Engine::validate_state(state_e required) {
     if (m_state >= required) return;
     throw Exception(required == STATE_LOADED ? "corvo is not loaded" : "corvo is not active");
 }

@@ -98,7 +98,7 @@ class EmbeddedServer : public corvo::server::Server {
         handle_rpc_request(request, reply);
         return reply;
     }
-    std::vector<std::string> methods() const {
+    std::vector<std::string> methods() {
         std::vector<std::string> names;
         get_rpc_cmds(names);
         std::sort(names.begin(), names.end());
