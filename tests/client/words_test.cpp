@@ -33,7 +33,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"load"}, 0, "ok\n"},
         {{"activate", "--max_flows", "1000"}, 0, "ok\n"},
         {{"status"}, 0, HasSubstr("engine ndpi:")},
-        {{"cmds"}, 0, HasSubstr("push_pcap      Classifies")},
+        {{"cmds"}, 0, HasSubstr("push_pcap       Classifies")},
         {{"push_pcap", capture, "--reset"}, 0, HasSubstr("protocol")},
         {{"push_pcap", capture, "--extended"}, 0, HasSubstr("destination")},
         {{"collect", "ls"}, 0, HasSubstr("protocols")},
