@@ -13,6 +13,7 @@ set(brumecpd_examples ${CMAKE_INSTALL_FULL_DOCDIR}/examples)
 
 install(TARGETS brumecpd RUNTIME DESTINATION lib/brumecpd/bin COMPONENT daemon)
 install(TARGETS cvcp_u LIBRARY DESTINATION lib/brumecpd/lib COMPONENT daemon)
+install(FILES engine/openrpc-flows.json DESTINATION lib/brumecpd/lib COMPONENT daemon)
 install(DIRECTORY DESTINATION lib/brumecpd/modules COMPONENT daemon)
 install(TARGETS brumectl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT client)
 

@@ -41,7 +41,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"activate"}, 0, "ok\n"},
         {{"collect", "show", "flows"}, 0, ContainsRegex("max: +16384")},
         {{"status"}, 0, HasSubstr("engine ndpi:")},
-        {{"cmds"}, 0, HasSubstr("push_pcap      Classifies")},
+        {{"cmds"}, 0, HasSubstr("push_pcap       Classifies")},
         {{"push_pcap", capture, "--reset"}, 0, HasSubstr("protocol")},
         {{"push_pcap", capture, "--extended"}, 0, HasSubstr("destination")},
         {{"collect", "ls"}, 0, HasSubstr("protocols")},
