@@ -70,7 +70,8 @@ void flows(benchmark::State& state, bool aging) {
     const auto flows = static_cast<uint32_t>(state.range(1));
     constexpr uint32_t FLOWS_PER_BATCH = BATCH / FRAMES_PER_FLOW;
     malloc_trim(0);
-    corvo::engine::DataPath path(max_flows, fake_clock);
+    corvo::engine::Classifiers classifiers;
+    corvo::engine::DataPath path(classifiers, max_flows, corvo::engine::DataPath::LIVE, fake_clock);
     Pusher pusher(path);
     forget_peak();
     const double before = status_mib("VmRSS");

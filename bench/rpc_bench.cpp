@@ -13,7 +13,7 @@ class Canned : public corvo::RpcCommand {
     Canned(const std::string& name, Json::Value result) : RpcCommand(name), m_result(std::move(result)) {}
 
  private:
-    uint32_t _run(const std::string&, const Json::Value&, Json::Value& res) override {
+    int _run(const std::string&, const Json::Value&, Json::Value& res) override {
         res["result"] = m_result;
         return corvo::CMD_OK;
     }

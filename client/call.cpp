@@ -49,13 +49,6 @@ void add_pair(const Method* method, const std::string& pair, Json::Value& params
     put(params, path, guess_value(schema, pair.substr(equals + 1)));
 }
 
-/** The parser takes a word in brackets apart, and what it holds would be sent instead. */
-void refuse_lists(const std::vector<std::string>& typed) {
-    for (const std::string& word : typed)
-        if (word.size() > 1 && word.front() == '[' && word.back() == ']')
-            throw Usage("'" + word + "' is neither NAME=VALUE nor a JSON object nor -");
-}
-
 Json::Value params_of(const std::string& method, const std::vector<std::string>& words) {
     if (words.empty()) return Json::Value();
     if (words.size() == 1 && words[0] == "-") return object_of(read_text("-", MAX_INPUT_BYTES));
@@ -67,7 +60,6 @@ Json::Value params_of(const std::string& method, const std::vector<std::string>&
 }
 
 void call(Context& context, const std::string& method, const std::vector<std::string>& words) {
-    refuse_lists(context.options().typed);
     Json::Value params = params_of(method, words);
     try {
         ask_and_show(context, method, params);

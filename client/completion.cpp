@@ -5,6 +5,7 @@
 #include <map>
 
 #include "client/method_table.h"
+#include "client/typed_line.h"
 
 namespace brumectl {
 
@@ -12,19 +13,8 @@ namespace {
 
 using Candidates = std::vector<Candidate>;
 
-/** Parts of the names of types whose values are numbers. */
-constexpr const char* NUMBERS[] = {"int", "INT", "NUMBER", "SECONDS"};
-
-const CLI::Option* find_option(const CLI::App& program, const CLI::App& word, const std::string& name) {
-    const CLI::Option* option = word.get_option_no_throw(name);
-    return option != nullptr ? option : program.get_option_no_throw(name);
-}
-
-const CLI::App* find_word(const CLI::App& app, const std::string& name) {
-    for (const CLI::App* word : words_of(app))
-        if (word->get_name() == name) return word;
-    return nullptr;
-}
+/** Types whose values may name a file. */
+constexpr const char* FILE_TYPES[] = {"ADDRESS", "DIR", "FILE", "PATH", "TEXT"};
 
 bool takes_value(const CLI::Option& option) {
     return option.get_items_expected_max() > 0;
@@ -72,14 +62,15 @@ class Walk {
         }
     }
 
-    const CLI::Option* find(const std::string& name) const { return find_option(m_program, *m_word, name); }
+    const CLI::Option* find(const std::string& name) const { return find_option(*m_word, name); }
     const CLI::App& word() const { return *m_word; }
     bool at_option(const std::string& prefix) const {
         return m_waiting == nullptr && !m_no_more_options && prefix.rfind('-', 0) == 0;
     }
     /** The option or positional whose value comes next; null for none. */
     const CLI::Option* value() const {
-        return m_waiting != nullptr ? m_waiting : positional(*m_word, m_positionals);
+        if (m_waiting != nullptr || m_of_help) return m_waiting;
+        return positional(*m_word, m_positionals);
     }
     /** The first word that isn't known; empty if there is none. */
     const std::string& unknown() const { return m_unknown; }
@@ -102,10 +93,13 @@ class Walk {
  private:
     void take_word(const std::string& text) {
         const CLI::App* inner = m_positionals == 0 ? find_word(*m_word, text) : nullptr;
-        if (inner != nullptr)
+        if (inner == nullptr) {
+            if (++m_positionals == 1 && m_word == &m_program) m_unknown = text;
+        } else if (!m_of_help && inner->get_name() == "help") {
+            m_of_help = true;
+        } else {
             m_word = inner;
-        else if (++m_positionals == 1 && m_word == &m_program)
-            m_unknown = text;
+        }
     }
 
     std::string given(const char* option) const {
@@ -117,6 +111,7 @@ class Walk {
     const CLI::App* m_word;
     const CLI::Option* m_waiting = nullptr;
     bool m_no_more_options = false;
+    bool m_of_help = false;  ///< what follows are the words that help is wanted of
     size_t m_positionals = 0;
     std::string m_unknown = {};
     std::map<std::string, std::string> m_given;
@@ -147,10 +142,9 @@ std::string summary_of(const std::string& method) {
     return found == nullptr ? std::string() : found->summary;
 }
 
-bool is_number(const CLI::Option& option) {
-    const std::string type = option.get_type_name();
-    return std::any_of(std::begin(NUMBERS), std::end(NUMBERS),
-                       [&](const char* part) { return type.find(part) != std::string::npos; });
+bool may_be_file(const CLI::Option& option) {
+    return std::find(std::begin(FILE_TYPES), std::end(FILE_TYPES), option.get_type_name()) !=
+           std::end(FILE_TYPES);
 }
 
 void add_values(const Walk& walk, const CLI::Option& option, const Options& defaults, Completion& out) {
@@ -161,7 +155,7 @@ void add_values(const Walk& walk, const CLI::Option& option, const Options& defa
     if (auto names = known_names(walk.path(), option.get_name(), walk.surroundings(defaults)))
         append(out.candidates, *names);
     else
-        out.files = !is_number(option);
+        out.files = may_be_file(option);
 }
 
 /** What begins with `prefix`, in order, each once, with the first line of its description. */

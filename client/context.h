@@ -15,10 +15,9 @@ namespace brumectl {
 struct Options {
     std::string address = {};  ///< empty: look in the usual places
     double timeout_sec = 10;
-    bool json = false;                    ///< answers unchanged instead of text for people
-    bool result = false;                  ///< JSON, too, but of an answer the result alone
-    bool in_shell = false;                ///< the line comes from the shell, which can't begin another
-    std::vector<std::string> typed = {};  ///< the whole line as it was typed
+    bool json = false;      ///< answers unchanged instead of text for people
+    bool result = false;    ///< JSON, too, but of an answer the result alone
+    bool in_shell = false;  ///< the line comes from the shell, which can't begin another
 };
 
 class Context {

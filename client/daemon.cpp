@@ -54,12 +54,12 @@ UniqueFd connect_unix(const Address& address, int& err) {
 }
 
 UniqueFd connect_tcp(const Address& address, uint64_t deadline_ms, int& err) {
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    UniqueFd fd(socket(address.ip.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd) {
         err = errno;
         return fd;
     }
-    if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address.in), sizeof(address.in)) == 0) return fd;
+    if (connect(fd.get(), address.ip_address(), address.ip_size()) == 0) return fd;
     err = errno;
     if (err != EINPROGRESS) return UniqueFd();
     err = ETIMEDOUT;

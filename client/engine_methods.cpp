@@ -55,7 +55,7 @@ bool is_parameter(const Json::Value& parameter) {
     return parameter.isObject() && parameter["name"].isString() && is_name(parameter["name"].asString()) &&
            (parameter["description"].isNull() || parameter["description"].isString()) &&
            (parameter["required"].isNull() || parameter["required"].isBool()) &&
-           parameter["schema"].isObject();
+           parameter["x-required-when"].isNull() && parameter["schema"].isObject();
 }
 
 /** Of a kind that words can be made of. */

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <map>
 
+#include "client/complaints.h"
 #include "client/failure.h"
 #include "client/json_access.h"
 
@@ -56,17 +57,20 @@ void add_variants(const std::string& path, const Json::Value& schema, std::vecto
     const std::string which = discriminator(schema);
     std::map<std::string, std::vector<std::string>> conditions;
     std::map<std::string, const Json::Value*> members;
+    std::map<std::string, bool> required;
     for (const Json::Value& variant : schema["oneOf"])
         for (const std::string& name : variant["properties"].getMemberNames()) {
             if (schema["properties"].isMember(name)) continue;
             for (const std::string& choice : choices_of(variant["properties"][which]))
                 conditions[name].push_back(choice);
             members[name] = &variant["properties"][name];
+            required[name] = contains(variant["required"], name);
         }
     for (const auto& [name, member] : members)
         add_fields(path + "." + name,
                    join_sentences((*member)["description"].asString(),
-                                  "with " + which + " " + join(conditions[name], " or ")),
+                                  (required[name] ? "Required with " : "Only with ") + which + " " +
+                                      alternatives(conditions[name]) + "."),
                    *member, false, fields);
 }
 
@@ -87,20 +91,20 @@ bool parse_number(const std::string& text, T& value) {
 }
 
 Json::Value integer_of(const Field& field, const Json::Value& schema, const std::string& text) {
-    uint64_t least = schema["minimum"].isUInt64() ? schema["minimum"].asUInt64() : 0;
-    uint64_t most = schema["maximum"].isUInt64() ? schema["maximum"].asUInt64() : UINT64_MAX;
+    const Json::Value& minimum = schema["minimum"];
+    const Json::Value& maximum = schema["maximum"];
+    const uint64_t least = std::max(field.least, minimum.isUInt64() ? minimum.asUInt64() : 0);
+    const uint64_t most = std::min(field.most, maximum.isUInt64() ? maximum.asUInt64() : UINT64_MAX);
     uint64_t value = 0;
     if (!parse_number(text, value) || value < least || value > most)
-        throw Usage("'" + field.path + "' takes " + std::to_string(least) + " to " + std::to_string(most) +
-                    ", not '" + text + "'");
+        throw Usage("'" + field.path + "' " + range_complaint(least, most, text));
     return Json::UInt64(value);
 }
 
 Json::Value choice_of(const Field& field, const Json::Value& schema, const std::string& text) {
     std::vector<std::string> choices = choices_of(schema);
     if (std::find(choices.begin(), choices.end(), text) == choices.end())
-        throw Usage("'" + field.path + "' takes " + join(choices, ", ") + ", not '" + text + "'" +
-                    did_you_mean(text, choices));
+        throw Usage("'" + field.path + "' " + choice_complaint(choices, text));
     return text;
 }
 
@@ -184,6 +188,13 @@ std::vector<std::string> choices_of(const Json::Value& schema) {
     return choices;
 }
 
+std::string alternatives(const std::vector<std::string>& words) {
+    std::string out;
+    for (size_t i = 0; i < words.size(); ++i)
+        out += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+    return out;
+}
+
 Json::Value value_of(const Field& field, const std::string& text) {
     const Json::Value& schema = *field.schema;
     if (schema.isMember("enum")) return choice_of(field, schema, text);
@@ -192,8 +203,8 @@ Json::Value value_of(const Field& field, const std::string& text) {
     if (type == "integer") return integer_of(field, schema, text);
     Json::Value value = guess_value(&schema, text);
     if (!has_type(value, type))
-        throw Usage("'" + field.path + "' takes " + (type == "boolean" ? "true or false" : "a JSON " + type) +
-                    ", not '" + text + "'");
+        throw Usage("'" + field.path + "' must be " +
+                    (type == "boolean" ? "true or false" : "a JSON " + type) + ", not '" + text + "'");
     return value;
 }
 

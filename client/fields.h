@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,8 @@ struct Field {
     std::string description;  ///< with the conditions under which it is read or required
     const Json::Value* schema = nullptr;
     bool required = false;
+    uint64_t least = 0;  ///< of a whole number: no less is meant, whatever the schema allows
+    uint64_t most = UINT64_MAX;
 
     /** The last part of the path. */
     std::string leaf() const { return path.substr(path.rfind('.') + 1); }
@@ -30,6 +33,9 @@ const Field* find_field(const std::vector<Field>& fields, const std::string& pat
 std::string type_text(const Json::Value& schema);
 /** The words that a value can be; empty if it is no enumeration. */
 std::vector<std::string> choices_of(const Json::Value& schema);
+
+/** "a, b or c". */
+std::string alternatives(const std::vector<std::string>& words);
 
 /** The value that `text` stands for. @throws Usage, naming the field, for a text that the schema refuses */
 Json::Value value_of(const Field& field, const std::string& text);

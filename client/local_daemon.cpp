@@ -1,6 +1,5 @@
 #include "client/local_daemon.h"
 
-#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -19,7 +18,7 @@ std::string link_target(const std::string& path) {
 }  // namespace
 
 bool on_this_machine(const Address& address) {
-    return !address.tcp || (ntohl(address.in.sin_addr.s_addr) >> 24) == 127;
+    return address.is_local();
 }
 
 LocalDaemon::LocalDaemon(const Address& address, pid_t pid) : m_same_files(on_this_machine(address)) {

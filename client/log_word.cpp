@@ -9,6 +9,7 @@
 #include "client/failure.h"
 #include "client/fields.h"
 #include "client/json_access.h"
+#include "client/option_checks.h"
 #include "client/render.h"
 #include "client/views.h"
 
@@ -87,7 +88,7 @@ void verbosity(Context& context, const LogOptions& options) {
     params["type"] = "verbosity";
     Json::Value& verbosity = params["verbosity"];
     verbosity["cmd"] = options.levels ? "get" : options.reset ? "reset" : "set";
-    if (!options.levels) verbosity["level"] = value_of(level_field(), options.level);
+    if (!options.levels) verbosity["level"] = options.level;
     if (!options.component.empty()) verbosity["comp"] = options.component;
     ask_and_show(context, "log", params);
 }
@@ -100,6 +101,7 @@ void check(const LogOptions& options) {
         throw Usage("--reset is for all components, it doesn't go with --comp");
     if (!sets && options.reset) throw Usage("--reset needs the --level that all components get");
     if (!sets && !options.component.empty()) throw Usage("--comp needs the --level that it gets");
+    if (options.lines == 0 && !options.follow) throw Usage("'--lines' must be at least 1 without --follow");
     if ((sets || options.levels) && options.follow)
         throw Usage("--follow shows lines, it doesn't go with the levels");
 }
@@ -135,12 +137,18 @@ void add_log(CLI::App& app, Context& context) {
     auto options = std::make_shared<LogOptions>();
     CLI::App* word = app.add_subcommand("log", "Last lines of the log, and its levels at run time.");
     word->group("Methods of the daemon");
-    word->add_option("-n,--lines", options->lines, "How many lines, 100 if not given")->type_name("uint32");
+    word->add_option("-n,--lines", options->lines, "How many lines")
+        ->type_name("NUMBER")
+        ->check(number_between(0, UINT32_MAX))
+        ->capture_default_str();
     word->add_flag("-f,--follow", options->follow, "Shows new lines as they come, until Ctrl-C");
     word->add_flag("--levels", options->levels, "Shows the levels and the components");
-    word->add_option("--level", options->level, "Sets a level: the global one, or that of --comp")
-        ->type_name(type_text(*level_field().schema));
-    word->add_option("--comp", options->component, "The component whose level is set")->type_name("NAME");
+    restrict_to(
+        *word->add_option("--level", options->level, "Sets a level: the global one, or that of --comp"),
+        choices_of(*level_field().schema));
+    word->add_option("--comp", options->component, "The component whose level is set")
+        ->type_name("NAME")
+        ->check(not_empty());
     word->add_flag("--reset", options->reset, "Sets the global level and forgets those of components");
     word->callback([&context, options] { log(context, *options); });
 }

@@ -2,6 +2,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdio>
 
 #include "client/interrupt.h"
@@ -27,6 +28,7 @@ void flush_if_read() {
 
 int main(int argc, char** argv) {
     occupy_closed_streams();
+    setlocale(LC_CTYPE, "");
     brumectl::interrupt::install();
     try {
         return brumectl::Program().run(std::vector<std::string>(argv + 1, argv + argc));

@@ -102,10 +102,8 @@ std::string described(const CLI::Option& option) {
         out += (out.empty() ? "" : " ") + sentence + ".";
     };
     const std::vector<std::string> choices = value_choices(option);
-    if (option.get_type_name() == "METHOD")
-        add("The name of a method");
-    else if (!choices.empty())
-        add((choices.size() == 1 ? "Only " : "One of ") + listed(choices));
+    const bool is_told = option.get_type_name() == "METHOD";  // there is a section of them
+    if (!choices.empty() && !is_told) add((choices.size() == 1 ? "Only " : "One of ") + listed(choices));
     if (takes_several(option)) add("There may be several");
     if (option.get_required()) add("Required");
     if (!option.get_default_str().empty()) add("Default: " + escape(option.get_default_str()));

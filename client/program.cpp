@@ -2,57 +2,34 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <sstream>
 
+#include "client/complaints.h"
 #include "client/completion.h"
+#include "client/help.h"
+#include "client/help_words.h"
 #include "client/interrupt.h"
-#include "client/method_table.h"
 #include "client/method_words.h"
-#include "client/seconds.h"
+#include "client/option_checks.h"
+#include "client/typed_line.h"
 #include "client/words.h"
 
 namespace brumectl {
 
 namespace {
 
-class Help : public CLI::Formatter {
- public:
-    Help() {
-        column_width(30);
-        label("REQUIRED", "(required)");
-        label("OPTIONS", "OPTION…");
-        label("SUBCOMMAND", "WORD");
-        label("SUBCOMMANDS", "WORD");
-    }
-
-    std::string usage_line(const CLI::App& app) const {
-        std::string name;
-        for (const CLI::App* at = &app; at != nullptr; at = at->get_parent())
-            name = at->get_name() + (name.empty() ? "" : " ") + name;
-        std::string usage = make_usage(&app, name);
-        size_t begin = usage.find_first_not_of('\n');
-        return usage.substr(begin, usage.find('\n', begin) - begin);
-    }
-};
-
 void add_options(CLI::App& app, Options& options) {
-    app.add_option("-s,--socket", options.address, "The daemon: path of its Unix socket, or IP:PORT")
-        ->type_name("ADDRESS");
-    app.add_option("--timeout", options.timeout_sec, "Seconds to wait for an answer, 10 if not given")
+    app.add_option("-s,--socket", options.address,
+                   "The daemon: path of its Unix socket, IP:PORT or localhost:PORT")
+        ->type_name("ADDRESS")
+        ->check(not_empty());
+    app.add_option("--timeout", options.timeout_sec, "How long to wait for an answer, in seconds")
         ->type_name("SECONDS")
-        ->check(seconds_between(0.001, 86400));
+        ->check(seconds_between(0.001, 86400))
+        ->capture_default_str();
     app.add_flag("--json", options.json, "Answers as the daemon gave them");
     app.add_flag("--result", options.result, "JSON, too, but of an answer the result alone: for jq");
-    app.set_version_flag("--version", std::string("brumectl ") + BRUMECTL_VERSION, "Version of the program");
+    app.set_version_flag("--version", version_text(), "Version of the program");
     app.set_help_flag("-h,--help", "Help of the program or of a word");
-}
-
-/** The innermost word of what was typed. */
-const CLI::App& innermost(const CLI::App& app) {
-    const CLI::App* at = &app;
-    while (!at->get_subcommands().empty())
-        at = at->get_subcommands().back();
-    return *at;
 }
 
 }  // namespace
@@ -62,42 +39,27 @@ Program::Program(const Options& defaults)
       m_context(m_options),
       m_app(std::make_unique<CLI::App>(
           "Asks brumecpd, the control-plane daemon of a traffic-classification engine.", "brumectl")) {
-    m_app->formatter(std::make_shared<Help>());
     m_app->require_subcommand(1);
     m_app->fallthrough();
     add_options(*m_app, m_options);
     add_words(*m_app, m_context);
-    for (CLI::App* word :
-         m_app->get_subcommands([](const CLI::App* sub) { return sub->get_group() == "Subcommands"; }))
-        word->group("Words");
+    take_as_typed(*m_app);
     m_app->footer(
         "The daemon is looked for at $BRUMECTL_SOCKET, else at /run/brumecpd/brumecpd.sock and "
-        "127.0.0.1:4040.\n"
+        "127.0.0.1:4040. Behind -- nothing is an option.\n"
+        "\n"
         "Exit status: 0 done, 1 refused or failed, 2 bad command line, 3 no daemon, 4 no answer in time.");
 }
 
 Program::~Program() = default;
 
 void Program::complain_with_usage(const std::string& text) const {
-    m_context.complain(text);
-    fprintf(stderr, "%s\nTry --help.\n", Help().usage_line(innermost(*m_app)).c_str());
-}
-
-/** Of what the parser didn't expect, the first word tells people most. */
-std::string Program::parse_complaint(const std::string& otherwise) const {
     const CLI::App& word = innermost(*m_app);
-    std::vector<std::string> unknown = m_app->remaining(true);
-    if (unknown.empty())
-        return word.get_parent() == nullptr && m_app->get_subcommands().empty() ? "a word is missing"
-                                                                                : otherwise;
-    const std::string& first = unknown.front();
-    if (first.rfind('-', 0) == 0) {
-        std::string name = first.substr(0, first.find('='));
-        return "unknown option '" + first + "'" + did_you_mean(name, option_names(*m_app, word));
-    }
-    if (!word.get_subcommands({}).empty())
-        return "unknown word '" + first + "'" + did_you_mean(first, word_names(word)) + m_hint;
-    return "'" + first + "' is one word too many";
+    const HelpStyle style = help_style(m_context.err(), m_options.in_shell);
+    const std::string help = typed_name(word, false).substr(sizeof("brumectl") - 1);
+    m_context.complain(text + (text.rfind("unknown word", 0) == 0 ? m_hint : ""));
+    fprintf(stderr, "%s\nTry: %shelp%s\n", usage_text(word, style).c_str(),
+            m_options.in_shell ? "" : "brumectl ", help.c_str());
 }
 
 /** Words of the engine's methods, if it was one that is missing, or a list of all. False: no more are known.
@@ -122,8 +84,10 @@ void Program::learn_words(const std::vector<std::string>& before) {
 }
 
 void Program::parse(const std::vector<std::string>& words) {
-    // The parser takes them from the end.
-    const auto reversed = [&] { return std::vector<std::string>(words.rbegin(), words.rend()); };
+    const auto reversed = [&] {  // the parser takes them from the end
+        const std::vector<std::string> prepared = for_parser(*m_app, words);
+        return std::vector<std::string>(prepared.rbegin(), prepared.rend());
+    };
     try {
         m_app->parse(reversed());
     } catch (const CLI::ParseError& e) {
@@ -135,13 +99,12 @@ void Program::parse(const std::vector<std::string>& words) {
 
 /** Help and version come as exceptions from the parser. */
 void Program::carry_out(const std::vector<std::string>& words) {
-    m_options.typed = words;
     try {
         parse(words);
-    } catch (const CLI::Success& e) {
-        std::ostringstream text;
-        m_app->exit(e, text, text);
-        m_context.out().print(text.str());
+    } catch (const CLI::CallForHelp&) {
+        m_context.out().print(help_text(innermost(*m_app), help_style(m_context.out(), m_options.in_shell)));
+    } catch (const CLI::CallForVersion&) {
+        m_context.out().print(version_text() + "\n");
     }
     m_context.out().flush();
 }
@@ -151,7 +114,7 @@ exit_status_e Program::run(const std::vector<std::string>& words) {
         carry_out(words);
         return EXIT_OK;
     } catch (const CLI::ParseError& e) {
-        complain_with_usage(parse_complaint(e.what()));
+        complain_with_usage(complaint_of(e, *m_app));
         return EXIT_USAGE;
     } catch (const Usage& e) {
         complain_with_usage(e.what());

@@ -23,7 +23,8 @@ class Program {
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /** Words without the program's name. Prints what goes wrong. @throws Interrupted */
+    /** Words without the program's name. Prints what goes wrong. @throws Interrupted, in the shell LeaveShell
+     */
     exit_status_e run(const std::vector<std::string>& words);
     const CLI::App& app() const { return *m_app; }
     /** `app` knows the words of the loaded engine's methods, too, if these words make them needed. */
@@ -34,7 +35,6 @@ class Program {
     bool learn_missing(bool is_help);
     void carry_out(const std::vector<std::string>& words);
     void complain_with_usage(const std::string& text) const;
-    std::string parse_complaint(const std::string& otherwise) const;
 
     Options m_options;
     Context m_context;

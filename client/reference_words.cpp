@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "client/complaints.h"
 #include "client/completion.h"
 #include "client/completion_scripts.h"
 #include "client/context.h"
@@ -50,7 +51,7 @@ std::shared_ptr<std::string> add_choice(CLI::App& word, const std::string& name,
     auto chosen = std::make_shared<std::string>();
     auto judge = [choices](std::string& text) -> std::string {
         if (std::find(choices.begin(), choices.end(), text) != choices.end()) return "";
-        return "'" + text + "' is none of " + CLI::detail::join(choices, ", ") + did_you_mean(text, choices);
+        return choice_complaint(choices, text);
     };
     word.add_option(name, *chosen, description)
         ->required()

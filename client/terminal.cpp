@@ -1,5 +1,6 @@
 #include "client/terminal.h"
 
+#include <langinfo.h>
 #include <stdio_ext.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -22,6 +23,16 @@ namespace brumectl {
 namespace {
 
 constexpr const char* COLOUR_CODE[] = {"", "1", "2", "31", "32", "33", "34", "36"};
+
+/** What stands for the signs that the program draws where the locale has none of them. */
+constexpr struct {
+    const char* sign;
+    const char* plain;
+} DRAWN_SIGNS[] = {{"…", "..."}, {"–", "-"}, {"●", "*"}, {"×", "x"}, {"µ", "u"}};
+
+bool is_utf8() {
+    return strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
 
 bool wants_colour(FILE* stream) {
     const char* no_color = std::getenv("NO_COLOR");
@@ -248,10 +259,20 @@ std::string time_text(int64_t epoch_sec) {
 std::string bar(double share, int width) {
     constexpr const char* EIGHTHS[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
     int eighths = static_cast<int>(std::lround(std::clamp(share, 0.0, 1.0) * width * 8));
+    if (!is_utf8()) return std::string(static_cast<size_t>(eighths + 4) / 8, '#');
     std::string out;
     for (int i = 0; i < eighths / 8; ++i)
         out += "█";
     return out + EIGHTHS[eighths % 8];
+}
+
+std::string drawn(const std::string& text) {
+    if (is_utf8()) return text;
+    std::string out = text;
+    for (const auto& [sign, plain] : DRAWN_SIGNS)
+        for (size_t at = 0; (at = out.find(sign, at)) != std::string::npos; at += strlen(plain))
+            out.replace(at, strlen(sign), plain);
+    return out;
 }
 
 }  // namespace brumectl

@@ -85,7 +85,13 @@ std::string percent_text(double share, int digits = 1);
 std::string duration_text(uint64_t seconds);
 /** Local time, "2026-11-24 13:05:59". */
 std::string time_text(int64_t epoch_sec);
-/** `share` of `width` columns, in eighths of a block. */
+/** `share` of `width` columns, in eighths of a block, or in whole signs where the locale has no blocks. */
 std::string bar(double share, int width);
+
+/**
+ * A text of the program's own with signs that the locale can show: plain ones unless it is UTF-8. They may
+ * take more columns, so this comes before a text is arranged. What comes from outside stays as it is.
+ */
+std::string drawn(const std::string& text);
 
 }  // namespace brumectl

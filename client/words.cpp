@@ -3,7 +3,9 @@
 #include "client/call.h"
 #include "client/check/words.h"
 #include "client/classify/classify.h"
+#include "client/context.h"
 #include "client/evidence/evidence.h"
+#include "client/help_words.h"
 #include "client/lifecycle/words.h"
 #include "client/live/events.h"
 #include "client/live/metrics.h"
@@ -11,6 +13,7 @@
 #include "client/log_word.h"
 #include "client/method_words.h"
 #include "client/reference_words.h"
+#include "client/shell/leave_words.h"
 #include "client/shell/shell_word.h"
 
 namespace brumectl {
@@ -30,6 +33,8 @@ void add_words(CLI::App& app, Context& context) {
     add_live_events(app, context);
     add_metrics(app, context);
     add_top(app, context);
+    add_help_words(app, context);
+    if (context.options().in_shell) add_leave_words(app);
 }
 
 }  // namespace brumectl

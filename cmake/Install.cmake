@@ -9,9 +9,11 @@ set(brumecpd_home ${CMAKE_INSTALL_PREFIX}/lib/brumecpd)
 set(brumecpd_state ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/brumecpd)
 set(brumecpd_logs ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/log/brumecpd)
 set(brumecpd_config ${CMAKE_INSTALL_FULL_SYSCONFDIR})
+set(brumecpd_examples ${CMAKE_INSTALL_FULL_DOCDIR}/examples)
 
 install(TARGETS brumecpd RUNTIME DESTINATION lib/brumecpd/bin COMPONENT daemon)
 install(TARGETS cvcp_u LIBRARY DESTINATION lib/brumecpd/lib COMPONENT daemon)
+install(FILES engine/openrpc-flows.json DESTINATION lib/brumecpd/lib COMPONENT daemon)
 install(DIRECTORY DESTINATION lib/brumecpd/modules COMPONENT daemon)
 install(TARGETS brumectl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT client)
 

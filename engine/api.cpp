@@ -8,14 +8,21 @@
 
 #include "engine.h"
 #include "engine_error.h"
+#include "flow_methods.h"
 
 namespace {
 
 using corvo::engine::Engine;
 using corvo::engine::Error;
 
-/** From init to deinit. */
-std::unique_ptr<Engine> g_engine;
+/** What exists from init to deinit. */
+struct Loaded {
+    explicit Loaded(const corvo::api::InitConfig& config) : engine(config), methods(config.cmds, engine) {}
+
+    Engine engine;
+    corvo::engine::FlowMethods methods;
+};
+std::unique_ptr<Loaded> g_loaded;
 
 void fail(std::string& err, const char* text) noexcept {
     try {
@@ -40,23 +47,23 @@ void guarded(std::string& err, Work work) noexcept {
 }
 
 Engine& engine() {
-    if (!g_engine) throw Error("the engine isn't initialised");
-    return *g_engine;
+    if (!g_loaded) throw Error("the engine isn't initialised");
+    return g_loaded->engine;
 }
 
 }  // namespace
 
 void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string& err) {
     guarded(err, [&] {
-        if (g_engine) throw Error("the engine is already initialised");
-        g_engine = std::make_unique<Engine>(config);
+        if (g_loaded) throw Error("the engine is already initialised");
+        g_loaded = std::make_unique<Loaded>(config);
     });
 }
 
 void corvo_api_cp_deinit(std::string& err) {
     guarded(err, [&] {
         engine();
-        g_engine.reset();
+        g_loaded.reset();
     });
 }
 

@@ -64,19 +64,24 @@ bool in_stack(const ndpi_flow_struct& dissection, uint16_t protocol) {
     return stack[0] == protocol || stack[1] == protocol;
 }
 
-void append_attribute(const char* name, std::string_view value, std::vector<std::string>& out) {
+void append_attribute(const char* name, std::string_view value, std::string& out) {
     if (value.empty()) return;
-    std::string text = name;
-    text += '=';
-    append_clean(value, text);
-    out.push_back(std::move(text));
+    out.append(name).append(1, '=');
+    append_clean(value, out);
+    out += '\n';
 }
 
-void append_fields(std::span<const Field> fields, F dissection, std::vector<std::string>& out) {
+void append_fields(std::span<const Field> fields, F dissection, std::string& out) {
     for (const Field& field : fields) {
         const char* text = field.text(dissection);
         if (text) append_attribute(field.name, text, out);
     }
+}
+
+/** Length of what is printable ASCII at the front. */
+size_t plain_length(std::string_view text) {
+    return static_cast<size_t>(
+        std::find_if(text.begin(), text.end(), [](char c) { return c < 0x20 || c > 0x7e; }) - text.begin());
 }
 
 /** Length of the UTF-8 character at the front of a text that isn't empty; 0 if there is none. */
@@ -98,7 +103,9 @@ size_t utf8_length(std::string_view text) {
 }  // namespace
 
 void append_clean(std::string_view text, std::string& out) {
-    for (size_t at = 0; at < text.size();) {
+    const size_t plain = std::min(plain_length(text), MAX_TEXT);
+    out.append(text.substr(0, plain));
+    for (size_t at = plain; at < text.size();) {
         size_t length = utf8_length(text.substr(at));
         if (at + std::max<size_t>(length, 1) > MAX_TEXT) return;
         auto first = static_cast<unsigned char>(text[at]);
@@ -113,8 +120,8 @@ void append_clean(std::string_view text, std::string& out) {
     }
 }
 
-std::vector<std::string> attributes_of(const ndpi_flow_struct& dissection) {
-    std::vector<std::string> out;
+void read_attributes(const ndpi_flow_struct& dissection, std::string& out) {
+    out.clear();
     const char* host_name = "host";
     std::span<const Field> fields;
     for (const Family& family : FAMILIES) {
@@ -127,7 +134,6 @@ std::vector<std::string> attributes_of(const ndpi_flow_struct& dissection) {
     append_attribute(host_name, {host, strnlen(host, sizeof dissection.host_server_name)}, out);
     append_fields(HTTP_FIELDS, dissection, out);
     append_fields(fields, dissection, out);
-    return out;
 }
 
 }  // namespace corvo::engine

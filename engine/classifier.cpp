@@ -44,14 +44,6 @@ bool is_guess(uint8_t confidence) {
     return confidence == NDPI_CONFIDENCE_MATCH_BY_PORT || confidence == NDPI_CONFIDENCE_MATCH_BY_IP;
 }
 
-/**
- * Whether nDPI could only find more texts, and not another class. Over TLS the certificate is asked for the
- * application only where the server's name hasn't told it.
- */
-bool class_is_final(const ndpi_protocol& found) {
-    return found.master_protocol == NDPI_PROTOCOL_TLS && found.app_protocol != NDPI_PROTOCOL_UNKNOWN;
-}
-
 std::string lower_case(std::string text) {
     for (char& c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -84,22 +76,22 @@ Classifier::Module Classifier::open_module() {
     return module;
 }
 
-void Classifier::inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool keep_attributes) {
+void Classifier::inspect(Flow& flow, const Frame& frame, uint64_t now_ms) {
     if (!flow.dissection) {
         flow.dissection.reset(static_cast<ndpi_flow_struct*>(ndpi_calloc(1, sizeof(ndpi_flow_struct))));
         if (!flow.dissection) throw std::bad_alloc();
     }
     ndpi_protocol found = ndpi_detection_process_packet(m_module.get(), flow.dissection.get(),
                                                         aligned_copy(frame), frame.l3_len, now_ms);
-    bool enough = flow.packets > (frame.protocol == PROTO_TCP ? MAX_TCP_PACKETS : MAX_OTHER_PACKETS);
-    bool known = found.app_protocol != NDPI_PROTOCOL_UNKNOWN;
-    bool complete = known && ((!keep_attributes && class_is_final(found)) ||
-                              !ndpi_extra_dissection_possible(m_module.get(), flow.dissection.get()));
-    if (enough || complete) {
-        decide(flow, found, keep_attributes);
-    } else {
+    bool enough = flow.all_packets() > (frame.protocol == PROTO_TCP ? MAX_TCP_PACKETS : MAX_OTHER_PACKETS);
+    bool complete = found.app_protocol != NDPI_PROTOCOL_UNKNOWN &&
+                    !ndpi_extra_dissection_possible(m_module.get(), flow.dissection.get());
+    if (complete)
+        decide(flow, found);
+    else if (enough)
+        give_up(flow);
+    else
         set_verdict(flow, found);
-    }
 }
 
 // nDPI reads words where it finds them, and not every processor lets it read them unaligned.
@@ -110,25 +102,38 @@ const unsigned char* Classifier::aligned_copy(const Frame& frame) {
     return copy;
 }
 
-void Classifier::decide(Flow& flow, ndpi_protocol found, bool keep_attributes) {
+void Classifier::give_up(Flow& flow) {
+    flow.decided = true;  // whatever happens: there is nothing more to come
+    if (!flow.dissection) return;
+    uint8_t guessed = 0;
+    ndpi_protocol found = ndpi_detection_giveup(m_module.get(), flow.dissection.get(), 0, &guessed);
     if (found.app_protocol == NDPI_PROTOCOL_UNKNOWN) {
-        uint8_t guessed = 0;
         found = ndpi_detection_giveup(m_module.get(), flow.dissection.get(), 1, &guessed);
-        flow.verdict.guessed = guessed != 0;
+        flow.verdict.guessed = found.app_protocol != NDPI_PROTOCOL_UNKNOWN;
     }
-    set_verdict(flow, found);
-    if (keep_attributes && flow.verdict.cls() != 0) {
-        flow.attributes = std::make_unique<std::vector<std::string>>(attributes_of(*flow.dissection));
-    }
-    flow.dissection.reset();
+    decide(flow, found);
+}
+
+void Classifier::decide(Flow& flow, ndpi_protocol found) {
     flow.decided = true;
+    set_verdict(flow, found);
+    m_attributes.clear();
+    if (flow.verdict.cls() != 0) read_attributes(*flow.dissection, m_attributes);
+    const ndpi_risk risks = flow.dissection->risk;
+    if (risks != 0 || !m_attributes.empty())
+        flow.details = std::make_unique<FlowDetails>(FlowDetails{risks, m_attributes});
+    flow.dissection.reset();
 }
 
 void Classifier::set_verdict(Flow& flow, const ndpi_protocol& found) {
     Verdict& verdict = flow.verdict;
     const ndpi_flow_struct& dissection = *flow.dissection;
     bool changed = verdict.app != found.app_protocol || verdict.master != found.master_protocol;
-    if (changed) verdict.entry = entry_of(found);
+    if (changed) {
+        bool known =
+            found.app_protocol != NDPI_PROTOCOL_UNKNOWN || found.master_protocol != NDPI_PROTOCOL_UNKNOWN;
+        verdict.entry = known ? entry_of(found) : nullptr;
+    }
     verdict.app = found.app_protocol;
     verdict.master = found.master_protocol;
     verdict.category = static_cast<uint16_t>(found.category);
@@ -144,6 +149,8 @@ ProtocolEntry* Classifier::entry_of(const ndpi_protocol& protocol) {
     auto known = m_protocols.find(pair);
     if (known != m_protocols.end()) return &known->second;
     ProtocolEntry entry;
+    entry.cls = protocol.app_protocol ? protocol.app_protocol : protocol.master_protocol;
+    entry.category = static_cast<uint16_t>(ndpi_get_proto_category(m_module.get(), protocol));
     char full[64] = {};
     entry.full = ndpi_protocol2name(m_module.get(), protocol, full, sizeof full);
     for (uint16_t id : {protocol.master_protocol, protocol.app_protocol}) {
@@ -158,6 +165,18 @@ void Classifier::forget_links() {
     if (!m_links_learned) return;
     m_module = open_module();
     m_links_learned = false;
+}
+
+const char* Classifier::category_name(uint16_t category) const {
+    return ndpi_category_get_name(m_module.get(), static_cast<ndpi_protocol_category_t>(category));
+}
+
+const char* Classifier::confidence_name(uint8_t confidence) {
+    return ndpi_confidence_get_name(static_cast<ndpi_confidence_t>(confidence));
+}
+
+const char* Classifier::risk_name(unsigned bit) {
+    return ndpi_risk2str(static_cast<ndpi_risk_enum>(bit));
 }
 
 }  // namespace corvo::engine

@@ -17,8 +17,12 @@ constexpr int TICK_MS = 1000;
 /** While a round through the flows is under way. */
 constexpr int BUSY_TICK_MS = 50;
 constexpr uint32_t ENTRIES_PER_TICK = 16384;
-/** How far a packet without room for its flow looks for one that is due to be forgotten. */
-constexpr uint32_t ENTRIES_PER_REFUSAL = 64;
+/** How far a packet without room for its flow looks for one that can be forgotten. */
+constexpr uint32_t ENTRIES_PER_LOOK = 64;
+/** A flow that was seen more lately isn't forgotten for another one. */
+constexpr uint64_t EVICTABLE_AFTER_MS = 1000;
+/** Between two looks at the clock. */
+constexpr uint32_t ENTRIES_PER_MOMENT = 64;
 
 /** So many flows are worth the time that giving their memory back takes, half a microsecond each. */
 constexpr uint32_t WORTH_RELEASING = 4096;
@@ -35,16 +39,6 @@ constexpr uint16_t VISIBILITY[] = {
 };
 static_assert(sizeof VISIBILITY / sizeof VISIBILITY[0] == NDPI_CONFIDENCE_MAX);
 
-void move_traffic(Traffic& from, Traffic& to, const Flow& flow) {
-    if (&from == &to) return;
-    from.packets -= flow.packets;
-    from.bytes -= flow.bytes;
-    from.flows--;
-    to.packets += flow.packets;
-    to.bytes += flow.bytes;
-    to.flows++;
-}
-
 std::string end_text(const FlowKey& key, const void* address, uint16_t port) {
     char text[INET6_ADDRSTRLEN] = {};
     bool v4 = key.version() == 4;
@@ -54,118 +48,205 @@ std::string end_text(const FlowKey& key, const void* address, uint16_t port) {
 
 }  // namespace
 
-DataPath::DataPath(uint32_t max_flows, ClockFn clock) : m_clock(clock), m_table(max_flows) {
+DataPath::DataPath(Classifiers& classifiers, uint32_t max_flows, kind_e kind, ClockFn clock)
+    : m_clock(clock), m_kind(kind), m_classifiers(classifiers), m_table(max_flows) {
     if (max_flows == 0) throw Error("max_flows is 0, expecting at least 1");
 }
 
+DataPath::~DataPath() {
+    m_classifiers.give_back(std::move(m_classifier));
+}
+
 void DataPath::push(std::vector<api::pkt_>& pkts, bool extended) {
-    uint64_t now_ms = m_clock();
-    m_batch.assign(pkts.size(), Item());
+    const uint64_t now_ms = m_clock();
+    if (!m_classifier) m_classifier = m_classifiers.take();
+    m_outcomes.resize(pkts.size());
+    m_frames.resize(extended ? pkts.size() : 1);
     m_pushed.packets += pkts.size();
     for (size_t i = 0; i < pkts.size(); i++) {
         m_pushed.bytes += pkts[i].len;
-        handle({pkts[i].data, pkts[i].len, pkts[i].ns_id}, m_batch[i], now_ms, extended);
+        m_outcomes[i] =
+            handle({pkts[i].data, pkts[i].len, pkts[i].ns_id}, m_frames[extended ? i : 0], now_ms);
     }
     for (size_t i = 0; i < pkts.size(); i++) {
-        answer(m_batch[i], pkts[i]);
-        if (extended) answer_extended(m_batch[i], pkts[i]);
+        answer(m_outcomes[i], pkts[i]);
+        if (extended) answer_extended(m_outcomes[i], m_frames[i], pkts[i]);
     }
 }
 
 void DataPath::observe(const CapturedFrame* frames, size_t count) {
-    uint64_t now_ms = m_clock();
-    for (size_t i = 0; i < count; i++) {
-        Item item;
-        handle({frames[i].data, frames[i].len, 0}, item, now_ms, false);
-    }
+    const uint64_t now_ms = m_clock();
+    if (!m_classifier && count > 0) m_classifier = m_classifiers.take();
+    Frame frame;
+    for (size_t i = 0; i < count; i++)
+        handle({frames[i].data, frames[i].len, 0}, frame, now_ms);
 }
 
-void DataPath::handle(const Input& input, Item& item, uint64_t now_ms, bool extended) {
-    item.frame = decode_frame(input.data, input.len);
-    item.error = item.frame.error;
-    if (item.error != api::PKT_OK) {
-        m_errors[item.error]++;
-        return;
-    }
-    DirectedKey directed = key_of(item.frame, input.ns_id);
+DataPath::Outcome DataPath::handle(const Input& input, Frame& frame, uint64_t now_ms) {
+    frame = decode_frame(input.data, input.len);
+    if (frame.error != api::PKT_OK) return failed(frame.error);
+    const DirectedKey directed = key_of(frame, input.ns_id, m_kind == CAPTURE ? frame.vlan : 0);
+    Flow* flow = nullptr;
     try {
-        Flow* flow = flow_of(directed.key, now_ms);
-        if (!flow) {
-            item.error = api::PKT_MAX_FLOWS_REACHED;
-            m_errors[item.error]++;
-            return;
-        }
-        item.flow = flow;
-        flow->last_seen_ms = now_ms;
-        Traffic& traffic = traffic_of(*flow);
-        traffic.packets++;
-        traffic.bytes += input.len;
-        traffic.flows += flow->packets == 0;
-        flow->packets++;
-        flow->bytes += input.len;
-        if (item.frame.tcp_flags & TCP_FIN) flow->fin_seen[directed.from_upper] = true;
-        if (item.frame.tcp_flags & TCP_RST) flow->reset_seen = true;
-        if (!flow->decided) inspect(*flow, item.frame, now_ms, extended);
+        flow = flow_of(directed.key, now_ms);
+        if (!flow) return failed(api::PKT_MAX_FLOWS_REACHED);
+        count(*flow, directed.from_upper, input.len, now_ms);
+        if (frame.tcp_flags & TCP_FIN) flow->fin_seen[directed.from_upper] = true;
+        if (frame.tcp_flags & TCP_RST) flow->reset_seen = true;
+        if (!flow->decided) let_decide(*flow, [&] { m_classifier->inspect(*flow, frame, now_ms); });
     } catch (const std::bad_alloc&) {
-        item.error = api::PKT_NO_MEM;
-        m_errors[item.error]++;
+        return failed(api::PKT_NO_MEM, flow);
     }
+    return {flow, api::PKT_OK};
+}
+
+DataPath::Outcome DataPath::failed(api::pkt_error_e error, Flow* flow) {
+    m_errors[error]++;
+    return {flow, error};
+}
+
+void DataPath::count(Flow& flow, bool from_upper, uint16_t len, uint64_t now_ms) {
+    const bool is_new = flow.all_packets() == 0;
+    if (is_new) {
+        flow.first_seen_ms = now_ms;
+        flow.client_is_upper = from_upper;
+        m_undecided++;
+    }
+    flow.last_seen_ms = now_ms;
+    flow.packets[from_upper]++;
+    flow.bytes[from_upper] += len;
+    add_traffic(flow.verdict, {1, len, is_new});
+    if (!flow.decided) open_of(flow.verdict) += {1, len, is_new};
+}
+
+Traffic& DataPath::open_of(const Verdict& verdict) {
+    return verdict.entry ? verdict.entry->open : m_unclassified_open;
+}
+
+void DataPath::add_traffic(const Verdict& verdict, const Traffic& traffic) {
+    (verdict.entry ? verdict.entry->traffic : m_unclassified) += traffic;
+    if (verdict.entry && verdict.guessed) verdict.entry->guessed += traffic;
+}
+
+void DataPath::take_traffic(const Verdict& verdict, const Traffic& traffic) {
+    (verdict.entry ? verdict.entry->traffic : m_unclassified) -= traffic;
+    if (verdict.entry && verdict.guessed) verdict.entry->guessed -= traffic;
 }
 
 // With the verdict, what was counted of the flow so far goes to the protocol that the flow turned out to be.
-void DataPath::inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool extended) {
-    Traffic& before = traffic_of(flow);
+template <typename Decide>
+void DataPath::let_decide(Flow& flow, Decide decide) {
+    const Verdict before = flow.verdict;
+    const auto account = [&] {
+        if (flow.decided) m_undecided--;
+        open_of(before) -= flow.traffic();
+        if (!flow.decided) open_of(flow.verdict) += flow.traffic();
+        if (before.entry == flow.verdict.entry && before.guessed == flow.verdict.guessed) return;
+        take_traffic(before, flow.traffic());
+        add_traffic(flow.verdict, flow.traffic());
+    };
     try {
-        m_classifier.inspect(flow, frame, now_ms, extended);
+        decide();
     } catch (...) {  // the verdict may have been set all the same
-        move_traffic(before, traffic_of(flow), flow);
+        account();
         throw;
     }
-    move_traffic(before, traffic_of(flow), flow);
-}
-
-/** The flow is about to be forgotten: its class won't change any more. */
-void DataPath::settle(const Flow& flow) {
-    move_traffic(traffic_of(flow), counts_of(flow).settled, flow);
-}
-
-bool DataPath::expire(uint64_t now_ms, uint32_t budget) {
-    return m_table.expire(now_ms, budget, [this](const Flow& flow) { settle(flow); });
+    account();
 }
 
 Flow* DataPath::flow_of(const FlowKey& key, uint64_t now_ms) {
     Flow* flow = m_table.find_or_add(key);
     if (flow) return flow;
-    expire(now_ms, ENTRIES_PER_REFUSAL);
+    make_room(now_ms);
     return m_table.size() < m_table.max_flows() ? m_table.find_or_add(key) : nullptr;
 }
 
-void DataPath::answer(const Item& item, api::pkt_& pkt) {
-    pkt.error = item.error;
-    pkt.cls = item.flow ? item.flow->verdict.cls() : 0;
+void DataPath::make_room(uint64_t now_ms) {
+    Flow* idlest = nullptr;
+    const auto look = [&](Flow& flow) {
+        if (is_due(flow, now_ms))
+            forget(flow, m_aged);
+        else if (!idlest || flow.last_seen_ms < idlest->last_seen_ms)
+            idlest = &flow;
+    };
+    // A look ends early where a round does.
+    if (m_table.go_round(ENTRIES_PER_LOOK, look)) m_table.go_round(ENTRIES_PER_LOOK, look);
+    if (m_table.size() < m_table.max_flows()) return;
+    if (!idlest || now_ms - idlest->last_seen_ms < EVICTABLE_AFTER_MS) return;
+    if (m_kind == CAPTURE && !idlest->decided) give_up(*idlest);
+    forget(*idlest, m_evicted);
+}
+
+bool DataPath::is_due(const Flow& flow, uint64_t now_ms) const {
+    return m_kind == LIVE && now_ms - flow.last_seen_ms >= flow.aging_sec() * uint64_t{1000};
+}
+
+void DataPath::forget(Flow& flow, uint64_t& counter) {
+    if (!flow.decided) {
+        m_undecided--;
+        open_of(flow.verdict) -= flow.traffic();
+    }
+    counter++;
+    m_table.remove(flow);
+}
+
+bool DataPath::finish(uint64_t budget_ms) {
+    const uint64_t end_ms = m_clock() + budget_ms;
+    while (m_undecided > 0) {
+        for (uint32_t i = 0; i < ENTRIES_PER_MOMENT; i++) {
+            Flow* flow = m_table.at(m_finish_at);
+            m_finish_at = m_finish_at < m_table.entries() ? m_finish_at + 1 : 0;
+            if (flow && !flow->decided) give_up(*flow);
+        }
+        if (m_clock() > end_ms) break;
+    }
+    return m_undecided == 0;
+}
+
+void DataPath::give_up(Flow& flow) {
+    try {
+        let_decide(flow, [&] { m_classifier->give_up(flow); });
+    } catch (const std::bad_alloc&) {
+        m_errors[api::PKT_NO_MEM]++;  // the flow has its verdict, but no details
+    }
+}
+
+void DataPath::remove_all_links() {
+    if (m_classifier) m_classifier->forget_links();
+}
+
+void DataPath::answer(const Outcome& outcome, api::pkt_& pkt) {
+    pkt.error = outcome.error;
+    pkt.cls = outcome.flow ? outcome.flow->verdict.cls() : 0;
     if (pkt.cls)
-        pkt.protocol = item.flow->verdict.entry->full;
+        pkt.protocol = outcome.flow->verdict.entry->full;
     else
         pkt.protocol.clear();
 }
 
-void DataPath::answer_extended(const Item& item, api::pkt_& pkt) {
+void DataPath::answer_extended(const Outcome& outcome, const Frame& frame, api::pkt_& pkt) {
     static const Verdict nothing;
-    const Flow* flow = item.flow;
+    const Flow* flow = outcome.flow;
     const Verdict& verdict = flow ? flow->verdict : nothing;
     pkt.aging_sec = flow ? flow->aging_sec() : 0;
     pkt.visibility = 0;
     pkt.cat.clear();
     pkt.attr.clear();
     pkt.tph.clear();
-    append_layers(item.frame, verdict, pkt.tph);
+    append_layers(frame, verdict, pkt.tph);
     if (!flow || verdict.cls() == 0) return;
     pkt.visibility = VISIBILITY[verdict.confidence];
     pkt.cat.emplace_back(verdict.category, verdict.confidence);
-    if (flow->attributes)
-        pkt.attr = *flow->attributes;
-    else if (flow->dissection)
-        pkt.attr = attributes_of(*flow->dissection);
+    const auto append = [&](std::string_view name, std::string_view value) {
+        pkt.attr.emplace_back(name).append(1, '=').append(value);
+    };
+    if (flow->dissection) {
+        std::string attributes;
+        read_attributes(*flow->dissection, attributes);
+        for_each_attribute(attributes, append);
+    } else if (flow->details) {
+        for_each_attribute(flow->details->attributes, append);
+    }
     if (verdict.guessed) pkt.attr.emplace_back("guessed=yes");
 }
 
@@ -173,7 +254,10 @@ int DataPath::tick() {
     uint64_t now_ms = m_clock();
     m_most_flows = std::max(m_most_flows, m_table.size());
     if (m_most_flows < WORTH_RELEASING || m_table.size() > m_most_flows / 4) m_busy_ms = now_ms;
-    if (!expire(now_ms, ENTRIES_PER_TICK)) return BUSY_TICK_MS;
+    const auto expire = [&](Flow& flow) {
+        if (is_due(flow, now_ms)) forget(flow, m_aged);
+    };
+    if (!m_table.go_round(ENTRIES_PER_TICK, expire)) return BUSY_TICK_MS;
     if (now_ms - m_busy_ms >= RELEASE_AFTER_MS) release_memory();
     return TICK_MS;
 }
@@ -188,37 +272,49 @@ void DataPath::release_memory() {
 
 std::map<std::string, Counts> DataPath::counts_by_protocol() const {
     std::map<std::string, Counts> out;
-    m_classifier.for_each_protocol([&](const ProtocolEntry& entry) {
-        Counts& sum = out[entry.full];  // two pairs may have one name
-        sum.settled += entry.counts.settled;
-        sum.open += entry.counts.open;
-    });
+    const auto add = [&out](const std::string& name, Traffic traffic, const Traffic& open) {
+        if (traffic.packets == 0) return;
+        Counts& sum = out[name];  // two pairs may have one name
+        sum.open += open;
+        sum.settled += traffic -= open;
+    };
+    add(UNCLASSIFIED, m_unclassified, m_unclassified_open);
+    if (m_classifier)
+        m_classifier->for_each_protocol(
+            [&](const ProtocolEntry& entry) { add(entry.full, entry.traffic, entry.open); });
     return out;
 }
 
 uint32_t DataPath::kill_all_flows() {
     uint32_t count = m_table.size();
     m_most_flows = std::max(m_most_flows, count);
-    m_table.for_each([this](const Flow& flow) { return settle(flow), true; });
     m_table.clear();
+    m_undecided = 0;
+    m_unclassified_open = {};
+    if (m_classifier) m_classifier->close_counts();
     return count;
+}
+
+void DataPath::retire() {
+    if (m_classifier && m_classifier->is_clean()) m_classifiers.give_back(std::move(m_classifier));
 }
 
 std::string DataPath::dump(uint32_t limit) const {
     std::string out;
     uint64_t now_ms = m_clock();
-    if (limit == 0) return out;
-    m_table.for_each([&](const Flow& flow) {
-        const FlowKey& key = flow.key;
-        const Verdict& verdict = flow.verdict;
+    for (uint32_t i = 0; i < m_table.entries() && limit > 0; i++) {
+        const Flow* flow = m_table.at(i);
+        if (!flow) continue;
+        const FlowKey& key = flow->key;
+        const Verdict& verdict = flow->verdict;
         out += "ns " + std::to_string(key.ns_id()) + " " + ip_protocol_name(key.protocol()) + " " +
                end_text(key, key.lower_address(), key.lower_port()) + " " +
                end_text(key, key.upper_address(), key.upper_port()) + " " +
-               (verdict.cls() ? verdict.entry->full : "unclassified") + " cls " +
-               std::to_string(verdict.cls()) + " packets " + std::to_string(flow.packets) + " idle_ms " +
-               std::to_string(now_ms - flow.last_seen_ms) + "\n";
-        return --limit > 0;
-    });
+               (verdict.cls() ? verdict.entry->full : UNCLASSIFIED) + " cls " +
+               std::to_string(verdict.cls()) + " packets " + std::to_string(flow->all_packets()) +
+               " idle_ms " + std::to_string(now_ms - flow->last_seen_ms) + "\n";
+        limit--;
+    }
     return out;
 }
 

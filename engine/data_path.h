@@ -1,6 +1,7 @@
 #pragma once
-// The data path: packets come in, go through the frame decoder, the flow table and the classifier, and leave
-// with what the engine knows about their flows. Exists from activate to deactivate.
+// A data path: packets come in, go through the frame decoder, the flow table and the classifier, and leave
+// with what the engine knows about their flows. There is one for live traffic, which forgets idle flows, and
+// one for each capture that is being classified, which keeps them.
 
 #include <brumecpd/engine_api.h>
 
@@ -8,10 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "classifier.h"
+#include "classifiers.h"
 #include "flow_table.h"
 #include "frame.h"
 #include "monotonic.h"
@@ -26,13 +28,22 @@ struct CapturedFrame {
 
 class DataPath {
  public:
-    /** Throws Error on a limit of 0 and as Classifier does. */
-    explicit DataPath(uint32_t max_flows, ClockFn clock = monotonic_ms);
+    enum kind_e {
+        LIVE,     ///< flows age
+        CAPTURE,  ///< they don't; those of different VLANs are different flows
+    };
+
+    /** Takes a classifier with the first packet. Throws Error on a limit of 0. */
+    DataPath(Classifiers& classifiers, uint32_t max_flows, kind_e kind = LIVE, ClockFn clock = monotonic_ms);
+    ~DataPath();
+    DataPath(const DataPath&) = delete;
+    DataPath& operator=(const DataPath&) = delete;
 
     /**
      * Classifies the packets in order and fills their output fields, those beyond `protocol`, `cls` and
      * `error` only if `extended`. A flow that is recognised by one of the packets gives its class to all of
-     * them. A packet that finds no memory is marked so; other failures of memory throw std::bad_alloc.
+     * them. A packet that finds no memory is marked so; other failures of memory throw std::bad_alloc. Throws
+     * Error without a classifier.
      */
     void push(std::vector<api::pkt_>& pkts, bool extended);
 
@@ -45,26 +56,42 @@ class DataPath {
      */
     int tick();
 
+    /** Gives up on flows that are undecided, for `budget_ms` at most. True if there are none left. */
+    bool finish(uint64_t budget_ms);
+
     /** Forgets all flows and gives their number. */
     uint32_t kill_all_flows();
     /** Forgets what was learned about hosts; see Classifier. */
-    void remove_all_links() { m_classifier.forget_links(); }
+    void remove_all_links();
+    /** Ends its use, but for its destruction; a clean classifier goes back at once. */
+    void retire();
+    /** Frees some of the flows of a retired path. True when all are gone. */
+    bool wreck(uint32_t budget) { return m_table.wreck(budget); }
+
+    kind_e kind() const { return m_kind; }
     uint32_t flow_count() const { return m_table.size(); }
     const FlowTable& table() const { return m_table; }
+    /** Null before the first packet. */
+    const Classifier* classifier() const { return m_classifier.get(); }
     /** Packets and bytes that came by `push`; `flows` isn't used. */
     const Traffic& pushed() const { return m_pushed; }
-    /** Of the flows without a class. */
-    const Counts& unclassified() const { return m_unclassified; }
-    /** Of the others by the name of their protocol. */
+    /** Traffic of the flows without a class. */
+    const Traffic& unclassified() const { return m_unclassified; }
+    /** Traffic by the name of the protocol; that without a class under UNCLASSIFIED. */
     std::map<std::string, Counts> counts_by_protocol() const;
+    /** Flows that nDPI is still looking at. */
+    uint32_t undecided() const { return m_undecided; }
+    /** Flows that were forgotten because they were idle for too long. */
+    uint64_t aged() const { return m_aged; }
+    /** Flows that were forgotten before their time, because the table was full. */
+    uint64_t evicted() const { return m_evicted; }
     /** How many packets had that error. */
     uint64_t errors(api::pkt_error_e error) const { return m_errors[error]; }
     /** One line per flow, at most `limit`. */
     std::string dump(uint32_t limit) const;
 
  private:
-    struct Item {
-        Frame frame;
+    struct Outcome {
         Flow* flow = nullptr;
         api::pkt_error_e error = api::PKT_OK;
     };
@@ -75,30 +102,41 @@ class DataPath {
         uint32_t ns_id;
     };
 
-    void handle(const Input& input, Item& item, uint64_t now_ms, bool extended);
-    void inspect(Flow& flow, const Frame& frame, uint64_t now_ms, bool extended);
-    Counts& counts_of(const Flow& flow) {
-        return flow.verdict.entry ? flow.verdict.entry->counts : m_unclassified;
-    }
-    Traffic& traffic_of(const Flow& flow) {
-        return flow.decided ? counts_of(flow).settled : counts_of(flow).open;
-    }
-    void settle(const Flow& flow);
-    bool expire(uint64_t now_ms, uint32_t budget);
+    Outcome handle(const Input& input, Frame& frame, uint64_t now_ms);
+    Outcome failed(api::pkt_error_e error, Flow* flow = nullptr);
+    void count(Flow& flow, bool from_upper, uint16_t len, uint64_t now_ms);
+    template <typename Decide>
+    void let_decide(Flow& flow, Decide decide);
+    void add_traffic(const Verdict& verdict, const Traffic& traffic);
+    void take_traffic(const Verdict& verdict, const Traffic& traffic);
+    Traffic& open_of(const Verdict& verdict);
     Flow* flow_of(const FlowKey& key, uint64_t now_ms);
+    void make_room(uint64_t now_ms);
+    bool is_due(const Flow& flow, uint64_t now_ms) const;
+    void give_up(Flow& flow);
+    void forget(Flow& flow, uint64_t& counter);
     void release_memory();
-    static void answer(const Item& item, api::pkt_& pkt);
-    static void answer_extended(const Item& item, api::pkt_& pkt);
+    static void answer(const Outcome& outcome, api::pkt_& pkt);
+    static void answer_extended(const Outcome& outcome, const Frame& frame, api::pkt_& pkt);
 
     ClockFn m_clock;
+    kind_e m_kind;
+    Classifiers& m_classifiers;
+    std::unique_ptr<Classifier> m_classifier;
     FlowTable m_table;
-    Classifier m_classifier;
     Traffic m_pushed;
-    Counts m_unclassified;
+    Traffic m_unclassified;
+    Traffic m_unclassified_open;  ///< those of them that may still get a class
+    uint32_t m_undecided = 0;
+    uint32_t m_finish_at = 0;  ///< entry of the table at which `finish` goes on
+    uint64_t m_aged = 0;
+    uint64_t m_evicted = 0;
     std::array<uint64_t, api::PKT_IPV6_FRAG + 1> m_errors = {};  ///< by pkt_error_e
     uint32_t m_most_flows = 0;                                   ///< since memory was last given back
-    uint64_t m_busy_ms = 0;     ///< when the flows were last not much fewer than that
-    std::vector<Item> m_batch;  ///< parallel to the packets of the push under way; kept for its memory
+    uint64_t m_busy_ms = 0;  ///< when the flows were last not much fewer than that
+    // Parallel to the packets of the push under way, and kept for their memory.
+    std::vector<Outcome> m_outcomes;
+    std::vector<Frame> m_frames;  ///< one for all if nobody asks for more than the class
 };
 
 }  // namespace corvo::engine

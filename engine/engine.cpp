@@ -1,6 +1,7 @@
 #include "engine.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "coffee.h"
 #include "engine_error.h"
@@ -9,45 +10,69 @@
 namespace corvo::engine {
 namespace {
 
-constexpr const char* ENGINE_VERSION = "1.1";
+constexpr const char* ENGINE_VERSION = "1.2";
 constexpr uint64_t LOOK_AFTER_MS = 1000;
 /** A table that was full counts as full until so much of it is free again, percent. */
 constexpr uint64_t ROOM_AGAIN = 90;
 
 }  // namespace
 
-// The flow table is this process's own memory: the configured shared memory isn't needed. Nor are the
-// command table and the address.
-Engine::Engine(const api::InitConfig&, ClockFn clock) : m_clock(clock) {}
+// The flow table is this process's own memory: the configured shared memory isn't needed. Nor is the
+// address. The command table is for the methods, which aren't known here.
+Engine::Engine(const api::InitConfig&, ClockFn clock) : m_clock(clock), m_captures(m_classifiers, clock) {}
 
 // All packets come from the one calling thread, so one worker does the work of any number.
 void Engine::activate(const api::ActivateConfig& config) {
     if (m_path) throw Error("the data path is already active");
-    m_path = std::make_unique<DataPath>(config.max_flows, m_clock);
-    m_path_due_ms = 0;
+    m_classifiers.restock();  // for whoever comes first
+    m_path = std::make_unique<NamedPath>(data_path_name(), ++m_instances, m_classifiers, config.max_flows,
+                                         DataPath::LIVE, m_clock);
+    m_path_due_ms = m_captures_due_ms = 0;
 }
 
 void Engine::deactivate() {
-    path();
+    const DataPath& live = path();
     m_interfaces.detach_all();
-    m_past_refused += m_path->errors(api::PKT_MAX_FLOWS_REACHED);
+    m_past_refused += live.errors(api::PKT_MAX_FLOWS_REACHED);
+    m_past_evicted += live.evicted();
     m_path.reset();
-    m_refused = 0;
-    m_full = false;
+    m_captures.close_all();
+    m_refused = m_evicted = 0;
+    m_told = ROOM;
 }
 
 DataPath& Engine::path() const {
     if (!m_path) throw Error("the data path isn't active");
-    return *m_path;
+    return m_path->data;
+}
+
+NamedPath& Engine::path_of(const std::string& dpaddr) {
+    check_address(dpaddr);
+    path();
+    if (!CapturePaths::is_capture(dpaddr)) return *m_path;
+    if (NamedPath* capture = m_captures.find(dpaddr)) return *capture;
+    throw Error("there is no data path " + quoted(dpaddr) +
+                ": it comes with the first push to it, and ends when it is closed or unused for a minute");
+}
+
+void Engine::close(const std::string& dpaddr) {
+    NamedPath& closed = path_of(dpaddr);
+    if (&closed == m_path.get())
+        throw Error("data path '" + data_path_name() + "' can't be closed, only that of a capture");
+    m_captures.close(dpaddr);
 }
 
 int Engine::tick(std::string& problem) {
     uint64_t now_ms = m_clock();
-    if (m_path) m_interfaces.poll(*m_path);
-    // Frames bring many more ticks than these two need.
-    if (m_path && now_ms >= m_path_due_ms) m_path_due_ms = now_ms + static_cast<uint64_t>(m_path->tick());
+    if (m_path) m_interfaces.poll(m_path->data);
+    // Frames bring many more ticks than these need.
+    if (m_path && now_ms >= m_path_due_ms) {
+        m_path->lists.tick(now_ms);
+        m_path_due_ms = now_ms + static_cast<uint64_t>(m_path->data.tick());
+    }
+    if (now_ms >= m_captures_due_ms) m_captures_due_ms = now_ms + m_captures.tick(now_ms);
     if (now_ms >= m_look_after_due_ms) look_after(now_ms);
-    uint64_t delay_ms = m_look_after_due_ms - now_ms;
+    uint64_t delay_ms = std::min(m_look_after_due_ms, m_captures_due_ms) - now_ms;
     if (m_path) delay_ms = std::min(delay_ms, m_path_due_ms - now_ms);
     delay_ms = std::min(delay_ms, m_collectors.tick(now_ms, source(), [this](std::string sample) {
         m_exporter.add(std::move(sample));
@@ -61,36 +86,54 @@ void Engine::look_after(uint64_t now_ms) {
     m_look_after_due_ms = now_ms + LOOK_AFTER_MS;
     m_interfaces.refresh();
     m_recent_drops.update(now_ms, drops());
+    m_recent_evictions.update(now_ms, evictions());
     if (m_path) watch_flow_table();
 }
 
 void Engine::watch_flow_table() {
-    uint64_t refused = m_path->errors(api::PKT_MAX_FLOWS_REACHED);
-    bool refusing = refused > m_refused;
-    m_refused = refused;
-    if (refusing && !m_full) {
-        m_full = true;
+    const DataPath& live = path();
+    const uint64_t refused = live.errors(api::PKT_MAX_FLOWS_REACHED);
+    const bool refusing = refused > std::exchange(m_refused, refused);
+    const bool evicting = live.evicted() > std::exchange(m_evicted, live.evicted());
+    const fullness_e now = refusing ? REFUSING : evicting ? EVICTING : ROOM;
+    if (now > m_told) {
+        m_told = now;
         raise_notice("flow_table.full", notif::SEV_WARN,
-                     "all " + std::to_string(m_path->table().max_flows()) + " flows are in use");
-    } else if (!refusing && flow_table_use(m_path.get()) < ROOM_AGAIN) {
-        m_full = false;
+                     "all " + std::to_string(live.table().max_flows()) + " flows are in use, " +
+                         (refusing ? "new ones are refused" : "the longest idle make room"));
+    } else if (now == ROOM && flow_table_use(&live) < ROOM_AGAIN) {
+        m_told = ROOM;
     }
 }
 
 uint64_t Engine::drops() const {
-    uint64_t refused = m_path ? m_path->errors(api::PKT_MAX_FLOWS_REACHED) : 0;
+    uint64_t refused = m_path ? path().errors(api::PKT_MAX_FLOWS_REACHED) : 0;
     return m_past_refused + refused + m_interfaces.drops();
+}
+
+uint64_t Engine::evictions() const {
+    return m_past_evicted + (m_path ? path().evicted() : 0);
 }
 
 void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended) {
     check_address(dpaddr);
-    path().push(pkts, extended);
+    DataPath& live = path();
+    if (!CapturePaths::is_capture(dpaddr)) {
+        live.push(pkts, extended);
+        return;
+    }
+    NamedPath* known = m_captures.find(dpaddr);
+    NamedPath& capture = known ? *known : m_captures.open(dpaddr, ++m_instances);
+    capture.data.push(pkts, extended);
 }
 
+// A reset comes before the first push to a capture's data path, and finds nothing there.
 std::string Engine::coffee(const std::string& dpaddr, const std::string& func,
                            const std::vector<uint32_t>& args) {
     check_address(dpaddr);
-    return run_coffee(m_path.get(), func, args);
+    if (!CapturePaths::is_capture(dpaddr)) return run_coffee(live_path(), func, args);
+    NamedPath* capture = m_captures.find(dpaddr);
+    return run_coffee(capture ? &capture->data : nullptr, func, args);
 }
 
 void Engine::attach(const std::string& ifname) {
@@ -128,17 +171,20 @@ Json::Value Engine::collectors() const {
 
 Json::Value Engine::health(bool verbose) {
     m_recent_drops.update(m_clock(), drops());
+    m_recent_evictions.update(m_clock(), evictions());
     Health::Values values;
-    values[Health::FLOW_TABLE] = flow_table_use(m_path.get());
+    values[Health::FLOW_TABLE] = flow_table_use(live_path());
     values[Health::MEMORY] = resident_memory();
     values[Health::DROPS] = m_recent_drops.sum();
+    values[Health::EVICTIONS] = m_recent_evictions.sum();
     values[Health::EXPORT_FAILURES] = m_exporter.failures_in_a_row();
     return m_health.report(values, verbose);
 }
 
 void Engine::check_address(const std::string& dpaddr) {
-    if (dpaddr.empty() || dpaddr == data_path_name()) return;
-    throw Error("no data path '" + dpaddr + "', expecting '" + data_path_name() + "' or nothing");
+    if (dpaddr.empty() || dpaddr == data_path_name() || CapturePaths::is_capture(dpaddr)) return;
+    throw Error("no data path " + quoted(dpaddr) + ", expecting '" + data_path_name() +
+                "', 'capture:NAME' or nothing");
 }
 
 const std::string& Engine::data_path_name() {

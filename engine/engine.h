@@ -8,11 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "capture_paths.h"
+#include "classifiers.h"
 #include "collectors.h"
-#include "data_path.h"
 #include "exporter.h"
 #include "health.h"
 #include "interfaces.h"
+#include "named_path.h"
 
 namespace corvo::engine {
 
@@ -31,8 +33,14 @@ class Engine {
     /** Readable when a tick is wanted at once; open as long as the engine. */
     int event_fd() const { return m_interfaces.event_fd(); }
 
+    // A data path is named "dp0", or not at all, or as the one of a capture, "capture:NAME".
     void push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended);
     std::string coffee(const std::string& dpaddr, const std::string& func, const std::vector<uint32_t>& args);
+
+    /** Throws Error if there is none. */
+    NamedPath& path_of(const std::string& dpaddr);
+    /** Ends the data path of a capture; others can't be. */
+    void close(const std::string& dpaddr);
 
     void attach(const std::string& ifname);
     void detach(const std::string& ifname);
@@ -53,12 +61,17 @@ class Engine {
     static const std::string& data_path_name();
 
  private:
+    /** What was told of a full flow table, the worst last. */
+    enum fullness_e { ROOM, EVICTING, REFUSING };
+
     static void check_address(const std::string& dpaddr);
     DataPath& path() const;
-    SampleSource source() const { return {m_path.get(), m_interfaces}; }
+    DataPath* live_path() const { return m_path ? &m_path->data : nullptr; }
+    SampleSource source() const { return {live_path(), m_interfaces}; }
     void look_after(uint64_t now_ms);
     void watch_flow_table();
     uint64_t drops() const;
+    uint64_t evictions() const;
 
     ClockFn m_clock;
     Interfaces m_interfaces;
@@ -66,12 +79,19 @@ class Engine {
     Exporter m_exporter;
     Health m_health;
     LastMinute m_recent_drops;
-    std::unique_ptr<DataPath> m_path;  ///< only while active
+    LastMinute m_recent_evictions;
+    Classifiers m_classifiers;
+    std::unique_ptr<NamedPath> m_path;  ///< "dp0", only while active
+    CapturePaths m_captures;
+    uint64_t m_instances = 0;  ///< data paths that ever were
     uint64_t m_path_due_ms = 0;
+    uint64_t m_captures_due_ms = 0;
     uint64_t m_look_after_due_ms = 0;
     uint64_t m_refused = 0;       ///< packets without room in the flow table, as of the last look
+    uint64_t m_evicted = 0;       ///< flows that made room, likewise
     uint64_t m_past_refused = 0;  ///< those of earlier data paths
-    bool m_full = false;          ///< it was told that the flow table is full
+    uint64_t m_past_evicted = 0;
+    fullness_e m_told = ROOM;
 };
 
 }  // namespace corvo::engine

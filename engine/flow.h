@@ -12,10 +12,13 @@
 
 namespace corvo::engine {
 
+/** The name of what nDPI never names. */
+inline constexpr const char* UNCLASSIFIED = "unclassified";
+
 /** The name space and both ends, ordered so that the two directions of a conversation have one key. */
 struct FlowKey {
-    uint64_t words[6] =
-        {};  ///< lower end's address (2), upper end's (2), ports and name space, protocol and version
+    /** lower end's address (2), upper end's (2), ports and name space, protocol, version and VLAN */
+    uint64_t words[6] = {};
 
     bool operator==(const FlowKey& other) const {
         uint64_t differs = 0;
@@ -28,6 +31,8 @@ struct FlowKey {
     uint16_t upper_port() const { return static_cast<uint16_t>(words[4] >> 32); }
     uint8_t protocol() const { return static_cast<uint8_t>(words[5]); }
     uint8_t version() const { return static_cast<uint8_t>(words[5] >> 8); }
+    /** 0 without a VLAN, or where VLANs aren't told apart. */
+    uint16_t vlan() const { return static_cast<uint16_t>(words[5] >> 16); }
     /** The address as it stands in the packet: 4 or 16 bytes, network order. */
     const void* lower_address() const { return &words[0]; }
     const void* upper_address() const { return &words[2]; }
@@ -39,7 +44,7 @@ struct DirectedKey {
 };
 
 /** The key of a decoded frame whose `error` is PKT_OK. */
-DirectedKey key_of(const Frame& frame, uint32_t ns_id);
+DirectedKey key_of(const Frame& frame, uint32_t ns_id, uint16_t vlan);
 
 /** Counts since the data path started. */
 struct Traffic {
@@ -51,6 +56,12 @@ struct Traffic {
         packets += other.packets;
         bytes += other.bytes;
         flows += other.flows;
+        return *this;
+    }
+    Traffic& operator-=(const Traffic& other) {
+        packets -= other.packets;
+        bytes -= other.bytes;
+        flows -= other.flows;
         return *this;
     }
 };
@@ -65,7 +76,11 @@ struct Counts {
 struct ProtocolEntry {
     std::string full;                 ///< as nDPI writes the pair, such as "TLS.Google"
     std::vector<std::string> layers;  ///< lower case, outermost first, such as "tls", "google"
-    Counts counts;                    ///< of the flows that have this verdict now, or had it at their end
+    Traffic traffic;                  ///< of the flows that have this verdict now, or had it at their end
+    Traffic open;                     ///< those of them whose verdict isn't final yet
+    Traffic guessed;                  ///< those of them whose verdict is a guess
+    uint32_t cls = 0;
+    uint16_t category = 0;  ///< the usual one; a flow may have another
 };
 
 /** What is known of a flow's protocol; all 0 while nothing is. */
@@ -84,20 +99,32 @@ struct NdpiFlowDeleter {
     void operator()(ndpi_flow_struct* flow) const { ndpi_free_flow(flow); }
 };
 
+/** What outlives a flow's dissection; only where there is any of it. */
+struct FlowDetails {
+    ndpi_risk risks = 0;
+    std::string attributes;  ///< see attributes.h
+};
+
 struct Flow {
     FlowKey key;
     std::unique_ptr<ndpi_flow_struct, NdpiFlowDeleter> dissection;  ///< only until the verdict
-    std::unique_ptr<std::vector<std::string>> attributes;           ///< set with the verdict, if asked for
+    std::unique_ptr<FlowDetails> details;                           ///< may be set with the verdict
+    uint64_t first_seen_ms = 0;
     uint64_t last_seen_ms = 0;
-    uint64_t bytes = 0;
+    uint64_t bytes[2] = {};    ///< by sender: lower end, upper end
+    uint64_t packets[2] = {};  ///< likewise
     Verdict verdict;
-    uint32_t packets = 0;
     uint32_t hash = 0;
-    uint32_t next_free = 0;  ///< the table's own, while unused
-    bool used = false;       ///< the table's own
-    bool decided = false;    ///< the verdict is final
+    uint32_t next_free = 0;        ///< the table's own, while unused
+    bool used = false;             ///< the table's own
+    bool decided = false;          ///< the verdict is final
+    bool client_is_upper = false;  ///< the upper end has sent the first packet
     bool reset_seen = false;
-    bool fin_seen[2] = {};  ///< by direction: from the lower end, from the upper end
+    bool fin_seen[2] = {};  ///< by sender
+
+    uint64_t all_packets() const { return packets[0] + packets[1]; }
+    uint64_t all_bytes() const { return bytes[0] + bytes[1]; }
+    Traffic traffic() const { return {all_packets(), all_bytes(), 1}; }
 
     /** How long the flow may be idle before it is forgotten. */
     uint16_t aging_sec() const {

@@ -1,17 +1,12 @@
 #include "flow_table.h"
 
+#include <bit>
 #include <cstring>
-#include <random>
 
 namespace corvo::engine {
 namespace {
 
 constexpr size_t FIRST_SLOTS = 1024;
-
-uint64_t mix(uint64_t hash, uint64_t word) {
-    hash = (hash ^ word) * 0xff51afd7ed558ccdu;
-    return hash ^ (hash >> 32);
-}
 
 /** Loads an address so that the bytes keep their order in memory. */
 void load_address(const uint8_t* from, uint8_t version, uint64_t to[2]) {
@@ -22,9 +17,14 @@ void load_address(const uint8_t* from, uint8_t version, uint64_t to[2]) {
         std::memcpy(to, from, 16);
 }
 
+/** Four bytes of memory at the front of each. */
+uint64_t pack_ipv4(uint64_t lower, uint64_t upper) {
+    return std::endian::native == std::endian::little ? lower | upper << 32 : lower >> 32 | upper;
+}
+
 }  // namespace
 
-DirectedKey key_of(const Frame& frame, uint32_t ns_id) {
+DirectedKey key_of(const Frame& frame, uint32_t ns_id, uint16_t vlan) {
     uint64_t src[2];
     uint64_t dst[2];
     load_address(frame.src, frame.version, src);
@@ -37,32 +37,30 @@ DirectedKey key_of(const Frame& frame, uint32_t ns_id) {
     uint64_t lower_port = from_upper ? frame.dst_port : frame.src_port;
     uint64_t upper_port = from_upper ? frame.src_port : frame.dst_port;
     return {{{lower[0], lower[1], upper[0], upper[1], lower_port << 48 | upper_port << 32 | ns_id,
-              static_cast<uint64_t>(frame.version) << 8 | frame.protocol}},
+              uint64_t{vlan} << 16 | static_cast<uint64_t>(frame.version) << 8 | frame.protocol}},
             from_upper};
 }
 
-FlowTable::FlowTable(uint32_t max_flows) : m_max_flows(max_flows) {
-    // Who sends the traffic must not be able to choose which flows share a slot.
-    std::random_device random;
-    for (uint64_t& seed : m_seed)
-        seed = static_cast<uint64_t>(random()) << 32 | random();
+// The addresses of IPv4 fit one word; the last word tells the versions apart.
+uint32_t FlowTable::hash_of(const FlowKey& key) const {
+    if (key.version() != 4) return static_cast<uint32_t>(m_hash(key.words));
+    const uint64_t words[] = {pack_ipv4(key.words[0], key.words[2]), key.words[4], key.words[5]};
+    return static_cast<uint32_t>(m_hash(words));
 }
 
-uint32_t FlowTable::hash_of(const FlowKey& key) const {
-    uint64_t a = mix(mix(mix(m_seed[0], key.words[0]), key.words[1]), key.words[4]);
-    uint64_t b = mix(mix(mix(m_seed[1], key.words[2]), key.words[3]), key.words[5]);
-    return static_cast<uint32_t>(mix(a, b));
+Flow* FlowTable::find(const FlowKey& key, uint32_t hash) const {
+    if (m_slots.empty()) return nullptr;
+    for (size_t at = hash & mask(); m_slots[at].index != NONE; at = (at + 1) & mask()) {
+        if (m_slots[at].hash != hash) continue;
+        Flow& flow = entry(m_slots[at].index);
+        if (flow.key == key) return &flow;
+    }
+    return nullptr;
 }
 
 Flow* FlowTable::find_or_add(const FlowKey& key) {
     uint32_t hash = hash_of(key);
-    if (!m_slots.empty()) {
-        for (size_t at = hash & mask(); m_slots[at].index != NONE; at = (at + 1) & mask()) {
-            if (m_slots[at].hash != hash) continue;
-            Flow& flow = entry(m_slots[at].index);
-            if (flow.key == key) return &flow;
-        }
-    }
+    if (Flow* known = find(key, hash)) return known;
     if (m_size >= m_max_flows) return nullptr;
     if ((m_size + size_t{1}) * 4 > m_slots.size() * 3) grow_index();
     uint32_t index = take_entry();
@@ -102,32 +100,20 @@ uint32_t FlowTable::take_entry() {
     return m_opened++;
 }
 
-bool FlowTable::expire(uint64_t now_ms, uint32_t budget, const std::function<void(const Flow&)>& leaving) {
-    for (; budget > 0 && m_cursor < m_opened; budget--, m_cursor++) {
-        const Flow& flow = entry(m_cursor);
-        if (!flow.used || now_ms - flow.last_seen_ms < flow.aging_sec() * uint64_t{1000}) continue;
-        leaving(flow);
-        remove(m_cursor);
-        m_aged++;
-    }
-    if (m_cursor < m_opened) return false;
-    m_cursor = 0;
-    return true;
-}
-
-void FlowTable::remove(uint32_t index) {
-    unlink(index);
-    entry(index) = Flow();
-    entry(index).next_free = m_first_free;
+void FlowTable::remove(Flow& flow) {
+    uint32_t index = unlink(flow);
+    flow = Flow();
+    flow.next_free = m_first_free;
     m_first_free = index;
     m_size--;
 }
 
 // Closes the gap that the entry leaves in its run of slots, so that look-ups never meet a tombstone.
-void FlowTable::unlink(uint32_t index) {
-    size_t gap = entry(index).hash & mask();
-    while (m_slots[gap].index != index)
+uint32_t FlowTable::unlink(const Flow& flow) {
+    size_t gap = flow.hash & mask();
+    while (&entry(m_slots[gap].index) != &flow)
         gap = (gap + 1) & mask();
+    const uint32_t index = m_slots[gap].index;
     for (size_t at = (gap + 1) & mask(); m_slots[at].index != NONE; at = (at + 1) & mask()) {
         size_t home = m_slots[at].hash & mask();
         if (((at - home) & mask()) < ((at - gap) & mask())) continue;
@@ -135,6 +121,7 @@ void FlowTable::unlink(uint32_t index) {
         gap = at;
     }
     m_slots[gap] = Slot();
+    return index;
 }
 
 void FlowTable::clear() {
@@ -142,6 +129,14 @@ void FlowTable::clear() {
     m_chunks = std::vector<std::unique_ptr<Flow[]>>();
     m_size = m_opened = m_cursor = 0;
     m_first_free = NONE;
+}
+
+bool FlowTable::wreck(uint32_t budget) {
+    for (uint32_t chunks = budget / CHUNK + 1; chunks > 0 && !m_chunks.empty(); chunks--)
+        m_chunks.pop_back();
+    if (!m_chunks.empty()) return false;
+    clear();
+    return true;
 }
 
 }  // namespace corvo::engine

@@ -4,21 +4,21 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <vector>
 
 #include "flow.h"
+#include "keyed_hash.h"
 
 namespace corvo::engine {
 
 class FlowTable {
  public:
-    explicit FlowTable(uint32_t max_flows);
+    explicit FlowTable(uint32_t max_flows) : m_max_flows(max_flows) {}
 
     /**
-     * The flow of that key, a new one if there is none yet: then `packets` is 0. Null if the table is full.
-     * Throws std::bad_alloc, and then nothing has changed.
+     * The flow of that key, a new one if there is none yet: then no packets are counted in it. Null if the
+     * table is full. Throws std::bad_alloc, and then nothing has changed.
      */
     Flow* find_or_add(const FlowKey& key);
     void clear();
@@ -26,26 +26,32 @@ class FlowTable {
     uint32_t max_flows() const { return m_max_flows; }
     /** Flows that were ever added. */
     uint64_t created() const { return m_created; }
-    /** Those of them that `expire` has forgotten. */
-    uint64_t aged() const { return m_aged; }
+    /** Entries that were ever in use: the bound of `at`. */
+    uint32_t entries() const { return m_opened; }
+    /** The flow of an entry; null if it isn't in use. */
+    Flow* at(uint32_t index) const {
+        if (index >= m_opened) return nullptr;
+        Flow& flow = entry(index);
+        return flow.used ? &flow : nullptr;
+    }
 
     /**
-     * Goes on with its round through the entries, over at most `budget` of them, and forgets the flows that
-     * have been idle for too long, each after a call of `leaving`. True if that brought it to the end of a
-     * round.
+     * Goes on with its round through the entries, over at most `budget` of them, and calls `visit` with each
+     * flow, which may remove that flow. True if that brought it to the end of a round.
      */
-    bool expire(
-        uint64_t now_ms, uint32_t budget,
-        const std::function<void(const Flow&)>& leaving = [](const Flow&) {});
-
-    /** Calls `visit` with every flow, in no particular order, until it gives false. */
     template <typename Visit>
-    void for_each(Visit visit) const {
-        for (uint32_t i = 0; i < m_opened; i++) {
-            const Flow& flow = entry(i);
-            if (flow.used && !visit(flow)) return;
+    bool go_round(uint32_t budget, Visit visit) {
+        for (; budget > 0 && m_cursor < m_opened; budget--, m_cursor++) {
+            if (entry(m_cursor).used) visit(entry(m_cursor));
         }
+        if (m_cursor < m_opened) return false;
+        m_cursor = 0;
+        return true;
     }
+    void remove(Flow& flow);
+
+    /** Frees at most `budget` entries, the last ones first, without keeping the index. True at the end. */
+    bool wreck(uint32_t budget);
 
  private:
     static constexpr uint32_t NONE = UINT32_MAX;
@@ -58,20 +64,19 @@ class FlowTable {
 
     Flow& entry(uint32_t index) const { return m_chunks[index / CHUNK][index % CHUNK]; }
     uint32_t hash_of(const FlowKey& key) const;
+    Flow* find(const FlowKey& key, uint32_t hash) const;
     size_t mask() const { return m_slots.size() - 1; }
     void grow_index();
     uint32_t take_entry();
-    void remove(uint32_t index);
-    void unlink(uint32_t index);
+    uint32_t unlink(const Flow& flow);
 
     uint32_t m_max_flows;
     uint32_t m_size = 0;
     uint64_t m_created = 0;
-    uint64_t m_aged = 0;
     uint32_t m_opened = 0;  ///< entries that were ever in use
     uint32_t m_first_free = NONE;
     uint32_t m_cursor = 0;
-    uint64_t m_seed[2];
+    KeyedHash m_hash;
     std::vector<std::unique_ptr<Flow[]>> m_chunks;
     std::vector<Slot> m_slots;  ///< a power of two, at most 3/4 full
 };

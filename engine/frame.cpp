@@ -11,7 +11,6 @@ constexpr size_t IPV4_HEADER = 20;
 constexpr size_t IPV6_HEADER = 40;
 constexpr size_t TCP_HEADER = 20;
 constexpr size_t UDP_HEADER = 8;
-constexpr size_t ICMP_HEADER = 4;
 
 enum ether_type_e : uint16_t {
     TYPE_IPV4 = 0x0800,
@@ -25,7 +24,6 @@ enum extension_e : uint8_t {
     EXT_HOP_BY_HOP = 0,
     EXT_ROUTING = 43,
     EXT_FRAGMENT = 44,
-    EXT_AUTHENTICATION = 51,
     EXT_DESTINATION = 60,
     EXT_MOBILITY = 135,
 };
@@ -34,34 +32,42 @@ uint16_t be16(const uint8_t* p) {
     return static_cast<uint16_t>(p[0] << 8 | p[1]);
 }
 
-/** `l4_off` counts from the IP header. */
+void decode_ip(Frame& frame, const uint8_t* ip, size_t captured);
+
+/** Goes on with the packet inside of the one that was decoded so far. */
+void decode_inner(Frame& frame, size_t l4_off) {
+    if (frame.outer_packets == Frame::MAX_OUTER) {
+        frame.error = api::PKT_NON_IP;
+        return;
+    }
+    if (frame.version == 6) frame.outer_ipv6 |= static_cast<uint8_t>(1u << frame.outer_packets);
+    frame.outer_packets++;
+    frame.version = frame.protocol == PROTO_IPV4 ? 4 : 6;
+    decode_ip(frame, frame.l3 + l4_off, frame.l3_len - l4_off);
+}
+
+/** `l4_off` counts from the IP header. A transport header that is cut short has no ports. */
 void decode_transport(Frame& frame, size_t l4_off) {
     const uint8_t* l4 = frame.l3 + l4_off;
-    size_t left = frame.l3_len - l4_off;
-    size_t wanted = 0;
+    const size_t left = frame.l3_len - l4_off;
     switch (frame.protocol) {
+        case PROTO_IPV4:
+        case PROTO_IPV6:
+            decode_inner(frame, l4_off);
+            return;
         case PROTO_TCP:
-            wanted = TCP_HEADER;
+            if (left < TCP_HEADER) return;
+            frame.tcp_flags = l4[13];
             break;
         case PROTO_UDP:
         case PROTO_UDPLITE:
-            wanted = UDP_HEADER;
-            break;
-        case PROTO_ICMP:
-        case PROTO_ICMPV6:
-            wanted = ICMP_HEADER;
+            if (left < UDP_HEADER) return;
             break;
         default:
             return;
     }
-    if (left < wanted) {
-        frame.error = api::PKT_TRIMMED_L3;
-        return;
-    }
-    if (wanted == ICMP_HEADER) return;
     frame.src_port = be16(l4);
     frame.dst_port = be16(l4 + 2);
-    if (frame.protocol == PROTO_TCP) frame.tcp_flags = l4[13];
 }
 
 void decode_ipv4(Frame& frame, size_t captured) {
@@ -97,8 +103,6 @@ size_t extension_size(uint8_t type, const uint8_t* p) {
             return (p[1] + size_t{1}) * 8;
         case EXT_FRAGMENT:
             return 8;
-        case EXT_AUTHENTICATION:
-            return (p[1] + size_t{2}) * 4;
         default:
             return 0;
     }
@@ -123,8 +127,8 @@ void decode_ipv6(Frame& frame, size_t captured) {
             frame.error = api::PKT_TRIMMED_L3;
             return;
         }
-        // A fragment header with offset 0 and no more to come says that the packet is whole.
-        if (frame.protocol == EXT_FRAGMENT && (be16(ip + at + 2) & 0xfff9)) {
+        // The first fragment has the transport header.
+        if (frame.protocol == EXT_FRAGMENT && (be16(ip + at + 2) & 0xfff8)) {
             frame.error = api::PKT_IPV6_FRAG;
             return;
         }
@@ -132,6 +136,20 @@ void decode_ipv6(Frame& frame, size_t captured) {
         at += size;
     }
     decode_transport(frame, at);
+}
+
+/** `frame.version` says which IP it should be. */
+void decode_ip(Frame& frame, const uint8_t* ip, size_t captured) {
+    if (captured == 0 || ip[0] >> 4 != frame.version) {
+        frame.error = captured == 0 ? api::PKT_TRIMMED_L3 : api::PKT_NON_IP;
+        if (!frame.l3) frame.version = 0;
+        return;
+    }
+    frame.l3 = ip;
+    if (frame.version == 4)
+        decode_ipv4(frame, captured);
+    else
+        decode_ipv6(frame, captured);
 }
 
 }  // namespace
@@ -156,6 +174,7 @@ Frame decode_frame(const uint8_t* data, size_t len) {
         }
         if (type != TYPE_VLAN) frame.service_tags |= static_cast<uint8_t>(1u << frame.tags);
         frame.tags++;
+        frame.vlan = be16(data + at) & 0x0fff;
         type = be16(data + at + 2);
         at += TAG;
     }
@@ -163,21 +182,8 @@ Frame decode_frame(const uint8_t* data, size_t len) {
         frame.error = api::PKT_NON_IP;
         return frame;
     }
-    if (len == at) {
-        frame.error = api::PKT_TRIMMED_L3;
-        return frame;
-    }
-    uint8_t version = data[at] >> 4;
-    if (version != (type == TYPE_IPV4 ? 4 : 6)) {
-        frame.error = api::PKT_NON_IP;
-        return frame;
-    }
-    frame.l3 = data + at;
-    frame.version = version;
-    if (version == 4)
-        decode_ipv4(frame, len - at);
-    else
-        decode_ipv6(frame, len - at);
+    frame.version = type == TYPE_IPV4 ? 4 : 6;
+    decode_ip(frame, data + at, len - at);
     return frame;
 }
 

@@ -27,6 +27,7 @@ constexpr struct {
     {"flow_table", "percent", 100, 80, 95},
     {"memory", "bytes", ANY, 512 * MIB, 1024 * MIB},
     {"drops", "frames per minute", ANY, 1, 1000},
+    {"evictions", "flows per minute", ANY, 1, 1000},
     {"export_failures", "failures since the last success", ANY, 1, 10},
 };
 

@@ -28,7 +28,7 @@ class LastMinute {
 
 class Health {
  public:
-    enum item_e { FLOW_TABLE, MEMORY, DROPS, EXPORT_FAILURES, ITEMS };
+    enum item_e { FLOW_TABLE, MEMORY, DROPS, EVICTIONS, EXPORT_FAILURES, ITEMS };
     using Values = std::array<uint64_t, ITEMS>;
 
     Health();

@@ -14,8 +14,6 @@ constexpr IpProtocolName IP_PROTOCOL_NAMES[] = {
     {PROTO_ICMPV6, "icmpv6"},
     {PROTO_UDPLITE, "udplite"},
     {2, "igmp"},
-    {4, "ipip"},
-    {41, "ip6ip"},
     {47, "gre"},
     {50, "esp"},
     {51, "ah"},
@@ -39,6 +37,9 @@ void append_layers(const Frame& frame, const Verdict& verdict, std::vector<std::
     out.emplace_back("eth");
     for (unsigned i = 0; i < frame.tags; i++) {
         out.emplace_back(frame.service_tags & (1u << i) ? "qinq" : "vlan");
+    }
+    for (unsigned i = 0; i < frame.outer_packets; i++) {
+        out.emplace_back(frame.outer_ipv6 & (1u << i) ? "ipv6" : "ipv4");
     }
     if (frame.version == 0) return;
     out.emplace_back(frame.version == 4 ? "ipv4" : "ipv6");

@@ -7,14 +7,6 @@ Json::Value number(uint64_t value) {
     return Json::UInt64{value};
 }
 
-Json::Value json_of(const Traffic& traffic) {
-    Json::Value out(Json::objectValue);
-    out["packets"] = number(traffic.packets);
-    out["bytes"] = number(traffic.bytes);
-    out["flows"] = number(traffic.flows);
-    return out;
-}
-
 constexpr struct {
     api::pkt_error_e error;
     const char* name;
@@ -29,6 +21,21 @@ constexpr struct {
 
 }  // namespace
 
+Json::Value traffic_json(const Traffic& traffic) {
+    Json::Value out(Json::objectValue);
+    out["packets"] = number(traffic.packets);
+    out["bytes"] = number(traffic.bytes);
+    out["flows"] = number(traffic.flows);
+    return out;
+}
+
+Json::Value errors_json(const DataPath* path) {
+    Json::Value out(Json::objectValue);
+    for (const auto& [error, name] : ERRORS)
+        out[name] = number(path ? path->errors(error) : 0);
+    return out;
+}
+
 uint64_t flow_table_use(const DataPath* path) {
     return path ? uint64_t{path->table().size()} * 100 / path->table().max_flows() : 0;
 }
@@ -40,12 +47,10 @@ Json::Value flows_sample(const SampleSource& source) {
     out["active"] = path ? path->table().size() : 0;
     out["max"] = path ? path->table().max_flows() : 0;
     out["created"] = number(path ? path->table().created() : 0);
-    out["aged"] = number(path ? path->table().aged() : 0);
-    const Counts unclassified = path ? path->unclassified() : Counts();
-    out["unclassified"] = number(unclassified.settled.flows + unclassified.open.flows);
-    Json::Value& errors = out["errors"] = Json::objectValue;
-    for (const auto& [error, name] : ERRORS)
-        errors[name] = number(path ? path->errors(error) : 0);
+    out["aged"] = number(path ? path->aged() : 0);
+    out["evicted"] = number(path ? path->evicted() : 0);
+    out["unclassified"] = number(path ? path->unclassified().flows : 0);
+    out["errors"] = errors_json(path);
     return out;
 }
 
@@ -53,11 +58,9 @@ Json::Value protocols_sample(const SampleSource& source) {
     Json::Value out(Json::objectValue);
     out["protocols"] = out["open"] = Json::objectValue;
     if (!source.path) return out;
-    auto counts = source.path->counts_by_protocol();
-    counts["unclassified"] = source.path->unclassified();
-    for (const auto& [name, count] : counts) {
-        if (count.settled.packets > 0) out["protocols"][name] = json_of(count.settled);
-        if (count.open.packets > 0) out["open"][name] = json_of(count.open);
+    for (const auto& [name, counts] : source.path->counts_by_protocol()) {
+        if (counts.settled.packets > 0) out["protocols"][name] = traffic_json(counts.settled);
+        if (counts.open.packets > 0) out["open"][name] = traffic_json(counts.open);
     }
     return out;
 }

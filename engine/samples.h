@@ -19,6 +19,10 @@ Json::Value flows_sample(const SampleSource& source);
 Json::Value protocols_sample(const SampleSource& source);
 Json::Value interfaces_sample(const SampleSource& source);
 
+Json::Value traffic_json(const Traffic& traffic);
+/** Packets that weren't classified, by cause. */
+Json::Value errors_json(const DataPath* path);
+
 /** How full the flow table is, percent, rounded down. */
 uint64_t flow_table_use(const DataPath* path);
 

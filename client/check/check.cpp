@@ -184,10 +184,12 @@ void add_check(CLI::App& app, Context& context) {
     CLI::App* word = app.add_subcommand("check", "Judge start-up configurations");
     word->footer(
         "It needs no daemon. One that answers is asked what it is: in slave mode, where a host system owns "
-        "the data "
-        "path, it refuses more than a standalone one. Where none answers, the one packaged with this program "
+        "the data path, it refuses more than a standalone one. Where none answers, the one packaged with "
+        "this program "
         "is meant.");
-    word->add_option("file", options->files, "Configurations; - is standard input")->required();
+    word->add_option("file", options->files, "Configurations; - is standard input")
+        ->type_name("FILE")
+        ->required();
     word->add_flag("--strict", options->strict, "Warnings count, too");
     check::add_build_options(*word, options->told);
     word->callback([&context, options] { check_files(context, *options); });
@@ -196,7 +198,9 @@ void add_check(CLI::App& app, Context& context) {
 void add_run(CLI::App& app, Context& context) {
     auto options = std::make_shared<RunOptions>();
     CLI::App* word = app.add_subcommand("run", "Send the requests of a start-up configuration, one by one");
-    word->add_option("file", options->file, "The configuration; - is standard input")->required();
+    word->add_option("file", options->file, "The configuration; - is standard input")
+        ->type_name("FILE")
+        ->required();
     word->add_flag("-k,--keep-going", options->keep_going, "Go on behind a request that failed");
     word->add_flag("-f,--force", options->force, "Send it even if the check finds errors");
     check::add_build_options(*word, options->told);

@@ -12,6 +12,7 @@
 #include "client/classify/show.h"
 #include "client/context.h"
 #include "client/failure.h"
+#include "client/option_checks.h"
 #include "client/temp_file.h"
 #include "infra/corvo_json.h"
 #include "utils/unique_file.h"
@@ -300,18 +301,28 @@ class Run {
 void add_classify(CLI::App& app, Context& context) {
     auto arguments = std::make_shared<Arguments>();
     CLI::App* word = app.add_subcommand("classify", "Show which protocols are in capture files");
-    word->add_option("files", arguments->files, "Capture files, or - for standard input")->required();
+    word->add_option("files", arguments->files, "Capture files, or - for standard input")
+        ->type_name("FILE")
+        ->required();
     word->add_flag("--flows", arguments->flows, "A row for each flow, too: who with whom, what, which name");
     word->add_flag("--hosts", arguments->hosts, "A row for each address, too, those with most bytes first");
     word->add_flag("--packets", arguments->packets, "A row for each packet, too");
     word->add_flag("--no-guess", arguments->no_guess,
                    "Leave unclassified what could only be guessed by port or address");
-    word->add_option("--csv", arguments->csv,
-                     "Write the flows to this file, a table of comma-separated values");
-    word->add_option("--report", arguments->report, "Write a page with charts, HTML, to this file");
-    word->add_option("--ns", arguments->options.ns_id, "Name space of the packets' flows");
-    word->add_option("--dpaddr", arguments->options.dpaddr, "Data path, handed to the engine");
-    word->add_option("--filter", arguments->options.filter, "Only packets that match, as for tcpdump");
+    word->add_option("--csv", arguments->csv, "Write the flows to this file, as comma-separated values")
+        ->type_name("FILE")
+        ->check(not_empty());
+    word->add_option("--report", arguments->report, "Write a page with charts, HTML, to this file")
+        ->type_name("FILE")
+        ->check(not_empty());
+    word->add_option("--ns", arguments->options.ns_id, "Name space of the packets' flows")
+        ->type_name("NUMBER")
+        ->check(number_between(0, UINT32_MAX))
+        ->capture_default_str();
+    word->add_option("--dpaddr", arguments->options.dpaddr, "Data path, handed to the engine")
+        ->type_name("TEXT");
+    word->add_option("--filter", arguments->options.filter, "Only packets that match, as for tcpdump")
+        ->type_name("TEXT");
     word->add_flag("--no-reset", arguments->no_reset,
                    "The engine keeps the flows that it has before each file");
     word->footer(FOOTER);

@@ -11,14 +11,14 @@
 
 namespace brumectl {
 
-const std::optional<Reader>& Copies::reader() {
-    if (!m_has_looked) m_reader = Reader::of_daemon(m_daemon);
+const std::optional<FileReader>& Copies::reader() {
+    if (!m_has_looked) m_reader = FileReader::of_daemon(m_daemon);
     m_has_looked = true;
     return m_reader;
 }
 
 bool Copies::sees_our_descriptors() {
-    return reader() && reader()->user == geteuid() && Reader::sees_processes_as_we_do(m_daemon);
+    return reader() && reader()->user == geteuid() && FileReader::sees_processes_as_we_do(m_daemon);
 }
 
 void Copies::prepare(const std::string& capture) {
@@ -55,7 +55,7 @@ void Copies::make_named(const std::string& capture) {
 }
 
 void Copies::tell_if_open(const std::string& capture) {
-    if (!m_is_open || m_has_told || (!capture.empty() && Reader::everybody().may_open(capture))) return;
+    if (!m_is_open || m_has_told || (!capture.empty() && FileReader::everybody().may_open(capture))) return;
     m_tell("while the daemon reads them, everybody on this machine can read the copies in " + temp_folder() +
            ": " + (reader() ? "you aren't in the daemon's group" : "who the daemon runs as can't be told"));
     m_has_told = true;

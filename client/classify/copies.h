@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "client/classify/reader.h"
+#include "client/classify/file_reader.h"
 #include "client/temp_file.h"
 #include "utils/unique_fd.h"
 
@@ -33,7 +33,7 @@ class Copies {
     bool use_name();
 
  private:
-    const std::optional<Reader>& reader();
+    const std::optional<FileReader>& reader();
     bool sees_our_descriptors();
     void make_named(const std::string& capture);
     void tell_if_open(const std::string& capture);
@@ -43,7 +43,7 @@ class Copies {
     bool m_has_looked = false;
     bool m_has_told = false;
     bool m_is_open = false;  ///< everybody may read it
-    std::optional<Reader> m_reader = {};
+    std::optional<FileReader> m_reader = {};
     std::string m_capture = {};
     std::unique_ptr<TempFile> m_named = {};
     corvo::UniqueFd m_nameless = {};

@@ -9,6 +9,7 @@
 #include "client/failure.h"
 #include "client/json_access.h"
 #include "client/local_daemon.h"
+#include "client/option_checks.h"
 
 namespace brumectl {
 
@@ -164,16 +165,21 @@ void add_evidence(CLI::App& app, Context& context) {
     auto add = [&](const char* name, const char* text) {
         CLI::App* sub = word->add_subcommand(name, text);
         sub->add_option(
-            "--dir", wanted->dir,
-            "The events directory (default: the daemon's, ./cvevents or /var/log/brumecpd/cvevents)");
+               "--dir", wanted->dir,
+               "The events directory (default: the daemon's, ./cvevents or /var/log/brumecpd/cvevents)")
+            ->type_name("DIR")
+            ->check(not_empty());
         return sub;
     };
     add("ls", "List it")->callback([&context, wanted] { list(context, wanted->dir); });
     CLI::App* show_word = add("show", "One report with its stack");
-    show_word->add_option("name", wanted->name, "As `ls` names it (default: the latest)");
+    show_word->add_option("name", wanted->name, "As `ls` names it (default: the latest)")->type_name("NAME");
     show_word->callback([&context, wanted] { show(context, wanted->dir, wanted->name); });
     CLI::App* prune_word = add("prune", "Remove the oldest");
-    prune_word->add_option("--keep", wanted->keep, "How many stay")->required();
+    prune_word->add_option("--keep", wanted->keep, "How many stay, the latest ones")
+        ->type_name("NUMBER")
+        ->check(number_between(0, UINT32_MAX))
+        ->required();
     prune_word->callback([&context, wanted] { prune(context, wanted->dir, wanted->keep); });
 }
 

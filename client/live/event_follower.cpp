@@ -218,9 +218,9 @@ void EventFollower::tell_missing(uint64_t count) {
         return;
     }
     const Terminal& out = m_context.out();
-    out.print(
-        out.paint(Terminal::DIM, "… " + count_text(count) + (count == 1 ? " event" : " events") + " missed") +
-        "\n");
+    out.print(out.paint(Terminal::DIM,
+                        drawn("… ") + count_text(count) + (count == 1 ? " event" : " events") + " missed") +
+              "\n");
 }
 
 }  // namespace brumectl

@@ -7,6 +7,7 @@
 #include "client/json_access.h"
 #include "client/live/event_follower.h"
 #include "client/live/stale_subscribers.h"
+#include "client/option_checks.h"
 
 namespace brumectl {
 
@@ -68,13 +69,14 @@ void add_live_events(CLI::App& app, Context& context) {
     auto wanted = std::make_shared<Wanted>();
     CLI::App* word = app.add_subcommand("events", "Events of the daemon's notification hub");
     word->add_flag("-f,--follow", wanted->follow, "Stay and show new ones as they come");
-    word->add_option("--sev", wanted->options.severity, "Least severity")
-        ->check(CLI::IsMember({"info", "warn", "error"}))
-        ->capture_default_str();
+    restrict_to(*word->add_option("--sev", wanted->options.severity, "Least severity")->capture_default_str(),
+                {"info", "warn", "error"});
     word->add_option(
-        "--path", wanted->options.path,
-        "With -f: path of the socket that the daemon sends to (default: one in $XDG_RUNTIME_DIR, beside "
-        "the daemon's socket or in $TMPDIR)");
+            "--path", wanted->options.path,
+            "With -f: path of the socket that the daemon sends to (default: one in $XDG_RUNTIME_DIR, beside "
+            "the daemon's socket or in $TMPDIR)")
+        ->type_name("PATH")
+        ->check(not_empty());
     CLI::App* gc = word->add_subcommand("gc", "Remove subscriptions whose programs are gone");
     gc->callback([&context] { clean_up(context); });
     word->callback([&context, word, wanted] {

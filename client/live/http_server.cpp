@@ -33,11 +33,11 @@ bool is_complete(const std::string& request) {
 }  // namespace
 
 HttpServer::HttpServer(const Address& address, std::vector<Route> routes)
-    : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+    : m_listener(socket(address.ip.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       m_routes(std::move(routes)) {
     int on = 1;
     setsockopt(m_listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-    if (bind(m_listener.get(), reinterpret_cast<const sockaddr*>(&address.in), sizeof(address.in)) != 0 ||
+    if (bind(m_listener.get(), address.ip_address(), address.ip_size()) != 0 ||
         listen(m_listener.get(), SOMAXCONN) != 0)
         throw Failure("can't listen at " + address.text + ": " + strerror(errno));
 }

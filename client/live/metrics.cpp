@@ -7,6 +7,7 @@
 #include "client/failure.h"
 #include "client/live/http_server.h"
 #include "client/live/metrics_text.h"
+#include "client/option_checks.h"
 #include "utils/clock.h"
 
 namespace brumectl {
@@ -67,12 +68,12 @@ class Exporter {
 };
 
 [[noreturn]] void serve(Context& context, const std::string& where) {
-    const Address address = Address::parse(where);
-    if (!address.tcp) throw Usage("--listen takes IP:PORT, not '" + where + "'");
+    const Address address = Address::parse_listening(where);
     context.new_daemon();  // its address is judged here, not at the first scrape
     Exporter exporter(context);
     HttpServer server(address, {{"/metrics", [&exporter] { return exporter.page(); }}});
-    context.complain("serving http://" + where + "/metrics");
+    context.complain("serving http://" + std::string(where.front() == ':' ? "0.0.0.0" : "") + where +
+                     "/metrics");
     server.run();
 }
 
@@ -81,7 +82,11 @@ class Exporter {
 void add_metrics(CLI::App& app, Context& context) {
     auto where = std::make_shared<std::string>();
     CLI::App* word = app.add_subcommand("metrics", "The daemon's numbers in the text format of Prometheus");
-    word->add_option("--listen", *where, "Serve them at http://IP:PORT/metrics instead, until interrupted");
+    word->add_option(
+            "--listen", *where,
+            "Serve them at http://IP:PORT/metrics instead, until interrupted; :PORT means all interfaces")
+        ->type_name("ADDRESS")
+        ->check(not_empty());
     word->footer(
         "A scrape takes no longer than --timeout, and 5 seconds at the most. Of a daemon that doesn't answer "
         "by "

@@ -29,7 +29,7 @@ std::string clipped(const std::string& text, size_t width) {
 }  // namespace
 
 ScreenLine& ScreenLine::put(const std::string& text, Terminal::colour_e colour) {
-    std::string fitting = clipped(text, m_width - m_column);
+    std::string fitting = clipped(drawn(text), m_width - m_column);
     m_text += m_terminal.paint(colour, fitting);
     m_column += columns(fitting);
     return *this;
@@ -41,7 +41,7 @@ ScreenLine& ScreenLine::to(size_t column) {
 }
 
 ScreenLine& ScreenLine::right(const std::string& text, size_t end, Terminal::colour_e colour) {
-    size_t taken = columns(text);
+    size_t taken = columns(drawn(text));
     return to(end > taken ? end - taken : 0).put(text, colour);
 }
 

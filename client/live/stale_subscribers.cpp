@@ -19,11 +19,10 @@ enum class Listener { THERE, GONE, UNKNOWN };
 Listener look_for_listener(const std::string& path) {
     Address address;
     try {
-        address = Address::parse(path);
+        address = Address::of_path(path);
     } catch (const Usage&) {
         return Listener::UNKNOWN;
     }
-    if (address.tcp) return Listener::UNKNOWN;  // a file that is named like an address
     corvo::UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_un peer = address.unix_address();
     if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof(peer)) == 0)

@@ -31,7 +31,7 @@ bool is_left_behind(const std::string& path) {
     struct stat info = {};
     if (lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode) || info.st_uid != geteuid()) return false;
     corvo::UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address = Address::parse(path).unix_address();
+    sockaddr_un address = Address::of_path(path).unix_address();
     return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
            errno == ECONNREFUSED;
 }
@@ -39,36 +39,56 @@ bool is_left_behind(const std::string& path) {
 }  // namespace
 
 SubscriberSocket::SubscriberSocket(const std::string& path, long writer)
-    : m_path(path), m_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    : m_path(path), m_writer(writer), m_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     if (is_left_behind(path)) unlink(path.c_str());
+    const int on = 1;
+    setsockopt(m_fd.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof(on));
     bind_path();
-    let_in(writer);
 }
 
 SubscriberSocket::~SubscriberSocket() {
     unlink(m_path.c_str());
 }
 
+// The mode is set before there is a name, and the owner not at all: the folder may belong to the daemon's
+// user, who could put a link to somebody's file where the socket is, and be given that.
 void SubscriberSocket::bind_path() const {
-    sockaddr_un address = Address::parse(m_path).unix_address();
-    mode_t before = umask(0177);
+    sockaddr_un address = Address::of_path(m_path).unix_address();
+    const bool ours = m_writer == 0 || m_writer == static_cast<long>(geteuid());
+    fchmod(m_fd.get(), ours ? 0600 : 0622);
+    mode_t before = umask(0);
     int rc = bind(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     int err = errno;
     umask(before);
     if (rc != 0) throw Failure("can't make the socket " + m_path + ": " + strerror(err));
 }
 
-void SubscriberSocket::let_in(long writer) const {
-    if (writer == 0 || writer == static_cast<long>(geteuid())) return;
-    if (writer > 0 && chown(m_path.c_str(), static_cast<uid_t>(writer), static_cast<gid_t>(-1)) == 0) return;
-    chmod(m_path.c_str(), 0622);
+bool SubscriberSocket::receive(std::string& text) const {
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
+    for (;;) {
+        text.resize(MAX_EVENT_BYTES);
+        iovec into = {text.data(), text.size()};
+        msghdr message = {};
+        message.msg_iov = &into;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof(control);
+        const ssize_t size = recvmsg(m_fd.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+        text.resize(size < 0 ? 0 : static_cast<size_t>(size));
+        if (size < 0) return false;
+        if (is_writers(message)) return true;
+        interrupt::check();  // a stranger can't keep us here
+    }
 }
 
-bool SubscriberSocket::receive(std::string& text) const {
-    text.resize(MAX_EVENT_BYTES);
-    ssize_t size = recv(m_fd.get(), text.data(), text.size(), MSG_DONTWAIT);
-    text.resize(size < 0 ? 0 : static_cast<size_t>(size));
-    return size >= 0;
+/** Whether the kernel says that the daemon's user, or root, has sent it. */
+bool SubscriberSocket::is_writers(const msghdr& message) const {
+    if (m_writer < 0) return true;
+    const cmsghdr* header = CMSG_FIRSTHDR(&message);
+    if (header == nullptr || header->cmsg_type != SCM_CREDENTIALS) return false;
+    ucred sender = {};
+    memcpy(&sender, CMSG_DATA(header), sizeof(sender));
+    return sender.uid == 0 || static_cast<long>(sender.uid) == m_writer;
 }
 
 Subscription::Subscription(Daemon& daemon, Connect connect, const std::string& path, long writer)

@@ -17,8 +17,8 @@ namespace brumectl {
 class SubscriberSocket {
  public:
     /**
-     * Takes the place of a socket that nobody listens at any more. `writer` is the user whose datagrams are
-     * let in, or -1 if that is unknown: then everybody's. @throws Failure
+     * Takes the place of a socket that nobody listens at any more. `writer` is the user whose datagrams,
+     * beside root's, are received, or -1 if that is unknown: then everybody's. @throws Failure
      */
     SubscriberSocket(const std::string& path, long writer);
     SubscriberSocket(const SubscriberSocket&) = delete;
@@ -32,9 +32,10 @@ class SubscriberSocket {
 
  private:
     void bind_path() const;
-    void let_in(long writer) const;
+    bool is_writers(const msghdr& message) const;
 
     std::string m_path;
+    long m_writer;
     corvo::UniqueFd m_fd;
 };
 

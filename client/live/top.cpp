@@ -8,7 +8,7 @@
 #include "client/failure.h"
 #include "client/live/screen.h"
 #include "client/live/top_view.h"
-#include "client/seconds.h"
+#include "client/option_checks.h"
 #include "utils/clock.h"
 
 namespace brumectl {
@@ -192,7 +192,8 @@ void add_top(CLI::App& app, Context& context) {
         ->capture_default_str();
     word->add_flag("-b,--batch", options->batch, "Plain text, one look below the other");
     word->add_option("-n,--count", options->count, "Looks until the end (default: no end)")
-        ->check(CLI::PositiveNumber);
+        ->type_name("NUMBER")
+        ->check(number_between(1, UINT32_MAX));
     word->footer("On the screen ? lists the keys: orders, the time between two looks, Ctrl-Z.");
     word->callback([&context, options] {
         if (options->batch || context.json()) return run_batch(context, *options);

@@ -354,7 +354,8 @@ void TopView::add_table(Lines& out, const Table& table, size_t rows) {
     if (table.rows.empty()) out.push_back(" " + table.note);
     size_t shown = table.rows.size() <= rows ? table.rows.size() : rows - 1;
     out.insert(out.end(), table.rows.begin(), table.rows.begin() + static_cast<std::ptrdiff_t>(shown));
-    if (shown < table.rows.size()) out.push_back(" … " + std::to_string(table.rows.size() - shown) + " more");
+    if (shown < table.rows.size())
+        out.push_back(drawn(" … ") + std::to_string(table.rows.size() - shown) + " more");
 }
 
 /** Protocols get what the other two leave, which take a quarter at most, but a row each at least. */

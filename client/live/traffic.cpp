@@ -36,6 +36,7 @@ std::vector<Traffic> read_protocols(const LiveSample& sample) {
         }
     }
     std::vector<Traffic> rows;
+    rows.reserve(sums.size());
     for (const auto& [name, sum] : sums)
         rows.push_back(sum);
     return rows;

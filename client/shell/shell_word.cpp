@@ -3,14 +3,15 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <clocale>
 #include <csignal>
 
 #include "client/completion.h"
 #include "client/context.h"
 #include "client/failure.h"
+#include "client/help_words.h"
 #include "client/interrupt.h"
 #include "client/program.h"
+#include "client/shell/leave_words.h"
 #include "client/shell/line_editor.h"
 #include "client/shell/line_source.h"
 #include "client/shell/split.h"
@@ -43,7 +44,9 @@ void run_script(const Options& options) {
 }
 
 std::vector<std::string> candidates(const Options& options, const std::string& typed, std::string& last) {
-    Program program(options);
+    Options in_shell = options;
+    in_shell.in_shell = true;
+    Program program(in_shell);
     std::vector<std::string> words = split_unfinished(typed);
     last = words.back();
     words.pop_back();
@@ -54,15 +57,11 @@ std::vector<std::string> candidates(const Options& options, const std::string& t
     return found;
 }
 
-bool is_leave(const std::string& line) {
-    return line == "quit" || line == "exit";
-}
-
 void run_interactively(const Options& options) {
-    setlocale(LC_CTYPE, "");
     LineEditor editor("brumectl> ", history_path(), [&options](const std::string& typed, std::string& last) {
         return candidates(options, typed, last);
     });
+    printf("%s: type help for the words, quit or Ctrl-D to leave\n", version_text().c_str());
     std::string line;
     for (;;) {
         try {
@@ -70,7 +69,6 @@ void run_interactively(const Options& options) {
                 printf("\n");
                 return;
             }
-            if (is_leave(line)) return;
             run_line(options, line);
         } catch (const Interrupted& e) {
             if (e.signum() != SIGINT) throw;
@@ -86,17 +84,21 @@ void add_shell(CLI::App& app, Context& context) {
     CLI::App* word =
         app.add_subcommand("shell", "A line at a time: at a terminal with history and completion");
     word->footer(
-        "Ctrl-C drops the line or ends what runs, Ctrl-D leaves. What isn't typed at a terminal is a "
-        "script:\n"
-        "it stops at the first line that fails, with that line's exit status.");
+        "Ctrl-C drops the line or ends what runs; quit, exit and Ctrl-D leave. What isn't typed at a "
+        "terminal "
+        "is a script: it stops at the first line that fails, with that line's exit status.");
     word->callback([&context] {
         Options options = context.options();
         if (options.in_shell) throw Usage("this is the shell already");
         options.in_shell = true;
-        if (isatty(STDIN_FILENO) != 0 && context.out().interactive())
-            run_interactively(options);
-        else
-            run_script(options);
+        try {
+            if (isatty(STDIN_FILENO) != 0 && context.out().interactive())
+                run_interactively(options);
+            else
+                run_script(options);
+        } catch (const LeaveShell&) {
+            // As asked.
+        }
     });
 }
 

@@ -1,14 +1,16 @@
 // An engine that names a packet's protocol after its ports and remembers nothing. It is small on purpose:
-// what an engine of your own has to have is all here, and nothing else.
+// what an engine of your own has to have is all here, and one method of its own, which you may leave out.
 
 #include <brumecpd/engine_api.h>
 #include <brumecpd/engine_notify.h>
+#include <brumecpd/engine_rpc.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 using Json::Value;
 using std::string;
@@ -33,12 +35,16 @@ constexpr const char* NO_COLLECTORS = "this engine has no collectors";
 /** The daemon calls from one thread and never twice at once: plain variables are enough. */
 int g_evfd = -1;
 bool g_active = false;
+corvo::RpcCommandsTable* g_cmds = nullptr;
 
-const Port* port_of(const unsigned char* at) {
-    const unsigned number = static_cast<unsigned>(at[0] << 8 | at[1]);
+const Port* port_of(unsigned number) {
     for (const Port& port : PORTS)
         if (port.number == number) return &port;
     return nullptr;
+}
+
+const Port* port_at(const unsigned char* at) {
+    return port_of(static_cast<unsigned>(at[0] << 8 | at[1]));
 }
 
 /** The frame's own fields can't be trusted: nothing is read that `len` doesn't cover. */
@@ -48,23 +54,52 @@ void classify(corvo::api::pkt_& pkt) {
         return;
     }
     const unsigned char* ports = pkt.data + pkt.l4_off;
-    const Port* port = port_of(ports + 2);
-    if (!port) port = port_of(ports);
+    const Port* port = port_at(ports + 2);
+    if (!port) port = port_at(ports);
     if (!port) return;
     pkt.cls = port->cls;
     pkt.protocol = port->protocol;
     pkt.visibility = 25;  // a guess
 }
 
+/** The method "ports.name": {"port": 53} has the result {"protocol": "DNS"}. */
+class NameCommand : public corvo::RpcCommand {
+ public:
+    NameCommand() : RpcCommand("name") {}
+
+ private:
+    int _run(const string&, const Value& params, Value& res) override {
+        // What is neither an object nor absent makes the checks throw what would end the daemon.
+        if (!params.isNull() && !params.isObject()) generate_parse_err(res, "'params' must be an object");
+        check_field_type(params, "port", TYPE_UINT16, res);
+        const Port* port = port_of(params["port"].asUInt());
+        if (!port) generate_execute_err(res, "no protocol has port " + params["port"].asString());
+        res["result"]["protocol"] = port->protocol;
+        return corvo::CMD_OK;
+    }
+};
+
+constexpr const char* COMPONENT = "ports";
+
 }  // namespace
 
 // --- life
 
-void corvo_api_cp_init(const corvo::api::InitConfig&, string& err) {
+void corvo_api_cp_init(const corvo::api::InitConfig& config, string& err) {
     g_evfd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (g_evfd < 0) err = string("no descriptor: ") + strerror(errno);
+    if (g_evfd < 0) {
+        err = string("no descriptor: ") + strerror(errno);
+        return;
+    }
+    auto component = std::make_unique<corvo::RpcComponent>(COMPONENT);
+    component->add(new NameCommand);
+    g_cmds = config.cmds;
+    g_cmds->load_component(component.release());
 }
 void corvo_api_cp_deinit(string&) {
+    // Its code goes away with this library: it is taken out and destroyed here.
+    const std::unique_ptr<corvo::RpcComponent> component(g_cmds->lookup_component(COMPONENT));
+    g_cmds->unload_component(COMPONENT);
     close(g_evfd);
     g_evfd = -1;
 }

@@ -27,7 +27,7 @@
 
 namespace corvo {
 
-/** The daemon's table of RPC methods; a library may load components of its own into it. */
+/** The daemon's table of RPC methods, which a library may add to: see engine_rpc.h. */
 class RpcCommandsTable;
 
 namespace api {

@@ -30,15 +30,18 @@ struct EventRC {
     EventState state;     ///< state of the new registration, EVENT_STATE_NONE keeps the one it fired in
 };
 
-/** Owned by `shared_ptr`; the poller holds one reference while the event is registered. */
+/**
+ * Owned by `shared_ptr`; the poller holds one reference while the event is registered. Engine libraries may
+ * have events of their own: fields and virtual functions stay in this order.
+ */
 class Event {
  public:
     using completion_cb = std::function<void(Event*)>;
 
-    Event() = default;
+    Event();
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
-    virtual ~Event() = default;
+    virtual ~Event();
 
     virtual std::string get_name() const = 0;
     virtual EventRC do_work(const EventExpireReason& reason) = 0;
@@ -50,14 +53,10 @@ class Event {
     const std::vector<completion_cb>& completion_cbs() const { return m_completion_cbs; }
 
  protected:
-    EventRC done() const { return {EventRC::ACTION_DONE, 0, EVENT_STATE_NONE}; }
-    EventRC resched(unsigned int timeout_ms) const {
-        return {EventRC::ACTION_REARM, timeout_ms, EVENT_STATE_NONE};
-    }
-    EventRC resched(EventState state) const { return {EventRC::ACTION_REARM, 0, state}; }
-    EventRC resched(EventState state, unsigned int timeout_ms) const {
-        return {EventRC::ACTION_REARM, timeout_ms, state};
-    }
+    EventRC done() const;
+    EventRC resched(unsigned int timeout_ms) const;
+    EventRC resched(EventState state) const;
+    EventRC resched(EventState state, unsigned int timeout_ms) const;
 
     int m_fd = -1;
 

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "infra/corvo_logger.h"
 #include "infra/corvo_shims.h"
@@ -77,6 +79,8 @@ EventPoller::EventPoller() {
 
 EventPoller::~EventPoller() {
     if (m_epoll_fd >= 0) cv_close(m_epoll_fd);
+    // With a record may die an event that calls back in here, and finds an empty table.
+    const active_map dying = std::exchange(m_active, {});
 }
 
 void EventPoller::init() {
@@ -126,20 +130,37 @@ void EventPoller::clear() {
 
 bool EventPoller::wait(int timeout_ms) {
     if (!m_active.empty()) {
-        // What is found is kept for the next call that serves: one system call does for both.
-        const int err = m_expired.empty() ? collect(timeout_ms) : 0;
-        if (err == 0 || err == EINTR) return !m_expired.empty();
-        // Broken, as by an engine that closed the descriptor: the loop must not spin on it.
+        epoll_event ready{};
+        const int count = cv_epoll_wait(m_epoll_fd, &ready, 1, timeout_ms);
+        if (count >= 0 || errno == EINTR) return count > 0;
     }
+    rest(timeout_ms);
+    return false;
+}
+
+bool EventPoller::look_ahead(int timeout_ms) {
+    if (!m_expired.empty()) return true;
+    const int err = m_active.empty() ? ENOENT : collect(timeout_ms);
+    m_looked_ahead = !m_expired.empty();
+    // Broken, as by an engine that closed the descriptor: the loop must not spin on it.
+    if (err != 0 && err != EINTR) rest(timeout_ms);
+    return m_looked_ahead;
+}
+
+void EventPoller::forget_look_ahead() {
+    if (std::exchange(m_looked_ahead, false)) m_expired.clear();
+}
+
+void EventPoller::rest(int timeout_ms) {
     const timespec pause = to_timespec(static_cast<unsigned int>(std::max(timeout_ms, 0)));
     cv_nanosleep(&pause, nullptr);
-    return false;
 }
 
 bool EventPoller::handle_pending_events(int timeout_ms) {
     if (m_active.empty()) return false;
     if (m_expired.empty()) OSPoll(timeout_ms);
     if (m_expired.empty()) return false;
+    m_looked_ahead = false;
 
     const auto [fd, reason] = m_expired.front();
     m_expired.erase(m_expired.begin());
@@ -223,7 +244,8 @@ void EventPoller::handle_pending_event(std::shared_ptr<Event>& ev, EventExpireRe
             add(ev, rc.state != EVENT_STATE_NONE ? rc.state : state, rc.timeout_ms);
             return;
         case EventRC::ACTION_DONE:
-            for (const auto& cb : ev->completion_cbs())
+            // A copy: a callback may add another one.
+            for (const auto& cb : std::vector(ev->completion_cbs()))
                 cb(ev.get());
             return;
         default:

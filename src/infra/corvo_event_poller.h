@@ -62,6 +62,12 @@ class EventPoller {
 
     /** Blocks until a descriptor is ready or the time is over; consumes nothing. */
     bool wait(int timeout_ms);
+    /**
+     * The same, but what it finds is what the next call serves, which saves that one a system call. To be
+     * forgotten before anything runs that may use up or renew what was found.
+     */
+    bool look_ahead(int timeout_ms);
+    void forget_look_ahead();
     /** Serves at most one event. True if one was served, or if more entries of the batch wait. */
     bool handle_pending_events(int timeout_ms);
     /** Entries wait to be served: no system call is needed to know. */
@@ -82,6 +88,8 @@ class EventPoller {
     active_map::iterator find(const Event* ev);
     /** OSPoll that logs nothing; gives what errno says of a failure, else 0. */
     int collect(int timeout_ms);
+    /** Spends the time of a wait for which there is nothing, or nothing that works, to wait on. */
+    static void rest(int timeout_ms);
     /** Puts a ready descriptor at the very front of the batch, a timer at the very back. */
     void expire(const ExpiredEvent& entry);
     /** Undoes a registration completely and hands out its reference. */
@@ -93,6 +101,7 @@ class EventPoller {
     // Sorted by ExpiredEventCompare. A vector, since a batch is small and one event passes through here per
     // request: no allocation.
     std::vector<ExpiredEvent> m_expired;
+    bool m_looked_ahead = false;  ///< nothing of `m_expired` has been served yet
 };
 
 }  // namespace corvo

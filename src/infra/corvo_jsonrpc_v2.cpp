@@ -181,24 +181,23 @@ struct JsonRpcMethod::Outcome {
 };
 
 JsonRpcMethod::JsonRpcMethod(Json::Value id, std::string method, RpcCommand* command, Json::Value params,
-                             std::vector<std::string> encodings, const RpcCommandsTable& table)
+                             std::vector<std::string> encodings, const RpcCommandsTable& table, bool first)
     : ParsedObject(std::move(id), false),
       m_method(std::move(method)),
       m_command(command),
       m_params(std::move(params)),
       m_encodings(std::move(encodings)),
       m_table(table),
-      m_table_changes(table.changes()) {}
+      m_first(first) {}
 
 JsonRpcMethod::Outcome JsonRpcMethod::perform() {
     Outcome outcome;
     // An earlier element of the same batch may have unloaded the engine library that the command came from.
-    if (m_table.changes() != m_table_changes && !m_table.has(m_command, m_method))
-        m_command = m_table.lookup(m_method);
+    if (!m_first && !RpcTableView::has(m_table, m_command, m_method)) m_command = m_table.lookup(m_method);
     if (!m_command) return outcome;
 
     const uint64_t start_ms = monotonic_ms();
-    outcome.rc = m_command->run(m_method, m_params, outcome.out);
+    outcome.rc = static_cast<uint32_t>(m_command->run(m_method, m_params, outcome.out));
     if (outcome.rc != CMD_OK) return outcome;
     outcome.ms = monotonic_ms() - start_ms;
     if (!respond()) return outcome;
@@ -325,7 +324,8 @@ bool ReqParser::parse_plain_request(Objects& out) {
     std::vector<std::string> encodings;
     if (!command || read_encodings(request.accept, encodings)) return false;
     out.push_back(std::make_unique<JsonRpcMethod>(std::move(request.id), std::move(method), command,
-                                                  std::move(request.params), std::move(encodings), m_table));
+                                                  std::move(request.params), std::move(encodings), m_table,
+                                                  /*first=*/true));
     return true;
 }
 
@@ -348,7 +348,7 @@ void ReqParser::parse_single_request(Json::Value& request, Objects& out) {
 
     out.push_back(std::make_unique<JsonRpcMethod>(std::move(id), std::move(method), command,
                                                   take_member(request, "params"), std::move(encodings),
-                                                  m_table));
+                                                  m_table, /*first=*/out.empty()));
 }
 
 bool ReqParser::parse_encodings(const Json::Value& request, const Json::Value& id, Objects& out,

@@ -43,11 +43,12 @@ class ParsedObject {
     bool m_respond;
 };
 
-/** A call of a command. The table must outlive it; the command may be unloaded before it runs. */
+/** A call of a command. The table must outlive it. */
 class JsonRpcMethod : public ParsedObject {
  public:
+    /** `first`: it runs before anything could unload the command. */
     JsonRpcMethod(Json::Value id, std::string method, RpcCommand* command, Json::Value params,
-                  std::vector<std::string> encodings, const RpcCommandsTable& table);
+                  std::vector<std::string> encodings, const RpcCommandsTable& table, bool first);
 
  protected:
     void _execute(Json::Value& res) override;
@@ -66,7 +67,7 @@ class JsonRpcMethod : public ParsedObject {
     Json::Value m_params;
     std::vector<std::string> m_encodings;
     const RpcCommandsTable& m_table;
-    uint64_t m_table_changes;  ///< of the table when `m_command` was looked up
+    bool m_first;
 };
 
 class JsonRpcError : public ParsedObject {

@@ -16,6 +16,7 @@
 #include <iterator>
 
 #include "utils/clock.h"
+#include "utils/trusted_open.h"
 #include "utils/unique_fd.h"
 
 namespace corvo::Logger {
@@ -65,9 +66,11 @@ class Guard : public NULLLogger {
 
     LoggerInstance* current() const { return m_current; }
     void set(LoggerInstance* logger, bool owned) {
-        if (m_owned) delete m_current;
-        m_current = logger ? logger : this;
-        m_owned = logger && owned;
+        if (!logger) logger = this;
+        const bool same = logger == m_current;
+        if (m_owned && !same) delete m_current;
+        m_owned = owned || (same && m_owned);
+        m_current = logger;
         forget_answers();
     }
 
@@ -84,8 +87,7 @@ Guard& guard() {
 
 /** Non-blocking: a pipe that nobody reads costs lines, not the daemon. Nothing changes for a file. */
 UniqueFd open_for_writing(const std::string& filename, int how) {
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK;
-    return UniqueFd(lift_fd(open(filename.c_str(), FLAGS | how, 0666)));
+    return open_unless_trap(filename, O_WRONLY | O_CREAT | O_NONBLOCK | how, 0666);
 }
 
 /** Opens for appending, out of the reach of whoever closes or prints to the standard descriptors. */
@@ -97,9 +99,14 @@ FILE* open_log_file(const std::string& filename) {
     return file;
 }
 
-bool is_regular_file(const std::string& filename) {
+bool is_regular_file(int fd) {
     struct stat info {};
-    return stat(filename.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+/** To open it once more, whatever its name stands for by now. */
+std::string path_of(int fd) {
+    return "/proc/self/fd/" + std::to_string(fd);
 }
 
 /** A full disk takes a part of a line. Left there, it would be the beginning of the next one. */
@@ -107,9 +114,7 @@ void drop_cut_line(FILE* file) {
     std::clearerr(file);
     struct stat info {};
     if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) return;
-    // The descriptor, not the name: that may be another file's by now.
-    const std::string self = "/proc/self/fd/" + std::to_string(fileno(file));
-    const UniqueFd reader(open(self.c_str(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd reader(open(path_of(fileno(file)).c_str(), O_RDONLY | O_CLOEXEC));
     char tail[MAX_LINE];
     const off_t from = std::max<off_t>(info.st_size - static_cast<off_t>(sizeof tail), 0);
     const ssize_t got = pread(reader.get(), tail, sizeof tail, from);
@@ -147,6 +152,12 @@ std::string line_prefix(const char* file, int line, const std::string& comp, con
 
 }  // namespace
 
+CStrRef::CStrRef(const char* text) : m_text(text) {}
+
+CStrRef::CStrRef(const std::string& text) : m_text(nullptr), m_owned(text) {
+    m_text = m_owned.c_str();
+}
+
 LoggerInstance::LoggerInstance(logger_level_e level, const std::string& filename) : m_level(level) {
     if (!filename.empty()) m_file = open_log_file(filename);
     if (m_file) m_filename = filename;
@@ -182,8 +193,9 @@ void LoggerInstance::history(std::vector<std::string>& out, unsigned int lines) 
     if (lines == 0 || !m_file) return;
     std::fflush(m_file);
     // A pipe would be waited for: we hold its other end ourselves.
-    if (!is_regular_file(m_filename)) return;
-    std::ifstream in(m_filename);
+    const UniqueFd named = open_unless_trap(m_filename, O_RDONLY | O_NONBLOCK);
+    if (!named || !is_regular_file(named.get())) return;
+    std::ifstream in(path_of(named.get()));
     if (!in) return;
 
     std::deque<std::string> last;

@@ -17,13 +17,14 @@ enum logger_type_e : unsigned { LOGGER_CONSOLE = 0, LOGGER_SYSLOG = 1 };
 /** A format that is either pointed at (a literal) or owned (a string). */
 class CStrRef {
  public:
-    CStrRef(const char* text) : m_text(text) {}                                 // NOLINT: implicit by design
-    CStrRef(const std::string& text) : m_text(nullptr), m_owned(text) {}        // NOLINT
-    CStrRef(std::string&& text) : m_text(nullptr), m_owned(std::move(text)) {}  // NOLINT
-    const char* c_str() const { return m_text ? m_text : m_owned.c_str(); }
+    CStrRef(const char* text);         // NOLINT: implicit by design
+    CStrRef(const std::string& text);  // NOLINT
+    CStrRef(const CStrRef&) = delete;
+    CStrRef& operator=(const CStrRef&) = delete;
+    const char* c_str() const { return m_text; }
 
  private:
-    const char* m_text;
+    const char* m_text;  ///< in both cases; may point into `m_owned`
     std::string m_owned;
 };
 

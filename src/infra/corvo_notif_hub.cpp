@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <utility>
 
 #include "infra/corvo_rpc_command.h"
 
@@ -11,7 +12,42 @@ namespace {
 const notif_t SOCKET_ADDED{"core", "notif.sock.add", SEV_INFO};
 const notif_t SOCKET_DELETED{"core", "notif.sock.del", SEV_INFO};
 
-Notif g_notif;
+/**
+ * Made at its first use, or before main, and never destroyed: static objects of other files may raise events
+ * while they are built and taken down.
+ */
+Notif& hub() {
+    static Notif* const g_notif = new Notif;
+    return *g_notif;
+}
+
+/**
+ * A delivery under way, which keeps those who leave meanwhile alive. Not a part of the hub: libraries know
+ * how large that is.
+ */
+struct Delivery {
+    explicit Delivery(const Notif& notif) : hub(notif), outer(std::exchange(g_innermost, this)) {}
+    Delivery(const Delivery&) = delete;
+    Delivery& operator=(const Delivery&) = delete;
+    ~Delivery() { g_innermost = outer; }
+
+    static Delivery* outermost_of(const Notif& hub) {
+        Delivery* found = nullptr;
+        for (Delivery* one = g_innermost; one; one = one->outer)
+            if (&one->hub == &hub) found = one;
+        return found;
+    }
+
+    static Delivery* g_innermost;
+
+    const Notif& hub;
+    Delivery* const outer;
+    std::vector<std::unique_ptr<Subscriber>> leaving;
+};
+
+Delivery* Delivery::g_innermost = nullptr;
+
+[[maybe_unused]] const Notif& g_built_before_main = hub();
 
 /** The words are those of the requests: what "error" selects shows as "severe". */
 Severity severity_of(const std::string& word) {
@@ -50,16 +86,24 @@ void Notif::subscribe(std::unique_ptr<Subscriber>&& sub) {
 void Notif::unsubscribe(const std::string& uid) {
     const auto it = find(uid);
     if (it == m_subs.end()) throw Exception(uid + " is not registered for notifications");
-    m_subs.erase(it);
+    if (Delivery* delivery = Delivery::outermost_of(*this))
+        delivery->leaving.push_back(std::move(*it));
+    else
+        m_subs.erase(it);
 }
 
+// A subscriber may subscribe and unsubscribe, itself too, while it is told of an event.
 void Notif::notify(const Event& event) {
-    for (const auto& sub : m_subs)
-        sub->offer(event);
+    const Delivery delivery(*this);
+    const size_t count = m_subs.size();
+    for (size_t i = 0; i < count; ++i)
+        if (m_subs[i]) m_subs[i]->offer(event);
+    if (Delivery::outermost_of(*this) == &delivery) std::erase(m_subs, nullptr);
 }
 
 Notif::subscribers::iterator Notif::find(const std::string& uid) {
-    return std::find_if(m_subs.begin(), m_subs.end(), [&uid](const auto& sub) { return sub->uid() == uid; });
+    return std::find_if(m_subs.begin(), m_subs.end(),
+                        [&uid](const auto& sub) { return sub && sub->uid() == uid; });
 }
 
 void Notif::ops(const Json::Value& params, Json::Value& res) {
@@ -128,11 +172,11 @@ void Notif::list_sockets(Json::Value& out) const {
 void __notify(const std::string& feature, const std::string& name, Severity severity,
               const std::string& desc) {
     const NotifGuard guard;
-    if (guard.first()) g_notif.notify(Event(feature, name, severity, desc));
+    if (guard.first()) hub().notify(Event(feature, name, severity, desc));
 }
 
 void __ops(const Json::Value& params, Json::Value& res) {
-    g_notif.ops(params, res);
+    hub().ops(params, res);
 }
 
 }  // namespace corvo::notif

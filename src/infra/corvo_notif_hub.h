@@ -52,7 +52,7 @@ class Notif {
     void list_sockets(Json::Value& out) const;
     subscribers::iterator find(const std::string& uid);
 
-    subscribers m_subs;
+    subscribers m_subs;  ///< null: has left during the delivery that is under way
 };
 
 }  // namespace corvo::notif

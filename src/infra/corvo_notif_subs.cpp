@@ -31,6 +31,8 @@ Event::Event(const std::string& feature_, const std::string& name_, Severity sev
              const std::string& desc_)
     : id(++g_id), feature(feature_), name(name_), severity(severity_), desc(desc_), ts(realtime_sec()) {}
 
+Event::~Event() = default;
+
 void Event::to_json(Json::Value& out) const {
     out["desc"] = desc;
     out["feature"] = feature;
@@ -44,6 +46,10 @@ bool Filter::matches(const Event& event) const {
     return event.severity >= severity && matches_word(feature, event.feature) &&
            matches_word(name, event.name);
 }
+
+Subscriber::Subscriber(const Filter& filter) : m_filter(filter) {}
+
+Subscriber::~Subscriber() = default;
 
 void Subscriber::offer(const Event& event) {
     if (!m_filter.matches(event)) return;

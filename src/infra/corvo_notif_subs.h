@@ -24,7 +24,7 @@ class Event {
     Event(const std::string& feature, const std::string& name, Severity severity, const std::string& desc);
     Event(const Event&) = default;
     Event& operator=(const Event&) = default;
-    virtual ~Event() = default;
+    virtual ~Event();
 
     void to_json(Json::Value& out) const;
 
@@ -54,10 +54,10 @@ struct Filter {
 
 class Subscriber {
  public:
-    explicit Subscriber(Filter filter) : m_filter(std::move(filter)) {}
+    explicit Subscriber(const Filter& filter);
     Subscriber(const Subscriber&) = delete;
     Subscriber& operator=(const Subscriber&) = delete;
-    virtual ~Subscriber() = default;
+    virtual ~Subscriber();
 
     /** 0 or a negated errno value. */
     virtual int execute_(const Event& event) = 0;

@@ -66,8 +66,8 @@ const char* RpcParser::type_to_str(field_type_e type) {
     return type < std::size(FIELD_TYPES) ? FIELD_TYPES[type].name : "UNKNOWN";
 }
 
-const char* RpcParser::json_type_to_name(Json::ValueType type) {
-    auto index = static_cast<size_t>(type);
+const char* RpcParser::json_type_to_name(const Json::Value& value) {
+    const auto index = static_cast<size_t>(value.type());
     return index < std::size(JSON_TYPE_NAMES) ? JSON_TYPE_NAMES[index] : "UNKNOWN";
 }
 
@@ -90,8 +90,7 @@ void RpcParser::check_field_type_common(const Json::Value& value, const std::str
     const FieldType& expected = FIELD_TYPES[type];
     std::string description;
     if (!(value.*expected.is_kind)()) {
-        description =
-            std::string("is '") + json_type_to_name(value.type()) + "', expecting '" + expected.name + "'";
+        description = std::string("is '") + json_type_to_name(value) + "', expecting '" + expected.name + "'";
     } else if (expected.in_range && !expected.in_range(value)) {
         description = expected.out_of_range;
     } else {
@@ -102,7 +101,7 @@ void RpcParser::check_field_type_common(const Json::Value& value, const std::str
                  name + "' " + description);
 }
 
-const Json::Value& RpcParser::optional_field(const Json::Value& params, const char* name) {
+const Json::Value& optional_field(const Json::Value& params, const char* name) {
     return member_of(params, name);
 }
 

@@ -45,6 +45,8 @@ Scheduler::~Scheduler() {
 }
 
 void Scheduler::add(std::shared_ptr<Task>&& task, unsigned int delay_ms) {
+    // One that is queued already moves: its due time is what the queue is sorted by.
+    if (const auto queued = find(task.get()); queued != m_tasks.end()) m_tasks.erase(queued);
     task->m_when = now() + delay_ms;
     ++m_stats->adds;
     m_stats->tasks.try_emplace(task->get_name());
@@ -69,7 +71,7 @@ bool Scheduler::exists(const Task* task) const {
     return find(task) != m_tasks.end();
 }
 
-bool Scheduler::has_task(Task* task) const {
+bool Scheduler::has_task(Task* task) {
     return exists(task);
 }
 
@@ -132,6 +134,7 @@ int Scheduler::step(bool wait_follows) {
 }
 
 void Scheduler::run_next_task(uint64_t started_ms) {
+    m_poller.forget_look_ahead();
     // Out of the queue while it runs: `remove` and `exists` don't find the running task.
     std::shared_ptr<Task> task = *m_tasks.begin();
     m_tasks.erase(m_tasks.begin());
@@ -160,7 +163,7 @@ int Scheduler::run() {
     try {
         while (m_stop_cause == CAUSE_RUNNING) {
             const int wait_ms = step(/*wait_follows=*/true);
-            if (wait_ms != 0) m_poller.wait(wait_ms > 0 ? wait_ms : IDLE_WAIT_MS);
+            if (wait_ms != 0) m_poller.look_ahead(wait_ms > 0 ? wait_ms : IDLE_WAIT_MS);
         }
     } catch (const std::runtime_error&) {
         m_stop_cause = CAUSE_EXCEPTION;
@@ -173,7 +176,8 @@ int Scheduler::run() {
 void Scheduler::call_stop_callback() {
     if (!m_stop_cb) return;
     try {
-        m_stop_cb(m_stop_cause);
+        const auto stop_cb = m_stop_cb;  // it may register another one
+        stop_cb(m_stop_cause);
     } catch (const std::runtime_error& e) {
         CORVO_LOG(ERROR, COMP, "Error on shutdown: %s", e.what());
     }

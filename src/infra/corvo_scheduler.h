@@ -59,7 +59,7 @@ class Scheduler {
     /** False if the task isn't queued; the running task isn't. */
     bool remove(const Task* task);
     bool exists(const Task* task) const;
-    bool has_task(Task* task) const;
+    bool has_task(Task* task);
 
     void add(const std::shared_ptr<Event>& ev, EventState state, unsigned int timeout_ms);
     bool remove(const Event* ev);

@@ -11,16 +11,27 @@
 #include "infra/corvo_shims.h"
 #include "utils/clock.h"
 #include "utils/exception.h"
+#include "utils/unique_fd.h"
 
 namespace corvo {
 namespace {
 
 const std::string COMP = "socket";
 
+/** One end of a pair. */
+class OwningChannel : public SocketChannel {
+ public:
+    OwningChannel(const std::string& name, UniqueFd fd)
+        : SocketChannel(name, fd.get(), handler_cb(), 0), m_owned(std::move(fd)) {}
+
+ private:
+    UniqueFd m_owned;
+};
+
 }  // namespace
 
-SocketChannel::SocketChannel(std::string name, int fd, handler_cb handler, unsigned int timeout_ms)
-    : m_handler(std::move(handler)), m_timeout_ms(timeout_ms), m_name(std::move(name)) {
+SocketChannel::SocketChannel(const std::string& name, int fd, handler_cb handler, unsigned int timeout_ms)
+    : m_handler(std::move(handler)), m_timeout_ms(timeout_ms), m_name(name) {
     m_fd = fd;
 }
 
@@ -104,7 +115,8 @@ state_e SocketChannel::pop(std::string& msg, int timeout_ms) const {
 EventRC SocketChannel::do_work(const EventExpireReason& reason) {
     if (reason == EVENT_EXPIRE_READY) return serve_waiting();
     std::string out;
-    m_handler(CHANNEL_TIMEOUT, "", out);
+    const handler_cb handler = m_handler;  // it may set another one
+    handler(CHANNEL_TIMEOUT, "", out);
     return resched(m_timeout_ms);
 }
 
@@ -115,7 +127,7 @@ EventRC SocketChannel::serve_waiting() {
         std::string in;
         rc = pop(in, 0);
         if (rc == CHANNEL_RECV_AGAIN) break;
-        if (m_handler) m_handler(rc, in, out);
+        if (const handler_cb handler = m_handler) handler(rc, in, out);
         if (rc == CHANNEL_CLOSED || rc == CHANNEL_BROKEN) return done();
         if (!out.empty()) {
             push(out);
@@ -129,13 +141,13 @@ SocketChannelPair::SocketChannelPair(const std::string& name) {
     int fds[2] = {-1, -1};
     int err = 0;
     if (cv_socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, fds) != 0) err = errno;
-    m_first_fd.reset(lift_fd(fds[0]));
-    if (err == 0 && !m_first_fd) err = errno;
-    m_second_fd.reset(lift_fd(fds[1]));
-    if (err == 0 && !m_second_fd) err = errno;
+    UniqueFd first(lift_fd(fds[0]));
+    if (err == 0 && !first) err = errno;
+    UniqueFd second(lift_fd(fds[1]));
+    if (err == 0 && !second) err = errno;
     if (err != 0) throw Exception("Failed to create channel pair", err);
-    m_first = std::make_shared<SocketChannel>(name, m_first_fd.get(), Channel::handler_cb(), 0);
-    m_second = std::make_shared<SocketChannel>(name, m_second_fd.get(), Channel::handler_cb(), 0);
+    m_first = std::make_shared<OwningChannel>(name, std::move(first));
+    m_second = std::make_shared<OwningChannel>(name, std::move(second));
 }
 
 }  // namespace corvo

@@ -6,14 +6,13 @@
 #include <string>
 
 #include "infra/corvo_channel.h"
-#include "utils/unique_fd.h"
 
 namespace corvo {
 
 class SocketChannel : public Channel {
  public:
     /** The descriptor stays the caller's. `timeout_ms` is used when the event re-arms itself; 0: no timer. */
-    SocketChannel(std::string name, int fd, handler_cb handler, unsigned int timeout_ms);
+    SocketChannel(const std::string& name, int fd, handler_cb handler, unsigned int timeout_ms);
 
     std::string get_name() const override { return m_name; }
     /** Serves all messages that wait. A time-out without a handler is a fault of the program and throws. */
@@ -40,8 +39,7 @@ class SocketChannel : public Channel {
     std::string m_name;
 };
 
-/** Two connected channels without handlers. Whoever keeps a channel beyond the pair has one without a socket.
- */
+/** Two connected channels without handlers. Each owns its descriptor. */
 class SocketChannelPair {
  public:
     /** @throws corvo::Exception when the system gives no sockets */
@@ -51,8 +49,6 @@ class SocketChannelPair {
     const std::shared_ptr<SocketChannel>& second() const { return m_second; }
 
  private:
-    UniqueFd m_first_fd;
-    UniqueFd m_second_fd;
     std::shared_ptr<SocketChannel> m_first;
     std::shared_ptr<SocketChannel> m_second;
 };

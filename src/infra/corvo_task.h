@@ -1,5 +1,6 @@
 #pragma once
-// Timed work of the scheduler.
+// Timed work of the scheduler. Engine libraries may have tasks of their own: fields and virtual functions
+// stay in this order.
 
 #include <cstdint>
 #include <string>
@@ -10,16 +11,16 @@ class Task {
  public:
     static constexpr int32_t DEFAULT_HOG_TIMEOUT_MS = 300;
 
-    explicit Task(int32_t hog_timeout_ms = DEFAULT_HOG_TIMEOUT_MS) : m_hog_timeout_ms(hog_timeout_ms) {}
+    explicit Task(int32_t hog_timeout_ms = DEFAULT_HOG_TIMEOUT_MS);
     Task(const Task&) = delete;
     Task& operator=(const Task&) = delete;
-    virtual ~Task() = default;
+    virtual ~Task();
 
     /** Gives the delay in milliseconds until the next run, or a negative value to end the task. */
     virtual int execute() = 0;
     virtual std::string get_name() const = 0;
     /** Run-time budget in milliseconds; 0: never reported as a hog. */
-    virtual int64_t hog_timeout_ms() const { return m_hog_timeout_ms; }
+    virtual int64_t hog_timeout_ms() const;
 
     /** Due time, milliseconds of the monotonic clock. Set by the scheduler. */
     uint64_t m_when = 0;

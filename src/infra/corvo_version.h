@@ -1,5 +1,6 @@
 #pragma once
-// What this build is: constants fixed when the program is built.
+// What this build is: constants fixed when the program is built. All of them are exported to engine
+// libraries, those that nothing but the compiler reads included.
 
 namespace corvo {
 
@@ -8,19 +9,19 @@ struct Version {
     static const char* const g_version;
     /** The same without "dev @ ". */
     static const char* const g_gitsha;
-    static constexpr bool g_is_dev_image = BRUMECPD_DEV_IMAGE;
-    static constexpr bool g_bare_metal = BRUMECPD_BARE_METAL;
+    [[gnu::used]] static constexpr bool g_is_dev_image = BRUMECPD_DEV_IMAGE;
+    [[gnu::used]] static constexpr bool g_bare_metal = BRUMECPD_BARE_METAL;
     /** Stack traces can resolve symbols through libdw. */
-    static constexpr bool g_have_dw = BRUMECPD_HAVE_DW;
+    [[gnu::used]] static constexpr bool g_have_dw = BRUMECPD_HAVE_DW;
     /** A supervising host system owns the kernel module and the data-path resources. */
-    static constexpr bool g_in_slave_mode = BRUMECPD_SLAVE_MODE;
+    [[gnu::used]] static constexpr bool g_in_slave_mode = BRUMECPD_SLAVE_MODE;
 #ifdef __OPTIMIZE__
-    static constexpr bool g_is_optimized = true;
+    [[gnu::used]] static constexpr bool g_is_optimized = true;
 #else
-    static constexpr bool g_is_optimized = false;
+    [[gnu::used]] static constexpr bool g_is_optimized = false;
 #endif
     /** 0 none, 1 address sanitizer, 2 thread sanitizer. */
-    static constexpr int g_sanitizer = BRUMECPD_SANITIZER;
+    [[gnu::used]] static constexpr int g_sanitizer = BRUMECPD_SANITIZER;
 };
 
 }  // namespace corvo

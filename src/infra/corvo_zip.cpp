@@ -86,3 +86,19 @@ int corvo_zip_unzip(const char* in, unsigned len, char** out) {
 void corvo_zip_destroy(char* buffer) {
     cvfree(buffer);
 }
+
+namespace corvo::rpc {
+
+bool RpcZip::is_compressed(const std::string&) {
+    return false;
+}
+
+int RpcZip::uncompress(const std::string&, std::string&) {
+    return 0;
+}
+
+int RpcZip::compress(const std::string&, std::string&) {
+    return 0;
+}
+
+}  // namespace corvo::rpc

@@ -27,9 +27,9 @@ namespace corvo::rpc {
 /** Where transports would compress whole messages. None is compressed today: all of these do nothing. */
 class RpcZip {
  public:
-    static bool is_compressed(const std::string&) { return false; }
-    static int uncompress(const std::string&, std::string&) { return 0; }
-    static int compress(const std::string&, std::string&) { return 0; }
+    static bool is_compressed(const std::string& msg);
+    static int uncompress(const std::string& in, std::string& out);
+    static int compress(const std::string& in, std::string& out);
 };
 
 }  // namespace corvo::rpc

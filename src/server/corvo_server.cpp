@@ -294,7 +294,7 @@ bool Server::file_exists(const std::string& path) const {
     return access(path.c_str(), R_OK) == 0;
 }
 
-void Server::get_rpc_cmds(std::vector<std::string>& out) const {
+void Server::get_rpc_cmds(std::vector<std::string>& out) {
     m_cmds.query(out);
 }
 

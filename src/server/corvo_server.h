@@ -53,7 +53,7 @@ class Server {
     /** Whole seconds since the start. Signal-safe. */
     int get_uptime() const;
     bool file_exists(const std::string& path) const;
-    void get_rpc_cmds(std::vector<std::string>& out) const;
+    void get_rpc_cmds(std::vector<std::string>& out);
     const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const;
 
     /** Null before `init` has come that far. */

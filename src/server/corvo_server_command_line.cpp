@@ -23,7 +23,6 @@ using optparse::Values;
 constexpr const char* DEFAULT_SOCKET = "0.0.0.0:4040";
 constexpr long MAX_HOG_TIMEOUT_MS = 59999;
 constexpr long MAX_KILL_TIMEOUT_MS = 7200000;  // itself included: it is the default in slave mode
-constexpr long MAX_INTERVAL_SEC = std::numeric_limits<int32_t>::max();
 constexpr unsigned long PORT_LIMIT = 65536;
 
 template <typename T>
@@ -146,13 +145,13 @@ std::vector<OptionDeclaration> option_table() {
          help_default("controls the reload backoff multiplier factor", long_multiplier, "")},
         {{"--wd_reload_backoff_max_interval"},
          "store",
-         "int",
+         "long",
          {},
          max_interval,
          help_default("controls the reload backoff max interval", max_interval, " sec")},
         {{"--wd_reload_backoff_reset_interval"},
          "store",
-         "int",
+         "long",
          {},
          reset_interval,
          help_default("controls the timeout, after which backoff times get reset", reset_interval, " sec")},
@@ -164,6 +163,8 @@ void declare_options(OptionParser& parser) {
         optparse::Option& option = parser.add_option(declaration.names).action(declaration.action);
         if (!declaration.choices.empty()) option.choices(declaration.choices);
         if (*declaration.type) option.type(declaration.type);
+        // Longer than an int by their unsigned values alone, which is nothing to tell people.
+        if (declaration.type == std::string_view("long")) option.value_label("INT");
         option.set_default(declaration.default_text).help(declaration.help);
     }
 }
@@ -212,17 +213,23 @@ struct WdNumbers {
           max_interval(integer(values["wd_reload_backoff_max_interval"])),
           reset_interval(integer(values["wd_reload_backoff_reset_interval"])) {}
 
-    static long integer(const std::string& text) { return std::strtol(text.c_str(), nullptr, 10); }
+    static int64_t integer(const std::string& text) { return std::strtoll(text.c_str(), nullptr, 10); }
 
-    long hog_timeout;
-    long kill_timeout;
+    int64_t hog_timeout;
+    int64_t kill_timeout;
     double multiplier;
-    long max_interval;
-    long reset_interval;
+    int64_t max_interval;
+    int64_t reset_interval;
 };
 
-bool outside(long value, long max) {
+bool outside(int64_t value, int64_t max) {
     return value < 1 || value > max;
+}
+
+/** An interval may be any value of 32 bits but 0; a negative number is the unsigned one of the same bits. */
+bool no_interval(int64_t value) {
+    return value == 0 || value < std::numeric_limits<int32_t>::min() ||
+           value > std::numeric_limits<uint32_t>::max();
 }
 
 void check_rules(const OptionParser& parser, const WdNumbers& wd) {
@@ -235,8 +242,8 @@ void check_rules(const OptionParser& parser, const WdNumbers& wd) {
         {outside(wd.kill_timeout, MAX_KILL_TIMEOUT_MS),
          "wd_kill_timeout must be positive and lower than 7200000"},
         {!(wd.multiplier >= 1), "wd_reload_backoff_multiplier must be greater or equal to 1"},
-        {outside(wd.max_interval, MAX_INTERVAL_SEC), "wd_reload_backoff_max_interval must be positive"},
-        {outside(wd.reset_interval, MAX_INTERVAL_SEC), "wd_reload_backoff_reset_interval must be positive"},
+        {no_interval(wd.max_interval), "wd_reload_backoff_max_interval must be positive"},
+        {no_interval(wd.reset_interval), "wd_reload_backoff_reset_interval must be positive"},
     };
     for (const auto& rule : rules)
         if (rule.broken) parser.error(rule.message);

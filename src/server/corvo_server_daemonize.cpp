@@ -1,7 +1,6 @@
 #include "server/corvo_server_daemonize.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -10,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
+
+#include "utils/unique_fd.h"
 
 namespace corvo::server {
 namespace {
@@ -50,8 +51,7 @@ void close_those_listed() {
  * standard ones are taken while it does so, or text printed to stdout would reach syslog later.
  */
 void open_syslog_above_standard_descriptors() {
-    for (int fd = 0; fd <= 2; ++fd)
-        if (open("/dev/null", O_RDWR) < 0) break;
+    occupy_standard_fds();
     openlog("brumecpd", LOG_PID | LOG_NDELAY, LOG_DAEMON);
     for (int fd = 0; fd <= 2; ++fd)
         close(fd);

@@ -1,6 +1,7 @@
 #include "server/corvo_server_loader.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <exception>
@@ -9,6 +10,7 @@
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
 #include "utils/exception.h"
+#include "utils/unique_fd.h"
 
 namespace corvo::server {
 
@@ -63,7 +65,7 @@ Engine::~Engine() = default;
 
 // --- state -------------------------------------------------------------------------------------------------
 
-void Engine::validate_state(state_e required) const {
+void Engine::validate_state(state_e required) {
     if (m_state >= required) return;
     throw Exception(required == STATE_LOADED ? "corvo is not loaded" : "corvo is not active");
 }
@@ -123,7 +125,15 @@ void Engine::load_engine(const std::string& path, const api::InitConfig& config)
 void Engine::open_library(const std::string& dir, const LibraryTexts& texts) {
     if (m_handle) return;
     CORVO_LOG_TEXT(DEBUG, COMP, texts.loading);
-    m_handle = dlopen((dir + "/" + texts.file).c_str(), RTLD_NOW);
+    const std::string path = dir + "/" + texts.file;
+    struct stat info {};
+    // To open a pipe waits for its writer, and so would everybody else.
+    if (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
+        throw Exception(texts.failure + path + ": cannot open shared object file: Not a regular file");
+    // A daemon runs without them. A library must not get one: it couldn't tell 0 from no descriptor, and 1
+    // and 2 receive what is printed.
+    occupy_standard_fds();
+    m_handle = dlopen(path.c_str(), RTLD_NOW);
     if (m_handle) return;
     const char* reason = dlerror();
     throw Exception(std::string(texts.failure) + (reason ? reason : "no reason given"));

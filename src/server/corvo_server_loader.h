@@ -101,7 +101,7 @@ class Engine {
 
     state_e state() const { return m_state; }
     /** @throws corvo::Exception if the state is below `required`, STATE_LOADED or STATE_ACTIVE */
-    void validate_state(state_e required) const;
+    void validate_state(state_e required);
     /**
      * Callbacks run in order of registration when the state has been written; attach and detach call none.
      * All of them run even if one throws; the first exception then leaves the operation.

@@ -1,12 +1,14 @@
 #include "server/corvo_server_loader_km.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <utility>
 
 #include "infra/corvo_logger.h"
+#include "utils/blocked_signals.h"
 #include "utils/exception.h"
 
 namespace corvo::server {
@@ -25,6 +27,12 @@ constexpr LibraryTexts LIBRARY = {
     .unloading = "Unloading VELD CP library",
     .failure = "failed loading VELD CP dynamic library: ",
 };
+
+/**
+ * The supervisor asks with it what keeps the server so long. A module that takes its time to come in or go
+ * would fail with EINTR; so the answer waits until the call is over.
+ */
+constexpr int HOG_SIGNAL[] = {SIGUSR1};
 
 struct MtSource {
     const char* key;
@@ -103,6 +111,7 @@ void EngineKM::load_kms(const std::string& /*path*/, bool mt) {
     std::vector<char> image;
     if (const int err = m_kernel->read_image(MODULE_FILE, image))
         throw Exception(failure + std::strerror(err));
+    const BlockedSignals held(HOG_SIGNAL);
     if (const int err = m_kernel->init_module(image, mt ? "mt=1" : ""))
         throw Exception(failure + moderror(err));
 }
@@ -134,6 +143,7 @@ void EngineKM::remove_module() {
     unsigned int users = 0;
     if (is_km_loaded(MODULE, &users) && users != 0)
         throw Exception("unable to unload '" + MODULE + "' - module has dependencies");
+    const BlockedSignals held(HOG_SIGNAL);
     if (const int err = m_kernel->delete_module(MODULE))
         throw Exception("unloading '" + MODULE + "' failed: " + moderror(err));
 }

@@ -4,6 +4,8 @@
 
 namespace corvo {
 
+Exception::Exception(const std::string& message) : std::runtime_error(message) {}
+
 Exception::Exception(const std::string& message, int err)
     : std::runtime_error(message + " : " + std::strerror(err)) {}
 

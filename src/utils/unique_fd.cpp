@@ -24,4 +24,9 @@ int lift_fd(int fd) {
     return fcntl(fd, (flags & FD_CLOEXEC) ? F_DUPFD_CLOEXEC : F_DUPFD, 3);
 }
 
+void occupy_standard_fds() {
+    for (int fd = 0; fd <= 2; ++fd)
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
+}
+
 }  // namespace corvo

@@ -37,4 +37,7 @@ class UniqueFd {
  */
 int lift_fd(int fd);
 
+/** Opens /dev/null as each of the descriptors 0 to 2 that is closed, so that nobody is handed one of them. */
+void occupy_standard_fds();
+
 }  // namespace corvo

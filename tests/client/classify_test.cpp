@@ -12,10 +12,10 @@
 #include <fstream>
 #include <memory>
 
+#include "client/classify/file_reader.h"
 #include "client/classify/link_layer.h"
 #include "client/classify/pace.h"
 #include "client/classify/piece.h"
-#include "client/classify/reader.h"
 #include "client/classify/tally.h"
 #include "client/run_program.h"
 #include "support/daemon.h"
@@ -280,7 +280,7 @@ TEST_F(Classify, WithoutFlowMethodsPacketsCountUnderWhatWasKnownWhenTheyCame) {
 TEST_F(Classify, MethodsOfTheEngineAreWordsWhileItIsLoaded) {
     const std::vector<Step> steps = {
         {{"flows.summary"}, 0, HasSubstr("instance")},
-        {{"flows.list", "--port", "x"}, 2, "", HasSubstr("uint16")},
+        {{"flows.list", "--port", "x"}, 2, "", HasSubstr("'x'")},
         {{"flows.lst"}, 2, "", HasSubstr("did you mean 'flows.list'?")},
         {{"flows.list", "--help"}, 0, HasSubstr("--cursor")},
         {{"--help"}, 0, HasSubstr("flows.hosts")},
@@ -313,8 +313,8 @@ TEST_F(Classify, ReportsStandAloneAndReplaceTheirFileOnlyWhenTheyAreWhole) {
     m_dir.write("report.html", "old");
     expect({{"--report", file("report.html"), file("<a>&.pcap")}, 0, _, _});
     const std::string page = read_file(file("report.html"));
-    EXPECT_THAT(
-        page, AllOf(StartsWith("<!DOCTYPE html>"), HasSubstr("&lt;a&gt;&amp;.pcap"), EndsWith("</html>\n")));
+    EXPECT_THAT(page, AllOf(StartsWith("<!DOCTYPE html>"), HasSubstr("<h3>Flows"), HasSubstr("<h3>Hosts"),
+                            HasSubstr("&lt;a&gt;&amp;.pcap"), EndsWith("</html>\n")));
     for (const char* outside : {"<script", "http://", "https://", "<a>&"})
         EXPECT_THAT(page, Not(HasSubstr(outside)));
     expect({{"--report", file("tmp"), file("<a>&.pcap")}, 1, _, HasSubstr("/tmp is no regular file")});
@@ -371,14 +371,14 @@ TEST_F(Classify, DamageIsToldAndFailsHoweverMuchCouldBeRead) {
     }
 }
 
-TEST(Reader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
+TEST(FileReader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
     const TempDir dir;
     const std::string file = dir.write("file", "");
     const uid_t us = geteuid(), other = us + 1;
     const gid_t group = getegid(), other_group = group + 1;
     const struct {
         mode_t folder, file;
-        brumectl::Reader reader;
+        brumectl::FileReader reader;
         bool may;
     } CASES[] = {
         {0700, 0400, {us, {other_group}}, true},
@@ -388,8 +388,8 @@ TEST(Reader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
         {0750, 0640, {other, {other_group, group}}, true},
         {0750, 0644, {other, {other_group}}, false},
         {0700, 0600, {other, {other_group}, true}, true},
-        {0711, 0644, brumectl::Reader::everybody(), true},
-        {0700, 0644, brumectl::Reader::everybody(), false},
+        {0711, 0644, brumectl::FileReader::everybody(), true},
+        {0700, 0644, brumectl::FileReader::everybody(), false},
     };
     for (const auto& c : CASES) {
         chmod(dir.path().c_str(), c.folder);
@@ -401,7 +401,7 @@ TEST(Reader, MayOpenWhatTheModesLetItAndNothingBelowAClosedFolder) {
 TEST(Copies, OfWhatTheDaemonCantOpenAreForItsGroupOrTheUserIsTold) {
     constexpr uid_t NOBODY = 65534, SOMEBODY = 12345;
     if (geteuid() != 0) GTEST_SKIP() << "takes root, to be several users";
-    if (!brumectl::Reader{NOBODY}.may_open(OUR_ENGINE_DIR "/libcvcp_u.so"))
+    if (!brumectl::FileReader{NOBODY}.may_open(OUR_ENGINE_DIR "/libcvcp_u.so"))
         GTEST_SKIP() << "no other user can read the build";
     const auto become = [](uid_t user, gid_t further) {
         return setgroups(1, &further) == 0 && setgid(user) == 0 && setuid(user) == 0;

@@ -132,7 +132,7 @@ TEST_F(LiveWords, OnlySubscribersWhoseSocketsAreGoneAreRemoved) {
     const test::Daemon daemon;
     const test::UnixClient listener(daemon.socket_path());
     const int left = socket(AF_UNIX, SOCK_DGRAM, 0);
-    sockaddr_un address = Address::parse(daemon.cwd() + "/left").unix_address();
+    sockaddr_un address = Address::of_path(daemon.cwd() + "/left").unix_address();
     ASSERT_EQ(bind(left, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     close(left);
     for (const std::string& path : {listener.path(), std::string("left"), std::string("/no/such")})

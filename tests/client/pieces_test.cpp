@@ -2,8 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 
+#include "client/address.h"
 #include "client/completion.h"
+#include "client/failure.h"
 #include "client/fields.h"
 #include "client/log_word.h"
 #include "client/program.h"
@@ -16,6 +19,8 @@ namespace brumectl {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
 
 using Words = std::vector<std::string>;
 
@@ -90,6 +95,41 @@ TEST(Fields, AValueIsJsonOnlyIfAllOfItIs) {
         EXPECT_EQ(guess_value(nullptr, text), text);
     EXPECT_EQ(guess_value(nullptr, " 5 "), 5);
     EXPECT_EQ(guess_value(nullptr, R"({"a":[1]})"), parse(R"({"a":[1]})"));
+}
+
+TEST(Address, WhatListensIsAPortAFileOrUnclear) {
+    const auto parsed = [](Address (*parse)(const std::string&), const char* text) -> std::string {
+        try {
+            const Address address = parse(text);
+            char host[64];
+            char port[16];
+            if (!address.tcp) return address.path;
+            getnameinfo(address.ip_address(), address.ip_size(), host, sizeof(host), port, sizeof(port),
+                        NI_NUMERICHOST | NI_NUMERICSERV);
+            return std::string(host) + " " + port + (address.is_local() ? "" : " elsewhere");
+        } catch (const Usage& e) {
+            return e.what();
+        }
+    };
+    const std::tuple<const char*, const char*, const char*> CASES[] = {
+        {"192.0.2.1:4040", "192.0.2.1 4040 elsewhere", "192.0.2.1 4040 elsewhere"},
+        {"localhost:4040", "127.0.0.1 4040", "127.0.0.1 4040"},
+        {"[::1]:4040", "::1 4040", "::1 4040"},
+        {":4040", "127.0.0.1 4040", "0.0.0.0 4040 elsewhere"},
+        {"./router:4040", "./router:4040", "'./router:4040' is neither IP:PORT"},
+        {"a:b", "a:b", "'a:b' is neither IP:PORT"},
+        {"", "the daemon's address is empty", "'' is neither IP:PORT"},
+        {"router:4040", "'router:4040' is neither IP:PORT", "'router:4040' is neither IP:PORT"},
+        {"::1:4040", "a file of that name is ./::1:4040", "is neither IP:PORT"},
+        {"localhost", "'localhost' is neither IP:PORT", "'localhost' is neither IP:PORT"},
+        {"[::1]", "'[::1]' is neither IP:PORT", "'[::1]' is neither IP:PORT"},
+        {":0", "':0' has no port from 1 to 65535", "':0' has no port from 1 to 65535"},
+    };
+    for (const auto& [text, to_ask, to_listen] : CASES) {
+        EXPECT_THAT(parsed(Address::parse, text), HasSubstr(to_ask)) << text;
+        EXPECT_THAT(parsed(Address::parse_listening, text), HasSubstr(to_listen)) << text;
+    }
+    EXPECT_EQ(parsed(Address::of_path, "127.0.0.1:1"), "127.0.0.1:1");
 }
 
 TEST(Split, QuotesAndBackslashesKeepBlanksAndAnOpenOneIsRefused) {

@@ -12,6 +12,7 @@ namespace test {
 namespace {
 
 using testing::_;
+using testing::AllOf;
 using testing::HasSubstr;
 
 TEST(Shell, AScriptStopsAtItsFirstFailureWithItsStatus) {
@@ -24,6 +25,12 @@ TEST(Shell, AScriptStopsAtItsFirstFailureWithItsStatus) {
             {{"shell"}, 2, _, HasSubstr("left open"), "echo 'open\nshutdown\n"},
             {{"shell"}, 3, _, HasSubstr("line 1 failed"), "-s /nonexistent ping\nshutdown\n"},
             {{"shell"}, 2, _, HasSubstr("this is the shell already"), "--json shell\nshutdown\n"},
+            {{"shell"},
+             0,
+             AllOf(HasSubstr("Usage: quit"), HasSubstr("  evidence ls\n")),
+             "",
+             "help quit\nevidence ?\n quit # now\nshutdown\n"},
+            {{"shell"}, 0, "", "", "exit\nshutdown\n"},
         },
         {.socket = daemon.socket_path()});
     EXPECT_TRUE(daemon.running());
@@ -35,7 +42,7 @@ TEST(Shell, AtATerminalCtrlCDropsTheLineTabCompletesAndCtrlDLeaves) {
     Program shell(
         {"shell"},
         {.socket = daemon.socket_path(), .env = {{"XDG_STATE_HOME", home.path()}}, .terminal = true});
-    ASSERT_TRUE(shell.wait_for_out("brumectl> "));
+    ASSERT_TRUE(shell.wait_for_out("type help for the words, quit or Ctrl-D to leave\r\nbrumectl> "));
     // What is typed before the prompt is there again may be lost: the terminal changes its mode meanwhile.
     const auto answered = [&shell](const std::string& typed, const std::string& expected) {
         const size_t from = shell.out().size();
@@ -50,7 +57,7 @@ TEST(Shell, AtATerminalCtrlCDropsTheLineTabCompletesAndCtrlDLeaves) {
     ASSERT_TRUE(shell.wait_for_out("ok\r\nbrumectl> ")) << shell.out();
     ASSERT_TRUE(answered("log -f -n 1\n", "verbosity was changed")) << shell.out();
     ASSERT_TRUE(answered("\x03", "brumectl> ")) << shell.out();
-    ASSERT_TRUE(answered("quti\n", "Try --help.\r\nbrumectl> ")) << shell.out();
+    ASSERT_TRUE(answered("quti\n", "Try: help\r\nbrumectl> ")) << shell.out();
     EXPECT_THAT(shell.out(), HasSubstr("unknown word 'quti'"));
     shell.type("\x04");
     EXPECT_EQ(shell.wait(), 0);

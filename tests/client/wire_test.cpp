@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -11,6 +13,7 @@
 #include <memory>
 
 #include "client/address.h"
+#include "client/live/subscription.h"
 #include "client/run_program.h"
 #include "support/client.h"
 #include "support/daemon.h"
@@ -31,7 +34,7 @@ class Peer {
  public:
     explicit Peer(const std::string& path = {})
         : m_path(path.empty() ? m_dir.file("s") : path), m_fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-        const sockaddr_un address = brumectl::Address::parse(m_path).unix_address();
+        const sockaddr_un address = brumectl::Address::of_path(m_path).unix_address();
         EXPECT_EQ(bind(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
         const timeval patience = {20, 0};
         setsockopt(m_fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
@@ -161,11 +164,13 @@ TEST(Wire, AnAnswerToAnotherRequestIsPassedOver) {
 }
 
 TEST(Wire, NoAnswerReachesATerminalWithItsControlCharacters) {
-    for (const char* option : {"--json", "--timeout=20"}) {
+    const std::pair<const char*, const char*> CASES[] = {{"--json", "a\\u001b[2Jb"},
+                                                         {"--timeout=20", "a\\x1b[2Jb"}};
+    for (const auto& [option, shown] : CASES) {
         Peer peer;
         Program program({option, "call", "x"}, {.socket = peer.path(), .terminal = true});
         peer.answer_next("{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":\"a\x1b[2Jb\"}\n");
-        EXPECT_TRUE(program.wait_for_out("a\\x1b[2Jb")) << option;
+        EXPECT_TRUE(program.wait_for_out(shown)) << option;
         EXPECT_EQ(program.wait(), 0);
     }
 }
@@ -190,6 +195,33 @@ void serve_until(Peer& peer, const std::string& last) {
         peer.answer(
             R"({"jsonrpc":"2.0","id":)" + id +
             (is_log ? R"(,"result":{"notif":{"log":[]}}})" : R"(,"result":{"pid":5,"ls":[{"name":"x"}]}})"));
+    }
+}
+
+TEST(Wire, AFollowerHearsTheDaemonsUserAloneAndGivesNothingAway) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can send as somebody else";
+    constexpr uid_t DAEMON = 65534;
+    const TempDir dir;
+    chmod(dir.path().c_str(), 0711);
+    const brumectl::SubscriberSocket socket(dir.file("s"), DAEMON);
+    struct stat info = {};
+    ASSERT_EQ(lstat(dir.file("s").c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, 0U) << "its owner could be changed by name alone";
+    EXPECT_EQ(info.st_mode & 07777, 0622U);
+    for (const auto& [uid, heard] : {std::pair{DAEMON, true}, {0U, true}, {1234U, false}}) {
+        const pid_t sender = fork();
+        if (sender == 0) {
+            const sockaddr_un to = brumectl::Address::of_path(dir.file("s")).unix_address();
+            const int fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+            const bool sent = setresuid(uid, uid, uid) == 0 &&
+                              sendto(fd, "x", 1, 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to)) == 1;
+            _exit(sent ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(sender, &status, 0);
+        EXPECT_EQ(status, 0) << uid;
+        std::string text;
+        EXPECT_EQ(socket.receive(text), heard) << uid;
     }
 }
 
@@ -248,8 +280,7 @@ TEST(Wire, ARequestThatNoDatagramHoldsIsNeverSent) {
 TEST(Wire, AConnectionThatEndsTooEarlyIsAnError) {
     for (const char* piece : {"", R"({"jsonrpc":"2.0","id":1,"resu)"}) {
         UniqueFd listener(socket(AF_INET, SOCK_STREAM, 0));
-        sockaddr_in address = brumectl::Address::parse("127.0.0.1:1").in;
-        address.sin_port = 0;  // any
+        sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
         socklen_t len = sizeof(address);
         ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), len), 0);
         ASSERT_EQ(listen(listener.get(), 1), 0);

@@ -23,6 +23,7 @@ namespace {
 
 using testing::_;
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -37,9 +38,10 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"ping"}, 0, testing::MatchesRegex("answer from /.* in [0-9]+\\.[0-9][0-9] ms\n")},
         {{"status"}, 0, HasSubstr("state:          not loaded")},
         {{"load"}, 0, "ok\n"},
-        {{"activate", "--max_flows", "1000"}, 0, "ok\n"},
+        {{"activate"}, 0, "ok\n"},
+        {{"collect", "show", "flows"}, 0, ContainsRegex("max: +16384")},
         {{"status"}, 0, HasSubstr("engine ndpi:")},
-        {{"cmds"}, 0, HasSubstr("push_pcap      Classifies")},
+        {{"cmds"}, 0, HasSubstr("push_pcap       Classifies")},
         {{"push_pcap", capture, "--reset"}, 0, HasSubstr("protocol")},
         {{"push_pcap", capture, "--extended"}, 0, HasSubstr("destination")},
         {{"collect", "ls"}, 0, HasSubstr("protocols")},
@@ -48,9 +50,19 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"health", "show", "--verbose"}, 0, HasSubstr("state:")},
         {{"health", "configure", "{}"}, 0, "ok\n"},
         {{"echo", "[status %s]"}, 0, "ok\n"},
+        {{"--", "echo", "--not an option"}, 0, "ok\n"},
+        {{"echo", "help"}, 0, "ok\n"},
+        {{"coffee", "help"}, 0, HasSubstr("dp.ft.dump")},
+        {{"log", "?"}, 0, HasSubstr("\nUsage: brumectl log ")},
+        {{"help", "evidence", "ls"}, 0, HasSubstr("\nUsage: brumectl evidence ls ")},
+        {{"evidence", "help", "ls"}, 0, HasSubstr("\nUsage: brumectl evidence ls ")},
+        {{"version"}, 0, StartsWith("brumectl ")},
         {{"call", "echo", "-"}, 0, "ok\n", "", "{\"message\":\n\"from stdin\"}\n"},
         {{"call", "echo", "-"}, 2, "", HasSubstr("\nUsage: "), "[]"},
-        {{"log", "-n", "5"}, 0, AllOf(HasSubstr("[status %s]"), HasSubstr("from stdin"))},
+        {{"log", "-n", "9"},
+         0,
+         AllOf(HasSubstr("- [status %s]"), HasSubstr("- --not an option"), HasSubstr("- help"),
+               HasSubstr("from stdin"))},
         {{"log", "--level", "debug", "--comp", "rpc"}, 0, "ok\n"},
         {{"log", "--levels"}, 0, HasSubstr("rpc:      DEBUG")},
         {{"log", "--level", "info", "--reset"}, 0, "ok\n"},
@@ -70,9 +82,9 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"schema", "ping"}, 0, HasSubstr("\"name\":\"ping\"")},
         {{"schema", "attach"},
          0,
-         AllOf(Not(HasSubstr("x-build")),
-               HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it"
-                                                         : "\"description\":\"\""))},
+         AllOf(
+             Not(HasSubstr("x-build")),
+             HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it" : "\"description\":\"\""))},
         {{"deactivate"}, 0, "ok\n"},
         {{"unload"}, 0, "ok\n"},
         {{"shutdown"}, 0, "ok\n"},
@@ -88,29 +100,53 @@ TEST(Words, WhatCantBeMeantIsAnsweredWithTheNearestThingThatCan) {
         {{"status", "--jsn"}, "unknown option '--jsn' (did you mean '--json'?)"},
         {{"status", "now"}, "'now' is one word too many"},
         {{"activate", "--max_flow", "5"}, "(did you mean '--max_flows'?)"},
-        {{"activate", "--max_flows", "many"}, "'resources.max_flows' takes 0 to 4294967295, not 'many'"},
+        {{"activate", "--max_flows", "many"},
+         "'resources.max_flows' must be from 1 to 4294967295, not 'many'"},
         {{"collect", "shw"}, "(did you mean 'show'?)"},
-        {{"coffee", "f", "1", "x"}, "'args' takes 0 to 4294967295, not 'x'"},
+        {{"coffee", "f", "1", "[2,3]"}, "'args' must be from 0 to 4294967295, not '[2,3]'"},
+        {{"classify", "--ns", "-1", "x"}, "'--ns' must be from 0 to 4294967295, not '-1'"},
+        {{"top", "-b", "-n", "0"}, "'--count' must be from 1 to 4294967295, not '0'"},
+        {{"log", "-n", "0"}, "'--lines' must be at least 1 without --follow"},
+        {{"log", "-n"}, "'--lines' needs a value"},
+        {{"log", "-n", "1", "-n", "2"}, "'--lines' is given more than once"},
+        {{"log", "--level"}, "'--level' needs a word: quiet, error"},
+        {{"log", "--follow=5"}, "'--follow' takes no value but true or false"},
+        {{"collect", "set_interval", "x", "--interval", "0"}, "'interval' must be from 1 to 4294967295"},
+        {{"events", "--sev", "bad"}, "'--sev' must be one of info, warn, error, not 'bad'"},
+        {{"echo"}, "'message' is missing"},
+        {{"evidence"}, "'evidence' needs a word: ls, show, prune"},
+        {{"evidence", "prune", "--keep", "-1"}, "'--keep' must be from 0"},
+        {{"help", "statsu"}, "unknown word 'statsu' (did you mean 'status'?)"},
+        {{"quit"}, "unknown word 'quit'"},
         {{"log", "--level", "wran"}, "(did you mean 'warn'?)"},
         {{"log", "--comp", "rpc"}, "--comp needs the --level"},
         {{"schema", "pnig"}, "no method 'pnig' (did you mean 'ping'?)"},
         {{"call", "log", "tipe=log"}, "'log' has no parameter 'tipe' (did you mean 'type'?)"},
-        {{"call", "ping", "[1]"}, "neither NAME=VALUE nor"},
-        {{"call", "ping", R"([{"a":1}])"}, "neither NAME=VALUE nor"},
+        {{"call", "ping", "[1]"}, "the parameters must be a JSON object"},
+        {{"call", "ping", "{}", R"([{"a":1}])"}, "neither NAME=VALUE nor"},
         {{"call", "ping", "{\"a\""}, "no JSON"},
         {{"call", "ping", "{} {}"}, "no JSON: something stands behind its end"},
-        {{"--timeout", "0", "ping"}, "--timeout: takes 0.001 to 86400 seconds, not '0'"},
+        {{"--timeout", "0", "ping"}, "'--timeout' must be from 0.001 to 86400 seconds, not '0'"},
         {{"--timeout", "nan", "ping"}, "not 'nan'"},
         {{"top", "-b", "-d", "nan"}, "not 'nan'"},
         {{"--socket", "127.0.0.1:99999", "ping"}, "has no port from 1 to 65535"},
-        {{"completion", "csh"}, "none of bash, zsh, fish"},
+        {{"completion", "csh"}, "must be one of bash, zsh, fish"},
         {{"wait", "--for", "activate"}, "attached, gone, not 'activate' (did you mean 'activated'?)"},
-        {{"reload", "--max_flows", "no"}, "'resources.max_flows' takes 0 to"},
+        {{"reload", "--max_flows", "no"}, "'resources.max_flows' must be from 0 to"},
+        {{"--socket=", "ping"}, "'--socket' must not be empty"},
     };
     for (const auto& [words, complaint] : CASES)
         expect_step({words, 2, "",
-                     AllOf(StartsWith("brumectl: "), HasSubstr(complaint), HasSubstr("\nUsage: brumectl"))},
+                     AllOf(StartsWith("brumectl: "), HasSubstr(complaint), HasSubstr("\nUsage: brumectl"),
+                           HasSubstr("\nTry: brumectl help"))},
                     {.socket = "/nonexistent"});
+}
+
+TEST(Words, AnEngineHereIsLoadedThoughTheDaemonIsElsewhere) {
+    Daemon daemon;
+    const auto here = [] { EXPECT_EQ(chdir(OUR_ENGINE_DIR "/.."), 0); };
+    expect_step({{"load", "--path", "lib"}, 0, "ok\n"},
+                {.socket = daemon.socket_path(), .before_exec = here});
 }
 
 void write_to(const char* file) {
@@ -171,6 +207,7 @@ TEST(Words, JsonIsIndentedAtATerminalOnly) {
         setup.terminal = true;
         std::string indented = brumectl(words, setup).out;
         if (const size_t bar = indented.rfind("\x1b[K"); bar != std::string::npos) indented.erase(0, bar + 3);
+        indented.erase(0, indented.find_first_of("[{"));  // remarks go to the same terminal
         EXPECT_NE(indented.find("\" : "), std::string::npos) << words[0];
         EXPECT_EQ(parse(indented).size(), parse(compact).size()) << words[0];
     }

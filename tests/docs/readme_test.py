@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the command blocks of the README: readme_test.py SOURCE BUILD
+"""Runs the command blocks of the README: readme_test.py SOURCE BUILD. Without BUILD it prints them.
 
 Every ```sh block runs, all of one file in one shell that ends at the first failure, with a folder of the test's own for
 /tmp. A block below `<!-- not run: reason -->` doesn't.
@@ -15,7 +15,7 @@ BLOCK = re.compile(r"^(?:<!-- not run: (?P<reason>.+?) -->\n\n?)?```sh\n(?P<comm
 
 
 def main():
-    source, build = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
+    source, *build = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
     readme = (source / "README.md").read_text()
     blocks = list(BLOCK.finditer(readme))
     commands = [block["commands"] for block in blocks if not block["reason"]]
@@ -23,13 +23,16 @@ def main():
         sys.exit("README.md: no commands found, or a block that doesn't end")
     if re.search(r"^    (\./|scripts/|brume)", readme, re.M):
         sys.exit("README.md: commands outside of a ```sh block aren't run")
+    if not build:
+        print(*commands, sep="\n")
+        return 0
     with tempfile.TemporaryDirectory() as tmp:
         checkout = pathlib.Path(tmp, "checkout")
         checkout.mkdir()
         for entry in source.iterdir():
             if not entry.name.startswith("build"):
                 (checkout / entry.name).symlink_to(entry)
-        (checkout / "build").symlink_to(build)
+        (checkout / "build").symlink_to(build[0])
         script = "set -euxo pipefail\ntrap 'kill $(jobs -p) 2>/dev/null || true' EXIT\n" + "\n".join(commands)
         env = dict(os.environ, NO_COLOR="1")
         return subprocess.run(["bash", "-c", script.replace("/tmp/", tmp + "/")], cwd=checkout, env=env, timeout=110,

@@ -143,23 +143,33 @@ TEST_F(CollectorsTest, ListsItsCollectorsAndRefusesOthers) {
 TEST_F(CollectorsTest, TellsOfAFullFlowTableOnceUntilThereIsRoomAgain) {
     activate(1);
     push("dns");
+    tick(1000);
+    push("ntp");  // makes the other one go
+    tick(1000);
+    const std::string evicting =
+        "engine flow_table.full 2: all 1 flows are in use, the longest idle make room";
+    EXPECT_THAT(test::take_notices(), ElementsAre(evicting));
     push("ntp");
+    push("dns");
     tick(1000);
     push("ntp");
     tick(1000);
-    EXPECT_THAT(test::take_notices(), ElementsAre("engine flow_table.full 2: all 1 flows are in use"));
+    const std::string refusing = "engine flow_table.full 2: all 1 flows are in use, new ones are refused";
+    EXPECT_THAT(test::take_notices(), ElementsAre(refusing));
     Json::Value health = engine.health(true)["items"];
     EXPECT_EQ(health["flow_table"]["state"], "bad");
-    EXPECT_EQ(health["drops"]["value"], Json::UInt64{2 * test::sample_flow("ntp").frames.size()});
+    EXPECT_EQ(health["drops"]["value"], Json::UInt64{test::sample_flow("dns").frames.size()});
+    EXPECT_EQ(health["evictions"]["value"], 1u);
     EXPECT_GT(health["memory"]["value"].asUInt64(), 1u << 20);
     EXPECT_EQ(engine.sample("flows")["errors"]["table_full"], health["drops"]["value"]);
+    EXPECT_EQ(engine.sample("flows")["evicted"], 1u);
     tick(60000);
     tick(1000);
     EXPECT_EQ(engine.health(false)["items"]["flow_table"], "ok");
     push("dns");
     push("ntp");
     tick(1000);
-    EXPECT_EQ(test::take_notices().size(), 1u);
+    EXPECT_THAT(test::take_notices(), ElementsAre(refusing));
 }
 
 }  // namespace

@@ -1,15 +1,10 @@
-#include <brumecpd/engine_api.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include "engine/pushed.h"
+#include "engine/library.h"
 #include "tools/captures/sample_flows.h"
-
-// Each function's own type, so that a call through the library is checked like a direct one.
-#define CALL(name) reinterpret_cast<decltype(&corvo_api_cp_##name)>(symbol("corvo_api_cp_" #name))
 
 namespace {
 
@@ -17,54 +12,7 @@ using test::Pushed;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class EngineApi : public testing::Test {
- protected:
-    EngineApi() : m_handle(dlopen(ENGINE_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
-        if (!m_handle) throw std::runtime_error(dlerror());
-    }
-    ~EngineApi() override {
-        if (m_handle) deinit();
-        close_library();
-    }
-    void close_library() {
-        if (m_handle) dlclose(m_handle);
-        m_handle = nullptr;
-    }
-    void* symbol(const char* name) {
-        void* found = dlsym(m_handle, name);
-        if (!found) throw std::runtime_error(dlerror());
-        return found;
-    }
-
-    std::string init() { return failure(CALL(init), corvo::api::InitConfig()); }
-    std::string deinit() { return failure(CALL(deinit)); }
-    std::string activate(uint32_t max_flows = 100) {
-        return failure(CALL(activate), corvo::api::ActivateConfig{max_flows, 1, false});
-    }
-    std::string deactivate() { return failure(CALL(deactivate)); }
-    std::string push(Pushed& pushed, const std::string& dpaddr = "") {
-        std::string err;
-        CALL(push_pkts)(dpaddr, pushed.pkts, err, true);
-        return err;
-    }
-    /** The result, or the error behind "! ". */
-    std::string coffee(const std::string& func, const std::vector<uint32_t>& args = {},
-                       const std::string& dpaddr = "") {
-        std::string result;
-        std::string err;
-        CALL(coffee)(dpaddr, func, args, result, err);
-        return err.empty() ? result : "! " + err;
-    }
-    template <typename Function, typename... Args>
-    static std::string failure(Function function, const Args&... args) {
-        std::string err;
-        function(args..., err);
-        return err;
-    }
-
- private:
-    void* m_handle;
-};
+class EngineApi : public test::EngineLibrary {};
 
 TEST_F(EngineApi, RefusesWhatComesOutOfOrder) {
     Pushed pushed(test::sample_flow("dns").frames);
@@ -81,7 +29,7 @@ TEST_F(EngineApi, RefusesWhatComesOutOfOrder) {
     EXPECT_EQ(activate(), "the data path is already active");
     EXPECT_EQ(push(pushed), "");
     EXPECT_EQ(push(pushed, "dp0"), "");
-    EXPECT_EQ(push(pushed, "dp1"), "no data path 'dp1', expecting 'dp0' or nothing");
+    EXPECT_EQ(push(pushed, "dp1"), "no data path 'dp1', expecting 'dp0', 'capture:NAME' or nothing");
     EXPECT_EQ(deactivate(), "");
     EXPECT_EQ(activate(), "");
     EXPECT_EQ(coffee("dp.ft.count"), "0");
@@ -102,7 +50,7 @@ TEST_F(EngineApi, RunsItsInternalFunctionsByName) {
     EXPECT_EQ(coffee("dp.ft.dump", {10001}), "! the limit of dp.ft.dump is 10001, expecting at most 10000");
     EXPECT_EQ(coffee("dp.ft.dump", {1, 2}), "! dp.ft.dump takes at most 1 arguments, got 2");
     EXPECT_EQ(coffee("dp.ft.nil"), "! no function 'dp.ft.nil', try 'help'");
-    EXPECT_EQ(coffee("help", {}, "x"), "! no data path 'x', expecting 'dp0' or nothing");
+    EXPECT_EQ(coffee("help", {}, "x"), "! no data path 'x', expecting 'dp0', 'capture:NAME' or nothing");
     EXPECT_THAT(coffee("help"), HasSubstr("dp.ft.count"));
     EXPECT_EQ(coffee("dp.ft.sui_ft_kill_all_flows"),
               std::to_string(test::sample_flows().size()) + " flows removed");

@@ -34,6 +34,11 @@ Bytes tagged(Bytes frame, const Bytes& tag) {
     return frame;
 }
 
+/** The packet of a frame in another one. */
+Bytes in_ip(const Bytes& frame, const Path& outer = V4) {
+    return test::ip_frame(outer, frame[14] >> 4 == 4 ? 4 : 41, {frame.begin() + 14, frame.end()});
+}
+
 TEST(Frame, TellsWhyAFrameCannotBeUsed) {
     Bytes five_tags = udp(V4, 1);
     for (int i = 0; i < 4; ++i)
@@ -49,24 +54,33 @@ TEST(Frame, TellsWhyAFrameCannotBeUsed) {
         {"an IPv4 header of 16 bytes", patched(udp(V4), 14, {0x44}), api::PKT_TRIMMED_L3},
         {"IPv4 options behind the end", patched(cut(udp(V4), 50), 14, {0x4f}), api::PKT_TRIMMED_L3},
         {"an IPv4 packet shorter than its header", patched(udp(V4), 16, {0, 19}), api::PKT_TRIMMED_L3},
-        {"an IPv4 packet that ends in its UDP header", patched(udp(V4), 16, {0, 27}), api::PKT_TRIMMED_L3},
-        {"half a UDP header", cut(udp(V4), 41), api::PKT_TRIMMED_L3},
-        {"half a TCP header", cut(test::tcp_frame(V4, {}, {}), 53), api::PKT_TRIMMED_L3},
+        {"an IPv4 packet that ends in its UDP header", patched(udp(V4), 16, {0, 27}), api::PKT_OK},
+        {"half a UDP header", cut(udp(V4), 41), api::PKT_OK},
+        {"half a TCP header", cut(test::tcp_frame(V4, {}, {}), 53), api::PKT_OK},
         {"a later IPv4 fragment", patched(udp(V4), 20, {0x00, 0x01}), api::PKT_NON_FFRAG},
         {"the first IPv4 fragment", patched(udp(V4), 20, {0x20, 0x00}), api::PKT_OK},
         {"half an IPv6 header", cut(udp(V6), 53), api::PKT_TRIMMED_L3},
         {"an IPv6 extension behind the end", patched(udp(V6, -1, {0}), 55, {200}), api::PKT_TRIMMED_L3},
         {"an IPv6 fragment", patched(udp(V6, -1, {44}), 56, {0x00, 0x08}), api::PKT_IPV6_FRAG},
-        {"the first IPv6 fragment", patched(udp(V6, -1, {44}), 56, {0x00, 0x01}), api::PKT_IPV6_FRAG},
+        {"the first IPv6 fragment", patched(udp(V6, -1, {44}), 56, {0x00, 0x01}), api::PKT_OK},
+        {"an inner packet that isn't one", test::ip_frame(V4, 4, Bytes(40, 0x65)), api::PKT_NON_IP},
+        {"half an inner header", test::ip_frame(V4, 4, Bytes(10, 0x45)), api::PKT_TRIMMED_L3},
+        {"five packets in one", in_ip(in_ip(in_ip(in_ip(in_ip(udp(V4)))))), api::PKT_NON_IP},
         {"an IPv6 fragment that is the whole", patched(udp(V6, -1, {44}), 56, {0, 0}), api::PKT_OK},
     };
     for (const auto& [what, frame, error] : cases)
         EXPECT_EQ(decode_frame(frame.data(), frame.size()).error, error) << what;
 }
 
-TEST(Frame, FindsTheTransportHeaderBehindTagsAndExtensions) {
-    const Bytes frames[] = {udp(V4), udp(V4, 7), tagged(udp(V4, 7), {0x88, 0xa8, 0, 9}), udp(V6),
-                            udp(V6, 7, {0, 43, 60})};
+TEST(Frame, FindsTheTransportHeaderBehindTagsExtensionsAndOuterPackets) {
+    const Bytes frames[] = {udp(V4),
+                            udp(V4, 7),
+                            tagged(udp(V4, 7), {0x88, 0xa8, 0, 9}),
+                            udp(V6),
+                            udp(V6, 7, {0, 43, 60}),
+                            in_ip(udp(V4)),
+                            in_ip(udp(V6)),
+                            in_ip(in_ip(udp(V4), V6))};
     for (const Bytes& bytes : frames) {
         Frame frame = decode_frame(bytes.data(), bytes.size());
         EXPECT_EQ(frame.error, api::PKT_OK);

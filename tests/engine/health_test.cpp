@@ -28,7 +28,7 @@ TEST(Health, IsAsBadAsItsWorstItem) {
         {60, 0, "bad", "ok", "bad"},
     };
     for (const auto& c : cases) {
-        Health::Values values = {c.use, 1, c.drops, 0};
+        Health::Values values = {c.use, 1, c.drops, 0, 0};
         Json::Value brief = health.report(values, false);
         EXPECT_EQ(brief["state"], c.all) << c.use;
         EXPECT_EQ(brief["items"]["flow_table"], c.table) << c.use;

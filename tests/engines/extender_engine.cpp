@@ -24,7 +24,7 @@ class HelloCommand : public corvo::RpcCommand {
     HelloCommand() : RpcCommand("hello") {}
 
  protected:
-    uint32_t _run(const std::string&, const Json::Value&, Json::Value& res) override {
+    int _run(const std::string&, const Json::Value&, Json::Value& res) override {
         Json::Value& result = res["result"];
         const int fd = eventfd(0, EFD_CLOEXEC);
         result["cv"] = cv_close(fd) == 0;

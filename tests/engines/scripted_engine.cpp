@@ -125,6 +125,7 @@ constexpr Crash CRASHES[] = {
     {"heap", corrupt_heap},
     {"inmalloc", crash_in_locked_heap},
     {"throw", [] { throw std::runtime_error("scripted exception"); }},
+    {"throw_int", [] { throw 1; }},
     {"hang",
      [] {
          while (true)

@@ -51,7 +51,8 @@ void run(DataPath& path, fuzz::Input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Opening one costs more than a thousand inputs; it is emptied in between.
-    static DataPath path(MAX_FLOWS, now_ms);
+    static corvo::engine::Classifiers classifiers;
+    static DataPath path(classifiers, MAX_FLOWS, DataPath::LIVE, now_ms);
     for (fuzz::Input input(data, size); !input.empty();)
         run(path, input);
     path.kill_all_flows();

@@ -17,7 +17,7 @@ void ask(const corvo::CCapPkt& pkt) {
 }
 
 void check_headers(const corvo::CCapPkt& pkt, bool parsed) {
-    assert(parsed == (pkt.l3 != nullptr) && parsed == (pkt.l4 != nullptr));
+    assert(parsed == (pkt.l4 != nullptr));
     if (!parsed) return;
     const unsigned char* end = pkt.GetPktBuffer() + pkt.GetPktLen();
     assert(pkt.GetPktBuffer() < pkt.l3 && pkt.l3 <= pkt.l4 && pkt.l4 <= end);

@@ -31,10 +31,10 @@ class ConfinedCommand : public corvo::RpcCommand {
     using Change = void (*)(Json::Value& params);
 
     ConfinedCommand(corvo::RpcCommand& inner, Change change)
-        : RpcCommand(inner.name()), m_inner(inner), m_change(change) {}
+        : RpcCommand(corvo::RpcTableView::name(inner)), m_inner(inner), m_change(change) {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override {
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override {
         Json::Value confined = params;
         m_change(confined);
         return m_inner.run(method, confined, res);
@@ -98,7 +98,7 @@ class EmbeddedServer : public corvo::server::Server {
         handle_rpc_request(request, reply);
         return reply;
     }
-    std::vector<std::string> methods() const {
+    std::vector<std::string> methods() {
         std::vector<std::string> names;
         get_rpc_cmds(names);
         std::sort(names.begin(), names.end());

@@ -36,6 +36,19 @@ TEST(Channel, AFullSocketIsToldAtOnce) {
     EXPECT_EQ(rc, CHANNEL_SEND_AGAIN);
 }
 
+TEST(Channel, AHandlerMayPutAnotherInItsPlace) {
+    SocketChannelPair pair("pair");
+    std::string seen;
+    pair.first()->set_handler([&, first = std::string(100, '1')](state_e, const std::string&, std::string&) {
+        pair.first()->set_handler([&](state_e, const std::string& in, std::string&) { seen += in; });
+        seen += first;
+    });
+    pair.second()->push("a");
+    pair.second()->push("b");
+    pair.first()->do_work(EVENT_EXPIRE_READY);
+    EXPECT_EQ(seen, std::string(100, '1') + "b");
+}
+
 TEST(Channel, SignalsDoNotLengthenAWait) {
     SocketChannelPair pair("pair");
     struct sigaction ignore_it {

@@ -55,7 +55,10 @@ TEST_F(PollerTest, ABrokenPollerSleepsTheWaitInsteadOfSpinning) {
 TEST_F(PollerTest, AnEventThatIsDoneEndsWithItsCallbacksAndItsLastReference) {
     auto ev = add(EVENT_STATE_READ, 0);
     std::string calls;
-    ev->add_completion_cb([&](Event*) { calls += '1'; });
+    ev->add_completion_cb([&](Event* self) {
+        self->add_completion_cb([](Event*) {});
+        calls += '1';
+    });
     ev->add_completion_cb([&](Event*) { calls += '2'; });
     ev->raise();
     const std::weak_ptr<Event> watch = ev;
@@ -79,6 +82,22 @@ TEST_F(PollerTest, ATimeOutIsNotRememberedByTheNextRegistration) {
     ev->raise();
     EXPECT_TRUE(poller.handle_pending_events(0));
     EXPECT_EQ(EVENT_EXPIRE_READY, seen);
+}
+
+TEST_F(PollerTest, WhatAWaitHasSeenIsLookedAtAnew) {
+    EventExpireReason seen = EVENT_EXPIRE_TIMEOUT;
+    auto ev = add(EVENT_STATE_READ, 1, [&](FdEvent& self, EventExpireReason reason) {
+        seen = reason;
+        return self.resched(0u);
+    });
+    EXPECT_TRUE(poller.wait(5000));
+    ev->raise();
+    EXPECT_TRUE(poller.handle_pending_events(0));
+    EXPECT_EQ(EVENT_EXPIRE_READY, seen);
+    EXPECT_TRUE(poller.look_ahead(0));
+    ev->drain();
+    poller.forget_look_ahead();
+    EXPECT_FALSE(poller.handle_pending_events(0));
 }
 
 TEST_F(PollerTest, AnEventInWriteStateIsNotWokenByItsTimer) {
@@ -140,20 +159,26 @@ TEST_F(PollerTest, AddingADescriptorTwiceKeepsTheFirstRegistration) {
     EXPECT_TRUE(poller.handle_pending_events(0));
 }
 
-TEST_F(PollerTest, AnEventThatDiesWhileTheTablesAreClearedMayRemoveAnother) {
+TEST(Poller, AnEventThatDiesWithItOrWhileItIsClearedMayRemoveAnother) {
     struct Owner : FdEvent {
         EventPoller* poller = nullptr;
         const Event* owned = nullptr;
         ~Owner() override { poller->remove(owned); }
     };
-    auto owner = std::make_shared<Owner>();
-    poller.add(owner, EVENT_STATE_READ, 0);
-    auto owned = add(EVENT_STATE_READ, 60000);
-    owner->poller = &poller;
-    owner->owned = owned.get();
-    owner.reset();
-    poller.clear();
-    EXPECT_EQ(1, owned.use_count());
+    for (const bool cleared : {true, false}) {
+        auto owned = std::make_shared<FdEvent>();
+        {
+            EventPoller poller;
+            auto owner = std::make_shared<Owner>();
+            owner->poller = &poller;
+            owner->owned = owned.get();
+            poller.add(owner, EVENT_STATE_READ, 0);
+            poller.add(owned, EVENT_STATE_READ, 60000);
+            owner.reset();
+            if (cleared) poller.clear();
+        }
+        EXPECT_EQ(1, owned.use_count());
+    }
 }
 
 }  // namespace

@@ -107,6 +107,7 @@ TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     test::TempDir dir;
     const size_t before = test::open_descriptors(getpid());
     open_logger(LOGGER_SYSLOG, INFO, dir.file("log"));
+    set_logger(get_logger());
     EXPECT_EQ(dir.file("log"), get_log_filename());
     open_logger(static_cast<logger_type_e>(2), DEBUG, dir.file("other"));
     EXPECT_FALSE(pred(ERROR, COMP));

@@ -4,6 +4,8 @@
 #include <json/value.h>
 #include <unistd.h>
 
+#include <functional>
+#include <memory>
 #include <vector>
 
 #include "infra/corvo_json.h"
@@ -192,6 +194,40 @@ TEST_F(Notifications, AFormatThatFailsIsLoggedAndRaisesNothing) {
     EXPECT_EQ(1, log.count("Bad formatting for notification: '%ls'"));
     EXPECT_TRUE(stored().empty());
 }
+
+TEST(Hub, ASubscriberMayLeaveAndOthersComeWhileAnEventIsDelivered) {
+    struct Sub : Subscriber {
+        Sub(const char* uid, std::function<void()> fn)
+            : Subscriber(Filter()), m_uid(uid), m_fn(std::move(fn)) {}
+        int execute_(const Event&) override {
+            m_fn();
+            return 0;
+        }
+        std::string uid() const override { return m_uid; }
+        std::string m_uid;
+        std::function<void()> m_fn;
+    };
+    Notif hub;
+    std::string told;
+    hub.subscribe(std::make_unique<Sub>("leaver", [&] {
+        for (const char* uid : {"leaver", "victim"})
+            hub.unsubscribe(uid);
+        for (const char* uid : {"new", "newer", "newest"})
+            hub.subscribe(std::make_unique<Sub>(uid, [&told, uid] { told += std::string(" ") + uid; }));
+        told += "leaver";
+    }));
+    hub.subscribe(std::make_unique<Sub>("victim", [&] { told += " victim"; }));
+    hub.subscribe(std::make_unique<Sub>("last", [&] { told += " last"; }));
+    for (int i = 0; i < 2; ++i)
+        hub.notify(Event("f", "n", SEV_INFO, ""));
+    EXPECT_EQ(told, "leaver last last new newer newest");
+}
+
+/** The first static object of this file and the last to die: the hub has to be there for both. */
+const struct Early {
+    Early() { notify(INFO_KIND); }
+    ~Early() { notify(WARN_KIND); }
+} g_early;
 
 }  // namespace
 }  // namespace corvo::notif

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 #include <sys/time.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -150,6 +152,7 @@ TEST_F(SchedulerTest, StoppingRunsTheCallbackBeforeEverythingIsCleared) {
     auto ev = add_event();
     int cause = 0;
     sched.register_to_scheduler_event(Scheduler::SCHED_EVENT_STOP, [&](int value) {
+        sched.register_to_scheduler_event(Scheduler::SCHED_EVENT_STOP, nullptr);
         cause = value;
         EXPECT_TRUE(sched.exists(waiting.get()));
         EXPECT_TRUE(sched.exists(ev.get()));
@@ -173,6 +176,48 @@ TEST_F(SchedulerTest, AnExceptionEndsTheLoopAndOneInTheCallbackIsSwallowed) {
     EXPECT_EQ(Scheduler::CAUSE_EXCEPTION, cause);
     EXPECT_EQ(1u, log.lines().size());
     EXPECT_EQ(1, log.count("Error on shutdown: 100% broken"));
+}
+
+TEST_F(SchedulerTest, ATaskThatIsAddedAgainMovesToItsNewTime) {
+    auto first = add("first", [] { return -1; });
+    auto second = add("second", [] { return -1; });
+    sched.add(first, 60000);
+    sched.add(second, 30000);
+    const Json::Value tasks = stats()["tasks"];
+    ASSERT_EQ(3u, tasks.size());
+    EXPECT_EQ("second", tasks[1]["name"].asString());
+    EXPECT_EQ("first", tasks[2]["name"].asString());
+}
+
+TEST_F(SchedulerTest, AnEventThatATaskHasUsedUpIsNotServed) {
+    struct Timer : FdEvent {
+        using FdEvent::FdEvent;
+        void tick() {
+            const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK);
+            const itimerspec period{{0, 1300000}, {0, 1300000}};
+            timerfd_settime(timer, 0, &period, nullptr);
+            dup2(timer, m_fd);
+            close(timer);
+        }
+    };
+    int in_vain = 0, served = 0;
+    uint64_t expirations = 0;
+    auto timer = std::make_shared<Timer>([&](FdEvent& self, EventExpireReason) {
+        ++served;
+        if (read(self.fd(), &expirations, sizeof expirations) < 0) ++in_vain;
+        return self.resched(0u);
+    });
+    timer->tick();
+    sched.add(timer, EVENT_STATE_READ, 0);
+    int left = 300;
+    add("drain", [&] {
+        if (read(timer->fd(), &expirations, sizeof expirations) < 0) expirations = 0;
+        if (--left == 0) sched.stop(0);
+        return 1;
+    });
+    sched.run();
+    EXPECT_GT(served, 0);
+    EXPECT_EQ(0, in_vain);
 }
 
 Scheduler* g_interrupted = nullptr;

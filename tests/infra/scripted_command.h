@@ -15,10 +15,9 @@ class ScriptedCommand : public corvo::RpcCommand {
 
     explicit ScriptedCommand(const std::string& name, Body body = {})
         : RpcCommand(name), m_body(std::move(body)) {}
-    using RpcCommand::guarded;
 
  private:
-    uint32_t _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+    int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
         if (m_body) m_body(*this, params, res);
         return corvo::CMD_OK;
     }

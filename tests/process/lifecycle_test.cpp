@@ -8,6 +8,7 @@
 
 #include "infra/corvo_version.h"
 #include "support/daemon.h"
+#include "support/load_params.h"
 
 namespace test {
 namespace {
@@ -104,10 +105,15 @@ TEST(Lifecycle, ADaemonLeavesTheStandardDescriptorsClosedAndLogsToItsFile) {
     ASSERT_TRUE(starter.wait_for_log("Waiting for messages"));
     EXPECT_THAT(starter.log(), HasSubstr("Starting server as a daemon"));
     const pid_t pid = starter.result("status")["pid"].asInt();
+    const std::string fds = "/proc/" + std::to_string(pid) + "/fd/";
     for (const char* fd : {"0", "1", "2"})
-        EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(pid) + "/fd/" + fd)) << fd;
+        EXPECT_FALSE(std::filesystem::exists(fds + fd)) << fd;
+    // A library must get none of them.
+    starter.result("load", load_params(SCRIPTED_ENGINE_DIR));
+    for (const char* fd : {"0", "1", "2"})
+        EXPECT_EQ(std::filesystem::read_symlink(fds + fd), "/dev/null");
     kill(pid, SIGTERM);
-    EXPECT_TRUE(eventually([&] { return kill(pid, 0) != 0; }));
+    EXPECT_TRUE(eventually([&] { return !is_running(pid); }));
     EXPECT_THAT(starter.log(), HasSubstr("received signal SIGTERM"));
 }
 

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "support/daemon.h"
 #include "support/net_namespace.h"
@@ -12,7 +14,7 @@ namespace {
 
 TEST(Live, TrafficOfAnAttachedInterfaceIsCountedExportedAndWatched) {
     const NetNamespace net;
-    if (!net.entered()) GTEST_SKIP() << "no network namespace";
+    if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
     Daemon daemon({.args = {"-a", "--attach", "lo"}, .engine_dir = OUR_ENGINE_DIR});
     EXPECT_EQ(daemon.result("status")["state"], "activated (attached)");
     const Bytes& frame = sample_flow("dns").frames[0];

@@ -58,14 +58,20 @@ TEST(Session, ACaptureIsClassifiedByOurEngineOverBothTransports) {
 }
 
 TEST(Session, AnEngineBindsToTheDaemonAndBringsAMethodOfItsOwn) {
-    Daemon daemon({.engine_dir = EXTENDER_ENGINE_DIR});
-    daemon.result("load", load_params());
-    EXPECT_THAT(strings(daemon.result("cmds")), Contains("extender.hello"));
-    const Json::Value answer = daemon.result("extender.hello");
-    EXPECT_TRUE(std::all_of(answer.begin(), answer.end(), [](const Json::Value& v) { return v == true; }))
-        << answer;
-    daemon.result("unload");
-    EXPECT_THAT(strings(daemon.result("cmds")), UnorderedElementsAreArray(METHODS));
+    Daemon daemon;
+    Json::Value params;
+    params["dir"] = daemon.dir().path();
+    for (const auto& [dir, method] :
+         {std::pair{EXTENDER_ENGINE_DIR, "extender.hello"}, {CLOSED_ENGINE_DIR, "closed.all"}}) {
+        daemon.result("load", load_params(dir));
+        EXPECT_THAT(strings(daemon.result("cmds")), Contains(method));
+        const Json::Value answer = daemon.result(method, params);
+        EXPECT_FALSE(answer.empty());
+        EXPECT_TRUE(std::all_of(answer.begin(), answer.end(), [](const Json::Value& v) { return v == true; }))
+            << answer;
+        daemon.result("unload");
+        EXPECT_THAT(strings(daemon.result("cmds")), UnorderedElementsAreArray(METHODS));
+    }
 }
 
 TEST(Session, AnEngineCanBeReplacedByAnotherWithoutARestart) {

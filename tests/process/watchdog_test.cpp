@@ -223,18 +223,21 @@ TEST(Watchdog, AFloodOfStderrHoldsUpNeitherJudgementNorEnd) {
 }
 
 TEST(Watchdog, WhenTheParentIsKilledTheServerGoesOnAlone) {
-    Daemon daemon(supervised({"--wd_hog_timeout", "200"}));
-    const pid_t server = server_of(daemon.pid());
-    daemon.signal(SIGKILL);
-    daemon.wait_exit();
-    EXPECT_TRUE(daemon.wait_for_log("Parent PID has changed, heartbeats won't be sent"));
-    // Printing must fail before the pipe that nobody empties is full.
-    const corvo::UniqueFd pipe = stderr_of(server);
-    EXPECT_TRUE(eventually([&] { return write(pipe.get(), "x", 1) < 0; }));
-    EXPECT_EQ(errno, EPIPE);
-    EXPECT_TRUE(daemon.answers());
-    kill(server, SIGTERM);
-    EXPECT_TRUE(eventually([&] { return kill(server, 0) != 0; })) << (kill(server, SIGKILL), "");
+    for (const bool hogs : {true, false}) {
+        const std::vector<std::string> args = {"--wd_hog_timeout", "200", "--wd_no_hog"};
+        Daemon daemon(supervised({args.begin(), args.end() - hogs}));
+        const pid_t server = server_of(daemon.pid());
+        daemon.signal(SIGKILL);
+        daemon.wait_exit();
+        EXPECT_TRUE(!hogs || daemon.wait_for_log("Parent PID has changed, heartbeats won't be sent"));
+        // Printing must fail before the pipe that nobody empties is full.
+        const corvo::UniqueFd pipe = stderr_of(server);
+        EXPECT_TRUE(eventually([&] { return write(pipe.get(), "x", 1) < 0; }));
+        EXPECT_EQ(errno, EPIPE);
+        EXPECT_TRUE(daemon.answers());
+        kill(server, SIGTERM);
+        EXPECT_TRUE(eventually([&] { return !is_running(server); })) << (kill(server, SIGKILL), "");
+    }
 }
 
 TEST(Watchdog, ALogThatCannotBeWrittenCostsLinesOnly) {

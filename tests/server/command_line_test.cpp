@@ -55,14 +55,14 @@ TEST(CommandLine, EveryOptionReachesItsField) {
     const Options options = parse(
         "-m km -v debug -l /x%s.log -a --attach eth0 --attach=eth1 -d --wd_reload --wd_no_hog --wd_disable "
         "--wd_hog_timeout 59999 --wd_kill_timeout 7200000 --wd_reload_backoff_multiplier 1 "
-        "--wd_reload_backoff_max_interval 2147483647 --wd_reload_backoff_reset_interval 1");
+        "--wd_reload_backoff_max_interval 4294967295 --wd_reload_backoff_reset_interval 1");
     EXPECT_EQ(options.mode, Options::MODE_KERNEL);
     EXPECT_EQ(options.level, Logger::DEBUG);
     EXPECT_EQ(options.log_file, "/x%s.log");
     EXPECT_EQ(options.interfaces, (std::vector<std::string>{"eth0", "eth1"}));
     EXPECT_TRUE(options.activate && options.daemon && options.wd.reload_enabled && options.wd.disabled);
     EXPECT_FALSE(options.wd.hog_enabled);
-    EXPECT_EQ(numbers(options.wd), std::tuple(59999u, 7200000u, 1.0, 2147483647u, 1u));
+    EXPECT_EQ(numbers(options.wd), std::tuple(59999u, 7200000u, 1.0, 4294967295u, 1u));
     EXPECT_EQ(parse("-c start.json").config_file, "start.json");
 }
 
@@ -88,10 +88,6 @@ TEST(CommandLine, RefusesWhatDoesNotFitTogetherAndNumbersThatWouldWrap) {
     const std::string multiplier = "wd_reload_backoff_multiplier must be greater or equal to 1";
     const std::string max_interval = "wd_reload_backoff_max_interval must be positive";
     const std::string reset_interval = "wd_reload_backoff_reset_interval must be positive";
-    // Where the parser's integers have 32 bits, it refuses what has more.
-    const auto wide = [](const std::string& message) {
-        return sizeof(long) > 4 ? message : "option --wd_[a-z_]+: invalid integer value: '-?[0-9]{10}'";
-    };
     const std::pair<std::string, std::string> cases[] = {
         {"--attach eth0", only_with},
         {"-c f --attach eth0", only_with},
@@ -109,19 +105,15 @@ TEST(CommandLine, RefusesWhatDoesNotFitTogetherAndNumbersThatWouldWrap) {
         {"-s 1.2.3.4:-18446744073709551536", "invalid port: '-18446744073709551536'"},
         {"--wd_kill_timeout 2000", order},
         {"--wd_kill_timeout -1", order},
-        {"--wd_hog_timeout 4294967297", wide(order)},
+        {"--wd_hog_timeout 4294967297", "option --wd_hog_timeout: invalid integer value: '4294967297'"},
         {"--wd_hog_timeout 60000 --wd_kill_timeout 7200000", hog},
         {"--wd_hog_timeout 0", hog},
-        {"--wd_hog_timeout -4294965296", wide(hog)},
-        {"--wd_hog_timeout 4294967297 --wd_kill_timeout 4294967298", wide(hog)},
         {"--wd_kill_timeout 7200001", kill},
-        {"--wd_kill_timeout 4294970000", wide(kill)},
         {"--wd_reload_backoff_multiplier 0.5", multiplier},
         {"--wd_reload_backoff_max_interval 0", max_interval},
-        {"--wd_reload_backoff_max_interval -1", max_interval},
-        {"--wd_reload_backoff_max_interval 4294967297", wide(max_interval)},
+        {"--wd_reload_backoff_max_interval 4294967297", max_interval},
         {"--wd_reload_backoff_reset_interval 0", reset_interval},
-        {"--wd_reload_backoff_reset_interval 2147483648", wide(reset_interval)},
+        {"--wd_reload_backoff_reset_interval -2147483649", reset_interval},
     };
     for (const auto& [options, message] : cases)
         EXPECT_EXIT(parse(options), testing::ExitedWithCode(2),

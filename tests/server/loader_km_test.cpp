@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -23,6 +24,12 @@ using testing::Pair;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
+bool hog_signal_waits() {
+    sigset_t blocked;
+    sigprocmask(SIG_BLOCK, nullptr, &blocked);
+    return sigismember(&blocked, SIGUSR1) == 1;
+}
+
 /** A kernel that keeps what is asked of it. A file that isn't in `proc` can't be opened. */
 struct ScriptedKernel : KernelModules {
     std::map<std::string, std::string> proc;
@@ -30,6 +37,7 @@ struct ScriptedKernel : KernelModules {
     int init_errno = 0;
     int delete_errno = 0;
     std::vector<std::string> calls;
+    std::vector<bool> hog_signal_waited;  ///< at each call that brings a module in or takes it out
 
     bool read_proc(const std::string& path, std::string& out) override {
         if (!proc.contains(path)) return false;
@@ -43,11 +51,13 @@ struct ScriptedKernel : KernelModules {
     }
     int init_module(const std::vector<char>& image, const std::string& parameters) override {
         calls.push_back("init " + std::string(image.begin(), image.end()) + " " + parameters);
+        hog_signal_waited.push_back(hog_signal_waits());
         if (init_errno == 0) proc["/proc/modules"] = "cvdp 4096 0 - Live 0x0\n";
         return init_errno;
     }
     int delete_module(const std::string& name) override {
         calls.push_back("delete " + name);
+        hog_signal_waited.push_back(hog_signal_waits());
         if (delete_errno == 0) proc["/proc/modules"].clear();
         return delete_errno;
     }
@@ -134,6 +144,19 @@ TEST(KernelEngine, AModuleThatDoesNotComeInSaysWhy) {
         rig.kernel->*c.step = 0;
         EXPECT_EQ(rig.load_failure(), "") << "the next load starts afresh";
     }
+}
+
+TEST(KernelEngine, TheHogSignalDoesNotInterruptTheKernelsModuleCalls) {
+    Rig rig(false, ABSENT);
+    for (const int err : {EINVAL, 0}) {
+        rig.kernel->init_errno = err;
+        rig.load_failure();
+        EXPECT_FALSE(hog_signal_waits());
+    }
+    rig.kernel->delete_errno = EBUSY;
+    rig.unload_failure();
+    EXPECT_FALSE(hog_signal_waits());
+    EXPECT_THAT(rig.kernel->hog_signal_waited, ElementsAre(true, true, true));
 }
 
 TEST(KernelEngine, AModuleLeavesAgainIfTheLibraryDoesNotOpen) {

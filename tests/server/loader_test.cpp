@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -127,6 +128,9 @@ TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
         m_engine.cleanup();
         calls();
     }
+    // To open it would wait for its writer.
+    ASSERT_EQ(mkfifo(m_dir.file("libcvcp_u.so").c_str(), 0600), 0);
+    EXPECT_THAT(error_of([&] { m_engine.load_engine(m_dir.path(), {}); }), HasSubstr("Not a regular file"));
 }
 
 std::vector<Engine::state_e> g_seen;
@@ -230,8 +234,11 @@ TEST_F(LoaderTest, ADetachOfOneOfTwoStaysAttached) {
 
 TEST_F(LoaderTest, AnExceptionThatLeavesTheLibraryIsAFailureOfIt) {
     bring_up(LOADED);
-    script("crash activate throw\ncrash tick throw\nreturn tick 5");
+    script("crash activate throw");
     EXPECT_EQ(error_of([&] { m_engine.activate({}); }), "scripted exception");
+    script("crash activate throw_int");
+    EXPECT_EQ(error_of([&] { m_engine.activate({}); }), "engine threw an exception of unknown type");
+    script("crash tick throw\nreturn tick 5");
     EXPECT_EQ(EngineTask(&m_engine).execute(), 1000);
     EXPECT_EQ(m_log.count("Engine error 'scripted exception'"), 1);
 }

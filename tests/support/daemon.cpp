@@ -18,16 +18,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/** Parent of a process; -1 when it is gone. */
-pid_t parent_of(pid_t pid) {
-    const std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
-    size_t name_end = stat.rfind(')');
-    if (name_end == std::string::npos) return -1;
-    std::istringstream rest(stat.substr(name_end + 1));
-    char state = 0;
+struct ProcStat {
+    char state = 'X';
     pid_t parent = -1;
-    rest >> state >> parent;
-    return parent;
+};
+
+/** The defaults for a process that is gone. */
+ProcStat stat_of(pid_t pid) {
+    const std::string text = read_file("/proc/" + std::to_string(pid) + "/stat");
+    ProcStat stat;
+    const size_t name_end = text.rfind(')');
+    if (name_end != std::string::npos)
+        std::istringstream(text.substr(name_end + 1)) >> stat.state >> stat.parent;
+    return stat;
 }
 
 }  // namespace
@@ -149,13 +152,18 @@ int Daemon::stop() {
     return wait_exit();
 }
 
+bool is_running(pid_t pid) {
+    const char state = stat_of(pid).state;
+    return state != 'Z' && state != 'X';
+}
+
 std::vector<pid_t> descendants(pid_t parent) {
     std::vector<pid_t> found;
     for (const auto& entry : fs::directory_iterator("/proc")) {
         const std::string name = entry.path().filename();
         if (!std::all_of(name.begin(), name.end(), ::isdigit)) continue;
         pid_t pid = std::stoi(name);
-        for (pid_t up = parent_of(pid); up > 1; up = parent_of(up))
+        for (pid_t up = stat_of(pid).parent; up > 1; up = stat_of(up).parent)
             if (up == parent) {
                 found.push_back(pid);
                 break;

@@ -84,6 +84,9 @@ class Daemon {
     uint16_t m_port = 0;
 };
 
+/** Whether a process is there and hasn't ended. Where nobody reaps orphans their zombies stay: `kill(pid, 0)`
+ * takes those for alive. */
+bool is_running(pid_t pid);
 /** The parent's children, grandchildren and so on, from /proc. */
 std::vector<pid_t> descendants(pid_t parent);
 /** Number of open descriptors of a process. */

@@ -1,13 +1,28 @@
-// The life of an engine that leaves a descriptor and a thread behind.
+// The life of an engine that hides a method of the daemon, and leaves methods, a descriptor and a thread
+// behind.
 
 #include <brumecpd/engine_api.h>
+#include <brumecpd/engine_rpc.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-static int g_evfd = -1;
+namespace {
 
-void corvo_api_cp_init(const corvo::api::InitConfig&, std::string&) {
+int g_evfd = -1;
+
+struct Left : corvo::RpcCommand {
+    using RpcCommand::RpcCommand;
+    int _run(const std::string&, const Json::Value&, Json::Value&) override { return corvo::CMD_NO_RESULTS; }
+};
+
+}  // namespace
+
+void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string&) {
+    auto* component = new corvo::RpcComponent("");
+    component->add(new Left("left"));
+    component->add(new Left("ping"));
+    config.cmds->load_component(component);
     g_evfd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     pthread_t thread;
     pthread_create(

@@ -6,7 +6,7 @@ import pathlib
 import threading
 import time
 
-from harness import BUILD, LINE, Daemon, case, children, eventually, hold, state_of
+from harness import BUILD, LINE, Daemon, case, children, eventually, gone, hold, state_of
 
 ENGINE = BUILD / "tests/engines/mischief"
 TEXT = "100%s%n%d \x1b[2Jengine "  # how the engine's hostile text begins
@@ -157,7 +157,7 @@ class Run:
         below = children(self.daemon.pid)
         if self.daemon.running():
             hold(self.daemon.end() == 0, "no clean end")
-        hold(eventually(lambda: all(state_of(p) is None for p in below), 5), "processes stayed behind")
+        hold(eventually(lambda: all(map(gone, below)), 5), "processes stayed behind")
         self.check_log()
 
 

@@ -8,7 +8,7 @@ import subprocess
 import threading
 import time
 
-from harness import case, children, descriptors, eventually, hold, need, state_of
+from harness import case, children, descriptors, eventually, gone, hold, need, state_of
 
 RELOAD = ("--wd_reload", "--wd_reload_backoff_multiplier", "1", "--wd_reload_backoff_reset_interval", "1")
 IMPATIENT = ("--wd_hog_timeout", "1000", "--wd_kill_timeout", "3000")
@@ -135,7 +135,7 @@ def sigterm(trial):
         early += status == -signal.SIGTERM
         hold(status in (0, -signal.SIGTERM), f"status {status}")
         hold(status == 0 or not daemon.log.exists(), "a signal's death after the start")
-        hold(eventually(lambda below=below: all(state_of(p) is None for p in below), 5), "a child stayed behind")
+        hold(eventually(lambda below=below: all(map(gone, below)), 5), "a child stayed behind")
         hold(not os.path.exists(daemon.path), "the socket stayed behind")
         hold(not [p for p in (daemon.folder / "cvevents").glob("*/*")], "evidence of an orderly stop")
     return f"{rounds} starts; each ended with 0 ({early} before main), nothing left"
@@ -167,7 +167,7 @@ def killed_parent(trial):
     daemon.signal(signal.SIGUSR2, child)  # prints its stack, to a pipe that nobody reads
     hold(daemon.alive(), "the child doesn't answer any more")
     daemon.signal(signal.SIGTERM, child)
-    hold(eventually(lambda: state_of(child) in (None, "Z")), "the child doesn't stop")
+    hold(eventually(lambda: gone(child)), "the child doesn't stop")
     hold(not os.path.exists(daemon.path), "the socket stayed behind")
     return "the child serves on, unsupervised, and can be stopped"
 

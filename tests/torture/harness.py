@@ -90,6 +90,11 @@ def state_of(pid):
         return None
 
 
+def gone(pid):
+    """It has ended. Who is left without a parent isn't reaped on every machine."""
+    return state_of(pid) in (None, "Z", "X")
+
+
 def descriptors(pid):
     return len(os.listdir(f"/proc/{pid}/fd"))
 
@@ -162,7 +167,7 @@ class Daemon:
 
     def child(self):
         """The supervised process; the only one with the watchdog off."""
-        below = [p for p in children(self.pid) if state_of(p) not in ("Z", None)]
+        below = [p for p in children(self.pid) if not gone(p)]
         return below[0] if below else self.pid
 
     def signal(self, signum, pid=None):
@@ -251,7 +256,7 @@ class Trial:
                 below = children(daemon.pid)
                 daemon.end()
                 if kind is None:
-                    hold(eventually(lambda: all(state_of(p) is None for p in below), 5), "processes stayed behind")
+                    hold(eventually(lambda: all(map(gone, below)), 5), "processes stayed behind")
                     daemon.check_log()
                     daemon.check_evidence()
         finally:

@@ -108,6 +108,7 @@ void Life::run() {
 
 void Life::live() {
     if (!step("init", &Life::init)) return;
+    step("methods", &Life::check_methods);
     step("descriptor", &Life::check_descriptor);
     step("tick", &Life::tick);
     step("watchers", &Life::ask_watchers);
@@ -141,8 +142,17 @@ std::string Life::compare_runtimes() {
 std::string Life::init() {
     api::InitConfig config;
     config.cp_addr = "corvo-cp";
-    config.cmds = &m_cmds;
+    config.cmds = m_methods.table();
     return failure_of([&](std::string& err) { m_library.api().init(config, err); });
+}
+
+// None is called: what a method does, its library alone knows.
+std::string Life::check_methods() {
+    const std::vector<std::string> displaced = m_methods.displaced();
+    if (!displaced.empty()) return "in the place of the daemon's own: " + joined(displaced);
+    const std::vector<std::string> brought = m_methods.brought();
+    m_note = brought.empty() ? "none of its own" : joined(brought);
+    return {};
 }
 
 std::string Life::check_descriptor() {
@@ -271,9 +281,12 @@ std::string Life::deinit() {
 
 std::string Life::check_leftovers() {
     std::vector<std::string> left;
-    std::vector<std::string> methods;
-    m_cmds.query(methods);
-    if (!methods.empty()) left.push_back("methods " + joined(methods));
+    if (const auto methods = m_methods.brought(); !methods.empty())
+        left.push_back("methods: " + joined(methods));
+    else if (m_methods.components() > 0)
+        left.push_back("components without methods: " + std::to_string(m_methods.components()));
+    if (const auto displaced = m_methods.displaced(); !displaced.empty())
+        left.push_back("the daemon's own methods: " + joined(displaced));
     if (size_t threads = entries("/proc/self/task"); threads > 1)
         left.push_back("threads: " + std::to_string(threads - 1));
     if (size_t now = entries("/proc/self/fd"); now > m_descriptors)

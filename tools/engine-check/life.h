@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "infra/corvo_rpc_command.h"
 #include "tools/engine-check/library.h"
+#include "tools/engine-check/methods.h"
 #include "tools/engine-check/step_log.h"
 
 namespace engine_check {
@@ -27,6 +27,7 @@ class Life {
     std::string find_functions();
     std::string compare_runtimes();
     std::string init();
+    std::string check_methods();
     std::string check_descriptor();
     std::string tick();
     /** Collectors and health: those that may be asked before the engine is active, too. */
@@ -44,8 +45,8 @@ class Life {
 
     std::string m_path;
     const StepWriter& m_log;
+    Methods m_methods;
     Library m_library;
-    corvo::RpcCommandsTable m_cmds;
     size_t m_descriptors = 0;  ///< open before the library was
     int m_evfd = -1;
     std::string m_note;  ///< of the step that runs

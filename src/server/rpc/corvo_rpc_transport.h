@@ -2,6 +2,7 @@
 // The two interfaces between the RPC server and a byte transport. A transport gives requests, a request takes
 // its own reply back. The server and its workers know nothing else of sockets.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -63,9 +64,12 @@ class RpcTransport {
 
     /** -1 while closed. */
     int fd() const { return m_fd; }
+    /** Bytes of memory that an unfinished request takes up between two calls of `recv_msg`. */
+    size_t held_bytes() const { return m_held_bytes; }
 
  protected:
     int m_fd = -1;
+    size_t m_held_bytes = 0;
 };
 
 }  // namespace corvo::rpc

@@ -131,10 +131,14 @@ bool RpcTransportTCP::has_line() {
 }
 
 std::unique_ptr<RpcRequest> RpcTransportTCP::msg_term_checks(int fd) {
-    if (!has_line()) return std::make_unique<RpcRequestTCP>(fd, RpcRequest::RC_IN_PROGRESS);
+    if (!has_line()) {
+        m_held_bytes = m_received.capacity();
+        return std::make_unique<RpcRequestTCP>(fd, RpcRequest::RC_IN_PROGRESS);
+    }
     auto request = std::make_unique<RpcRequestTCP>(fd, RpcRequest::RC_OK);
     request->set_text(std::exchange(m_received, {}));
     m_searched = 0;
+    m_held_bytes = 0;
     return request;
 }
 

@@ -1,8 +1,10 @@
 #include "server/rpc/corvo_rpc_transport_unix.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -77,9 +79,12 @@ void RpcTransportUnix::connect(bool force) {
     if (setsockopt(socket_fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0)
         fail("setsockopt failed [");
     enlarge_send_buffer(socket_fd.get());
-    if (bind(socket_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
-        fail("bind failed [");
-    if (chmod(address.sun_path, 0777) != 0) {
+    // Open to all from its first moment on, so that usually nothing is left to change.
+    const mode_t mask = umask(0);
+    const int bound = bind(socket_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    umask(mask);
+    if (bound != 0) fail("bind failed [");
+    if (!open_to_all(address.sun_path)) {
         int err = errno;
         unlink(address.sun_path);
         errno = err;
@@ -87,6 +92,21 @@ void RpcTransportUnix::connect(bool force) {
     }
     m_socket = std::move(socket_fd);
     m_fd = m_socket.get();
+}
+
+/** By descriptor: whoever may write to the folder could put a link in the socket's place. errno on failure.
+ */
+bool RpcTransportUnix::open_to_all(const char* bound_path) {
+    const UniqueFd bound(lift_fd(open(bound_path, O_PATH | O_NOFOLLOW | O_CLOEXEC)));
+    struct stat info {};
+    if (!bound || fstat(bound.get(), &info) != 0) return false;
+    if (!S_ISSOCK(info.st_mode)) {
+        errno = ENOTSOCK;
+        return false;
+    }
+    m_bound = {info.st_dev, info.st_ino};
+    const std::string by_descriptor = "/proc/self/fd/" + std::to_string(bound.get());
+    return (info.st_mode & 0777U) == 0777U || chmod(by_descriptor.c_str(), 0777) == 0;
 }
 
 void RpcTransportUnix::remove_stale(const char* bound_path) const {
@@ -101,7 +121,11 @@ void RpcTransportUnix::disconnect() {
     m_fd = -1;
     if (!m_socket) return;  // never bound: what stands at the path is another's
     m_socket.reset();
-    unlink(address_of(m_shared->path).sun_path);
+    const sockaddr_un address = address_of(m_shared->path);
+    struct stat info {};
+    // Another daemon may have taken the path over since; its socket isn't ours to remove.
+    if (lstat(address.sun_path, &info) == 0 && m_bound == std::pair{info.st_dev, info.st_ino})
+        unlink(address.sun_path);
 }
 
 std::unique_ptr<RpcRequest> RpcTransportUnix::recv_msg() {
@@ -111,6 +135,8 @@ std::unique_ptr<RpcRequest> RpcTransportUnix::recv_msg() {
     ssize_t len = recvfrom(m_fd, buffer, m_max_msg_size, MSG_TRUNC,
                            reinterpret_cast<sockaddr*>(&request->m_sender), &request->m_sender_len);
     int err = errno;
+    // A name that fills its field is reported one byte longer than an address may be.
+    request->m_sender_len = std::min<socklen_t>(request->m_sender_len, sizeof(request->m_sender));
     CORVO_LOG(DEBUG, COMP, "Received new request from %s",
               len < 0 ? "" : path_of(request->m_sender, request->m_sender_len).c_str());
     if (len > static_cast<ssize_t>(m_max_msg_size)) {

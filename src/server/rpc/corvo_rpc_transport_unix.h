@@ -3,11 +3,13 @@
 // server's transport owns the socket and its path; each datagram is read through a clone of it.
 
 #include <sys/socket.h>
+#include <sys/types.h>
 #include <sys/un.h>
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "server/rpc/corvo_rpc_transport.h"
 #include "utils/unique_fd.h"
@@ -40,10 +42,12 @@ class RpcTransportUnix : public RpcTransport {
 
     RpcTransportUnix(std::shared_ptr<Shared> shared, int fd);
     void remove_stale(const char* bound_path) const;
+    bool open_to_all(const char* bound_path);
 
     uint32_t m_max_msg_size = MAX_MSG_SIZE;
     std::shared_ptr<Shared> m_shared;
-    UniqueFd m_socket;  ///< empty in a clone
+    UniqueFd m_socket;                ///< empty in a clone
+    std::pair<dev_t, ino_t> m_bound;  ///< the socket's entry in its folder
 };
 
 class RpcRequestUnix : public RpcRequest {

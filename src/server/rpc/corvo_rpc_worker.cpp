@@ -7,6 +7,7 @@
 #include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_zip.h"
+#include "utils/clock.h"
 
 namespace corvo {
 
@@ -26,6 +27,15 @@ RPCWorker::RPCWorker(std::unique_ptr<rpc::RpcTransport> transport, RpcHandler ha
 
 RPCWorker::~RPCWorker() {
     CORVO_LOG(DEBUG, COMP, "RPC client DESTROYED!, fd = %d", m_fd);
+}
+
+void RPCWorker::note_progress() {
+    m_last_progress_ms = monotonic_ms();
+}
+
+RPCWorkerTCP::RPCWorkerTCP(std::unique_ptr<rpc::RpcTransport> transport, RpcHandler handler)
+    : RPCWorker(std::move(transport), std::move(handler)) {
+    note_progress();
 }
 
 RPCWorkerTCP::~RPCWorkerTCP() {
@@ -59,7 +69,8 @@ EventRC RPCWorker::do_work_req() {
         case REQ_ERROR:
             return m_request->fd < 0 ? done() : do_work_resp(response);
         case REQ_PARTIAL:
-            return resched(EVENT_STATE_READ);
+            note_progress();
+            return m_partial_cb && !m_partial_cb(*this) ? done() : resched(EVENT_STATE_READ);
         case REQ_COMPLETED:
             CORVO_LOG(DEBUG, COMP, "Request: %s", ReqParser::pretty_json_str(m_request->request).c_str());
             if (m_handler) m_handler(m_request->request, response);
@@ -108,6 +119,8 @@ EventRC RPCWorker::do_work_resp(std::string& response) {
 
     if (m_request->rc == RpcRequest::RC_IN_PROGRESS) {
         bool in_vain = m_state == RESP_PARTIAL && m_request->sent == sent_before;
+        if (m_request->sent > sent_before) note_progress();
+        m_request->request = std::string();  // it may be large, and the peer slow
         m_state = RESP_PARTIAL;
         return wait_until_writable(!in_vain);
     }

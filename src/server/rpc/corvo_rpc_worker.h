@@ -2,9 +2,12 @@
 // Carries one request from its first byte to the last byte of its reply, without ever blocking the scheduler.
 // It knows nothing of JSON-RPC's methods: the text goes to a handler, and what comes back is sent.
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "infra/corvo_event.h"
 #include "server/rpc/corvo_rpc_transport.h"
@@ -33,10 +36,16 @@ class RPCWorker : public Event {
     /** An exception of the handler passes through. */
     EventRC do_work(const EventExpireReason& reason) override;
 
-    /** No complete request has come yet. */
-    bool awaits_request() const { return m_state == REQ_INIT || m_state == REQ_PARTIAL; }
+    /** Runs after a read that left the request unfinished. False: the connection is to be closed. */
+    void set_partial_cb(std::function<bool(RPCWorker&)> cb) { m_partial_cb = std::move(cb); }
+    /** Memory that an unfinished request takes up, in bytes. */
+    size_t held_bytes() const { return m_transport->held_bytes(); }
+    /** When a byte was last received or sent, or the connection accepted; CLOCK_MONOTONIC. */
+    uint64_t last_progress_ms() const { return m_last_progress_ms; }
 
  protected:
+    void note_progress();
+
     std::unique_ptr<rpc::RpcTransport> m_transport;
 
  private:
@@ -48,6 +57,8 @@ class RPCWorker : public Event {
     EventRC wait_until_writable(bool progressed);
 
     RpcHandler m_handler;
+    std::function<bool(RPCWorker&)> m_partial_cb;
+    uint64_t m_last_progress_ms = 0;  ///< kept for connections only
     state_e m_state = REQ_INIT;
     std::unique_ptr<rpc::RpcRequest> m_request;
     UniqueFd m_writable;  ///< see wait_until_writable
@@ -62,7 +73,7 @@ class RPCWorkerUnix : public RPCWorker {
 /** Serves one connection and closes it in its destructor. */
 class RPCWorkerTCP : public RPCWorker {
  public:
-    using RPCWorker::RPCWorker;
+    RPCWorkerTCP(std::unique_ptr<rpc::RpcTransport> transport, RpcHandler handler);
     ~RPCWorkerTCP() override;
 };
 

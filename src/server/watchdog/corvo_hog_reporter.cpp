@@ -1,18 +1,17 @@
 #include "server/watchdog/corvo_hog_reporter.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <iterator>
 
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
 #include "infra/corvo_socket_channel.h"
 #include "infra/corvo_version.h"
 #include "server/watchdog/corvo_server_sig.h"
+#include "server/watchdog/corvo_wd_events_dir.h"
 #include "server/watchdog/corvo_wd_evidence.h"
 #include "utils/unique_fd.h"
 
@@ -21,10 +20,6 @@ namespace {
 
 const std::string COMP = "HogRep";
 const std::string COMP_UNSUPPORTED = "HopRep";
-
-bool make_dir(const std::string& path) {
-    return mkdir(path.c_str(), EVENTS_MODE) == 0 || errno == EEXIST;
-}
 
 }  // namespace
 
@@ -55,24 +50,28 @@ HogReporter::~HogReporter() {
 }
 
 void HogReporter::signal_handler(int, const std::string& msg, std::string&) {
-    std::fstream file(m_dump_path, std::ios::in | std::ios::out);
+    const size_t slash = m_dump_path.rfind('/');
+    const EventsDir dir(m_dump_path.substr(0, slash + 1), EventsDir::LEAVE);
+    const std::string name = m_dump_path.substr(slash + 1);
+    const UniqueFd file = dir ? dir.open(name, O_RDWR) : UniqueFd();
     if (!file) {
         CORVO_LOG(DEBUG, COMP, "hog dump file couldn't be read (normal in case of long hog)");
         // Else this would have been the last hog that anyone hears of.
         get_sig_handler()->drop_bt();
         return;
     }
-    auto report = std::make_unique<HogReport>(to_string(file, msg));
+    auto report = std::make_unique<HogReport>(to_string(file.get(), msg));
+    dir.remove(name);
     write_hog_report_to_file(report.get());
     keep(std::move(report));
     log_bt();
 }
 
-std::string HogReporter::to_string(std::fstream& file, const std::string& prefix) const {
+std::string HogReporter::to_string(int file, const std::string& prefix) {
     std::string text = prefix;
-    text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    file.close();
-    std::remove(m_dump_path.c_str());
+    char chunk[4096];
+    for (ssize_t len; (len = read(file, chunk, sizeof chunk)) > 0 || (len < 0 && errno == EINTR);)
+        if (len > 0) text.append(chunk, static_cast<size_t>(len));
     return text;
 }
 
@@ -82,19 +81,20 @@ void HogReporter::keep(std::unique_ptr<SignalReport> report) {
 }
 
 void HogReporter::write_hog_report_to_file(SignalReport* report) {
-    const std::string events = get_events_dest_dir_name(SigHandler::log_file());
-    const std::string dir = events + get_event_stamp();
-    const std::string path = dir + "/" + SigHandler::dump_prefix() + "json";
-    if (!make_dir(events) || !make_dir(dir)) return;
-    const UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, EVENTS_MODE));
+    const EventsDir events(get_events_dest_dir_name(SigHandler::log_file()));
+    if (!events) return;
+    const EventsDir dir(events, get_event_stamp());
+    if (!dir) return;
+    const std::string name = SigHandler::dump_prefix() + "json";
+    const UniqueFd file = dir.open(name, O_WRONLY | O_CREAT | O_TRUNC);
     if (!file) {
-        CORVO_LOG(DEBUG, COMP, "Couldn't open file: %s", path.c_str());
+        CORVO_LOG(DEBUG, COMP, "Couldn't open file: %s/%s", dir.path().c_str(), name.c_str());
         return;
     }
     std::string text = report->to_json().toStyledString();
     std::replace(text.begin(), text.end(), '\n', ' ');
     write_all(file.get(), text.data(), text.size());
-    CORVO_LOG(WARN, COMP, "HOG data saved to: %s", dir.c_str());
+    CORVO_LOG(WARN, COMP, "HOG data saved to: %s", dir.path().c_str());
 }
 
 void HogReporter::log_bt() {

@@ -3,7 +3,6 @@
 // once the main loop runs again, the reporter turns it into a report on disk, one in memory and a log line.
 
 #include <deque>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -34,10 +33,10 @@ class HogReporter {
     HogReporter& operator=(const HogReporter&) = delete;
     ~HogReporter();
 
-    /** The channel's handler: makes a report of the dump file, which is removed. */
+    /** The channel's handler: makes a report of the dump file and removes it. */
     void signal_handler(int state, const std::string& msg, std::string& out);
     /** The prefix and the rest of the file. */
-    std::string to_string(std::fstream& file, const std::string& prefix) const;
+    static std::string to_string(int file, const std::string& prefix);
     /** Into a stamped directory beside the log. What the file system refuses isn't written. */
     void write_hog_report_to_file(SignalReport* report);
     /** Logs the resolved stack, and hog signals are taken again. */

@@ -15,6 +15,8 @@
 #include "server/corvo_server.h"
 #include "server/corvo_server_loader.h"
 #include "server/watchdog/corvo_backward.h"
+#include "server/watchdog/corvo_wd_events_dir.h"
+#include "server/watchdog/corvo_wd_orphan.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 
@@ -23,7 +25,6 @@ namespace {
 
 const std::string COMP = "WD";
 
-constexpr mode_t FILE_MODE = 0740;
 constexpr int MAX_FRAMES = 100;
 constexpr unsigned RESOLVE_LIMIT_SEC = 5;
 /** Printing a trace from here reads debug information, so it is far more than a handler needs. */
@@ -140,12 +141,18 @@ int uptime() {
 
 /** Opens a file of the events directory for writing. */
 UniqueFd open_dump(const char* name, const char* extension) {
-    char path[SigHandler::m_path_size] = "";
-    unsigned left = sizeof path - 1;
-    add_to_buf(path, get_sig_handler()->dump_dir(), left);
-    add_to_buf(path, name, left);
-    add_to_buf(path, extension, left);
-    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FILE_MODE));
+    char text[SigHandler::m_path_size] = "";
+    unsigned left = sizeof text - 1;
+    add_to_buf(text, get_sig_handler()->dump_dir(), left);
+    const size_t length = strlen(text);
+    if (length > 1 && text[length - 1] == '/') text[length - 1] = '\0';  // behind it, a link is followed
+    const UniqueFd dir = open_trusted_dir(AT_FDCWD, text);
+    if (!dir) return {};
+    text[0] = '\0';
+    left = sizeof text - 1;
+    add_to_buf(text, name, left);
+    add_to_buf(text, extension, left);
+    return open_below(dir.get(), text, O_WRONLY | O_CREAT | O_TRUNC);
 }
 
 void add_number(char* dst, int64_t number, unsigned int& left) {
@@ -189,6 +196,9 @@ void on_ext_signal(int signum) {
             break;
         case SIGUSR2:
             if (Version::g_have_dw) print_stack("ASSERT");
+            break;
+        case SIGPIPE:
+            drop_stderr_of_orphan();
             break;
         default:
             if (is_fatal(signum)) on_fatal_signal(signum);

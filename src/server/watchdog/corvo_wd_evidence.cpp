@@ -12,7 +12,9 @@
 #include "infra/corvo_logger.h"
 #include "server/corvo_server_config.h"
 #include "server/watchdog/corvo_sig_text.h"
+#include "server/watchdog/corvo_wd_events_dir.h"
 #include "utils/clock.h"
+#include "utils/trusted_open.h"
 #include "utils/unique_fd.h"
 
 namespace corvo::server {
@@ -20,24 +22,21 @@ namespace {
 
 const std::string COMP = "WD";
 
-/** Above the standard descriptors: in a daemon, a line printed during the copy would land in the file. */
-UniqueFd open_lifted(const std::string& path, int flags, unsigned int mode) {
-    return UniqueFd(lift_fd(open(path.c_str(), flags | O_CLOEXEC, mode)));
-}
-
 bool exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-bool make_dir(const std::string& dir) {
-    if (mkdir(dir.c_str(), EVENTS_MODE) == 0 || errno == EEXIST) return true;
-    CORVO_LOG(ERROR, COMP, "Creating dir for events '%s' failed [%s]", dir.c_str(), strerror(errno));
+bool usable(const EventsDir& dir) {
+    if (dir) return true;
+    CORVO_LOG(ERROR, COMP, "Creating dir for events '%s' failed [%s]", dir.path().c_str(),
+              strerror(dir.error()));
     return false;
 }
 
-void move_if_there(const std::string& src, const std::string& dst) {
-    if (!exists(src) || rename(src.c_str(), dst.c_str()) == 0) return;
-    CORVO_LOG(ERROR, COMP, "Failed to move '%s' -> '%s' [%s]", src.c_str(), dst.c_str(), strerror(errno));
+void move_if_there(const EventsDir& from, const std::string& name, const EventsDir& to) {
+    if (!from.has(name) || from.move(name, to)) return;
+    CORVO_LOG(ERROR, COMP, "Failed to move '%s/%s' -> '%s/%s' [%s]", from.path().c_str(), name.c_str(),
+              to.path().c_str(), name.c_str(), strerror(errno));
 }
 
 /** A heartbeat or a stop may interrupt it where files are slow; the copy must not end there. */
@@ -60,18 +59,79 @@ bool has_content(int fd) {
 
 enum class CopyResult { DONE, NOTHING_READ, WRITE_FAILED };
 
+/**
+ * Lets the kernel copy: a log of gigabytes would otherwise keep the service away for minutes. Copies what it
+ * can and leaves the rest, or the failure, to whoever reads on. True if anything was copied.
+ */
+bool copy_in_kernel(int from, int to) {
+    constexpr size_t CHUNK = size_t{1} << 30;
+    bool any = false;
+    ssize_t copied = 0;
+    while ((copied = copy_file_range(from, nullptr, to, nullptr, CHUNK, 0)) > 0 ||
+           (copied < 0 && errno == EINTR))
+        any = any || copied > 0;
+    return any;
+}
+
 /** On failure errno says why; it is 0 for an empty source. */
 CopyResult copy_content(int from, int to) {
     errno = 0;
     if (!has_content(from)) return CopyResult::NOTHING_READ;
+    bool any = copy_in_kernel(from, to);
+    errno = 0;
     char buffer[1023];
-    bool any = false;
     ssize_t got = 0;
     while ((got = read_some(from, buffer, sizeof buffer)) > 0) {
         any = true;
         if (!write_all(to, buffer, static_cast<size_t>(got))) return CopyResult::WRITE_FAILED;
     }
     return any ? CopyResult::DONE : CopyResult::NOTHING_READ;
+}
+
+/** `open_dst` is asked once the source is open; the texts name the files to people. */
+template <typename Open>
+void copy(const std::string& src, unsigned int mode, const std::string& dst, Open&& open_dst) {
+    // Non-blocking: to open a pipe for reading would otherwise wait for its writer. Above the standard
+    // descriptors: in a daemon, a line printed during the copy would land in the file.
+    const UniqueFd from = open_unless_trap(src, O_RDONLY | O_NONBLOCK, mode);
+    if (!from) {
+        CORVO_LOG(ERROR, COMP, "Copy file: failed to open '%s' [%s]", src.c_str(), strerror(errno));
+        return;
+    }
+    const UniqueFd to = open_dst();
+    if (!to) {
+        CORVO_LOG(ERROR, COMP, "Copy file: failed to open '%s' [%s]", dst.c_str(), strerror(errno));
+        return;
+    }
+    switch (copy_content(from.get(), to.get())) {
+        case CopyResult::DONE:
+            return;
+        case CopyResult::NOTHING_READ:
+            CORVO_LOG(ERROR, COMP, "Copy file: failed reading '%s' [%s]", src.c_str(), strerror(errno));
+            return;
+        case CopyResult::WRITE_FAILED:
+            CORVO_LOG(ERROR, COMP, "Copy file: failed writing '%s' [%s]", dst.c_str(), strerror(errno));
+            return;
+    }
+}
+
+constexpr int REPLACE = O_WRONLY | O_CREAT | O_TRUNC;
+
+void copy_into(const std::string& src, const EventsDir& dir, const std::string& name) {
+    copy(src, 0, dir.path() + "/" + name, [&] { return dir.open(name, REPLACE); });
+}
+
+/** The configuration in force: `config_file`, or when that is empty the default one if it exists. */
+void copy_config_file(const std::string& config_file, const EventsDir& dest) {
+    std::string source = config_file;
+    if (source.empty() && exists(get_default_conf_path())) source = get_default_conf_path();
+    if (source.empty()) {
+        CORVO_LOG(DEBUG, COMP, "No config file detected, skipping copying it");
+        return;
+    }
+    CORVO_LOG(DEBUG, COMP, "Copying config file '%s' -> '%s/cvconfig.json'", source.c_str(),
+              dest.path().c_str());
+    copy_into(source, dest, "cvconfig.json");
 }
 
 }  // namespace
@@ -96,58 +156,29 @@ std::string get_logfile_name(const std::string& log_file) {
 }
 
 void create_events_dir(const std::string& dir) {
-    if (!make_dir(dir)) return;
-    if (!open_lifted(dir + ".cveventsdummy", O_RDONLY | O_CREAT, EVENTS_MODE))
+    const EventsDir events(dir);
+    if (!usable(events)) return;
+    if (!events.open(".cveventsdummy", O_RDONLY | O_CREAT))
         CORVO_LOG(ERROR, COMP, "Creation of dummy file in events dir '%s' failed [%s]", dir.c_str(),
                   strerror(errno));
 }
 
 void collect_process_info(const std::string& log_file, const std::string& config_file,
                           const std::vector<std::string>& reports) {
-    const std::string events = get_events_dest_dir_name(log_file);
-    const std::string dest = events + get_event_stamp();
-    if (!make_dir(events) || !make_dir(dest)) return;
+    const EventsDir events(get_events_dest_dir_name(log_file));
+    if (!usable(events)) return;
+    const EventsDir dest(events, get_event_stamp());
+    if (!usable(dest)) return;
     copy_config_file(config_file, dest);
-    copy_file(log_file, dest + "/" + get_logfile_name(log_file), 0);
+    copy_into(log_file, dest, get_logfile_name(log_file));
     for (const std::string& name : reports)
-        move_if_there(events + "/" + name, dest + "/" + name);
-    CORVO_LOG(INFO, COMP, "Info of termination event collected into %s", dest.c_str());
-}
-
-void copy_config_file(const std::string& config_file, const std::string& dest_dir) {
-    std::string source = config_file;
-    if (source.empty() && exists(get_default_conf_path())) source = get_default_conf_path();
-    if (source.empty()) {
-        CORVO_LOG(DEBUG, COMP, "No config file detected, skipping copying it");
-        return;
-    }
-    const std::string dest = dest_dir + "/cvconfig.json";
-    CORVO_LOG(DEBUG, COMP, "Copying config file '%s' -> '%s'", source.c_str(), dest.c_str());
-    copy_file(source, dest, 0);
+        move_if_there(events, name, dest);
+    CORVO_LOG(INFO, COMP, "Info of termination event collected into %s", dest.path().c_str());
 }
 
 void copy_file(const std::string& src, const std::string& dst, unsigned int mode) {
-    // Non-blocking: to open a pipe for reading would otherwise wait for its writer.
-    const UniqueFd from = open_lifted(src, O_RDONLY | O_NONBLOCK, mode);
-    if (!from) {
-        CORVO_LOG(ERROR, COMP, "Copy file: failed to open '%s' [%s]", src.c_str(), strerror(errno));
-        return;
-    }
-    const UniqueFd to = open_lifted(dst, O_WRONLY | O_CREAT | O_TRUNC, EVENTS_MODE);
-    if (!to) {
-        CORVO_LOG(ERROR, COMP, "Copy file: failed to open '%s' [%s]", dst.c_str(), strerror(errno));
-        return;
-    }
-    switch (copy_content(from.get(), to.get())) {
-        case CopyResult::DONE:
-            return;
-        case CopyResult::NOTHING_READ:
-            CORVO_LOG(ERROR, COMP, "Copy file: failed reading '%s' [%s]", src.c_str(), strerror(errno));
-            return;
-        case CopyResult::WRITE_FAILED:
-            CORVO_LOG(ERROR, COMP, "Copy file: failed writing '%s' [%s]", dst.c_str(), strerror(errno));
-            return;
-    }
+    copy(src, mode, dst,
+         [&] { return UniqueFd(lift_fd(open(dst.c_str(), REPLACE | O_CLOEXEC, EVENTS_MODE))); });
 }
 
 }  // namespace corvo::server

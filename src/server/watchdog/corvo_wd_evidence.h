@@ -7,9 +7,6 @@
 
 namespace corvo::server {
 
-/** Of all files and directories in the events directory. */
-inline constexpr unsigned int EVENTS_MODE = 0740;
-
 /** The events directory of this log file; ends in "/". */
 std::string get_events_dest_dir_name(const std::string& log_file);
 /** Name of the directory of an event that happens now: local time, to the second. */
@@ -26,8 +23,6 @@ void create_events_dir(const std::string& dir);
  */
 void collect_process_info(const std::string& log_file, const std::string& config_file,
                           const std::vector<std::string>& reports);
-/** The configuration in force: `config_file`, or when that is empty the default one if it exists. */
-void copy_config_file(const std::string& config_file, const std::string& dest_dir);
 /** `mode` goes to the `open` of the source, which creates nothing. Only regular files have a content here. */
 void copy_file(const std::string& src, const std::string& dst, unsigned int mode);
 

@@ -1,6 +1,7 @@
 #include "server/watchdog/corvo_wd_exit.h"
 
 #include <sys/wait.h>
+#include <cerrno>
 
 #include <csignal>
 
@@ -40,6 +41,10 @@ void add_signal_info(std::vector<StatusLine>& lines, int status, bool not_respon
 }
 
 }  // namespace
+
+bool wait_tells_end(int result, int error) {
+    return result > 0 || (result < 0 && error != EINTR);
+}
 
 bool child_exited_normally(int status, int stop_cause, bool not_responding) {
     if (stop_cause != STOP_NONE) return true;

@@ -15,6 +15,11 @@ struct StatusLine {
 };
 
 /**
+ * Whether the result of `waitpid`, with errno, means that the child is gone. An interrupted call has told
+ * nothing: taken for an end, the server would go on with nobody watching it.
+ */
+bool wait_tells_end(int result, int error);
+/**
  * After a stop signal every end is normal. Without one, an end that the watchdog brought about never is,
  * and any other one is if the child exited with code 0.
  */

@@ -10,8 +10,10 @@
 #include "server/watchdog/corvo_server_sig.h"
 #include "server/watchdog/corvo_wd_evidence.h"
 #include "server/watchdog/corvo_wd_exit.h"
+#include "server/watchdog/corvo_wd_orphan.h"
 #include "server/watchdog/corvo_wd_real.h"
 #include "server/watchdog/corvo_wd_signals.h"
+#include "utils/blocked_signals.h"
 #include "utils/clock.h"
 
 namespace corvo::server {
@@ -105,7 +107,7 @@ pid_t WDReal::fork_child(UniqueFd& read_end, UniqueFd& write_end) {
     fflush(nullptr);
     // Until the child has its own handlers, a stop signal would only reach its copy of the parent's, and be
     // lost. Blocked, it waits for the right one; in the parent, until the child's pid is known.
-    const BlockedSignals blocked;
+    const BlockedSignals blocked(WD_SIGNALS);
     const pid_t self = getpid();
     const pid_t pid = fork();
     if (pid == 0) become_child(self, read_end, write_end);
@@ -121,10 +123,10 @@ void WDReal::become_child(pid_t expected_parent, UniqueFd& read_end, UniqueFd& w
         leave(-1);
     }
     unregister_wd_signals();
-    m_stderr_read_end = std::move(read_end);
     m_stderr_fd = std::move(write_end);
     dup2(m_stderr_fd.get(), STDERR_FILENO);
     setup_child_with_wd();
+    watch_parent(m_parent_pid, std::move(read_end));
 }
 
 void WDReal::setup_child_with_wd() const {

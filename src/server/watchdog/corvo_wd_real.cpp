@@ -11,7 +11,9 @@
 #include "infra/corvo_scheduler.h"
 #include "server/watchdog/corvo_heartbeat.h"
 #include "server/watchdog/corvo_server_sig.h"
+#include "server/watchdog/corvo_wd_events_dir.h"
 #include "server/watchdog/corvo_wd_evidence.h"
+#include "server/watchdog/corvo_wd_orphan.h"
 #include "server/watchdog/corvo_wd_signals.h"
 
 namespace corvo::server {
@@ -22,8 +24,8 @@ const std::string COMP = "WD";
 constexpr unsigned int REPORT_CAPACITY = 100;
 
 /** An earlier child may have left it: after an orderly stop nobody moves it away. */
-void remove_stale(const std::string& path) {
-    if (access(path.c_str(), F_OK) != 0 || remove(path.c_str()) == 0) return;
+void remove_stale(const EventsDir& dir, const std::string& name, const std::string& path) {
+    if (!dir || !dir.has(name) || dir.remove(name)) return;
     CORVO_LOG(ERROR, COMP, "Failed to remove '%s' [%s]", path.c_str(), strerror(errno));
 }
 
@@ -74,12 +76,12 @@ void WDReal::init(const WDConf& conf, const std::string& log_file, const std::st
 void WDReal::run(Scheduler* sched) {
     const std::string hog_dump =
         std::string(SigHandler::get_sig_dump_dir_path()) + SigHandler::hog_dump_name();
-    const std::string report_file =
-        get_events_dest_dir_name(m_log_file) + "/" + SigHandler::dump_prefix() + "json";
+    const std::string report_name = SigHandler::dump_prefix() + "json";
+    const EventsDir events(get_events_dest_dir_name(m_log_file), EventsDir::LEAVE);
     if (m_hog_detection) {
-        // With the parent gone nobody empties the pipe: writing to stderr has to fail before it blocks.
-        auto heartbeat = std::make_shared<HeartBeat>(m_conf.hog_timeout_ms, m_parent_pid,
-                                                     [this] { m_stderr_read_end.reset(); });
+        // An engine library that ignores SIGPIPE keeps the kernel's word of the parent's death away.
+        auto heartbeat =
+            std::make_shared<HeartBeat>(m_conf.hog_timeout_ms, m_parent_pid, drop_stderr_of_orphan);
         sched->add(heartbeat, 0);
         CORVO_LOG(DEBUG, COMP, "Heartbeat task added to scheduler with interval of %u ms",
                   heartbeat->send_interval_ms());
@@ -87,8 +89,8 @@ void WDReal::run(Scheduler* sched) {
         CORVO_LOG(DEBUG, COMP, "HOG detection is disabled by configuration");
     }
     m_hog_reporter = std::make_unique<HogReporter>(sched, m_sig_events, REPORT_CAPACITY, hog_dump);
-    remove_stale(hog_dump);
-    remove_stale(report_file);
+    remove_stale(events, SigHandler::hog_dump_name(), hog_dump);
+    remove_stale(events, report_name, events.path() + "/" + report_name);
     SigHandler::register_state_change_cb();
 }
 

@@ -80,8 +80,7 @@ class WDReal : public WDInstance {
 
     // Child.
     pid_t m_parent_pid = -1;
-    UniqueFd m_stderr_fd;        ///< write end of the pipe; descriptor 2 is a copy of it
-    UniqueFd m_stderr_read_end;  ///< keeps stderr writable until the parent is known to be gone
+    UniqueFd m_stderr_fd;  ///< write end of the pipe; descriptor 2 is a copy of it
     std::deque<std::unique_ptr<SignalReport>> m_sig_events;
     std::unique_ptr<HogReporter> m_hog_reporter;
 };

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "utils/blocked_signals.h"
 #include "utils/clock.h"
 
 namespace corvo::server {
@@ -35,31 +36,17 @@ void signal_handler(int signum) {
 }
 
 uint64_t last_ping_epoch() {
-    const BlockedSignals blocked;
+    const BlockedSignals blocked(WD_SIGNALS);
     return g_last_ping_epoch;
 }
 
 void forget_pings() {
-    const BlockedSignals blocked;
+    const BlockedSignals blocked(WD_SIGNALS);
     g_last_ping_epoch = 0;
 }
 
-BlockedSignals::BlockedSignals() {
-    sigset_t ours;
-    sigemptyset(&ours);
-    for (const int signum : WD_SIGNALS)
-        sigaddset(&ours, signum);
-    sigprocmask(SIG_BLOCK, &ours, &m_previous);
-}
-
-BlockedSignals::~BlockedSignals() {
-    const int saved_errno = errno;
-    sigprocmask(SIG_SETMASK, &m_previous, nullptr);
-    errno = saved_errno;
-}
-
 bool wait_for_input(int fd, uint64_t timeout_ms) {
-    const BlockedSignals blocked;
+    const BlockedSignals blocked(WD_SIGNALS);
     const timespec timeout = to_timespec(g_stop_cause == STOP_NONE ? timeout_ms : 0);
     // poll, not select: a descriptor may have any number. One below 0 is never ready.
     pollfd input{.fd = fd, .events = POLLIN, .revents = 0};

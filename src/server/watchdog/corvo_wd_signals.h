@@ -28,21 +28,6 @@ uint64_t last_ping_epoch();
 /** Before a new child: what the old one sent says nothing about it. */
 void forget_pings();
 
-/** Keeps WD_SIGNALS pending while it lives. */
-class BlockedSignals {
- public:
-    BlockedSignals();
-    BlockedSignals(const BlockedSignals&) = delete;
-    BlockedSignals& operator=(const BlockedSignals&) = delete;
-    ~BlockedSignals();
-
-    /** The mask from before. */
-    const sigset_t& previous() const { return m_previous; }
-
- private:
-    sigset_t m_previous;
-};
-
 /**
  * Waits for input on `fd` (-1: for none), a signal or the time-out; not at all when a stop has been recorded.
  * True: reading `fd` won't block.

@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "infra/corvo_logger.h"
+#include "server/watchdog/corvo_wd_exit.h"
 #include "server/watchdog/corvo_wd_ladder.h"
 #include "server/watchdog/corvo_wd_real.h"
 #include "server/watchdog/corvo_wd_signals.h"
@@ -46,10 +47,9 @@ void set_heartbeat_action(void (*handler)(int)) {
     sigaction(SIGUSR2, &action, nullptr);
 }
 
-/** An interrupted call has told nothing: taken for an end, the server would go on with nobody watching it. */
 bool has_ended(pid_t pid, int& status) {
-    const pid_t ended = waitpid(pid, &status, WNOHANG);
-    return ended != 0 && (ended > 0 || errno != EINTR);
+    const pid_t result = waitpid(pid, &status, WNOHANG);
+    return wait_tells_end(result, errno);
 }
 
 /** The signal that stopped this process goes on to the child. */

@@ -26,8 +26,8 @@ struct NumericType {
 };
 
 constexpr NumericType NUMERIC_TYPES[] = {
-    {"int", reads_as<long>, "integer"},
-    {"long", reads_as<long>, "integer"},
+    {"int", reads_as<int>, "integer"},
+    {"long", reads_as<long long>, "integer"},
     {"float", reads_as<double>, "floating-point"},
     {"double", reads_as<double>, "floating-point"},
     {"complex", reads_as<std::complex<double>>, "complex"},

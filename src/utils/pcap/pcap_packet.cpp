@@ -154,19 +154,20 @@ bool CCapPkt::IsValidIpv4Packet(CFiaCounters* counters) {
     if (counters && payload.has_vlan()) counters->vlan++;
 
     uint32_t available = length - payload.offset;
+    const unsigned char* ip = l3 = data.get() + payload.offset;
     if (available < 4) return refuse(counters, &CFiaCounters::short_pkt);
-    const unsigned char* ip = data.get() + payload.offset;
     uint32_t total_length = load_be16(ip + 2);
     uint32_t header_length = (ip[0] & 0x0FU) * 4;
     if (total_length < header_length) return refuse(counters, &CFiaCounters::bad_length);
     if (total_length > available) return refuse(counters, &CFiaCounters::short_pkt);
     if (ip[0] >> 4 != 4) return refuse(counters, &CFiaCounters::bad_version);
-    if (header_length > available || available < kIpv4Header)
-        return refuse(counters, &CFiaCounters::short_pkt);
+    if (header_length > available) return refuse(counters, &CFiaCounters::short_pkt);
+    l4 = l3 + header_length;
 
     if (counters && InetChecksum(ip, static_cast<uint16_t>(header_length)) != 0) counters->bad_checksum++;
-    if (counters && load_be32(ip + 16) == 0xFFFFFFFF) counters->broadcast++;
-    return set_headers(payload.offset, payload.offset + header_length);
+    // A header that calls itself shorter than it can be may end before its addresses.
+    if (counters && available >= kIpv4Header && load_be32(ip + 16) == 0xFFFFFFFF) counters->broadcast++;
+    return true;
 }
 
 bool CCapPkt::IsValidIpv6Packet(CFiaCounters* counters) {
@@ -177,18 +178,13 @@ bool CCapPkt::IsValidIpv6Packet(CFiaCounters* counters) {
     if (counters && payload.has_vlan()) counters->vlan++;
 
     uint32_t available = length - payload.offset;
-    const unsigned char* ip = data.get() + payload.offset;
+    const unsigned char* ip = l3 = data.get() + payload.offset;
     if (available < kIpv6Header || load_be16(ip + 4) + kIpv6Header > available)
         return refuse(counters, &CFiaCounters::short_pkt);
 
     Ipv6Payload transport = walk_extensions(ip, available);
     bool behind = !transport.used_up && stands_behind_extensions(transport.next);
-    return set_headers(payload.offset, payload.offset + (behind ? transport.offset : kIpv6Header));
-}
-
-bool CCapPkt::set_headers(uint32_t l3_offset, uint32_t l4_offset) {
-    l3 = data.get() + l3_offset;
-    l4 = data.get() + l4_offset;
+    l4 = l3 + (behind ? transport.offset : kIpv6Header);
     return true;
 }
 

@@ -96,7 +96,6 @@ class CCapPkt {
     uint32_t bytes_from(const unsigned char* header) const {
         return static_cast<uint32_t>(data.get() + length - header);
     }
-    bool set_headers(uint32_t l3_offset, uint32_t l4_offset);
     uint32_t transport_word(uint32_t offset) const;
     bool has_tcp_flag(uint32_t flag) const { return GetProtocol() == 6 && (transport_word(12) & flag); }
     std::string address(bool source) const;

@@ -57,6 +57,29 @@ TEST_F(UnixRpc, ASenderInTheAbstractNamespaceIsAnswered) {
     EXPECT_STREQ(reply, "re:x");
 }
 
+TEST_F(UnixRpc, ASenderWhoseNameFillsItsFieldIsAnswered) {
+    listen(path);
+    UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un own = {AF_UNIX, {}};
+    (dir.path() + "/" + std::string(sizeof(own.sun_path), 'n')).copy(own.sun_path, sizeof(own.sun_path));
+    ASSERT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&own), sizeof(own)), 0);
+    sockaddr_un to = {AF_UNIX, {}};
+    path.copy(to.sun_path, sizeof(to.sun_path) - 1);
+    ASSERT_EQ(sendto(fd.get(), "x", 1, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)), 1);
+    EXPECT_TRUE(settle());
+    char reply[10] = "";
+    EXPECT_EQ(recv(fd.get(), reply, sizeof(reply) - 1, MSG_DONTWAIT), 4);
+}
+
+TEST_F(UnixRpc, TheSocketOfASuccessorStaysWhenItsPredecessorStops) {
+    listen(path);
+    const std::shared_ptr<RPCServer> successor = std::make_shared<RPCServer>(path, &sched, nullptr);
+    successor->connect();
+    sched.remove(server.get());
+    server.reset();
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+}
+
 TEST_F(UnixRpc, AReplyMayExceedTheUsualSendBuffer) {
     listen(path);
     padding = 300000;

@@ -1,9 +1,11 @@
 // What the parent decides, from numbers alone.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <limits>
+#include <tuple>
 
 #include "server/watchdog/corvo_wd_backoff.h"
 #include "server/watchdog/corvo_wd_exit.h"
@@ -41,6 +43,12 @@ TEST(Ladder, EachLimitItselfStillBelongsToTheRungBelow) {
     for (const auto& c : cases)
         EXPECT_EQ(reaction_to(c.silence, hog, c.kill_timeout, c.put_down), c.expected)
             << c.silence << " " << c.put_down;
+}
+
+TEST(ChildExit, AnInterruptedWaitIsNoEnd) {
+    for (auto [result, error, end] :
+         {std::tuple{7, EINTR, true}, {-1, ECHILD, true}, {-1, EINTR, false}, {0, 0, false}})
+        EXPECT_EQ(wait_tells_end(result, error), end) << result << " " << error;
 }
 
 constexpr int exited(int code) {

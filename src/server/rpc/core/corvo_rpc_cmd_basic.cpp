@@ -18,33 +18,33 @@ const std::string ECHO_COMP = "echo";
 
 }  // namespace
 
-uint32_t RpcCmdPing::_run(const std::string&, const Json::Value&, Json::Value& res) {
+int RpcCmdPing::_run(const std::string&, const Json::Value&, Json::Value& res) {
     res["result"]["ts"] = static_cast<Json::UInt64>(monotonic_sec());
     return CMD_OK;
 }
 
-uint32_t RpcCmdEcho::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdEcho::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     const auto message = required_param<std::string>(*this, params, "message", res);
     CORVO_LOG(INFO, ECHO_COMP, "%s", message.c_str());
     res["result"] = Json::objectValue;
     return CMD_OK;
 }
 
-uint32_t RpcCmdShutdown::_run(const std::string&, const Json::Value&, Json::Value& res) {
+int RpcCmdShutdown::_run(const std::string&, const Json::Value&, Json::Value& res) {
     CORVO_LOG(INFO, COMP, "RPC request for shutdown");
     server::Server::g_ptr->stop(server::Server::EXIT_CAUSE_SHUTDOWN);
     res["result"] = Json::objectValue;
     return CMD_OK;
 }
 
-uint32_t RpcCmdGetCmds::_run(const std::string&, const Json::Value&, Json::Value& res) {
+int RpcCmdGetCmds::_run(const std::string&, const Json::Value&, Json::Value& res) {
     std::vector<std::string> keys;
     server::Server::g_ptr->get_rpc_cmds(keys);
     res["result"] = to_json_array(keys);
     return CMD_OK;
 }
 
-uint32_t RpcCmdGetEvents::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdGetEvents::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         Json::Value& events = res["result"]["events"] = Json::arrayValue;
         parse_choice(params, "type", {"hog"}, res);

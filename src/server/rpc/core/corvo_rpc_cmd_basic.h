@@ -16,7 +16,7 @@ class RpcCmdPing : public RpcCommand {
     RpcCmdPing() : RpcCommand("ping") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 /** Writes a client's `message` into the log. Unguarded: a bad field is CMD_BAD_PARAMS. */
@@ -25,7 +25,7 @@ class RpcCmdEcho : public RpcCommand {
     RpcCmdEcho() : RpcCommand("echo") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 /** The server's loop ends once the reply is on its way. */
@@ -34,7 +34,7 @@ class RpcCmdShutdown : public RpcCommand {
     RpcCmdShutdown() : RpcCommand("shutdown") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 /** The keys of the whole table, those of an engine's components too. */
@@ -43,7 +43,7 @@ class RpcCmdGetCmds : public RpcCommand {
     RpcCmdGetCmds() : RpcCommand("cmds") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 /** The reports that are kept in memory, oldest first. */
@@ -52,7 +52,7 @@ class RpcCmdGetEvents : public RpcCommand {
     RpcCmdGetEvents() : RpcCommand("events") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 }  // namespace corvo

@@ -8,7 +8,7 @@
 
 namespace corvo {
 
-uint32_t RpcCmdCoffee::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdCoffee::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         const auto func = required_param<std::string>(*this, params, "func", res);
         const Json::Value& list = optional_field(params, "args");

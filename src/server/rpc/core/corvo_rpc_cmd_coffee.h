@@ -15,7 +15,7 @@ class RpcCmdCoffee : public RpcCommand {
     RpcCmdCoffee() : RpcCommand("coffee") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 }  // namespace corvo

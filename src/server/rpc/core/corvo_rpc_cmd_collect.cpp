@@ -46,7 +46,7 @@ const ExporterKind& exporter_kind(const std::string& word) {
 
 }  // namespace
 
-uint32_t RpcCmdCollect::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdCollect::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     using Branch = void (*)(RpcCmdCollect & self, const Json::Value& params, Json::Value& res);
     static const std::unordered_map<std::string, Branch> BRANCHES = {
         {"enable",
@@ -106,7 +106,7 @@ void RpcCmdCollect::handle_collect_set_exporter(const Json::Value& params, Json:
     engine().collect_set_exporter(config);
 }
 
-uint32_t RpcCmdHealth::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdHealth::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         const std::string cmd = parse_choice(params, "cmd", {"show", "configure", "get_config"}, res);
         if (cmd == "show") {

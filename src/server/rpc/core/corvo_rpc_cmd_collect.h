@@ -16,7 +16,7 @@ class RpcCmdCollect : public RpcCommand {
     RpcCmdCollect() : RpcCommand("collect") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 
  private:
     void handle_collect_ls(Json::Value& res);
@@ -28,7 +28,7 @@ class RpcCmdHealth : public RpcCommand {
     RpcCmdHealth() : RpcCommand("health") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 
  private:
     void handle_configure(const Json::Value& params, Json::Value& res);

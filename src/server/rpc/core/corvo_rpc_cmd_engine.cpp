@@ -30,7 +30,8 @@ bool parse_hex(const std::string& text, uint32_t& out) {
 
 /** The interface that a client means. "default" is the one that the routing table picks towards the world. */
 std::string intf_param(RpcCommand& command, const Json::Value& params, Json::Value& res) {
-    if (Version::g_in_slave_mode) throw Exception("'" + command.name() + "' not supported in slave mode");
+    if (Version::g_in_slave_mode)
+        throw Exception("'" + RpcTableView::name(command) + "' not supported in slave mode");
     auto intf = required_param<std::string>(command, params, "intf", res);
     if (intf != "default") return intf;
     intf = NetUtils::ip_to_ifname(NetUtils::get_src_ip("8.8.8.8", 53));
@@ -40,7 +41,7 @@ std::string intf_param(RpcCommand& command, const Json::Value& params, Json::Val
 
 }  // namespace
 
-uint32_t RpcCmdLoad::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdLoad::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     // `params` that can't hold members throws at any read: here that fails the command, not the server.
     guarded(res, [&] { optional_field(params, "path"); });
     const auto path = optional_param<std::string>(*this, params, "path", server::default_engine_path, res);
@@ -76,13 +77,13 @@ void RpcCmdLoad::parse_shm(const Json::Value& params, api::InitConfig& config, J
     if (!parse_hex(addr, config.shm_addr)) generate_execute_err(res, "'addr' is not a valid HEX value");
 }
 
-uint32_t RpcCmdUnload::_run(const std::string&, const Json::Value&, Json::Value& res) {
+int RpcCmdUnload::_run(const std::string&, const Json::Value&, Json::Value& res) {
     guarded(res, [] { Server::g_ptr->engine()->unload_engine(); });
     res["result"] = Json::objectValue;
     return CMD_OK;
 }
 
-uint32_t RpcCmdActivate::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdActivate::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         check_field_type(params, "resources", TYPE_OBJECT, res);
         const Json::Value& resources = params["resources"];
@@ -99,19 +100,19 @@ uint32_t RpcCmdActivate::_run(const std::string&, const Json::Value& params, Jso
     return CMD_OK;
 }
 
-uint32_t RpcCmdDeactivate::_run(const std::string&, const Json::Value&, Json::Value& res) {
+int RpcCmdDeactivate::_run(const std::string&, const Json::Value&, Json::Value& res) {
     guarded(res, [] { Server::g_ptr->engine()->deactivate(); });
     res["result"] = Json::objectValue;
     return CMD_OK;
 }
 
-uint32_t RpcCmdAttach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdAttach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] { Server::g_ptr->engine()->attach(intf_param(*this, params, res)); });
     res["result"] = Json::objectValue;
     return CMD_OK;
 }
 
-uint32_t RpcCmdDetach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdDetach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] { Server::g_ptr->engine()->detach(intf_param(*this, params, res)); });
     res["result"] = Json::objectValue;
     return CMD_OK;

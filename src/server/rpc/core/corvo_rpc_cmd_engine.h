@@ -17,7 +17,7 @@ class RpcCmdLoad : public RpcCommand {
     RpcCmdLoad() : RpcCommand("load") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 
  private:
     /** Fills the shared-memory members of `config`; the automatic choice where `params` holds no `shm`. */
@@ -29,7 +29,7 @@ class RpcCmdUnload : public RpcCommand {
     RpcCmdUnload() : RpcCommand("unload") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 class RpcCmdActivate : public RpcCommand {
@@ -37,7 +37,7 @@ class RpcCmdActivate : public RpcCommand {
     RpcCmdActivate() : RpcCommand("activate") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 class RpcCmdDeactivate : public RpcCommand {
@@ -45,7 +45,7 @@ class RpcCmdDeactivate : public RpcCommand {
     RpcCmdDeactivate() : RpcCommand("deactivate") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 class RpcCmdAttach : public RpcCommand {
@@ -53,7 +53,7 @@ class RpcCmdAttach : public RpcCommand {
     RpcCmdAttach() : RpcCommand("attach") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 class RpcCmdDetach : public RpcCommand {
@@ -61,7 +61,7 @@ class RpcCmdDetach : public RpcCommand {
     RpcCmdDetach() : RpcCommand("detach") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 }  // namespace corvo

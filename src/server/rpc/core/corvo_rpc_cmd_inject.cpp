@@ -24,7 +24,7 @@ const char* pkt_error_to_str(api::pkt_error_e error) {
 
 }  // namespace
 
-uint32_t RpcCmdPushPCAP::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdPushPCAP::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     // `params` that can't hold members throws at any read: here that fails the command, not the server.
     guarded(res, [&] { optional_field(params, "type"); });
     const std::string type = parse_choice(params, "type", {"filename", "buffer"}, res);

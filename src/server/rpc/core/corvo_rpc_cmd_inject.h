@@ -16,7 +16,7 @@ class RpcCmdPushPCAP : public RpcCommand {
     RpcCmdPushPCAP() : RpcCommand("push_pcap") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 
  private:
     void push_filename(const std::string& dpaddr, const std::string& filename, uint32_t ns_id, bool reset,

@@ -29,7 +29,7 @@ std::string without_padding(std::string word) {
 
 }  // namespace
 
-uint32_t RpcCmdLog::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdLog::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         res["result"] = Json::objectValue;
         const std::string type = parse_choice(params, "type", {"log", "verbosity"}, res);

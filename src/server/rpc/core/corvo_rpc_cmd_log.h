@@ -18,7 +18,7 @@ class RpcCmdLog : public RpcCommand {
     explicit RpcCmdLog(std::string global_name) : RpcCommand("log"), m_global_name(std::move(global_name)) {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 
  private:
     void handle_log_cmds(const Json::Value& params, Json::Value& res);

@@ -13,7 +13,7 @@ constexpr uint8_t DEFAULT_DEPTH = 1;
 
 }  // namespace
 
-uint32_t RpcCmdMemtraceInfo::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdMemtraceInfo::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         if (!corvo_mt_supported()) generate_execute_err(res, "Mem tracing is not built into this image");
         const auto threshold = optional_param<uint32_t>(*this, params, "threshold", DEFAULT_THRESHOLD, res);

@@ -15,7 +15,7 @@ class RpcCmdMemtraceInfo : public RpcCommand {
     RpcCmdMemtraceInfo() : RpcCommand("mt") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 
  private:
     void dump_bts(Json::Value& out, unsigned threshold, unsigned char depth, Json::Value& res);

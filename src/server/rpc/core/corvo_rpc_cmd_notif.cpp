@@ -4,7 +4,7 @@
 
 namespace corvo {
 
-uint32_t RpcCmdNotifs::_run(const std::string&, const Json::Value& params, Json::Value& res) {
+int RpcCmdNotifs::_run(const std::string&, const Json::Value& params, Json::Value& res) {
     guarded(res, [&] {
         res["result"] = Json::objectValue;
         notif::ops(params, res["result"]);

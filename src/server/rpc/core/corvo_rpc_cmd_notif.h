@@ -15,7 +15,7 @@ class RpcCmdNotifs : public RpcCommand {
     RpcCmdNotifs() : RpcCommand("notifications") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 };
 
 }  // namespace corvo

@@ -32,7 +32,7 @@ void fill_size(Json::Value& out, long long bytes, uint32_t& max) {
 
 }  // namespace
 
-uint32_t RpcCmdStatus::_run(const std::string&, const Json::Value&, Json::Value& res) {
+int RpcCmdStatus::_run(const std::string&, const Json::Value&, Json::Value& res) {
     Engine& engine = *Server::g_ptr->engine();
     Json::Value& result = res["result"];
     result[Key("mode")] = engine.get_mode_int();

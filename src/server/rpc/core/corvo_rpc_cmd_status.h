@@ -17,7 +17,7 @@ class RpcCmdStatus : public RpcCommand {
     RpcCmdStatus() : RpcCommand("status") {}
 
  protected:
-    uint32_t _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
+    int _run(const std::string& method, const Json::Value& params, Json::Value& res) override;
 
  private:
     void fill_proc_info(Json::Value& out);

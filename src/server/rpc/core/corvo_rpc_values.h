@@ -46,7 +46,7 @@ T required_param(RpcParser& parser, const Json::Value& params, const char* name,
 template <class T>
 T optional_param(RpcParser& parser, const Json::Value& params, const char* name, T fallback,
                  Json::Value& res) {
-    if (RpcParser::optional_field(params, name).isNull()) return fallback;
+    if (optional_field(params, name).isNull()) return fallback;
     return required_param<T>(parser, params, name, res);
 }
 

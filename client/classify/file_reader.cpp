@@ -1,4 +1,4 @@
-#include "client/classify/reader.h"
+#include "client/classify/file_reader.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,9 +42,9 @@ std::string process_namespace(const std::string& process) {
 }
 
 /** Nothing if there is no such process, or if it is no daemon: a container's numbers are others. */
-std::optional<Reader> of_process(uint64_t pid) {
+std::optional<FileReader> of_process(uint64_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    Reader reader;
+    FileReader reader;
     bool is_daemon = false;
     for (std::string line; std::getline(file, line);) {
         std::istringstream values(line);
@@ -75,18 +75,18 @@ uint64_t pid_of(Daemon& daemon) {
 
 }  // namespace
 
-std::optional<Reader> Reader::of_daemon(Daemon& daemon) {
+std::optional<FileReader> FileReader::of_daemon(Daemon& daemon) {
     const Address& address = daemon.address();
     if (!on_this_machine(address)) return std::nullopt;
     struct stat socket = {};
     const bool has_owner = !address.tcp && stat(address.path.c_str(), &socket) == 0;
-    Reader owner{socket.st_uid, {socket.st_gid}, socket.st_uid == 0};
+    FileReader owner{socket.st_uid, {socket.st_gid}, socket.st_uid == 0};
     if (has_owner && owner.user == geteuid()) return owner;  // there's no need to ask
-    std::optional<Reader> process = of_process(pid_of(daemon));
+    std::optional<FileReader> process = of_process(pid_of(daemon));
     return has_owner && (!process || process->user != owner.user) ? std::move(owner) : std::move(process);
 }
 
-bool Reader::sees_processes_as_we_do(Daemon& daemon) {
+bool FileReader::sees_processes_as_we_do(Daemon& daemon) {
     const std::string process = std::to_string(pid_of(daemon));
     const std::string space = process_namespace(process);
     // One with fewer rights may not look into a process with more.
@@ -95,7 +95,7 @@ bool Reader::sees_processes_as_we_do(Daemon& daemon) {
            space == process_namespace("self") && rights == status_line("self", "CapPrm:");
 }
 
-bool Reader::may(const std::string& path, mode_t right) const {
+bool FileReader::may(const std::string& path, mode_t right) const {
     struct stat file = {};
     if (stat(path.c_str(), &file) != 0) return false;
     if (passes_modes) return true;
@@ -104,7 +104,7 @@ bool Reader::may(const std::string& path, mode_t right) const {
     return (file.st_mode & (is_in_group ? right << 3 : right)) != 0;
 }
 
-bool Reader::may_open(const std::string& path) const {
+bool FileReader::may_open(const std::string& path) const {
     if (!may("/", S_IXOTH)) return false;
     for (size_t at = path.find('/', 1); at != std::string::npos; at = path.find('/', at + 1))
         if (!may(path.substr(0, at), S_IXOTH)) return false;

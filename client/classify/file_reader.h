@@ -12,15 +12,15 @@
 
 namespace brumectl {
 
-struct Reader {
+struct FileReader {
     std::optional<uid_t> user = {};  ///< none: whoever has no right of his own
     std::vector<gid_t> groups = {};  ///< the first is the process's own
     bool passes_modes = false;       ///< root, as long as it hasn't given that right away
 
     /** From /proc where the daemon's process is there, else by the owner of its socket. Nothing: elsewhere.
      */
-    static std::optional<Reader> of_daemon(Daemon& daemon);
-    static Reader everybody() { return {}; }
+    static std::optional<FileReader> of_daemon(Daemon& daemon);
+    static FileReader everybody() { return {}; }
     /** Our number is ours for the daemon, too, and what is open here can be opened by it, if it is our user.
      */
     static bool sees_processes_as_we_do(Daemon& daemon);

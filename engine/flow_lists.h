@@ -1,0 +1,79 @@
+#pragma once
+// Lists of a data path's flows, or of its hosts, given out in pages. A page is bounded in bytes and in time;
+// what isn't done goes on with the next one. The order is that of the moment when a list was begun.
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "data_path.h"
+#include "ranking.h"
+
+namespace corvo::engine {
+
+/** Which flows, and in which order. */
+struct FlowQuery {
+    enum sort_e { BY_BYTES, BY_PACKETS, BY_FIRST_PACKET };
+
+    struct Address {
+        uint64_t words[2] = {};  ///< as in FlowKey
+        uint8_t version = 0;
+    };
+
+    sort_e sort = BY_BYTES;
+    bool guess = true;     ///< false: guessed flows count as unclassified
+    std::string protocol;  ///< empty: any
+    std::optional<Address> address;
+    std::optional<uint16_t> port;
+    std::optional<uint32_t> ns_id;
+
+    bool matches(const Flow& flow) const;
+};
+
+/** Throws Error if it isn't an IPv4 or IPv6 address. */
+FlowQuery::Address parse_address(const std::string& text);
+
+class FlowList;
+
+class FlowLists {
+ public:
+    static constexpr size_t MAX_LISTS = 4;
+    static constexpr size_t PAGE_BYTES = 60000;
+    static constexpr uint64_t PAGE_MS = 15;
+    static constexpr uint64_t KEEP_MS = 60000;
+
+    /** `first_id`: cursors of other paths have smaller numbers, or much bigger ones. */
+    FlowLists(const DataPath& path, uint64_t first_id, ClockFn clock);
+    ~FlowLists();
+
+    // Each gives an object of the rows under "flows" or "hosts", "total" once it is known, and "cursor"
+    // unless that was the last page. A cursor goes on with its list; Error if that has ended, or is one of
+    // the other kind.
+    Json::Value flows(const FlowQuery& query, uint32_t limit);
+    Json::Value hosts(uint32_t limit);
+    Json::Value next(const char* member, const std::string& cursor, uint32_t limit);
+
+    /** Ends lists that nobody has used for long. */
+    void tick(uint64_t now_ms);
+
+ private:
+    struct Entry {
+        uint64_t id;
+        uint64_t used_ms;
+        std::unique_ptr<FlowList> list;
+    };
+
+    Json::Value begin(std::unique_ptr<FlowList> list, uint32_t limit);
+    Json::Value page(std::list<Entry>::iterator entry, size_t position, uint32_t limit);
+
+    const DataPath& m_path;
+    ClockFn m_clock;
+    uint64_t m_next_id;
+    std::list<Entry> m_lists;  ///< the one that was used last comes last
+};
+
+}  // namespace corvo::engine

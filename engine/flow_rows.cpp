@@ -1,0 +1,156 @@
+#include "flow_rows.h"
+
+#include <arpa/inet.h>
+
+#include <bit>
+#include <string_view>
+
+#include "attributes.h"
+#include "layers.h"
+
+namespace corvo::engine {
+namespace {
+
+using Key = Json::StaticString;
+
+/** Which attribute is told as which member. */
+constexpr struct {
+    std::string_view attribute;
+    const char* member;
+} TOLD[] = {
+    {"host", "host"},
+    {"dns_name", "host"},
+    {"sni", "sni"},
+    {"tls_alpn", "alpn"},
+    {"ja3c", "ja3c"},
+    {"ja3s", "ja3s"},
+    {"hassh_client", "hassh_client"},
+    {"hassh_server", "hassh_server"},
+};
+
+/** Quotes, colon, comma, and what surrounds a row. */
+constexpr size_t PER_MEMBER = 6;
+constexpr size_t LONGEST_NUMBER = 20;
+
+size_t text_bytes(std::string_view text) {
+    size_t bytes = text.size();
+    for (char c : text) {
+        if (static_cast<unsigned char>(c) >= 0x80)
+            bytes += 5;  // may be written as an escape
+        else if (c == '"' || c == '\\')
+            bytes += 1;
+    }
+    return bytes;
+}
+
+class RowWriter {
+ public:
+    void text(const char* key, std::string_view value) {
+        add(key, Json::Value(value.data(), value.data() + value.size()), text_bytes(value));
+    }
+    void number(const char* key, uint64_t value) {
+        size_t digits = 1;
+        for (uint64_t rest = value; rest > 9; rest /= 10)
+            digits++;
+        add(key, Json::Value(Json::UInt64{value}), digits);
+    }
+    void add(const char* key, Json::Value value, size_t bytes) {
+        m_row.json[Key(key)] = std::move(value);
+        m_row.bytes += std::string_view(key).size() + bytes + PER_MEMBER;
+    }
+    Row take() { return std::move(m_row); }
+
+ private:
+    Row m_row{Json::Value(Json::objectValue), 2};
+};
+
+bool has_ports(uint8_t protocol) {
+    return protocol == PROTO_TCP || protocol == PROTO_UDP || protocol == PROTO_UDPLITE;
+}
+
+void add_ends(const Flow& flow, RowWriter& row) {
+    const FlowKey& key = flow.key;
+    const void* addresses[] = {key.lower_address(), key.upper_address()};
+    const uint16_t ports[] = {key.lower_port(), key.upper_port()};
+    const bool client = flow.client_is_upper;
+    row.text("client", address_text(key.version(), addresses[client]));
+    row.text("server", address_text(key.version(), addresses[!client]));
+    if (has_ports(key.protocol())) {
+        row.number("client_port", ports[client]);
+        row.number("server_port", ports[!client]);
+    }
+    row.text("transport", ip_protocol_name(key.protocol()));
+    row.number("ns_id", key.ns_id());
+    if (key.vlan() != 0) row.number("vlan", key.vlan());
+}
+
+void add_traffic(const Flow& flow, RowWriter& row) {
+    row.number("packets", flow.all_packets());
+    row.number("bytes", flow.all_bytes());
+    row.number("packets_to_server", flow.packets[flow.client_is_upper]);
+    row.number("bytes_to_server", flow.bytes[flow.client_is_upper]);
+}
+
+void add_verdict(const Flow& flow, const Classifier& classifier, bool guess, RowWriter& row) {
+    const Verdict& verdict = flow.verdict;
+    const bool known = verdict.cls() != 0 && (guess || !verdict.guessed);
+    row.text("protocol", known ? std::string_view(verdict.entry->full) : UNCLASSIFIED);
+    row.number("cls", known ? verdict.cls() : 0);
+    row.add("guessed", known && verdict.guessed, 5);
+    if (!known) return;
+    if (verdict.category != 0) row.text("category", classifier.category_name(verdict.category));
+    row.text("confidence", Classifier::confidence_name(verdict.confidence));
+}
+
+void add_details(const Flow& flow, RowWriter& row) {
+    const auto tell = [&row](std::string_view name, std::string_view value) {
+        for (const auto& [attribute, member] : TOLD) {
+            if (name == attribute) row.text(member, value);
+        }
+    };
+    ndpi_risk risks = 0;
+    if (flow.dissection) {
+        std::string attributes;
+        read_attributes(*flow.dissection, attributes);
+        for_each_attribute(attributes, tell);
+        risks = flow.dissection->risk;
+    } else if (flow.details) {
+        for_each_attribute(flow.details->attributes, tell);
+        risks = flow.details->risks;
+    }
+    if (risks == 0) return;
+    Json::Value names(Json::arrayValue);
+    size_t bytes = 2;
+    for (; risks != 0; risks &= risks - 1) {
+        const char* name = Classifier::risk_name(static_cast<unsigned>(std::countr_zero(risks)));
+        bytes += text_bytes(name) + 3;
+        names.append(name);
+    }
+    row.add("risks", std::move(names), bytes);
+}
+
+}  // namespace
+
+std::string address_text(uint8_t version, const void* address) {
+    char text[INET6_ADDRSTRLEN] = {};
+    inet_ntop(version == 4 ? AF_INET : AF_INET6, address, text, sizeof text);
+    return text;
+}
+
+Row flow_row(const Flow& flow, const Classifier& classifier, const RowStyle& style) {
+    RowWriter row;
+    add_ends(flow, row);
+    add_traffic(flow, row);
+    add_verdict(flow, classifier, style.guess, row);
+    add_details(flow, row);
+    if (style.times) {
+        const auto seconds = [&](uint64_t time_ms) {
+            return static_cast<double>(static_cast<int64_t>(time_ms) + style.realtime_ms) / 1000;
+        };
+        row.add("first_seen", seconds(flow.first_seen_ms), LONGEST_NUMBER);
+        row.add("last_seen", seconds(flow.last_seen_ms), LONGEST_NUMBER);
+    }
+    return row.take();
+}
+
+}  // namespace corvo::engine

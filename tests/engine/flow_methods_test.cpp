@@ -1,0 +1,217 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "engine/library.h"
+#include "support/json_schema.h"
+#include "tools/captures/sample_flows.h"
+
+namespace {
+
+using test::Pushed;
+using testing::HasSubstr;
+
+constexpr const char* DP = R"("dpaddr":"capture:a")";
+
+class FlowMethods : public test::EngineLibrary {
+ protected:
+    FlowMethods() {
+        init();
+        activate();
+    }
+    void push_frames(const std::vector<test::Bytes>& frames, uint32_t ns_id = 0) {
+        Pushed pushed(frames, ns_id);
+        EXPECT_EQ(push(pushed, "capture:a", false), "");
+    }
+    /** What a method gives must be what its description says, unless it is an error's text. */
+    Json::Value ask_path(const std::string& method, const std::string& params = "") {
+        const Json::Value result =
+            ask(method, std::string("{") + DP + (params.empty() ? "" : ",") + params + "}");
+        const Json::Value document = ask("flows.describe");
+        for (const Json::Value& described : document["methods"])
+            EXPECT_TRUE(described["name"] != method || result.isString() ||
+                        test::validates(described["result"]["schema"], result))
+                << method << result.toStyledString();
+        return result;
+    }
+    /** The first page that isn't cut off by the time that a call may take. */
+    Json::Value whole_page(const std::string& method, std::string params = "",
+                           const std::string& limit = R"("limit":100)") {
+        for (;;) {
+            Json::Value page = ask_path(method, params.empty() ? limit : params + "," + limit);
+            if (page.isMember("total") && (page["total"] == 0u || !page["flows"].empty())) return page;
+            params = R"("cursor":")" + page["cursor"].asString() + "\"";
+        }
+    }
+    /** The rows of all pages. */
+    std::vector<Json::Value> all(const std::string& method, std::string params) {
+        std::vector<Json::Value> rows;
+        for (;;) {
+            const Json::Value page = ask_path(method, params);
+            for (const Json::Value& row : page[method == "flows.list" ? "flows" : "hosts"])
+                rows.push_back(row);
+            if (!page.isMember("cursor")) return rows;
+            params = R"("limit":7,"cursor":")" + page["cursor"].asString() + "\"";
+        }
+    }
+};
+
+TEST_F(FlowMethods, SumWhatEachFlowEndsAs) {
+    push_frames(test::sample_frames());
+    push_frames({test::tcp_frame({"10.0.0.1", "10.0.0.2", 50000, 22}, {}, test::Bytes(40, 0xee)),
+                 test::udp_frame({"10.0.0.1", "10.0.0.2", 50000, 50001}, test::Bytes(40, 0xee)),
+                 test::ether_frame(test::ETHER_ARP, test::Bytes(28))});
+    Json::Value sums = ask_path("flows.summary");
+    EXPECT_EQ(sums["protocols"]["unclassified"]["flows"], 2u);
+    EXPECT_GE(sums["undecided"], 2u);
+    sums = ask_path("flows.summary", R"("finish":true)");
+    EXPECT_EQ(sums["complete"], true);
+    EXPECT_EQ(sums["undecided"], 0u);
+    EXPECT_EQ(sums["errors"]["not_ip"], 1u);
+    EXPECT_EQ(sums["protocols"]["unclassified"]["packets"], 1u);
+    EXPECT_EQ(sums["protocols"]["SSH"]["flows"], 2u);
+    EXPECT_EQ(sums["protocols"]["SSH"]["guessed"], 1u);
+    uint64_t packets = 1;
+    for (const Json::Value& protocol : sums["protocols"])
+        packets += protocol["packets"].asUInt64();
+    EXPECT_EQ(sums["pushed"]["packets"], Json::UInt64{packets});
+    sums = ask_path("flows.summary", R"("guess":false)");
+    EXPECT_EQ(sums["protocols"]["unclassified"]["packets"], 2u);
+    EXPECT_EQ(sums["protocols"]["SSH"]["flows"], 1u);
+}
+
+TEST_F(FlowMethods, TellOfEachFlowWhatIsKnown) {
+    push_frames(test::sample_flow("tls").frames, 5);
+    push_frames(test::TcpConversation({"10.0.0.1", "10.0.0.2", 40000, 12345})
+                    .client(test::from_text("GET / HTTP/1.1\r\nHost: a.example.net\r\n\r\n"))
+                    .close());
+    push_frames(test::sample_flow("dns-ipv6-hop-by-hop").frames);
+    Json::Value tls = whole_page("flows.list", R"("protocol":"tls")")["flows"][0];
+    const auto& frames = test::sample_flow("tls").frames;
+    EXPECT_EQ(tls["server_port"], 443u);
+    EXPECT_EQ(tls["client_port"], 40003u);
+    EXPECT_EQ(tls["transport"], "tcp");
+    EXPECT_EQ(tls["protocol"], "TLS");
+    EXPECT_EQ(tls["category"], "Web");
+    EXPECT_EQ(tls["confidence"], "DPI");
+    EXPECT_EQ(tls["guessed"], false);
+    EXPECT_EQ(tls["sni"], "secure.example.net");
+    EXPECT_EQ(tls["alpn"], "http/1.1");
+    EXPECT_EQ(tls["ja3c"].asString().size(), 32u);
+    EXPECT_EQ(tls["ja3s"].asString().size(), 32u);
+    EXPECT_EQ(tls["ns_id"], 5u);
+    EXPECT_EQ(tls["packets"], Json::UInt64{frames.size()});
+    EXPECT_GT(tls["packets_to_server"], 0u);
+    EXPECT_LT(tls["packets_to_server"], tls["packets"]);
+    EXPECT_LT(tls["bytes_to_server"], tls["bytes"]);
+    for (const char* absent : {"host", "hassh_client", "vlan", "first_seen"})
+        EXPECT_FALSE(tls.isMember(absent)) << absent;
+    Json::Value http = whole_page("flows.list", R"("port":12345)")["flows"][0];
+    EXPECT_EQ(http["host"], "a.example.net");
+    EXPECT_EQ(http["risks"][0], "Known Protocol on Non Standard Port");
+    Json::Value dns = whole_page("flows.list", R"("protocol":"DNS")")["flows"][0];
+    EXPECT_EQ(dns["host"], "six.example.net");
+    EXPECT_THAT(dns["client"].asString(), HasSubstr("::"));
+
+    Pushed live(test::sample_flow("dns").frames);
+    push(live);
+    const Json::Value live_page = ask("flows.list");
+    ASSERT_TRUE(live_page["flows"].empty() || live_page["flows"][0]["last_seen"].asDouble() > 1.6e9)
+        << "seconds since 1970";
+}
+
+TEST_F(FlowMethods, ListInOrderAndInPagesWhatTheFiltersLetThrough) {
+    std::vector<test::Bytes> frames;
+    for (uint16_t port = 1; port <= 600; port++)
+        frames.push_back(test::udp_frame({"10.0.0.1", "10.0.1." + std::to_string(port % 3), port, 9},
+                                         test::Bytes(port % 100u, 0x31)));
+    push_frames(frames);
+    push_frames({frames[0], frames[0]}, 7);
+    EXPECT_LE(ask_path("flows.list")["flows"].size(), 100u);
+    Json::Value page = whole_page("flows.list", "", R"("limit":1000)");
+    EXPECT_EQ(page["total"], 601u);
+    EXPECT_LT(page["flows"].size(), 601u) << "more than a datagram's worth";
+    EXPECT_LT(page.toStyledString().size(), 120000u);
+    const std::pair<const char*, const char*> sorts[] = {{R"("sort":"bytes")", "bytes"},
+                                                         {R"("sort":"packets")", "packets"}};
+    for (const auto& [sort, member] : sorts) {
+        const std::vector<Json::Value> rows = all("flows.list", sort);
+        ASSERT_EQ(rows.size(), 601u);
+        for (size_t i = 1; i < rows.size(); i++)
+            EXPECT_GE(rows[i - 1][member].asUInt64(), rows[i][member].asUInt64()) << member << i;
+    }
+    EXPECT_EQ(all("flows.list", R"("sort":"first")")[599]["client_port"], 600u);
+    const std::pair<const char*, unsigned> filters[] = {{R"("ns_id":7)", 1},
+                                                        {R"("port":9)", 601},
+                                                        {R"("port":5)", 1},
+                                                        {R"("address":"10.0.1.2")", 200},
+                                                        {R"("address":"fd00::1")", 0},
+                                                        {R"("protocol":"UNCLASSIFIED")", 600},
+                                                        {R"("protocol":"nil")", 0},
+                                                        {R"("port":9,"ns_id":7,"address":"10.0.0.1")", 1}};
+    for (const auto& [filter, count] : filters)
+        EXPECT_EQ(whole_page("flows.list", filter)["total"], count) << filter;
+    const std::vector<Json::Value> hosts = all("flows.hosts", "");
+    ASSERT_EQ(hosts.size(), 4u);
+    EXPECT_EQ(hosts[0]["address"], "10.0.0.1");
+    EXPECT_EQ(hosts[0]["flows"], 601u);
+    EXPECT_EQ(hosts[0]["packets"], 602u);
+    EXPECT_EQ(hosts[1]["flows"].asUInt() + hosts[2]["flows"].asUInt() + hosts[3]["flows"].asUInt(), 601u);
+}
+
+TEST_F(FlowMethods, GoOnWithAListWhileFlowsComeAndGo) {
+    push_frames({test::sample_flow("tls").frames[0], test::sample_flow("dns").frames[0]});
+    Json::Value page = whole_page("flows.list", R"("sort":"first")", R"("limit":1)");
+    const std::string cursor = R"("cursor":")" + page["cursor"].asString() + "\"";
+    push_frames(test::sample_frames());
+    EXPECT_EQ(all("flows.list", cursor).size(), 1u) << "those that came later aren't in it";
+    EXPECT_EQ(all("flows.list", cursor)[0]["server_port"], 53u) << "an answer may get lost";
+    coffee("dp.ft.sui_ft_kill_all_flows", {}, "capture:a");
+    EXPECT_EQ(all("flows.list", cursor).size(), 0u);
+    const std::string ended =
+        "the list of cursor '" + page["cursor"].asString() + "' has ended, begin without a cursor";
+    EXPECT_EQ(ask_path("flows.hosts", cursor), ended) << "of another kind";
+    for (int i = 0; i < 4; i++)
+        ask_path("flows.list");
+    EXPECT_EQ(ask_path("flows.list", cursor), ended);
+}
+
+TEST_F(FlowMethods, TellWhatIsWrong) {
+    push_frames(test::sample_flow("dns").frames);
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"flows.summary", "5", "internal parsing error"},
+        {"flows.summary", R"({"dpaddr":5})", "error at offset: 10 - 'dpaddr' is 'int', expecting 'string'"},
+        {"flows.summary", R"({"finish":1})", "error at offset: 10 - 'finish' is 'int', expecting 'bool'"},
+        {"flows.summary", R"({"finish":true})", "data path 'dp0' can't be finished, only that of a capture"},
+        {"flows.summary", R"({"dpaddr":"capture:b"})", "there is no data path 'capture:b': it comes with"},
+        {"flows.summary", R"({"dpaddr":"dp1"})",
+         "no data path 'dp1', expecting 'dp0', 'capture:NAME' or nothing"},
+        {"flows.list", R"({"sort":"size"})", "field 'sort' can only be one of ['bytes' ,'packets' ,'first']"},
+        {"flows.list", R"({"limit":0})", "field 'limit' is 0, expecting 1 to 1000"},
+        {"flows.list", R"({"limit":1001})", "field 'limit' is 1001, expecting 1 to 1000"},
+        {"flows.list", R"({"port":65536})", "error at offset: 8 - 'port' has size bigger than uint16."},
+        {"flows.list", R"({"address":"10.0.0"})", "invalid IPv4 / IPv6 address '10.0.0'"},
+        {"flows.list", R"({"address":"10.0.0.1\u0000"})", "invalid IPv4 / IPv6 address"},
+        {"flows.list", R"({"cursor":"1"})", "the list of cursor '1' has ended, begin without a cursor"},
+        {"flows.hosts", R"({"limit":"1"})", "error at offset: 9 - 'limit' is 'string', expecting 'uint32'"},
+        {"flows.close", "{}", "field 'dpaddr' is missing"},
+        {"flows.close", R"({"dpaddr":"dp0"})", "data path 'dp0' can't be closed, only that of a capture"},
+    };
+    for (const auto& [method, params, text] : cases)
+        EXPECT_THAT(ask(method, params).asString(), HasSubstr(text)) << method << params;
+    EXPECT_EQ(ask_path("flows.close"), Json::Value(Json::objectValue));
+    EXPECT_THAT(ask_path("flows.close").asString(), HasSubstr("there is no data path 'capture:a'"));
+    deactivate();
+    EXPECT_EQ(ask("flows.summary"), "the data path isn't active");
+}
+
+TEST_F(FlowMethods, AreThereAndDescribedWhileTheEngineIsLoaded) {
+    std::vector<std::string> methods;
+    const Json::Value document = ask("flows.describe");
+    for (const Json::Value& method : document["methods"])
+        methods.push_back(method["name"].asString());
+    EXPECT_THAT(loaded_methods(), testing::UnorderedElementsAreArray(methods));
+    deinit();
+    EXPECT_THAT(loaded_methods(), testing::IsEmpty());
+}
+
+}  // namespace
