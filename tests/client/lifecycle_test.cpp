@@ -37,7 +37,7 @@ TEST(Wait, EndsWhenItIsSoAndFollowsTheDaemonToItsEnd) {
 
 TEST(Wait, TellsWhatItSawLastAndTheCauseThatTheLogHas) {
     Daemon daemon({.args = {"-c", "nosuch.json"}});
-    expect_step({{"wait", "--for", "loaded", "--timeout", "0.3"},
+    expect_step({{"wait", "--for", "loaded", "--timeout", "2"},
                  4,
                  "",
                  "brumectl: not loaded in time: the engine is not loaded; the last error in its log: "

@@ -100,9 +100,12 @@ bool version_and_server(Text) {
     server.get_rpc_cmds(methods);
     std::string reply;
     server.handle_rpc_request(R"({"jsonrpc":"2.0","id":1,"method":"closed.none"})", reply);
-    return std::string("dev @ ") + V::g_gitsha == V::g_version &&
-           V::g_is_dev_image + V::g_bare_metal + V::g_have_dw + V::g_in_slave_mode + V::g_is_optimized <= 5 &&
-           V::g_sanitizer < 3 && server.get_uptime() >= 0 && server.file_exists("/dev/null") &&
+    // As bytes: what is a bool can't be wrong, and nobody would look at it.
+    for (const bool* flag :
+         {&V::g_is_dev_image, &V::g_bare_metal, &V::g_have_dw, &V::g_in_slave_mode, &V::g_is_optimized})
+        if (*reinterpret_cast<const unsigned char*>(flag) > 1) return false;
+    return std::string("dev @ ") + V::g_gitsha == V::g_version && V::g_sanitizer < 3 &&
+           server.get_uptime() >= 0 && server.file_exists("/dev/null") &&
            server.exitcause_to_str(3) == std::string("received signal SIGTERM") &&
            std::count(methods.begin(), methods.end(), "closed.all") == 1 &&
            reply.find("not registered") != std::string::npos;
