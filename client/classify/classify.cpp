@@ -132,13 +132,13 @@ class Run {
         ClassifyOptions options = m_arguments.options;
         options.reset = !m_arguments.no_reset;
         options.guess = !m_arguments.no_guess;
-        // A page has its charts from packets: only they have times.
-        options.packets = m_arguments.packets || m_report;
         const bool is_shared = m_arguments.no_reset || !options.dpaddr.empty();
         if (is_shared && m_arguments.lists())
             throw Usage(
                 "flows are told of a path of the capture's own only: not with --dpaddr or --no-reset");
         options.flows = !is_shared && CapturePath::is_known(m_context.daemon());
+        // A page has its charts from packets: only they have times.
+        options.packets = m_arguments.packets || m_report || !options.flows;
         if (!options.flows && !is_shared && (m_arguments.lists() || !m_context.json()))
             tell(
                 "the engine that is loaded tells no flows: packets count under what was known of their flow "
