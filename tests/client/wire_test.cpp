@@ -314,7 +314,10 @@ TEST(OwnSocket, IsAPathWhereTheDaemonIsInAnotherNetworkAndGoesWithTheProgram) {
         if (!elsewhere.entered()) GTEST_SKIP() << "takes a network namespace";
         daemon = std::make_unique<Daemon>();
     }
-    const ProgramSetup setup{.socket = daemon->socket_path()};
+    // Other tests' daemons, which come and go, have sockets of the same name.
+    const std::string alias = daemon->dir().file("elsewhere");
+    fs::create_symlink(daemon->socket_path(), alias);
+    const ProgramSetup setup{.socket = alias};
     const auto ours = [&] {
         return std::count_if(fs::directory_iterator(daemon->dir().path()), {}, [](const auto& entry) {
             return entry.path().filename().string().rfind("brumectl-socket-", 0) == 0;
