@@ -6,9 +6,9 @@
 
 #include "client/address.h"
 #include "client/completion.h"
+#include "client/daemon_log.h"
 #include "client/failure.h"
 #include "client/fields.h"
-#include "client/log_word.h"
 #include "client/program.h"
 #include "client/render.h"
 #include "client/shell/split.h"
