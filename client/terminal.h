@@ -57,7 +57,10 @@ class TextTable {
     std::vector<std::vector<Cell>> m_rows;
 };
 
-/** Control characters, escapes and broken UTF-8 become "\x1b" and the like; line breaks too unless kept. */
+/**
+ * Control characters, what has no width or turns the direction of writing, and broken UTF-8 become "\x1b" and
+ * the like; line breaks too unless kept.
+ */
 std::string harmless(const std::string& text, bool keep_line_breaks = false);
 /** Columns that a UTF-8 text takes (one a character). */
 size_t columns(const std::string& text);

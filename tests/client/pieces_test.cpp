@@ -200,6 +200,18 @@ TEST(Render, ObjectsAreLinesArraysOfThemTablesAndUnitsComeFromTheSchema) {
               "t:  00:01:01\n");
 }
 
+TEST(Terminal, WhatATerminalObeysOrDoesntShowIsEscaped) {
+    const std::pair<const char*, const char*> CASES[] = {
+        {"\xc2\x9b", R"(\xc2\x9b)"},
+        {"\u202e\u2066\u200b\ufeff", R"(\xe2\x80\xae\xe2\x81\xa6\xe2\x80\x8b\xef\xbb\xbf)"},
+        {"\u202a\u2069\u200f\u00a0", "\\xe2\\x80\\xaa\\xe2\\x81\\xa9\\xe2\\x80\\x8f\u00a0"},
+        {"\U000e0041\u061c", R"(\xf3\xa0\x81\x81\xd8\x9c)"},
+        {"\u200a\u2010\u2027\u00e9\U0001f600", "\u200a\u2010\u2027\u00e9\U0001f600"},
+    };
+    for (const auto& [text, shown] : CASES)
+        EXPECT_EQ(harmless(text), shown);
+}
+
 TEST(Completion, WhatCanStandNextIsKnownWhereverItStands) {
     const Program program;
     const struct {
