@@ -151,16 +151,17 @@ void Terminal::flush() const {
 std::string TextTable::text(const Terminal& terminal) const {
     std::vector<size_t> widths;
     for (const std::string& title : m_head)
-        widths.push_back(columns(title));
+        widths.push_back(std::min(columns(title), MAX_ALIGNED));
     for (const auto& row : m_rows)
         for (size_t i = 0; i < row.size() && i < widths.size(); ++i)
-            widths[i] = std::max(widths[i], columns(row[i].text));
+            widths[i] = std::max(widths[i], std::min(columns(row[i].text), MAX_ALIGNED));
     auto line = [&](const std::vector<Cell>& cells) {
         std::string out;
         std::string pending;
         for (size_t i = 0; i < cells.size(); ++i) {
             const Cell& cell = cells[i];
-            std::string fill(widths[i] - columns(cell.text), ' ');
+            const size_t taken = columns(cell.text);
+            const std::string fill(taken < widths[i] ? widths[i] - taken : 0, ' ');
             if (cell.right) pending += fill;
             if (!cell.text.empty()) {
                 out += pending + terminal.paint(cell.colour, cell.text);

@@ -39,7 +39,13 @@ class Terminal {
     bool m_colour;
 };
 
-/** Rows under a head. Numbers (cells added by `number`) stand to the right. No trailing blanks. */
+/**
+ * Columns up to which texts are arranged below each other. Whatever is wider sticks out of its own line: else
+ * one of a megabyte would have every other line filled up with a megabyte of blanks.
+ */
+inline constexpr size_t MAX_ALIGNED = 64;
+
+/** Rows under a head. Cells with `right` stand to the right. No trailing blanks. */
 class TextTable {
  public:
     explicit TextTable(std::vector<std::string> head) : m_head(std::move(head)) {}

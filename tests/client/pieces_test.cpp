@@ -200,6 +200,15 @@ TEST(Render, ObjectsAreLinesArraysOfThemTablesAndUnitsComeFromTheSchema) {
               "t:  00:01:01\n");
 }
 
+TEST(Render, AWideTextCostsOtherLinesNoBlanks) {
+    Json::Value result;
+    for (const char* row : {"wide", "narrow"})
+        result["rows"].append(Json::objectValue)["a"] = row;
+    result["rows"][0]["a"] = result[std::string(100000, 'k')] = std::string(100000, 'w');
+    result["rows"][0]["b"] = result["rows"][1]["b"] = result["n"] = 1;
+    EXPECT_LT(render(Terminal(tmpfile()), result, nullptr).size(), 301000U);
+}
+
 TEST(Terminal, WhatATerminalObeysOrDoesntShowIsEscaped) {
     const std::pair<const char*, const char*> CASES[] = {
         {"\xc2\x9b", R"(\xc2\x9b)"},
