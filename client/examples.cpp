@@ -75,7 +75,7 @@ constexpr Example EXAMPLES[] = {
     {"shell", "shell", "Type one line after the other"},
     {"shell", "-s 192.0.2.1:4040 shell", "The same, for a daemon elsewhere"},
     {"shutdown", "shutdown", "Stop the daemon"},
-    {"shutdown", "-s /tmp/test.sock shutdown", "Stop another one"},
+    {"shutdown", "-s ./test.sock shutdown", "Stop another one"},
     {"status", "status", "Show server, engine and machine"},
     {"status", "status --json", "Show them as JSON"},
     {"top", "top", "Watch the daemon and its traffic"},

@@ -44,13 +44,13 @@ class Follower {
     explicit Follower(Context& context) : m_context(context) {}
 
     void begin(unsigned lines) {
-        std::vector<std::string> window = last_log_lines(m_context.daemon(), std::max(lines, FOLLOW_LINES));
+        std::vector<std::string> window = ask(std::max(lines, FOLLOW_LINES));
         show(window, window.size() - std::min<size_t>(lines, window.size()));
     }
 
     void step() {
         for (unsigned asked = FOLLOW_LINES;; asked *= 10) {
-            std::vector<std::string> window = last_log_lines(m_context.daemon(), asked);
+            std::vector<std::string> window = ask(asked);
             size_t first = first_new_line(m_seen, window);
             bool whole = window.size() < asked;  // the log has no more: it was begun anew
             if (first == std::string::npos && !whole && asked < MAX_FOLLOW_LINES) continue;
@@ -61,6 +61,10 @@ class Follower {
     }
 
  private:
+    std::vector<std::string> ask(unsigned lines) {
+        return lines_of_log(log_beyond_long_lines(m_context.daemon(), lines));
+    }
+
     void show(const std::vector<std::string>& window, size_t first) {
         for (size_t i = first; i < window.size(); ++i)
             m_context.out().print(log_line(m_context.out(), window[i]) + "\n");
@@ -112,26 +116,18 @@ void log(Context& context, const LogOptions& options) {
         verbosity(context, options);
     } else if (options.follow) {
         follow(context, options.lines);
+    } else if (!context.json()) {
+        const Json::Value result = log_beyond_long_lines(context.daemon(), options.lines);
+        context.out().print(view(context.out(), "log", result));
     } else {
         Json::Value params;
         params["type"] = "log";
         params["maxlines"] = options.lines;
-        ask_and_show(context, "log", params);
+        ask_and_print_reply(context, "log", params);
     }
 }
 
 }  // namespace
-
-size_t first_new_line(const std::vector<std::string>& seen, const std::vector<std::string>& window) {
-    if (seen.empty()) return 0;
-    for (size_t end = window.size(); end > 0; --end) {
-        size_t common = std::min(end, seen.size());
-        auto last = window.begin() + static_cast<long>(end);
-        if (std::equal(last - static_cast<long>(common), last, seen.end() - static_cast<long>(common)))
-            return end;
-    }
-    return std::string::npos;
-}
 
 void add_log(CLI::App& app, Context& context) {
     auto options = std::make_shared<LogOptions>();

@@ -193,10 +193,10 @@ std::string key_lines(const Terminal& terminal,
                       const std::vector<std::pair<std::string, std::string>>& lines) {
     size_t width = 0;
     for (const auto& [key, value] : lines)
-        width = std::max(width, columns(key));
+        width = std::max(width, std::min(columns(key), MAX_ALIGNED));
     std::string out;
     for (const auto& [key, value] : lines)
-        out += terminal.paint(Terminal::DIM, padded(key + ":", width + 3)) + value + "\n";
+        out += terminal.paint(Terminal::DIM, padded(key + ":  ", width + 3)) + value + "\n";
     return out;
 }
 

@@ -60,10 +60,34 @@ size_t utf8_length(const std::string& text, size_t at) {
     return len;
 }
 
-bool is_control(const std::string& text, size_t at, size_t len) {
-    unsigned char first = static_cast<unsigned char>(text[at]);
-    if (len == 1) return first < 0x20 || first == 0x7f;
-    return first == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0;
+/** Of the well-formed character of `len` bytes at `at`. */
+char32_t code_point(const std::string& text, size_t at, size_t len) {
+    constexpr unsigned FIRST_BITS[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
+    char32_t code = static_cast<unsigned char>(text[at]) & FIRST_BITS[len];
+    for (size_t i = 1; i < len; ++i)
+        code = code << 6 | (static_cast<unsigned char>(text[at + i]) & 0x3f);
+    return code;
+}
+
+/** Characters that a terminal obeys instead of showing them, or that let a text look like another one. */
+constexpr struct {
+    char32_t first;
+    char32_t last;
+} CONTROLS[] = {
+    {0x00, 0x1f},        // C0
+    {0x7f, 0x9f},        // DEL, C1
+    {0x061c, 0x061c},    // turns the direction of writing
+    {0x200b, 0x200f},    // no width; marks of direction
+    {0x2028, 0x202e},    // line and paragraph separators; turn the direction
+    {0x2060, 0x206f},    // no width; isolate a direction
+    {0xfeff, 0xfeff},    // no width
+    {0xfff9, 0xfffb},    // annotations
+    {0xe0000, 0xe007f},  // tags
+};
+
+bool is_control(char32_t code) {
+    return std::any_of(std::begin(CONTROLS), std::end(CONTROLS),
+                       [code](const auto& range) { return range.first <= code && code <= range.last; });
 }
 
 std::string format(const char* fmt, double number, const char* unit) {
@@ -127,16 +151,17 @@ void Terminal::flush() const {
 std::string TextTable::text(const Terminal& terminal) const {
     std::vector<size_t> widths;
     for (const std::string& title : m_head)
-        widths.push_back(columns(title));
+        widths.push_back(std::min(columns(title), MAX_ALIGNED));
     for (const auto& row : m_rows)
         for (size_t i = 0; i < row.size() && i < widths.size(); ++i)
-            widths[i] = std::max(widths[i], columns(row[i].text));
+            widths[i] = std::max(widths[i], std::min(columns(row[i].text), MAX_ALIGNED));
     auto line = [&](const std::vector<Cell>& cells) {
         std::string out;
         std::string pending;
         for (size_t i = 0; i < cells.size(); ++i) {
             const Cell& cell = cells[i];
-            std::string fill(widths[i] - columns(cell.text), ' ');
+            const size_t taken = columns(cell.text);
+            const std::string fill(taken < widths[i] ? widths[i] - taken : 0, ' ');
             if (cell.right) pending += fill;
             if (!cell.text.empty()) {
                 out += pending + terminal.paint(cell.colour, cell.text);
@@ -161,7 +186,7 @@ std::string harmless(const std::string& text, bool keep_line_breaks) {
     for (size_t at = 0; at < text.size();) {
         size_t len = utf8_length(text, at);
         bool kept = keep_line_breaks && (text[at] == '\n' || text[at] == '\t');
-        if (len != 0 && (kept || !is_control(text, at, len))) {
+        if (len != 0 && (kept || !is_control(code_point(text, at, len)))) {
             out.append(text, at, len);
             at += len;
             continue;

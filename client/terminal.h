@@ -39,7 +39,13 @@ class Terminal {
     bool m_colour;
 };
 
-/** Rows under a head. Numbers (cells added by `number`) stand to the right. No trailing blanks. */
+/**
+ * Columns up to which texts are arranged below each other. Whatever is wider sticks out of its own line: else
+ * one of a megabyte would have every other line filled up with a megabyte of blanks.
+ */
+inline constexpr size_t MAX_ALIGNED = 64;
+
+/** Rows under a head. Cells with `right` stand to the right. No trailing blanks. */
 class TextTable {
  public:
     explicit TextTable(std::vector<std::string> head) : m_head(std::move(head)) {}
@@ -57,7 +63,10 @@ class TextTable {
     std::vector<std::vector<Cell>> m_rows;
 };
 
-/** Control characters, escapes and broken UTF-8 become "\x1b" and the like; line breaks too unless kept. */
+/**
+ * Control characters, what has no width or turns the direction of writing, and broken UTF-8 become "\x1b" and
+ * the like; line breaks too unless kept.
+ */
 std::string harmless(const std::string& text, bool keep_line_breaks = false);
 /** Columns that a UTF-8 text takes (one a character). */
 size_t columns(const std::string& text);

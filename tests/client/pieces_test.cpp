@@ -6,9 +6,9 @@
 
 #include "client/address.h"
 #include "client/completion.h"
+#include "client/daemon_log.h"
 #include "client/failure.h"
 #include "client/fields.h"
-#include "client/log_word.h"
 #include "client/program.h"
 #include "client/render.h"
 #include "client/shell/split.h"
@@ -198,6 +198,27 @@ TEST(Render, ObjectsAreLinesArraysOfThemTablesAndUnitsComeFromTheSchema) {
               "  2.0 KiB  a\n"
               "           b\n"
               "t:  00:01:01\n");
+}
+
+TEST(Render, AWideTextCostsOtherLinesNoBlanks) {
+    Json::Value result;
+    for (const char* row : {"wide", "narrow"})
+        result["rows"].append(Json::objectValue)["a"] = row;
+    result["rows"][0]["a"] = result[std::string(100000, 'k')] = std::string(100000, 'w');
+    result["rows"][0]["b"] = result["rows"][1]["b"] = result["n"] = 1;
+    EXPECT_LT(render(Terminal(tmpfile()), result, nullptr).size(), 301000U);
+}
+
+TEST(Terminal, WhatATerminalObeysOrDoesntShowIsEscaped) {
+    const std::pair<const char*, const char*> CASES[] = {
+        {"\xc2\x9b", R"(\xc2\x9b)"},
+        {"\u202e\u2066\u200b\ufeff", R"(\xe2\x80\xae\xe2\x81\xa6\xe2\x80\x8b\xef\xbb\xbf)"},
+        {"\u202a\u2069\u200f\u00a0", "\\xe2\\x80\\xaa\\xe2\\x81\\xa9\\xe2\\x80\\x8f\u00a0"},
+        {"\U000e0041\u061c", R"(\xf3\xa0\x81\x81\xd8\x9c)"},
+        {"\u200a\u2010\u2027\u00e9\U0001f600", "\u200a\u2010\u2027\u00e9\U0001f600"},
+    };
+    for (const auto& [text, shown] : CASES)
+        EXPECT_EQ(harmless(text), shown);
 }
 
 TEST(Completion, WhatCanStandNextIsKnownWhereverItStands) {

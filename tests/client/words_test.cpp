@@ -245,12 +245,15 @@ TEST(Words, TheLogIsFollowedUntilCtrlC) {
     Program follower({"log", "-f", "-n", "1"}, {.socket = daemon.socket_path()});
     ASSERT_TRUE(follower.wait_for_out("Waiting for messages"));
     Json::Value params;
-    for (const char* text : {"first of them", "second of them"}) {
+    // The method's own answer ends before a line that is as long as the second.
+    for (const std::string& text :
+         {std::string("first of them"), std::string(9000, 'x'), std::string("last of them")}) {
         params["message"] = text;
         daemon.result("echo", params);
         ASSERT_TRUE(follower.wait_for_out(text));
     }
     EXPECT_EQ(follower.out().find("first of them"), follower.out().rfind("first of them")) << follower.out();
+    expect_step({{"log", "-n", "1"}, 0, HasSubstr("last of them")}, {.socket = daemon.socket_path()});
     EXPECT_EQ(follower.end(SIGINT), 128 + SIGINT);
 }
 

@@ -2,7 +2,7 @@
 """Runs the command blocks of the README: readme_test.py SOURCE BUILD. Without BUILD it prints them.
 
 Every ```sh block runs, all of one file in one shell that ends at the first failure, with a folder of the test's own for
-/tmp. A block below `<!-- not run: reason -->` doesn't.
+`mktemp`. A block below `<!-- not run: reason -->` doesn't.
 """
 import os
 import pathlib
@@ -23,6 +23,8 @@ def main():
         sys.exit("README.md: no commands found, or a block that doesn't end")
     if re.search(r"^    (\./|scripts/|brume)", readme, re.M):
         sys.exit("README.md: commands outside of a ```sh block aren't run")
+    if "/tmp/" in "".join(commands):
+        sys.exit("README.md: what it makes in /tmp itself is in everybody's reach")
     if not build:
         print(*commands, sep="\n")
         return 0
@@ -34,8 +36,8 @@ def main():
                 (checkout / entry.name).symlink_to(entry)
         (checkout / "build").symlink_to(build[0])
         script = "set -euxo pipefail\ntrap 'kill $(jobs -p) 2>/dev/null || true' EXIT\n" + "\n".join(commands)
-        env = dict(os.environ, NO_COLOR="1")
-        return subprocess.run(["bash", "-c", script.replace("/tmp/", tmp + "/")], cwd=checkout, env=env, timeout=110,
+        env = dict(os.environ, NO_COLOR="1", TMPDIR=tmp)
+        return subprocess.run(["bash", "-c", script], cwd=checkout, env=env, timeout=110,
                               stdin=subprocess.DEVNULL).returncode
 
 
