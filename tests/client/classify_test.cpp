@@ -228,8 +228,11 @@ TEST_F(Classify, ALargeCaptureGoesInPiecesThatShareTheirFlows) {
 }
 
 TEST_F(Classify, RunsAtTheSameTimeAndLiveTrafficDontSeeEachOther) {
-    write_pcap(file("a"), long_flow(5000));
-    write_pcap(file("b"), sample_frames());
+    std::vector<Bytes> frames = long_flow(100000);  // so that they do run at the same time
+    write_pcap(file("a"), frames);
+    const std::vector<Bytes> more = sample_frames();
+    frames.insert(frames.end(), more.begin(), more.end());
+    write_pcap(file("b"), frames);
     m_daemon.result("push_pcap",
                     parse(R"({"type":"filename","reset":false,"filename":")" + file("b") + "\"}"));
     const Json::Value live = m_daemon.result("flows.summary");
