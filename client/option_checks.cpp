@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <sstream>
+#include <string_view>
 
 #include "client/complaints.h"
 
@@ -27,6 +28,22 @@ CLI::Validator number_between(uint64_t least, uint64_t most) {
         if (err != std::errc() || end != text.data() + text.size() || value < least || value > most)
             return range_complaint(least, most, text);
         text = std::to_string(value);
+        return "";
+    };
+    return {complaint, ""};
+}
+
+CLI::Validator size_in_bytes() {
+    const auto complaint = [](std::string& text) -> std::string {
+        constexpr std::string_view UNITS = "KMGT";
+        const char* const end = text.data() + text.size();
+        uint64_t value = 0;
+        auto [unit, err] = std::from_chars(text.data(), end, value);
+        const size_t power = unit == end ? 0 : UNITS.find(*unit) + 1;
+        const bool is_size = err == std::errc() && (unit == end || (power > 0 && unit + 1 == end)) &&
+                             value <= UINT64_MAX >> (10 * power);
+        if (!is_size) return "must be a size such as 500M or 2G, not '" + text + "'";
+        text = std::to_string(value << (10 * power));
         return "";
     };
     return {complaint, ""};

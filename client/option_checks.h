@@ -13,6 +13,9 @@ namespace brumectl {
 CLI::Validator seconds_between(double least, double most);
 /** A whole number in decimal digits. */
 CLI::Validator number_between(uint64_t least, uint64_t most);
+/** A number of bytes, with K, M, G or T behind it for powers of 1024. Writes it anew in digits: give it to
+ * `transform`, as `check` works on a copy. */
+CLI::Validator size_in_bytes();
 /** Not the empty text. */
 CLI::Validator not_empty();
 /** Sets the type's name, too, which tells help and completion the choices. */

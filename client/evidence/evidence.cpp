@@ -119,13 +119,30 @@ void show(Context& context, const std::string& wanted, std::string name) {
     if (!stack.empty()) out.print("\n" + stack);
 }
 
-void prune(Context& context, const std::string& wanted, size_t keep) {
-    const EvidenceDir dir = open_dir(context, wanted);
+struct Limits {
+    size_t keep = SIZE_MAX;
+    uint64_t bytes = UINT64_MAX;
+};
+
+/** Oldest first. A limit of bytes leaves the latest, which is wanted most and may be being written. */
+std::vector<std::string> beyond(const Limits& limits, const EvidenceDir& dir) {
     std::vector<std::string> stamps = dir.stamps();
-    stamps.resize(stamps.size() - std::min(keep, stamps.size()));
+    uint64_t bytes = 0;
+    size_t stay = 0;
+    while (stay < std::min(limits.keep, stamps.size())) {
+        bytes += dir.bytes_of(stamps[stamps.size() - 1 - stay]);
+        if (bytes > limits.bytes && stay > 0) break;
+        ++stay;
+    }
+    stamps.resize(stamps.size() - stay);
+    return stamps;
+}
+
+void prune(Context& context, const std::string& wanted, const Limits& limits) {
+    const EvidenceDir dir = open_dir(context, wanted);
     Json::Value removed(Json::arrayValue);
     bool all = true;
-    for (const std::string& stamp : stamps) {
+    for (const std::string& stamp : beyond(limits, dir)) {
         try {
             dir.remove(stamp);
             removed.append(stamp);
@@ -157,7 +174,7 @@ void add_evidence(CLI::App& app, Context& context) {
     struct Wanted {
         std::string dir;
         std::string name;
-        size_t keep = 0;
+        Limits limits;
     };
     auto wanted = std::make_shared<Wanted>();
     CLI::App* word = app.add_subcommand("evidence", "What the daemon has left of crashes and stalls");
@@ -176,11 +193,20 @@ void add_evidence(CLI::App& app, Context& context) {
     show_word->add_option("name", wanted->name, "As `ls` names it (default: the latest)")->type_name("NAME");
     show_word->callback([&context, wanted] { show(context, wanted->dir, wanted->name); });
     CLI::App* prune_word = add("prune", "Remove the oldest");
-    prune_word->add_option("--keep", wanted->keep, "How many stay, the latest ones")
-        ->type_name("NUMBER")
-        ->check(number_between(0, UINT32_MAX))
-        ->required();
-    prune_word->callback([&context, wanted] { prune(context, wanted->dir, wanted->keep); });
+    CLI::Option* keep =
+        prune_word->add_option("--keep", wanted->limits.keep, "How many stay at most, the latest ones")
+            ->type_name("NUMBER")
+            ->transform(number_between(0, UINT32_MAX));
+    CLI::Option* max_size =
+        prune_word
+            ->add_option("--max-size", wanted->limits.bytes,
+                         "How many bytes stay at most, such as 500M or 2G; the latest stays in any case")
+            ->type_name("SIZE")
+            ->transform(size_in_bytes());
+    prune_word->callback([&context, wanted, keep, max_size] {
+        if (keep->empty() && max_size->empty()) throw Usage("'--keep' or '--max-size' is missing");
+        prune(context, wanted->dir, wanted->limits);
+    });
 }
 
 }  // namespace brumectl

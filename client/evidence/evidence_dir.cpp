@@ -91,6 +91,24 @@ std::string read_file(int dir_fd, const char* name) {
     return text;
 }
 
+/** The regular ones, by name. @throws Failure */
+std::vector<EvidenceFile> files_in(int dir_fd) {
+    std::vector<EvidenceFile> files;
+    for (const std::string& name : names_in(dir_fd))
+        if (int64_t bytes = size_of(dir_fd, name); bytes >= 0)
+            files.push_back({name, static_cast<uint64_t>(bytes)});
+    std::sort(files.begin(), files.end(),
+              [](const EvidenceFile& a, const EvidenceFile& b) { return a.name < b.name; });
+    return files;
+}
+
+uint64_t bytes_in(const std::vector<EvidenceFile>& files) {
+    uint64_t sum = 0;
+    for (const EvidenceFile& file : files)
+        sum += file.bytes;
+    return sum;
+}
+
 /** `dump` is what a stall leaves beside its report, or in place of it. */
 void read_report(int dir_fd, const char* dump, Evidence& evidence) {
     const bool is_there = has_entry(dir_fd, REPORT);
@@ -119,10 +137,7 @@ bool is_stamp(const std::string& name) {
 }
 
 uint64_t Evidence::bytes() const {
-    uint64_t sum = 0;
-    for (const EvidenceFile& file : files)
-        sum += file.bytes;
-    return sum;
+    return bytes_in(files);
 }
 
 EvidenceDir::EvidenceDir(const std::string& path)
@@ -165,11 +180,7 @@ Evidence EvidenceDir::read(const std::string& stamp) const {
     try {
         UniqueFd dir = open_stamp(stamp);
         if (!dir) fail("can't open", "the folder");
-        for (const std::string& name : names_in(dir.get()))
-            if (int64_t bytes = size_of(dir.get(), name); bytes >= 0)
-                evidence.files.push_back({name, static_cast<uint64_t>(bytes)});
-        std::sort(evidence.files.begin(), evidence.files.end(),
-                  [](const EvidenceFile& a, const EvidenceFile& b) { return a.name < b.name; });
+        evidence.files = files_in(dir.get());
         read_report(dir.get(), STALL_DUMP, evidence);
     } catch (const Failure& e) {
         // One folder that can't be read doesn't hide the others.
@@ -185,6 +196,15 @@ Evidence EvidenceDir::read_last_stop() const {
         {REPORT, static_cast<uint64_t>(std::max<int64_t>(0, size_of(m_fd.get(), REPORT)))});
     read_report(m_fd.get(), nullptr, evidence);
     return evidence;
+}
+
+uint64_t EvidenceDir::bytes_of(const std::string& stamp) const {
+    try {
+        UniqueFd dir = open_stamp(stamp);
+        return dir ? bytes_in(files_in(dir.get())) : 0;
+    } catch (const Failure&) {
+        return 0;
+    }
 }
 
 void EvidenceDir::remove(const std::string& stamp) const {

@@ -41,6 +41,8 @@ class EvidenceDir {
     Evidence find(const std::string& name) const;
     /** Names of the events' folders, oldest first. */
     std::vector<std::string> stamps() const;
+    /** What the files in an event's folder take; 0 for one that can't be read. */
+    uint64_t bytes_of(const std::string& stamp) const;
     /** @throws Failure, with nothing removed, if there's something else in the folder */
     void remove(const std::string& stamp) const;
 

@@ -131,6 +131,44 @@ TEST(EvidenceWord, WhatSomebodyElseHasArrangedIsShownWithoutHarm) {
     }
 }
 
+TEST(EvidenceWord, TheOldestGoUntilTheLimitsAreKept) {
+    const std::string usage = "'--keep' or '--max-size' is missing";
+    const struct {
+        std::vector<std::string> limits;
+        int status;
+        std::string kept;  // which of five events, 1 KiB each but the latest, which has 2 KiB
+        std::string complaint = "";
+    } CASES[] = {
+        {{"--max-size", "6K"}, 0, "01234"},
+        {{"--max-size", "6143"}, 0, "1234"},
+        {{"--max-size", "1G", "--keep", "2"}, 0, "34"},
+        {{"--max-size", "3K", "--keep", "4"}, 0, "34"},
+        {{"--max-size", "0"}, 0, "4"},
+        {{"--keep", "08"}, 0, "01234"},
+        {{"--max-size", "0", "--keep", "0"}, 0, ""},
+        {{}, 2, "01234", usage},
+        {{"--max-size", "2KB"}, 2, "01234", "'--max-size' must be a size such as 500M or 2G, not '2KB'"},
+        {{"--max-size", "16777216T"}, 2, "01234", "not '16777216T'"},
+        {{"--max-size", "-1"}, 2, "01234", "not '-1'"},
+        {{"--max-size", "K"}, 2, "01234", "not 'K'"},
+    };
+    for (const auto& c : CASES) {
+        const TempDir events;
+        for (const char event : std::string("01234")) {
+            const std::string stamp = std::string("2024_01_31_12_00_0") + event;
+            fs::create_directory(events.file(stamp));
+            events.write(stamp + "/log", std::string(event == '4' ? 2048 : 1024, '\n'));
+        }
+        std::vector<std::string> line = {"evidence", "prune", "--dir", events.path()};
+        line.insert(line.end(), c.limits.begin(), c.limits.end());
+        test::expect_step({line, c.status, testing::_, HasSubstr(c.complaint)});
+        std::string kept;
+        for (const char event : std::string("01234"))
+            if (fs::exists(events.file(std::string("2024_01_31_12_00_0") + event))) kept += event;
+        EXPECT_EQ(kept, c.kept) << testing::PrintToString(c.limits);
+    }
+}
+
 TEST(EvidenceWord, WithoutTheRightItSaysWhichFolderAndThatItTakesRoot) {
     const TempDir outer;
     const std::string dir = outer.file("cvevents");
