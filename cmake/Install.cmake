@@ -5,6 +5,7 @@
 # follows the prefix as GNUInstallDirs has it: /etc and /var for the prefix /usr.
 include(GNUInstallDirs)
 
+set(brumecpd_bin ${CMAKE_INSTALL_FULL_BINDIR})
 set(brumecpd_home ${CMAKE_INSTALL_PREFIX}/lib/brumecpd)
 set(brumecpd_state ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/brumecpd)
 set(brumecpd_logs ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/log/brumecpd)
@@ -29,7 +30,11 @@ set(system_files
     "sysusers.conf|lib/sysusers.d|brumecpd.conf"
     "tmpfiles.conf|lib/tmpfiles.d|brumecpd.conf"
     "default|${brumecpd_config}/default|brumecpd"
-    "logrotate|${brumecpd_config}/logrotate.d|brumecpd")
+    "logrotate|${brumecpd_config}/brumecpd|logrotate.conf"
+    "brumecpd-logrotate.service|lib/systemd/system|brumecpd-logrotate.service"
+    "brumecpd-logrotate.timer|lib/systemd/system|brumecpd-logrotate.timer"
+    "brumecpd-evidence.service|lib/systemd/system|brumecpd-evidence.service"
+    "brumecpd-evidence.timer|lib/systemd/system|brumecpd-evidence.timer")
 foreach(entry IN LISTS system_files)
     string(REPLACE "|" ";" entry "${entry}")
     list(GET entry 0 source)

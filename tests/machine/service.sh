@@ -52,7 +52,7 @@ reset_service() {
     systemctl stop brumecpd
     ip link del late0 2>/dev/null
     rmmod cvdp stranger 2>/dev/null
-    rm -rf "$unit.d" "$log"/cvevents/* /run/script /run/cvdp-is-slow /etc/brumecpd/* \
+    rm -rf "$unit.d" "$log"/cvevents/* /run/script /run/cvdp-is-slow /etc/brumecpd/*.json \
         /usr/lib/brumecpd/lib/libcvcp_k.so /usr/lib/brumecpd/modules/cvdp.ko
     systemctl daemon-reload
     systemctl reenable brumecpd
