@@ -59,7 +59,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"version"}, 0, StartsWith("brumectl ")},
         {{"call", "echo", "-"}, 0, "ok\n", "", "{\"message\":\n\"from stdin\"}\n"},
         {{"call", "echo", "-"}, 2, "", HasSubstr("\nUsage: "), "[]"},
-        {{"log", "-n", "9"},
+        {{"log", "-n", "09"},
          0,
          AllOf(HasSubstr("- [status %s]"), HasSubstr("- --not an option"), HasSubstr("- help"),
                HasSubstr("from stdin"))},
