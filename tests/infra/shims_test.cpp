@@ -1,34 +1,15 @@
 #include "infra/corvo_shims.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
-#include <sstream>
-#include <string>
 
 #include "infra/corvo_lock.h"
-#include "infra/corvo_malloc.h"
-#include "infra/corvo_mt.h"
 #include "utils/unique_fd.h"
 
 namespace {
-
-TEST(Shims, EveryNameThatALibraryMayBindToIsExported) {
-    std::istringstream names(R"(
-        cv_timerfd_create cv_timerfd_settime cv_nanosleep cv_socket cv_bind cv_listen cv_connect cv_send cv_recv
-        cv_socketpair cv_close cv_epoll_create1 cv_epoll_ctl cv_epoll_wait cv_poll cv_set_sock_send_qsize
-        cv_get_sock_send_qsize cvmalloc cvcalloc cvrealloc cvfree cvmalloc_trim cvcalloc_large cvfree_large
-        cvmalloc_stats corvo_lock_init corvo_lock_lock corvo_lock_unlock corvo_mt_supported corvo_mt_get
-        corvo_mt_register_client corvo_mt_set_active_client corvo_mt_get_active_client corvo_mt_pause
-        corvo_mt_resume corvo_mt_ext_on_malloc corvo_mt_ext_on_free corvo_mt_ext_align_size
-        corvo_mt_ext_track corvo_mt_ext_untrack)");
-    for (std::string name; names >> name;)
-        EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, name.c_str())) << name;
-}
 
 TEST(Shims, ASendBufferThatTheKernelCutsIsAnError) {
     const corvo::UniqueFd fd(cv_socket(AF_UNIX, SOCK_DGRAM, 0));
@@ -56,16 +37,6 @@ TEST(Shims, ALockIsRecursiveAndIgnoresNull) {
         corvo_lock_unlock(&m);
     EXPECT_EQ(EPERM, pthread_mutex_unlock(&m)) << "every lock was given back";
     pthread_mutex_destroy(&m);
-}
-
-TEST(Shims, TheAbsentTracerClearsTheWholeRecord) {
-    corvo_mt_client_ client;
-    std::memset(&client, 0xff, sizeof client);
-    EXPECT_FALSE(corvo_mt_supported());
-    EXPECT_EQ(-95, corvo_mt_get(1, &client));
-    for (const unsigned char byte : client.opaque)
-        EXPECT_EQ(0, byte);
-    EXPECT_EQ(17u, corvo_mt_ext_align_size(17));
 }
 
 }  // namespace
