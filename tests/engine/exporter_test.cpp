@@ -1,15 +1,14 @@
 #include "exporter.h"
 
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <csignal>
+#include <filesystem>
 
-#include "engine/http_receiver.h"
-#include "engine/notices.h"
-#include "engine/tls_front.h"
+#include "engine/pushed.h"
+#include "engine/receivers.h"
 #include "engine_error.h"
 #include "support/error_of.h"
 #include "support/temp_dir.h"
@@ -55,17 +54,12 @@ TEST_F(ExporterTest, LooksNamesUpWithoutLeavingDescriptorsToOtherPrograms) {
     exporter.configure(http_to(receiver.port(), "localhost"));
     exporter.add("{}");
     exporter.tick(now_ms);
-    DIR* descriptors = opendir("/proc/self/fd");
-    while (const dirent* entry = readdir(descriptors)) {
-        int fd = std::atoi(entry->d_name);
-        if (fd > STDERR_FILENO && fd != dirfd(descriptors) && fcntl(fd, F_GETFL) >= 0 &&
-            !(fcntl(fd, F_GETFD) & FD_CLOEXEC)) {
-            char target[256] = {};
-            EXPECT_GT(readlink(("/proc/self/fd/" + std::string(entry->d_name)).c_str(), target, 255), 0);
-            EXPECT_THAT(target, testing::Not(HasSubstr("socket:")));
-        }
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int flags = fcntl(std::stoi(entry.path().filename()), F_GETFD);
+        std::error_code gone;
+        if (flags < 0 || flags & FD_CLOEXEC) continue;
+        EXPECT_THAT(read_symlink(entry.path(), gone).string(), testing::Not(HasSubstr("socket:")));
     }
-    closedir(descriptors);
     run(1);
     EXPECT_THAT(receiver.bodies, ElementsAre("{}"));
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "engine.h"
+#include "engine/pushed.h"
 #include "engine_error.h"
 #include "support/error_of.h"
 #include "support/net_namespace.h"
@@ -16,14 +17,11 @@ namespace corvo::engine {
 namespace {
 
 using test::error_of;
+using test::fake_clock;
+using test::g_now_ms;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-uint64_t g_now_ms = 1;
-uint64_t fake_clock() {
-    return g_now_ms;
-}
 
 /** The payload of the sample's first packet. */
 test::Bytes dns_query() {

@@ -1,20 +1,29 @@
 #pragma once
-// A small HTTP server of one thread: what it is sent is collected while somebody calls `serve`.
+// Peers that the exporter sends to.
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "owned_fd.h"
+#include "support/temp_dir.h"
+#include "utils/unique_file.h"
 
 namespace test {
 
+/** A small HTTP server of one thread: what it is sent is collected while somebody calls `serve`. */
 class HttpReceiver {
  public:
     HttpReceiver() : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
@@ -71,6 +80,57 @@ class HttpReceiver {
     corvo::engine::OwnedFd m_connection;
     uint16_t m_port;
     std::string m_input;
+};
+
+/**
+ * Speaks TLS: socat, which hands what it decrypts to a port of the test's own. For one connection, with a
+ * certificate for "localhost" that nobody vouches for but itself.
+ */
+class TlsFront {
+ public:
+    explicit TlsFront(uint16_t clear_port) {
+        const std::string key = m_dir.file("key");
+        const std::string make =
+            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj "
+            "/CN=localhost "
+            "-addext subjectAltName=DNS:localhost -keyout '" +
+            key + "' -out '" + certificate() + "' 2>/dev/null";
+        if (std::system(make.c_str()) != 0) throw std::runtime_error("openssl made no certificate");
+        const std::string listen =
+            "OPENSSL-LISTEN:0,pf=ip4,bind=127.0.0.1,verify=0,cert=" + certificate() + ",key=" + key;
+        const std::string forward = "TCP4:127.0.0.1:" + std::to_string(clear_port);
+        int notes[2];
+        if (pipe2(notes, O_CLOEXEC) < 0) throw std::runtime_error("no pipe");
+        m_pid = fork();
+        if (m_pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(notes[1], STDERR_FILENO);
+            execlp("socat", "socat", "-d", "-d", listen.c_str(), forward.c_str(), nullptr);
+            _exit(127);
+        }
+        close(notes[1]);
+        m_notes.reset(fdopen(notes[0], "r"));
+        char line[512];
+        while (m_port == 0 && std::fgets(line, sizeof line, m_notes.get()))
+            if (const char* at = strstr(line, "listening on AF=2 127.0.0.1:"))
+                m_port = static_cast<uint16_t>(std::atoi(at + 28));
+        if (m_port == 0) throw std::runtime_error("socat doesn't listen");
+    }
+    TlsFront(const TlsFront&) = delete;
+    TlsFront& operator=(const TlsFront&) = delete;
+    ~TlsFront() {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+
+    uint16_t port() const { return m_port; }
+    std::string certificate() const { return m_dir.file("certificate"); }
+
+ private:
+    const TempDir m_dir;
+    pid_t m_pid = -1;
+    corvo::UniqueFile m_notes;  ///< what socat says, until the end: it must not write into a closed pipe
+    uint16_t m_port = 0;
 };
 
 }  // namespace test
