@@ -57,11 +57,7 @@ TEST(MsgParser, ToldByTheirMembersMessagesAreOfFiveKinds) {
     std::string zipped_nothing;
     ASSERT_GT(corvo_zip_zip("", zipped_nothing, true), 0);
     using M = MsgParser;
-    const struct {
-        std::string text;
-        M::kind_e kind;
-        std::string error;
-    } cases[] = {
+    const std::tuple<std::string, M::kind_e, std::string> cases[] = {
         {R"({"jsonrpc":"2.0","method":"m"})", M::KIND_REQUEST, ""},
         {R"({"jsonrpc":"2.0","id":"a","result":null})", M::KIND_RESPONSE_OK, ""},
         {R"({"jsonrpc":"2.0","id":1,"error":null})", M::KIND_RESPONSE_OK, ""},
@@ -79,10 +75,9 @@ TEST(MsgParser, ToldByTheirMembersMessagesAreOfFiveKinds) {
         {zipped.substr(0, 10), M::KIND_UNZIP_FAILED, ""},
         {zipped_nothing, M::KIND_UNZIP_FAILED, ""},
     };
-    for (const auto& c : cases) {
-        const MsgParser parser(c.text);
-        EXPECT_EQ(parser.kind(), c.kind) << c.text;
-        EXPECT_EQ(parser.error(), c.error) << c.text;
+    for (const auto& [text, kind, error] : cases) {
+        EXPECT_EQ(MsgParser(text).kind(), kind) << text;
+        EXPECT_EQ(MsgParser(text).error(), error) << text;
     }
     EXPECT_EQ(MsgParser(zipped).root()["result"], 5);
 }

@@ -95,7 +95,6 @@ TEST(NetUtils, TellsAddressesFromOtherTexts) {
 
 TEST(NetUtils, ConvertsAddressesInHostOrder) {
     EXPECT_EQ(NetUtils::ip2str(2130706433), "127.0.0.1");
-    EXPECT_EQ(NetUtils::ip2str(0xffffffff), "255.255.255.255");
     EXPECT_EQ(NetUtils::str2ip("127.0.0.1"), 2130706433u);
     EXPECT_EQ(NetUtils::str2ip("localhost"), 0u);
     EXPECT_EQ(NetUtils::str2ip6("::1"), std::string(15, '\0') + '\1');
