@@ -5,6 +5,7 @@
 
 #include "client/context.h"
 #include "client/failure.h"
+#include "client/push_remarks.h"
 #include "client/reply.h"
 #include "client/views.h"
 #include "infra/corvo_json.h"
@@ -55,10 +56,22 @@ void ask_and_print_reply(Context& context, const std::string& method, const Json
     print_reply(context, reply);
 }
 
-void ask_and_show(Context& context, const std::string& method, const Json::Value& params) {
+namespace {
+
+void show(Context& context, const std::string& method, const Json::Value& params) {
     if (context.json()) return ask_and_print_reply(context, method, params);
     if (method == "ping") return ping(context, params);
     context.out().print(view(context.out(), method, context.daemon().call(method, params)));
+}
+
+}  // namespace
+
+void ask_and_show(Context& context, const std::string& method, const Json::Value& params) {
+    if (method != "push_pcap") return show(context, method, params);
+    const PushRemarks remarks(context.daemon(), params);
+    show(context, method, params);
+    context.out().flush();
+    remarks.tell(context.err());
 }
 
 }  // namespace brumectl

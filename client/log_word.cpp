@@ -135,7 +135,7 @@ void add_log(CLI::App& app, Context& context) {
     word->group("Methods of the daemon");
     word->add_option("-n,--lines", options->lines, "How many lines")
         ->type_name("NUMBER")
-        ->check(number_between(0, UINT32_MAX))
+        ->transform(number_between(0, UINT32_MAX))
         ->capture_default_str();
     word->add_flag("-f,--follow", options->follow, "Shows new lines as they come, until Ctrl-C");
     word->add_flag("--levels", options->levels, "Shows the levels and the components");

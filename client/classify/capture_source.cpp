@@ -165,7 +165,8 @@ std::unique_ptr<CaptureSource> CaptureSource::open(const std::string& path, cons
         pcap_fopen_offline_with_tstamp_precision(stream.file.get(), PCAP_TSTAMP_PRECISION_MICRO, error));
     if (!pcap) {
         interrupt::check();
-        auto erf = stream.path.empty() ? nullptr : ErfSource::open(stream.path, setup.filter);
+        std::unique_ptr<CaptureSource> erf;
+        if (!stream.path.empty()) erf = ErfSource::open(stream.path, setup.filter);
         if (erf) return erf;
         throw Failure(std::string("no capture that can be read: ") + error);
     }

@@ -1,5 +1,7 @@
 #include "client/classify/classifier.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -36,10 +38,13 @@ constexpr struct {
 };
 constexpr const char* BROKEN = "IP headers that can't be";
 
+/** Empty for what has no place in a folder, such as a pipe. @throws Failure if there's nothing */
 std::string absolute_path(const std::string& file) {
     char path[PATH_MAX];
-    if (!realpath(file.c_str(), path)) throw Failure(strerror(errno));
-    return path;
+    if (realpath(file.c_str(), path)) return path;
+    const int err = errno;
+    if (access(file.c_str(), F_OK) != 0) throw Failure(strerror(err));
+    return {};
 }
 
 /** The daemon's words for a file that it can't open, or doesn't know the format of. */
@@ -70,12 +75,11 @@ class Classifier::Work {
     }
 
     void run() {
-        const bool is_input = m_result.file == "-";
-        const std::string path = is_input ? "-" : absolute_path(m_result.file);
-        auto source = CaptureSource::open(path, {m_options.filter, [this] {
-                                                     if (m_own) m_own->keep();
-                                                 }});
-        m_copies.prepare(is_input ? "" : path);
+        const std::string path = m_result.file == "-" ? "" : absolute_path(m_result.file);
+        auto source = CaptureSource::open(path.empty() ? m_result.file : path, {m_options.filter, [this] {
+                                                                                    if (m_own) m_own->keep();
+                                                                                }});
+        m_copies.prepare(path);
         push_all(*source);
         sum_up();
         if (!source->damage().empty())

@@ -317,7 +317,7 @@ void add_classify(CLI::App& app, Context& context) {
         ->check(not_empty());
     word->add_option("--ns", arguments->options.ns_id, "Name space of the packets' flows")
         ->type_name("NUMBER")
-        ->check(number_between(0, UINT32_MAX))
+        ->transform(number_between(0, UINT32_MAX))
         ->capture_default_str();
     word->add_option("--dpaddr", arguments->options.dpaddr, "Data path, handed to the engine")
         ->type_name("TEXT");

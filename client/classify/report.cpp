@@ -282,43 +282,44 @@ class Chart {
     double m_top = 1;
 };
 
-/** A table that a narrow screen shifts aside, rather than the page. */
-std::string list(const std::string& title, const std::vector<std::string>& head, const std::string& rows) {
+std::string list(const std::string& title, const std::vector<const char*>& head, const std::string& rows) {
     std::string out = "<h3>" + title + "</h3>\n<div class=\"list\"><table>\n<thead><tr>";
-    for (const std::string& column : head)
-        out += "<th scope=\"col\">" + column + "</th>";
+    for (const char* column : head)
+        out += std::string("<th scope=\"col\">") + column + "</th>";
     return out + "</tr></thead>\n<tbody>\n" + rows + "</tbody>\n</table></div>\n";
 }
 
-std::string row(const std::vector<std::string>& cells) {
-    std::string out = "<tr>";
-    for (const std::string& cell : cells)
-        out += "<td>" + escaped(cell) + "</td>";
-    return out + "</tr>\n";
+/** Two lines: rows of many columns don't fit on a phone. */
+std::string cell(const std::string& first, const std::string& second) {
+    return "<td>" + escaped(first) + (second.empty() ? "" : "<br><span>" + escaped(second) + "</span>") +
+           "</td>";
 }
 
-std::string number_of(const Json::Value& flow, const char* member) {
-    return count_text(count_of(member_of(flow, member)));
+std::string packets_of(const Json::Value& value) {
+    return counted(count_of(member_of(value, "packets")), "packet", "packets");
+}
+
+std::string bytes_of(const Json::Value& value) {
+    return bytes_text(count_of(member_of(value, "bytes")));
 }
 
 std::string lists(const FileResult& result) {
     std::string flows;
     for (const Json::Value& flow : result.flows)
-        flows += row({flow_text::endpoint(flow, "client"), flow_text::endpoint(flow, "server"),
-                      flow_text::protocol(flow), flow_text::server_name(flow), number_of(flow, "packets"),
-                      bytes_text(count_of(member_of(flow, "bytes")))});
+        flows += "<tr>" + cell(flow_text::endpoint(flow, "client"), flow_text::endpoint(flow, "server")) +
+                 cell(flow_text::protocol(flow), flow_text::server_name(flow)) +
+                 cell(bytes_of(flow), packets_of(flow)) + "</tr>\n";
     std::string hosts;
     for (const Json::Value& host : result.hosts)
-        hosts += row({string_of(member_of(host, "address")), number_of(host, "flows"),
-                      number_of(host, "packets"), bytes_text(count_of(member_of(host, "bytes")))});
+        hosts += "<tr>" + cell(string_of(member_of(host, "address")), "") +
+                 cell(counted(count_of(member_of(host, "flows")), "flow", "flows"), "") +
+                 cell(bytes_of(host), packets_of(host)) + "</tr>\n";
     const uint64_t all = result.tally.total().flows;
-    const std::string shown = count_text(result.flows.size());
-    const std::string title =
-        result.flows.size() < all ? "The " + shown + " largest of " + count_text(all) + " flows" : "Flows";
-    return (flows.empty()
-                ? ""
-                : list(title, {"Client", "Server", "Protocol", "Name", "Packets", "Bytes"}, flows)) +
-           (hosts.empty() ? "" : list("Hosts by bytes", {"Address", "Flows", "Packets", "Bytes"}, hosts));
+    const std::string title = result.flows.size() < all ? "The " + count_text(result.flows.size()) +
+                                                              " largest of " + count_text(all) + " flows"
+                                                        : "Flows";
+    return (flows.empty() ? "" : list(title, {"Client, server", "Protocol, name", "Bytes"}, flows)) +
+           (hosts.empty() ? "" : list("Hosts by bytes", {"Address", "Flows", "Bytes"}, hosts));
 }
 
 std::string file_section(const FileResult& result, const std::vector<Band>& bands) {

@@ -43,9 +43,12 @@ th:first-child { text-align: left; padding-left: 0; font-weight: 500; white-spac
 tfoot th, tfoot td { border-bottom: 0; font-weight: 600; }
 .bar { width: 34%; padding-right: 0; }
 .bar svg { display: block; width: 100%; height: 8px; }
-.list { overflow-x: auto; max-height: 30em; }
-.list td, .list th { text-align: left; padding: 4px 14px 4px 0; }
-.list td:first-child { white-space: nowrap; font-weight: 400; }
+.list { overflow: auto; max-height: 32em; }
+.list table { table-layout: fixed; }
+.list td { vertical-align: top; }
+.list th:first-child, .list td:first-child { text-align: left; padding-left: 0; width: 44%; }
+.list th, .list td { white-space: normal; overflow-wrap: anywhere; }
+.list span { color: var(--soft); }
 @media (max-width: 640px) {
   main { padding: 20px 12px 32px; }
   section { padding: 14px 12px; }

@@ -185,12 +185,18 @@ class Reload {
         constexpr const char* WORDS[] = {"the new engine runs", "the swap failed, the old engine runs",
                                          "the swap failed, and the old engine isn't back as it was"};
         constexpr const char* ENGINES[] = {"new", "old", "neither"};
-        const std::string state = string_of(member_of(m_daemon.call("status"), "state"));
+        const std::string state = state_reached();
         const std::string text = std::string(WORDS[outcome]) + ": " + state;
         if (m_unsaid) std::rethrow_exception(m_unsaid);
         if (m_context.json()) print_json(ENGINES[outcome], state);
         if (outcome != EngineSwap::SWAPPED) throw Failure(text);
         if (!m_context.json()) m_context.out().print(harmless(text) + "\n");
+        interrupt::check();  // one that came during the swap is obeyed once its outcome is told
+    }
+
+    std::string state_reached() {
+        const interrupt::Deferred until_told;
+        return string_of(member_of(m_daemon.call("status"), "state"));
     }
 
     Context& m_context;

@@ -193,7 +193,7 @@ void add_top(CLI::App& app, Context& context) {
     word->add_flag("-b,--batch", options->batch, "Plain text, one look below the other");
     word->add_option("-n,--count", options->count, "Looks until the end (default: no end)")
         ->type_name("NUMBER")
-        ->check(number_between(1, UINT32_MAX));
+        ->transform(number_between(1, UINT32_MAX));
     word->footer("On the screen ? lists the keys: orders, the time between two looks, Ctrl-Z.");
     word->callback([&context, options] {
         if (options->batch || context.json()) return run_batch(context, *options);

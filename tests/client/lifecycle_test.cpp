@@ -114,6 +114,7 @@ TEST(Reload, IsDoneToItsEndThoughTheReaderOrTheUserIsGoneButNotThoughTheDaemonIs
     Program program({"reload", "--json"}, {.socket = daemon.socket_path()});
     ASSERT_TRUE(eventually([&] { return daemon.engine_calls().find("deinit", first) != std::string::npos; }));
     EXPECT_EQ(program.end(SIGINT), 128 + SIGINT);
+    EXPECT_THAT(program.out(), HasSubstr("\"engine\":\"new\""));
     EXPECT_EQ(daemon.result("status")["state"], "activated");
     daemon.script("crash init abort\n");
     expect_step({{"reload"},

@@ -34,6 +34,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
     Daemon daemon({.engine_dir = OUR_ENGINE_DIR});
     const std::string capture = daemon.dir().file("sample.pcap");
     write_pcap(capture, sample_frames());
+    const std::string cut = daemon.dir().write("cut.pcap", read_file(capture).substr(0, 4000));
     const std::vector<Step> STEPS = {
         {{"ping"}, 0, testing::MatchesRegex("answer from /.* in [0-9]+\\.[0-9][0-9] ms\n")},
         {{"status"}, 0, HasSubstr("state:          not loaded")},
@@ -59,7 +60,7 @@ TEST(Words, ASessionFromLoadToShutdown) {
         {{"version"}, 0, StartsWith("brumectl ")},
         {{"call", "echo", "-"}, 0, "ok\n", "", "{\"message\":\n\"from stdin\"}\n"},
         {{"call", "echo", "-"}, 2, "", HasSubstr("\nUsage: "), "[]"},
-        {{"log", "-n", "9"},
+        {{"log", "-n", "09"},
          0,
          AllOf(HasSubstr("- [status %s]"), HasSubstr("- --not an option"), HasSubstr("- help"),
                HasSubstr("from stdin"))},
@@ -85,6 +86,13 @@ TEST(Words, ASessionFromLoadToShutdown) {
          AllOf(
              Not(HasSubstr("x-build")),
              HasSubstr(corvo::Version::g_in_slave_mode ? "This daemon refuses it" : "\"description\":\"\""))},
+        {{"deactivate"}, 0, "ok\n"},
+        {{"activate", "--max_flows", "1"}, 0, "ok\n"},
+        {{"push_pcap", cut},
+         0,
+         HasSubstr("total "),
+         ContainsRegex(
+             "packets found no room for their flows\nbrumectl: /.*: damaged after [0-9]+ packets: ")},
         {{"deactivate"}, 0, "ok\n"},
         {{"unload"}, 0, "ok\n"},
         {{"shutdown"}, 0, "ok\n"},

@@ -2,4 +2,6 @@
 #include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_scheduler.h"
 
-corvo::Scheduler& scheduler_of(corvo::Scheduler& scheduler) { return scheduler; }
+corvo::Scheduler& scheduler_of(corvo::Scheduler& scheduler) {
+    return scheduler;
+}
