@@ -20,15 +20,17 @@ PushRemarks::PushRemarks(Daemon& daemon, const Json::Value& params)
 
 void PushRemarks::tell(const Terminal& err) const {
     if (const uint64_t now = refused(); now > m_refused_before)
-        err.print("brumectl: " + counted(now - m_refused_before, "packet found no room for its flow",
-                                       "packets found no room for their flows") +
+        err.print("brumectl: " +
+                  counted(now - m_refused_before, "packet found no room for its flow",
+                          "packets found no room for their flows") +
                   "\n");
     tell_damage(err);
 }
 
 uint64_t PushRemarks::refused() const {
     Json::Value params = Json::objectValue;
-    if (const Json::Value& dpaddr = member_of(m_params, "dpaddr"); !dpaddr.isNull()) params["dpaddr"] = dpaddr;
+    if (const Json::Value& dpaddr = member_of(m_params, "dpaddr"); !dpaddr.isNull())
+        params["dpaddr"] = dpaddr;
     uint64_t packets = 0;
     try {
         const Json::Value summary = m_daemon.call("flows.summary", params);

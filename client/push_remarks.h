@@ -12,12 +12,13 @@ class Terminal;
 
 class PushRemarks {
  public:
-    /** Make it before the push: looks at what our engine has refused until then. @throws NoDaemon, TimedOut */
+    /** Make it before the push: looks at what our engine has refused until then. @throws NoDaemon, TimedOut
+     */
     PushRemarks(Daemon& daemon, const Json::Value& params);
 
     /**
-     * A line each for packets that found no room, told by our engine alone, and for a capture that ends damaged,
-     * where it can be read from here. Live traffic that found no room meanwhile is counted, too.
+     * A line each for packets that found no room, told by our engine alone, and for a capture that ends
+     * damaged, where it can be read from here. Live traffic that found no room meanwhile is counted, too.
      * @throws NoDaemon, TimedOut, Interrupted
      */
     void tell(const Terminal& err) const;

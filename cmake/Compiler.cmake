@@ -6,7 +6,11 @@ foreach(config RELEASE RELWITHDEBINFO MINSIZEREL)
 endforeach()
 
 add_library(brumecpd_flags INTERFACE)
-target_compile_options(brumecpd_flags INTERFACE -Wall -Wextra -Werror)
+target_compile_features(brumecpd_flags INTERFACE cxx_std_20)
+target_compile_options(brumecpd_flags INTERFACE -Wall -Wextra)
+if(BRUMECPD_WERROR)
+    target_compile_options(brumecpd_flags INTERFACE -Werror)
+endif()
 # What the stack of a fault is read from. On 32-bit ARM that is tables, which functions that throw nothing don't have
 # by themselves, and which the reader misunderstands where a function keeps a frame pointer.
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")

@@ -3,7 +3,7 @@ set(completions
     "bash|brumectl|bash-completion/completions"
     "zsh|_brumectl|zsh/vendor-completions"
     "fish|brumectl.fish|fish/vendor_completions.d")
-set(completions_out ${CMAKE_BINARY_DIR}/packaging/completion)
+set(completions_out ${PROJECT_BINARY_DIR}/packaging/completion)
 file(MAKE_DIRECTORY ${completions_out})
 foreach(entry IN LISTS completions)
     string(REPLACE "|" ";" entry "${entry}")

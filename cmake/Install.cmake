@@ -19,7 +19,7 @@ install(DIRECTORY DESTINATION lib/brumecpd/modules COMPONENT daemon)
 install(TARGETS brumectl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT client)
 
 # A link and not a script that changes the folder: paths on the command line mean the caller's folder.
-set(packaging_out ${CMAKE_BINARY_DIR}/packaging)
+set(packaging_out ${PROJECT_BINARY_DIR}/packaging)
 file(MAKE_DIRECTORY ${packaging_out}/sbin)
 file(CREATE_LINK ../lib/brumecpd/bin/brumecpd ${packaging_out}/sbin/brumecpd SYMBOLIC)
 install(FILES ${packaging_out}/sbin/brumecpd DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemon)

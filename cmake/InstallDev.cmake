@@ -6,7 +6,7 @@ include(CMakePackageConfigHelpers)
 
 # Of the boundary, not of the daemon: the first number changes when libraries have to be built anew.
 set(engine_api_version 1.0.0)
-set(dev_out ${CMAKE_BINARY_DIR}/dev)
+set(dev_out ${PROJECT_BINARY_DIR}/dev)
 set(cmake_folder ${CMAKE_INSTALL_DATAROOTDIR}/cmake/brumecpd)
 set(pkgconfig_folder ${CMAKE_INSTALL_DATAROOTDIR}/pkgconfig)
 

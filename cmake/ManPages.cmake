@@ -7,7 +7,7 @@ if(NOT SCDOC OR NOT Python3_FOUND)
     return()
 endif()
 
-set(man_out ${CMAKE_BINARY_DIR}/packaging/man)
+set(man_out ${PROJECT_BINARY_DIR}/packaging/man)
 file(MAKE_DIRECTORY ${man_out})
 
 # Component and page.
@@ -30,13 +30,13 @@ foreach(entry IN LISTS man_pages)
     list(GET entry 0 component)
     list(GET entry 1 page)
     string(REGEX REPLACE "^.*\\." "" section ${page})
-    set(source ${CMAKE_SOURCE_DIR}/packaging/man/${page}.scd)
+    set(source ${PROJECT_SOURCE_DIR}/packaging/man/${page}.scd)
     add_custom_command(OUTPUT ${man_out}/${page}
-        COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/scripts/man_page.py --scdoc ${SCDOC} --document ${CMAKE_BINARY_DIR}/openrpc.json
+        COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/scripts/man_page.py --scdoc ${SCDOC} --document ${PROJECT_BINARY_DIR}/openrpc.json
                 --words ${man_out}/words.scd
                 ${source} ${man_out}/${page}
-        DEPENDS ${source} ${CMAKE_SOURCE_DIR}/scripts/man_page.py ${CMAKE_SOURCE_DIR}/scripts/methods_doc.py
-                ${CMAKE_BINARY_DIR}/openrpc.json ${man_out}/words.scd
+        DEPENDS ${source} ${PROJECT_SOURCE_DIR}/scripts/man_page.py ${PROJECT_SOURCE_DIR}/scripts/methods_doc.py
+                ${PROJECT_BINARY_DIR}/openrpc.json ${man_out}/words.scd
         COMMENT "Writing the manual page ${page}"
         VERBATIM)
     install(FILES ${man_out}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})

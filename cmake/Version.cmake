@@ -1,8 +1,8 @@
 # Build description: fixed flags come from the options, hash and date from git each time something is built.
-set(BRUMECPD_VERSION_SOURCE ${CMAKE_BINARY_DIR}/generated/corvo_version_git.cpp)
+set(BRUMECPD_VERSION_SOURCE ${PROJECT_BINARY_DIR}/generated/corvo_version_git.cpp)
 add_custom_target(brumecpd_version
-    COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${CMAKE_SOURCE_DIR} -DOUT=${BRUMECPD_VERSION_SOURCE}
-            -P ${CMAKE_SOURCE_DIR}/cmake/WriteVersion.cmake
+    COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DOUT=${BRUMECPD_VERSION_SOURCE}
+            -P ${PROJECT_SOURCE_DIR}/cmake/WriteVersion.cmake
     BYPRODUCTS ${BRUMECPD_VERSION_SOURCE}
     COMMENT "Asking git for the version"
     VERBATIM)

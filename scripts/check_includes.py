@@ -18,7 +18,7 @@ LAW = {
     "src/server/rpc": ["server/rpc/corvo_rpc_", "infra/", "utils/"],
     "src/server/rpc/core": [
         "server/rpc/core/", "server/corvo_server.h", "server/corvo_server_defaults.h",
-        "server/corvo_server_loader.h", "server/watchdog/corvo_server_sig.h", "infra/", "utils/",
+        "server/corvo_server_loader.h", "server/watchdog/corvo_signal_report.h", "infra/", "utils/",
     ],
     "src/server/watchdog": ["server/", "infra/", "utils/"],
     "src/main.cpp": ["server/corvo_server_main.h", "infra/"],

@@ -1,15 +1,14 @@
 #include "exporter.h"
 
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <csignal>
+#include <filesystem>
 
-#include "engine/http_receiver.h"
-#include "engine/notices.h"
-#include "engine/tls_front.h"
+#include "engine/pushed.h"
+#include "engine/receivers.h"
 #include "engine_error.h"
 #include "support/error_of.h"
 #include "support/temp_dir.h"
@@ -55,17 +54,12 @@ TEST_F(ExporterTest, LooksNamesUpWithoutLeavingDescriptorsToOtherPrograms) {
     exporter.configure(http_to(receiver.port(), "localhost"));
     exporter.add("{}");
     exporter.tick(now_ms);
-    DIR* descriptors = opendir("/proc/self/fd");
-    while (const dirent* entry = readdir(descriptors)) {
-        int fd = std::atoi(entry->d_name);
-        if (fd > STDERR_FILENO && fd != dirfd(descriptors) && fcntl(fd, F_GETFL) >= 0 &&
-            !(fcntl(fd, F_GETFD) & FD_CLOEXEC)) {
-            char target[256] = {};
-            EXPECT_GT(readlink(("/proc/self/fd/" + std::string(entry->d_name)).c_str(), target, 255), 0);
-            EXPECT_THAT(target, testing::Not(HasSubstr("socket:")));
-        }
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int flags = fcntl(std::stoi(entry.path().filename()), F_GETFD);
+        std::error_code gone;
+        if (flags < 0 || flags & FD_CLOEXEC) continue;
+        EXPECT_THAT(read_symlink(entry.path(), gone).string(), testing::Not(HasSubstr("socket:")));
     }
-    closedir(descriptors);
     run(1);
     EXPECT_THAT(receiver.bodies, ElementsAre("{}"));
 }
@@ -135,28 +129,24 @@ TEST_F(ExporterTest, NeitherWaitsForAPeerThatLeavesTlsUnansweredNorSpeaksInTheCl
 TEST_F(ExporterTest, TriesAgainAfterGrowingPausesAndTellsOnceEachWay) {
     exporter.configure(http_to(receiver.port()));
     exporter.add("{}");
-    receiver.status = 503;
-    run(1);
-    EXPECT_EQ(exporter.tick(now_ms), 1000u);
-    now_ms += 1000;
-    run(2);
-    EXPECT_EQ(exporter.tick(now_ms), 2000u);
-    EXPECT_EQ(exporter.failures_in_a_row(), 2u);
-    EXPECT_EQ(exporter.describe()["last_error"], "HTTP status 503");
-    EXPECT_THAT(test::take_notices(), ElementsAre("engine export.failed 2: HTTP status 503"));
+    receiver.status = 429;
+    for (const uint64_t pause_ms : {1000u, 2000u, 4000u, 8000u, 16000u, 30000u, 30000u}) {
+        run(count("failed") + 1);
+        EXPECT_EQ(exporter.tick(now_ms), pause_ms);
+        now_ms += pause_ms;
+    }
+    EXPECT_EQ(exporter.failures_in_a_row(), 7u);
+    EXPECT_EQ(exporter.describe()["last_error"], "HTTP status 429");
+    EXPECT_THAT(test::take_notices(), ElementsAre("engine export.failed 2: HTTP status 429"));
     receiver.status = 204;
-    now_ms += 2000;
-    run(3);
+    run(8);
     EXPECT_EQ(count("sent"), 1u);
     EXPECT_EQ(exporter.failures_in_a_row(), 0u);
     EXPECT_THAT(test::take_notices(), ElementsAre("engine export.back 1: samples are exported again"));
-}
-
-TEST_F(ExporterTest, DropsWhatTheReceiverDoesNotWant) {
-    exporter.configure(http_to(receiver.port()));
+    // What the receiver doesn't want isn't tried again.
     exporter.add("bad");
     receiver.status = 400;
-    run(1);
+    run(9);
     EXPECT_EQ(count("dropped"), 1u);
     EXPECT_EQ(count("queued"), 0u);
 }
@@ -190,7 +180,7 @@ TEST_F(ExporterTest, GivesUpWhatIsUnderWayWhenItGetsAnotherDestination) {
     EXPECT_EQ(exporter.describe().toStyledString(), "{\n\t\"type\" : \"none\"\n}\n");
 }
 
-TEST_F(ExporterTest, AppendsLinesToAFileAlsoWhenItWasMovedAway) {
+TEST_F(ExporterTest, AppendsWholeLinesToAFileAlsoWhenItWasMovedAwayOrIsFull) {
     std::string path = dir.write("out", "before\n");
     exporter.configure(file_to(path));
     exporter.add("{1}");
@@ -201,27 +191,20 @@ TEST_F(ExporterTest, AppendsLinesToAFileAlsoWhenItWasMovedAway) {
     exporter.add("{3}");
     exporter.tick(now_ms);
     EXPECT_EQ(test::read_file(path), "{3}\n");
-}
 
-TEST_F(ExporterTest, LeavesNoHalfLineInAFullFile) {
-    std::string path = dir.file("out");
-    exporter.configure(file_to(path));
-    exporter.add("{1}");
-    exporter.tick(now_ms);
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
-    rlimit tight = before;
-    tight.rlim_cur = 10;
+    const rlimit tight{10, before.rlim_max};
     auto* old = std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &tight);
     exporter.add("{a long line}");
     exporter.tick(now_ms);
     setrlimit(RLIMIT_FSIZE, &before);
     std::signal(SIGXFSZ, old);
-    EXPECT_EQ(test::read_file(path), "{1}\n");
+    EXPECT_EQ(test::read_file(path), "{3}\n");
     EXPECT_EQ(count("failed"), 1u);
     exporter.tick(now_ms + 1000);
-    EXPECT_EQ(test::read_file(path), "{1}\n{a long line}\n");
+    EXPECT_EQ(test::read_file(path), "{3}\n{a long line}\n");
 }
 
 TEST_F(ExporterTest, RefusesImpossibleDestinationsAndKeepsItsOwn) {

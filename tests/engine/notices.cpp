@@ -1,4 +1,6 @@
-#include "engine/notices.h"
+#include <utility>
+
+#include "engine/pushed.h"
 
 namespace {
 std::vector<std::string> g_notices;

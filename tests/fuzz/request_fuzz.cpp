@@ -71,16 +71,15 @@ struct Confined : corvo::RpcComponent {
     }
 };
 
-corvo::server::Options userspace_options() {
-    corvo::server::Options options;
-    options.mode = corvo::server::Options::MODE_USERSPACE;
-    return options;
-}
-
 /** Answers requests, and has neither socket nor process of its own. */
 class EmbeddedServer : public corvo::server::Server {
  public:
-    explicit EmbeddedServer(Engine::state_e state) : Server(userspace_options()) {
+    static corvo::server::Options options() {
+        corvo::server::Options options;
+        options.mode = corvo::server::Options::MODE_USERSPACE;
+        return options;
+    }
+    explicit EmbeddedServer(Engine::state_e state) : Server(options()) {
         become_global();
         create_commands();
         cmds().load_component(new Confined(cmds()));
@@ -122,40 +121,33 @@ struct World {
 
 /** The hub belongs to the process: an input must not hear of the one before. */
 void forget_notifications() {
-    Json::Value request;
-    Json::Value sockets;
-    request["cmd"] = "socket";
-    request["op"] = "ls";
-    corvo::notif::ops(request, sockets);
-    request["op"] = "delete";
-    for (const Json::Value& socket : sockets["ls"]) {
-        Json::Value nothing;
-        request["socket"] = socket["name"];
-        corvo::notif::ops(request, nothing);
-    }
-    request["op"] = "clear";
-    for (const char* kept : {"log", "alerts"}) {
-        Json::Value nothing;
-        request["cmd"] = kept;
-        corvo::notif::ops(request, nothing);
-    }
+    const auto ask = [](const char* cmd, const char* op, const Json::Value& socket = {}) {
+        Json::Value request, answer;
+        request["cmd"] = cmd;
+        request["op"] = op;
+        request["socket"] = socket;
+        corvo::notif::ops(request, answer);
+        return answer;
+    };
+    const Json::Value sockets = ask("socket", "ls");
+    for (const Json::Value& socket : sockets["ls"])
+        ask("socket", "delete", socket["name"]);
+    ask("log", "clear");
+    ask("alerts", "clear");
 }
 
 void check_single(const Json::Value& reply) {
     if (reply.isNull()) return;  // nobody asked for an answer
-    assert(reply.isObject());
-    assert(reply["jsonrpc"] == "2.0");
-    assert(reply.isMember("id"));
+    assert(reply.isObject() && reply["jsonrpc"] == "2.0" && reply.isMember("id"));
     assert(reply.isMember("result") != reply.isMember("error"));
-    assert(!reply.isMember("error") ||
+    assert(reply.isMember("result") ||
            (reply["error"]["code"].isInt() && reply["error"]["message"].isString()));
 }
 
 void check(const std::string& text) {
-    assert(text.ends_with('\n'));
     Json::Value reply;
     [[maybe_unused]] const bool parsed = corvo::json::parse(text, reply);
-    assert(parsed);
+    assert(parsed && text.ends_with('\n'));
     if (!reply.isArray()) return check_single(reply);
     for (const Json::Value& single : reply)
         check_single(single);

@@ -4,9 +4,13 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <cerrno>
+#include <climits>
 #include <vector>
 
+#include "infra/corvo_lock.h"
 #include "infra/corvo_scheduler.h"
+#include "infra/corvo_shims.h"
 #include "infra/corvo_socket_channel.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
@@ -28,12 +32,17 @@ TEST(Channel, AMessageOfAnySizeComesOutWhole) {
     }
 }
 
-TEST(Channel, AFullSocketIsToldAtOnce) {
-    SocketChannelPair pair("pair");
+TEST(Channel, AFullOrBrokenSocketIsToldAtOnceAndWithoutASignal) {
+    int fds[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, fds), 0);
+    const UniqueFd ours(fds[0]);
+    const SocketChannel channel("alone", ours.get(), {}, 0);
     state_e rc = CHANNEL_OK;
     for (int i = 0; i < 100000 && rc == CHANNEL_OK; ++i)
-        rc = pair.first()->push("x");
+        rc = channel.push("x");
     EXPECT_EQ(rc, CHANNEL_SEND_AGAIN);
+    close(fds[1]);
+    EXPECT_EQ(channel.push("x"), CHANNEL_BROKEN);
 }
 
 TEST(Channel, AHandlerMayPutAnotherInItsPlace) {
@@ -90,15 +99,6 @@ TEST(Channel, OneFiringServesAllThatWaitsAndSendsTheReplies) {
     sched.remove(pair.first().get());
 }
 
-TEST(Channel, APeerThatIsGoneIsBrokenWithoutASignal) {
-    int fds[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, fds), 0);
-    UniqueFd ours(fds[0]);
-    close(fds[1]);
-    SocketChannel channel("alone", ours.get(), {}, 0);
-    EXPECT_EQ(channel.push("x"), CHANNEL_BROKEN);
-}
-
 TEST(Channel, AnEmptyMessageClosesTheEvent) {
     SocketChannelPair pair("pair");
     std::vector<state_e> seen;
@@ -133,6 +133,33 @@ TEST(Channel, APairTakesItsDescriptorsWithItAndNoProgramThatIsStartedInheritsThe
     pair.reset();
     for (int fd : fds)
         EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+}
+
+TEST(Shims, ASendBufferThatTheKernelCutsIsAnError) {
+    const corvo::UniqueFd fd(cv_socket(AF_UNIX, SOCK_DGRAM, 0));
+    EXPECT_EQ(0, cv_set_sock_send_qsize(fd.get(), 16384));
+    unsigned int size = 0;
+    EXPECT_EQ(0, cv_get_sock_send_qsize(fd.get(), size));
+    EXPECT_EQ(32768u, size) << "the kernel reports twice the size that was asked for";
+
+    errno = 0;
+    EXPECT_EQ(-1, cv_set_sock_send_qsize(fd.get(), INT_MAX));
+    EXPECT_EQ(EFBIG, errno);
+    EXPECT_EQ(-1, cv_set_sock_send_qsize(-1, 1));
+    EXPECT_EQ(EBADF, errno);
+}
+
+TEST(Shims, ALockIsRecursiveAndIgnoresNull) {
+    pthread_mutex_t m;
+    for (pthread_mutex_t* lock : {static_cast<pthread_mutex_t*>(nullptr), &m}) {
+        corvo_lock_init(lock);
+        corvo_lock_lock(lock);
+        corvo_lock_lock(lock);
+        corvo_lock_unlock(lock);
+        corvo_lock_unlock(lock);
+    }
+    EXPECT_EQ(EPERM, pthread_mutex_unlock(&m)) << "every lock was given back";
+    pthread_mutex_destroy(&m);
 }
 
 }  // namespace

@@ -26,7 +26,12 @@ class PollerTest : public testing::Test {
         return ev;
     }
 
+    FdEvent::work remember() {
+        return [this](FdEvent& self, EventExpireReason reason) { return seen = reason, self.resched(0u); };
+    }
+
     EventPoller poller;
+    EventExpireReason seen{};
 };
 
 TEST_F(PollerTest, WithoutEventsServesNothingAndSleepsTheWholeWait) {
@@ -70,11 +75,7 @@ TEST_F(PollerTest, AnEventThatIsDoneEndsWithItsCallbacksAndItsLastReference) {
 }
 
 TEST_F(PollerTest, ATimeOutIsNotRememberedByTheNextRegistration) {
-    EventExpireReason seen = EVENT_EXPIRE_READY;
-    auto ev = add(EVENT_STATE_READ, 1, [&](FdEvent& self, EventExpireReason reason) {
-        seen = reason;
-        return self.resched(0u);
-    });
+    auto ev = add(EVENT_STATE_READ, 1, remember());
     EXPECT_TRUE(poller.handle_pending_events(5000));
     EXPECT_EQ(EVENT_EXPIRE_TIMEOUT, seen);
     EXPECT_TRUE(poller.exists(ev.get()));
@@ -85,11 +86,7 @@ TEST_F(PollerTest, ATimeOutIsNotRememberedByTheNextRegistration) {
 }
 
 TEST_F(PollerTest, WhatAWaitHasSeenIsLookedAtAnew) {
-    EventExpireReason seen = EVENT_EXPIRE_TIMEOUT;
-    auto ev = add(EVENT_STATE_READ, 1, [&](FdEvent& self, EventExpireReason reason) {
-        seen = reason;
-        return self.resched(0u);
-    });
+    auto ev = add(EVENT_STATE_READ, 1, remember());
     EXPECT_TRUE(poller.wait(5000));
     ev->raise();
     EXPECT_TRUE(poller.handle_pending_events(0));

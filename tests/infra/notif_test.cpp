@@ -69,13 +69,10 @@ TEST_F(Notifications, TheLogKeepsTheLastFiftyWithConsecutiveIds) {
 TEST_F(Notifications, AlertsCountWarningsByKind) {
     notify(INFO_KIND);
     EXPECT_EQ(Json::arrayValue, alerts().type());
-    notify(WARN_KIND, "one");
-    notify(WARN_KIND, "two");
-    notify({"test", "warn", SEV_SEVERE});
+    for (const notif_t& kind : {WARN_KIND, WARN_KIND, notif_t{"test", "warn", SEV_SEVERE}})
+        notify(kind);
     EXPECT_EQ(2u, alerts().size());
-    Json::Value severe = request(R"({"cmd":"alerts","sev":"error"})")["notif"]["alerts"];
-    ASSERT_EQ(1u, severe.size());
-    EXPECT_EQ("severe", severe[0]["sev"]);
+    EXPECT_EQ(1u, request(R"({"cmd":"alerts","sev":"error"})")["notif"]["alerts"].size());
     for (const Json::Value& alert : alerts())
         EXPECT_EQ(alert["sev"] == "warn" ? 2u : 1u, alert["count"].asUInt());
     EXPECT_EQ(3u, request(R"({"cmd":"log","sev":"warn"})")["notif"]["log"].size());
@@ -122,43 +119,31 @@ TEST_F(Notifications, AClientThatIsGoneCostsOneLogLineAnEvent) {
 }
 
 TEST_F(Notifications, SubscribersThatDoNotTakeAnEventKeepItFromNobodyElse) {
-    const std::string unbound = m_dir.file("unbound");
     const std::string dead = m_dir.file("dead");
     {
         // Its socket file stays behind.
         const test::UnixClient client("");
         ASSERT_EQ(0, link(client.path().c_str(), dead.c_str()));
     }
-    const test::UnixClient slow(""), removed(""), healthy("");
-    const std::vector<std::string> paths{unbound, dead, slow.path(), removed.path(), healthy.path()};
+    const test::UnixClient slow(""), healthy("");
     test::CaptureLogger log;
-    for (const std::string& path : paths)
+    for (const std::string& path : {dead, slow.path(), healthy.path()})
         socket_request("add", path);
-    socket_request("delete", removed.path());
-    while (!received(healthy).empty() || !received(removed).empty()) {
+    while (!received(healthy).empty()) {
     }
-
     const std::string overrun = "Failed notifing '" + slow.path() + "' - [Resource temporarily unavailable]";
-    for (int i = 0; i < 10000 && log.count(overrun) == 0; ++i) {
-        notify(INFO_KIND, "%d", i);
-        EXPECT_NE("", received(healthy));
-    }
-    const size_t lines_before = log.lines().size();
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 10000 && log.count(overrun) < 4; ++i) {
         notify(INFO_KIND, "%d", i);
         EXPECT_EQ(json::write(stored()[stored().size() - 1]), received(healthy));
     }
-    EXPECT_EQ(lines_before + 9, log.lines().size());
     EXPECT_EQ(4, log.count(overrun));
-    EXPECT_EQ(log.count("Failed notifing '" + dead + "' - [Connection refused]") + 1,
-              log.count("Failed notifing '" + unbound + "' - [No such file or directory]"));
-    EXPECT_EQ("", received(removed));
+    EXPECT_EQ(log.count("Failed notifing '" + dead + "' - [Connection refused]") + 4, log.lines().size());
 
     while (!received(slow).empty()) {
     }
     notify(INFO_KIND, "again");
     EXPECT_EQ(received(healthy), received(slow));
-    for (const std::string& path : {unbound, dead, slow.path(), healthy.path()})
+    for (const std::string& path : {dead, slow.path(), healthy.path()})
         socket_request("delete", path);
 }
 
@@ -173,16 +158,12 @@ TEST_F(Notifications, APathThatNoSocketAddressHoldsIsRefused) {
 TEST_F(Notifications, ABadRequestIsRefusedBeforeAnythingIsCleared) {
     notify(WARN_KIND);
     const std::pair<const char*, const char*> cases[] = {
-        {"null", "field 'cmd' is missing"},
-        {"[]", "internal parsing error"},
-        {R"({"cmd":"log","op":"clear","sev":"severe"})",
-         "field 'sev' can only be one of ['info' ,'warn' ,'error']"},
-        {R"({"cmd":"alerts","op":"clear","sev":"info"})", "field 'sev' can only be one of ['warn' ,'error']"},
-        {R"({"cmd":"log","op":"ls"})", "field 'op' can only be one of ['show' ,'clear']"},
-        {R"({"cmd":"socket","op":"delete"})", "field 'socket' is missing"},
+        {R"({"cmd":"log","op":"clear","sev":"severe"})", "'info' ,'warn' ,'error'"},
+        {R"({"cmd":"alerts","op":"clear","sev":"info"})", "'warn' ,'error'"},
     };
-    for (const auto& [params, error] : cases)
-        EXPECT_EQ(error, error_of([&] { request(params); })) << params;
+    for (const auto& [params, choices] : cases)
+        EXPECT_EQ("field 'sev' can only be one of [" + std::string(choices) + "]",
+                  error_of([&] { request(params); }));
     EXPECT_EQ(1u, stored().size());
     EXPECT_EQ(1u, alerts().size());
 }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "infra/corvo_version.h"
+#include "support/temp_dir.h"
 #include "utils/trace_utils.h"
 
 namespace corvo::server {
@@ -67,15 +68,15 @@ TEST(CommandLine, EveryOptionReachesItsField) {
 }
 
 TEST(CommandLine, ASocketWithoutAColonIsAPath) {
-    const Options unix_socket = parse("-s /tmp/x");
-    EXPECT_EQ(unix_socket.transport, Options::TRANSPORT_UNIX);
-    EXPECT_EQ(unix_socket.unix_path, "/tmp/x");
-    const std::tuple<std::string, std::string, uint16_t> cases[] = {
-        {"10.0.0.1:80", "10.0.0.1", 80}, {"1.2.3.4:65535", "1.2.3.4", 65535}, {"1.2.3.4:", "1.2.3.4", 0}};
+    const std::tuple<std::string, Options::transport_e, std::string, std::string, uint16_t> cases[] = {
+        {"/tmp/x", Options::TRANSPORT_UNIX, "/tmp/x", "", 0},
+        {"1.2.3.4:65535", Options::TRANSPORT_TCP, "", "1.2.3.4", 65535},
+        {"1.2.3.4:", Options::TRANSPORT_TCP, "", "1.2.3.4", 0},
+    };
     for (const auto& expected : cases) {
-        const Options tcp = parse("-s " + std::get<0>(expected));
-        EXPECT_EQ(tcp.transport, Options::TRANSPORT_TCP);
-        EXPECT_EQ(std::tuple(std::get<0>(expected), tcp.tcp_addr, tcp.tcp_port), expected);
+        const Options got = parse("-s " + std::get<0>(expected));
+        EXPECT_EQ(std::tuple(std::get<0>(expected), got.transport, got.unix_path, got.tcp_addr, got.tcp_port),
+                  expected);
     }
 }
 
@@ -90,21 +91,16 @@ TEST(CommandLine, RefusesWhatDoesNotFitTogetherAndNumbersThatWouldWrap) {
     const std::string reset_interval = "wd_reload_backoff_reset_interval must be positive";
     const std::pair<std::string, std::string> cases[] = {
         {"--attach eth0", only_with},
-        {"-c f --attach eth0", only_with},
         {"-c f -a", both},
-        {"-c f -a --attach eth0", both},
         {"-v loud",
          "option -v: invalid choice: 'loud' \\(choose from 'none', 'error', 'warning', 'info', 'debug'\\)"},
         {"-s fe80::1", "invalid IP address: 'fe80::1'"},
         {"-s host%n:1", "invalid IP address: 'host%n:1'"},
-        {"-s :80", "invalid IP address: ':80'"},
         {"-s 1.2.3.4:65536", "invalid port: '65536'"},
         {"-s 1.2.3.4:-1", "invalid port: '-1'"},
         {"-s 1.2.3.4:80x", "invalid port: '80x'"},
-        {"-s 1.2.3.4:4294967376", "invalid port: '4294967376'"},
         {"-s 1.2.3.4:-18446744073709551536", "invalid port: '-18446744073709551536'"},
         {"--wd_kill_timeout 2000", order},
-        {"--wd_kill_timeout -1", order},
         {"--wd_hog_timeout 4294967297", "option --wd_hog_timeout: invalid integer value: '4294967297'"},
         {"--wd_hog_timeout 60000 --wd_kill_timeout 7200000", hog},
         {"--wd_hog_timeout 0", hog},
@@ -138,51 +134,9 @@ TEST(CommandLine, HelpIsLaidOutForTheWidthOfTheTerminal) {
         dup2(STDERR_FILENO, STDOUT_FILENO);
         parse("--help");
     };
-    const std::string kill_timeout = std::to_string(WDConf().kill_timeout_ms);
-    const std::string expected =
-        R"(Usage: brumecpd [options]
-
-Options:
-  -h, --help            show this help message and exit
-  -s STRING, --socket=STRING
-                        socket to listen on (e.g. string for Unix socket,
-                        IP:PORT for TCP)
-  -v CHOICE, --verbose=CHOICE
-                        set verbose level('none', 'error', 'info', 'debug'
-  -m CHOICE, --mode=CHOICE
-                        kernel mode or userspace mode ('km', 'us')
-  -d, --daemon          run as daemon
-  -l STRING, --logfile=STRING
-                        log file for the session (default: /tmp/brumecpd.log)
-  -c STRING, --config_file=STRING
-                        config file containing JSON array with JSON RPC requests
-                        as its elements. Those requests will be executed after
-                        RPC server has started. )"
-        "\n"
-        R"(                        NOTE: if flag is not used, server will load config from
-                        ".config" file (if exists)
-                        NOTE: can't be used in conjunction with -a or --attach
-  -a, --activate        load and activate VELD on startup
-  --attach=STRING       attach to interface(s)
-  --nocore              disable core dump
-  --wd_reload           reloads the process in case of abnormal exit
-  --wd_no_hog           disables monitoring the process for CPU hogs
-  --wd_disable          disable any watch dog activity (set implicitly under GDB
-  --wd_hog_timeout=INT  controls the hog detection timeout in milli-seconds
-                        (default: 2000 ms)
-  --wd_kill_timeout=INT
-                        controls the kill action time in milli-seconds (default:
-                        )" +
-        kill_timeout +
-        R"( ms)
-  --wd_reload_backoff_multiplier=DOUBLE
-                        controls the reload backoff multiplier factor (default: 2.000000)
-  --wd_reload_backoff_max_interval=INT
-                        controls the reload backoff max interval (default: 60 sec)
-  --wd_reload_backoff_reset_interval=INT
-                        controls the timeout, after which backoff times get
-                        reset (default: 30 sec)
-)";
+    std::string expected = test::read_file(HELP_TEXT);
+    const std::string place = "@kill_timeout@";
+    expected.replace(expected.find(place), place.size(), std::to_string(WDConf().kill_timeout_ms));
     EXPECT_EXIT(print_help_on_stderr(), testing::ExitedWithCode(0), testing::StrEq(expected));
 }
 

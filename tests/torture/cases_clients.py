@@ -1,8 +1,6 @@
 """Clients that do everything wrong that a client can, many at once."""
 import json
-import pathlib
 import random
-import resource
 import socket
 import struct
 import subprocess
@@ -16,11 +14,6 @@ ENGINE = BUILD / "tests/engines/mischief"
 LOAD = {"path": str(ENGINE)}
 RESET = struct.pack("ii", 1, 0)
 PING = request("ping") + b"\n"
-
-
-def many_descriptors():
-    hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
-    resource.setrlimit(resource.RLIMIT_NOFILE, (min(hard, 4096), hard))
 
 
 def connect(daemon):
@@ -48,28 +41,6 @@ def tcp_daemon(trial, *args, **more):
 
 
 # --- TCP connections -----------------------------------------------------------------------------------------
-@case("1000 silent TCP connections")
-def silent(trial):
-    """The daemon keeps the 256 newest; the others are told by a closed connection."""
-    many_descriptors()
-    daemon = tcp_daemon(trial)
-    before = descriptors(daemon.child())
-    idle = list(connect_many(daemon, 1000))
-    hold(daemon.alive(), "nobody else is served")
-    hold(descriptors(daemon.child()) <= before + 256, "more are kept than the bound allows")
-    for s in idle[-200::40]:
-        s.sendall(PING)
-        hold(b'"result"' in received(s), "one that speaks at last isn't answered")
-        hold(daemon.alive(), "nobody else is served")
-    for s in idle[:700:100]:
-        hold(received(s) == b"", "one that was dropped isn't closed")
-    for s in idle:
-        s.close()
-    back_to(daemon, before)
-    hold(daemon.log.read_bytes().count(b"connections are taken") == 1, "the bound is told more or less than once")
-    return "256 are kept, the oldest closed; others are served; all descriptors back"
-
-
 @case("1000 TCP connections that are reset at once")
 def reset(trial):
     daemon = tcp_daemon(trial)
@@ -81,32 +52,6 @@ def reset(trial):
     hold(daemon.alive(), "no answer")
     back_to(daemon, before)
     return "nothing, half a line, a whole line before it: all descriptors back"
-
-
-@case("TCP connections closed in one direction")
-def half_closed(trial):
-    daemon = tcp_daemon(trial)
-    for sent, answered in ((PING, True), (PING[:-1], False), (b"", False), (b"\n", True), (b"\0\n", True)):
-        with connect(daemon) as s:
-            s.sendall(sent)
-            s.shutdown(socket.SHUT_WR)
-            hold(bool(received(s)) == answered, f"{sent!r} answered: {not answered}")
-    return "a whole line is answered, half a line isn't"
-
-
-@case("50 TCP clients that send byte by byte")
-def slow(trial):
-    daemon = tcp_daemon(trial)
-    clients = [connect(daemon) for _ in range(50)]
-    for i in range(len(PING)):
-        for s in clients:
-            s.send(PING[i:i + 1])
-        if i % 10 == 0:
-            hold(daemon.alive(), "nobody else is served")
-    for s in clients:
-        hold(json.loads(received(s))["id"] == 1, "a wrong reply")
-        s.close()
-    return "each gets its reply, others are served meanwhile"
 
 
 # --- readers that don't read ---------------------------------------------------------------------------------

@@ -3,7 +3,6 @@ memory and descriptors. Supervision and service go on; a line or a file of evide
 import contextlib
 import ctypes
 import errno
-import json
 import os
 import resource
 import shutil
@@ -13,7 +12,7 @@ import threading
 
 from cases_faults import write_capture
 from failing_calls import FailingCalls
-from harness import BUILD, case, eventually, hold, need, request
+from harness import BUILD, case, descriptors, eventually, hold, need, request
 
 INERT = BUILD / "tests/engines/inert"
 MS_RDONLY, MS_REMOUNT, MS_REC, MS_PRIVATE, CLONE_NEWNS = 1, 32, 16384, 1 << 18, 0x20000
@@ -65,19 +64,6 @@ def crash(daemon, signum=signal.SIGSEGV):
     hold(daemon.alive(30), "no answer after the reload")
 
 
-def evidence(daemon):
-    """The folders of gathered evidence. Each holds a report that parses and a log of whole lines, unless there was no place
-    for the report, or no log."""
-    found = sorted((daemon.log.parent / "cvevents").glob("2*"))
-    for folder in found:
-        report = folder / "cvdump.json"
-        if report.is_file():
-            json.loads(report.read_text(), strict=False)  # of a signal or of a hog
-        log = folder / daemon.log.name
-        hold(not log.is_file() or log.read_bytes().endswith(b"\n"), "a log that is cut")
-    return found
-
-
 def start(trial, log, *args, **more):
     return trial.daemon("-a", "--wd_reload", *args, log=log, **{"engine": INERT, **more})
 
@@ -105,7 +91,7 @@ def full_disk(trial):
         filler.unlink()
         serve(daemon, 3)
         daemon.check_log()
-        for old in (disk / "cvevents").glob("2*"):
+        for old in daemon.evidence():
             shutil.rmtree(old)  # of the time without room
         hold(daemon.end() == 0, "no clean end")
         daemon.check_log()
@@ -119,7 +105,7 @@ def full_from_the_start(trial):
         daemon = start(trial, disk / "log")
         crash(daemon)
         filler.unlink()
-        for old in (disk / "cvevents").glob("2*"):
+        for old in daemon.evidence():
             shutil.rmtree(old)
         hold(daemon.end() == 0, "no clean end")
         return "starts, reloads, stops"
@@ -131,10 +117,10 @@ def read_only_disk(trial):
         set_read_only(disk, True)
         daemon = start(trial, disk / "log")
         crash(daemon)
-        hold(not evidence(daemon), "evidence on a read-only disk?")
+        hold(not daemon.evidence(), "evidence on a read-only disk?")
         set_read_only(disk, False)
         crash(daemon)
-        hold(len(list((disk / "cvevents").glob("2*"))) == 1, "no evidence once it can be written")
+        hold(len(daemon.evidence()) == 1, "no evidence once it can be written")
         hold(daemon.end() == 0, "no clean end")
         return "serves without log and evidence; both come with a writable disk"
 
@@ -174,12 +160,12 @@ def damaged(trial, part, damage):
     daemon = start(trial, log)
     damage(target)
     crash(daemon)
-    gathered = len(evidence(daemon)) if folder.is_dir() and (folder / "cvevents").is_dir() else 0
+    gathered = len(daemon.evidence())
     remove(folder)
     folder.mkdir()
     crash(daemon)  # brings the folders and the log back
     crash(daemon)
-    hold((evidence(daemon)[-1] / "log").is_file(), "no evidence once the folder is back")
+    hold((daemon.evidence()[-1] / "log").is_file(), "no evidence once the folder is back")
     hold(daemon.end() == 0, "no clean end")
     return f"serves, reloads; evidence during it: {gathered}, afterwards: complete"
 
@@ -245,7 +231,7 @@ def interrupted(trial, every):
     lost = serve(daemon, 50 if trial.short else 1000, seconds=0.2)
     crash(daemon)
     lost += serve(daemon, 10, seconds=0.2)
-    hold([(f / "cvdump.json").is_file() for f in evidence(daemon)] == [True], "no evidence")
+    hold([(f / "cvdump.json").is_file() for f in daemon.evidence()] == [True], "no evidence")
     hold(daemon.end() == 0, "no clean end")
     hits = calls.disarm()
     return f"{hits} calls interrupted, {lost} replies asked for again"
@@ -301,7 +287,6 @@ def limited_pushes(trial):
         answers[next((k for k in ("result", "error") if reply and k in reply), "none")] += 1
         hold(daemon.alive(30), f"no answer after {frames} frames")
     same = daemon.child() == server
-    evidence(daemon)
     return f"{answers}, " + ("the same server" if same else "a new server, with evidence")
 
 
@@ -313,14 +298,17 @@ def virtual_kib(pid):
 def idle_connections(trial):
     port = trial.free_port()
     daemon = trial.daemon("-a", tcp=port, engine=INERT, setup=limit(resource.RLIMIT_NOFILE, 64))
+    before = descriptors(daemon.child())
     with contextlib.ExitStack() as idle:
         for i in range(200):
             idle.enter_context(socket.create_connection(("127.0.0.1", port), timeout=5))
             if i % 20 == 0:
                 hold("result" in daemon.call("status", seconds=10), f"no answer beside {i} idle connections")
+        hold(descriptors(daemon.child()) <= before + 32, "more are kept than half of the descriptors")
         for method, params in (("deactivate", None), ("unload", None), ("load", None),
                                ("activate", {"resources": {"max_flows": 100}}), ("log", {"type": "log"})):
             reply = daemon.call(method, params)
             hold(reply and "result" in reply, f"{method}: {reply}")
     hold(daemon.alive(), "no answer after they left")
+    hold(daemon.log.read_bytes().count(b"connections are taken") == 1, "the bound is told more or less than once")
     return "new requests go before idle connections"

@@ -3,10 +3,9 @@ import base64
 import concurrent.futures
 import json
 import pathlib
-import threading
 import time
 
-from harness import BUILD, LINE, Daemon, case, children, eventually, gone, hold, state_of
+from harness import BUILD, LINE, case, children, eventually, hold, state_of
 
 ENGINE = BUILD / "tests/engines/mischief"
 TEXT = "100%s%n%d \x1b[2Jengine "  # how the engine's hostile text begins
@@ -54,24 +53,19 @@ TELLING = ["tick", "get_evfd", "push_pkts", "coffee", "get_version", "get_dps", 
 class Run:
     """One deed in one function of a daemon's own engine."""
 
-    def __init__(self, trial, lock, deed, function):
+    def __init__(self, trial, deed, function):
         self.deed, self.function = deed, function
         self.at_start = function.startswith("intf_") and function != "intf_get"
         self.calls = CALLS[function]
-        with lock:
-            trial.made += 1
-            folder = trial.folder / str(trial.made)
-        folder.mkdir()
-        self.mark = folder / "mark"
-        self.args = ["--wd_reload", *(ATTACH_AT_START if self.at_start else ())]
+        args = ["--wd_reload", *(ATTACH_AT_START if self.at_start else ())]
         if deed == "hang":
-            self.args += ["--wd_hog_timeout", "500", "--wd_kill_timeout", "1500"]
-        self.environment = {"MISCHIEF": f"{deed}:corvo_api_cp_{function}", "MISCHIEF_MARK": str(self.mark)}
-        self.folder = folder
-        self.daemon = self.reply = None
-
-    def start(self):
-        self.daemon = Daemon(self.folder, *self.args, engine=ENGINE, env=self.environment)
+            args += ["--wd_hog_timeout", "500", "--wd_kill_timeout", "1500"]
+        self.daemon = trial.daemon(*args, ready=False, engine=ENGINE, env={"MISCHIEF": f"{deed}:corvo_api_cp_{function}",
+                                                                           "MISCHIEF_MARK": "../mark"})
+        self.daemon.check_log = self.check_log
+        self.folder = self.daemon.folder
+        self.mark = self.folder / "mark"
+        self.reply = None
 
     def provoke(self):
         """Up to the deed; before that everything must work."""
@@ -154,11 +148,9 @@ class Run:
                  f"a malformed log line: {line[:120]!r}")
 
     def finish(self):
-        below = children(self.daemon.pid)
         if self.daemon.running():
             hold(self.daemon.end() == 0, "no clean end")
-        hold(eventually(lambda: all(map(gone, below)), 5), "processes stayed behind")
-        self.check_log()
+        self.daemon.check_all()
 
 
 DEEDS = {
@@ -180,19 +172,15 @@ DEEDS = {
 }
 
 
-def one_run(trial, lock, deed, function):
-    run = Run(trial, lock, deed, function)
+def one_run(trial, deed, function):
     try:
-        run.start()
+        run = Run(trial, deed, function)
         run.provoke()
         DEEDS[deed][1](run)
         run.finish()
         return None
     except Exception as e:  # one of many: told with its name, after the others
         return f"{function}: {e}"
-    finally:
-        if run.daemon and run.daemon.running():
-            run.daemon.kill()
 
 
 def register(index, deed, outcome):
@@ -201,9 +189,8 @@ def register(index, deed, outcome):
         hold((ENGINE / "libcvcp_u.so").exists(), "build the target test_engine_mischief")
         functions = TELLING if deed == "nonsense" else list(CALLS)
         functions = functions[index % 7::7] if trial.short else functions
-        lock = threading.Lock()
         with concurrent.futures.ThreadPoolExecutor(4) as pool:
-            faults = [f for f in pool.map(lambda f: one_run(trial, lock, deed, f), functions) if f]
+            faults = [f for f in pool.map(lambda f: one_run(trial, deed, f), functions) if f]
         hold(not faults, "; ".join(faults))
         return f"{len(functions)} functions: {outcome}"
 

@@ -171,6 +171,7 @@ def reload(trial, call):
     def run(rule):
         daemon = victim.start()
         first = daemon.child()
+        daemon.writes_failed = call == "write"
         victim.calls.arm(call, **rule)
         daemon.signal(signal.SIGSEGV, first)
         hold(eventually(lambda: not daemon.running() or daemon.child() not in (first, daemon.pid), 20), "no reload")
@@ -188,6 +189,7 @@ def stop(trial, call):
 
     def run(rule):
         daemon = victim.start()
+        daemon.writes_failed = call == "write"
         victim.calls.arm(call, **rule)
         status = daemon.end()
         hits = victim.calls.disarm()

@@ -8,8 +8,9 @@ import subprocess
 import threading
 import time
 
-from harness import case, children, descriptors, eventually, gone, hold, need, state_of
+from harness import BUILD, case, descriptors, eventually, gone, hold, need, session, state_of
 
+ENGINE = BUILD / "lib"
 RELOAD = ("--wd_reload", "--wd_reload_backoff_multiplier", "1", "--wd_reload_backoff_reset_interval", "1")
 IMPATIENT = ("--wd_hog_timeout", "1000", "--wd_kill_timeout", "3000")
 CLONE_NEWTIME = 0x80
@@ -52,12 +53,10 @@ def replaced(daemon, child, seconds=30):
 
 def evidence(daemon):
     """Folders of evidence, each with the log that belongs to it."""
-    found = [p for p in (daemon.folder / "cvevents").iterdir() if p.is_dir()]
-    for folder in found:
+    daemon.check_evidence()
+    for folder in daemon.evidence():
         hold((folder / "log").is_file(), f"no log in {folder.name}")
-        dump = folder / "cvdump.json"
-        hold(not dump.exists() or dump.read_bytes().endswith(b'"}'), f"half a report in {folder.name}")
-    return found
+    return daemon.evidence()
 
 
 # --- the child ends -------------------------------------------------------------------------------------------
@@ -89,7 +88,7 @@ ENDS = [deadly(signal.SIGKILL), deadly(signal.SIGSEGV), stop_for_a_while, deadly
 @case("a child killed, crashed and stopped at random moments under load")
 def random_ends(trial):
     rng = random.Random(22)
-    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=_engine())
+    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=ENGINE)
     rounds = 6 if trial.short else 50
     crashes = 0
     with Load(daemon) as load:
@@ -126,18 +125,17 @@ def sigterm(trial):
     rounds = 15 if trial.short else 100
     early = 0
     for _ in range(rounds):
-        daemon = trial.daemon("-a", ready=False, engine=_engine())
+        daemon = trial.daemon("-a", ready=False, engine=ENGINE)
         time.sleep(rng.uniform(0, 0.25))
         daemon.signal(signal.SIGTERM)
-        below = children(daemon.pid)
         status = daemon.process.wait(20)
         # Before main has run there are no handlers.
         early += status == -signal.SIGTERM
         hold(status in (0, -signal.SIGTERM), f"status {status}")
         hold(status == 0 or not daemon.log.exists(), "a signal's death after the start")
-        hold(eventually(lambda below=below: all(map(gone, below)), 5), "a child stayed behind")
+        hold(eventually(lambda daemon=daemon: not session(daemon.pid), 5), "a child stayed behind")
         hold(not os.path.exists(daemon.path), "the socket stayed behind")
-        hold(not [p for p in (daemon.folder / "cvevents").glob("*/*")], "evidence of an orderly stop")
+        hold(not daemon.evidence(), "evidence of an orderly stop")
     return f"{rounds} starts; each ended with 0 ({early} before main), nothing left"
 
 
@@ -159,7 +157,7 @@ def stopped_parent(trial):
 
 @case("a parent that is killed")
 def killed_parent(trial):
-    daemon = trial.daemon("-a", *IMPATIENT, engine=_engine())
+    daemon = trial.daemon("-a", *IMPATIENT, engine=ENGINE)
     child = daemon.child()
     daemon.process.kill()
     daemon.process.wait(5)
@@ -187,7 +185,7 @@ def starting_at(monotonic_ms):
 @case("a monotonic clock that passes 2^32 ms")
 def wrap(trial):
     need(os.geteuid() == 0 and os.path.exists("/proc/self/timens_offsets"), "needs root and time namespaces")
-    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=_engine(), setup=starting_at(2 ** 32 - 3000))
+    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=ENGINE, setup=starting_at(2 ** 32 - 3000))
     hold(eventually(lambda: daemon.call("ping")["result"]["ts"] > 2 ** 32 // 1000 + 3, 30), "the clock stands")
     child = daemon.child()
     daemon.signal(signal.SIGKILL, child)
@@ -216,7 +214,7 @@ int clock_gettime(clockid_t id, struct timespec* t) {
 def wall_clock(trial):
     shim = trial.folder / "steps.so"
     subprocess.run(["cc", "-shared", "-fPIC", "-x", "c", "-", "-o", shim], input=STEPS.encode(), check=True)
-    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=_engine(), preload=shim)
+    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=ENGINE, preload=shim)
     child = daemon.child()
     with Load(daemon) as load:
         time.sleep(3)
@@ -229,8 +227,3 @@ def wall_clock(trial):
     hold(len(evidence(daemon)) == 1, "no evidence")
     hold(daemon.call("status")["result"]["uptime"] < 60, "a wrong uptime")
     return f"{load.answered} replies; no hog, uptime and reload as ever"
-
-
-def _engine():
-    from harness import BUILD
-    return BUILD / "lib"

@@ -2,6 +2,7 @@
 and the checks that must hold afterwards, whatever was done to it."""
 import collections
 import contextlib
+import itertools
 import json
 import os
 import pathlib
@@ -18,8 +19,8 @@ BUILD = pathlib.Path(os.environ.get("TORTURE_BUILD", ROOT / "build")).resolve()
 LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) +- \[.{6}\]\[(ERROR|WARN |INFO |DEBUG)\] +- .*$")
 # Messages of many lines: what the server printed to stderr, stacks of hogs, and at debug level what clients said.
 LONG = re.compile(rb"\((corvo_wd_stderr|corvo_hog_reporter|corvo_rpc_worker)\.cpp:")
-
-
+STAMP = re.compile(r"\d{4}(_\d\d){5}")
+REPORTS = {"cvdump.json", "cv_hog_dump.txt"}
 
 class NotTried(Exception):
     """What the case needs can't be had here; no fault of the daemon's."""
@@ -70,24 +71,35 @@ def request(method, params=None, id=1, **more):
     return json.dumps(message).encode()
 
 
+def stat_of(pid):
+    """Its state, parent, process group and session, as texts; None once it is reaped."""
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[:4]
+    except OSError:
+        return None
+
+
+def processes():
+    """The `stat_of` of each process, by its number."""
+    return {pid: stat for pid in map(int, filter(str.isdigit, os.listdir("/proc"))) if (stat := stat_of(pid))}
+
+
 def children(pid):
-    """Descendants of a process, from /proc; zombies too."""
-    parents = {}
-    for p in os.listdir("/proc"):
-        if p.isdigit():
-            with contextlib.suppress(OSError):
-                parents[int(p)] = int(pathlib.Path(f"/proc/{p}/stat").read_text().rpartition(")")[2].split()[1])
+    """Descendants of a process; zombies too."""
+    parents = {p: int(stat[1]) for p, stat in processes().items()}
     found = [pid]
     for p in found:
         found += [c for c, parent in parents.items() if parent == p]
     return found[1:]
 
 
+def session(pid):
+    """What runs in the session that this process began, orphans included."""
+    return [p for p, (state, _, _, sid) in processes().items() if sid == str(pid) and state not in "ZX"]
+
+
 def state_of(pid):
-    try:
-        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0]
-    except OSError:
-        return None
+    return (stat_of(pid) or [None])[0]
 
 
 def gone(pid):
@@ -115,6 +127,7 @@ class Daemon:
         self.log = pathlib.Path(log or self.folder / "log")
         self.tcp = tcp
         self.path = str(self.folder / "s")
+        self.writes_failed = False  # by a case
         if engine and not (self.folder / "lib").exists():
             (self.folder / "lib").symlink_to(engine)
         command = [str(BUILD / "bin/brumecpd"), "-m", "us", "-s", f"127.0.0.1:{tcp}" if tcp else self.path,
@@ -188,9 +201,11 @@ class Daemon:
             self.out.close()
 
     def kill(self):
-        below = children(self.pid)
-        for p in [self.pid, *below]:
-            self.signal(signal.SIGKILL, p)
+        """All that it has started, too, whoever is its parent by now."""
+        while left := session(self.pid):
+            for p in left:
+                self.signal(signal.SIGKILL, p)
+            time.sleep(0.01)
         self.process.wait()
 
     # --- what must hold afterwards
@@ -205,11 +220,39 @@ class Daemon:
             else:
                 hold(LONG.search(last), f"a malformed log line: {line[:120]!r}")
 
+    def evidence(self):
+        """The folders of gathered evidence, oldest first."""
+        return sorted((self.log.parent / "cvevents").glob("2*"))
+
     def check_evidence(self):
-        """Complete or absent: no half-written file, no temporary name."""
-        folder = self.cwd / "cvevents"
-        for path in folder.rglob("*") if folder.is_dir() else []:
-            hold(not path.is_file() or path.stat().st_size > 0, f"empty evidence {path.name}")
+        """Complete or absent; but where writes were made to fail, a file may lack what they would have written. A log that is
+        no file, such as a pipe, leaves an empty copy."""
+        folder = self.log.parent / "cvevents"
+        for path in sorted(folder.rglob("*")):
+            if path.is_dir():
+                hold(path.parent == folder and STAMP.fullmatch(path.name), f"a folder {path.name} among the evidence")
+                continue
+            own = {".cveventsdummy"} if path.parent == folder else {"cvconfig.json", self.log.name}
+            hold(path.name in own | REPORTS, f"{path.name} among the evidence")
+            if not self.writes_failed and (path.name != self.log.name or self.log.is_file()):
+                self.check_whole(path)
+
+    def check_whole(self, path):
+        content = path.read_bytes()
+        hold(bool(content) != (path.name == ".cveventsdummy"), f"{path.name} of {len(content)} bytes among the evidence")
+        if path.name == "cvdump.json":
+            with contextlib.suppress(ValueError):
+                return json.loads(content, strict=False)
+            raise Broken(f"half a report: {content[-80:]!r}")
+        hold(path.name != self.log.name or content.endswith(b"\n"), "a log that is cut among the evidence")
+
+    def check_all(self):
+        """Ends it, and sees that nothing is left but what should be."""
+        self.check_zombies()
+        self.end()
+        hold(eventually(lambda: not session(self.pid), 5), f"processes stayed behind: {session(self.pid)}")
+        self.check_log()
+        self.check_evidence()
 
     def check_zombies(self):
         zombies = [p for p in children(self.pid) if state_of(p) == "Z"]
@@ -223,11 +266,10 @@ class Trial:
         self.short = short
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="torture-"))
         self.daemons = []
-        self.made = 0
+        self.numbers = itertools.count(1)  # threads may share a trial
 
     def daemon(self, *args, ready=True, **more):
-        self.made += 1
-        folder = self.folder / str(self.made)
+        folder = self.folder / str(next(self.numbers))
         folder.mkdir()
         daemon = Daemon(folder, *args, **more)
         self.daemons.append(daemon)
@@ -250,18 +292,9 @@ class Trial:
 
     def __exit__(self, kind, *_):
         try:
-            for daemon in self.daemons:
-                if kind is None:
-                    daemon.check_zombies()
-                below = children(daemon.pid)
-                daemon.end()
-                if kind is None:
-                    hold(eventually(lambda: all(map(gone, below)), 5), "processes stayed behind")
-                    daemon.check_log()
-                    daemon.check_evidence()
+            for daemon in self.daemons if kind is None else []:
+                daemon.check_all()
         finally:
             for daemon in self.daemons:
-                if daemon.running():
-                    daemon.kill()
-            subprocess.run(["chattr", "-R", "-a", str(self.folder)], stderr=subprocess.DEVNULL, check=False)
+                daemon.kill()
             shutil.rmtree(self.folder, ignore_errors=True)

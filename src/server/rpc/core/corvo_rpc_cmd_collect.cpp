@@ -1,13 +1,18 @@
-#include "server/rpc/core/corvo_rpc_cmd_collect.h"
+// The way to the engine's collectors and its health monitoring, which both live in the library: parameters
+// are checked here, the answer is handed on.
 
 #include <brumecpd/engine_api.h>
+#include <json/value.h>
 
 #include <algorithm>
 #include <iterator>
+#include <string>
 #include <unordered_map>
 
+#include "infra/corvo_rpc_command.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_loader.h"
+#include "server/rpc/core/corvo_rpc_cmds.h"
 #include "server/rpc/core/corvo_rpc_values.h"
 
 namespace corvo {
@@ -46,84 +51,103 @@ const ExporterKind& exporter_kind(const std::string& word) {
 
 }  // namespace
 
-int RpcCmdCollect::_run(const std::string&, const Json::Value& params, Json::Value& res) {
-    using Branch = void (*)(RpcCmdCollect & self, const Json::Value& params, Json::Value& res);
-    static const std::unordered_map<std::string, Branch> BRANCHES = {
-        {"enable",
-         [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
-             engine().collector_enable(self.parse_string(params, "component", res));
-         }},
-        {"disable",
-         [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
-             engine().collector_disable(self.parse_string(params, "component", res));
-         }},
-        {"set_interval",
-         [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
-             // The library takes 64 bits, its intervals have 32.
-             const auto interval_ms = static_cast<uint32_t>(
-                 optional_param<uint64_t>(self, params, "interval", DEFAULT_INTERVAL_MS, res));
-             engine().collector_set_interval(self.parse_string(params, "component", res), interval_ms);
-         }},
-        {"ls",
-         [](RpcCmdCollect& self, const Json::Value&, Json::Value& res) { self.handle_collect_ls(res); }},
-        {"set_exporter", [](RpcCmdCollect& self, const Json::Value& params,
-                            Json::Value& res) { self.handle_collect_set_exporter(params, res); }},
-        {"show",
-         [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
-             engine().collector_get_sample(self.parse_string(params, "component", res), res["result"]);
-         }},
-    };
-    guarded(res, [&] {
-        const std::string cmd = parse_choice(
-            params, "cmd", {"enable", "disable", "set_interval", "ls", "set_exporter", "show"}, res);
-        res["result"] = Json::objectValue;
-        BRANCHES.at(cmd)(*this, params, res);
-    });
-    return CMD_OK;
-}
+class RpcCmdCollect : public RpcCommand {
+ public:
+    RpcCmdCollect() : RpcCommand("collect") {}
 
-void RpcCmdCollect::handle_collect_ls(Json::Value& res) {
-    Json::Value collectors;
-    engine().get_collectors(collectors);
-    Json::Value& out = res["result"]["collect"];
-    for (const Json::Value& collectable : optional_field(collectors, "collectables"))
-        out["collectables"].append(collectable);
-    out["exporter"] = optional_field(collectors, "exporter");
-}
-
-void RpcCmdCollect::handle_collect_set_exporter(const Json::Value& params, Json::Value& res) {
-    check_field_type(params, "socket", TYPE_OBJECT, res);
-    const Json::Value& socket = params["socket"];
-    const ExporterKind& kind =
-        exporter_kind(parse_choice(socket, "type", {"http", "https", "kiln-cloud", "file", "none"}, res));
-    api::ExporterConfig config;
-    if (kind.server_and_port) {
-        config.server = parse_string(socket, "server", res);
-        config.port = required_param<uint16_t>(*this, socket, "port", res);
+ protected:
+    int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+        using Branch = void (*)(RpcCmdCollect & self, const Json::Value& params, Json::Value& res);
+        static const std::unordered_map<std::string, Branch> BRANCHES = {
+            {"enable",
+             [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
+                 engine().collector_enable(self.parse_string(params, "component", res));
+             }},
+            {"disable",
+             [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
+                 engine().collector_disable(self.parse_string(params, "component", res));
+             }},
+            {"set_interval",
+             [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
+                 // The library takes 64 bits, its intervals have 32.
+                 const auto interval_ms = static_cast<uint32_t>(
+                     optional_param<uint64_t>(self, params, "interval", DEFAULT_INTERVAL_MS, res));
+                 engine().collector_set_interval(self.parse_string(params, "component", res), interval_ms);
+             }},
+            {"ls",
+             [](RpcCmdCollect& self, const Json::Value&, Json::Value& res) { self.handle_collect_ls(res); }},
+            {"set_exporter", [](RpcCmdCollect& self, const Json::Value& params,
+                                Json::Value& res) { self.handle_collect_set_exporter(params, res); }},
+            {"show",
+             [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
+                 engine().collector_get_sample(self.parse_string(params, "component", res), res["result"]);
+             }},
+        };
+        guarded(res, [&] {
+            const std::string cmd = parse_choice(
+                params, "cmd", {"enable", "disable", "set_interval", "ls", "set_exporter", "show"}, res);
+            res["result"] = Json::objectValue;
+            BRANCHES.at(cmd)(*this, params, res);
+        });
+        return CMD_OK;
     }
-    if (kind.path) config.path = parse_string(socket, "path", res);
-    config.type = kind.type;
-    engine().collect_set_exporter(config);
-}
 
-int RpcCmdHealth::_run(const std::string&, const Json::Value& params, Json::Value& res) {
-    guarded(res, [&] {
-        const std::string cmd = parse_choice(params, "cmd", {"show", "configure", "get_config"}, res);
-        if (cmd == "show") {
-            const auto verbose = optional_param<bool>(*this, params, "verbose", false, res);
-            engine().health_get(res["result"], verbose);
-        } else if (cmd == "configure") {
-            handle_configure(params, res);
-        } else {
-            engine().health_conf_get(res["result"]);
+ private:
+    void handle_collect_ls(Json::Value& res) {
+        Json::Value collectors;
+        engine().get_collectors(collectors);
+        Json::Value& out = res["result"]["collect"];
+        for (const Json::Value& collectable : optional_field(collectors, "collectables"))
+            out["collectables"].append(collectable);
+        out["exporter"] = optional_field(collectors, "exporter");
+    }
+
+    void handle_collect_set_exporter(const Json::Value& params, Json::Value& res) {
+        check_field_type(params, "socket", TYPE_OBJECT, res);
+        const Json::Value& socket = params["socket"];
+        const ExporterKind& kind =
+            exporter_kind(parse_choice(socket, "type", {"http", "https", "kiln-cloud", "file", "none"}, res));
+        api::ExporterConfig config;
+        if (kind.server_and_port) {
+            config.server = parse_string(socket, "server", res);
+            config.port = required_param<uint16_t>(*this, socket, "port", res);
         }
-    });
-    return CMD_OK;
-}
+        if (kind.path) config.path = parse_string(socket, "path", res);
+        config.type = kind.type;
+        engine().collect_set_exporter(config);
+    }
+};
 
-void RpcCmdHealth::handle_configure(const Json::Value& params, Json::Value& res) {
-    check_field_type(params, "json", TYPE_OBJECT, res);
-    engine().health_conf_set(params["json"]);
+class RpcCmdHealth : public RpcCommand {
+ public:
+    RpcCmdHealth() : RpcCommand("health") {}
+
+ protected:
+    int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+        guarded(res, [&] {
+            const std::string cmd = parse_choice(params, "cmd", {"show", "configure", "get_config"}, res);
+            if (cmd == "show") {
+                const auto verbose = optional_param<bool>(*this, params, "verbose", false, res);
+                engine().health_get(res["result"], verbose);
+            } else if (cmd == "configure") {
+                handle_configure(params, res);
+            } else {
+                engine().health_conf_get(res["result"]);
+            }
+        });
+        return CMD_OK;
+    }
+
+ private:
+    void handle_configure(const Json::Value& params, Json::Value& res) {
+        check_field_type(params, "json", TYPE_OBJECT, res);
+        engine().health_conf_set(params["json"]);
+    }
+};
+
+void add_collect_commands(RpcComponent& component) {
+    component.add(new RpcCmdCollect());
+    component.add(new RpcCmdHealth());
 }
 
 }  // namespace corvo

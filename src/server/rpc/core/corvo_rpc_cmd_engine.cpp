@@ -1,11 +1,18 @@
-#include "server/rpc/core/corvo_rpc_cmd_engine.h"
+// The methods that move the engine through its states. A parameter that is wrong, a state that forbids the
+// operation and a library that fails all end as CMD_EXEC_FAILED, but for `path` and `cpaddr` of `load`.
+
+#include <brumecpd/engine_api.h>
+#include <json/value.h>
 
 #include <stdexcept>
+#include <string>
 
+#include "infra/corvo_rpc_command.h"
 #include "infra/corvo_version.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_defaults.h"
 #include "server/corvo_server_loader.h"
+#include "server/rpc/core/corvo_rpc_cmds.h"
 #include "server/rpc/core/corvo_rpc_values.h"
 #include "utils/net_utils.h"
 
@@ -41,81 +48,132 @@ std::string intf_param(RpcCommand& command, const Json::Value& params, Json::Val
 
 }  // namespace
 
-int RpcCmdLoad::_run(const std::string&, const Json::Value& params, Json::Value& res) {
-    // `params` that can't hold members throws at any read: here that fails the command, not the server.
-    guarded(res, [&] { optional_field(params, "path"); });
-    const auto path = optional_param<std::string>(*this, params, "path", server::default_engine_path, res);
-    validate_path(path, res);
-    api::InitConfig config;
-    config.cp_addr = optional_param<std::string>(*this, params, "cpaddr", server::default_cpaddr, res);
-    config.cmds = &Server::g_ptr->cmds();
-    guarded(res, [&] {
-        parse_shm(params, config, res);
-        Server::g_ptr->engine()->load_engine(path, config);
-    });
-    res["result"] = Json::objectValue;
-    return CMD_OK;
-}
+class RpcCmdLoad : public RpcCommand {
+ public:
+    RpcCmdLoad() : RpcCommand("load") {}
 
-void RpcCmdLoad::parse_shm(const Json::Value& params, api::InitConfig& config, Json::Value& res) {
-    config.shm_type = api::SHM_AUTO;
-    const Json::Value& shm = optional_field(params, "shm");
-    if (!shm.isNull()) {
-        check_field_type(params, "shm", TYPE_OBJECT, res);
-        const std::string type = parse_choice(shm, "type", {"auto", "devmem"}, res);
-        if (type == "devmem") config.shm_type = api::SHM_DEVMEM;
+ protected:
+    int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+        // `params` that can't hold members throws at any read: here that fails the command, not the server.
+        guarded(res, [&] { optional_field(params, "path"); });
+        const auto path =
+            optional_param<std::string>(*this, params, "path", server::default_engine_path, res);
+        validate_path(path, res);
+        api::InitConfig config;
+        config.cp_addr = optional_param<std::string>(*this, params, "cpaddr", server::default_cpaddr, res);
+        config.cmds = &Server::g_ptr->cmds();
+        guarded(res, [&] {
+            parse_shm(params, config, res);
+            Server::g_ptr->engine()->load_engine(path, config);
+        });
+        res["result"] = Json::objectValue;
+        return CMD_OK;
     }
-    if (Version::g_bare_metal && config.shm_type == api::SHM_AUTO)
-        generate_execute_err(res, "Auto SHM configuration is not supported on bare metal mode");
-    if (config.shm_type == api::SHM_DEVMEM && Server::g_ptr->engine()->get_mode_int() == "kernel")
-        generate_execute_err(res, "devmem SHM configuration is not supported on kernel mode");
-    if (config.shm_type == api::SHM_AUTO) return;
 
-    config.shm_dev = optional_param<std::string>(*this, shm, "dev", "/dev/mem", res);
-    config.shm_size = required_param<uint32_t>(*this, shm, "size", res);
-    const auto addr = required_param<std::string>(*this, shm, "addr", res);
-    if (!parse_hex(addr, config.shm_addr)) generate_execute_err(res, "'addr' is not a valid HEX value");
+ private:
+    /** Fills the shared-memory members of `config`; the automatic choice where `params` holds no `shm`. */
+    void parse_shm(const Json::Value& params, api::InitConfig& config, Json::Value& res) {
+        config.shm_type = api::SHM_AUTO;
+        const Json::Value& shm = optional_field(params, "shm");
+        if (!shm.isNull()) {
+            check_field_type(params, "shm", TYPE_OBJECT, res);
+            const std::string type = parse_choice(shm, "type", {"auto", "devmem"}, res);
+            if (type == "devmem") config.shm_type = api::SHM_DEVMEM;
+        }
+        if (Version::g_bare_metal && config.shm_type == api::SHM_AUTO)
+            generate_execute_err(res, "Auto SHM configuration is not supported on bare metal mode");
+        if (config.shm_type == api::SHM_DEVMEM && Server::g_ptr->engine()->get_mode_int() == "kernel")
+            generate_execute_err(res, "devmem SHM configuration is not supported on kernel mode");
+        if (config.shm_type == api::SHM_AUTO) return;
+
+        config.shm_dev = optional_param<std::string>(*this, shm, "dev", "/dev/mem", res);
+        config.shm_size = required_param<uint32_t>(*this, shm, "size", res);
+        const auto addr = required_param<std::string>(*this, shm, "addr", res);
+        if (!parse_hex(addr, config.shm_addr)) generate_execute_err(res, "'addr' is not a valid HEX value");
+    }
+};
+
+class RpcCmdUnload : public RpcCommand {
+ public:
+    RpcCmdUnload() : RpcCommand("unload") {}
+
+ protected:
+    int _run(const std::string&, const Json::Value&, Json::Value& res) override {
+        guarded(res, [] { Server::g_ptr->engine()->unload_engine(); });
+        res["result"] = Json::objectValue;
+        return CMD_OK;
+    }
+};
+
+class RpcCmdActivate : public RpcCommand {
+ public:
+    RpcCmdActivate() : RpcCommand("activate") {}
+
+ protected:
+    int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+        guarded(res, [&] {
+            check_field_type(params, "resources", TYPE_OBJECT, res);
+            const Json::Value& resources = params["resources"];
+            api::ActivateConfig config;
+            config.max_flows = required_param<uint32_t>(*this, resources, "max_flows", res);
+            config.writable_shm = optional_param<bool>(*this, resources, "writable_shm", false, res);
+            config.dp_workers = optional_param<uint16_t>(*this, resources, "dp_workers", 1, res);
+            if (Version::g_in_slave_mode && resources.isMember("dp_workers"))
+                throw Exception("'dp_workers' is controlled via DP API in slave mode");
+            if (config.dp_workers > MAX_DP_WORKERS) throw Exception("'dp_workers' is limited to 128");
+            Server::g_ptr->engine()->activate(config);
+        });
+        res["result"] = Json::objectValue;
+        return CMD_OK;
+    }
+};
+
+class RpcCmdDeactivate : public RpcCommand {
+ public:
+    RpcCmdDeactivate() : RpcCommand("deactivate") {}
+
+ protected:
+    int _run(const std::string&, const Json::Value&, Json::Value& res) override {
+        guarded(res, [] { Server::g_ptr->engine()->deactivate(); });
+        res["result"] = Json::objectValue;
+        return CMD_OK;
+    }
+};
+
+class RpcCmdAttach : public RpcCommand {
+ public:
+    RpcCmdAttach() : RpcCommand("attach") {}
+
+ protected:
+    int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+        guarded(res, [&] { Server::g_ptr->engine()->attach(intf_param(*this, params, res)); });
+        res["result"] = Json::objectValue;
+        return CMD_OK;
+    }
+};
+
+class RpcCmdDetach : public RpcCommand {
+ public:
+    RpcCmdDetach() : RpcCommand("detach") {}
+
+ protected:
+    int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
+        guarded(res, [&] { Server::g_ptr->engine()->detach(intf_param(*this, params, res)); });
+        res["result"] = Json::objectValue;
+        return CMD_OK;
+    }
+};
+
+void add_engine_commands(RpcComponent& component) {
+    component.add(new RpcCmdLoad());
+    component.add(new RpcCmdUnload());
+    component.add(new RpcCmdActivate());
+    component.add(new RpcCmdDeactivate());
 }
 
-int RpcCmdUnload::_run(const std::string&, const Json::Value&, Json::Value& res) {
-    guarded(res, [] { Server::g_ptr->engine()->unload_engine(); });
-    res["result"] = Json::objectValue;
-    return CMD_OK;
-}
-
-int RpcCmdActivate::_run(const std::string&, const Json::Value& params, Json::Value& res) {
-    guarded(res, [&] {
-        check_field_type(params, "resources", TYPE_OBJECT, res);
-        const Json::Value& resources = params["resources"];
-        api::ActivateConfig config;
-        config.max_flows = required_param<uint32_t>(*this, resources, "max_flows", res);
-        config.writable_shm = optional_param<bool>(*this, resources, "writable_shm", false, res);
-        config.dp_workers = optional_param<uint16_t>(*this, resources, "dp_workers", 1, res);
-        if (Version::g_in_slave_mode && resources.isMember("dp_workers"))
-            throw Exception("'dp_workers' is controlled via DP API in slave mode");
-        if (config.dp_workers > MAX_DP_WORKERS) throw Exception("'dp_workers' is limited to 128");
-        Server::g_ptr->engine()->activate(config);
-    });
-    res["result"] = Json::objectValue;
-    return CMD_OK;
-}
-
-int RpcCmdDeactivate::_run(const std::string&, const Json::Value&, Json::Value& res) {
-    guarded(res, [] { Server::g_ptr->engine()->deactivate(); });
-    res["result"] = Json::objectValue;
-    return CMD_OK;
-}
-
-int RpcCmdAttach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
-    guarded(res, [&] { Server::g_ptr->engine()->attach(intf_param(*this, params, res)); });
-    res["result"] = Json::objectValue;
-    return CMD_OK;
-}
-
-int RpcCmdDetach::_run(const std::string&, const Json::Value& params, Json::Value& res) {
-    guarded(res, [&] { Server::g_ptr->engine()->detach(intf_param(*this, params, res)); });
-    res["result"] = Json::objectValue;
-    return CMD_OK;
+void add_interface_commands(RpcComponent& component) {
+    component.add(new RpcCmdAttach());
+    component.add(new RpcCmdDetach());
 }
 
 }  // namespace corvo

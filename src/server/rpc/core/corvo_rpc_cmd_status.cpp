@@ -1,14 +1,19 @@
-#include "server/rpc/core/corvo_rpc_cmd_status.h"
+// One object that tells the state of the server, the engine and the machine.
 
+#include <json/value.h>
 #include <sys/sysinfo.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <string>
 #include <vector>
 
 #include "infra/corvo_logger.h"
+#include "infra/corvo_rpc_command.h"
 #include "server/corvo_server.h"
+#include "server/corvo_server_loader.h"
+#include "server/rpc/core/corvo_rpc_cmds.h"
 #include "server/rpc/core/corvo_rpc_values.h"
 #include "utils/cpu_utils.h"
 #include "utils/mem_utils.h"
@@ -32,79 +37,87 @@ void fill_size(Json::Value& out, long long bytes, uint32_t& max) {
 
 }  // namespace
 
-int RpcCmdStatus::_run(const std::string&, const Json::Value&, Json::Value& res) {
-    Engine& engine = *Server::g_ptr->engine();
-    Json::Value& result = res["result"];
-    result[Key("mode")] = engine.get_mode_int();
-    result[Key("uptime")] = static_cast<Json::UInt>(Server::g_ptr->get_uptime());
-    result[Key("state")] = eng_state_to_str(engine.state());
-    result[Key("logfile")] = Logger::get_log_filename();
-    guarded(res, [&] {
-        fill_proc_info(result);
-        fill_plat_info(result);
-        fill_ifs_info(result);
-        fill_dp_info(result);
-        fill_memory_info(result[Key("mem")]);
-        fill_engine_info(result);
-    });
-    return CMD_OK;
-}
+/** Served in every state of the engine. A library that fails a question fails the whole command. */
+class RpcCmdStatus : public RpcCommand {
+ public:
+    RpcCmdStatus() : RpcCommand("status") {}
 
-void RpcCmdStatus::fill_proc_info(Json::Value& out) {
-    out[Key("pid")] = static_cast<Json::Int>(getpid());
-}
+ protected:
+    int _run(const std::string&, const Json::Value&, Json::Value& res) override {
+        Engine& engine = *Server::g_ptr->engine();
+        Json::Value& result = res["result"];
+        result[Key("mode")] = engine.get_mode_int();
+        result[Key("uptime")] = static_cast<Json::UInt>(Server::g_ptr->get_uptime());
+        result[Key("state")] = eng_state_to_str(engine.state());
+        result[Key("logfile")] = Logger::get_log_filename();
+        guarded(res, [&] {
+            fill_proc_info(result);
+            fill_plat_info(result);
+            fill_ifs_info(result);
+            fill_dp_info(result);
+            fill_memory_info(result[Key("mem")]);
+            fill_engine_info(result);
+        });
+        return CMD_OK;
+    }
 
-void RpcCmdStatus::fill_plat_info(Json::Value& out) {
-    // Neither changes while the system runs.
-    static const std::string arch = CpuUtils::Arch();
-    static const std::string release = [] {
-        utsname names = {};
-        uname(&names);
-        return std::string(names.release);
-    }();
-    out[Key("arch")] = arch;
-    out[Key("kernel")] = release;
-}
+ private:
+    void fill_proc_info(Json::Value& out) { out[Key("pid")] = static_cast<Json::Int>(getpid()); }
 
-void RpcCmdStatus::fill_ifs_info(Json::Value& out) {
-    Engine& engine = *Server::g_ptr->engine();
-    std::vector<std::string> interfaces;
-    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_interfaces(interfaces);
-    out[Key("attached")] = to_json_array(interfaces);
-}
+    void fill_plat_info(Json::Value& out) {
+        // Neither changes while the system runs.
+        static const std::string arch = CpuUtils::Arch();
+        static const std::string release = [] {
+            utsname names = {};
+            uname(&names);
+            return std::string(names.release);
+        }();
+        out[Key("arch")] = arch;
+        out[Key("kernel")] = release;
+    }
 
-void RpcCmdStatus::fill_dp_info(Json::Value& out) {
-    Engine& engine = *Server::g_ptr->engine();
-    std::vector<std::string> dps;
-    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_dps(dps);
-    out[Key("dps")] = to_json_array(dps);
-}
+    void fill_ifs_info(Json::Value& out) {
+        Engine& engine = *Server::g_ptr->engine();
+        std::vector<std::string> interfaces;
+        if (engine.state() >= Engine::STATE_ACTIVE) engine.get_interfaces(interfaces);
+        out[Key("attached")] = to_json_array(interfaces);
+    }
 
-void RpcCmdStatus::fill_memory_info(Json::Value& out) {
-    // Since the server's start, as far as anyone asked.
-    static uint32_t max_virt_mib = 0;
-    static uint32_t max_phy_mib = 0;
+    void fill_dp_info(Json::Value& out) {
+        Engine& engine = *Server::g_ptr->engine();
+        std::vector<std::string> dps;
+        if (engine.state() >= Engine::STATE_ACTIVE) engine.get_dps(dps);
+        out[Key("dps")] = to_json_array(dps);
+    }
 
-    struct sysinfo machine = {};
-    sysinfo(&machine);
-    out[Key("total_mem")] = static_cast<Json::UInt64>(machine.totalram >> MIB_SHIFT);
-    out[Key("free_mem")] = static_cast<Json::UInt64>(machine.freeram >> MIB_SHIFT);
-    const MemUtils::ProcessMem mem = MemUtils::get_process_mem();
-    Json::Value& process = out[Key("process")];
-    fill_size(process[Key("virt_mem")], mem.virt, max_virt_mib);
-    fill_size(process[Key("phy_mem")], mem.resident, max_phy_mib);
-}
+    void fill_memory_info(Json::Value& out) {
+        // Since the server's start, as far as anyone asked.
+        static uint32_t max_virt_mib = 0;
+        static uint32_t max_phy_mib = 0;
 
-void RpcCmdStatus::fill_engine_info(Json::Value& out) {
-    Engine& engine = *Server::g_ptr->engine();
-    out[Key("state")] = eng_state_to_str(engine.state());
-    if (engine.state() >= Engine::STATE_ACTIVE) engine.get_version(out[Key("version")]);
-    // Asked anew: the list that belongs to this version and state.
-    fill_dp_info(out);
-}
+        struct sysinfo machine = {};
+        sysinfo(&machine);
+        out[Key("total_mem")] = static_cast<Json::UInt64>(machine.totalram >> MIB_SHIFT);
+        out[Key("free_mem")] = static_cast<Json::UInt64>(machine.freeram >> MIB_SHIFT);
+        const MemUtils::ProcessMem mem = MemUtils::get_process_mem();
+        Json::Value& process = out[Key("process")];
+        fill_size(process[Key("virt_mem")], mem.virt, max_virt_mib);
+        fill_size(process[Key("phy_mem")], mem.resident, max_phy_mib);
+    }
 
-std::string RpcCmdStatus::eng_state_to_str(Engine::state_e state) {
-    return server::engine_state_to_str(state);
+    void fill_engine_info(Json::Value& out) {
+        Engine& engine = *Server::g_ptr->engine();
+        out[Key("state")] = eng_state_to_str(engine.state());
+        if (engine.state() >= Engine::STATE_ACTIVE) engine.get_version(out[Key("version")]);
+        // Asked anew: the list that belongs to this version and state.
+        fill_dp_info(out);
+    }
+
+    std::string eng_state_to_str(Engine::state_e state) { return server::engine_state_to_str(state); }
+};
+
+void add_status_commands(RpcComponent& component) {
+    component.add(new RpcCmdStatus());
 }
 
 }  // namespace corvo

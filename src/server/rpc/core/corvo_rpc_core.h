@@ -1,5 +1,5 @@
 #pragma once
-// The component that gives the daemon its RPC surface. Its constructor is the list of all methods.
+// The component that gives the daemon its RPC surface. All that the server knows of its methods.
 
 #include "infra/corvo_rpc_command.h"
 

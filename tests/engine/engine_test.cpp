@@ -1,0 +1,262 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "capture_paths.h"
+#include "engine.h"
+#include "engine/pushed.h"
+#include "engine_error.h"
+#include "flow_summary.h"
+#include "support/client.h"
+#include "support/error_of.h"
+#include "support/temp_dir.h"
+#include "tools/captures/sample_flows.h"
+
+namespace corvo::engine {
+namespace {
+
+using test::error_of;
+using test::fake_clock;
+using test::g_now_ms;
+using test::Pushed;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class EngineTest : public testing::Test {
+ protected:
+    EngineTest() { test::take_notices(); }
+
+    void activate(uint32_t max_flows = 100) { engine.activate({max_flows, 1, false}); }
+    void push(const char* sample, const std::string& dpaddr = "") {
+        Pushed pushed(test::sample_flow(sample).frames);
+        engine.push(dpaddr, pushed.pkts, false);
+    }
+    std::string count(const std::string& dpaddr) { return engine.coffee(dpaddr, "dp.ft.count", {}); }
+    int tick(uint64_t later_ms = 0) {
+        g_now_ms += later_ms;
+        std::string problem;
+        int delay_ms = engine.tick(problem);
+        EXPECT_EQ(problem, "");
+        return delay_ms;
+    }
+
+    Engine engine{{}, fake_clock};
+};
+using CollectorsTest = EngineTest;
+using Captures = EngineTest;
+
+TEST_F(CollectorsTest, CountsWhatWasPushedUnderTheProtocolItTurnedOutToBe) {
+    activate();
+    const auto& http = test::sample_flow("http").frames;
+    Pushed syn({http[0]});
+    engine.push("", syn.pkts, false);
+    EXPECT_EQ(engine.sample("protocols")["open"]["unclassified"]["flows"], 1u);
+    Pushed rest({http.begin() + 1, http.end()});
+    engine.push("", rest.pkts, false);
+    push("dns");
+    push("dns");
+    uint64_t bytes = 0;
+    for (const test::Bytes& frame : http)
+        bytes += frame.size();
+    const size_t dns = test::sample_flow("dns").frames.size();
+
+    Json::Value protocols = engine.sample("protocols")["protocols"];
+    EXPECT_THAT(protocols.getMemberNames(), ElementsAre("DNS", "HTTP"));
+    EXPECT_EQ(protocols["HTTP"]["packets"], Json::UInt64{http.size()});
+    EXPECT_EQ(protocols["HTTP"]["bytes"], Json::UInt64{bytes});
+    EXPECT_EQ(protocols["HTTP"]["flows"], 1u);
+    EXPECT_EQ(protocols["DNS"]["packets"], Json::UInt64{2 * dns});
+    EXPECT_EQ(protocols["DNS"]["flows"], 1u);
+    EXPECT_EQ(engine.sample("interfaces")["pushed"]["packets"], Json::UInt64{http.size() + 2 * dns});
+
+    tick(61000);  // the flows go, what they brought stays
+    EXPECT_EQ(engine.sample("protocols")["protocols"], protocols);
+    Json::Value flows = engine.sample("flows");
+    EXPECT_EQ(flows["created"], 2u);
+    EXPECT_EQ(flows["aged"], 2u);
+    EXPECT_EQ(flows["active"], 0u);
+    EXPECT_EQ(flows["max"], 100u);
+    EXPECT_EQ(flows["unclassified"], 0u);
+}
+
+TEST_F(CollectorsTest, CountsByProtocolOnlyGrowAndHoldEveryPacketInTheEnd) {
+    activate();
+    Json::Value before(Json::objectValue);
+    uint64_t pushed = 0;
+    for (const test::SampleFlow& flow : test::sample_flows())
+        for (const test::Bytes& frame : flow.frames) {
+            Pushed one({frame});
+            engine.push("", one.pkts, false);
+            pushed++;
+            const Json::Value now = engine.sample("protocols")["protocols"];
+            for (const std::string& name : before.getMemberNames())
+                for (const char* member : {"packets", "bytes", "flows"})
+                    EXPECT_GE(now[name][member].asUInt64(), before[name][member].asUInt64()) << name;
+            before = now;
+        }
+    tick(301000);
+    const Json::Value ended = engine.sample("protocols");
+    EXPECT_EQ(ended["open"], Json::Value(Json::objectValue));
+    for (const Json::Value& protocol : ended["protocols"])
+        pushed -= protocol["packets"].asUInt64();
+    EXPECT_EQ(pushed, 0u);
+}
+
+TEST_F(CollectorsTest, ExportsEachEnabledCollectorAtItsInterval) {
+    test::TempDir dir;
+    engine.set_exporter({"", dir.file("out"), 0, api::EXPORTER_FILE});
+    engine.set_collector_interval("flows", 300);
+    engine.set_collector_interval("protocols", 700);
+    engine.enable_collector("flows");
+    engine.enable_collector("protocols");
+    EXPECT_EQ(tick(), 300);
+    tick(299);
+    EXPECT_EQ(test::read_file(dir.file("out")), "");
+    tick(1);
+    tick(1);
+    EXPECT_THAT(test::read_file(dir.file("out")), HasSubstr("\"collector\":\"flows\""));
+    tick(399);
+    tick(10000);  // late: one sample, not many
+    engine.disable_collector("flows");
+    tick(500);
+    std::string lines = test::read_file(dir.file("out"));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 5);
+    EXPECT_EQ(engine.collectors()["exporter"]["sent"], 5u);
+}
+
+TEST_F(CollectorsTest, ListsItsCollectorsAndRefusesOthers) {
+    engine.enable_collector("interfaces");
+    Json::Value list = engine.collectors()["collectables"];
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[2].toStyledString(),
+              test::parse(R"({"enabled":true,"interval":60000,"name":"interfaces"})").toStyledString());
+    void (*const asks[])(Engine&) = {
+        [](Engine& e) { e.enable_collector("x"); }, [](Engine& e) { e.disable_collector("x"); },
+        [](Engine& e) { e.sample("x"); }, [](Engine& e) { e.set_collector_interval("x", 1000); }};
+    for (const auto ask : asks)
+        EXPECT_EQ(error_of<Error>([&] { ask(engine); }),
+                  "there is no collector 'x', expecting one of 'flows', 'protocols', 'interfaces'");
+    for (uint64_t interval : {0ul, 99ul, 86400001ul})
+        EXPECT_EQ(error_of<Error>([&] { engine.set_collector_interval("flows", interval); }),
+                  "the interval is " + std::to_string(interval) + " ms, expecting 100 to 86400000");
+}
+
+TEST_F(CollectorsTest, TellsOfAFullFlowTableOnceUntilThereIsRoomAgain) {
+    activate(1);
+    push("dns");
+    tick(1000);
+    push("ntp");  // makes the other one go
+    tick(1000);
+    const std::string evicting =
+        "engine flow_table.full 2: all 1 flows are in use, the longest idle make room";
+    EXPECT_THAT(test::take_notices(), ElementsAre(evicting));
+    push("ntp");
+    push("dns");
+    tick(1000);
+    push("ntp");
+    tick(1000);
+    const std::string refusing = "engine flow_table.full 2: all 1 flows are in use, new ones are refused";
+    EXPECT_THAT(test::take_notices(), ElementsAre(refusing));
+    Json::Value health = engine.health(true)["items"];
+    EXPECT_EQ(health["flow_table"]["state"], "bad");
+    EXPECT_EQ(health["drops"]["value"], Json::UInt64{test::sample_flow("dns").frames.size()});
+    EXPECT_EQ(health["evictions"]["value"], 1u);
+    EXPECT_GT(health["memory"]["value"].asUInt64(), 1u << 20);
+    EXPECT_EQ(engine.sample("flows")["errors"]["table_full"], health["drops"]["value"]);
+    EXPECT_EQ(engine.sample("flows")["evicted"], 1u);
+    tick(60000);
+    tick(1000);
+    EXPECT_EQ(engine.health(false)["items"]["flow_table"], "ok");
+    push("dns");
+    push("ntp");
+    tick(1000);
+    EXPECT_THAT(test::take_notices(), ElementsAre(refusing));
+}
+
+TEST_F(Captures, ShareNothingWithLiveTrafficNorWithEachOther) {
+    activate();
+    const std::pair<const char*, const char*> pushes[] = {
+        {"dns", ""}, {"ntp", "dp0"}, {"dns", "capture:a"}, {"http", "capture:b"}, {"dns", "capture:b"}};
+    for (const auto& [sample, dpaddr] : pushes)
+        push(sample, dpaddr);
+    engine.coffee("capture:a", "dp.ft.sui_ft_kill_all_flows", {});
+    EXPECT_EQ(count("dp0") + count("capture:a") + count("capture:b"), "202");
+    EXPECT_EQ(engine.sample("flows")["created"], 2u) << "collectors are of live traffic";
+    EXPECT_EQ(engine.sample("protocols")["protocols"].size(), 2u);
+    EXPECT_EQ(engine.sample("interfaces")["pushed"]["packets"],
+              summarize(engine.path_of(""), false, true)["pushed"]["packets"]);
+    engine.coffee("", "dp.ft.sui_ft_kill_all_flows", {});
+    EXPECT_EQ(count("capture:b"), "2");
+}
+
+TEST_F(Captures, EndWhenClosedUnusedOrDeactivated) {
+    activate();
+    const auto gone = [this] { return error_of<Error>([&] { engine.path_of("capture:a"); }); };
+    const auto idle = [this](uint64_t later_ms) {
+        tick(later_ms);
+        for (int i = 0; i < 9; i++)
+            tick(5);
+    };
+    const std::string text =
+        "there is no data path 'capture:a': it comes with the first push to it, and ends when "
+        "it is closed or unused for a minute";
+    EXPECT_EQ(count("capture:a"), "0") << "a reset comes first";
+    EXPECT_EQ(gone(), text);
+    push("dns", "capture:a");
+    const uint64_t first = engine.path_of("capture:a").instance;
+    idle(59000);
+    EXPECT_EQ(count("capture:a"), "1") << "no flow ages, and this was a use";
+    idle(59000);
+    EXPECT_EQ(gone(), "");
+    idle(60000);
+    EXPECT_EQ(gone(), text);
+    push("dns", "capture:a");
+    EXPECT_NE(engine.path_of("capture:a").instance, first);
+    engine.close("capture:a");
+    EXPECT_EQ(gone(), text);
+    push("dns", "capture:a");
+    engine.deactivate();
+    EXPECT_EQ(gone(), "the data path isn't active");
+    activate();
+    EXPECT_EQ(gone(), text);
+}
+
+TEST_F(Captures, AreEightAtMostAndHaveProperNames) {
+    activate();
+    for (int i = 0; i < 8; i++)
+        push("dns", "capture:" + std::to_string(i));
+    EXPECT_EQ(error_of<Error>([&] { push("dns", "capture:8"); }),
+              "8 captures are being classified, the most that can be at once; try again when one has ended");
+    engine.close("capture:3");
+    push("dns", "capture:" + std::string(64, 'x'));
+    for (const std::string& name :
+         {std::string(), std::string(65, 'x'), std::string("a b"), std::string("\xc3\xa9")})
+        EXPECT_THAT(error_of<Error>([&] { push("dns", "capture:" + name); }),
+                    HasSubstr("has no proper name, expecting 1 to 64 letters, digits, '.', '_' and '-'"))
+            << name;
+}
+
+// Making a classifier takes longer than classifying a small file.
+TEST(CapturePaths, FindASpareClassifierThatIsMadeInAQuietMoment) {
+    Classifiers classifiers;
+    CapturePaths paths(classifiers, fake_clock);
+    Pushed dns(test::sample_flow("dns").frames);
+    Pushed torrent(test::torrent_frames());
+    NamedPath& first = paths.open("capture:a", 1);
+    first.data.push(dns.pkts, false);
+    paths.close("capture:a");
+    EXPECT_TRUE(classifiers.has_spare()) << "nothing was learned, it's as good as new";
+    NamedPath& second = paths.open("capture:b", 2);
+    second.data.push(torrent.pkts, false);
+    EXPECT_EQ(torrent.pkts[0].protocol, "BitTorrent");
+    EXPECT_EQ(second.data.counts_by_protocol().size(), 1u);
+    paths.close("capture:b");
+    paths.tick(g_now_ms);
+    EXPECT_FALSE(classifiers.has_spare()) << "it remembers peers";
+    paths.tick(g_now_ms += 999);
+    EXPECT_FALSE(classifiers.has_spare()) << "somebody may be at it";
+    paths.tick(g_now_ms += 1);
+    EXPECT_TRUE(classifiers.has_spare());
+}
+
+}  // namespace
+}  // namespace corvo::engine

@@ -1,0 +1,136 @@
+#pragma once
+// Peers that the exporter sends to.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "owned_fd.h"
+#include "support/temp_dir.h"
+#include "utils/unique_file.h"
+
+namespace test {
+
+/** A small HTTP server of one thread: what it is sent is collected while somebody calls `serve`. */
+class HttpReceiver {
+ public:
+    HttpReceiver() : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* generic = reinterpret_cast<sockaddr*>(&address);
+        if (bind(m_listener.get(), generic, size) < 0 || listen(m_listener.get(), 5) < 0 ||
+            getsockname(m_listener.get(), generic, &size) < 0)
+            throw std::runtime_error("no port to listen on");
+        m_port = ntohs(address.sin_port);
+    }
+
+    uint16_t port() const { return m_port; }
+    /** Answers what has come, and waits a few milliseconds if nothing has. */
+    void serve() {
+        int connection = accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (connection >= 0) {
+            m_connection = corvo::engine::OwnedFd(connection);
+            m_input.clear();
+        }
+        pollfd waiting[2] = {{m_listener.get(), POLLIN, 0}, {m_connection.get(), POLLIN, 0}};
+        poll(waiting, 2, 5);
+        char buffer[4096];
+        ssize_t count = m_connection ? read(m_connection.get(), buffer, sizeof buffer) : -1;
+        if (count == 0) m_connection = corvo::engine::OwnedFd();
+        if (count > 0) m_input.append(buffer, static_cast<size_t>(count));
+        answer();
+    }
+
+    /** What came of a request that isn't whole. */
+    const std::string& input() const { return m_input; }
+
+    int status = 200;
+    std::vector<std::string> heads;
+    std::vector<std::string> bodies;
+
+ private:
+    void answer() {
+        size_t end = m_input.find("\r\n\r\n");
+        size_t field = m_input.find("Content-Length: ");
+        if (end == std::string::npos || field > end) return;
+        size_t length = std::strtoul(m_input.c_str() + field + 16, nullptr, 10);
+        if (m_input.size() < end + 4 + length) return;
+        heads.push_back(m_input.substr(0, end));
+        bodies.push_back(m_input.substr(end + 4, length));
+        m_input.erase(0, end + 4 + length);
+        std::string head = "HTTP/1.1 " + std::to_string(status) + " x\r\nContent-Length: 2\r\n\r\nok";
+        if (write(m_connection.get(), head.data(), head.size()) < 0) throw std::runtime_error("no answer");
+    }
+
+    corvo::engine::OwnedFd m_listener;
+    corvo::engine::OwnedFd m_connection;
+    uint16_t m_port;
+    std::string m_input;
+};
+
+/**
+ * Speaks TLS: socat, which hands what it decrypts to a port of the test's own. For one connection, with a
+ * certificate for "localhost" that nobody vouches for but itself.
+ */
+class TlsFront {
+ public:
+    explicit TlsFront(uint16_t clear_port) {
+        const std::string key = m_dir.file("key");
+        const std::string make =
+            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj "
+            "/CN=localhost "
+            "-addext subjectAltName=DNS:localhost -keyout '" +
+            key + "' -out '" + certificate() + "' 2>/dev/null";
+        if (std::system(make.c_str()) != 0) throw std::runtime_error("openssl made no certificate");
+        const std::string listen =
+            "OPENSSL-LISTEN:0,pf=ip4,bind=127.0.0.1,verify=0,cert=" + certificate() + ",key=" + key;
+        const std::string forward = "TCP4:127.0.0.1:" + std::to_string(clear_port);
+        int notes[2];
+        if (pipe2(notes, O_CLOEXEC) < 0) throw std::runtime_error("no pipe");
+        m_pid = fork();
+        if (m_pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(notes[1], STDERR_FILENO);
+            execlp("socat", "socat", "-d", "-d", listen.c_str(), forward.c_str(), nullptr);
+            _exit(127);
+        }
+        close(notes[1]);
+        m_notes.reset(fdopen(notes[0], "r"));
+        char line[512];
+        while (m_port == 0 && std::fgets(line, sizeof line, m_notes.get()))
+            if (const char* at = strstr(line, "listening on AF=2 127.0.0.1:"))
+                m_port = static_cast<uint16_t>(std::atoi(at + 28));
+        if (m_port == 0) throw std::runtime_error("socat doesn't listen");
+    }
+    TlsFront(const TlsFront&) = delete;
+    TlsFront& operator=(const TlsFront&) = delete;
+    ~TlsFront() {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+
+    uint16_t port() const { return m_port; }
+    std::string certificate() const { return m_dir.file("certificate"); }
+
+ private:
+    const TempDir m_dir;
+    pid_t m_pid = -1;
+    corvo::UniqueFile m_notes;  ///< what socat says, until the end: it must not write into a closed pipe
+    uint16_t m_port = 0;
+};
+
+}  // namespace test
