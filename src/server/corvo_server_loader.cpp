@@ -360,8 +360,8 @@ void Engine::health_conf_set(const Json::Value& conf) {
     call([&](std::string& err) { m_api.health_conf_set(conf, err); });
 }
 
-void Engine::push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t /*ns_id*/,
-                                bool /*reset*/, bool extended, std::vector<PktInfo>& infos) {
+void Engine::push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended,
+                                std::vector<PktInfo>& infos) {
     call([&](std::string& err) { m_api.push_pkts(dpaddr, pkts, err, extended); });
     if (pkts.size() != infos.size()) throw Exception("engine changed the number of packets");
     for (size_t i = 0; i < pkts.size(); ++i) {

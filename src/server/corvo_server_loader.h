@@ -190,14 +190,13 @@ class Engine {
     void set_state(state_e state);
     std::vector<std::string> detach_one(const std::string& ifname);
     void flow_reset(const std::string& dpaddr);
-    void push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t ns_id,
-                            bool reset, bool extended, std::vector<PktInfo>& infos);
+    void push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended,
+                            std::vector<PktInfo>& infos);
     std::unique_ptr<CCapReaderBase> begin_push(const std::string& dpaddr, const std::string& filename,
                                                bool reset);
-    void push_frames(CCapReaderBase& reader, const std::string& dpaddr, bool reset, uint32_t ns_id,
-                     bool extended, bool described, const PktSink& sink);
-    void send_batch(const std::string& dpaddr, PacketBuffer& batch, uint32_t ns_id, bool reset, bool extended,
-                    const PktSink& sink);
+    void push_frames(CCapReaderBase& reader, const std::string& dpaddr, uint32_t ns_id, bool extended,
+                     bool described, const PktSink& sink);
+    void send_batch(const std::string& dpaddr, PacketBuffer& batch, bool extended, const PktSink& sink);
 
     Scheduler& m_sched;
     EngineApi m_api;
