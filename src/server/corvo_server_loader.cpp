@@ -9,6 +9,7 @@
 
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
+#include "server/watchdog/corvo_info.h"
 #include "utils/exception.h"
 #include "utils/unique_fd.h"
 
@@ -98,8 +99,7 @@ void Engine::set_state(state_e state) {
 }
 
 const char* engine_state_to_str(Engine::state_e state) {
-    static constexpr const char* TEXTS[] = {"not loaded", "deactivated", "activated", "activated (attached)"};
-    return state < std::size(TEXTS) ? TEXTS[state] : "unknown";
+    return InfoEngine::eng_state_to_str(static_cast<int>(state));
 }
 
 // --- load and unload ---------------------------------------------------------------------------------------

@@ -5,7 +5,7 @@
 
 namespace corvo::server {
 
-WatchDog::WatchDog() : m_instance(std::make_unique<WDNull>()) {}
+WatchDog::WatchDog(const WatchedServer& server) : m_server(server), m_instance(std::make_unique<WDNull>()) {}
 WatchDog::~WatchDog() = default;
 
 void WatchDog::init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
@@ -15,7 +15,7 @@ void WatchDog::init(const WDConf& conf, const std::string& log_file, const std::
     if (conf.disabled)
         m_instance = std::make_unique<WDNull>();
     else
-        m_instance = std::make_unique<WDReal>();
+        m_instance = std::make_unique<WDReal>(m_server);
     m_instance->init(conf, log_file, config_file, level);
 }
 

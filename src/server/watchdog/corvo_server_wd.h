@@ -12,7 +12,9 @@ namespace corvo::server {
 
 class WatchDog {
  public:
-    WatchDog();
+    explicit WatchDog(const WatchedServer& server);
+    WatchDog(const WatchDog&) = delete;
+    WatchDog& operator=(const WatchDog&) = delete;
     ~WatchDog();
 
     /** Replaces an earlier instance. */
@@ -23,6 +25,7 @@ class WatchDog {
     const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const;
 
  private:
+    const WatchedServer& m_server;
     std::unique_ptr<WDInstance> m_instance;
 };
 

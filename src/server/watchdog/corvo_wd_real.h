@@ -27,7 +27,7 @@ namespace corvo::server {
 class WDReal : public WDInstance {
  public:
     /** Takes the parent's signal handlers, before any child can send a heartbeat. */
-    WDReal();
+    explicit WDReal(const WatchedServer& server);
     ~WDReal() override;
 
     void init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
@@ -45,6 +45,8 @@ class WDReal : public WDInstance {
     /** Returns in a child only. */
     void launch_wd();
     void log_settings() const;
+    /** Empty if there is none. */
+    std::string config_in_force() const;
     /** -1 in the child; in the parent the wait status of the child, which has ended. */
     int do_fork_n_watchdog();
     pid_t fork_child(UniqueFd& read_end, UniqueFd& write_end);
@@ -63,6 +65,7 @@ class WDReal : public WDInstance {
     void drain_stderr();
 
     // Both.
+    const WatchedServer& m_server;
     std::string m_log_file;
     std::string m_config_file;
     Logger::logger_level_e m_log_level = Logger::INFO;
