@@ -1,9 +1,20 @@
 #include "server/watchdog/corvo_server_wd.h"
 
-#include "server/watchdog/corvo_wd_null.h"
 #include "server/watchdog/corvo_wd_real.h"
 
 namespace corvo::server {
+
+/** The watchdog that is switched off: no fork, no handlers, no reports. */
+class WDNull : public WDInstance {
+ public:
+    void init(const WDConf&, const std::string&, const std::string&, Logger::logger_level_e) override {}
+    void run(Scheduler*) override {}
+    void report(int, const char*) const override {}
+    const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const override { return m_none; }
+
+ private:
+    std::deque<std::unique_ptr<SignalReport>> m_none;
+};
 
 WatchDog::WatchDog(const WatchedServer& server) : m_server(server), m_instance(std::make_unique<WDNull>()) {}
 WatchDog::~WatchDog() = default;

@@ -17,8 +17,9 @@
 #include <vector>
 
 #include "server/watchdog/corvo_hog_reporter.h"
+#include "server/watchdog/corvo_server_wd.h"
 #include "server/watchdog/corvo_wd_backoff.h"
-#include "server/watchdog/corvo_wd_instance.h"
+#include "server/watchdog/corvo_wd_ladder.h"
 #include "server/watchdog/corvo_wd_stderr.h"
 #include "utils/unique_fd.h"
 
@@ -60,7 +61,7 @@ class WDReal : public WDInstance {
     int do_watchdog(pid_t pid);
     void check_ping(pid_t pid);
     void handle_ping_long_wait(long long delta_ms, pid_t pid);
-    void handle_ping_max_wait(long long delta_ms, pid_t pid);
+    void handle_ping_max_wait(long long delta_ms, pid_t pid, Reaction reaction);
     int handle_stop_action(pid_t pid);
     void drain_stderr();
 
