@@ -9,6 +9,7 @@
 
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
+#include "server/corvo_server_tick.h"
 #include "server/watchdog/corvo_info.h"
 #include "utils/exception.h"
 #include "utils/unique_fd.h"
@@ -18,8 +19,6 @@ namespace corvo::server {
 namespace {
 
 const std::string COMP = "server";
-
-constexpr int NO_PREFERENCE_DELAY_MS = 1000;
 
 /**
  * Runs a call into the library, `fn(err)`, and gives the failure's text, empty for success. A library that
@@ -48,17 +47,6 @@ void call(Fn&& fn) {
 }
 
 }  // namespace
-
-int EngineTask::execute() {
-    if (m_engine->state() == Engine::STATE_UNLOADED) return NO_PREFERENCE_DELAY_MS;
-    const int delay_ms = m_engine->tick();
-    return delay_ms >= 0 ? delay_ms : NO_PREFERENCE_DELAY_MS;
-}
-
-EventRC EngineEvent::do_work(const EventExpireReason&) {
-    if (m_engine->state() != Engine::STATE_UNLOADED) m_engine->tick();
-    return resched(0u);
-}
 
 Engine::Engine(std::string mode, Scheduler& sched) : m_mode(std::move(mode)), m_sched(sched) {}
 

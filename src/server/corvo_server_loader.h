@@ -13,8 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "infra/corvo_event.h"
-#include "infra/corvo_task.h"
 #include "server/corvo_server_loader_api.h"
 
 namespace corvo {
@@ -24,31 +22,9 @@ class Scheduler;
 
 namespace corvo::server {
 
-class Engine;
+class EngineEvent;
+class EngineTask;
 class PacketBuffer;
-
-/** The timed tick. The library's result is the delay to the next one. */
-class EngineTask : public Task {
- public:
-    explicit EngineTask(Engine* engine) : Task(0), m_engine(engine) {}
-    int execute() override;
-    std::string get_name() const override { return "Corvo Tick"; }
-    int64_t hog_timeout_ms() const override { return 0; }
-
- private:
-    Engine* m_engine;
-};
-
-/** An extra tick whenever the library's descriptor is readable. The descriptor stays the library's. */
-class EngineEvent : public Event {
- public:
-    EngineEvent(int fd, Engine* engine) : m_engine(engine) { m_fd = fd; }
-    std::string get_name() const override { return "Corvo Event"; }
-    EventRC do_work(const EventExpireReason& reason) override;
-
- private:
-    Engine* m_engine;
-};
 
 /** How a kind of engine names its library, in the file system and in the log. */
 struct LibraryTexts {

@@ -11,6 +11,7 @@
 
 #include "infra/corvo_scheduler.h"
 #include "server/corvo_server_loader_us.h"
+#include "server/corvo_server_tick.h"
 #include "support/capture_logger.h"
 #include "support/daemon.h"
 #include "support/error_of.h"
