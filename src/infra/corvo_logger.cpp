@@ -133,7 +133,7 @@ std::string location(const char* file, int line) {
     return "(" + text + ")";
 }
 
-/** All of a line but the caller's text. */
+/** Everything in a line except the caller's text. */
 std::string line_prefix(const char* file, int line, const std::string& comp, const char* level_text) {
     const uint64_t now_ms = realtime_ms();
     const auto now_sec = static_cast<time_t>(now_ms / 1000);
@@ -176,7 +176,7 @@ void LoggerInstance::log(const char* file, int line, const std::string& comp, co
     if (first < text.size())
         text[first] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[first])));
 
-    // A list of arguments can be walked only once, and there are two outputs.
+    // A va_list can be walked only once, and there are two outputs.
     va_list file_args;
     va_copy(file_args, args);
     write(text.c_str(), args, true);
@@ -192,7 +192,7 @@ void LoggerInstance::log(const char* file, int line, const std::string& comp, co
 void LoggerInstance::history(std::vector<std::string>& out, unsigned int lines) {
     if (lines == 0 || !m_file) return;
     std::fflush(m_file);
-    // A pipe would be waited for: we hold its other end ourselves.
+    // Opening a pipe would block: we hold its other end ourselves.
     const UniqueFd named = open_unless_trap(m_filename, O_RDONLY | O_NONBLOCK);
     if (!named || !is_regular_file(named.get())) return;
     std::ifstream in(path_of(named.get()));
@@ -203,7 +203,7 @@ void LoggerInstance::history(std::vector<std::string>& out, unsigned int lines) 
     while (in.getline(buffer, sizeof buffer)) {
         std::string line;
         if (last.size() == lines) {
-            // The dropped line's memory takes the new one: a big file costs no allocation per line.
+            // Reuses the dropped line's memory, so that a big file doesn't cost an allocation per line.
             line = std::move(last.front());
             last.pop_front();
         }
@@ -261,7 +261,7 @@ LoggerInstance* get_logger() {
 }
 
 void open_logger(logger_type_e type, logger_level_e level, const std::string& filename) {
-    // The old logger is gone before the new one opens the same file.
+    // The old logger must be gone before the new one opens the same file.
     close_logger();
     if (type == LOGGER_CONSOLE) guard().set(new ConsoleLogger(level, filename), true);
     if (type == LOGGER_SYSLOG) guard().set(new SyslogLogger(level, filename), true);
