@@ -1,5 +1,5 @@
 #pragma once
-// The watchdog that is switched off: no fork, no handlers, no reports.
+// The disabled watchdog: no fork, no handlers, no reports.
 
 #include "server/watchdog/corvo_wd_instance.h"
 
