@@ -52,7 +52,7 @@ bool has_ended(pid_t pid, int& status) {
     return wait_tells_end(result, errno);
 }
 
-/** The signal that stopped this process goes on to the child. */
+/** Passes on to the child the signal that stopped this process. */
 void pass_stop_to_child() {
     if (g_child_pid == 0) return;
     const bool by_int = g_stop_cause == STOP_SIGINT;
