@@ -54,12 +54,12 @@ class NULLLogger : public LoggerInstance {
     void flush() override {}
 };
 
-/** Every statement asks anew. */
+/** Makes every log statement ask again. */
 void forget_answers() {
     if (++detail::g_changes == 0) ++detail::g_changes;
 }
 
-/** The placeholder, and with it what the current logger is. */
+/** The placeholder, which also records the current logger. */
 class Guard : public NULLLogger {
  public:
     Guard() : NULLLogger(QUIET, "") {}
@@ -80,17 +80,20 @@ class Guard : public NULLLogger {
 };
 
 Guard& guard() {
-    // Never destroyed: other objects of static storage may log while the program ends.
+    // Never destroyed: other static objects may log while the program ends.
     static Guard* const g_logger = new Guard;
     return *g_logger;
 }
 
-/** Non-blocking: a pipe that nobody reads costs lines, not the daemon. Nothing changes for a file. */
+/**
+ * Non-blocking: a pipe that nobody reads costs lines but doesn't block the daemon. No effect on
+ * regular files.
+ */
 UniqueFd open_for_writing(const std::string& filename, int how) {
     return open_unless_trap(filename, O_WRONLY | O_CREAT | O_NONBLOCK | how, 0666);
 }
 
-/** Opens for appending, out of the reach of whoever closes or prints to the standard descriptors. */
+/** Opens for appending, above the standard descriptors, which others may close or print to. */
 FILE* open_log_file(const std::string& filename) {
     UniqueFd fd = open_for_writing(filename, O_APPEND);
     if (!fd) return nullptr;
@@ -104,12 +107,12 @@ bool is_regular_file(int fd) {
     return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
 }
 
-/** To open it once more, whatever its name stands for by now. */
+/** A path for opening the same file again, even if it has been renamed. */
 std::string path_of(int fd) {
     return "/proc/self/fd/" + std::to_string(fd);
 }
 
-/** A full disk takes a part of a line. Left there, it would be the beginning of the next one. */
+/** A full disk may accept part of a line, which would then become the start of the next one. */
 void drop_cut_line(FILE* file) {
     std::clearerr(file);
     struct stat info {};
