@@ -1,6 +1,6 @@
-// The functions that engine libraries bind to by name, under the names that C++ makes of their signatures:
-// whether a library's header said extern "C" can't be known, so both are exported. Includes none of the
-// headers with the C names.
+// The functions that engine libraries bind to by name, exported under their mangled C++ names as well: we
+// can't know whether a library's header declared them extern "C". Must not include the headers that declare
+// the C names.
 
 #include <pthread.h>
 

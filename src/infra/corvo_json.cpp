@@ -22,7 +22,7 @@ bool parse(const char* begin, const char* end, Json::Value& out, std::string* er
         }
         if (error) *error = reader.getFormattedErrorMessages();
     } catch (const Json::Exception&) {
-        // The reader recurses once per level and throws, instead of failing, when that goes too far.
+        // The reader recurses once per level and throws, rather than fails, if the nesting is too deep.
         if (error) *error = "* Values are nested too deeply.\n";
     }
     return false;

@@ -9,7 +9,7 @@ namespace corvo::json {
 namespace {
 
 constexpr int MAX_DEPTH = 32;
-/** Fits every type that the library might choose, so that it chooses int. */
+/** Few enough digits for every integer type that the library might choose, so it chooses int. */
 constexpr int MAX_DIGITS = 9;
 
 bool is_blank(char c) {
@@ -106,7 +106,7 @@ bool PlainReader::read_object(Json::Value& out, int depth) {
         if (!read(*out.demand(name.data(), name.data() + name.size()), depth + 1) || !end_of_member(more))
             return false;
     }
-    return out.size() == members;  // else a name came twice
+    return out.size() == members;  // otherwise a name appeared twice
 }
 
 bool PlainReader::read_array(Json::Value& out, int depth) {
@@ -126,7 +126,7 @@ bool PlainReader::read_number(Json::Value& out) {
     for (; at != m_end && is_digit(*at) && at - digits < MAX_DIGITS; ++at)
         number = number * 10 + (*at - '0');
     const bool leading_zero = at != digits && *digits == '0' && (negative || at - digits > 1);
-    // Followed by more of a number, by a letter, by the end: what that means is the library's to say.
+    // If a letter, another part of a number or the end follows, the library decides what that means.
     const bool ends = at != m_end && (is_blank(*at) || *at == ',' || *at == '}' || *at == ']');
     if (at == digits || leading_zero || !ends) return false;
     m_at = at;

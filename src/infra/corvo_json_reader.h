@@ -1,7 +1,8 @@
 #pragma once
-// Reads JSON text of the kind that programs send, several times faster than the library's reader: strings
-// without escapes, whole numbers of few digits, no comments, no name twice, little nesting. It knows what it
-// can't do and says so, and then the library's reader decides; what both read is equal to the last offset.
+// Reads JSON text as programs typically send it, several times faster than the library's reader: strings
+// without escapes, whole numbers with few digits, no comments, no duplicate names, little nesting. It reports
+// anything else, which is then left to the library's reader. What both can read has identical results, down
+// to the offsets.
 
 #include <json/value.h>
 
@@ -11,18 +12,24 @@ namespace corvo::json {
 
 class PlainReader {
  public:
-    /** The text must outlive the reader. Offsets of values count from `begin`. */
+    /** The text must outlive the reader. Offsets of values are relative to `begin`. */
     PlainReader(const char* begin, const char* end) : m_begin(begin), m_at(begin), m_end(end) {}
 
-    /** The value that comes next, into a null `out`. False: not for this reader; `out` holds anything. */
+    /**
+     * Reads the next value into `out`, which must be null. On false, the text isn't for this reader, and the
+     * contents of `out` are undefined.
+     */
     bool read(Json::Value& out) { return read(out, 0); }
-    /** For those that take an object with members apart themselves: this, then for each the next three. */
+    /**
+     * For callers that parse an object's members themselves: call this first, then the next three for
+     * each member.
+     */
     bool begin_object();
-    /** Passes the colon, too. */
+    /** Also skips the colon. */
     bool member_name(std::string_view& name);
-    /** The next value, which must be a string, without copying it. (`read` takes any value.) */
+    /** Reads the next value, which must be a string, without copying it. (`read` accepts any value.) */
     bool read_string(std::string_view& text);
-    /** `more`: another member follows; else the object has ended. */
+    /** `more` is set if another member follows; otherwise the object has ended. */
     bool end_of_member(bool& more);
 
  private:
@@ -31,10 +38,10 @@ class PlainReader {
     bool read_array(Json::Value& out, int depth);
     bool read_number(Json::Value& out);
     bool read_word(std::string_view word, Json::Value&& value, Json::Value& out);
-    /** The next character that isn't a blank, which stays; NUL at the end. */
+    /** Returns the next non-blank character without consuming it; NUL at the end. */
     char peek();
     bool take(char c);
-    /** After an element: past the comma, or past `close`. */
+    /** After an element: consumes the comma, or `close`. */
     bool next_element(char close, bool& more);
 
     const char* m_begin;

@@ -1,6 +1,5 @@
-// The text of a value, byte for byte what Json::FastWriter makes of it: clients compare texts. That writer
-// copies every piece several times and looks every member up by its name again; this one appends to a single
-// buffer.
+// Writes a value's text exactly as Json::FastWriter does, because clients compare texts. That writer copies
+// every piece several times and looks up each member by name again; this one appends to a single buffer.
 
 #include <json/value.h>
 #include <json/writer.h>
@@ -16,10 +15,10 @@ namespace corvo::json {
 
 namespace {
 
-constexpr size_t USUAL_SIZE = 500;  ///< bytes that most results have room in
-constexpr char NOT_PLAIN = '?';     ///< the library's own writer has to decide
+constexpr size_t USUAL_SIZE = 500;  ///< enough bytes for most results
+constexpr char NOT_PLAIN = '?';     ///< left to the library's own writer
 
-/** 0: stands for itself; NOT_PLAIN; else the letter behind the backslash. */
+/** Returns 0 for a character that needs no escape, NOT_PLAIN, or else the letter after the backslash. */
 constexpr char escape_of(char c) {
     switch (c) {
         case '"':
@@ -50,20 +49,20 @@ struct Escapes {
 
 constexpr Escapes ESCAPES;
 
-/** `byte` eight times. */
+/** `byte` repeated eight times. */
 constexpr uint64_t each(uint64_t byte) {
     return byte * 0x0101010101010101U;
 }
 
-/** Not 0 if one of the bytes is 0; exact as long as none has its highest bit set. */
+/** Nonzero if one of the bytes is 0; exact as long as no byte has its highest bit set. */
 constexpr uint64_t zero_bytes(uint64_t word) {
     return (word - each(0x01)) & ~word;
 }
 
-/** The first character at or behind `at` that doesn't stand for itself. */
+/** Position of the first character at or after `at` that needs an escape or the library. */
 size_t skip_plain(std::string_view text, size_t at) {
-    // Eight at a time: below the blank, quotation mark, backslash, DEL or beyond ASCII shows in the highest
-    // bits.
+    // Eight at a time: control characters, quotation marks, backslashes, DEL and non-ASCII bytes all set the
+    // highest bit.
     for (uint64_t word = 0; at + sizeof word <= text.size(); at += sizeof word) {
         std::memcpy(&word, text.data() + at, sizeof word);
         const uint64_t special = word | (word - each(' ')) | zero_bytes(word ^ each('"')) |
@@ -75,7 +74,7 @@ size_t skip_plain(std::string_view text, size_t at) {
     return at;
 }
 
-/** Control characters, and everything beyond ASCII, whose well-formedness matters. */
+/** For control characters and everything beyond ASCII, which may not be well-formed. */
 void append_by_library(std::string& out, std::string_view text) {
     Json::FastWriter writer;
     writer.omitEndingLineFeed();

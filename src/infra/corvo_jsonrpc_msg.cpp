@@ -8,7 +8,7 @@ namespace corvo {
 
 namespace {
 
-/** What a peer sent as a text may be anything. */
+/** A value of any type, where a peer should have sent a text. */
 std::string text_of(const Json::Value& value) {
     return value.isArray() || value.isObject() ? json::write(value) : value.asString();
 }

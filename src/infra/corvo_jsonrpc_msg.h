@@ -1,6 +1,6 @@
 #pragma once
-// A message as a client sees it: request or response, possibly in a compressed container. For clients and
-// tools; the daemon itself makes none.
+// A message as seen by a client: request or response, possibly in a compressed container. For clients and
+// tools; the daemon itself doesn't use it.
 
 #include <json/value.h>
 
@@ -8,7 +8,7 @@
 
 namespace corvo {
 
-/** Parses at once; ask for the kind first. */
+/** Parses in its constructor; check the kind before using anything else. */
 class MsgParser {
  public:
     enum kind_e {
@@ -22,11 +22,11 @@ class MsgParser {
     explicit MsgParser(const std::string& msg);
 
     kind_e kind() const { return m_kind; }
-    /** The message text, unpacked. */
+    /** The message text, uncompressed. */
     const std::string& msg() const { return m_msg; }
-    /** Null where the text is no JSON. */
+    /** Null if the text isn't JSON. */
     const Json::Value& root() const { return m_root; }
-    /** Of an error response: the command's own explanation, else the general message. */
+    /** For error responses: the command's own explanation, or else the general message. */
     const std::string& error() const { return m_error; }
 
  private:

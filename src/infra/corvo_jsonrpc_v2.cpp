@@ -30,17 +30,17 @@ enum error_code_e : int {
 struct Failure {
     int code;
     const char* message;
-    bool always_explained;  ///< else only where the explanation is an array or object that holds something
+    bool always_explained;  ///< otherwise only if the explanation is a non-empty array or object
 };
 
-// By what the command gave, from CMD_BAD_PARAMS on.
+// Indexed by the command's result, starting at CMD_BAD_PARAMS.
 constexpr Failure FAILURES[] = {
     {-32602, "Bad paramters for method", true}, {-32000, "Failed To Execute Method", true},
     {-32603, "Internal Server Error", true},    {-32001, "Try again later", false},
     {-32002, "Work in progress", true},         {-32003, "No results for request", false},
 };
 
-/** A member of what may be no object. */
+/** Returns a member of a value that may not be an object. */
 const Json::Value& member_of(const Json::Value& value, const char* name) {
     return value.isObject() ? value[name] : Json::Value::nullSingleton();
 }
@@ -59,14 +59,14 @@ bool converts_to_string(const Json::Value& value) {
     return !value.isArray() && !value.isObject();
 }
 
-/** Moves a member out of an object; null where there is none. */
+/** Moves a member out of an object; null if there is none. */
 Json::Value take_member(Json::Value& value, const char* name) {
     Json::Value taken;
     if (value.isObject()) value.removeMember(name, &taken);
     return taken;
 }
 
-/** Appends; what is wrong with them otherwise, and nothing is appended. */
+/** Appends the names. If `accept` is invalid, returns the reason and appends nothing. */
 const char* read_encodings(const Json::Value& accept, std::vector<std::string>& encodings) {
     if (accept.isNull()) return nullptr;
     if (!accept.isArray()) return "Invalid 'accept' field type (should be array)";
@@ -85,7 +85,7 @@ struct PlainRequest {
     Json::Value params;
     Json::Value accept;
 
-    /** False: something is unusual. The texts must outlive this. */
+    /** False if anything is unusual. `msg` must outlive this object. */
     bool read(const std::string& msg) {
         json::PlainReader reader(msg.data(), msg.data() + msg.size());
         if (!reader.begin_object()) return false;
@@ -202,9 +202,9 @@ class JsonRpcMethod : public ParsedObject {
 struct JsonRpcMethod::Outcome {
     uint32_t rc = CMD_OK;
     uint64_t ms = 0;
-    Json::Value out;     ///< what the command wrote
-    std::string plain;   ///< text of the result, newline included
-    std::string packed;  ///< its compressed form in base64; empty where the plain one is to go out
+    Json::Value out;     ///< written by the command
+    std::string plain;   ///< text of the result, including the newline
+    std::string packed;  ///< its compressed form in base64; empty if the plain one is to be sent
 };
 
 JsonRpcMethod::JsonRpcMethod(Json::Value id, std::string method, RpcCommand* command, Json::Value params,
@@ -219,7 +219,7 @@ JsonRpcMethod::JsonRpcMethod(Json::Value id, std::string method, RpcCommand* com
 
 JsonRpcMethod::Outcome JsonRpcMethod::perform() {
     Outcome outcome;
-    // An earlier element of the same batch may have unloaded the engine library that the command came from.
+    // An earlier element of the same batch may have unloaded the engine library that provided the command.
     if (!m_first && !RpcTableView::has(m_table, m_command, m_method)) m_command = m_table.lookup(m_method);
     if (!m_command) return outcome;
 
@@ -260,7 +260,8 @@ void JsonRpcMethod::_execute_text(std::string& out) {
         json::append(out, res);
         return;
     }
-    // The result has been written already and is the last member in order: the rest is put around its text.
+    // The result has already been written as text and is the last member in order, so the rest is put
+    // around it.
     const bool packed = !outcome.packed.empty();
     out.reserve(out.size() + (packed ? outcome.packed.size() : outcome.plain.size()) + 128);
     out.append("{\"fmt\":{\"size\":").append(std::to_string(static_cast<Json::UInt>(outcome.plain.size())));
@@ -352,8 +353,8 @@ void ReqParser::parse(Objects& out) {
         parse_single_request(request, out);
 }
 
-// A request as programs send them is taken apart without building a value for it as a whole. Whatever is
-// unusual or wrong goes the long way, which has the last word on what it means.
+// Takes a typical request apart without building a value for the whole. Anything unusual or wrong is left to
+// the general path, which decides what it means.
 bool ReqParser::parse_plain_request(Objects& out) {
     PlainRequest request;
     if (!request.read(m_msg) || request.version != "2.0" || request.method.empty()) return false;

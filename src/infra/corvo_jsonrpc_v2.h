@@ -1,7 +1,7 @@
 #pragma once
-// JSON-RPC 2.0 from the text of one message to the text of one reply, with this system's additions: `accept`
-// in a request, `fmt` and `ms` in a success, `specific_err` in an error. `ReqParser` takes a message apart
-// into one `ParsedObject` per element and runs them in order.
+// JSON-RPC 2.0 from the text of a message to the text of its reply, with this system's additions: `accept` in
+// a request, `fmt` and `ms` in a success, `specific_err` in an error. `ReqParser` turns a message into one
+// `ParsedObject` per element and runs them in order.
 
 #include <json/value.h>
 
@@ -14,7 +14,7 @@
 
 namespace corvo {
 
-/** One element of a request. It is answered if it has an id, or if its creator insists. */
+/** One element of a request. It gets a response if it has an id, or if its creator insists. */
 class ParsedObject {
  public:
     ParsedObject(Json::Value id, bool force) : m_id(std::move(id)), m_respond(force || !m_id.isNull()) {}
@@ -22,7 +22,7 @@ class ParsedObject {
     ParsedObject& operator=(const ParsedObject&) = delete;
     virtual ~ParsedObject() = default;
 
-    /** Runs the element once. `res` becomes its response, or stays as it is where none is due. */
+    /** Runs the element once. Sets `res` to its response, or leaves it unchanged if no response is due. */
     void execute(Json::Value& res);
     /** The same as text: appends what FastWriter makes of that value, without the newline. */
     void execute_text(std::string& out);
@@ -30,7 +30,7 @@ class ParsedObject {
  protected:
     /** Adds the members that depend on the kind of response. */
     virtual void _execute(Json::Value& res) = 0;
-    /** Appends the whole response. For those that can do so without building it as a value first. */
+    /** Appends the whole response. For subclasses that can do so without building it as a value first. */
     virtual void _execute_text(std::string& out);
 
     const Json::Value& id() const { return m_id; }
@@ -43,7 +43,7 @@ class ParsedObject {
     bool m_respond;
 };
 
-/** Serves one message. Message and table must outlive it. */
+/** Serves one message. Message and table must outlive this object. */
 class ReqParser {
  public:
     using Objects = std::vector<std::unique_ptr<ParsedObject>>;
@@ -52,34 +52,34 @@ class ReqParser {
     ReqParser(std::string&&, const RpcCommandsTable&) = delete;
 
     /**
-     * The text of the reply, never empty: that of null where no element asks for an answer. Nothing runs
-     * before the whole message is parsed. What a command throws, other than RpcCommandException, passes.
+     * Returns the text of the reply, never empty: "null" if no element needs a response. The whole message is
+     * parsed before anything runs. Exceptions of a command other than RpcCommandException pass through.
      */
     std::string execute();
 
-    /** Appends one object per element; an element that is in error doesn't stop the others. */
+    /** Appends one object per element; an invalid element doesn't stop the others. */
     void parse(Objects& out);
-    /** Takes its members out of `request`. */
+    /** Moves members out of `request`. */
     void parse_single_request(Json::Value& request, Objects& out);
-    /** Reads `accept`. False: the error has been appended to `out`. */
+    /** Reads `accept`. On false, the error has been appended to `out`. */
     bool parse_encodings(const Json::Value& request, const Json::Value& id, Objects& out,
                          std::vector<std::string>& encodings);
 
-    /** An internal error with null id, for a request that never reached parsing. */
+    /** An internal error with a null id, for a request that was never parsed. */
     static void generate_common_error(Json::Value& res, const std::string& msg);
     static void generate_common_error(std::string& out, const std::string& msg);
-    /** For debug lines: indented, or `text` itself where it is no JSON. */
+    /** For debug lines: indented, or `text` unchanged if it isn't JSON. */
     static std::string pretty_json_str(const std::string& text);
 
  private:
-    /** Appends the one object of a request that is neither a batch nor wrong. False: nothing is appended. */
+    /** Appends the object of a single, valid, typical request. On false, nothing has been appended. */
     bool parse_plain_request(Objects& out);
 
     const std::string& m_msg;
     const RpcCommandsTable& m_table;
 };
 
-/** Has the outline of a request or a response: an object of version 2.0 with a usable id, or none. */
+/** Whether a value looks like a request or a response: an object of version 2.0 with a usable id or none. */
 bool is_proper_json_format(const Json::Value& msg);
 
 }  // namespace corvo

@@ -1,6 +1,6 @@
 #pragma once
-// Recursive mutexes for engine libraries, which bind to them by name. The daemon has one thread and takes
-// none of them. A null pointer is ignored.
+// Recursive mutexes for engine libraries, which bind to them by name. The single-threaded daemon uses none of
+// them. A null pointer is ignored.
 
 #include <pthread.h>
 

@@ -33,7 +33,7 @@ void cvfree_large(void* p, unsigned int) {
 }
 
 int cvmalloc_stats(cvmalloc_stats_* out) {
-    // mallinfo's own fields are signed 32 bits; mallinfo2 counts without overflow and is cut once, here.
+    // mallinfo's fields are signed 32-bit. mallinfo2 counts without overflow and is truncated once, here.
     const auto info = mallinfo2();
     out->heap_size = static_cast<unsigned int>(info.arena);
     out->used = static_cast<unsigned int>(info.uordblks);

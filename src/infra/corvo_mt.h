@@ -1,8 +1,8 @@
 #pragma once
 // Memory-trace hooks, which engine libraries bind to by name. This build has no tracer: every hook is a stub
-// whose result says so, and a traced build replaces them.
+// whose result says so. A traced build replaces them.
 
-/** What the tracer knows of one client. The layout belongs to the tracer; its size is interface. */
+/** The tracer's data about one client. The tracer defines the layout; the size is part of the interface. */
 struct corvo_mt_client_ {
     unsigned char opaque[112];
 };
@@ -10,7 +10,7 @@ struct corvo_mt_client_ {
 extern "C" {
 
 bool corvo_mt_supported();
-/** Clears the whole record and gives -EOPNOTSUPP. */
+/** Clears the whole record and returns -EOPNOTSUPP. */
 int corvo_mt_get(int client, corvo_mt_client_* out);
 int corvo_mt_register_client(const char* name);
 int corvo_mt_set_active_client(int client);

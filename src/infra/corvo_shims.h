@@ -1,7 +1,7 @@
 #pragma once
-// A thin layer over the system calls of the poller and the channels. An engine library binds to these by
-// name, so names and signatures are interface. Unless a comment says otherwise each passes its arguments on
-// and gives the system call's result with errno untouched.
+// A thin layer over the system calls of the poller and the channels. Engine libraries bind to these by name,
+// so names and signatures are part of the interface. Unless noted otherwise, each passes its arguments on and
+// returns the system call's result with errno untouched.
 
 struct epoll_event;
 struct itimerspec;
@@ -30,10 +30,12 @@ int cv_epoll_wait(int epoll_fd, epoll_event* events, int max_events, int timeout
 int cv_poll(pollfd* fds, unsigned long count, int timeout_ms);
 
 /**
- * Sets the send buffer of a socket, in bytes. Gives 0, or -1 with errno set; a buffer that the kernel made
- * smaller than asked for is the error EFBIG.
+ * Sets a socket's send buffer size in bytes. Returns 0, or -1 with errno set; EFBIG if the kernel made the
+ * buffer smaller than requested.
  */
 int cv_set_sock_send_qsize(int fd, unsigned int size);
-/** The send buffer's size as the kernel reports it: 0, or -1 with errno set and `size` untouched. */
+/**
+ * Reads the send buffer size as reported by the kernel. Returns 0, or -1 with errno set and `size` untouched.
+ */
 int cv_get_sock_send_qsize(int fd, unsigned int& size);
 }
