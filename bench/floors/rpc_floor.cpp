@@ -16,9 +16,11 @@
 #include <ctime>
 #include <string>
 
+#include "long_text.h"
+
 namespace {
 
-constexpr size_t ANSWER_BYTES = 8192;
+const std::string LONG_TEXT = long_text(8192);
 
 Json::Value uptime() {
     timespec now{};
@@ -70,11 +72,10 @@ std::string answer(const char* begin, const char* end) {
     reply["jsonrpc"] = "2.0";
     reply["id"] = request["id"];
     reply["ms"] = 0;
-    reply["result"] = method == "ping"     ? ping()
-                      : method == "status" ? status()
-                                           : std::string(ANSWER_BYTES, 'x');
+    reply["result"] = method == "ping" ? ping() : method == "status" ? status() : LONG_TEXT;
     reply["fmt"]["type"] = "plain";
-    reply["fmt"]["size"] = 0;
+    // Told before the result, so that it is written twice.
+    reply["fmt"]["size"] = Json::UInt64(Json::FastWriter().write(reply["result"]).size());
     return Json::FastWriter().write(reply);
 }
 

@@ -86,8 +86,11 @@ class Load {
         const bool tcp = kind_ == Kind::TCP;
         client.fd = socket(tcp ? AF_INET : AF_UNIX, kind_ == Kind::UNIX ? SOCK_DGRAM : SOCK_STREAM, 0);
         if (kind_ == Kind::UNIX) {
-            sockaddr_un none{AF_UNIX, {}};  // the kernel gives the client a name
-            if (bind(client.fd, reinterpret_cast<sockaddr*>(&none), sizeof none.sun_family) < 0) die("bind");
+            // Beside the server's, in its folder, as real clients have names that the kernel looks up.
+            sockaddr_un own = path_;
+            snprintf(own.sun_path + strlen(own.sun_path), 16, ".%d", client.fd);
+            unlink(own.sun_path);
+            if (bind(client.fd, reinterpret_cast<sockaddr*>(&own), sizeof own) < 0) die("bind");
         }
         const auto* address = tcp ? reinterpret_cast<sockaddr*>(&port_) : reinterpret_cast<sockaddr*>(&path_);
         if (connect(client.fd, address, tcp ? sizeof port_ : sizeof path_) < 0) die("connect");

@@ -2,7 +2,11 @@
 // first argument.
 #include <brumecpd/engine_api.h>
 
+#include "long_text.h"
+
 void corvo_api_cp_coffee(const std::string&, const std::string&, const std::vector<uint32_t>& args,
                          std::string& out, std::string&) {
-    out.assign(args.empty() ? 0 : args[0], 'x');
+    static std::string text;
+    if (!args.empty() && text.size() != args[0]) text = long_text(args[0]);
+    out = text;
 }
