@@ -1,5 +1,5 @@
 #pragma once
-// Frames of as many flows as a benchmark asks for: one DNS query, from a different client each time.
+// Frames of as many flows as a benchmark asks for: each a DNS query from a different client.
 
 #include <cstdint>
 
@@ -7,7 +7,7 @@
 
 namespace bench {
 
-/** Makes one flow's frame out of another's in place: the checksums go wrong, which costs nobody anything. */
+/** Turns one flow's frame into another's in place. The checksums become wrong, which no one here checks. */
 class FlowFrame {
  public:
     FlowFrame() : m_bytes(test::sample_flow("dns").frames[0]) {}

@@ -1,5 +1,5 @@
-// More flows than the engine's table has room for: CPU per frame, and what the process holds before, at its
-// peak and a minute after the last flow is gone. Two frames a flow; a frame is a DNS query.
+// More flows than the engine's table can hold: CPU time per frame, and the process's memory before, at its
+// peak and a minute after the last flow has gone. Two frames per flow, each a DNS query.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -18,9 +18,9 @@ namespace {
 namespace api = corvo::api;
 
 constexpr uint32_t FRAMES_PER_FLOW = 2;
-/** About what one batch of the daemon holds of small frames. */
+/** About as many small frames as the daemon puts in one batch. */
 constexpr uint32_t BATCH = 128;
-/** Idle flows of UDP are forgotten after a minute. */
+/** Idle UDP flows are forgotten after a minute. */
 constexpr uint64_t AGING_MS = 60000;
 
 uint64_t g_now_ms = 0;
@@ -28,7 +28,7 @@ uint64_t fake_clock() {
     return g_now_ms;
 }
 
-/** A line of /proc/self/status, MiB. */
+/** A line of /proc/self/status, in MiB. */
 double status_mib(const std::string& name) {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);)
@@ -40,7 +40,7 @@ void forget_peak() {
     std::ofstream("/proc/self/clear_refs") << "5";
 }
 
-/** Pushes the frames of one flow after the other, in batches. */
+/** Pushes the frames of one flow after another, in batches. */
 class Pusher {
  public:
     explicit Pusher(corvo::engine::DataPath& path) : m_path(path), m_pkts(BATCH) {
@@ -62,8 +62,8 @@ class Pusher {
 };
 
 /**
- * `aging`: time passes, so that the table is half full of living flows. Otherwise all flows come at once, and
- * those that find no room are refused.
+ * With `aging`, time passes, so that the table is half full of live flows. Without it, all flows come at once
+ * and those that don't fit are refused.
  */
 void flows(benchmark::State& state, bool aging) {
     const auto max_flows = static_cast<uint32_t>(state.range(0));
@@ -87,7 +87,7 @@ void flows(benchmark::State& state, bool aging) {
         }
     }
     const uint64_t refused = path.errors(api::PKT_MAX_FLOWS_REACHED);
-    for (int second = 0; second < 150; second++) {  // until all are forgotten, and a minute more
+    for (int second = 0; second < 150; second++) {  // until all are forgotten, and one more minute
         g_now_ms += 1000;
         path.tick();
     }

@@ -1,5 +1,5 @@
-// What one injected frame costs, from the file to the count of its protocol, reading and parsing included:
-// CPU time per frame, with an engine that does nothing and with the one that ships, if it has been built.
+// The cost of one injected frame from the file to its protocol's counter, including reading and parsing: CPU
+// time per frame, with an engine that does nothing and with the one we ship, if it has been built.
 
 #include <benchmark/benchmark.h>
 
@@ -40,7 +40,7 @@ std::string tcp_frame(size_t size, int flow) {
     return frame;
 }
 
-/** A capture that is gone with the program. */
+/** A capture that is deleted when the program ends. */
 class Capture {
  public:
     explicit Capture(int64_t frames) {
@@ -62,7 +62,7 @@ void push_pcap(benchmark::State& state, const char* library, bool extended) {
         state.SkipWithError("this engine has not been built");
         return;
     }
-    static std::map<int64_t, Capture> captures;  // by the number of their frames
+    static std::map<int64_t, Capture> captures;  // by number of frames
     const Capture& capture = captures.try_emplace(state.range(0), state.range(0)).first->second;
     corvo::Scheduler sched;
     corvo::server::EngineUS engine(sched);

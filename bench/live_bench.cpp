@@ -1,5 +1,5 @@
-// Live capture by the whole daemon with the engine that ships: frames go over a pair of virtual interfaces in
-// a network namespace of their own. Time is the daemon's CPU time. Needs root.
+// Live capture by the whole daemon with the engine we ship. Frames cross a pair of virtual interfaces in a
+// separate network namespace. The reported time is the daemon's CPU time. Needs root.
 
 #include <benchmark/benchmark.h>
 #include <linux/if_packet.h>
@@ -36,7 +36,7 @@ double cpu_sec(pid_t pid) {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-/** Puts frames of the flows in turn on the wire, many with each system call. */
+/** Sends frames of the flows in turn, many per system call. */
 class Sender {
  public:
     explicit Sender(const char* ifname) : m_fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)) {
@@ -52,7 +52,7 @@ class Sender {
         }
     }
 
-    /** `rate` in frames a second; 0: as fast as it goes. Gives the seconds that it took. */
+    /** `rate` is in frames per second; 0 means as fast as possible. Returns the seconds taken. */
     double send(uint32_t flows, uint32_t rate) {
         const auto start = Clock::now();
         uint32_t sent = 0;
@@ -89,7 +89,7 @@ Counts counts_of(const test::Daemon& daemon) {
     return {sample["packets"].asUInt64(), sample["drops"].asUInt64()};
 }
 
-/** What has arrived, once all that was sent is accounted for. */
+/** The counts once all sent frames are accounted for. */
 Counts settled(const test::Daemon& daemon, uint64_t expected) {
     Counts counts = counts_of(daemon);
     for (int i = 0; i < 100 && counts.received + counts.dropped < expected; i++) {
@@ -110,11 +110,12 @@ void capture(benchmark::State& state) {
         state.SkipWithError("no network namespace with a pair of virtual interfaces");
         return;
     }
-    // For sender and daemon: frames that are lost should be the daemon's own fault, not that of other work.
+    // Raises the priority of sender and daemon, so that lost frames are the daemon's fault and not
+    // other work's.
     setpriority(PRIO_PROCESS, 0, -19);
     test::Daemon daemon({.args = {"-a", "--attach", "tap"}, .engine_dir = BENCH_SHIPPED_ENGINE});
     Sender sender("feed");
-    for (auto _ : state) {  // once: a daemon's counts begin at 0
+    for (auto _ : state) {  // one iteration: a daemon's counters start at 0
         const double cpu_before = cpu_sec(daemon.pid());
         const double sending_sec = sender.send(flows, rate);
         const Counts counts = settled(daemon, FRAMES);

@@ -1,5 +1,5 @@
-// What one event costs the daemon, by the number of sockets that are subscribed and by what their owners do:
-// read, never read, or be gone.
+// The cost of one event to the daemon, by the number of subscribed sockets and what their owners do: read,
+// never read, or have gone.
 
 #include <benchmark/benchmark.h>
 #include <sys/socket.h>
@@ -19,12 +19,12 @@ namespace {
 
 using corvo::notif::Event;
 
-/** Fewer than a socket of the system's default queue length takes. */
+/** Fewer than fit in a socket's queue of the system's default length. */
 constexpr int EVENTS = 8;
 
 enum Owner { READS, NEVER_READS, IS_GONE };
 
-/** Has a log file and no other destination, so that failed deliveries cost what they cost the daemon. */
+/** Logs only to a file, so that failed deliveries cost what they cost the daemon. */
 class FileLogger : public corvo::Logger::LoggerInstance {
  public:
     explicit FileLogger(const std::string& path) : LoggerInstance(corvo::Logger::INFO, path) {
@@ -35,7 +35,7 @@ class FileLogger : public corvo::Logger::LoggerInstance {
     void flush() override {}
 };
 
-/** Datagram sockets bound in a folder of their own. */
+/** Datagram sockets bound in a separate folder. */
 class Sockets {
  public:
     explicit Sockets(int count) {
@@ -55,7 +55,7 @@ class Sockets {
             while (recv(fd.get(), datagram.data(), datagram.size(), 0) >= 0) {
             }
     }
-    /** Leaves the files behind, as a killed client does. */
+    /** Leaves the files behind, as a killed client would. */
     void close_all() { m_fds.clear(); }
 
  private:

@@ -1,4 +1,4 @@
-// What a frame of a capture costs before an engine sees it: reading, parsing, and its two address texts.
+// The cost of a captured frame before an engine sees it: reading, parsing, and its two address texts.
 
 #include <benchmark/benchmark.h>
 
@@ -10,9 +10,9 @@
 namespace {
 
 constexpr size_t FRAMES = 10000;
-constexpr size_t PAYLOAD = 446;  // makes frames of 500 bytes
+constexpr size_t PAYLOAD = 446;  // results in frames of 500 bytes
 
-/** A capture of TCP frames, mostly IPv4, that is gone with the program. */
+/** A capture of TCP frames, mostly IPv4, deleted when the program ends. */
 const std::string& capture() {
     static const test::TempDir dir;
     static const std::string path = [] {
@@ -27,7 +27,7 @@ const std::string& capture() {
     return path;
 }
 
-/** Runs `work` on each frame; one iteration is one frame. */
+/** Runs `work` on each frame; an iteration is one frame. */
 template <typename Work>
 void for_each_frame(benchmark::State& state, Work work) {
     auto reader = corvo::CCapReaderFactory::CreateReader(capture().c_str(), 0);

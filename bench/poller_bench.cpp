@@ -1,4 +1,4 @@
-// What it costs to bring one ready descriptor to its event and to register it again, as every request does.
+// The cost of dispatching one ready descriptor to its event and registering it again, as every request does.
 
 #include <benchmark/benchmark.h>
 #include <sys/eventfd.h>

@@ -1,4 +1,5 @@
-// From the text of a request to the text of its reply, beside the least that any server on jsoncpp would do.
+// From the text of a request to the text of its reply, compared with the least that any server on jsoncpp
+// would do.
 #include <benchmark/benchmark.h>
 #include <json/reader.h>
 #include <json/writer.h>
@@ -7,7 +8,7 @@
 
 namespace {
 
-/** Answers with a value that was made beforehand. */
+/** Returns a prepared value. */
 class Canned : public corvo::RpcCommand {
  public:
     Canned(const std::string& name, Json::Value result) : RpcCommand(name), m_result(std::move(result)) {}

@@ -1,4 +1,4 @@
-// The entry points of the library: each hands its call to the engine and turns what that throws into a text.
+// The library's entry points: each hands its call to the engine and turns any exception into an error text.
 
 #include <brumecpd/engine_api.h>
 
@@ -15,7 +15,7 @@ namespace {
 using corvo::engine::Engine;
 using corvo::engine::Error;
 
-/** What exists from init to deinit. */
+/** Everything that lives from init to deinit. */
 struct Loaded {
     explicit Loaded(const corvo::api::InitConfig& config) : engine(config), methods(config.cmds, engine) {}
 
@@ -28,11 +28,11 @@ void fail(std::string& err, const char* text) noexcept {
     try {
         err = text && *text ? text : "unknown error";
     } catch (...) {
-        err.assign(1, '?');  // fits without memory
+        err.assign(1, '?');  // short enough not to allocate
     }
 }
 
-/** Nothing that is thrown may leave the library. */
+/** No exception may leave the library. */
 template <typename Work>
 void guarded(std::string& err, Work work) noexcept {
     try {

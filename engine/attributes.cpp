@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t MAX_TEXT = 256;
 
-/** A text of a dissection; null or empty if nDPI has found none. */
+/** A text member of a dissection; null or empty if nDPI found nothing. */
 struct Field {
     const char* name;
     const char* (*text)(const ndpi_flow_struct&);
@@ -42,8 +42,8 @@ constexpr Field DHCP_FIELDS[] = {
 };
 
 /**
- * Which member of nDPI's union of protocols is in use, and what the flow's host name is then. Only the
- * protocols in nDPI's own stack tell: reading another member would follow pointers that aren't any.
+ * Which member of nDPI's protocol union is in use, and what the flow's host name then stands for. Only the
+ * protocols in nDPI's own stack decide this: reading any other member would follow invalid pointers.
  */
 struct Family {
     uint16_t protocol;
@@ -78,13 +78,13 @@ void append_fields(std::span<const Field> fields, F dissection, std::string& out
     }
 }
 
-/** Length of what is printable ASCII at the front. */
+/** Length of the leading run of printable ASCII. */
 size_t plain_length(std::string_view text) {
     return static_cast<size_t>(
         std::find_if(text.begin(), text.end(), [](char c) { return c < 0x20 || c > 0x7e; }) - text.begin());
 }
 
-/** Length of the UTF-8 character at the front of a text that isn't empty; 0 if there is none. */
+/** Length of the UTF-8 character at the start of a non-empty text; 0 if it isn't valid UTF-8. */
 size_t utf8_length(std::string_view text) {
     auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     unsigned first = byte(0);
@@ -94,7 +94,7 @@ size_t utf8_length(std::string_view text) {
     for (size_t i = 1; i < length; i++) {
         if ((byte(i) & 0xc0) != 0x80) return 0;
     }
-    // Encodings that are too long, surrogates, and what lies beyond the last code point.
+    // Overlong encodings, surrogates, and anything above the last code point.
     bool forbidden = (first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f) ||
                      (first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f);
     return forbidden ? 0 : length;

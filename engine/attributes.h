@@ -1,6 +1,6 @@
 #pragma once
-// What nDPI has read out of a flow beyond its protocol: attributes, each a name and a text. They are kept as
-// one text of lines "name=value".
+// Attributes: what nDPI has read out of a flow besides its protocol, each a name and a text. They are stored
+// as one text of "name=value" lines.
 
 #include <ndpi/ndpi_api.h>
 
@@ -9,7 +9,7 @@
 
 namespace corvo::engine {
 
-/** In the place of what `out` held. */
+/** Replaces the contents of `out`. */
 void read_attributes(const ndpi_flow_struct& dissection, std::string& out);
 
 /** Calls `visit` with the name and the value of each attribute, in order. */
@@ -24,8 +24,8 @@ void for_each_attribute(std::string_view attributes, Visit visit) {
 }
 
 /**
- * Appends a text from the wire so that any reader can take it: control characters and bytes that aren't UTF-8
- * become question marks, and what is beyond 256 bytes is cut off.
+ * Appends a text from the wire in a form that any reader can take: control characters and invalid UTF-8
+ * become question marks, and anything beyond 256 bytes is cut off.
  */
 void append_clean(std::string_view text, std::string& out);
 

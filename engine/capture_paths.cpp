@@ -13,12 +13,12 @@ namespace {
 
 constexpr size_t MAX_NAME = 64;
 constexpr uint64_t TICK_MS = 1000;
-/** While there is something to free: others get their turn in between. */
+/** While there are flows to free. The pauses let other work run. */
 constexpr uint64_t WRECK_TICK_MS = 5;
 constexpr uint32_t ENTRIES_PER_TICK = 8192;
-/** What takes long waits for a moment in which nobody classifies a capture. */
+/** Slow work waits until no capture has been classified for this long. */
 constexpr uint64_t QUIET_MS = 1000;
-/** So many flows are worth the time that giving their memory back takes. */
+/** Returning memory to the system takes time; worth it from this many flows on. */
 constexpr uint32_t WORTH_TRIMMING = 4096;
 
 void check_name(const std::string& dpaddr) {

@@ -1,5 +1,5 @@
 #pragma once
-// The data paths of captures: each comes with the first push to it, and shares nothing with another.
+// The data paths of captures. Each is created by the first push to it and shares nothing with the others.
 
 #include <cstdint>
 #include <memory>
@@ -21,16 +21,16 @@ class CapturePaths {
 
     static bool is_capture(const std::string& dpaddr) { return dpaddr.starts_with(PREFIX); }
 
-    // Throw Error on a name that isn't one.
-    /** Null if there is none. Counts as use. */
+    // These throw Error if the name isn't valid.
+    /** Returns null if there is none. Counts as a use. */
     NamedPath* find(const std::string& dpaddr);
-    /** Makes one where there is none; throws Error if there are MAX_PATHS of them. */
+    /** Creates the path if it doesn't exist; throws Error if there are MAX_PATHS already. */
     NamedPath& open(const std::string& dpaddr, uint64_t instance);
-    /** Nothing if there is none. What it holds is freed by and by. */
+    /** Does nothing if there is none. Its flows are freed gradually. */
     void close(const std::string& dpaddr);
     void close_all();
 
-    /** Ends what nobody uses, and gives the wanted delay to the next call, ms. */
+    /** Ends unused paths. Returns the delay until the next call, ms. */
     uint64_t tick(uint64_t now_ms);
 
  private:
@@ -43,9 +43,9 @@ class CapturePaths {
     ClockFn m_clock;
     Paths m_paths;
     Paths m_retired;
-    uint64_t m_used_ms = 0;      ///< when any of them was used last
-    bool m_wants_spare = false;  ///< a classifier for the next one is still to be made
-    bool m_wants_trim = false;   ///< memory is still to be given back to the system
+    uint64_t m_used_ms = 0;      ///< when any path was last used
+    bool m_wants_spare = false;  ///< a spare classifier has yet to be made
+    bool m_wants_trim = false;   ///< memory has yet to be returned to the system
 };
 
 }  // namespace corvo::engine

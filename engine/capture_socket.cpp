@@ -15,7 +15,7 @@
 namespace corvo::engine {
 namespace {
 
-/** Frames wait here while the daemon does something else. */
+/** Holds frames while the daemon is busy with something else. */
 constexpr int RECEIVE_BUFFER = 4 << 20;
 
 Error failure(const std::string& ifname, int error) {
@@ -50,7 +50,8 @@ FrameBatch::FrameBatch() : m_memory(new uint8_t[SIZE * SLOT]) {
 CaptureSocket::CaptureSocket(const std::string& ifname) : m_name(ifname) {
     unsigned index = index_of(ifname);
     if (index == 0) throw Error("there is no interface " + quoted(ifname));
-    // Without a protocol until it is bound: otherwise frames of all interfaces would come in before that.
+    // The socket has no protocol until it is bound; otherwise it would receive frames from
+    // all interfaces first.
     m_fd = OwnedFd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!m_fd) throw failure(ifname, errno);
     ifreq hardware = request_for(ifname);
@@ -60,9 +61,10 @@ CaptureSocket::CaptureSocket(const std::string& ifname) : m_name(ifname) {
         throw Error("the frames of interface " + quoted(ifname) + " aren't Ethernet");
     int size = RECEIVE_BUFFER;
     if (setsockopt(fd(), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) < 0)
-        setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);  // as much as we may have
+        setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);  // as much as we are allowed
     int yes = 1;
-    // What a loopback interface sends comes back in at once, and would be seen twice.
+    // Frames sent on a loopback interface are received again right away; without this each would
+    // be seen twice.
     if (loopback && setsockopt(fd(), SOL_PACKET, PACKET_IGNORE_OUTGOING, &yes, sizeof yes) < 0)
         throw failure(ifname, errno);
     bind_to(index);
@@ -78,7 +80,7 @@ void CaptureSocket::bind_to(unsigned index) {
 }
 
 unsigned CaptureSocket::receive(FrameBatch& batch) {
-    // With MSG_TRUNC the length is the frame's own, even if it didn't fit.
+    // With MSG_TRUNC, the length is that of the whole frame even if it didn't fit.
     int count = recvmmsg(fd(), batch.m_messages, FrameBatch::SIZE, MSG_DONTWAIT | MSG_TRUNC, nullptr);
     if (count < 0) {
         if (errno != EAGAIN && errno != EINTR) went_down(errno);
@@ -93,7 +95,7 @@ unsigned CaptureSocket::receive(FrameBatch& batch) {
     return static_cast<unsigned>(count);
 }
 
-// The kernel tells it once and then is silent, so a dead interface doesn't keep the main loop awake.
+// The kernel reports this once and then stays silent, so a dead interface doesn't keep the main loop awake.
 void CaptureSocket::went_down(int error) {
     m_up = false;
     m_downs++;
@@ -103,7 +105,7 @@ void CaptureSocket::went_down(int error) {
 void CaptureSocket::refresh() {
     tpacket_stats stats{};
     socklen_t size = sizeof stats;
-    // Reading sets the kernel's counters back to 0.
+    // Reading resets the kernel's counters to 0.
     if (getsockopt(fd(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) m_drops += stats.tp_drops;
     if (m_up) return;
     unsigned index = index_of(m_name);
@@ -112,7 +114,7 @@ void CaptureSocket::refresh() {
         try {
             bind_to(index);
         } catch (const Error&) {
-            return;  // once more in a second
+            return;  // try again in a second
         }
     }
     m_up = true;

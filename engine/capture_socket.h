@@ -1,6 +1,6 @@
 #pragma once
-// Capture from one interface: a packet socket, and what is counted of it. Frames come as they are on the
-// wire, but for VLAN tags, which the kernel takes off. Promiscuous mode is left as it is.
+// Capture from one interface: a packet socket and its counters. Frames arrive as they are on the wire, minus
+// the VLAN tags, which the kernel strips. Promiscuous mode is left as it is.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,9 @@
 
 namespace corvo::engine {
 
-/** Room for the frames of one system call; one for all sockets. Memory follows the longest frames seen. */
+/**
+ * Room for the frames of one system call, shared by all sockets. Memory use follows the longest frames seen.
+ */
 class FrameBatch {
  public:
     static constexpr unsigned SIZE = 32;
@@ -34,28 +36,28 @@ class FrameBatch {
 
 class CaptureSocket {
  public:
-    /** Throws Error if there is no such interface, it can't be had, or its frames aren't Ethernet. */
+    /** Throws Error if the interface doesn't exist, can't be opened, or doesn't carry Ethernet frames. */
     explicit CaptureSocket(const std::string& ifname);
 
     int fd() const { return m_fd.get(); }
     const std::string& name() const { return m_name; }
 
-    /** Takes what waits, as much as fits, and gives the number of frames. Never blocks. */
+    /** Receives as many waiting frames as fit and returns their number. Never blocks. */
     unsigned receive(FrameBatch& batch);
     /**
-     * To be called once a second: asks the kernel for its drops, and takes an interface that was down, or was
-     * removed and has come back, into use again.
+     * Call once a second. Asks the kernel for its drop count, and starts using an interface again that was
+     * down, or that was removed and has come back.
      */
     void refresh();
 
     uint64_t packets() const { return m_packets; }
     uint64_t bytes() const { return m_bytes; }
-    /** Frames that the kernel had no room for, as of the last `refresh`. */
+    /** Frames the kernel had no room for, as of the last `refresh`. */
     uint64_t drops() const { return m_drops; }
     bool up() const { return m_up; }
-    /** How often it went down. */
+    /** How many times the interface went down. */
     uint64_t downs() const { return m_downs; }
-    /** What is wrong with the interface; each trouble is told once. */
+    /** What is wrong with the interface. Each problem is reported once. */
     std::string take_problem() { return std::exchange(m_problem, {}); }
 
  private:

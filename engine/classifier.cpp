@@ -13,15 +13,17 @@
 namespace corvo::engine {
 namespace {
 
-// How many packets of a flow nDPI may see before it has to make up its mind; the numbers of its own reader.
+// How many packets of a flow nDPI may see before it has to decide; the same numbers as in nDPI's own reader.
 constexpr uint32_t MAX_TCP_PACKETS = 80;
 constexpr uint32_t MAX_OTHER_PACKETS = 24;
 
 constexpr size_t MAX_PACKET = UINT16_MAX;
-/** Zeros behind each packet: a dissector that looks a little too far sees the same bytes every time. */
+/**
+ * Zeros after each packet, so that a dissector that reads slightly too far sees the same bytes every time.
+ */
 constexpr size_t SLACK = 64;
 
-/** nDPI remembers the peers of these protocols and classifies later flows by them. */
+/** Whether nDPI remembers the peers of this protocol and classifies later flows by them. */
 bool teaches_links(const ndpi_flow_struct& dissection, uint16_t id) {
     switch (id) {
         case NDPI_PROTOCOL_BITTORRENT:
@@ -50,7 +52,10 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-/** nDPI's cipher library can't give its state back: if it went away with us, each load would leak it anew. */
+/**
+ * Keeps nDPI's cipher library loaded. It can't free its state, so unloading it with us would leak that state
+ * anew with each load.
+ */
 void keep_cipher_library() {
     dlopen("libgcrypt.so.20", RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
@@ -60,7 +65,7 @@ void keep_cipher_library() {
 Classifier::Classifier() : m_module(open_module()), m_scratch((MAX_PACKET + SLACK) / sizeof(uint64_t) + 1) {}
 
 Classifier::Module Classifier::open_module() {
-    // The flow structure's fields are read directly.
+    // This engine accesses the flow structure's fields directly.
     if (ndpi_get_api_version() != NDPI_API_VERSION ||
         ndpi_detection_get_sizeof_ndpi_flow_struct() != sizeof(ndpi_flow_struct)) {
         throw Error(std::string("the installed nDPI ") + ndpi_revision() +
@@ -94,7 +99,7 @@ void Classifier::inspect(Flow& flow, const Frame& frame, uint64_t now_ms) {
         set_verdict(flow, found);
 }
 
-// nDPI reads words where it finds them, and not every processor lets it read them unaligned.
+// nDPI reads multi-byte words in place, and not every processor allows that unaligned.
 const unsigned char* Classifier::aligned_copy(const Frame& frame) {
     auto* copy = reinterpret_cast<unsigned char*>(m_scratch.data());
     std::memcpy(copy, frame.l3, frame.l3_len);
@@ -103,7 +108,7 @@ const unsigned char* Classifier::aligned_copy(const Frame& frame) {
 }
 
 void Classifier::give_up(Flow& flow) {
-    flow.decided = true;  // whatever happens: there is nothing more to come
+    flow.decided = true;  // even if this fails, nothing more will follow
     if (!flow.dissection) return;
     uint8_t guessed = 0;
     ndpi_protocol found = ndpi_detection_giveup(m_module.get(), flow.dissection.get(), 0, &guessed);

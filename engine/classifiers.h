@@ -1,6 +1,5 @@
 #pragma once
-// Where data paths get their classifiers from: making one takes some ten milliseconds, so a spare one is
-// kept.
+// Where data paths get their classifiers. Making one takes some ten milliseconds, so a spare is kept.
 
 #include <memory>
 #include <utility>
@@ -11,16 +10,22 @@ namespace corvo::engine {
 
 class Classifiers {
  public:
-    /** One that has learned nothing. Quick if there is a spare one; otherwise as Classifier's constructor. */
+    /**
+     * Returns one that has learned nothing. Fast if there is a spare; otherwise as slow
+     * as Classifier's constructor.
+     */
     std::unique_ptr<Classifier> take() {
         return m_spare ? std::move(m_spare) : std::make_unique<Classifier>();
     }
     bool has_spare() const { return m_spare != nullptr; }
-    /** Makes a spare one if there is none. Throws as Classifier's constructor. */
+    /** Makes a spare if there is none. Throws what Classifier's constructor throws. */
     void restock() {
         if (!m_spare) m_spare = std::make_unique<Classifier>();
     }
-    /** Keeps one whose flows are gone, if it is clean and none is there; destroys it otherwise. */
+    /**
+     * Keeps a used classifier as the spare if it is clean and there is none; otherwise destroys it. None of
+     * its flows may be left.
+     */
     void give_back(std::unique_ptr<Classifier> used) {
         if (m_spare || !used || !used->is_clean()) return;
         used->forget_protocols();

@@ -8,7 +8,7 @@ namespace {
 using Args = std::vector<uint32_t>;
 
 constexpr uint32_t DEFAULT_DUMP = 100;
-/** Nothing else is served while a dump is made. */
+/** The daemon serves nothing else while it writes a dump. */
 constexpr uint32_t MAX_DUMP = 10000;
 
 std::string help(DataPath*, const Args&);

@@ -10,8 +10,8 @@
 namespace corvo::engine {
 
 /**
- * Runs the function and gives its output. `path` is null while there is no data path; then there are no
- * flows either. Throws Error if there is no such function or its arguments are wrong.
+ * Runs the function and returns its output. `path` is null while there is no data path, in which case there
+ * are no flows either. Throws Error if the function doesn't exist or its arguments are wrong.
  */
 std::string run_coffee(DataPath* path, const std::string& func, const std::vector<uint32_t>& args);
 

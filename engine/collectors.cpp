@@ -91,7 +91,7 @@ uint64_t Collectors::tick(uint64_t now_ms, const SampleSource& source,
         if (!collector.enabled) continue;
         if (now_ms >= collector.due_ms) {
             collector.due_ms += collector.interval_ms;
-            // What was missed isn't made up for.
+            // Missed samples aren't made up for.
             if (collector.due_ms <= now_ms) collector.due_ms = now_ms + collector.interval_ms;
             take(one_line(sample_of(collector, source)));
         }

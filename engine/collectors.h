@@ -1,6 +1,6 @@
 #pragma once
-// The collectors by name: whether and how often each gives a sample to the exporter. A sample can be asked
-// for at any time. Time is handed in.
+// The collectors, by name: whether and how often each hands a sample to the exporter. A sample can be
+// requested at any time. The caller passes the time in.
 
 #include <json/value.h>
 
@@ -20,18 +20,18 @@ class Collectors {
 
     Collectors();
 
-    // Each throws Error if there is no such component, or if the interval is out of bounds.
-    /** The first sample comes one interval later. Nothing if it is enabled. */
+    // These throw Error if the component doesn't exist or the interval is out of range.
+    /** The first sample is due one interval later. Does nothing if already enabled. */
     void enable(const std::string& component, uint64_t now_ms);
     void disable(const std::string& component);
-    /** Counted from now, if it is enabled. */
+    /** If enabled, the new interval counts from now. */
     void set_interval(const std::string& component, uint64_t interval_ms, uint64_t now_ms);
     Json::Value sample(const std::string& component, const SampleSource& source) const;
 
-    /** Name, state and interval of each. */
+    /** Name, state and interval of each collector. */
     Json::Value list() const;
 
-    /** Hands the samples that are due to `take`; gives the time to the next one, ms, a second at most. */
+    /** Passes the due samples to `take`. Returns the time until the next one, at most a second, ms. */
     uint64_t tick(uint64_t now_ms, const SampleSource& source, const std::function<void(std::string)>& take);
 
  private:

@@ -32,7 +32,7 @@ CurlGuard::CurlGuard() {
     for_each_descriptor([&](int fd) { m_before.insert(fd); });
     sigset_t all;
     sigfillset(&all);
-    // Faults are still reported where they happen.
+    // Faults are still reported where they occur.
     for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
         sigdelset(&all, fault);
     pthread_sigmask(SIG_BLOCK, &all, &m_signals);

@@ -1,5 +1,5 @@
 #pragma once
-// What libcurl does behind our back, kept from the process that we are a guest in.
+// Keeps libcurl's side effects away from the process in which we are a guest.
 
 #include <curl/curl.h>
 #include <pthread.h>
@@ -10,9 +10,9 @@
 namespace corvo::engine {
 
 /**
- * While it exists, whatever curl starts takes no signal, and at its end all descriptors that were opened in
- * the meantime are close-on-exec. For calls that may start a thread to look up a name: signal handlers must
- * run on the one thread that expects them, and curl's internal pipes come without the flag.
+ * While it exists, threads that curl starts receive no signals. On destruction, all descriptors opened in the
+ * meantime are made close-on-exec. Use it around calls that may start a thread to look up a name: signal
+ * handlers must run on the one thread that expects them, and curl opens its internal pipes without the flag.
  */
 class CurlGuard {
  public:
@@ -26,10 +26,10 @@ class CurlGuard {
     std::set<int> m_before;
 };
 
-/** Makes libcurl stay in the process: its look-up threads may outlive the engine, and would run nowhere. */
+/** Keeps libcurl loaded. Its lookup threads may outlive the engine, and their code must not be unmapped. */
 void keep_curl_library();
 
-/** For CURLOPT_OPENSOCKETFUNCTION: sockets above the standard descriptors, close-on-exec. */
+/** For CURLOPT_OPENSOCKETFUNCTION: opens close-on-exec sockets above the standard descriptors. */
 int open_curl_socket(void* context, curlsocktype purpose, curl_sockaddr* address);
 
 }  // namespace corvo::engine

@@ -14,22 +14,22 @@ namespace corvo::engine {
 namespace {
 
 constexpr int TICK_MS = 1000;
-/** While a round through the flows is under way. */
+/** While a pass over the flows is in progress. */
 constexpr int BUSY_TICK_MS = 50;
 constexpr uint32_t ENTRIES_PER_TICK = 16384;
-/** How far a packet without room for its flow looks for one that can be forgotten. */
+/** How many entries a packet without room for its flow may search for a flow to evict. */
 constexpr uint32_t ENTRIES_PER_LOOK = 64;
-/** A flow that was seen more lately isn't forgotten for another one. */
+/** Flows seen more recently than this aren't evicted. */
 constexpr uint64_t EVICTABLE_AFTER_MS = 1000;
-/** Between two looks at the clock. */
+/** Entries between two clock reads. */
 constexpr uint32_t ENTRIES_PER_MOMENT = 64;
 
-/** So many flows are worth the time that giving their memory back takes, half a microsecond each. */
+/** Returning memory costs half a microsecond per flow; worth it from this many flows on. */
 constexpr uint32_t WORTH_RELEASING = 4096;
-/** Flows often come back soon: their memory is better kept for so long. */
+/** Flows often come back soon, so their memory is kept this long. */
 constexpr uint64_t RELEASE_AFTER_MS = 60000;
 
-/** How sure a verdict is, in percent, by nDPI's confidence. */
+/** Certainty of a verdict in percent, indexed by nDPI's confidence. */
 constexpr uint16_t VISIBILITY[] = {
     0,    // NDPI_CONFIDENCE_UNKNOWN
     25,   // NDPI_CONFIDENCE_MATCH_BY_PORT
@@ -133,7 +133,7 @@ void DataPath::take_traffic(const Verdict& verdict, const Traffic& traffic) {
     if (verdict.entry && verdict.guessed) verdict.entry->guessed -= traffic;
 }
 
-// With the verdict, what was counted of the flow so far goes to the protocol that the flow turned out to be.
+// On a verdict, moves what was counted for the flow so far to the protocol it turned out to be.
 template <typename Decide>
 void DataPath::let_decide(Flow& flow, Decide decide) {
     const Verdict before = flow.verdict;
@@ -147,7 +147,7 @@ void DataPath::let_decide(Flow& flow, Decide decide) {
     };
     try {
         decide();
-    } catch (...) {  // the verdict may have been set all the same
+    } catch (...) {  // the verdict may have been set before the exception
         account();
         throw;
     }
@@ -169,7 +169,7 @@ void DataPath::make_room(uint64_t now_ms) {
         else if (!idlest || flow.last_seen_ms < idlest->last_seen_ms)
             idlest = &flow;
     };
-    // A look ends early where a round does.
+    // A search stops early at the end of a pass.
     if (m_table.go_round(ENTRIES_PER_LOOK, look)) m_table.go_round(ENTRIES_PER_LOOK, look);
     if (m_table.size() < m_table.max_flows()) return;
     if (!idlest || now_ms - idlest->last_seen_ms < EVICTABLE_AFTER_MS) return;
@@ -262,8 +262,8 @@ int DataPath::tick() {
     return TICK_MS;
 }
 
-// The C library keeps what is freed below anything still in use: without this, the process would stay as
-// large as its worst moment.
+// The C library holds on to freed memory that lies below anything still in use. Without this, the process
+// would stay as large as at its worst moment.
 void DataPath::release_memory() {
     if (m_table.size() == 0) m_table.clear();
     malloc_trim(0);
@@ -274,7 +274,7 @@ std::map<std::string, Counts> DataPath::counts_by_protocol() const {
     std::map<std::string, Counts> out;
     const auto add = [&out](const std::string& name, Traffic traffic, const Traffic& open) {
         if (traffic.packets == 0) return;
-        Counts& sum = out[name];  // two pairs may have one name
+        Counts& sum = out[name];  // two pairs may share a name
         sum.open += open;
         sum.settled += traffic -= open;
     };

@@ -1,7 +1,7 @@
 #pragma once
-// A data path: packets come in, go through the frame decoder, the flow table and the classifier, and leave
-// with what the engine knows about their flows. There is one for live traffic, which forgets idle flows, and
-// one for each capture that is being classified, which keeps them.
+// A data path: packets come in, pass the frame decoder, the flow table and the classifier, and leave with
+// what the engine knows about their flows. There is one for live traffic, which forgets idle flows, and one
+// for each capture being classified, which keeps them.
 
 #include <brumecpd/engine_api.h>
 
@@ -20,7 +20,7 @@
 
 namespace corvo::engine {
 
-/** A frame from an interface. */
+/** A frame received from an interface. */
 struct CapturedFrame {
     const uint8_t* data = nullptr;
     uint16_t len = 0;
@@ -30,42 +30,42 @@ class DataPath {
  public:
     enum kind_e {
         LIVE,     ///< flows age
-        CAPTURE,  ///< they don't; those of different VLANs are different flows
+        CAPTURE,  ///< they don't; flows in different VLANs are distinct
     };
 
-    /** Takes a classifier with the first packet. Throws Error on a limit of 0. */
+    /** The classifier is taken with the first packet. Throws Error if `max_flows` is 0. */
     DataPath(Classifiers& classifiers, uint32_t max_flows, kind_e kind = LIVE, ClockFn clock = monotonic_ms);
     ~DataPath();
     DataPath(const DataPath&) = delete;
     DataPath& operator=(const DataPath&) = delete;
 
     /**
-     * Classifies the packets in order and fills their output fields, those beyond `protocol`, `cls` and
-     * `error` only if `extended`. A flow that is recognised by one of the packets gives its class to all of
-     * them. A packet that finds no memory is marked so; other failures of memory throw std::bad_alloc. Throws
-     * Error without a classifier.
+     * Classifies the packets in order and fills their output fields; those other than `protocol`, `cls` and
+     * `error` only if `extended`. If one packet identifies a flow, all of the flow's packets in this call get
+     * that class. A packet for which memory runs out is marked PKT_NO_MEM; other allocation failures throw
+     * std::bad_alloc. Throws Error if no classifier can be made.
      */
     void push(std::vector<api::pkt_>& pkts, bool extended);
 
-    /** Takes the frames into account like pushed ones of name space 0, for which nobody waits. */
+    /** Processes captured frames like pushed packets in name space 0, but returns no results. */
     void observe(const CapturedFrame* frames, size_t count);
 
     /**
-     * Forgets idle flows; the work per call is bounded. When most flows have been gone for a minute, gives
-     * their memory back to the system at once. Gives the wanted delay to the next call, ms.
+     * Forgets idle flows; the work per call is bounded. Once most flows have been gone for a minute, their
+     * memory is returned to the system in one go. Returns the delay until the next call, ms.
      */
     int tick();
 
-    /** Gives up on flows that are undecided, for `budget_ms` at most. True if there are none left. */
+    /** Gives up on undecided flows for at most `budget_ms`. True if none are left. */
     bool finish(uint64_t budget_ms);
 
-    /** Forgets all flows and gives their number. */
+    /** Forgets all flows and returns how many there were. */
     uint32_t kill_all_flows();
     /** Forgets what was learned about hosts; see Classifier. */
     void remove_all_links();
-    /** Ends its use, but for its destruction; a clean classifier goes back at once. */
+    /** Ends the use of this path, short of destroying it. A clean classifier is handed back right away. */
     void retire();
-    /** Frees some of the flows of a retired path. True when all are gone. */
+    /** Frees some of a retired path's flows. True when none are left. */
     bool wreck(uint32_t budget) { return m_table.wreck(budget); }
 
     kind_e kind() const { return m_kind; }
@@ -73,21 +73,21 @@ class DataPath {
     const FlowTable& table() const { return m_table; }
     /** Null before the first packet. */
     const Classifier* classifier() const { return m_classifier.get(); }
-    /** Packets and bytes that came by `push`; `flows` isn't used. */
+    /** Packets and bytes received by `push`; `flows` is unused. */
     const Traffic& pushed() const { return m_pushed; }
-    /** Traffic of the flows without a class. */
+    /** Traffic of flows without a class. */
     const Traffic& unclassified() const { return m_unclassified; }
-    /** Traffic by the name of the protocol; that without a class under UNCLASSIFIED. */
+    /** Traffic by protocol name; traffic without a class is under UNCLASSIFIED. */
     std::map<std::string, Counts> counts_by_protocol() const;
-    /** Flows that nDPI is still looking at. */
+    /** Flows that nDPI is still inspecting. */
     uint32_t undecided() const { return m_undecided; }
-    /** Flows that were forgotten because they were idle for too long. */
+    /** Flows forgotten because they were idle for too long. */
     uint64_t aged() const { return m_aged; }
-    /** Flows that were forgotten before their time, because the table was full. */
+    /** Flows forgotten early because the table was full. */
     uint64_t evicted() const { return m_evicted; }
-    /** How many packets had that error. */
+    /** Number of packets with this error. */
     uint64_t errors(api::pkt_error_e error) const { return m_errors[error]; }
-    /** One line per flow, at most `limit`. */
+    /** One line per flow, at most `limit` lines. */
     std::string dump(uint32_t limit) const;
 
  private:
@@ -126,17 +126,17 @@ class DataPath {
     FlowTable m_table;
     Traffic m_pushed;
     Traffic m_unclassified;
-    Traffic m_unclassified_open;  ///< those of them that may still get a class
+    Traffic m_unclassified_open;  ///< the part that may still get a class
     uint32_t m_undecided = 0;
-    uint32_t m_finish_at = 0;  ///< entry of the table at which `finish` goes on
+    uint32_t m_finish_at = 0;  ///< table entry at which `finish` resumes
     uint64_t m_aged = 0;
     uint64_t m_evicted = 0;
     std::array<uint64_t, api::PKT_IPV6_FRAG + 1> m_errors = {};  ///< by pkt_error_e
-    uint32_t m_most_flows = 0;                                   ///< since memory was last given back
-    uint64_t m_busy_ms = 0;  ///< when the flows were last not much fewer than that
-    // Parallel to the packets of the push under way, and kept for their memory.
+    uint32_t m_most_flows = 0;                                   ///< since memory was last returned
+    uint64_t m_busy_ms = 0;  ///< when the flow count was last close to `m_most_flows`
+    // Parallel to the packets of the current push; kept to reuse their memory.
     std::vector<Outcome> m_outcomes;
-    std::vector<Frame> m_frames;  ///< one for all if nobody asks for more than the class
+    std::vector<Frame> m_frames;  ///< a single shared one if only the class is wanted
 };
 
 }  // namespace corvo::engine

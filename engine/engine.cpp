@@ -12,19 +12,19 @@ namespace {
 
 constexpr const char* ENGINE_VERSION = "1.2";
 constexpr uint64_t LOOK_AFTER_MS = 1000;
-/** A table that was full counts as full until so much of it is free again, percent. */
+/** A full table counts as full until its use falls to this, percent. */
 constexpr uint64_t ROOM_AGAIN = 90;
 
 }  // namespace
 
-// The flow table is this process's own memory: the configured shared memory isn't needed. Nor is the
-// address. The command table is for the methods, which aren't known here.
+// The flow table lives in this process's own memory, so the configured shared memory isn't needed, and
+// neither is the address. The command table is for the methods, which this class doesn't know.
 Engine::Engine(const api::InitConfig&, ClockFn clock) : m_clock(clock), m_captures(m_classifiers, clock) {}
 
-// All packets come from the one calling thread, so one worker does the work of any number.
+// All packets come from the single calling thread, so one worker does the work of any number.
 void Engine::activate(const api::ActivateConfig& config) {
     if (m_path) throw Error("the data path is already active");
-    m_classifiers.restock();  // for whoever comes first
+    m_classifiers.restock();  // for whoever needs the first one
     m_path = std::make_unique<NamedPath>(data_path_name(), ++m_instances, m_classifiers, config.max_flows,
                                          DataPath::LIVE, m_clock);
     m_path_due_ms = m_captures_due_ms = 0;
@@ -65,7 +65,7 @@ void Engine::close(const std::string& dpaddr) {
 int Engine::tick(std::string& problem) {
     uint64_t now_ms = m_clock();
     if (m_path) m_interfaces.poll(m_path->data);
-    // Frames bring many more ticks than these need.
+    // Captured frames cause far more ticks than these jobs need.
     if (m_path && now_ms >= m_path_due_ms) {
         m_path->lists.tick(now_ms);
         m_path_due_ms = now_ms + static_cast<uint64_t>(m_path->data.tick());
@@ -127,7 +127,7 @@ void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool 
     capture.data.push(pkts, extended);
 }
 
-// A reset comes before the first push to a capture's data path, and finds nothing there.
+// A reset arrives before the first push to a capture's data path, when there is nothing to reset yet.
 std::string Engine::coffee(const std::string& dpaddr, const std::string& func,
                            const std::vector<uint32_t>& args) {
     check_address(dpaddr);

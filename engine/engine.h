@@ -1,6 +1,6 @@
 #pragma once
-// The engine behind the entry points: what exists from init to deinit. Says which call may come when; every
-// operation throws Error with a text for the caller, and then nothing has changed.
+// The engine behind the entry points: everything that lives from init to deinit. It checks which call is
+// allowed when. Every operation throws Error with a text for the caller, in which case nothing has changed.
 
 #include <brumecpd/engine_api.h>
 
@@ -25,21 +25,23 @@ class Engine {
     Engine& operator=(const Engine&) = delete;
 
     void activate(const api::ActivateConfig& config);
-    /** Detaches what is still attached. */
+    /** Detaches the interfaces that are still attached. */
     void deactivate();
-    /** Gives the wanted delay to the next call, ms. A `problem` that was met is told once and changes
-     * nothing. */
+    /**
+     * Returns the delay until the next call, ms. `problem` reports a new problem once; the tick has succeeded
+     * all the same.
+     */
     int tick(std::string& problem);
-    /** Readable when a tick is wanted at once; open as long as the engine. */
+    /** Becomes readable when a tick is wanted at once; open as long as the engine lives. */
     int event_fd() const { return m_interfaces.event_fd(); }
 
-    // A data path is named "dp0", or not at all, or as the one of a capture, "capture:NAME".
+    // A data path is addressed as "dp0", as "" (any), or as a capture's "capture:NAME".
     void push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended);
     std::string coffee(const std::string& dpaddr, const std::string& func, const std::vector<uint32_t>& args);
 
-    /** Throws Error if there is none. */
+    /** Throws Error if it doesn't exist. */
     NamedPath& path_of(const std::string& dpaddr);
-    /** Ends the data path of a capture; others can't be. */
+    /** Ends a capture's data path; other paths can't be closed. */
     void close(const std::string& dpaddr);
 
     void attach(const std::string& ifname);
@@ -61,7 +63,7 @@ class Engine {
     static const std::string& data_path_name();
 
  private:
-    /** What was told of a full flow table, the worst last. */
+    /** What has been reported about a full flow table, worst last. */
     enum fullness_e { ROOM, EVICTING, REFUSING };
 
     static void check_address(const std::string& dpaddr);
@@ -83,13 +85,13 @@ class Engine {
     Classifiers m_classifiers;
     std::unique_ptr<NamedPath> m_path;  ///< "dp0", only while active
     CapturePaths m_captures;
-    uint64_t m_instances = 0;  ///< data paths that ever were
+    uint64_t m_instances = 0;  ///< number of data paths ever created
     uint64_t m_path_due_ms = 0;
     uint64_t m_captures_due_ms = 0;
     uint64_t m_look_after_due_ms = 0;
-    uint64_t m_refused = 0;       ///< packets without room in the flow table, as of the last look
-    uint64_t m_evicted = 0;       ///< flows that made room, likewise
-    uint64_t m_past_refused = 0;  ///< those of earlier data paths
+    uint64_t m_refused = 0;  ///< packets refused for lack of room in the flow table, as of the last check
+    uint64_t m_evicted = 0;  ///< flows evicted to make room, likewise
+    uint64_t m_past_refused = 0;  ///< refused packets of earlier data paths
     uint64_t m_past_evicted = 0;
     fullness_e m_told = ROOM;
 };

@@ -1,5 +1,5 @@
 #pragma once
-// What the engine's own code throws: the text reaches the caller's `err` as it is.
+// The exception of the engine's own code. Its text reaches the caller's `err` unchanged.
 
 #include <cstring>
 #include <stdexcept>
@@ -12,7 +12,7 @@ class Error : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/** A caller's word for an error text, in quotes; a long one is cut, at the border of a character. */
+/** Quotes a caller's word for an error text; long words are cut at a character boundary. */
 inline std::string quoted(const std::string& word) {
     constexpr size_t MAX = 80;
     if (word.size() <= MAX) return "'" + word + "'";
@@ -22,7 +22,7 @@ inline std::string quoted(const std::string& word) {
     return "'" + word.substr(0, end) + "...'";
 }
 
-/** What the system said last, behind a colon. */
+/** A colon followed by the system's description of `error`. */
 inline std::string reason(int error) {
     return std::string(": ") + std::strerror(error);
 }

@@ -1,5 +1,5 @@
 #pragma once
-// Where samples go: one text at a time, and never waiting for it.
+// A destination for samples. Takes one text at a time and never blocks.
 
 #include <json/value.h>
 
@@ -10,20 +10,20 @@ namespace corvo::engine {
 class ExportSink {
  public:
     enum Outcome {
-        PENDING,  ///< under way: ask again with `poll`
+        PENDING,  ///< in progress: ask again with `poll`
         SENT,
-        FAILED,   ///< may be tried again later
-        REFUSED,  ///< the receiver doesn't want this text, however often it is tried
+        FAILED,   ///< may be retried later
+        REFUSED,  ///< the receiver rejects this text; retrying won't help
     };
 
     virtual ~ExportSink() = default;
 
-    /** Begins with a text, which must stay where it is until the outcome is another than PENDING. */
+    /** Starts sending a text, which must stay in place until the outcome is no longer PENDING. */
     virtual Outcome start(const std::string& text) = 0;
     virtual Outcome poll() = 0;
     /** Why the last text wasn't sent. */
     virtual const std::string& error() const = 0;
-    /** Adds what was configured. */
+    /** Adds the configuration to `out`. */
     virtual void describe(Json::Value& out) const = 0;
 };
 

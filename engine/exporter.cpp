@@ -12,7 +12,7 @@ namespace corvo::engine {
 namespace {
 
 constexpr uint64_t IDLE_MS = 1000;
-/** While something is being sent. */
+/** While a text is being sent. */
 constexpr uint64_t BUSY_MS = 20;
 constexpr uint64_t FIRST_PAUSE_MS = 1000;
 constexpr uint64_t LONGEST_PAUSE_MS = 30000;
@@ -36,7 +36,7 @@ std::unique_ptr<ExportSink> sink_for(const api::ExporterConfig& config) {
 
 void Exporter::configure(const api::ExporterConfig& config) {
     std::unique_ptr<ExportSink> sink = sink_for(config);
-    m_sink = std::move(sink);  // stops with the text that it was sending, before that goes away
+    m_sink = std::move(sink);  // the old sink stops sending before the text it refers to is freed
     m_state = State();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
-// Where samples leave for, and the queue before it. A failing destination is tried again, each time after a
-// longer pause; meanwhile the newest samples are kept, within a bound.
+// The exporter's destination and the queue in front of it. A failing destination is retried after increasing
+// pauses; meanwhile the newest samples are kept, up to a limit.
 
 #include <brumecpd/engine_api.h>
 
@@ -18,32 +18,34 @@ class Exporter {
     static constexpr size_t MAX_QUEUED = 64;
     static constexpr size_t MAX_QUEUED_BYTES = 1 << 20;
 
-    /** Throws Error if that can't be a destination; the old one stays. Otherwise begins with nothing queued.
+    /**
+     * Throws Error if the destination isn't usable, leaving the old one in place. Otherwise starts with
+     * an empty queue.
      */
     void configure(const api::ExporterConfig& config);
-    /** Whether there is a destination at all. */
+    /** Whether a destination is set. */
     bool wanted() const { return m_sink != nullptr; }
-    /** The oldest that aren't being sent make room for it. */
+    /** Makes room by dropping the oldest texts, except the one being sent. */
     void add(std::string text);
 
-    /** Sends what can be sent without waiting; gives the wanted delay to the next call, ms. */
+    /** Sends what it can without blocking. Returns the delay until the next call, ms. */
     uint64_t tick(uint64_t now_ms);
 
     Json::Value describe() const;
-    /** Failures since the last success. */
+    /** Consecutive failures since the last success. */
     uint64_t failures_in_a_row() const { return m_state.failures_in_a_row; }
 
  private:
     struct State {
-        std::list<std::string> queue;  ///< oldest first; a text that is being sent stays in its place
+        std::list<std::string> queue;  ///< oldest first; a text being sent stays in its place
         size_t bytes = 0;
-        bool sending = false;  ///< the first
+        bool sending = false;  ///< the first text is being sent
         uint64_t retry_at_ms = 0;
         uint64_t sent = 0;
         uint64_t failed = 0;
         uint64_t dropped = 0;
         uint64_t failures_in_a_row = 0;
-        bool down = false;  ///< it was told that exporting fails
+        bool down = false;  ///< the failure has been reported
         std::string error;
     };
 

@@ -15,7 +15,7 @@ FileSink::FileSink(const std::string& path) : m_path(path) {
     if (!open_file()) throw Error(m_error);
 }
 
-// Opening a pipe that nobody reads would block without O_NONBLOCK.
+// Without O_NONBLOCK, opening a pipe without a reader would block.
 OwnedFd FileSink::open_file() {
     OwnedFd file(
         open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0640));
@@ -32,7 +32,7 @@ ExportSink::Outcome FileSink::start(const std::string& text) {
     ssize_t written = write(file.get(), line.data(), line.size());
     if (written == static_cast<ssize_t>(line.size())) return SENT;
     m_error = "can't write to the exporter's file " + quoted(m_path) + reason(written < 0 ? errno : ENOSPC);
-    // Half a line would spoil the next one too.
+    // Half a line would corrupt the next one too.
     if (written > 0 && regular && ftruncate(file.get(), before.st_size) < 0) m_error += reason(errno);
     return FAILED;
 }

@@ -1,6 +1,6 @@
 #pragma once
-// Samples as lines at the end of a file. It is opened for each line: a file that was moved away, as when logs
-// are rotated, is made anew.
+// Appends samples to a file, one per line. The file is opened anew for each line, so one that was moved away,
+// as by log rotation, is created again.
 
 #include <string>
 
@@ -11,7 +11,7 @@ namespace corvo::engine {
 
 class FileSink : public ExportSink {
  public:
-    /** Throws Error if the file can't be written; makes an empty one where there is none. */
+    /** Throws Error if the file can't be written; creates an empty one if it doesn't exist. */
     explicit FileSink(const std::string& path);
 
     Outcome start(const std::string& text) override;

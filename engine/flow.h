@@ -1,5 +1,5 @@
 #pragma once
-// One flow: who talks to whom, what nDPI has found so far, and what nDPI still needs to go on.
+// One flow: its two ends, what nDPI has found so far, and the state nDPI needs to continue.
 
 #include <cstdint>
 #include <memory>
@@ -12,10 +12,10 @@
 
 namespace corvo::engine {
 
-/** The name of what nDPI never names. */
+/** The name for traffic that nDPI can't name. */
 inline constexpr const char* UNCLASSIFIED = "unclassified";
 
-/** The name space and both ends, ordered so that the two directions of a conversation have one key. */
+/** The name space and both ends, ordered so that both directions of a conversation have the same key. */
 struct FlowKey {
     /** lower end's address (2), upper end's (2), ports and name space, protocol, version and VLAN */
     uint64_t words[6] = {};
@@ -31,9 +31,9 @@ struct FlowKey {
     uint16_t upper_port() const { return static_cast<uint16_t>(words[4] >> 32); }
     uint8_t protocol() const { return static_cast<uint8_t>(words[5]); }
     uint8_t version() const { return static_cast<uint8_t>(words[5] >> 8); }
-    /** 0 without a VLAN, or where VLANs aren't told apart. */
+    /** 0 without a VLAN, or where VLANs aren't distinguished. */
     uint16_t vlan() const { return static_cast<uint16_t>(words[5] >> 16); }
-    /** The address as it stands in the packet: 4 or 16 bytes, network order. */
+    /** The address as in the packet: 4 or 16 bytes, network order. */
     const void* lower_address() const { return &words[0]; }
     const void* upper_address() const { return &words[2]; }
 };
@@ -66,31 +66,31 @@ struct Traffic {
     }
 };
 
-/** Traffic of the flows with one class. A flow is open until its verdict is final, or until it ends. */
+/** Traffic of the flows of one class. A flow is open until its verdict is final or it ends. */
 struct Counts {
-    Traffic settled;  ///< only grows
+    Traffic settled;  ///< never decreases
     Traffic open;
 };
 
-/** What goes with one pair of master and application protocol; owned by the classifier. */
+/** What belongs to one pair of master and application protocol; owned by the classifier. */
 struct ProtocolEntry {
-    std::string full;                 ///< as nDPI writes the pair, such as "TLS.Google"
+    std::string full;                 ///< nDPI's name for the pair, such as "TLS.Google"
     std::vector<std::string> layers;  ///< lower case, outermost first, such as "tls", "google"
-    Traffic traffic;                  ///< of the flows that have this verdict now, or had it at their end
-    Traffic open;                     ///< those of them whose verdict isn't final yet
-    Traffic guessed;                  ///< those of them whose verdict is a guess
+    Traffic traffic;                  ///< of flows that have this verdict now, or ended with it
+    Traffic open;                     ///< the part whose verdict isn't final yet
+    Traffic guessed;                  ///< the part whose verdict is a guess
     uint32_t cls = 0;
-    uint16_t category = 0;  ///< the usual one; a flow may have another
+    uint16_t category = 0;  ///< the usual one; a flow may have a different one
 };
 
-/** What is known of a flow's protocol; all 0 while nothing is. */
+/** What is known about a flow's protocol; all 0 while nothing is known. */
 struct Verdict {
     ProtocolEntry* entry = nullptr;
     uint16_t master = 0;
     uint16_t app = 0;
     uint16_t category = 0;
     uint8_t confidence = 0;  ///< ndpi_confidence_t
-    bool guessed = false;    ///< by port or address only
+    bool guessed = false;    ///< based on port or address only
 
     uint32_t cls() const { return app ? app : master; }
 };
@@ -99,7 +99,7 @@ struct NdpiFlowDeleter {
     void operator()(ndpi_flow_struct* flow) const { ndpi_free_flow(flow); }
 };
 
-/** What outlives a flow's dissection; only where there is any of it. */
+/** What outlives a flow's dissection; allocated only if there is something to keep. */
 struct FlowDetails {
     ndpi_risk risks = 0;
     std::string attributes;  ///< see attributes.h
@@ -115,10 +115,10 @@ struct Flow {
     uint64_t packets[2] = {};  ///< likewise
     Verdict verdict;
     uint32_t hash = 0;
-    uint32_t next_free = 0;        ///< the table's own, while unused
-    bool used = false;             ///< the table's own
+    uint32_t next_free = 0;        ///< for the table, while unused
+    bool used = false;             ///< for the table
     bool decided = false;          ///< the verdict is final
-    bool client_is_upper = false;  ///< the upper end has sent the first packet
+    bool client_is_upper = false;  ///< the upper end sent the first packet
     bool reset_seen = false;
     bool fin_seen[2] = {};  ///< by sender
 

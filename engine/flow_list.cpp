@@ -12,7 +12,7 @@
 namespace corvo::engine {
 namespace {
 
-/** Between two looks at the clock. */
+/** Entries between two clock reads. */
 constexpr uint32_t ENTRIES_PER_MOMENT = 256;
 
 /** Calls `visit` with the index and the flow of each entry from `at` on. True at the end of the table. */
@@ -96,7 +96,7 @@ class ListOfHosts : public FlowList {
         row.json["packets"] = Json::UInt64{host.traffic.packets};
         row.json["bytes"] = Json::UInt64{host.traffic.bytes};
         row.json["flows"] = Json::UInt64{host.traffic.flows};
-        row.bytes = 160;  // the longest that there is
+        row.bytes = 160;  // the longest possible
         return row;
     }
 

@@ -1,5 +1,5 @@
 #pragma once
-// One list: first all that belongs to it is collected, then it is put in order as far as it is looked at.
+// One list: its items are first collected, then sorted only as far as they are read.
 
 #include <memory>
 #include <unordered_map>
@@ -14,18 +14,17 @@ class FlowList {
  public:
     virtual ~FlowList() = default;
 
-    /** The member of a page that has the rows. */
+    /** The member of a page that holds the rows. */
     virtual const char* member() const = 0;
-    /** True once all is collected, and from then on nothing is added; false if the budget was spent before.
-     */
+    /** True once everything is collected; nothing is added after that. False if the budget ran out first. */
     bool collected(const Budget& budget) { return m_collected = m_collected || collect(budget); }
-    /** Null if it has gone since. */
+    /** Null if the item no longer exists. */
     virtual std::optional<Row> row(const Ranked& item) const = 0;
 
     Ranking& ranking() { return m_ranking; }
 
  protected:
-    /** Goes on with collecting; true at the end. */
+    /** Continues collecting; true at the end. */
     virtual bool collect(const Budget& budget) = 0;
 
     Ranking m_ranking;

@@ -9,10 +9,10 @@
 namespace corvo::engine {
 namespace {
 
-/** Around the rows of a page. */
+/** Text around the rows of a page. */
 constexpr size_t FRAME_BYTES = 200;
 
-/** Number of a list, and the position in it; {0, 0} if the text isn't a cursor. */
+/** Returns the list's number and the position in it; {0, 0} if the text isn't a cursor. */
 std::pair<uint64_t, size_t> parse_cursor(const std::string& text) {
     std::pair<uint64_t, size_t> out;
     const char* end = text.data() + text.size();
@@ -75,7 +75,7 @@ Json::Value FlowLists::page(std::list<Entry>::iterator entry, size_t position, u
     if (collected) out["total"] = Json::UInt64{total};
     if (!collected || position < total)
         out["cursor"] = std::to_string(entry->id) + "." + std::to_string(position);
-    entry->used_ms = m_clock();  // the last page may be asked for once more, if the answer got lost
+    entry->used_ms = m_clock();  // the last page may be requested again if the reply got lost
     return out;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
-// Lists of a data path's flows, or of its hosts, given out in pages. A page is bounded in bytes and in time;
-// what isn't done goes on with the next one. The order is that of the moment when a list was begun.
+// Lists of a data path's flows or hosts, returned in pages. A page is limited in bytes and time; the next one
+// continues where it stopped. The order is fixed when a list is begun.
 
 #include <json/value.h>
 
@@ -15,7 +15,7 @@
 
 namespace corvo::engine {
 
-/** Which flows, and in which order. */
+/** Selects flows and their order. */
 struct FlowQuery {
     enum sort_e { BY_BYTES, BY_PACKETS, BY_FIRST_PACKET };
 
@@ -25,7 +25,7 @@ struct FlowQuery {
     };
 
     sort_e sort = BY_BYTES;
-    bool guess = true;     ///< false: guessed flows count as unclassified
+    bool guess = true;     ///< if false, guessed flows count as unclassified
     std::string protocol;  ///< empty: any
     std::optional<Address> address;
     std::optional<uint16_t> port;
@@ -34,7 +34,7 @@ struct FlowQuery {
     bool matches(const Flow& flow) const;
 };
 
-/** Throws Error if it isn't an IPv4 or IPv6 address. */
+/** Throws Error if the text isn't an IPv4 or IPv6 address. */
 FlowQuery::Address parse_address(const std::string& text);
 
 class FlowList;
@@ -46,18 +46,18 @@ class FlowLists {
     static constexpr uint64_t PAGE_MS = 15;
     static constexpr uint64_t KEEP_MS = 60000;
 
-    /** `first_id`: cursors of other paths have smaller numbers, or much bigger ones. */
+    /** `first_id`: cursors of other paths must have smaller numbers, or far larger ones. */
     FlowLists(const DataPath& path, uint64_t first_id, ClockFn clock);
     ~FlowLists();
 
-    // Each gives an object of the rows under "flows" or "hosts", "total" once it is known, and "cursor"
-    // unless that was the last page. A cursor goes on with its list; Error if that has ended, or is one of
+    // Each returns an object with the rows under "flows" or "hosts", "total" once it is known, and "cursor"
+    // unless this is the last page. A cursor continues its list; throws Error if that list has ended or is of
     // the other kind.
     Json::Value flows(const FlowQuery& query, uint32_t limit);
     Json::Value hosts(uint32_t limit);
     Json::Value next(const char* member, const std::string& cursor, uint32_t limit);
 
-    /** Ends lists that nobody has used for long. */
+    /** Ends lists that haven't been used for a while. */
     void tick(uint64_t now_ms);
 
  private:
@@ -73,7 +73,7 @@ class FlowLists {
     const DataPath& m_path;
     ClockFn m_clock;
     uint64_t m_next_id;
-    std::list<Entry> m_lists;  ///< the one that was used last comes last
+    std::list<Entry> m_lists;  ///< most recently used last
 };
 
 }  // namespace corvo::engine

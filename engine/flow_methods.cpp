@@ -11,7 +11,7 @@
 
 namespace corvo::engine {
 
-extern const char openrpc_text[];  // made from openrpc-flows.json by the build
+extern const char openrpc_text[];  // generated from openrpc-flows.json by the build
 
 namespace {
 
@@ -19,7 +19,7 @@ constexpr const char* COMPONENT = "flows";
 constexpr uint32_t DEFAULT_LIMIT = 100;
 constexpr uint32_t MAX_LIMIT = 1000;
 
-/** The parameters of a request, each with its check. Null members count as absent. */
+/** Reads and checks the parameters of a request. Null members count as absent. */
 class Parameters {
  public:
     Parameters(RpcCommand& command, const Json::Value& params, Json::Value& res)
@@ -131,7 +131,7 @@ class FlowCommand : public RpcCommand {
         try {
             Parameters parameters(*this, params, res);
             res["result"] = m_method.work(parameters, m_engine);
-        } catch (const std::exception& e) {  // a failed check too: it counts as a failed command
+        } catch (const std::exception& e) {  // includes failed checks, which count as failed commands
             generate_execute_err(res, e.what());
         }
         return CMD_OK;

@@ -1,6 +1,6 @@
 #pragma once
-// The methods that this engine brings along, "flows.summary" and so on, in the daemon's table. What they take
-// and give is in openrpc-flows.json and docs/engine-flows.md.
+// The methods that this engine adds to the daemon's table, "flows.summary" and so on. Their parameters and
+// results are described in openrpc-flows.json and docs/engine-flows.md.
 
 #include <brumecpd/engine_rpc.h>
 
@@ -12,7 +12,10 @@ namespace corvo::engine {
 
 class FlowMethods {
  public:
-    /** Loads them into the table, until destroyed. A null table has none. `engine` must outlive this. */
+    /**
+     * Loads the methods into the table until destroyed. Does nothing if `table` is null. `engine` must
+     * outlive this.
+     */
     FlowMethods(RpcCommandsTable* table, Engine& engine);
     FlowMethods(const FlowMethods&) = delete;
     FlowMethods& operator=(const FlowMethods&) = delete;

@@ -13,7 +13,7 @@ namespace {
 
 using Key = Json::StaticString;
 
-/** Which attribute is told as which member. */
+/** Which attribute is reported as which member. */
 constexpr struct {
     std::string_view attribute;
     const char* member;
@@ -28,7 +28,7 @@ constexpr struct {
     {"hassh_server", "hassh_server"},
 };
 
-/** Quotes, colon, comma, and what surrounds a row. */
+/** Quotes, colon, comma, and a member's share of what surrounds a row. */
 constexpr size_t PER_MEMBER = 6;
 constexpr size_t LONGEST_NUMBER = 20;
 

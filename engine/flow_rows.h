@@ -10,7 +10,7 @@
 
 namespace corvo::engine {
 
-/** A row, and about how many bytes its text has; never fewer. */
+/** A row and an upper estimate of its text's size in bytes. */
 struct Row {
     Json::Value json;
     size_t bytes = 0;
@@ -18,14 +18,14 @@ struct Row {
 
 /** What all rows of a list have in common. */
 struct RowStyle {
-    bool guess = true;        ///< false: a guessed flow is shown as unclassified
+    bool guess = true;        ///< if false, a guessed flow is shown as unclassified
     bool times = false;       ///< whether the flows' times are those of their packets
-    int64_t realtime_ms = 0;  ///< what the clock of the flows' times is behind that of the day
+    int64_t realtime_ms = 0;  ///< add to a flow's time to get the time of day
 };
 
 Row flow_row(const Flow& flow, const Classifier& classifier, const RowStyle& style);
 
-/** "10.0.0.1" or "fd00::1"; `address` is 4 or 16 bytes, network order. */
+/** "10.0.0.1" or "fd00::1"; `address` is 4 or 16 bytes in network order. */
 std::string address_text(uint8_t version, const void* address);
 
 }  // namespace corvo::engine

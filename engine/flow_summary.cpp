@@ -17,7 +17,7 @@ struct Sum {
     uint16_t category = 0;
 };
 
-/** By name; two pairs of master and application may have one. */
+/** By name; two pairs of master and application may share one. */
 std::map<std::string, Sum> sums_of(const DataPath& path, bool guess) {
     std::map<std::string, Sum> out;
     Traffic unclassified = path.unclassified();

@@ -1,5 +1,5 @@
 #pragma once
-// The sums of a data path, as JSON.
+// The totals of a data path, as JSON.
 
 #include <json/value.h>
 
@@ -8,8 +8,8 @@
 namespace corvo::engine {
 
 /**
- * With `finish` nDPI gives up on undecided flows, as many as there is time for; "complete" says whether none
- * are left. `guess`: whether guesses count under what they guess.
+ * With `finish`, nDPI gives up on as many undecided flows as time allows; "complete" tells whether none are
+ * left. `guess` selects whether a guessed flow counts under its guess.
  */
 Json::Value summarize(NamedPath& path, bool finish, bool guess);
 

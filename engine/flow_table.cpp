@@ -17,7 +17,7 @@ void load_address(const uint8_t* from, uint8_t version, uint64_t to[2]) {
         std::memcpy(to, from, 16);
 }
 
-/** Four bytes of memory at the front of each. */
+/** Both addresses occupy the first four bytes of their word in memory. */
 uint64_t pack_ipv4(uint64_t lower, uint64_t upper) {
     return std::endian::native == std::endian::little ? lower | upper << 32 : lower >> 32 | upper;
 }
@@ -41,7 +41,7 @@ DirectedKey key_of(const Frame& frame, uint32_t ns_id, uint16_t vlan) {
             from_upper};
 }
 
-// The addresses of IPv4 fit one word; the last word tells the versions apart.
+// Two IPv4 addresses fit in one word. The last word tells the IP versions apart.
 uint32_t FlowTable::hash_of(const FlowKey& key) const {
     if (key.version() != 4) return static_cast<uint32_t>(m_hash(key.words));
     const uint64_t words[] = {pack_ipv4(key.words[0], key.words[2]), key.words[4], key.words[5]};
@@ -108,7 +108,7 @@ void FlowTable::remove(Flow& flow) {
     m_size--;
 }
 
-// Closes the gap that the entry leaves in its run of slots, so that look-ups never meet a tombstone.
+// Closes the gap that the entry leaves in its run of slots, so that lookups never meet a tombstone.
 uint32_t FlowTable::unlink(const Flow& flow) {
     size_t gap = flow.hash & mask();
     while (&entry(m_slots[gap].index) != &flow)

@@ -1,6 +1,6 @@
 #pragma once
-// All flows of one data path. Entries live in chunks and never move; an open-addressing index leads to them.
-// Memory follows the number of flows, not the limit, and is given back by `clear`.
+// All flows of one data path. Entries live in chunks and never move; an open-addressing index points to them.
+// Memory use follows the number of flows, not the limit. `clear` releases it.
 
 #include <cstddef>
 #include <cstdint>
@@ -17,18 +17,18 @@ class FlowTable {
     explicit FlowTable(uint32_t max_flows) : m_max_flows(max_flows) {}
 
     /**
-     * The flow of that key, a new one if there is none yet: then no packets are counted in it. Null if the
-     * table is full. Throws std::bad_alloc, and then nothing has changed.
+     * Returns the flow with this key, adding it if it doesn't exist; a new flow has no packets counted. Null
+     * if the table is full. Throws std::bad_alloc, in which case nothing has changed.
      */
     Flow* find_or_add(const FlowKey& key);
     void clear();
     uint32_t size() const { return m_size; }
     uint32_t max_flows() const { return m_max_flows; }
-    /** Flows that were ever added. */
+    /** Number of flows ever added. */
     uint64_t created() const { return m_created; }
-    /** Entries that were ever in use: the bound of `at`. */
+    /** Number of entries ever used: the bound for `at`. */
     uint32_t entries() const { return m_opened; }
-    /** The flow of an entry; null if it isn't in use. */
+    /** The flow of an entry; null if the entry is unused. */
     Flow* at(uint32_t index) const {
         if (index >= m_opened) return nullptr;
         Flow& flow = entry(index);
@@ -36,8 +36,8 @@ class FlowTable {
     }
 
     /**
-     * Goes on with its round through the entries, over at most `budget` of them, and calls `visit` with each
-     * flow, which may remove that flow. True if that brought it to the end of a round.
+     * Continues a pass over the entries, visiting at most `budget` of them. Calls `visit` with each flow;
+     * `visit` may remove that flow. True if this reached the end of the pass.
      */
     template <typename Visit>
     bool go_round(uint32_t budget, Visit visit) {
@@ -50,7 +50,9 @@ class FlowTable {
     }
     void remove(Flow& flow);
 
-    /** Frees at most `budget` entries, the last ones first, without keeping the index. True at the end. */
+    /**
+     * Frees at most `budget` entries from the end, without maintaining the index. True when none are left.
+     */
     bool wreck(uint32_t budget);
 
  private:
@@ -73,7 +75,7 @@ class FlowTable {
     uint32_t m_max_flows;
     uint32_t m_size = 0;
     uint64_t m_created = 0;
-    uint32_t m_opened = 0;  ///< entries that were ever in use
+    uint32_t m_opened = 0;  ///< number of entries ever used
     uint32_t m_first_free = NONE;
     uint32_t m_cursor = 0;
     KeyedHash m_hash;

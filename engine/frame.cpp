@@ -34,7 +34,7 @@ uint16_t be16(const uint8_t* p) {
 
 void decode_ip(Frame& frame, const uint8_t* ip, size_t captured);
 
-/** Goes on with the packet inside of the one that was decoded so far. */
+/** Continues with the packet inside the one decoded so far. */
 void decode_inner(Frame& frame, size_t l4_off) {
     if (frame.outer_packets == Frame::MAX_OUTER) {
         frame.error = api::PKT_NON_IP;
@@ -46,7 +46,7 @@ void decode_inner(Frame& frame, size_t l4_off) {
     decode_ip(frame, frame.l3 + l4_off, frame.l3_len - l4_off);
 }
 
-/** `l4_off` counts from the IP header. A transport header that is cut short has no ports. */
+/** `l4_off` counts from the IP header. A truncated transport header has no ports. */
 void decode_transport(Frame& frame, size_t l4_off) {
     const uint8_t* l4 = frame.l3 + l4_off;
     const size_t left = frame.l3_len - l4_off;
@@ -93,7 +93,7 @@ void decode_ipv4(Frame& frame, size_t captured) {
     decode_transport(frame, header);
 }
 
-/** Size of the extension header at `p`; 0 if `type` isn't one. */
+/** Size of the extension header at `p`; 0 if `type` isn't an extension header. */
 size_t extension_size(uint8_t type, const uint8_t* p) {
     switch (type) {
         case EXT_HOP_BY_HOP:
@@ -127,7 +127,7 @@ void decode_ipv6(Frame& frame, size_t captured) {
             frame.error = api::PKT_TRIMMED_L3;
             return;
         }
-        // The first fragment has the transport header.
+        // Only the first fragment has the transport header.
         if (frame.protocol == EXT_FRAGMENT && (be16(ip + at + 2) & 0xfff8)) {
             frame.error = api::PKT_IPV6_FRAG;
             return;
@@ -138,7 +138,7 @@ void decode_ipv6(Frame& frame, size_t captured) {
     decode_transport(frame, at);
 }
 
-/** `frame.version` says which IP it should be. */
+/** `frame.version` is the IP version to expect. */
 void decode_ip(Frame& frame, const uint8_t* ip, size_t captured) {
     if (captured == 0 || ip[0] >> 4 != frame.version) {
         frame.error = captured == 0 ? api::PKT_TRIMMED_L3 : api::PKT_NON_IP;

@@ -16,7 +16,7 @@ namespace {
 constexpr uint64_t MIB = 1 << 20;
 constexpr uint64_t ANY = UINT64_MAX;
 
-/** By item_e. */
+/** Indexed by item_e. */
 constexpr struct {
     const char* name;
     const char* unit;
@@ -54,7 +54,7 @@ uint64_t threshold_of(const Json::Value& value, const std::string& name, uint64_
 
 void LastMinute::update(uint64_t now_ms, uint64_t total) {
     if (m_slot_end_ms == 0) m_slot_end_ms = now_ms + SLOT_MS;
-    // After a longer silence all slots begin anew.
+    // After a long silence, all slots start over.
     for (size_t i = 0; i < SLOTS && now_ms >= m_slot_end_ms; i++, m_slot_end_ms += SLOT_MS) {
         m_slot = (m_slot + 1) % SLOTS;
         m_starts[m_slot] = m_total;

@@ -1,6 +1,6 @@
 #pragma once
-// How the engine is: a few values, each with two thresholds of its own. A value at or above one of them is
-// "warn" or "bad"; the whole is as bad as the worst.
+// The engine's health: a few values, each with two thresholds of its own. A value at or above a threshold is
+// "warn" or "bad"; the overall state is that of the worst value.
 
 #include <json/value.h>
 
@@ -9,10 +9,12 @@
 
 namespace corvo::engine {
 
-/** Sum of what came in during the last minute, give or take ten seconds. Time is handed in. */
+/**
+ * How much a counter grew during the last minute, give or take ten seconds. The caller passes the time in.
+ */
 class LastMinute {
  public:
-    /** `total` never goes back. */
+    /** `total` must never decrease. */
     void update(uint64_t now_ms, uint64_t total);
     uint64_t sum() const { return m_total - m_starts[(m_slot + 1) % SLOTS]; }
 
@@ -20,7 +22,7 @@ class LastMinute {
     static constexpr size_t SLOTS = 7;
     static constexpr uint64_t SLOT_MS = 10000;
 
-    std::array<uint64_t, SLOTS> m_starts = {};  ///< totals at the beginning of each slot, a ring
+    std::array<uint64_t, SLOTS> m_starts = {};  ///< ring of the totals at the start of each slot
     size_t m_slot = 0;
     uint64_t m_slot_end_ms = 0;
     uint64_t m_total = 0;
@@ -33,11 +35,11 @@ class Health {
 
     Health();
 
-    /** State of the whole and of each item; with `verbose` values, units and thresholds too. */
+    /** Overall state and state of each item; if `verbose`, also values, units and thresholds. */
     Json::Value report(const Values& values, bool verbose) const;
-    /** All thresholds, in the form that `configure` takes. */
+    /** All thresholds, in the form that `configure` accepts. */
     Json::Value configuration() const;
-    /** Takes the thresholds that are given. Throws Error with what is wrong, and then takes none. */
+    /** Sets the given thresholds. Throws Error if any of them is wrong, in which case none is set. */
     void configure(const Json::Value& conf);
 
  private:
@@ -49,7 +51,7 @@ class Health {
     std::array<Thresholds, ITEMS> m_thresholds;
 };
 
-/** Memory of this process that is in use, bytes; 0 if the system doesn't tell. */
+/** Resident memory of this process, bytes; 0 if the system doesn't report it. */
 uint64_t resident_memory();
 
 }  // namespace corvo::engine

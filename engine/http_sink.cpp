@@ -22,7 +22,7 @@ bool is_ipv6(const std::string& server) {
     return inet_pton(AF_INET6, server.c_str(), &ignored) == 1;
 }
 
-/** Nothing that could become another part of the URL. */
+/** Rejects anything that could become another part of the URL. */
 bool is_server(const std::string& text) {
     auto allowed = [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '.' || c == '_'; };
     return !text.empty() && text.size() <= MAX_SERVER &&
@@ -48,7 +48,7 @@ std::string url_of(const api::ExporterConfig& config) {
            config.path;
 }
 
-/** What the receiver answers is of no use. */
+/** The response body is of no use. */
 size_t discard(char*, size_t size, size_t count, void*) {
     return size * count;
 }
@@ -70,14 +70,15 @@ HttpSink::HttpSink(const api::ExporterConfig& config) : m_config(config), m_url(
     set_up_request();
 }
 
-// Without CURLOPT_NOSIGNAL curl keeps SIGPIPE away while it works; the time-outs of this libcurl need none.
+// CURLOPT_NOSIGNAL stays off: curl blocks SIGPIPE while it works, and the timeouts of this libcurl need
+// no signal.
 void HttpSink::set_up_request() {
     CURL* easy = m_easy.get();
     bool ok = true;
     auto set = [&](auto option, auto value) { ok = ok && curl_easy_setopt(easy, option, value) == CURLE_OK; };
     set(CURLOPT_URL, m_url.c_str());
     set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_PROXY, "");  // whatever the environment says
+    set(CURLOPT_PROXY, "");  // ignore proxies from the environment
     set(CURLOPT_HTTPHEADER, m_headers.get());
     set(CURLOPT_USERAGENT, "brumecpd");
     set(CURLOPT_WRITEFUNCTION, discard);
@@ -85,10 +86,10 @@ void HttpSink::set_up_request() {
     set(CURLOPT_OPENSOCKETFUNCTION, open_curl_socket);
     set(CURLOPT_CONNECTTIMEOUT_MS, CONNECT_TIMEOUT_MS);
     set(CURLOPT_TIMEOUT_MS, TIMEOUT_MS);
-    // Beyond the system's authorities, whom the programs that use OpenSSL are told to trust.
+    // In addition to the system's authorities. Programs that use OpenSSL honour this variable.
     const char* authorities = std::getenv("SSL_CERT_FILE");
     if (authorities && authorities[0]) set(CURLOPT_CAINFO, authorities);
-    // Giving up doesn't wait for a look-up that is under way.
+    // Cancelling doesn't wait for a lookup in progress.
     set(CURLOPT_QUICK_EXIT, 1L);
     if (!ok) throw Error("the installed libcurl lacks an option that is needed");
 }
@@ -98,7 +99,7 @@ HttpSink::~HttpSink() {
 }
 
 ExportSink::Outcome HttpSink::start(const std::string& text) {
-    CurlGuard guard;  // a name is looked up at the beginning
+    CurlGuard guard;  // names are looked up at the start of a transfer
     m_curl_error[0] = '\0';
     curl_easy_setopt(m_easy.get(), CURLOPT_POSTFIELDS, text.c_str());
     curl_easy_setopt(m_easy.get(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(text.size()));

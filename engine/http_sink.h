@@ -1,5 +1,6 @@
 #pragma once
-// Samples as the bodies of POST requests, with libcurl, driven by `poll`. Connections are kept between them.
+// Sends samples as the bodies of POST requests with libcurl, driven by `poll`. Connections are kept open
+// between requests.
 
 #include <brumecpd/engine_api.h>
 #include <curl/curl.h>
@@ -13,7 +14,7 @@ namespace corvo::engine {
 
 class HttpSink : public ExportSink {
  public:
-    /** Throws Error if server, port or path can't be. Nothing is sent yet. */
+    /** Throws Error if the server, port or path is invalid. Sends nothing yet. */
     explicit HttpSink(const api::ExporterConfig& config);
     ~HttpSink() override;
 
@@ -23,7 +24,7 @@ class HttpSink : public ExportSink {
     void describe(Json::Value& out) const override;
 
  private:
-    /** curl's process-wide state, taken and given back. */
+    /** Holds curl's process-wide state. */
     struct Global {
         Global();
         Global(const Global&) = delete;

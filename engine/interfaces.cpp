@@ -10,7 +10,7 @@ namespace corvo::engine {
 namespace {
 
 constexpr size_t MAX_INTERFACES = 64;
-/** A millisecond or two of work: whoever else waits for the main loop isn't held up for longer. */
+/** A millisecond or two of work, so that the main loop isn't held up for longer. */
 constexpr unsigned FRAMES_PER_POLL = 512;
 
 }  // namespace
@@ -43,7 +43,7 @@ void Interfaces::detach(const std::string& ifname) {
     if (found == m_sockets.end()) throw Error("interface " + quoted(ifname) + " isn't attached");
     (*found)->refresh();
     m_past_drops += (*found)->drops();
-    m_sockets.erase(found);  // closing takes it out of the epoll
+    m_sockets.erase(found);  // closing removes it from the epoll set
     if (m_sockets.empty()) m_batch.reset();
 }
 
@@ -52,7 +52,7 @@ void Interfaces::detach_all() {
         detach(std::string(m_sockets.back()->name()));
 }
 
-// One batch of each in turn, so that a busy interface doesn't starve the others.
+// One batch from each in turn, so that a busy interface doesn't starve the others.
 void Interfaces::poll(DataPath& path) {
     unsigned handled = 0;
     unsigned idle = 0;

@@ -1,6 +1,6 @@
 #pragma once
-// The interfaces that traffic is captured from. Frames that wait make the descriptor of the engine readable;
-// `poll` hands them to the data path, a bounded number at a time.
+// The interfaces that traffic is captured from. Waiting frames make the engine's event descriptor readable;
+// `poll` hands them to the data path, a limited number at a time.
 
 #include <cstdint>
 #include <memory>
@@ -15,27 +15,27 @@ namespace corvo::engine {
 
 class Interfaces {
  public:
-    /** Throws Error without an event descriptor. */
+    /** Throws Error if the event descriptor can't be created. */
     Interfaces();
 
-    /** Readable while frames or news of an interface wait. */
+    /** Readable while frames or status changes of an interface are waiting. */
     int event_fd() const { return m_epoll.get(); }
 
-    /** Throws Error if it is attached already, or can't be captured from. */
+    /** Throws Error if the interface is already attached or can't be captured from. */
     void attach(const std::string& ifname);
-    /** Throws Error if it isn't attached. */
+    /** Throws Error if the interface isn't attached. */
     void detach(const std::string& ifname);
     void detach_all();
 
-    /** Hands over some of the waiting frames. What is left keeps the event descriptor readable. */
+    /** Hands over some of the waiting frames. If any remain, the event descriptor stays readable. */
     void poll(DataPath& path);
-    /** To be called once a second; see CaptureSocket. */
+    /** Call once a second; see CaptureSocket. */
     void refresh();
 
     const std::vector<std::unique_ptr<CaptureSocket>>& attached() const { return m_sockets; }
     /** Of all interfaces that are or were attached. */
     uint64_t drops() const;
-    /** A trouble that wasn't told yet; empty if there is none. */
+    /** A problem that hasn't been reported yet; empty if there is none. */
     std::string take_problem();
 
  private:
@@ -45,8 +45,8 @@ class Interfaces {
 
     OwnedFd m_epoll;
     Sockets m_sockets;
-    std::unique_ptr<FrameBatch> m_batch;  ///< only while something is attached
-    size_t m_first = 0;                   ///< whose turn it is to come first
+    std::unique_ptr<FrameBatch> m_batch;  ///< only while an interface is attached
+    size_t m_first = 0;                   ///< index of the interface that goes first next time
     uint64_t m_past_drops = 0;
 };
 

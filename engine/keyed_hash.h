@@ -1,6 +1,6 @@
 #pragma once
-// A hash of words that nobody can aim at without knowing its seed: SipHash-1-3. Who sends the traffic must
-// not be able to choose which flows share a slot of the table.
+// A hash of words that can't be predicted without its seed: SipHash-1-3. Whoever sends the traffic must not
+// be able to choose which flows share a slot of the table.
 
 #include <bit>
 #include <cstdint>
@@ -10,11 +10,10 @@ namespace corvo::engine {
 
 class KeyedHash {
  public:
-    /** With a seed from the system's source of random numbers. */
+    /** Seeds it from the system's random number source. */
     KeyedHash();
 
-    /** Of inputs of different lengths, none may be another one with words added: lengths aren't told apart.
-     */
+    /** Lengths aren't hashed: no input may be another one with words appended. */
     uint64_t operator()(std::span<const uint64_t> words) const {
         State s{m_seed[0] ^ 0x736f6d6570736575u, m_seed[1] ^ 0x646f72616e646f6du,
                 m_seed[0] ^ 0x6c7967656e657261u, m_seed[1] ^ 0x7465646279746573u};

@@ -9,10 +9,10 @@
 
 namespace corvo::engine {
 
-/** Appends the layers that were found in the frame, then those of the verdict, if there is one. */
+/** Appends the layers found in the frame, then those of the verdict if there is one. */
 void append_layers(const Frame& frame, const Verdict& verdict, std::vector<std::string>& out);
 
-/** Lower-case name of an IP protocol; "ip-proto-" and its number where we have none. */
+/** Lower-case name of an IP protocol; "ip-proto-" and its number if we have no name for it. */
 std::string ip_protocol_name(uint8_t protocol);
 
 }  // namespace corvo::engine

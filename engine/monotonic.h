@@ -1,11 +1,11 @@
 #pragma once
-// The engine's only clock: ages are measured with it, and nDPI is handed it as packet time.
+// The engine's only clock: ages are measured with it, and nDPI gets it as packet time.
 
 #include <cstdint>
 
 namespace corvo::engine {
 
-/** Gives milliseconds that never go back; tests put one of their own in the place of `monotonic_ms`. */
+/** Returns milliseconds that never go backwards. Tests substitute their own for `monotonic_ms`. */
 using ClockFn = uint64_t (*)();
 
 /** Milliseconds of CLOCK_MONOTONIC. */

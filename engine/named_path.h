@@ -1,5 +1,5 @@
 #pragma once
-// A data path with what goes with it: its name, and the lists that are made of its flows.
+// A data path together with its name and the lists made from its flows.
 
 #include <cstdint>
 #include <string>
@@ -11,7 +11,7 @@
 namespace corvo::engine {
 
 struct NamedPath {
-    /** `instance` is another number for each path that ever was, from 1 on. */
+    /** `instance` is unique among all paths ever created, starting at 1. */
     NamedPath(std::string path_name, uint64_t path_instance, Classifiers& classifiers, uint32_t max_flows,
               DataPath::kind_e kind, ClockFn clock)
         : name(std::move(path_name)),
@@ -23,7 +23,7 @@ struct NamedPath {
     const uint64_t instance;
     DataPath data;
     FlowLists lists;
-    uint64_t used_ms = 0;  ///< when somebody named it last
+    uint64_t used_ms = 0;  ///< when it was last named in a call
 };
 
 }  // namespace corvo::engine

@@ -1,5 +1,5 @@
 #pragma once
-// What the engine tells the operators of the daemon, beyond its answers.
+// Notifications that the engine raises for the daemon's operators.
 
 #include <brumecpd/engine_notify.h>
 
@@ -7,7 +7,7 @@
 
 namespace corvo::engine {
 
-/** Raises a notification where there is a hub; never fails. */
+/** Raises a notification if there is a hub; never fails. */
 inline void raise_notice(const char* name, notif::Severity severity, const std::string& text) noexcept {
     if (!notif::__notify) return;
     try {

@@ -1,5 +1,5 @@
 #pragma once
-// Ownership of one descriptor, above the standard ones: those belong to whoever runs the process, and a
+// Owns one descriptor, numbered above the standard ones: those belong to whoever runs the process, and a
 // daemon runs with them closed.
 
 #include <fcntl.h>
@@ -13,7 +13,10 @@ namespace corvo::engine {
 class OwnedFd {
  public:
     OwnedFd() = default;
-    /** Takes the descriptor, under a higher number if need be; -1 is none. Keeps errno, or sets it. */
+    /**
+     * Takes ownership, moving the descriptor to a higher number if needed; -1 means none. Preserves errno, or
+     * sets it if that fails.
+     */
     explicit OwnedFd(int fd) : m_fd(fd) {
         if (fd < 0 || fd > STDERR_FILENO) return;
         m_fd = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);

@@ -5,7 +5,7 @@
 namespace corvo::engine {
 namespace {
 
-/** So few are sorted at once. */
+/** Ranges this short are sorted in one go. */
 constexpr size_t FEW = 512;
 
 bool before(const Ranked& a, const Ranked& b) {
@@ -31,7 +31,7 @@ const Ranked* Ranking::at(size_t position, const Budget& budget) {
     return &m_items[position];
 }
 
-// By the median of three that nobody can guess well enough to make it useless every time.
+// Pivot: the median of three random picks, which nobody can predict well enough to make every split useless.
 void Ranking::split(size_t end) {
     Ranked picked[3];
     for (Ranked& one : picked) {

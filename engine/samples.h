@@ -1,5 +1,5 @@
 #pragma once
-// The samples of the collectors, as JSON: what is counted, at the moment of asking. What the members mean is
+// The collectors' samples as JSON: the counters at the moment of asking. Their members are explained
 // in docs/engine-collectors.md.
 
 #include <json/value.h>
@@ -9,9 +9,9 @@
 
 namespace corvo::engine {
 
-/** Where the numbers come from. */
+/** Source of the counters. */
 struct SampleSource {
-    const DataPath* path;  ///< null while there is no data path; then its counts are 0
+    const DataPath* path;  ///< null while there is no data path; its counts are then 0
     const Interfaces& interfaces;
 };
 
@@ -23,7 +23,7 @@ Json::Value traffic_json(const Traffic& traffic);
 /** Packets that weren't classified, by cause. */
 Json::Value errors_json(const DataPath* path);
 
-/** How full the flow table is, percent, rounded down. */
+/** Flow table use in percent, rounded down. */
 uint64_t flow_table_use(const DataPath* path);
 
 }  // namespace corvo::engine

@@ -1,5 +1,5 @@
-// An engine that names a packet's protocol after its ports and remembers nothing. It is small on purpose:
-// what an engine of your own has to have is all here, and one method of its own, which you may leave out.
+// An engine that names a packet's protocol after its ports and remembers nothing. It is deliberately small:
+// everything an engine needs is here, plus one method of its own, which you may leave out.
 
 #include <brumecpd/engine_api.h>
 #include <brumecpd/engine_notify.h>
@@ -27,12 +27,12 @@ constexpr Port PORTS[] = {
     {22, 1, "SSH"}, {53, 2, "DNS"}, {80, 3, "HTTP"}, {123, 4, "NTP"}, {443, 5, "TLS"},
 };
 
-/** What the daemon calls to make an engine forget its flows. This one has none, so there's nothing to do. */
+/** What the daemon calls to make an engine forget its flows. This one has none, so these do nothing. */
 constexpr const char* FORGET[] = {"dp.veld.sui_lut_remove_all_links", "dp.ft.sui_ft_kill_all_flows"};
 
 constexpr const char* NO_COLLECTORS = "this engine has no collectors";
 
-/** The daemon calls from one thread and never twice at once: plain variables are enough. */
+/** The daemon calls from one thread and never concurrently, so plain variables are enough. */
 int g_evfd = -1;
 bool g_active = false;
 corvo::RpcCommandsTable* g_cmds = nullptr;
@@ -47,7 +47,7 @@ const Port* port_at(const unsigned char* at) {
     return port_of(static_cast<unsigned>(at[0] << 8 | at[1]));
 }
 
-/** The frame's own fields can't be trusted: nothing is read that `len` doesn't cover. */
+/** The frame's contents can't be trusted: nothing beyond `len` is read. */
 void classify(corvo::api::pkt_& pkt) {
     if (pkt.l4_off < pkt.l3_off || pkt.l4_off + 4 > pkt.len) {
         pkt.error = corvo::api::PKT_TRIMMED_L3;
@@ -62,14 +62,15 @@ void classify(corvo::api::pkt_& pkt) {
     pkt.visibility = 25;  // a guess
 }
 
-/** The method "ports.name": {"port": 53} has the result {"protocol": "DNS"}. */
+/** The method "ports.name": {"port": 53} returns {"protocol": "DNS"}. */
 class NameCommand : public corvo::RpcCommand {
  public:
     NameCommand() : RpcCommand("name") {}
 
  private:
     int _run(const string&, const Value& params, Value& res) override {
-        // What is neither an object nor absent makes the checks throw what would end the daemon.
+        // If `params` is neither an object nor absent, the checks throw an exception that would end
+        // the daemon.
         if (!params.isNull() && !params.isObject()) generate_parse_err(res, "'params' must be an object");
         check_field_type(params, "port", TYPE_UINT16, res);
         const Port* port = port_of(params["port"].asUInt());
@@ -97,7 +98,7 @@ void corvo_api_cp_init(const corvo::api::InitConfig& config, string& err) {
     g_cmds->load_component(component.release());
 }
 void corvo_api_cp_deinit(string&) {
-    // Its code goes away with this library: it is taken out and destroyed here.
+    // Its code is unloaded with this library, so remove and destroy it here.
     const std::unique_ptr<corvo::RpcComponent> component(g_cmds->lookup_component(COMPONENT));
     g_cmds->unload_component(COMPONENT);
     close(g_evfd);
@@ -105,7 +106,7 @@ void corvo_api_cp_deinit(string&) {
 }
 void corvo_api_cp_activate(const corvo::api::ActivateConfig&, string&) {
     g_active = true;
-    // Other programs than the daemon have nobody to tell.
+    // Other programs than the daemon don't provide it.
     if (corvo::notif::__notify)
         corvo::notif::__notify("engine", "port_engine.started", corvo::notif::SEV_INFO, "ports are watched");
 }
@@ -114,7 +115,7 @@ void corvo_api_cp_deactivate(string&) {
 }
 int corvo_api_cp_tick(string&) {
     uint64_t count = 0;
-    // Else the descriptor stays readable, and the next tick comes at once.
+    // Otherwise the descriptor stays readable, and the next tick comes at once.
     [[maybe_unused]] const ssize_t size = read(g_evfd, &count, sizeof(count));
     return 1000;
 }

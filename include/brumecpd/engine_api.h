@@ -1,21 +1,21 @@
 #pragma once
 // The boundary between brumecpd and an engine library: the records that cross it and the 22 functions that a
-// library must export. This header is all that an engine needs to be loaded and driven.
+// library must export. An engine needs nothing but this header to be loaded and driven.
 //
-// Rules that hold for every function:
-//  - All calls come from one thread, the daemon's scheduler, and never overlap. A call holds everything else
-//    up for as long as it takes: no request, tick or heartbeat is served meanwhile. Nothing may block.
-//  - The last std::string& argument, `err`, arrives empty. A function that failed leaves a non-empty text in
-//    it; that text reaches the client or the log unchanged. Failed means: nothing has changed.
-//    (`corvo_api_cp_push_pkts` has `err` third.)
-//  - References are valid until the function returns; a library keeps copies, never references.
+// Rules for every function:
+//  - All calls come from one thread, the daemon's scheduler, and never overlap. The daemon serves no
+//    requests, ticks or heartbeats during a call, so a call must not block.
+//  - The last std::string& argument, `err`, is empty on entry. A function that fails leaves a non-empty text
+//    in it, which reaches the client or the log unchanged, and must have changed nothing.
+//    (`corvo_api_cp_push_pkts` has `err` in third place.)
+//  - References are valid until the function returns; a library must keep copies, not references.
 //  - No exception may leave a function.
 //  - std::string, std::vector and Json::Value cross by reference, so library and daemon must be built with
 //    the same C++ run-time library and the same jsoncpp.
 //
-// Order of calls: init, then ticks until deinit; activate and deactivate between them; attach and detach
-// between activate and deactivate. `deinit` leaves the library as it was before `init`: it may be closed, or
-// initialised once more.
+// Order of calls: init, then ticks until deinit; activate and deactivate in between; attach and detach
+// between activate and deactivate. `deinit` leaves the library as it was before `init`: it may then be closed
+// or initialised again.
 
 #include <json/value.h>
 
@@ -27,7 +27,7 @@
 
 namespace corvo {
 
-/** The daemon's table of RPC methods, which a library may add to: see engine_rpc.h. */
+/** The daemon's table of RPC methods, to which a library may add: see engine_rpc.h. */
 class RpcCommandsTable;
 
 namespace api {
@@ -45,8 +45,8 @@ struct InitConfig {
     uint32_t shm_size = 0;  ///< bytes; meaningful only for SHM_DEVMEM
     std::string cp_addr;    ///< control-plane address of this daemon
     /**
-     * Not owned; outlives the library's use. A component that the library loads into it must be taken out
-     * again (and destroyed by the library) in `corvo_api_cp_deinit`: its code goes away with the library.
+     * Not owned; outlives the library's use of it. A library that loads a component into it must remove and
+     * destroy that component in `corvo_api_cp_deinit`, as its code is unloaded with the library.
      */
     RpcCommandsTable* cmds = nullptr;
 };
@@ -65,21 +65,24 @@ enum pkt_error_e : uint32_t {
     PKT_MAX_FLOWS_REACHED = 2,
     PKT_NO_MEM = 3,
     PKT_NON_IP = 4,
-    PKT_NON_FFRAG = 5,   ///< a fragment that isn't the first of its packet
-    PKT_TRIMMED_L3 = 6,  ///< headers cut short
+    PKT_NON_FFRAG = 5,   ///< a fragment other than the first of its packet
+    PKT_TRIMMED_L3 = 6,  ///< truncated headers
     PKT_IPV6_FRAG = 7,
 };
 
-/** One packet of `corvo_api_cp_push_pkts`. The engine trusts no field of the frame and reads `len` bytes. */
+/**
+ * One packet of `corvo_api_cp_push_pkts`. The engine must not trust the frame's contents and reads at most
+ * `len` bytes.
+ */
 struct pkt_ {
     unsigned char* data = nullptr;  ///< in: the frame from its Ethernet header; owned by the daemon
     uint16_t len = 0;               ///< in: length of the frame in bytes
     uint16_t l3_off = 0;            ///< in: offset of the IP header
     uint16_t l4_off = 0;            ///< in: offset of the transport header
-    uint16_t aging_sec = 0;         ///< out: idle time-out of the packet's flow, seconds
+    uint16_t aging_sec = 0;         ///< out: idle timeout of the packet's flow, seconds
     uint32_t ns_id = 0;             ///< in: name space of the flow, chosen by the client
     uint32_t cls = 0;               ///< out: classification id; 0 means not classified
-    uint16_t visibility = 0;        ///< out: the engine's own value
+    uint16_t visibility = 0;        ///< out: meaning defined by the engine
     std::string protocol;           ///< out: name of the recognised protocol
     std::vector<std::pair<uint16_t, uint16_t>> cat;  ///< out: category id and value
     std::vector<std::string> tph;                    ///< out: protocol layers
@@ -104,7 +107,7 @@ struct ExporterConfig {
 };
 
 #if UINTPTR_MAX == UINT32_MAX
-// The layouts that libraries of the 32-bit target were built against.
+// The layouts that libraries for the 32-bit target were built against.
 static_assert(sizeof(std::string) == 24 && sizeof(std::vector<int>) == 12);
 static_assert(sizeof(InitConfig) == 64 && offsetof(InitConfig, shm_dev) == 4 &&
               offsetof(InitConfig, shm_addr) == 28 && offsetof(InitConfig, shm_size) == 32 &&
@@ -126,54 +129,51 @@ static_assert(sizeof(ActivateConfig) == 8 && offsetof(ActivateConfig, dp_workers
 #define BRUMECPD_ENGINE_API extern "C" [[gnu::visibility("default")]]
 
 // --- life
-// ---------------------------------------------------------------------------------------------------
 
-/** Called once after the library was opened. Nothing is called before it. */
+/** Called once after the library has been opened, before any other function. */
 BRUMECPD_ENGINE_API void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string& err);
-/** Releases all that `init` took. The daemon closes the library afterwards, even if this failed. */
+/** Releases everything that `init` acquired. The daemon then closes the library, even if this failed. */
 BRUMECPD_ENGINE_API void corvo_api_cp_deinit(std::string& err);
 /** Starts the data path. */
 BRUMECPD_ENGINE_API void corvo_api_cp_activate(const corvo::api::ActivateConfig& config, std::string& err);
 /** Stops the data path. All interfaces have been detached before, unless a detach failed. */
 BRUMECPD_ENGINE_API void corvo_api_cp_deactivate(std::string& err);
 /**
- * Periodic work. Gives the wanted delay to the next call in milliseconds, counted from this one's end; 0: on
- * the scheduler's next turn; negative: no preference, one second. Counts also when `err` is set.
+ * Periodic work. Returns the delay until the next call in milliseconds, counted from the end of this one; 0
+ * means on the scheduler's next turn, a negative value means no preference (one second). The result counts
+ * even if `err` is set.
  */
 BRUMECPD_ENGINE_API int corvo_api_cp_tick(std::string& err);
 /**
- * Gives a descriptor, above 0, that becomes readable when the engine wants a tick at once. It belongs to the
- * library and stays open until `deinit`. The tick must take the readiness away, or it is called again at
- * once.
+ * Sets `fd` to a descriptor above 0 that becomes readable when the engine wants a tick at once. The library
+ * owns it and keeps it open until `deinit`. The tick must clear the readiness, or it is called again at once.
  */
 BRUMECPD_ENGINE_API void corvo_api_cp_get_evfd(int& fd, std::string& err);
 
 // --- packets and data paths
-// -----------------------------------------------------------------------------------
 
 /**
- * Classifies the packets in order and fills the output fields in place; the vector's size doesn't change.
- * Without `extended` only `protocol` and `cls` are looked at. `dpaddr` names the data path; empty: any.
+ * Classifies the packets in order and fills their output fields in place; the vector's size doesn't change.
+ * Without `extended`, only `protocol` and `cls` are read. `dpaddr` names the data path; empty means any.
  */
 BRUMECPD_ENGINE_API void corvo_api_cp_push_pkts(const std::string& dpaddr,
                                                 std::vector<corvo::api::pkt_>& pkts, std::string& err,
                                                 bool extended);
 /**
- * Runs a named internal function with at most 8 arguments and gives its output in `result`. The daemon itself
+ * Runs a named internal function with at most 8 arguments and puts its output in `result`. The daemon itself
  * calls "dp.veld.sui_lut_remove_all_links" and "dp.ft.sui_ft_kill_all_flows", to forget all flows.
  */
 BRUMECPD_ENGINE_API void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
                                              const std::vector<uint32_t>& args, std::string& result,
                                              std::string& err);
-/** Any JSON value that tells the engine's version; goes into `status` as it is. */
+/** Sets `out` to any JSON value that tells the engine's version; it goes into `status` unchanged. */
 BRUMECPD_ENGINE_API void corvo_api_cp_get_version(Json::Value& out, std::string& err);
 /** Appends the addresses of the data paths: the values that `dpaddr` may have. */
 BRUMECPD_ENGINE_API void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err);
 
 // --- interfaces
-// ---------------------------------------------------------------------------------------------
 
-/** Takes the interface into the data path. */
+/** Adds the interface to the data path. */
 BRUMECPD_ENGINE_API void corvo_api_cp_intf_attach(const std::string& ifname, std::string& err);
 /** Releases the interface. */
 BRUMECPD_ENGINE_API void corvo_api_cp_intf_detach(const std::string& ifname, std::string& err);
@@ -181,11 +181,10 @@ BRUMECPD_ENGINE_API void corvo_api_cp_intf_detach(const std::string& ifname, std
 BRUMECPD_ENGINE_API void corvo_api_cp_intf_get(std::vector<std::string>& out, std::string& err);
 
 // --- collectors, exporter and health: may be called before `activate`
-// -----------------------------------------
 
 BRUMECPD_ENGINE_API void corvo_api_cp_collector_enable(const std::string& component, std::string& err);
 BRUMECPD_ENGINE_API void corvo_api_cp_collector_disable(const std::string& component, std::string& err);
-/** `interval` in milliseconds. */
+/** `interval` is in milliseconds. */
 BRUMECPD_ENGINE_API void corvo_api_cp_collector_set_interval(const std::string& component, uint64_t interval,
                                                              std::string& err);
 /** Fills `out` with the members "collectables", an array or object, and "exporter". */
@@ -197,5 +196,5 @@ BRUMECPD_ENGINE_API void corvo_api_cp_collect_set_exporter(const corvo::api::Exp
                                                            std::string& err);
 BRUMECPD_ENGINE_API void corvo_api_cp_health_get(Json::Value& out, bool verbose, std::string& err);
 BRUMECPD_ENGINE_API void corvo_api_cp_health_conf_get(Json::Value& out, std::string& err);
-/** `conf` is an object; nothing of it is taken when anything in it is wrong. */
+/** `conf` is an object. If anything in it is wrong, none of it is applied. */
 BRUMECPD_ENGINE_API void corvo_api_cp_health_conf_set(const Json::Value& conf, std::string& err);

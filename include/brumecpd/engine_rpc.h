@@ -1,12 +1,12 @@
 #pragma once
-// RPC methods as objects, for libraries that bring methods of their own. A command checks its parameters with
-// the helpers of its base, does its work and writes `res["result"]`. A component groups commands; the
-// daemon's table, which `corvo_api_cp_init` gets as `InitConfig::cmds`, maps the text of a request's `method`
-// to a command.
+// RPC methods as objects, for libraries that bring their own. A command checks its parameters with the
+// helpers of its base class, does its work and writes `res["result"]`. A component groups commands. The
+// daemon's table, which `corvo_api_cp_init` receives as `InitConfig::cmds`, maps the text of a request's
+// `method` to a command.
 //
-// The daemon exports all of this. A library that includes this header can be opened only by a program that
-// does, as the daemon and brumecp-engine-check do. Order and types of members and virtual functions are part
-// of the boundary: what is added goes elsewhere.
+// The daemon exports all of this. A library that includes this header can only be opened by a program that
+// does the same, as brumecp-engine-check does. The order and types of members and virtual functions are part
+// of the boundary, so additions go elsewhere.
 //
 // Commands run on the one thread that also calls the library's functions; nothing may block.
 
@@ -25,7 +25,7 @@ namespace corvo {
 /** Result of a command. */
 enum cmd_rc_e : uint32_t {
     CMD_OK = 0,
-    CMD_BAD_PARAMS = 1,    ///< error -32602 at the client
+    CMD_BAD_PARAMS = 1,    ///< the client gets error -32602
     CMD_EXEC_FAILED = 2,   ///< -32000
     CMD_INTERNAL_ERR = 3,  ///< -32603
     CMD_TRY_AGAIN = 4,     ///< -32001
@@ -33,7 +33,7 @@ enum cmd_rc_e : uint32_t {
     CMD_NO_RESULTS = 6,    ///< -32003
 };
 
-/** Ends a command with a result other than CMD_OK; the explanation stands in its output already. */
+/** Ends a command with a result other than CMD_OK; the explanation is already in the command's output. */
 class [[gnu::visibility("default")]] RpcCommandException : public Exception {
  public:
     RpcCommandException(const std::string& message, uint32_t rc);
@@ -44,10 +44,10 @@ class [[gnu::visibility("default")]] RpcCommandException : public Exception {
 };
 
 /**
- * Checks of parameters with the texts that clients know. `res` is the command's output. Every failure sets
- * `res["specific_err"]` and throws RpcCommandException: CMD_BAD_PARAMS for a field, CMD_EXEC_FAILED for what
- * `validate_...` refuses. `params` that is neither null nor an object throws a plain Exception, which a
- * command must not let out: it would stop the daemon.
+ * Parameter checks with the error texts that clients know. `res` is the command's output. Every failure sets
+ * `res["specific_err"]` and throws RpcCommandException: CMD_BAD_PARAMS for a field, CMD_EXEC_FAILED for a
+ * value that a `validate_...` function rejects. `params` that is neither null nor an object throws a plain
+ * Exception, which a command must not let out: it would stop the daemon.
  */
 class [[gnu::visibility("default")]] RpcParser {
  public:
@@ -68,31 +68,33 @@ class [[gnu::visibility("default")]] RpcParser {
     const char* type_to_str(field_type_e type);
     const char* json_type_to_name(const Json::Value& value);
 
-    /** Member `name` of the object `params`. Null `params` counts as a missing field. */
+    /** Checks member `name` of the object `params`. Null `params` counts as a missing field. */
     void check_field_type(const Json::Value& params, const std::string& name, field_type_e type,
                           Json::Value& res);
-    /** Element `index` of an array. */
+    /** Checks element `index` of an array. */
     void check_field_type(const Json::Value& array, int index, field_type_e type, Json::Value& res);
-    /** The value itself. */
+    /** Checks the value itself. */
     void check_field_type_common(const Json::Value& value, const std::string& name, field_type_e type,
                                  Json::Value& res);
 
-    /** Returns the pointer of the list whose text the member equals. There is the one for `const char*`. */
+    /**
+     * Returns the pointer from `choices` whose text equals the member. Only the `const char*` version exists.
+     */
     template <typename T>
     T parse_choice(const Json::Value& params, const std::string& name, std::initializer_list<T> choices,
                    Json::Value& res);
-    /** Member `name`, a literal, as text. */
+    /** Returns member `name`, a string literal, as text. */
     template <typename T>
     const std::string parse_string(const Json::Value& params, const T& name, Json::Value& res) {
         check_field_type(params, name, TYPE_STRING, res);
         return params[name].asString();
     }
 
-    /** A folder that exists. */
+    /** Checks for an existing folder. */
     void validate_path(const std::string& path, Json::Value& res);
-    /** A regular file that exists. */
+    /** Checks for an existing regular file. */
     void validate_file(const std::string& path, Json::Value& res);
-    /** An IPv4 or IPv6 address. */
+    /** Checks for an IPv4 or IPv6 address. */
     void validate_ip(const std::string& ip, Json::Value& res);
 
     /** Ends the command with CMD_BAD_PARAMS. */
@@ -113,7 +115,7 @@ class [[gnu::visibility("default")]] RpcCommand : public RpcParser {
     RpcCommand& operator=(const RpcCommand&) = delete;
     virtual ~RpcCommand();
 
-    /** Returns what the command returned, or the result that an RpcCommandException ended it with. */
+    /** Returns what the command returned, or the result of the RpcCommandException that ended it. */
     int run(const std::string& method, const Json::Value& params, Json::Value& res);
 
     /** Ends the command with CMD_EXEC_FAILED. */
@@ -123,8 +125,8 @@ class [[gnu::visibility("default")]] RpcCommand : public RpcParser {
 
  protected:
     /**
-     * The command itself; returns CMD_OK or another of the results. Only RpcCommandException may leave it:
-     * anything else stops the daemon.
+     * The command itself; returns CMD_OK or another result. Only RpcCommandException may leave it: anything
+     * else stops the daemon.
      */
     virtual int _run(const std::string& method, const Json::Value& params, Json::Value& res) = 0;
 
@@ -134,8 +136,8 @@ class [[gnu::visibility("default")]] RpcCommand : public RpcParser {
 };
 
 /**
- * Owns its commands. A component of a library's own may fill itself in its constructor, but adds no members:
- * it is destroyed as an RpcComponent.
+ * Owns its commands. A library's component may fill itself in its constructor, but must add no members: it is
+ * destroyed as an RpcComponent.
  */
 class [[gnu::visibility("default")]] RpcComponent {
  public:
@@ -154,7 +156,7 @@ class [[gnu::visibility("default")]] RpcComponent {
     std::vector<std::unique_ptr<RpcCommand>> m_commands;
 };
 
-/** Maps "component.command", or "command" where the component has no name, to a command. */
+/** Maps "component.command", or "command" if the component has no name, to a command. */
 class [[gnu::visibility("default")]] RpcCommandsTable {
  public:
     RpcCommandsTable();
@@ -162,20 +164,22 @@ class [[gnu::visibility("default")]] RpcCommandsTable {
     RpcCommandsTable& operator=(const RpcCommandsTable&) = delete;
     ~RpcCommandsTable();
 
-    /** `reset`, then marks the table as initialised. The arguments are not used. */
+    /** Calls `reset`, then marks the table as initialised. The arguments are unused. */
     void init(const std::string&, int, int);
     /** Destroys all components and empties the table. */
     void reset();
-    /** Takes ownership. A key that is there already is overwritten: the last one loaded wins. */
+    /** Takes ownership. A key that already exists is overwritten: the last one loaded wins. */
     void load_component(RpcComponent * component);
-    /** Returns ownership to the caller, who looked the component up before. @throws Exception for an unknown
-     * name */
+    /**
+     * Returns ownership to the caller, who must have looked the component up before. Throws Exception for an
+     * unknown name.
+     */
     void unload_component(const std::string& name);
-    /** Null where there is none. */
+    /** Null if there is none. */
     RpcComponent* lookup_component(const std::string& name);
-    /** The command of this key, else the one under "*.*", else null. */
+    /** The command with this key, else the one under "*.*", else null. */
     RpcCommand* lookup(const std::string& method) const;
-    /** Appends every key, in no order. */
+    /** Appends every key, in no particular order. */
     void query(std::vector<std::string> & out);
 
  private:

@@ -1,6 +1,6 @@
 #pragma once
-// The error type of the daemon: thrown by value, caught by reference. What an operation of the operating
-// system failed with follows its own text.
+// The daemon's error type: thrown by value, caught by reference. For a failed system call, the system's
+// description follows the message.
 
 #include <stdexcept>
 #include <string>

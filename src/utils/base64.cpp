@@ -27,7 +27,7 @@ unsigned value_of(char c) {
     return pr2six[static_cast<unsigned char>(c)];
 }
 
-/** The two characters of every 12 bits: an encoder that looks up half as often is twice as fast. */
+/** The two characters for each 12-bit value. An encoder with half as many lookups is twice as fast. */
 struct Pairs {
     char of[4096][2];
     constexpr Pairs() : of{} {
@@ -44,7 +44,7 @@ size_t encoded_size(size_t len) {
     return (len + 2) / 3 * 4;
 }
 
-/** Characters of the alphabet before the first that isn't one; a NUL ends every text. */
+/** Number of alphabet characters before the first other one; the NUL at the end of a text counts as other. */
 size_t count_valid(const char* in) {
     size_t count = 0;
     while (value_of(in[count]) != NO_VALUE)
@@ -52,7 +52,7 @@ size_t count_valid(const char* in) {
     return count;
 }
 
-/** A last group of one character holds no whole byte. */
+/** A single character in the last group doesn't make up a whole byte. */
 size_t decoded_size(size_t chars) {
     return chars / 4 * 3 + (chars % 4 > 1 ? chars % 4 - 1 : 0);
 }

@@ -1,5 +1,5 @@
 #pragma once
-// Signals held back for as long as something runs that they must not interrupt.
+// Holds back signals while something runs that they must not interrupt.
 
 #include <csignal>
 #include <span>
@@ -7,8 +7,8 @@
 namespace corvo {
 
 /**
- * Blocks the given signals while it lives; one that comes meanwhile is delivered when it ends. Keeps errno on
- * destruction. For processes of one thread.
+ * Blocks the given signals during its lifetime; one that arrives in the meantime is delivered at the end.
+ * Preserves errno on destruction. For single-threaded processes.
  */
 class BlockedSignals {
  public:
@@ -17,7 +17,7 @@ class BlockedSignals {
     BlockedSignals& operator=(const BlockedSignals&) = delete;
     ~BlockedSignals();
 
-    /** The mask from before. */
+    /** The signal mask before blocking. */
     const sigset_t& previous() const { return m_previous; }
 
  private:

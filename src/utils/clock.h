@@ -1,6 +1,6 @@
 #pragma once
-// The one place that reads clocks. Decisions and measurements use the monotonic clock; the wall clock stands
-// only in stamps for people. All of these are safe in signal context.
+// The one place that reads clocks. Decisions and measurements use the monotonic clock; the wall clock is only
+// for timestamps that people read. All functions are safe in signal context.
 
 #include <cstdint>
 

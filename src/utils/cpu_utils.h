@@ -1,5 +1,5 @@
 #pragma once
-// What the processor says of itself.
+// Facts about the processor.
 
 #include <string>
 
@@ -9,7 +9,7 @@ class CpuUtils {
  public:
     /** Machine name, " @ " and "32 bit", which clients expect whatever the word size of the build. */
     static std::string Arch();
-    /** Whole MHz of the first processor listed; 0 if unknown. */
+    /** Speed of the first listed processor in whole MHz; 0 if unknown. */
     static int GetCpuFreq();
 };
 

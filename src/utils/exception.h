@@ -1,4 +1,5 @@
 #pragma once
-// The error type between modules. Engine libraries throw and catch it, too: it is part of their boundary.
+// The error type used between modules. Engine libraries throw and catch it too, so it is part of
+// their boundary.
 
 #include <brumecpd/exception.h>

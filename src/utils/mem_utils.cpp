@@ -21,7 +21,7 @@ constexpr size_t STATM_LINE_LIMIT = 1024;
 constexpr size_t STATUS_LINE_LIMIT = 128;
 constexpr size_t UNIT_LEN = 3;  // "kB\n"
 
-/** A line such as "7f01c000-7f01d000 r-xp 00002000 fe:01 5242 /lib/x.so". */
+/** Parses a line such as "7f01c000-7f01d000 r-xp 00002000 fe:01 5242 /lib/x.so". */
 bool parse_map(const std::string& line, MemUtils::MemMap& map) {
     std::istringstream in(line);
     uintptr_t start = 0;
@@ -42,7 +42,7 @@ bool parse_map(const std::string& line, MemUtils::MemMap& map) {
 }  // namespace
 
 MemUtils::ProcessMem MemUtils::get_process_mem() {
-    // Without a stream: this is asked for in every answer about the state.
+    // Avoids a stream, as every status reply asks for this.
     UniqueFd file(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
     char line[STATM_LINE_LIMIT] = "";
     if (!file || read(file.get(), line, sizeof line - 1) <= 0) return {};

@@ -25,7 +25,8 @@ struct IfaddrsFreer {
     void operator()(ifaddrs* list) const { freeifaddrs(list); }
 };
 
-/** `inet_pton` stops at a NUL byte: without the check, whatever a client puts behind one would pass unseen.
+/**
+ * `inet_pton` stops at a NUL byte. Without this check, anything a client puts after one would be accepted.
  */
 bool parse_address(int family, const std::string& text, void* out) {
     return text.find('\0') == std::string::npos && inet_pton(family, text.c_str(), out) == 1;
@@ -72,7 +73,7 @@ std::string NetUtils::ip_to_ifname(const std::string& ip) {
 }
 
 std::string NetUtils::get_hostname() {
-    std::array<char, HOSTNAME_LIMIT + 1> name{};  // one more: a name that is cut has no terminating NUL
+    std::array<char, HOSTNAME_LIMIT + 1> name{};  // one extra byte: a truncated name isn't NUL-terminated
     return gethostname(name.data(), HOSTNAME_LIMIT) == 0 ? name.data() : "";
 }
 
@@ -86,7 +87,7 @@ bool NetUtils::is_valid_ipv6(const std::string& text) {
     return parse_address(AF_INET6, text, &address);
 }
 
-// Without printf, which `inet_ntop` uses, too: this is done for the peer of every TCP request.
+// Avoids printf, which `inet_ntop` uses as well: every TCP request needs the text of its peer.
 std::string NetUtils::ip2str(uint32_t ip) {
     std::array<char, INET_ADDRSTRLEN> text{};
     char* out = text.data();

@@ -1,6 +1,6 @@
 #pragma once
-// Whether a debugger or tracer looks on. It protects nothing: a halted process only must not be taken for a
-// hanging one.
+// Whether a debugger or tracer is attached. This isn't protection: it only keeps a halted process from being
+// mistaken for a hanging one.
 
 class TraceUtils {
  public:

@@ -14,7 +14,7 @@ bool is_trusted(const struct stat& info) {
     return info.st_uid == 0 || info.st_uid == geteuid();
 }
 
-/** Opens what `link` points to, as seen from its folder. */
+/** Opens the target of `link`, resolved relative to the link's folder. */
 UniqueFd open_target(int folder, int link, int flags, mode_t mode) {
     char target[PATH_MAX];
     const ssize_t length = readlinkat(link, "", target, sizeof(target) - 1);
@@ -28,7 +28,7 @@ UniqueFd open_target(int folder, int link, int flags, mode_t mode) {
 UniqueFd open_unless_trap(const std::string& path, int flags, mode_t mode) {
     UniqueFd file(lift_fd(open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode)));
     if (file || errno != ELOOP) return file;
-    // Both are held while they are judged, so that neither can be replaced in between.
+    // Both stay open while they are checked, so that neither can be replaced in between.
     const size_t slash = path.rfind('/');
     const std::string folder_path = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const UniqueFd folder(lift_fd(open(folder_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));

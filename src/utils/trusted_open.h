@@ -1,5 +1,5 @@
 #pragma once
-// Opening files by a name that somebody else could have put a link to.
+// Opens files by a name under which somebody else may have placed a link.
 
 #include <sys/types.h>
 
@@ -10,8 +10,9 @@
 namespace corvo {
 
 /**
- * `open`, but for a link that belongs neither to our effective user nor to root, in a folder that others may
- * write to: that is somebody's trap, and fails with EPERM. Above the standard descriptors, close-on-exec.
+ * Like `open`, but refuses to follow a link that is owned by neither our effective user nor root and lies in
+ * a folder that others can write to: it may be a trap, so the call fails with EPERM. The descriptor is above
+ * the standard ones and close-on-exec.
  */
 UniqueFd open_unless_trap(const std::string& path, int flags, mode_t mode = 0);
 

@@ -3,7 +3,7 @@
 
 namespace corvo {
 
-/** Owns one descriptor and closes it. -1 means none. Keeps errno on destruction. */
+/** Owns one descriptor and closes it. -1 means none. Preserves errno on destruction. */
 class UniqueFd {
  public:
     UniqueFd() = default;
@@ -17,7 +17,7 @@ class UniqueFd {
 
     int get() const { return m_fd; }
     explicit operator bool() const { return m_fd >= 0; }
-    /** Gives the descriptor up without closing it. */
+    /** Releases ownership without closing. */
     int release() {
         int fd = m_fd;
         m_fd = -1;
@@ -30,14 +30,16 @@ class UniqueFd {
 };
 
 /**
- * Moves a descriptor above 2, keeping its close-on-exec flag, and gives its new number. A daemon runs with
- * 0 to 2 closed: without this, its sockets and timers would be handed those numbers, and 1 and 2 receive
- * whatever a library prints. -1 is passed through with errno untouched; a failed move closes `fd` and
- * gives -1 with errno set.
+ * Moves a descriptor above 2, keeping its close-on-exec flag, and returns its new number. A daemon runs with
+ * 0 to 2 closed: without this, its sockets and timers would get those numbers, and whatever a library prints
+ * would be written to 1 and 2. Passes -1 through with errno untouched. If the move fails, closes `fd` and
+ * returns -1 with errno set.
  */
 int lift_fd(int fd);
 
-/** Opens /dev/null as each of the descriptors 0 to 2 that is closed, so that nobody is handed one of them. */
+/**
+ * Opens /dev/null as each of the descriptors 0 to 2 that is closed, so that nothing else gets one of them.
+ */
 void occupy_standard_fds();
 
 }  // namespace corvo

@@ -36,7 +36,7 @@ bool URIParser::parse(const std::string& uri) {
 }
 
 bool URIParser::parse_port(const std::string& text) {
-    // The conversion takes a negative number modulo its range, which can end up as a port.
+    // The conversion wraps negative numbers around, which could yield a valid port.
     if (text.find('-') != std::string::npos) return false;
     try {
         size_t used = 0;
@@ -44,7 +44,7 @@ bool URIParser::parse_port(const std::string& text) {
         if (value > std::numeric_limits<uint32_t>::max()) return false;
         m_port = static_cast<uint32_t>(value);
         return used == text.size();
-    } catch (const std::logic_error&) {  // no number, or one out of range
+    } catch (const std::logic_error&) {  // not a number, or out of range
         return false;
     }
 }

@@ -1,5 +1,5 @@
 #pragma once
-// A text of protocol, "://", server, ":" and port, taken apart.
+// Splits a text made of protocol, "://", server, ":" and port.
 
 #include <cstdint>
 #include <string>
@@ -10,13 +10,13 @@ class URIParser {
  public:
     enum server_type_e : uint32_t { SERVER_IPV4 = 0, SERVER_IPV6 = 1, SERVER_NAME = 2 };
 
-    /** Never throws: the first step that fails leaves `valid` false, and what was found so far in place. */
+    /** Never throws. The first step that fails leaves `valid` false and everything parsed so far in place. */
     explicit URIParser(const std::string& uri);
 
     bool validate_protocol() const;
     /** Sets the server type. */
     bool validate_server();
-    /** 1 to 65534. */
+    /** Accepts 1 to 65534. */
     bool validate_port() const;
 
     const std::string& protocol() const { return m_protocol; }

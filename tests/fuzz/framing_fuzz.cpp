@@ -19,8 +19,7 @@ using corvo::EventRC;
 using corvo::UniqueFd;
 
 /** One end of a pair of sockets in the place of an accepted connection. */
-class PairTransport : public corvo::rpc::RpcTransportTCP {
- public:
+struct PairTransport : corvo::rpc::RpcTransportTCP {
     explicit PairTransport(int fd) : RpcTransportTCP("127.0.0.1", 0) { m_fd = fd; }
 };
 

@@ -2,6 +2,7 @@
 // given. Each name is printed before its input runs, so that a crash names its file. Each input runs, too,
 // cut off at every length and with each of its bytes changed.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -46,19 +47,13 @@ int main(int argc, char** argv) {
     std::set<fs::path> inputs;
     for (const char* const* arg = argv + 1; arg != argv + argc; ++arg) {
         const fs::path path = fs::absolute(*arg);  // targets may go to a folder of their own
-        if (!fs::is_directory(path)) {
+        if (fs::is_directory(path))
+            inputs.insert(fs::directory_iterator(path), {});
+        else
             inputs.insert(path);
-            continue;
-        }
-        for (const auto& entry : fs::directory_iterator(path))
-            inputs.insert(entry.path());
     }
-    if (inputs.empty()) {
-        std::fprintf(stderr, "no inputs\n");
-        return 1;
-    }
-    LLVMFuzzerTestOneInput(nullptr, 0);
-    for (const fs::path& path : inputs)
-        replay(path);
-    return 0;
+    run("", 0);
+    std::for_each(inputs.begin(), inputs.end(), replay);
+    if (inputs.empty()) std::fprintf(stderr, "no inputs\n");
+    return inputs.empty();
 }

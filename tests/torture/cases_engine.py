@@ -102,6 +102,7 @@ class Run:
 
     def stuck(self):
         """Before its first heartbeat a child may take as long as it likes; a stop still ends it."""
+        time.sleep(3)  # longer than all time-outs
         hold(self.daemon.running() and self.daemon.call("ping", seconds=0.5) is None, "it answers")
 
     def reloaded(self):

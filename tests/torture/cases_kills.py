@@ -147,8 +147,10 @@ def stopped_parent(trial):
     time.sleep(0.6)  # the first heartbeat
     daemon.signal(signal.SIGSTOP)
     with Load(daemon) as load:
-        time.sleep(4)
-    hold(load.answered > 0, "the child doesn't answer meanwhile")
+        time.sleep(2)
+        at_first = load.answered
+        time.sleep(2)
+    hold(load.answered > at_first, "the child doesn't answer meanwhile")
     daemon.signal(signal.SIGCONT)
     time.sleep(1)
     hold(daemon.child() == child and daemon.alive(), "the child paid for its parent's pause")
@@ -214,7 +216,7 @@ int clock_gettime(clockid_t id, struct timespec* t) {
 def wall_clock(trial):
     shim = trial.folder / "steps.so"
     subprocess.run(["cc", "-shared", "-fPIC", "-x", "c", "-", "-o", shim], input=STEPS.encode(), check=True)
-    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=ENGINE, preload=shim)
+    daemon = trial.daemon("-a", "-v", "debug", *RELOAD, *IMPATIENT, engine=ENGINE, preload=shim)
     child = daemon.child()
     with Load(daemon) as load:
         time.sleep(3)

@@ -22,7 +22,7 @@ void write_capture(corvo::capture_type type, const std::string& path, const std:
     if (!writer) throw std::runtime_error("can't write " + path);
 }
 
-/** A number in the byte order that isn't this machine's. */
+/** A number in the opposite byte order to this machine's. */
 Bytes foreign(int width, uint64_t value) {
     Bytes bytes = ByteWriter().number(width, static_cast<uint32_t>(value));
     if constexpr (std::endian::native == std::endian::big) std::reverse(bytes.begin(), bytes.end());

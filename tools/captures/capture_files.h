@@ -1,5 +1,5 @@
 #pragma once
-// Frames as capture files. Each frame comes a millisecond after the one before.
+// Writes frames as capture files, each a millisecond after the one before.
 
 #include <string>
 #include <vector>
@@ -8,13 +8,13 @@
 
 namespace test {
 
-// Each throws if the file can't be written.
+// These throw if the file can't be written.
 void write_pcap(const std::string& path, const std::vector<Bytes>& frames);
-/** As a machine of the other byte order would write it. */
+/** Writes the file as a machine with the opposite byte order would. */
 void write_swapped_pcap(const std::string& path, const std::vector<Bytes>& frames);
 void write_erf(const std::string& path, const std::vector<Bytes>& frames);
 
-/** The time of the frame at an index, in these files: microseconds of the epoch. */
+/** The time that these files give to the frame at `index`, in microseconds since the Epoch. */
 constexpr uint64_t frame_time_usec(size_t index) {
     return 1700000000ULL * 1000000 + index * 1000;
 }

@@ -32,7 +32,7 @@ void put_checksum(Bytes& segment, size_t offset, uint32_t sum) {
     segment[offset + 1] = static_cast<unsigned char>(sum);
 }
 
-/** Over the segment and the pseudo header, which has the same sum for both versions of IP. */
+/** Covers the segment and the pseudo header, whose sum is the same for both IP versions. */
 uint32_t transport_checksum(const Path& path, uint8_t protocol, const Bytes& segment) {
     ByteWriter covered;
     covered.bytes(address(path.from)).bytes(address(path.to));
@@ -57,7 +57,7 @@ Bytes ipv6_packet(const Path& path, uint8_t protocol, const Bytes& segment) {
     ByteWriter payload;
     for (size_t i = 0; i < path.ipv6_extensions.size(); i++) {
         bool is_last = i + 1 == path.ipv6_extensions.size();
-        // 8 bytes: next header, no further words, and an option that pads the rest.
+        // 8 bytes: next header, length 0 (no further 8-byte units), and an option that pads the rest.
         payload.u8(is_last ? protocol : path.ipv6_extensions[i + 1]).u8(0).u8(1).u8(4).u32(0);
     }
     payload.bytes(segment);
@@ -125,7 +125,7 @@ Bytes udp_frame(const Path& path, const Bytes& payload) {
     writer.u16(path.from_port).u16(path.to_port).u16(static_cast<uint32_t>(8 + payload.size())).u16(0);
     Bytes segment = writer.bytes(payload);
     uint32_t sum = transport_checksum(path, IP_UDP, segment);
-    put_checksum(segment, 6, sum == 0 ? 0xFFFF : sum);  // 0 would say that there is none
+    put_checksum(segment, 6, sum == 0 ? 0xFFFF : sum);  // 0 would mean that there is no checksum
     return ip_frame(path, IP_UDP, segment);
 }
 

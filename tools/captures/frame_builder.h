@@ -1,5 +1,5 @@
 #pragma once
-// Ethernet frames with correct lengths and checksums, from the payload outwards.
+// Builds Ethernet frames with correct lengths and checksums, from the payload outwards.
 
 #include <cstdint>
 #include <string>
@@ -22,9 +22,9 @@ class ByteWriter {
     ByteWriter& number(int width, uint32_t value);
     ByteWriter& text(std::string_view text) { return bytes(from_text(text)); }
     ByteWriter& bytes(const Bytes& block);
-    /** `count` bytes of one value. */
+    /** Appends `count` bytes of the same value. */
     ByteWriter& fill(size_t count, unsigned char value = 0);
-    /** A block behind its own length, a number of `width` bytes. */
+    /** Appends a block preceded by its length, a number of `width` bytes. */
     ByteWriter& sized(int width, const Bytes& block);
 
     operator const Bytes&() const { return m_bytes; }
@@ -38,15 +38,15 @@ constexpr uint8_t IP_ICMP = 1, IP_TCP = 6, IP_UDP = 17, IP_ICMPV6 = 58;
 
 enum tcp_flag_e : uint8_t { TCP_FIN = 1, TCP_SYN = 2, TCP_RST = 4, TCP_PSH = 8, TCP_ACK = 16 };
 
-/** One direction of a flow. Two IPv4 or two IPv6 addresses, as text. */
+/** One direction of a flow, between two IPv4 or two IPv6 addresses, given as text. */
 struct Path {
     std::string from;
     std::string to;
     uint16_t from_port = 0;
     uint16_t to_port = 0;
     int vlan = -1;               ///< VLAN number; -1 for no tag
-    Bytes ipv6_extensions = {};  ///< kinds of the extension headers (0, 43, 44, 60), in their order
-    uint8_t ipv4_options = 0;    ///< words of 4 bytes
+    Bytes ipv6_extensions = {};  ///< types of the extension headers (0, 43, 44, 60), in order
+    uint8_t ipv4_options = 0;    ///< number of 4-byte words
     bool is_ipv6() const { return from.find(':') != std::string::npos; }
     Path reversed() const;
 };
@@ -61,17 +61,17 @@ Bytes ether_frame(uint32_t ether_type, const Bytes& payload, int vlan = -1);
 Bytes ip_frame(const Path& path, uint8_t protocol, const Bytes& segment);
 Bytes udp_frame(const Path& path, const Bytes& payload);
 Bytes tcp_frame(const Path& path, const TcpHead& head, const Bytes& payload);
-/** ICMP or ICMPv6, by the addresses: `type`, code 0, then `body` behind the checksum. */
+/** ICMP or ICMPv6, depending on the addresses: `type`, code 0, then `body` after the checksum. */
 Bytes icmp_frame(const Path& path, uint8_t type, const Bytes& body);
 
-/** A TCP connection from its handshake to its end, as the frames of both sides. */
+/** The frames of both sides of a TCP connection, from its handshake to its end. */
 class TcpConversation {
  public:
     explicit TcpConversation(const Path& client_to_server);
 
     TcpConversation& client(const Bytes& payload) { return send(m_client, m_server, payload); }
     TcpConversation& server(const Bytes& payload) { return send(m_server, m_client, payload); }
-    /** Ends the connection and gives all its frames. */
+    /** Ends the connection and returns all its frames. */
     std::vector<Bytes> close();
 
  private:

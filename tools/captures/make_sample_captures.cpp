@@ -1,5 +1,5 @@
 // Fills a folder with small captures: all sample flows as sample.pcap, sample-swapped.pcap and sample.erf,
-// and each flow as a pcap file of its name.
+// and each flow as a pcap file with its name.
 
 #include <cstdio>
 #include <exception>

@@ -11,7 +11,7 @@ constexpr const char* SERVER = "10.2.0.80";
 constexpr const char* CLIENT6 = "fd00:1::2";
 constexpr const char* SERVER6 = "fd00:2::80";
 
-/** From a client's port of its own to a server's port, so that no two flows are one. */
+/** From a port of the client's own to a server's port, so that no two flows coincide. */
 Path to_port(uint16_t port, uint16_t client_port) {
     return {CLIENT, SERVER, client_port, port};
 }
@@ -35,7 +35,7 @@ Bytes dns_name(const std::string& name) {
     return writer.u8(0);
 }
 
-/** An exchange of a question for an address and its answer. */
+/** A query for an address and its answer. */
 std::vector<Bytes> dns(const Path& path, const std::string& name) {
     Bytes question = ByteWriter().bytes(dns_name(name)).u16(1).u16(1);
     Bytes query = ByteWriter().u16(0x4242).u16(0x0100).u16(1).u16(0).u16(0).u16(0).bytes(question);
@@ -136,7 +136,7 @@ std::vector<Bytes> mqtt(const Path& path) {
         .close();
 }
 
-/** Request and reply; `request_type` and `reply_type` differ between the versions of IP. */
+/** Request and reply; the types differ between the IP versions. */
 std::vector<Bytes> echo(const Path& path, uint8_t request_type, uint8_t reply_type) {
     Bytes body = ByteWriter().u16(0x77).u16(1).text("abcdefghijklmnopqrstuvwabcdefghi");
     return {icmp_frame(path, request_type, body), icmp_frame(path.reversed(), reply_type, body)};

@@ -6,8 +6,8 @@ namespace test {
 
 namespace {
 
-// A whole Initial packet, made once. Its keys come from the destination connection id 8394c8f03e515708 as
-// RFC 9001 describes it in appendix A: HKDF-Expand-Label of SHA-256 with the version 1 salt, then
+// A complete Initial packet, made once. Its keys are derived from the destination connection id
+// 8394c8f03e515708 as in RFC 9001, appendix A: HKDF-Expand-Label of SHA-256 with the version 1 salt, then
 // AES-128-GCM over one CRYPTO frame (a TLS 1.3 ClientHello with the server name "quic.example.net" and the
 // application protocol "h3") padded to 1200 bytes, packet number 0 in four bytes, header protection on.
 constexpr const char* QUIC_INITIAL =

@@ -16,7 +16,7 @@ std::string last_error() {
     return reason ? reason : "no reason given";
 }
 
-/** The run-time libraries whose objects cross the boundary, as this object names them. */
+/** The run-time libraries whose objects cross the boundary, as named by this object. */
 std::vector<std::string> runtimes_of(void* handle) {
     std::vector<std::string> names;
     link_map* map = nullptr;

@@ -1,6 +1,6 @@
 #pragma once
-// An engine library that is opened to be judged: unlike the daemon's loader, which stops at the first thing
-// it misses, this one tells all that is missing.
+// Opens an engine library for inspection. Unlike the daemon's loader, which stops at the first missing
+// symbol, it reports everything that is missing.
 
 #include <string>
 #include <vector>
@@ -15,16 +15,16 @@ class Library {
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
-    /** Runs the library's constructors. Gives why it can't be opened; empty for success. */
+    /** Runs the library's constructors. Returns why it can't be opened; empty on success. */
     std::string open(const std::string& path);
-    /** Looks up all 22 functions and gives the names of those that aren't there. */
+    /** Looks up all 22 functions and returns the names of those that are missing. */
     std::vector<std::string> resolve();
     /**
-     * Names of run-time libraries that the library was linked with in another version than this program, and
-     * so the daemon, was: objects of theirs cross the boundary.
+     * Names of run-time libraries that the library was linked with in a different version from this
+     * program's, and so from the daemon's. Their objects cross the boundary.
      */
     std::vector<std::string> foreign_runtimes() const;
-    /** Runs the library's destructors. Gives the failure's text. */
+    /** Runs the library's destructors. Returns the error text; empty on success. */
     std::string close();
 
     const corvo::server::EngineApi& api() const { return m_api; }

@@ -22,11 +22,11 @@ namespace api = corvo::api;
 using corvo::server::PacketBuffer;
 
 constexpr uint32_t MAX_FLOWS = 1000;
-/** Ticks after which the descriptor must have calmed down. */
+/** Ticks after which the descriptor must no longer be readable. */
 constexpr int MAX_TICKS = 10;
-/** Nothing else is served meanwhile: worth a word from here on. */
+/** The daemon serves nothing else during a call, so one this long is worth a note. */
 constexpr uint64_t LONG_MS = 100;
-/** Bytes of a frame's end that are taken away, so that its headers stay and its payload is cut. */
+/** Number of bytes cut off the end of a frame, so that its headers stay and its payload is truncated. */
 constexpr size_t CUTS[] = {1, 2, 7, 16, 64};
 
 size_t entries(const char* folder) {
@@ -35,7 +35,7 @@ size_t entries(const char* folder) {
     return static_cast<size_t>(std::distance(fs::directory_iterator(folder, ec), fs::directory_iterator()));
 }
 
-/** A call into the library: the text in `err`, or what it threw. */
+/** Calls into the library. Returns the text in `err`, or what the call threw. */
 template <typename Fn>
 std::string failure_of(Fn&& fn) {
     std::string err;
@@ -65,7 +65,7 @@ bool readable(int fd) {
     return poll(&poll_fd, 1, 0) > 0;
 }
 
-/** What the library must leave as it is. */
+/** Compares the fields that the library must not change. */
 bool same_input(const api::pkt_& a, const api::pkt_& b) {
     return a.data == b.data && a.len == b.len && a.l3_off == b.l3_off && a.l4_off == b.l4_off &&
            a.ns_id == b.ns_id;
@@ -79,7 +79,7 @@ size_t count_classified(const std::vector<api::pkt_>& pkts) {
 void add_frame(PacketBuffer& batch, const test::Bytes& frame, size_t cut) {
     if (cut >= frame.size()) return;
     corvo::CCapPkt packet(frame.data(), frame.size() - cut);
-    // The daemon keeps to itself what has no headers to speak of.
+    // The daemon doesn't pass on frames without usable headers.
     if (packet.parse()) batch.add(packet, 0, false);
 }
 
@@ -146,7 +146,7 @@ std::string Life::init() {
     return failure_of([&](std::string& err) { m_library.api().init(config, err); });
 }
 
-// None is called: what a method does, its library alone knows.
+// Calls none of them, as only the library knows what its methods do.
 std::string Life::check_methods() {
     const std::vector<std::string> displaced = m_methods.displaced();
     if (!displaced.empty()) return "in the place of the daemon's own: " + joined(displaced);

@@ -1,6 +1,6 @@
 #pragma once
-// The life of an engine, from opening to closing, step by step as the daemon would lead it. Runs in a process
-// that may die of it.
+// The life of an engine from opening to closing, step by step as the daemon would lead it. Runs in a process
+// that the engine may bring down.
 
 #include <string>
 
@@ -13,11 +13,11 @@ namespace engine_check {
 class Life {
  public:
     Life(std::string path, const StepWriter& log) : m_path(std::move(path)), m_log(log) {}
-    /** Ends when all is done, or when nothing more can be. */
+    /** Returns when everything is done, or when it can't go on. */
     void run();
 
  private:
-    /** Gives why it failed; empty for success. */
+    /** Returns why the step failed; empty on success. */
     using step_fn = std::string (Life::*)();
 
     bool step(const char* name, step_fn work);
@@ -30,7 +30,7 @@ class Life {
     std::string check_methods();
     std::string check_descriptor();
     std::string tick();
-    /** Collectors and health: those that may be asked before the engine is active, too. */
+    /** Collectors and health, including the calls that are allowed before the engine is active. */
     std::string ask_watchers();
     std::string ask_status();
     std::string activate();
@@ -47,9 +47,9 @@ class Life {
     const StepWriter& m_log;
     Methods m_methods;
     Library m_library;
-    size_t m_descriptors = 0;  ///< open before the library was
+    size_t m_descriptors = 0;  ///< open before the library was loaded
     int m_evfd = -1;
-    std::string m_note;  ///< of the step that runs
+    std::string m_note;  ///< of the current step
 };
 
 }  // namespace engine_check

@@ -1,4 +1,4 @@
-// brumecp-engine-check LIB: whether the daemon could work with an engine library, told before it has to.
+// brumecp-engine-check LIB: tests whether the daemon could work with an engine library, before it has to.
 
 #include <fcntl.h>
 #include <getopt.h>
@@ -34,7 +34,7 @@ struct Options {
 
 struct Run {
     StepReader log;
-    int status = 0;  ///< as waitpid gives it
+    int status = 0;  ///< as returned by waitpid
     bool timed_out = false;
 };
 
@@ -46,7 +46,7 @@ void print_usage(FILE* out) {
         out);
 }
 
-/** False: not what can be meant. */
+/** False if the command line makes no sense. */
 bool read_options(int argc, char** argv, Options& options) {
     const option names[] = {{"timeout", required_argument, nullptr, 't'},
                             {"help", no_argument, nullptr, 'h'},
@@ -62,7 +62,7 @@ bool read_options(int argc, char** argv, Options& options) {
             return false;
     }
     if (optind + 1 != argc) return false;
-    // With a path in it, the name isn't looked for in the system's folders.
+    // A name with a path in it isn't searched for in the system's folders.
     std::error_code ec;
     std::filesystem::path path = std::filesystem::absolute(argv[optind], ec);
     if (std::filesystem::is_directory(path, ec)) path /= "libcvcp_u.so";
@@ -74,15 +74,15 @@ bool read_options(int argc, char** argv, Options& options) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != watcher) _exit(EXIT_UNFIT);
-    dup2(STDERR_FILENO, STDOUT_FILENO);  // what the engine prints must not get between the lines of the table
+    dup2(STDERR_FILENO, STDOUT_FILENO);  // keeps the engine's own output out of the table
     const StepWriter log(log_fd);
     Life(options.path, log).run();
     log.finish();
-    // Nothing of the engine runs any more; what this process inherited from its parent isn't its to end.
+    // Nothing of the engine runs any more. What this process inherited from its parent isn't its to clean up.
     _exit(EXIT_FIT);
 }
 
-/** Reads the log until its end, or until the time is over. */
+/** Reads the log until it ends or the time is up. */
 void watch(int log_fd, uint64_t deadline_ms, Run& run) {
     char piece[4096];
     while (!run.log.finished()) {
@@ -97,7 +97,10 @@ void watch(int log_fd, uint64_t deadline_ms, Run& run) {
     }
 }
 
-/** The log's end needn't be the process's: an engine may have closed the descriptor. False: time is over. */
+/**
+ * The end of the log needn't be the end of the process: an engine may have closed the descriptor. False if
+ * the time is up.
+ */
 bool ends_by(pid_t child, uint64_t deadline_ms) {
     const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
     for (;;) {
@@ -132,7 +135,7 @@ bool run_engine(const Options& options, Run& run) {
     return true;
 }
 
-/** Why the engine's process didn't come to its end; empty if it did. */
+/** Why the engine's process ended early; empty if it didn't. */
 std::string death_of(const Run& run, const Options& options) {
     if (run.timed_out) {
         char text[64];
@@ -152,7 +155,7 @@ const char* verdict_word(verdict_e verdict) {
     return verdict == OK ? "ok" : "failed";
 }
 
-/** Control characters would reach the terminal from the engine's own texts. */
+/** Replaces control characters, which would otherwise get from the engine's texts to the terminal. */
 std::string printable(std::string text) {
     for (char& c : text)
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';

@@ -1,5 +1,5 @@
 #pragma once
-// The table of methods that a library is given: the daemon's own, and what the library makes of them.
+// The method table handed to a library: the daemon's own methods, plus whatever the library adds.
 
 #include <map>
 #include <memory>
@@ -12,19 +12,19 @@ namespace engine_check {
 
 class Methods {
  public:
-    /** The daemon's own, none of which must be called: there is no server. */
+    /** Fills the table with the daemon's own methods. None of them may be called: there is no server. */
     Methods();
     Methods(const Methods&) = delete;
     Methods& operator=(const Methods&) = delete;
-    /** What the library has left in the table is abandoned: its code is gone. */
+    /** Abandons what the library left in the table, since its code has been unloaded. */
     ~Methods();
 
     corvo::RpcCommandsTable* table() { return m_table.get(); }
-    /** Those of the library, in order. */
+    /** The library's methods, in order. */
     std::vector<std::string> brought();
-    /** Those of the daemon that the library has hidden, or taken away with its own. */
+    /** The daemon's methods that the library has overridden, or removed with its own. */
     std::vector<std::string> displaced();
-    /** Components of the library, which may have no method. */
+    /** Number of the library's components, which may have no methods. */
     size_t components() const;
 
  private:

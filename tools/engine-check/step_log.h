@@ -1,6 +1,6 @@
 #pragma once
-// What the process that runs the engine tells the one that watches it: a line when a step begins and one when
-// it ends. A step that has begun and never ends is the one that the engine died or hung in.
+// What the process that runs the engine tells the one that watches it: a line at the start of each step and
+// one at its end. If a step starts and never ends, the engine died or hung in it.
 
 #include <cstdint>
 #include <string>
@@ -14,7 +14,7 @@ struct Step {
     std::string name = {};
     verdict_e verdict = UNFINISHED;
     uint64_t ms = 0;
-    std::string note = {};  ///< why it failed, or what there is to know
+    std::string note = {};  ///< why it failed, or something worth knowing
 };
 
 /** The writing end. Doesn't own the descriptor. */
@@ -23,7 +23,7 @@ class StepWriter {
     explicit StepWriter(int fd) : m_fd(fd) {}
     void begin(const std::string& name) const;
     void end(verdict_e verdict, uint64_t ms, const std::string& note) const;
-    /** All steps are over; without this line the process ended before its time. */
+    /** Marks all steps as done. Without this line, the process ended early. */
     void finish() const;
 
  private:
@@ -34,7 +34,7 @@ class StepWriter {
 
 class StepReader {
  public:
-    /** Whatever has arrived; a line may come in pieces. */
+    /** Takes whatever has arrived; lines may come in pieces. */
     void take(const char* data, size_t size);
     const std::vector<Step>& steps() const { return m_steps; }
     std::vector<Step>& steps() { return m_steps; }

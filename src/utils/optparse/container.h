@@ -1,5 +1,6 @@
 #pragma once
-// Options under a common description. Two kinds: the parser itself, and a titled group of its help text.
+// A set of options with a description. There are two kinds: the parser itself, and a titled group in its
+// help text.
 
 #include <list>
 #include <map>
@@ -21,14 +22,16 @@ class OptionContainer {
     virtual const std::string& description() const { return m_description; }
     virtual OptionParser& get_parser() = 0;
 
-    /** The option belongs to the container and stays where it is. A name that was taken now means this one.
+    /**
+     * The container owns the option, which never moves. If a name is already taken, it now refers to the
+     * new option.
      */
     Option& add_option(const std::string& name);
     Option& add_option(const std::string& name, const std::string& name2);
     Option& add_option(const std::string& name, const std::string& name2, const std::string& name3);
     Option& add_option(const std::vector<std::string>& names);
 
-    /** The help of all options that don't suppress theirs, in order. */
+    /** The help of all options, in order, except those with SUPPRESS_HELP. */
     std::string format_option_help(unsigned int indent = 2) const;
 
     const std::list<Option>& options() const { return m_options; }
@@ -37,7 +40,7 @@ class OptionContainer {
 
  protected:
     std::string m_description;
-    std::list<Option> m_options;  ///< a list, since the maps point into it
+    std::list<Option> m_options;  ///< a list, because the maps point into it
     std::map<std::string, Option*> m_short_map;
     std::map<std::string, Option*> m_long_map;
 };

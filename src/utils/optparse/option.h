@@ -1,5 +1,5 @@
 #pragma once
-// One declared option. Setters return the option, so that a declaration is one chain of calls.
+// One declared option. Setters return the option, so a declaration is a single chain of calls.
 
 #include <set>
 #include <sstream>
@@ -11,14 +11,14 @@ namespace optparse {
 class Option;
 class OptionParser;
 
-/** As the help of an option: keeps it out of the help text. */
+/** As an option's help text: hides the option from the help. */
 inline constexpr const char* SUPPRESS_HELP = "SUPPRESSHELP";
 
-/** What an option with the action "callback" calls. Belongs to the caller and outlives the parser. */
+/** Called by an option with the action "callback". Owned by the caller; must outlive the parser. */
 class Callback {
  public:
     virtual ~Callback() = default;
-    /** `opt` is the option as the user wrote it, dashes included. */
+    /** `opt` is the option as the user wrote it, including dashes. */
     virtual void operator()(const Option& option, const std::string& opt, const std::string& value,
                             OptionParser& parser) = 0;
 };
@@ -26,9 +26,8 @@ class Callback {
 class Option {
  public:
     /**
-     * Names begin with "--" (long) or with "-" and one character (short). The key is the first long name,
-     * with
-     * "_" for each "-", or else the first short name.
+     * Names start with "--" (long), or with "-" followed by one character (short). The key is the first long
+     * name with each "-" replaced by "_", or the first short name if there is no long one.
      */
     Option(OptionParser& parser, const std::vector<std::string>& names);
     Option(const Option&) = delete;
@@ -46,7 +45,7 @@ class Option {
      */
     Option& type(const std::string& type);
     Option& key(const std::string& key);
-    /** Any streamable value; kept as text. */
+    /** Accepts any streamable value; stored as text. */
     template <typename T>
     Option& set_default(const T& value) {
         std::ostringstream out;
@@ -58,9 +57,9 @@ class Option {
     Option& const_text(const std::string& text);
     /** Sets the type to "choice". */
     Option& choices(const std::vector<std::string>& choices);
-    /** "%default" and, for a choice, "%choices" stand for what they name. */
+    /** "%default" and, for a choice, "%choices" are replaced by the respective texts. */
     Option& help(const std::string& text);
-    /** Placeholder of the value in the help; without one it is the type in capitals. */
+    /** Placeholder for the value in the help; defaults to the type in capitals. */
     Option& value_label(const std::string& label);
     Option& callback(Callback& callback);
 
@@ -69,7 +68,7 @@ class Option {
     const std::string& action() const { return m_action; }
     const std::string& type() const { return m_type; }
     const std::string& key() const { return m_key; }
-    /** The parser's default for the key, or else the option's own. */
+    /** The parser's default for the key if it has one, else the option's own. */
     const std::string& get_default() const;
     unsigned int value_count() const { return m_value_count; }
     const std::string& const_text() const { return m_const_text; }
@@ -79,12 +78,12 @@ class Option {
     /** Null if there is none. */
     Callback* callback() const { return m_callback; }
 
-    /** Empty if `value` fits the type, else the text of the error. */
+    /** Returns an error text if `value` doesn't fit the type, else an empty text. */
     std::string check_type(const std::string& opt, const std::string& value) const;
 
     /** Names and placeholders: the left column of the help. */
     std::string format_option_help(unsigned int indent = 2) const;
-    /** The option's lines of the help. */
+    /** The option's lines in the help. */
     std::string format_help(unsigned int indent = 2) const;
 
  private:

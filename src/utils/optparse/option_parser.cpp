@@ -174,7 +174,7 @@ const Option& OptionParser::lookup_short_opt(const std::string& opt) const {
 
 const Option& OptionParser::lookup_long_opt(const std::string& opt) const {
     std::vector<std::string> names;
-    // In key order a name comes before all others that begin with it.
+    // In key order, a name comes before all longer names that start with it.
     for (auto it = m_long_map.lower_bound(opt); it != m_long_map.end() && it->first.starts_with(opt); ++it) {
         names.push_back(it->first);
         if (it->first == opt) break;

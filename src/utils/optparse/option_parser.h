@@ -1,6 +1,6 @@
 #pragma once
-// Command lines from a declaration of options: parsing, defaults, usage and help. All values are texts until
-// they are read (`Values`). A command line that is wrong ends the process with status 2.
+// Parses command lines from a declaration of options, with defaults, usage and help. All values remain texts
+// until read (see `Values`). An invalid command line ends the process with status 2.
 
 #include <deque>
 #include <iostream>
@@ -13,43 +13,43 @@
 
 namespace optparse {
 
-/** As the usage: there is none, neither in the help nor with an error. */
+/** As the usage text: prints no usage, neither in the help nor with errors. */
 inline constexpr const char* SUPPRESS_USAGE = "SUPPRESSUSAGE";
 
-/** What the process ends with after a wrong command line. */
+/** Exit status for an invalid command line. */
 inline constexpr int USAGE_STATUS = 2;
 
 class OptionParser : public OptionContainer {
  public:
     OptionParser() = default;
 
-    /** "%prog" stands for the program's name. A leading "usage: " is dropped. */
+    /** "%prog" is replaced by the program's name. A leading "usage: " is dropped. */
     OptionParser& set_usage(const std::string& text);
-    /** Without a version there is no option --version. */
+    /** Without a version, there is no option --version. */
     OptionParser& set_version(const std::string& text);
     OptionParser& description(const std::string& text) override;
     const std::string& description() const override { return m_description; }
     OptionParser& set_closing_text(const std::string& text);
-    /** By default the last component of `argv[0]`. */
+    /** Defaults to the last component of `argv[0]`. */
     OptionParser& set_prog(const std::string& name);
     OptionParser& set_add_help(bool on);
     OptionParser& set_add_version(bool on);
-    /** Off: the first word that is no option ends the options. */
+    /** If off, the first word that isn't an option ends the options. */
     OptionParser& set_mixed_args(bool on);
-    /** Takes precedence over the default of the option itself. */
+    /** Takes precedence over the option's own default. */
     OptionParser& set_default(const std::string& key, const std::string& text);
-    /** The group must outlive the parser; options added to it later aren't seen. */
+    /** The group must outlive the parser. Options added to the group later are ignored. */
     OptionParser& add_option_group(const OptionGroup& group);
     OptionParser& get_parser() override { return *this; }
 
-    /** A further call starts anew. The result belongs to the parser. */
+    /** Each call starts over. The parser owns the result. */
     Values& parse_args(int argc, char const* const* argv);
     Values& parse_args(const std::vector<std::string>& args);
 
     const std::string& prog() const { return m_prog; }
     const std::map<std::string, std::string>& defaults() const { return m_defaults; }
     const Values& values() const { return m_values; }
-    /** The words that are no options, in order. */
+    /** The words that aren't options, in order. */
     const std::vector<std::string>& leftover() const { return m_leftover; }
 
     /** "Usage: ", the usage and a line break; empty with `SUPPRESS_USAGE`. */
@@ -61,9 +61,9 @@ class OptionParser : public OptionContainer {
     std::string format_help() const;
     void print_help() const;
 
-    /** Usage and message on standard error, then the end of the process with status 2. */
+    /** Prints usage and message on standard error, then ends the process with status 2. */
     [[noreturn]] void error(const std::string& text) const;
-    /** Where every end of the process comes through; a program that must go on throws here instead. */
+    /** Every exit goes through here. A program that must not exit throws from its override instead. */
     [[noreturn]] virtual void exit(int status = USAGE_STATUS) const;
 
  private:
@@ -79,7 +79,7 @@ class OptionParser : public OptionContainer {
     void handle_short_opt(const std::string& opt, const std::string& word);
     void handle_long_opt(const std::string& text);
     const Option& lookup_short_opt(const std::string& opt) const;
-    /** Any unique beginning of a name will do. */
+    /** Accepts any unambiguous prefix of a name. */
     const Option& lookup_long_opt(const std::string& opt) const;
     std::string take_word();
 

@@ -1,4 +1,4 @@
-// The texts of the parser: usage, version, help and errors.
+// The parser's texts: usage, version, help and errors.
 
 #include <cstdlib>
 
@@ -64,7 +64,7 @@ void OptionParser::error(const std::string& text) const {
     print_usage(std::cerr);
     std::cerr << m_prog << ": error: " << text << std::endl;
     exit();
-    std::abort();  // not reached: g++ doesn't take a virtual function's word for it
+    std::abort();  // not reached: g++ doesn't trust [[noreturn]] on a virtual function
 }
 
 void OptionParser::exit(int status) const {

@@ -1,5 +1,5 @@
 #pragma once
-// What a command line comes to: texts by key. A text becomes a number only when it is read.
+// The result of parsing a command line: texts by key. A text is converted to a number only when read.
 
 #include <map>
 #include <set>
@@ -16,11 +16,11 @@ class Value {
     Value() = default;
     explicit Value(std::string text) : m_text(std::move(text)), m_valid(true) {}
 
-    /** False: no option and no default gave this value. */
+    /** False if neither an option nor a default set this value. */
     bool valid() const { return m_valid; }
     const std::string& text() const { return m_text; }
 
-    /** To any number or bool, so that it can be assigned to one; 0 if the text can't be read as that. */
+    /** Converts to any arithmetic type, so that it can be assigned to one; 0 if the text doesn't parse. */
     template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
     operator T() const {  // NOLINT: implicit by design
         std::istringstream in(m_text);
@@ -40,7 +40,7 @@ class Values {
     /** Valid only for a known key. */
     Value get(const std::string& key) const;
     bool is_set(const std::string& key) const { return m_texts.count(key) != 0; }
-    /** All values of an option that may be given repeatedly, in order; a default isn't among them. */
+    /** All values of a repeatable option, in order, without its default. */
     const std::vector<std::string>& all(const std::string& key) const;
 
     bool is_set_by_user(const std::string& key) const { return m_by_user.count(key) != 0; }

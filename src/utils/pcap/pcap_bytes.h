@@ -1,5 +1,5 @@
 #pragma once
-// Words of frames and file headers, in the byte order of the wire. They may be unaligned.
+// Reads and writes words of frames and file headers in a fixed byte order. They may be unaligned.
 
 #include <cstdint>
 
@@ -30,19 +30,19 @@ inline void store_le64(unsigned char* p, uint64_t value) {
         p[i] = static_cast<unsigned char>(value);
 }
 
-// What an Ethernet frame says about its content.
+// Layout of an Ethernet frame.
 constexpr uint32_t kEtherTypeOffset = 12;
 constexpr uint32_t kVlanTagSize = 4;
 constexpr uint32_t kEtherHeader = 14;
 constexpr uint32_t kEtherTypeIpv4 = 0x0800;
 constexpr uint32_t kEtherTypeIpv6 = 0x86DD;
 constexpr uint32_t kEtherTypeVlan = 0x8100;
-constexpr uint32_t kMinIpFrame = 20;  ///< shorter frames aren't looked at
+constexpr uint32_t kMinIpFrame = 20;  ///< shorter frames are ignored
 
 constexpr uint32_t kIpv4Header = 20;  ///< without options
 constexpr uint32_t kIpv6Header = 40;
 
-/** The EtherType of the payload and where the payload starts, behind one VLAN tag at most. */
+/** The payload's EtherType and offset, after at most one VLAN tag. */
 struct EtherPayload {
     uint32_t type;
     uint32_t offset;
@@ -51,7 +51,7 @@ struct EtherPayload {
     bool is_ip() const { return type == kEtherTypeIpv4 || type == kEtherTypeIpv6; }
 };
 
-/** `frame` has at least `kMinIpFrame` bytes. */
+/** `frame` must have at least `kMinIpFrame` bytes. */
 inline EtherPayload ether_payload(const unsigned char* frame) {
     uint32_t type = load_be16(frame + kEtherTypeOffset);
     if (type != kEtherTypeVlan) return {type, kEtherHeader};

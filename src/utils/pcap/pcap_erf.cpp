@@ -11,13 +11,13 @@ namespace {
 
 constexpr uint32_t ERF_HEADER = 16;
 constexpr uint32_t ERF_PAD = 2;
-constexpr uint32_t MAX_RECORD = 2015;       // bytes, header and padding included
+constexpr uint32_t MAX_RECORD = 2015;       // bytes, including header and padding
 constexpr uint32_t MAX_WIRE_LENGTH = 2000;  // bytes
 constexpr unsigned char TYPE_ETHERNET = 2;
 constexpr unsigned char BAD_FLAGS = 0xC0;
 constexpr int RECORDS_TO_TEST = 10;
 
-/** The fields of a record header that matter here. */
+/** The fields of a record header that are used here. */
 struct ErfHeader {
     explicit ErfHeader(const unsigned char* bytes)
         : ts(load_le64(bytes)),
@@ -25,7 +25,7 @@ struct ErfHeader {
           rlen(load_be16(bytes + 10)),
           wlen(load_be16(bytes + 14)) {}
 
-    uint64_t ts;  ///< seconds above, fractions of 1/2^32 s below
+    uint64_t ts;  ///< upper half: seconds; lower half: fractions of 1/2^32 s
     bool is_ethernet;
     uint32_t rlen;  ///< bytes of the record
     uint32_t wlen;  ///< bytes of the frame on the wire
@@ -39,7 +39,7 @@ ErfRecord read_bytes(wtap* context, unsigned char* to, size_t size) {
     return ErfRecord::UNREADABLE;
 }
 
-/** The same within a record. */
+/** The same, but inside a record. */
 ErfRecord read_rest(wtap* context, unsigned char* to, size_t size) {
     const ErfRecord result = read_bytes(context, to, size);
     return result == ErfRecord::NO_MORE || result == ErfRecord::CUT_HEADER ? ErfRecord::CUT : result;

@@ -1,5 +1,5 @@
 #pragma once
-// The streams that readers and writers work on.
+// The streams used by readers and writers.
 
 #include <cstdint>
 #include <cstdio>
@@ -11,18 +11,18 @@ namespace corvo {
 using FilePtr = UniqueFile;
 
 /**
- * Opens for reading, or gives null with errno set. Doesn't wait for anything: paths come from clients, and
- * the far end of a FIFO may never show up.
+ * Opens for reading. Returns null with errno set on failure. Never blocks: paths come from clients, and a
+ * FIFO may never have a writer.
  */
 FilePtr open_to_read(const char* path);
 
-/** Creates or empties the file, or gives null with errno set. */
+/** Creates or truncates the file. Returns null with errno set on failure. */
 FilePtr open_to_write(const char* path);
 
-/** The size of an open file in bytes, -1 if it has none; the position is its start afterwards. */
+/** The size of an open file in bytes, or -1 if it has none. Leaves the position at the start. */
 int64_t measure(FILE* file);
 
-/** Moves forward; false if that fails. Moving behind the end succeeds, and the next read finds the end. */
+/** Moves forward; false on failure. Moving past the end succeeds, and the next read hits the end. */
 bool skip(FILE* file, int64_t bytes);
 
 }  // namespace corvo

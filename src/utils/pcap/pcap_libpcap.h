@@ -9,7 +9,7 @@
 
 namespace corvo {
 
-/** The header of a pcap record as it stands in the file. */
+/** The header of a pcap record, as laid out in the file. */
 struct sf_pkthdr {
     uint32_t ts_sec;   ///< seconds
     uint32_t ts_usec;  ///< microseconds
@@ -19,9 +19,9 @@ struct sf_pkthdr {
 static_assert(sizeof(sf_pkthdr) == 16);
 
 /**
- * Reads microsecond pcap files of either byte order. A record yields as many bytes as the frame had on the
- * wire, or, if the capture kept fewer, those; bytes beyond the frame are skipped. A frame of 65536 bytes or
- * more ends the file.
+ * Reads microsecond pcap files of either byte order. A record yields the number of bytes that the frame had
+ * on the wire, or those that were captured if fewer; bytes beyond the frame are skipped. A frame of 65536
+ * bytes or more ends the file.
  */
 class LibPCapReader : public CCapReaderBase {
  public:
@@ -37,8 +37,8 @@ class LibPCapReader : public CCapReaderBase {
     bool read_header(sf_pkthdr& header);
 
     bool m_is_open = false;
-    bool m_is_valid = false;  ///< the global header was good
-    bool m_is_flip = false;   ///< the other byte order
+    bool m_is_valid = false;  ///< the global header was valid
+    bool m_is_flip = false;   ///< the file has the opposite byte order
     bool m_first_packet = true;
     uint32_t m_last_pkt_count = 0;
 };
@@ -64,7 +64,7 @@ class LibPCapWriter : public CFileWriterBase {
 class CPcapFileWriter : public CFileWriterBase {
  public:
     bool Create(const char* path) override;
-    /** True whenever there is a file, whatever became of the bytes. */
+    /** True whenever the file is open, even if writing failed. */
     bool write_packet(CCapPkt* pkt) override;
 
  private:

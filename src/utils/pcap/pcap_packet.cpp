@@ -27,7 +27,7 @@ bool is_extension(int next) {
     return next == IP_HOP_BY_HOP || next == IP_ROUTING || next == IP_DESTINATION;
 }
 
-/** Protocols whose header is looked for behind the extension headers; others count from the IP header. */
+/** Protocols whose header follows the extension headers; for others, `l4` counts from the IP header. */
 bool stands_behind_extensions(int next) {
     switch (next) {
         case IP_IPV4:
@@ -44,7 +44,7 @@ bool stands_behind_extensions(int next) {
 
 /** Where the extension headers of an IPv6 packet end. */
 struct Ipv6Payload {
-    int next;         ///< the first value that isn't an extension header; 59 if the payload ends before
+    int next;         ///< the first value that isn't an extension header; 59 if the payload ends first
     uint32_t offset;  ///< of what follows, from the IP header
     bool used_up;     ///< there is no payload, or the extension headers fill it
 };
@@ -55,7 +55,7 @@ Ipv6Payload walk_extensions(const unsigned char* ip, uint32_t available) {
     uint32_t offset = kIpv6Header;
     int next = ip[6];
     while (left > 0 && is_extension(next)) {
-        // The smallest extension header has 8 bytes: with fewer left, this one ends behind the payload.
+        // The smallest extension header has 8 bytes; with fewer left, this one runs past the payload.
         uint32_t size = left < 8 ? left : (ip[offset + 1] + 1U) * 8;
         next = ip[offset];
         left -= std::min(left, size);
@@ -165,7 +165,7 @@ bool CCapPkt::IsValidIpv4Packet(CFiaCounters* counters) {
     l4 = l3 + header_length;
 
     if (counters && InetChecksum(ip, static_cast<uint16_t>(header_length)) != 0) counters->bad_checksum++;
-    // A header that calls itself shorter than it can be may end before its addresses.
+    // A header that claims to be shorter than the minimum may end before its addresses.
     if (counters && available >= kIpv4Header && load_be32(ip + 16) == 0xFFFFFFFF) counters->broadcast++;
     return true;
 }
@@ -194,7 +194,7 @@ int CCapPkt::GetIpVer() const {
     return payload.is_ip() ? data[payload.offset] >> 4 : 0;
 }
 
-/** The IP header, null if the frame has fewer than `size` bytes of it. Needs an IP version other than 0. */
+/** The IP header, or null if the frame holds fewer than `size` bytes of it. The IP version must not be 0. */
 const unsigned char* CCapPkt::ip_header(uint32_t size) const {
     const unsigned char* ip = data.get() + ether_payload(data.get()).offset;
     return bytes_from(ip) < size ? nullptr : ip;
@@ -231,7 +231,7 @@ std::string CCapPkt::GetDstAddr() const {
     return address(false);
 }
 
-// Written by hand because both texts are made for every frame of a capture: printf would cost as much as
+// Written by hand because both texts are made for every frame of a capture, and printf would cost as much as
 // all other work on the frame.
 std::string CCapPkt::address(bool source) const {
     int version = GetIpVer();

@@ -1,4 +1,4 @@
-// Turning an IPv4 frame into an IPv6 frame.
+// Conversion of an IPv4 frame to an IPv6 frame.
 
 #include <cstring>
 
@@ -17,7 +17,7 @@ void set_tcp_checksum(unsigned char* ip, uint32_t size) {
     unsigned char* tcp = ip + kIpv6Header;
     store_be16(tcp + TCP_CHECKSUM, 0);
     uint32_t sum = CCapPkt::InetChecksum(ip + 8, 32, 0);
-    sum += size + PROTO_TCP;  // each fits in the low word of its four bytes
+    sum += size + PROTO_TCP;  // both values fit in the low word of their four bytes
     sum = CCapPkt::InetChecksum(tcp, static_cast<uint16_t>(size), sum);
     if (size % 2 != 0) sum += static_cast<uint32_t>(tcp[size - 1]) << 8;
     while (sum >> 16)
@@ -25,7 +25,7 @@ void set_tcp_checksum(unsigned char* ip, uint32_t size) {
     store_be16(tcp + TCP_CHECKSUM, ~sum);
 }
 
-/** Fills the IPv6 header from the IPv4 one; everything of it that isn't set here is 0. */
+/** Fills the IPv6 header from the IPv4 one; all fields not set here are 0. */
 void convert_header(const unsigned char* ipv4, unsigned char* ipv6, uint32_t payload) {
     memset(ipv6, 0, kIpv6Header);
     ipv6[0] = 0x60;

@@ -56,7 +56,7 @@ void CCapReaderBase::print_progress() {
 bool CCapReaderBase::open_file(const char* path) {
     FilePtr file = open_to_read(path);
     if (!file) return false;
-    // The buffer is for speed alone: without it the stream falls back on one of its own.
+    // The buffer only adds speed; without it the stream allocates its own.
     auto buffer = std::make_unique_for_overwrite<char[]>(STREAM_BUFFER);
     setvbuf(file.get(), buffer.get(), _IOFBF, STREAM_BUFFER);
     int64_t size = measure(file.get());

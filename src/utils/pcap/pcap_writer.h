@@ -1,5 +1,5 @@
 #pragma once
-// Writers put packets into a new capture file. A writer lives from `Create` to its destruction, which
+// Writers put packets into a new capture file. A writer lives from `Create` until its destruction, which
 // closes the file.
 
 #include <memory>
@@ -16,13 +16,13 @@ class CFileWriterBase {
     CFileWriterBase& operator=(const CFileWriterBase&) = delete;
     virtual ~CFileWriterBase() = default;
 
-    /** Creates or empties the file; false, with a line on standard output, if it can't. */
+    /** Creates or truncates the file. On failure, prints a line on standard output and returns false. */
     virtual bool Create(const char* path) = 0;
-    /** False if the packet didn't go out in full. */
+    /** False if the packet wasn't written in full. */
     virtual bool write_packet(CCapPkt* pkt) = 0;
 
  protected:
-    /** The writers' common way to a file; prints the failure. */
+    /** Creates the file for any of the writers. Prints a message on failure. */
     static FilePtr create_file(const char* path);
 };
 

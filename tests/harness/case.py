@@ -1,0 +1,49 @@
+"""What tests of the whole daemon have in common."""
+import pathlib
+import shutil
+import tempfile
+import unittest
+
+from .daemon import EMULATOR, OURS, SCRIPTED, Daemon, build_option
+from .rpc import free_port
+
+SANITIZED = build_option("BRUMECPD_SANITIZER")
+SLAVE = build_option("BRUMECPD_SLAVE_MODE")
+BARE_METAL = build_option("BRUMECPD_BARE_METAL")
+
+
+def load_params(engine=None):
+    """A `load` that every build accepts: on bare metal nobody finds the shared memory for the engine."""
+    shm = {"shm": {"type": "devmem", "size": 4096, "addr": "1f000000"}} if BARE_METAL else {}
+    return {**shm, **({"path": str(engine)} if engine else {})}
+
+
+class DaemonTest(unittest.TestCase):
+    """Gives a test its folder and its daemons, which end with it."""
+    maxDiff = None
+
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="brumecpd-"))
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        self.daemons = []
+
+    def daemon(self, *args, ready=True, tcp=False, watchdog=False, **more):
+        folder = self.folder / str(len(self.daemons))
+        folder.mkdir()
+        daemon = Daemon(folder, *args, tcp=free_port() if tcp else 0, watchdog=watchdog, **more)
+        self.daemons.append(daemon)
+        self.addCleanup(daemon.kill)
+        if ready:
+            self.assertTrue(daemon.alive(60), daemon.log_text() + daemon.err())
+        return daemon
+
+    def scripted(self, *args, script="", **more):
+        """With the scripted engine as its own."""
+        return self.daemon(*args, engine=SCRIPTED, **{"files": {"script": script}, **more})
+
+    def assertInOrder(self, texts, whole):
+        at = 0
+        for text in texts:
+            found = whole.find(text, at)
+            self.assertGreaterEqual(found, 0, f"{text} is missing or out of order in\n{whole}")
+            at = found

@@ -1,0 +1,120 @@
+"""What /proc tells of processes, and waiting without sleeping blindly."""
+import contextlib
+import ctypes
+import os
+import pathlib
+import re
+import signal
+import time
+
+LIBC = ctypes.CDLL(None, use_errno=True)
+PR_SET_PDEATHSIG = 1
+CLONE_NEWNS, CLONE_NEWTIME, CLONE_NEWNET = 0x20000, 0x80, 0x40000000
+
+
+def eventually(done, seconds=10, step=0.005):
+    """Asks again and again until it is so or the time is over; the last answer."""
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        if answer := done():
+            return answer
+        time.sleep(step)
+    return done()
+
+
+def stat_of(pid):
+    """Its state, parent, process group and session, as texts; None once it is reaped."""
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[:4]
+    except OSError:
+        return None
+
+
+def processes():
+    """The `stat_of` of each process, by its number."""
+    return {pid: stat for pid in map(int, filter(str.isdigit, os.listdir("/proc"))) if (stat := stat_of(pid))}
+
+
+def children(pid):
+    """Descendants of a process; zombies too."""
+    parents = {p: int(stat[1]) for p, stat in processes().items()}
+    found = [pid]
+    for p in found:
+        found += [c for c, parent in parents.items() if parent == p]
+    return found[1:]
+
+
+def session(pid):
+    """What runs in the session that this process began, orphans included."""
+    return [p for p, (state, _, _, sid) in processes().items() if sid == str(pid) and state not in "ZX"]
+
+
+def state_of(pid):
+    return (stat_of(pid) or [None])[0]
+
+
+def gone(pid):
+    """It has ended. Who is left without a parent isn't reaped on every machine."""
+    return state_of(pid) in (None, "Z", "X")
+
+
+def kill(pid, signum):
+    with contextlib.suppress(ProcessLookupError):
+        os.kill(pid, signum)
+
+
+def kill_session(pid):
+    while left := session(pid):
+        for p in left:
+            kill(p, signal.SIGKILL)
+        time.sleep(0.005)
+
+
+def descriptors(pid):
+    return len(os.listdir(f"/proc/{pid}/fd"))
+
+
+def kib(pid, what, file="status"):
+    """A size that /proc tells, such as VmHWM."""
+    return int(re.search(rf"^{what}:\s+(\d+)", pathlib.Path(f"/proc/{pid}/{file}").read_text(), re.M)[1])
+
+
+def die_with_parent():
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+
+
+def permitted(setup):
+    """Whether a new process may do what `setup` does, which raises where it may not."""
+    pid = os.fork()
+    if pid == 0:
+        try:
+            setup()
+        except OSError:
+            os._exit(1)
+        os._exit(0)
+    return os.waitpid(pid, 0)[1] == 0
+
+
+def checked(result):
+    """Raises what errno tells where a call of the C library failed."""
+    if result != 0:
+        raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
+
+
+def unshare(flags):
+    checked(LIBC.unshare(flags))
+
+
+def mount(source, target, kind=None, flags=0, data=None):
+    as_bytes = [None if text is None else os.fsencode(text) for text in (source, target, kind, data)]
+    checked(LIBC.mount(*as_bytes[:3], flags, as_bytes[3]))
+
+
+def starting_at(monotonic_ms):
+    """For `setup`: what the program that the process becomes reads from the monotonic clock at first."""
+    def setup():
+        offset = monotonic_ms - time.monotonic_ns() // 1_000_000
+        unshare(CLONE_NEWTIME)
+        with open("/proc/self/timens_offsets", "w", encoding="ascii") as f:
+            f.write(f"monotonic {offset // 1000} {offset % 1000 * 1_000_000}\n")
+    return setup

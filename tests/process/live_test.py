@@ -1,0 +1,64 @@
+"""Live traffic and the real daemon, in a network namespace of their own."""
+import fcntl
+import os
+import socket
+import struct
+
+from harness.case import OURS, DaemonTest
+from harness.processes import CLONE_NEWNET, LIBC, checked, eventually, unshare
+
+SIOCGIFFLAGS, SIOCSIFFLAGS, IFF_UP = 0x8913, 0x8914, 1
+DNS_QUERY = bytes.fromhex("123401000001000000000000") + b"\x07example\x03com\0" + bytes.fromhex("00010001")
+
+
+def set_loopback(up):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+        flags, = struct.unpack_from("h", fcntl.ioctl(s, SIOCGIFFLAGS, struct.pack("16sh14x", b"lo", 0)), 16)
+        fcntl.ioctl(s, SIOCSIFFLAGS, struct.pack("16sh14x", b"lo", flags | IFF_UP if up else flags & ~IFF_UP))
+
+
+class Live(DaemonTest):
+    def enter_namespace(self):
+        home = os.open("/proc/self/ns/net", os.O_RDONLY)
+        self.addCleanup(os.close, home)
+        try:
+            unshare(CLONE_NEWNET)
+        except OSError as e:
+            self.skipTest(f"no network namespace: {e.strerror}")
+        self.addCleanup(lambda: checked(LIBC.setns(home, CLONE_NEWNET)))
+        set_loopback(True)
+
+    def test_traffic_of_an_attached_interface_is_counted_exported_and_watched(self):
+        self.enter_namespace()
+        daemon = self.daemon("-a", "--attach", "lo", engine=OURS)
+        self.assertEqual(daemon.result("status")["state"], "activated (attached)")
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:  # without one, ICMP would answer
+            receiver.bind(("127.0.0.1", 53))
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+                for _ in range(3):
+                    sender.sendto(DNS_QUERY, ("127.0.0.1", 53))
+
+        def dns():
+            return daemon.result("collect", {"cmd": "show", "component": "protocols"})["open"].get("DNS", {}).get("packets")
+        self.assertTrue(eventually(lambda: dns() == 3), dns())
+
+        samples = daemon.folder / "samples"
+        daemon.result("collect", {"cmd": "set_exporter", "socket": {"type": "file", "path": str(samples)}})
+        daemon.result("collect", {"cmd": "set_interval", "component": "protocols", "interval": 100})
+        daemon.result("collect", {"cmd": "enable", "component": "protocols"})
+        self.assertTrue(eventually(lambda: samples.exists() and samples.read_text().count("\n") > 2
+                                   and '"DNS":{' in samples.read_text()))
+
+        self.assertEqual(daemon.result("health", {"cmd": "show"})["items"]["flow_table"], "ok")
+        set_loopback(False)
+        self.assertTrue(daemon.wait_for_log("Engine error 'interface 'lo' can't be captured from: Network is down'"))
+        self.assertEqual(daemon.end(), 0)
+
+    def test_a_failing_exporter_is_a_notification_of_the_daemon(self):
+        daemon = self.daemon("-a", engine=OURS)
+        daemon.result("collect", {"cmd": "set_exporter",
+                                  "socket": {"type": "http", "server": "127.0.0.1", "port": 1, "path": "/"}})
+        daemon.result("collect", {"cmd": "set_interval", "component": "flows", "interval": 100})
+        daemon.result("collect", {"cmd": "enable", "component": "flows"})
+        self.assertTrue(eventually(lambda: "export.failed" in [
+            alert["name"] for alert in daemon.result("notifications", {"cmd": "alerts"})["notif"]["alerts"]]))

@@ -1,0 +1,105 @@
+"""What signals leave behind: the real daemon under its watchdog, crashed and halted for real."""
+import platform
+import signal
+import time
+import unittest
+
+from harness.case import EMULATOR, SANITIZED, SCRIPTED, DaemonTest, load_params
+from harness.processes import kill
+from harness.rpc import request, unix_client
+
+# The C library of 32-bit ARM has no unwind tables for it.
+STACK_ENDS_AT_ABORT = bool(EMULATOR) or platform.machine().startswith("arm")
+
+CRASHES = {"segv": "Segmentation fault", "abort": "Aborted", "ill": "Illegal instruction", "fpe": "Floating point exception",
+           "bus": "Bus error", "sys": "Bad system call", "null": "Segmentation fault", "overflow": "Segmentation fault",
+           "heap": "Aborted", "inmalloc": "Aborted"}
+
+
+class Signals(DaemonTest):
+    def at_work(self, *args, engine=None):
+        """A supervised daemon with a scripted engine at work in it."""
+        daemon = self.scripted(*args, watchdog=True)
+        daemon.result("load", load_params(engine))
+        daemon.result("activate", {"resources": {"max_flows": 10}})
+        return daemon
+
+    def send_coffee(self, daemon, size=0):
+        """A request of `size` bytes that runs the engine's function; nobody waits for the reply."""
+        text = request("coffee", {"func": "brew"})
+        client = unix_client(daemon.path)
+        self.addCleanup(client.close)
+        client.send(b"{" + b" " * (size - len(text)) + text[1:])
+
+    @staticmethod
+    def reports(daemon, name="cvdump.json"):
+        return [path.read_text() for path in sorted((daemon.folder / "cvevents").rglob(name))]
+
+    @unittest.skipIf(SANITIZED, "the sanitizer reports crashes in its own way")
+    def test_a_server_that_dies_inside_the_engine_leaves_a_whole_report_and_its_stack(self):
+        daemons = {}  # all at once: one of them takes its time to die
+        for crash in CRASHES:
+            daemons[crash] = self.at_work()
+            daemons[crash].script(f"crash coffee {crash}")
+            self.send_coffee(daemons[crash], 60000)  # as long as a request may be
+        for crash, description in CRASHES.items():
+            with self.subTest(crash):
+                daemon = daemons[crash]
+                self.assertEqual(daemon.wait_exit(60), 1)
+                [report] = self.reports(daemon)
+                self.assertTrue(report.startswith(f'{{ "signal": "{description}", "time": '), report[:100])
+                self.assertIn('"engine": { "mode": "userspace", "state": "activated", "version": {"version":"scripted"}',
+                              report)
+                self.assertIn(f'"logfile": "{daemon.log}", "backtrace":"', report)
+                if not (STACK_ENDS_AT_ABORT and description == "Aborted"):
+                    self.assertIn("libcvcp_u.so", report)
+                self.assertTrue(report.endswith('\n"}'))
+                self.assertIn(f"Printing stack trace due to received signal '{description}'", daemon.log_text())
+                self.assertIn(f"Terminated by signal [{description}]", daemon.log_text())
+
+    def test_a_stack_is_printed_on_request_and_the_server_goes_on(self):
+        daemon = self.at_work()
+        for signum in (signal.SIGUSR2, signal.SIGPIPE):
+            kill(daemon.next_child(), signum)
+        self.assertTrue(daemon.wait_for_log("Printing stack trace due to received signal 'ASSERT'"))
+        self.assertTrue(daemon.wait_for_log("Stack trace (most recent call last)"))
+        self.assertEqual(daemon.result("status")["state"], "activated")
+        self.assertEqual(daemon.end(), 0)
+
+    def test_an_orderly_stop_leaves_its_cause_and_no_half_of_a_long_path(self):
+        short, long = self.folder / "engine", self.folder / ("x" * 87)
+        for by_request, cause, engine, path in (
+                (True, "server received 'shutdown' request", short, f"cp lib path: {short}"),
+                (False, "received signal SIGTERM", long, "cp lib path: ")):
+            with self.subTest(cause):
+                engine.symlink_to(SCRIPTED)
+                daemon = self.at_work(engine=engine)
+                if by_request:
+                    daemon.result("shutdown")
+                else:
+                    daemon.signal(signal.SIGTERM)
+                self.assertEqual(daemon.wait_exit(), 0)
+                self.assertIn(f"CP shutdown - cause: {cause}", daemon.log_text())
+                [report] = self.reports(daemon)
+                self.assertTrue(report.startswith(f'{{ "signal": "{cause}", "time": '), report[:100])
+                self.assertIn('"state": "activated"', report)
+                self.assertIn(f'"path": "{path}"}}', report)
+
+    def test_a_hog_leaves_one_report_that_the_events_method_shows(self):
+        daemon = self.at_work("--wd_hog_timeout", "1500")
+        # The engine's pause ends with the first signal, as any wait in the server does.
+        daemon.script("delay coffee 900000")
+        time.sleep(0.9)  # the watchdog judges nobody before his first heartbeat
+        self.send_coffee(daemon)
+        # The parent says so at the next heartbeat, before or after the server has made its report.
+        for text in ("HOG lasted ", "***Stack trace***"):
+            self.assertTrue(daemon.wait_for_log(text, 30))
+        [event] = daemon.result("events", {"type": "hog"})["events"]
+        self.assertEqual(event["type"], "hog")
+        self.assertEqual(event["engine"]["version"]["version"], "scripted")
+        self.assertTrue(event["backtrace"].startswith("-HOG DETECTED:\ntime: "))
+        self.assertIn("libcvcp_u.so", event["backtrace"])
+        self.assertEqual(len(self.reports(daemon)), 1)
+        self.assertEqual(self.reports(daemon, "cv_hog_dump.txt"), [])
+        self.assertIn("HOG data saved to: ", daemon.log_text())
+        self.assertEqual(daemon.end(), 0)

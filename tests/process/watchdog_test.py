@@ -1,0 +1,188 @@
+"""The supervising parent and its server: killed, stopped, flooded, orphaned."""
+import contextlib
+import os
+import pathlib
+import shutil
+import signal
+import time
+
+from harness.case import SANITIZED, DaemonTest
+from harness.processes import children, descriptors, eventually, gone, kill
+
+SHORT_TIMEOUTS = ("--wd_hog_timeout", "200", "--wd_kill_timeout", "600", "-v", "debug")
+PATIENCE = 3 if SANITIZED else 1  # short time-outs would judge the machine
+
+
+def stderr_of(server):
+    """A second write end of the pipe that is the server's stderr."""
+    return os.open(f"/proc/{server}/fd/2", os.O_WRONLY | os.O_NONBLOCK)
+
+
+class Watchdog(DaemonTest):
+    def supervised(self, *args, **more):
+        return self.daemon(*args, watchdog=True, **more)
+
+    def test_an_abnormal_end_is_reported_and_its_evidence_gathered(self):
+        for signum, name, gathered in ((signal.SIGKILL, "Killed", ["cvconfig.json", "log"]),
+                                       (signal.SIGSEGV, "Segmentation fault", ["cvconfig.json", "cvdump.json", "log"])):
+            if SANITIZED and signum == signal.SIGSEGV:
+                continue  # the sanitizer turns that into an exit
+            with self.subTest(name):
+                daemon = self.supervised("-c", "conf", files={"conf": "[]"})
+                kill(daemon.next_child(), signum)
+                self.assertEqual(daemon.wait_exit(), 1)
+                self.assertIn("Restarting brumecpd is disabled", daemon.log_text())
+                [event] = daemon.evidence()
+                self.assertEqual(sorted(os.listdir(event)), gathered)
+                self.assertEqual(len(os.listdir(event.parent)), 2, "itself and a dummy")
+                self.assertEqual(event.stat().st_mode & 0o7037, 0)
+                log = (event / "log").read_text()
+                for text in ("    PROCESS TERMINATION OCCURRED    ", "Exit code: 0", f"Terminated by signal [{name}]"):
+                    self.assertIn(text, log)
+
+    def test_a_stop_of_the_parent_stops_the_server_at_any_moment(self):
+        for early in (False, True):
+            for name in ("SIGTERM", "SIGINT"):
+                with self.subTest(name, early=early):
+                    daemon = self.supervised(ready=not early)
+                    self.assertTrue(daemon.wait_for_log("Launched"))
+                    daemon.signal(getattr(signal, name))
+                    self.assertEqual(daemon.wait_exit(8 * PATIENCE), 0, "a stop that got lost costs ten seconds")
+                    log = daemon.log_text()
+                    for text in (f"Stopped by {name}, passing to child", f"CP shutdown - cause: received signal {name}",
+                                 "Process terminated normally"):
+                        self.assertIn(text, log)
+                    self.assertNotIn("TERMINATION OCCURRED", log)
+                    self.assertEqual(daemon.evidence(), [])
+
+    def test_a_silent_server_is_asked_then_aborted_and_never_counts_as_normal(self):
+        daemon = self.supervised(*SHORT_TIMEOUTS)
+        server = daemon.next_child()
+        daemon.signal(signal.SIGUSR2)  # the first heartbeat: without one there's no judgement
+        kill(server, signal.SIGSTOP)
+        self.assertTrue(daemon.wait_for_log("Aborting child (state T)"))
+        self.assertIn("Sending HOG signal to child (state T)", daemon.log_text())
+        kill(server, signal.SIGCONT)
+        self.assertEqual(daemon.wait_exit(), 1)
+        self.assertIn("Process killed by watchdog since not responding", daemon.log_text())
+        self.assertIn("Terminated by signal [Aborted]", daemon.log_text())
+        self.assertTrue((daemon.evidence()[-1] / "cvdump.json").exists())
+
+    def test_without_hog_detection_a_silent_server_is_left_alone(self):
+        daemon = self.supervised(*SHORT_TIMEOUTS, "--wd_no_hog")
+        server = daemon.next_child()
+        kill(server, signal.SIGSTOP)
+        time.sleep(0.8)
+        kill(server, signal.SIGCONT)
+        self.assertTrue(daemon.alive())
+        self.assertIn("Hog detection disabled", daemon.log_text())
+        self.assertNotIn("No heartbeat for", daemon.log_text())
+        self.assertEqual(daemon.end(), 0)
+
+    def test_a_server_that_exits_is_replaced_after_a_growing_delay(self):
+        daemon = self.scripted("-a", "--wd_reload", watchdog=True, ready=False, script="crash tick exit 3\n")
+        self.assertTrue(daemon.wait_for_log("Restarting brumecpd in 2 seconds", 10 * PATIENCE))
+        self.assertInOrder(["Exit code: 3", "Restarting brumecpd\n", "Exit code: 3"], daemon.log_text())
+        daemon.script("")
+        self.assertTrue(daemon.alive())
+        self.assertEqual(daemon.result("status")["state"], "activated")
+        self.assertEqual(daemon.end(), 0)
+
+    def test_without_reload_the_servers_exit_code_is_the_parents(self):
+        daemon = self.scripted("-a", watchdog=True, ready=False, script="crash tick exit 3\n")
+        self.assertEqual(daemon.wait_exit(), 3)
+        self.assertEqual(len(daemon.evidence()), 1)
+
+    def test_many_ends_in_a_row_leave_nothing_behind(self):
+        daemon = self.supervised("--wd_reload", "--wd_reload_backoff_multiplier", "1")
+        server = daemon.next_child()
+        before = descriptors(daemon.pid), descriptors(server)
+        # Some at once, before the server has even begun to serve.
+        for signum in (signal.SIGKILL, signal.SIGKILL, signal.SIGSEGV, signal.SIGKILL, signal.SIGABRT):
+            kill(server, signum)
+            server = daemon.next_child(server)
+        self.assertTrue(daemon.alive())
+        self.assertEqual(children(daemon.pid), [server])
+        self.assertEqual((descriptors(daemon.pid), descriptors(server)), before)
+        self.assertEqual(daemon.end(), 0)
+
+    def test_a_flood_of_stderr_holds_up_neither_judgement_nor_end(self):
+        daemon = self.supervised("--wd_hog_timeout", "200", "--wd_kill_timeout", "3000")
+        server = daemon.next_child()
+        # Someone else who holds the pipe and goes on writing when the server is gone.
+        pipe = stderr_of(server)
+        self.addCleanup(os.close, pipe)
+
+        def flood(rounds):
+            for _ in range(rounds):
+                if not daemon.running():
+                    return
+                with contextlib.suppress(BlockingIOError, BrokenPipeError):
+                    while True:
+                        os.write(pipe, b"x" * 4096)
+                time.sleep(0.005)
+        flood(100)
+        self.assertNotIn("Aborting child", daemon.log_text())
+        self.assertTrue(daemon.alive())
+        kill(server, signal.SIGKILL)
+        flood(1000)
+        self.assertEqual(daemon.wait_exit(0.1), 1, "the end was seen during the flood")
+
+    def test_when_the_parent_is_killed_the_server_goes_on_alone(self):
+        for more in ((), ("--wd_no_hog",)):
+            daemon = self.supervised("--wd_hog_timeout", "200", *more)
+            server = daemon.next_child()
+            daemon.process.kill()
+            daemon.wait_exit()
+            self.assertTrue(more or daemon.wait_for_log("Parent PID has changed, heartbeats won't be sent"))
+            # Printing must fail before the pipe that nobody empties is full.
+            pipe = stderr_of(server)
+            self.addCleanup(os.close, pipe)
+
+            def refused(pipe=pipe):
+                try:
+                    return os.write(pipe, b"x") < 0
+                except BrokenPipeError:
+                    return True
+            self.assertTrue(eventually(refused))
+            kill(server, signal.SIGUSR2)  # its stack goes there, too
+            self.assertTrue(daemon.alive())
+            kill(server, signal.SIGTERM)
+            self.assertTrue(eventually(lambda server=server: gone(server)))
+            self.assertFalse(os.path.exists(daemon.path))
+
+    def test_a_log_that_cannot_be_written_costs_lines_only(self):
+        logs, full = self.folder / "logs", self.folder / "full"
+        logs.mkdir()
+        full.symlink_to("/dev/full")
+        for log in (logs / "log", full, pathlib.Path("/nowhere/log")):
+            with self.subTest(log=log):
+                daemon = self.supervised("--wd_reload", log=log)
+                self.assertEqual(daemon.result("status")["logfile"], "" if "nowhere" in str(log) else str(log))
+                shutil.rmtree(logs, ignore_errors=True)
+                server = daemon.next_child()
+                kill(server, signal.SIGKILL)
+                daemon.next_child(server)
+                self.assertTrue(daemon.alive())
+                self.assertEqual(daemon.end(), 0)
+                self.assertEqual("Creating dir for events '" in daemon.out(), log != full)
+        self.assertIn("Failed creating a log file: '/nowhere/log'", daemon.out())
+
+    def test_a_daemons_server_prints_into_the_pipe_and_nowhere_else(self):
+        starter = self.supervised("-d", ready=False)
+        self.assertEqual(starter.wait_exit(), 0)
+        self.assertTrue(starter.alive())
+        server = starter.result("status")["pid"]
+        self.addCleanup(kill, server, signal.SIGKILL)
+        self.assertIn("pipe:", os.readlink(f"/proc/{server}/fd/2"))
+        for fd in "01":
+            self.assertFalse(os.path.lexists(f"/proc/{server}/fd/{fd}"))
+        pipe = stderr_of(server)
+        self.addCleanup(os.close, pipe)
+        self.assertEqual(os.write(pipe, b"hello pipe"), 10)
+        self.assertTrue(starter.wait_for_log("[WD    ][ERROR] - Hello pipe"))
+        kill(server, signal.SIGKILL)
+        self.assertTrue(starter.wait_for_log("Restarting brumecpd is disabled"))
+        [event] = starter.evidence()
+        copy = (event / "log").read_text()
+        self.assertTrue(starter.log_text().startswith(copy))
