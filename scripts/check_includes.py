@@ -14,6 +14,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 LAW = {
     "src/utils": ["utils/"],
     "src/infra": ["infra/", "utils/"],
+    "src/infra/exports": ["infra/exports/", "utils/"],
+    "src/infra/json": ["infra/json/", "infra/corvo_logger.h", "infra/corvo_rpc_command.h", "infra/corvo_zip.h", "utils/"],
     "src/server": ["server/", "infra/", "utils/"],
     "src/server/rpc": ["server/rpc/corvo_rpc_", "infra/", "utils/"],
     "src/server/rpc/core": [
@@ -24,7 +26,7 @@ LAW = {
     "src/main.cpp": ["server/corvo_server_main.h", "infra/"],
     "include/brumecpd": [],
     "engine": ["brumecpd/", ""],
-    "client": ["client/", "infra/corvo_jsonrpc", "infra/corvo_json", "utils/"],
+    "client": ["client/", "infra/json/", "utils/"],
 }
 ENGINE_MAY_NOT = ("utils/", "infra/", "server/")
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.M)

@@ -9,9 +9,9 @@
 #include <cstring>
 
 #include "infra/corvo_channel.h"
-#include "infra/corvo_json.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_version.h"
+#include "infra/json/corvo_json.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_loader.h"
 #include "server/watchdog/corvo_backward.h"

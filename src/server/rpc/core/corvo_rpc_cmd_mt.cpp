@@ -1,6 +1,6 @@
 // The data of the memory tracer; refused in an image that has none.
 
-#include "infra/corvo_mt.h"
+#include "infra/exports/corvo_mt.h"
 #include "server/rpc/core/corvo_rpc_cmds.h"
 #include "server/rpc/core/corvo_rpc_values.h"
 
