@@ -8,7 +8,7 @@
 #include "client/push_remarks.h"
 #include "client/reply.h"
 #include "client/views.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

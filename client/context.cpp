@@ -6,7 +6,7 @@
 #include "client/engine_methods.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

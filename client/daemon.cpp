@@ -10,7 +10,7 @@
 #include "client/interrupt.h"
 #include "client/own_socket.h"
 #include "client/reply.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 
 namespace brumectl {

@@ -9,7 +9,7 @@
 #include "client/method_table.h"
 #include "client/method_words.h"
 #include "client/typed_line.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

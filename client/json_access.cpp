@@ -1,6 +1,6 @@
 #include "client/json_access.h"
 
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

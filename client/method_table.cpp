@@ -4,7 +4,7 @@
 #include <numeric>
 
 #include "client/failure.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

@@ -6,7 +6,7 @@
 #include "client/fields.h"
 #include "client/json_access.h"
 #include "client/method_table.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

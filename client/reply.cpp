@@ -5,7 +5,7 @@
 #include <climits>
 
 #include "client/failure.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "utils/base64.h"
 
 namespace brumectl::reply {

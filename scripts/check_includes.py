@@ -15,6 +15,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 LAW = {
     "src/utils": ["utils/", "brumecpd/exception.h"],
     "src/infra": ["infra/", "utils/", "brumecpd/engine_notify.h", "brumecpd/engine_rpc.h"],
+    "src/infra/exports": ["infra/exports/", "utils/"],
+    "src/infra/json": ["infra/json/", "infra/corvo_logger.h", "infra/corvo_rpc_command.h", "infra/corvo_zip.h", "utils/"],
     "src/server/rpc": ["server/rpc/corvo_rpc_", "infra/", "utils/"],
     "src/server/watchdog": ["server/watchdog/", "infra/", "utils/"],
     "src/server": [
@@ -40,7 +42,7 @@ LAW = {
         "server/corvo_server_inject.h", "server/corvo_server_loader_api.h", "infra/corvo_rpc_command.h", "utils/",
         "brumecpd/",
     ],
-    "client": ["client/", "infra/corvo_jsonrpc", "infra/corvo_json", "utils/"],
+    "client": ["client/", "infra/json/", "utils/"],
 }
 # Other headers in angle brackets aren't ours.
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<(brumecpd/[^>]+)>)', re.M)

@@ -14,7 +14,7 @@
 #include "client/json_access.h"
 #include "client/local_daemon.h"
 #include "client/text_file.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

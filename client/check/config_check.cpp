@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "client/method_table.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl::check {
 

@@ -5,7 +5,7 @@
 
 #include "client/check/special_rules.h"
 #include "client/fields.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl::check {
 

@@ -14,7 +14,7 @@
 #include "client/failure.h"
 #include "client/option_checks.h"
 #include "client/temp_file.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "utils/unique_file.h"
 
 namespace brumectl {

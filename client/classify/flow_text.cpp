@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "client/json_access.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl::flow_text {
 

@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "client/json_access.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

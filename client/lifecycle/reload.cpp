@@ -13,7 +13,7 @@
 #include "client/lifecycle/engine_swap.h"
 #include "client/lifecycle/words.h"
 #include "client/local_daemon.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

@@ -12,7 +12,7 @@
 #include "client/lifecycle/words.h"
 #include "client/local_daemon.h"
 #include "client/method_table.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 
 namespace brumectl {

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "infra/corvo_logger.h"
-#include "infra/corvo_shims.h"
+#include "infra/exports/corvo_shims.h"
 #include "utils/exception.h"
 #include "utils/unique_fd.h"
 

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "infra/corvo_logger.h"
-#include "infra/corvo_shims.h"
+#include "infra/exports/corvo_shims.h"
 #include "utils/clock.h"
 #include "utils/exception.h"
 #include "utils/unique_fd.h"

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "infra/corvo_malloc.h"
+#include "infra/exports/corvo_malloc.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 
 #include <cassert>
 
-#include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
 #include "infra/corvo_version.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 #include "server/corvo_server_config.h"
 #include "server/corvo_server_daemonize.h"
 #include "server/corvo_server_defaults.h"

@@ -3,8 +3,8 @@
 #include <optional>
 #include <sstream>
 
-#include "infra/corvo_json.h"
 #include "infra/corvo_logger.h"
+#include "infra/json/corvo_json.h"
 #include "utils/exception.h"
 
 namespace corvo {

@@ -1,6 +1,6 @@
 #include "server/corvo_server_watched.h"
 
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "infra/corvo_logger.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_config.h"

@@ -11,7 +11,7 @@
 #include "client/check/daemon_user.h"
 #include "client/method_table.h"
 #include "client/run_program.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "support/daemon.h"
 #include "support/temp_dir.h"
 

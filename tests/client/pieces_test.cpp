@@ -13,7 +13,7 @@
 #include "client/render.h"
 #include "client/shell/split.h"
 #include "client/views.h"
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 namespace {

@@ -8,10 +8,10 @@
 #include <climits>
 #include <vector>
 
-#include "infra/corvo_lock.h"
 #include "infra/corvo_scheduler.h"
-#include "infra/corvo_shims.h"
 #include "infra/corvo_socket_channel.h"
+#include "infra/exports/corvo_lock.h"
+#include "infra/exports/corvo_shims.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 

@@ -4,9 +4,9 @@
 
 #include <utility>
 
-#include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_zip.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 #include "utils/clock.h"
 
 namespace corvo {

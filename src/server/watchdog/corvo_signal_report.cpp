@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace corvo::server {
 namespace {

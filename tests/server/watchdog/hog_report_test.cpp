@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <vector>
 
-#include "infra/corvo_json.h"
 #include "infra/corvo_scheduler.h"
 #include "infra/corvo_version.h"
+#include "infra/json/corvo_json.h"
 #include "server/watchdog/corvo_hog_reporter.h"
 #include "server/watchdog/sig_fixture.h"
 #include "server/watchdog/signal_trap.h"

@@ -1,6 +1,6 @@
 // The memory tracer's data; refused in builds that have no tracer.
 
-#include "infra/corvo_mt.h"
+#include "infra/exports/corvo_mt.h"
 #include "server/rpc/core/corvo_rpc_cmds.h"
 #include "server/rpc/core/corvo_rpc_values.h"
 

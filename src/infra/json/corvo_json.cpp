@@ -1,9 +1,9 @@
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include "infra/corvo_json_reader.h"
+#include "infra/json/corvo_json_reader.h"
 
 namespace corvo::json {
 

@@ -1,4 +1,4 @@
-#include "infra/corvo_shims.h"
+#include "infra/exports/corvo_shims.h"
 
 #include <poll.h>
 #include <sys/epoll.h>

@@ -1,14 +1,14 @@
-#include "infra/corvo_jsonrpc_v2.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 
 #include <algorithm>
 #include <iterator>
 #include <string_view>
 #include <utility>
 
-#include "infra/corvo_json.h"
-#include "infra/corvo_json_reader.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_zip.h"
+#include "infra/json/corvo_json.h"
+#include "infra/json/corvo_json_reader.h"
 #include "utils/base64.h"
 #include "utils/clock.h"
 

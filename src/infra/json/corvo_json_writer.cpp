@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace corvo::json {
 

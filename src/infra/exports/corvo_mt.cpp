@@ -1,4 +1,4 @@
-#include "infra/corvo_mt.h"
+#include "infra/exports/corvo_mt.h"
 
 #include <cerrno>
 

@@ -1,4 +1,4 @@
-#include "infra/corvo_malloc.h"
+#include "infra/exports/corvo_malloc.h"
 
 #include <malloc.h>
 

@@ -1,4 +1,4 @@
-#include "infra/corvo_json_reader.h"
+#include "infra/json/corvo_json_reader.h"
 
 #include <cstddef>
 #include <cstring>

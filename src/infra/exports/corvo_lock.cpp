@@ -1,4 +1,4 @@
-#include "infra/corvo_lock.h"
+#include "infra/exports/corvo_lock.h"
 
 void corvo_lock_init(pthread_mutex_t* m) {
     if (!m) return;

@@ -1,8 +1,8 @@
-#include "infra/corvo_jsonrpc_msg.h"
+#include "infra/json/corvo_jsonrpc_msg.h"
 
-#include "infra/corvo_json.h"
-#include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_zip.h"
+#include "infra/json/corvo_json.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 
 namespace corvo {
 
