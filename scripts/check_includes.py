@@ -2,6 +2,7 @@
 """Holds the law of which folder may include which. Prints each breach and exits with 1 if there is one.
 
 docs/architecture.md draws it: utils <- infra <- watchdog, rpc <- server <- rpc/core. The engine sees only the boundary.
+In the client words see all, and nobody sees words.
 """
 import pathlib
 import re
@@ -9,6 +10,10 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+
+SHARED_WITH_THE_CLIENT = ["infra/json/corvo_json.h", "utils/"]
+ENDINGS = ["failure.h", "interrupt.h"]
+FEATURE = ["text/", "wire/", "context.h", *ENDINGS]
 
 # folder or file -> beginnings of the includes of our own that it may use, "./" for those of its own folder; the
 # longest entry that matches a file counts
@@ -42,7 +47,23 @@ LAW = {
         "server/corvo_server_inject.h", "server/corvo_server_loader_api.h", "infra/corvo_rpc_command.h", "utils/",
         "brumecpd/",
     ],
-    "client": ["client/", "infra/json/", "utils/"],
+    # On top stands what every folder of the client shares, and `program`, which alone sees the words.
+    **{f"client/{room}": [f"client/{other}" for other in [f"{room}/", *others]] + SHARED_WITH_THE_CLIENT
+       for room, others in {
+           "text": ENDINGS,
+           "wire": ["text/", *ENDINGS],
+           "check": FEATURE,
+           "classify": FEATURE,
+           "evidence": FEATURE,
+           "lifecycle": [*FEATURE, "check/"],
+           "live": FEATURE,
+           "shell": ["text/", *ENDINGS],
+           "words": [""],
+       }.items()},
+    "client": ["client/context.h", "client/failure.h", "client/interrupt.h", "client/text/", "client/wire/",
+               *SHARED_WITH_THE_CLIENT],
+    "client/program.cpp": ["client/", *SHARED_WITH_THE_CLIENT],
+    "client/main.cpp": ["client/program.h", "client/interrupt.h"],
 }
 # Other headers in angle brackets aren't ours.
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<(brumecpd/[^>]+)>)', re.M)

@@ -4,7 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "client/method_table.h"
+#include "client/text/complaints.h"
+#include "client/text/method_table.h"
 #include "infra/json/corvo_json.h"
 
 namespace brumectl::check {

@@ -4,7 +4,8 @@
 #include <string_view>
 
 #include "client/check/special_rules.h"
-#include "client/fields.h"
+#include "client/text/complaints.h"
+#include "client/text/fields.h"
 #include "infra/json/corvo_json.h"
 
 namespace brumectl::check {

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 #include "infra/json/corvo_json.h"
 
 namespace brumectl {

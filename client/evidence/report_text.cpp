@@ -1,6 +1,6 @@
 #include "client/evidence/report_text.h"
 
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 #include "infra/json/corvo_json.h"
 
 namespace brumectl {

@@ -9,7 +9,7 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 #include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 

@@ -12,9 +12,9 @@
 #include <filesystem>
 #include <memory>
 
-#include "client/address.h"
 #include "client/live/subscription.h"
 #include "client/run_program.h"
+#include "client/wire/address.h"
 #include "support/client.h"
 #include "support/daemon.h"
 #include "support/net_namespace.h"
