@@ -56,14 +56,24 @@ bool is_fatal(int signum) {
     }
 }
 
+/** Only the third argument of a handler tells where the stack of the interrupted code begins. */
+void enter_handler(int signum, siginfo_t*, void* ucontext) {
+    const InterruptedHere here(ucontext);
+    on_ext_signal(signum);
+}
+
 struct sigaction our_action(int signum, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
+    if (handler == on_ext_signal) {
+        action.sa_sigaction = enter_handler;
+        action.sa_flags = SA_SIGINFO;
+    }
     sigemptyset(&action.sa_mask);
     for (int masked : SigHandler::reg_sigs())
         sigaddset(&action.sa_mask, masked);
     // After a stack overflow there is no room for a handler on the stack that overflowed.
-    if (is_fatal(signum)) action.sa_flags = SA_ONSTACK;
+    if (is_fatal(signum)) action.sa_flags |= SA_ONSTACK;
     return action;
 }
 
@@ -136,6 +146,23 @@ int uptime() {
     const Server* server = Server::g_ptr;
     return server && server->sched() ? server->get_uptime() : 0;
 }
+
+/** Writes a line for each frame. */
+class FrameLines : public StackVisitor {
+ public:
+    explicit FrameLines(int fd) : m_fd(fd) {}
+
+    bool visit(const StackFrame& frame) override {
+        if (frame.kind == StackFrame::GUESS) write_all(m_fd, GUESS_MARK);
+        void* address = reinterpret_cast<void*>(frame.address);
+        backtrace_symbols_fd(&address, 1, m_fd);
+        return ++m_count < MAX_FRAMES;
+    }
+
+ private:
+    int m_fd;
+    int m_count = 0;
+};
 
 // --- texts of a report -------------------------------------------------------------------------------------
 
@@ -237,9 +264,6 @@ void SigHandler::init(const char* dump_dir, const std::string& log_file) {
     copy_cut(m_dump_dir.get(), m_path_size, dump_dir);
     copy_cut(m_log_file.get(), m_path_size, log_file.c_str());
     init_plat_info();
-    // The first call loads the unwinder's library.
-    void* frame = nullptr;
-    backtrace(&frame, 1);
 }
 
 void SigHandler::init_plat_info() {
@@ -302,8 +326,8 @@ const char* SigHandler::log_file() {
 // --- the report of a signal --------------------------------------------------------------------------------
 
 void SigHandler::dump_traceback(int fd) {
-    void* frames[MAX_FRAMES];
-    backtrace_symbols_fd(frames, backtrace(frames, MAX_FRAMES), fd);
+    FrameLines lines(fd);
+    walk_stack(lines);
 }
 
 unsigned int SigHandler::dump_server_info_json(char* dst, unsigned int size) {
