@@ -1,6 +1,5 @@
 #include "server/watchdog/corvo_server_sig.h"
 
-#include <execinfo.h>
 #include <fcntl.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include "server/corvo_server.h"
 #include "server/corvo_server_loader.h"
 #include "server/watchdog/corvo_backward.h"
+#include "server/watchdog/corvo_frame_lines.h"
 #include "server/watchdog/corvo_wd_events_dir.h"
 #include "server/watchdog/corvo_wd_orphan.h"
 #include "utils/clock.h"
@@ -25,7 +25,6 @@ namespace {
 
 const std::string COMP = "WD";
 
-constexpr int MAX_FRAMES = 100;
 constexpr unsigned RESOLVE_LIMIT_SEC = 5;
 /** Printing a trace from here reads debug information, so it is far more than a handler needs. */
 constexpr size_t ALTERNATE_STACK_SIZE = 512UL * 1024;
@@ -146,23 +145,6 @@ int uptime() {
     const Server* server = Server::g_ptr;
     return server && server->sched() ? server->get_uptime() : 0;
 }
-
-/** Writes a line for each frame. */
-class FrameLines : public StackVisitor {
- public:
-    explicit FrameLines(int fd) : m_fd(fd) {}
-
-    bool visit(const StackFrame& frame) override {
-        if (frame.kind == StackFrame::GUESS) write_all(m_fd, GUESS_MARK);
-        void* address = reinterpret_cast<void*>(frame.address);
-        backtrace_symbols_fd(&address, 1, m_fd);
-        return ++m_count < MAX_FRAMES;
-    }
-
- private:
-    int m_fd;
-    int m_count = 0;
-};
 
 // --- texts of a report -------------------------------------------------------------------------------------
 

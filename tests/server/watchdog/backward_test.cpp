@@ -18,15 +18,17 @@
 #include "server/watchdog/signal_trap.h"
 #include "support/temp_dir.h"
 
-/** Has no unwind tables, as the functions of many C libraries, and crashes. */
+/** Has no unwind tables, as the functions of many C libraries, isn't exported, and crashes. */
 extern "C" void crash_without_tables();
 #if defined(__arm__)
 asm(R"(.text; .thumb; .syntax unified; .type crash_without_tables, %function; .globl crash_without_tables
+.hidden crash_without_tables
 .thumb_func
 crash_without_tables: push {r4, lr}; movs r4, #0; str r4, [r4]; pop {r4, pc}
 .size crash_without_tables, . - crash_without_tables)");
 #else
 asm(R"(.text; .type crash_without_tables, @function; .globl crash_without_tables
+.hidden crash_without_tables
 crash_without_tables: pushq %rbx; movl $0, 0; popq %rbx; ret
 .size crash_without_tables, . - crash_without_tables)");
 #endif
