@@ -1,6 +1,6 @@
 #pragma once
-// The stack in a report: a line for each frame, "object(function+0x…)[0x…]", as `backtrace_symbols_fd` has it. For
-// signal context.
+// The stack in a report: a line for each frame, "object(function+0x…)[0x…]", as `backtrace_symbols_fd` has
+// it. For signal context.
 
 #include "server/watchdog/corvo_stack.h"
 

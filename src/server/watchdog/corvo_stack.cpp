@@ -3,6 +3,8 @@
 #include <ucontext.h>
 #include <unwind.h>
 
+#include <utility>
+
 #include "server/watchdog/corvo_code_map.h"
 
 namespace corvo::server {
@@ -77,10 +79,11 @@ class Walk {
     /** Where the tables end. */
     void guess_the_rest() {
         if (!m_wanted || !has_map()) return;
+        uintptr_t shown = m_from.lr;  // most functions keep it on the stack, too
         show_lr(0);
         m_map.scan_from(m_sp);
         for (uintptr_t address = 0; m_wanted && (address = m_map.next_return_address()) != 0;)
-            show({address, StackFrame::GUESS});
+            if (address != std::exchange(shown, 0)) show({address, StackFrame::GUESS});
     }
 
  private:

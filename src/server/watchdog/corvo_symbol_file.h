@@ -1,6 +1,6 @@
 #pragma once
-// The functions that an object has but doesn't export, as its file names them unless it was stripped. For signal
-// context: no heap, no stdio, no lock.
+// The functions that an object has but doesn't export, as its file names them unless it was stripped. For
+// signal context: no heap, no stdio, no lock.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +13,8 @@ class SymbolFile {
  public:
     explicit SymbolFile(const char* path);
 
-    /** Looks for the function at this offset from where the object is loaded. False: none there has a name. */
+    /** Looks for the function at this offset from where the object is loaded. False: none there has a name.
+     */
     bool find(uintptr_t offset);
 
     // Of the last function that was found.
