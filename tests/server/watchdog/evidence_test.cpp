@@ -45,6 +45,8 @@ TEST(Evidence, AFileIsCopiedWholeAndEveryFailureNamesItsFile) {
     fs::create_symlink("/dev/zero", dir.file("endless"));
     dir.write("big", big);
     dir.write("empty", "");
+    dir.write("huge", "");
+    ASSERT_EQ(truncate(dir.file("huge").c_str(), static_cast<off_t>(uint64_t{1} << 31)), 0);
     mkfifo(dir.file("pipe").c_str(), 0600);
     const struct {
         const char* src;
@@ -54,6 +56,7 @@ TEST(Evidence, AFileIsCopiedWholeAndEveryFailureNamesItsFile) {
         {"big", "copy", ""},
         {"missing", "copy", "failed to open 'DIR/missing' [No such file or directory]"},
         {"big", "no/copy", "failed to open 'DIR/no/copy' [No such file or directory]"},
+        {"huge", "full", "failed writing 'DIR/full' [No space left on device]"},
         {"big", "full", "failed writing 'DIR/full' [No space left on device]"},
         {"empty", "copy of empty", "failed reading 'DIR/empty' [Success]"},
         {"pipe", "copy of pipe", "failed reading 'DIR/pipe' [Invalid argument]"},
