@@ -130,6 +130,8 @@ EvidenceReport EvidenceReport::from_stall_dump(const std::string& text) {
 }
 
 std::string readable_frame(const std::string& frame) {
+    constexpr const char* GUESS = "? ";
+    if (frame.rfind(GUESS, 0) == 0) return GUESS + readable_frame(frame.substr(strlen(GUESS)));
     size_t open = frame.find('(');
     size_t close = frame.find(')', open == std::string::npos ? 0 : open);
     if (open == std::string::npos || close == std::string::npos) return frame;

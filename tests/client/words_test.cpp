@@ -353,7 +353,7 @@ TEST_P(CompletionScript, IsWhatItsShellReads) {
     TempDir dir;
     dir.write("script", brumectl({"completion", shell}).out);
     dir.write("test", GetParam().test);
-    const std::string command = "cd " + dir.path() + " && ln -s " + BRUMECTL_COMMAND +
+    const std::string command = "cd " + dir.path() + " && ln -s " + BRUMECTL_FILE +
                                 " && HOME=. PATH=.:$PATH " + shell + " test >out 2>&1";
     EXPECT_EQ(system(command.c_str()), 0);
     EXPECT_EQ(read_file(dir.file("out")), GetParam().out);

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <ctime>
 
+static_assert(sizeof(timespec) == 2 * sizeof(long), "what closed libraries have, whatever the daemon has");
+
 int cv_timerfd_create(int clock_id, int flags) {
     return timerfd_create(clock_id, flags);
 }
