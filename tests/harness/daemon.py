@@ -107,7 +107,7 @@ class Daemon:
 
     def evidence(self):
         """The folders of gathered evidence, oldest first."""
-        return sorted((self.log.parent / "cvevents").glob("2*"))
+        return sorted((self.log.parent / "cvevents").glob("[0-9]*"))
 
     # --- the scripted engine
     def script(self, text):
