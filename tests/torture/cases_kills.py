@@ -62,7 +62,7 @@ def evidence(daemon):
 def stop_for_a_while(_, daemon, child):
     time.sleep(0.7)  # nobody is judged before his first heartbeat
     daemon.signal(signal.SIGSTOP, child)
-    time.sleep(0.5)
+    time.sleep(0.3)  # a heartbeat may be half a second old
     daemon.signal(signal.SIGCONT, child)
     hold(daemon.alive(), "no answer after the pause")
     hold(daemon.child() == child, "a short pause cost the child its life")
