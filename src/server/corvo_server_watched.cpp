@@ -1,7 +1,7 @@
 #include "server/corvo_server_watched.h"
 
-#include "infra/json/corvo_json.h"
 #include "infra/corvo_logger.h"
+#include "infra/json/corvo_json.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_config.h"
 #include "server/corvo_server_loader.h"
