@@ -172,6 +172,33 @@ void ParsedObject::_execute_text(std::string& out) {
 
 // --- JsonRpcMethod
 
+/** A call of a command. The table must outlive it. */
+class JsonRpcMethod : public ParsedObject {
+ public:
+    /** `first`: it runs before anything could unload the command. */
+    JsonRpcMethod(Json::Value id, std::string method, RpcCommand* command, Json::Value params,
+                  std::vector<std::string> encodings, const RpcCommandsTable& table, bool first);
+
+ protected:
+    void _execute(Json::Value& res) override;
+    void _execute_text(std::string& out) override;
+
+ private:
+    struct Outcome;
+
+    Outcome perform();
+    std::string pack(const std::string& plain) const;
+    void describe_success(Outcome& outcome, Json::Value& res) const;
+    void describe_failure(const Outcome& outcome, Json::Value& res) const;
+
+    std::string m_method;
+    RpcCommand* m_command;
+    Json::Value m_params;
+    std::vector<std::string> m_encodings;
+    const RpcCommandsTable& m_table;
+    bool m_first;
+};
+
 struct JsonRpcMethod::Outcome {
     uint32_t rc = CMD_OK;
     uint64_t ms = 0;
@@ -271,9 +298,20 @@ void JsonRpcMethod::describe_failure(const Outcome& outcome, Json::Value& res) c
 
 // --- JsonRpcError
 
-void JsonRpcError::_execute(Json::Value& res) {
-    if (respond()) set_error(res, m_code, m_message);
-}
+class JsonRpcError : public ParsedObject {
+ public:
+    JsonRpcError(Json::Value id, int code, std::string message, bool force = false)
+        : ParsedObject(std::move(id), force), m_code(code), m_message(std::move(message)) {}
+
+ protected:
+    void _execute(Json::Value& res) override {
+        if (respond()) set_error(res, m_code, m_message);
+    }
+
+ private:
+    int m_code;
+    std::string m_message;
+};
 
 // --- ReqParser
 

@@ -43,46 +43,6 @@ class ParsedObject {
     bool m_respond;
 };
 
-/** A call of a command. The table must outlive this object. */
-class JsonRpcMethod : public ParsedObject {
- public:
-    /** `first` means that nothing can have unloaded the command before this runs. */
-    JsonRpcMethod(Json::Value id, std::string method, RpcCommand* command, Json::Value params,
-                  std::vector<std::string> encodings, const RpcCommandsTable& table, bool first);
-
- protected:
-    void _execute(Json::Value& res) override;
-    void _execute_text(std::string& out) override;
-
- private:
-    struct Outcome;
-
-    Outcome perform();
-    std::string pack(const std::string& plain) const;
-    void describe_success(Outcome& outcome, Json::Value& res) const;
-    void describe_failure(const Outcome& outcome, Json::Value& res) const;
-
-    std::string m_method;
-    RpcCommand* m_command;
-    Json::Value m_params;
-    std::vector<std::string> m_encodings;
-    const RpcCommandsTable& m_table;
-    bool m_first;
-};
-
-class JsonRpcError : public ParsedObject {
- public:
-    JsonRpcError(Json::Value id, int code, std::string message, bool force = false)
-        : ParsedObject(std::move(id), force), m_code(code), m_message(std::move(message)) {}
-
- protected:
-    void _execute(Json::Value& res) override;
-
- private:
-    int m_code;
-    std::string m_message;
-};
-
 /** Serves one message. Message and table must outlive this object. */
 class ReqParser {
  public:

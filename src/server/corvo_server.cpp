@@ -14,6 +14,7 @@
 #include "server/corvo_server_loader_km.h"
 #include "server/corvo_server_loader_us.h"
 #include "server/corvo_server_tasks.h"
+#include "server/corvo_server_watched.h"
 #include "server/rpc/core/corvo_rpc_core.h"
 #include "server/rpc/corvo_rpc_server.h"
 #include "utils/clock.h"
@@ -46,7 +47,8 @@ struct sigaction masking(std::initializer_list<int> signals) {
 
 Server* Server::g_ptr = nullptr;
 
-Server::Server(const Options& options) : m_options(options), m_early_stop(NO_EARLY_STOP) {}
+Server::Server(const Options& options)
+    : m_options(options), m_wd(watched_server()), m_early_stop(NO_EARLY_STOP) {}
 
 Server::~Server() {
     m_rpc_server.reset();

@@ -82,15 +82,13 @@ std::unique_ptr<CCapReaderBase> Engine::begin_push(const std::string& dpaddr, co
     return open_capture(filename);
 }
 
-void Engine::push_frames(CCapReaderBase& reader, const std::string& dpaddr, bool reset, uint32_t ns_id,
-                         bool extended, bool described, const PktSink& sink) {
+void Engine::push_frames(CCapReaderBase& reader, const std::string& dpaddr, uint32_t ns_id, bool extended,
+                         bool described, const PktSink& sink) {
     CCapPkt frame;
     PacketBuffer batch;
     for (;;) {
         const bool more = reader.ReadPacket(&frame);
-        if (batch.full() || (!more && !batch.empty())) {
-            send_batch(dpaddr, batch, ns_id, reset, extended, sink);
-        }
+        if (batch.full() || (!more && !batch.empty())) send_batch(dpaddr, batch, extended, sink);
         if (!more) break;
         if (frame.parse()) batch.add(frame, ns_id, described);
     }
@@ -98,20 +96,19 @@ void Engine::push_frames(CCapReaderBase& reader, const std::string& dpaddr, bool
 
 void Engine::push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                        bool extended, const PktSink& sink) {
-    push_frames(*begin_push(dpaddr, filename, reset), dpaddr, reset, ns_id, extended, extended, sink);
+    push_frames(*begin_push(dpaddr, filename, reset), dpaddr, ns_id, extended, extended, sink);
 }
 
 void Engine::push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                        bool extended, std::vector<PktInfo>& results) {
     const std::unique_ptr<CCapReaderBase> reader = begin_push(dpaddr, filename, reset);
     results.clear();
-    push_frames(*reader, dpaddr, reset, ns_id, extended, /*described=*/true,
+    push_frames(*reader, dpaddr, ns_id, extended, /*described=*/true,
                 [&results](PktInfo&& info) { results.push_back(std::move(info)); });
 }
 
-void Engine::send_batch(const std::string& dpaddr, PacketBuffer& batch, uint32_t ns_id, bool reset,
-                        bool extended, const PktSink& sink) {
-    push_pkts_internal(dpaddr, batch.pkts, ns_id, reset, extended, batch.infos);
+void Engine::send_batch(const std::string& dpaddr, PacketBuffer& batch, bool extended, const PktSink& sink) {
+    push_pkts_internal(dpaddr, batch.pkts, extended, batch.infos);
     for (PktInfo& info : batch.infos) {
         if (info.cls != 0) sink(std::move(info));
     }
@@ -130,7 +127,7 @@ void Engine::push_raw_extended(const std::string& dpaddr, const std::string& dat
     pkts[0].data = frame.GetPktBuffer();
     std::vector<PktInfo> infos;
     infos.push_back(std::move(info));
-    push_pkts_internal(dpaddr, pkts, ns_id, reset, extended, infos);
+    push_pkts_internal(dpaddr, pkts, extended, infos);
     info = std::move(infos[0]);
 }
 

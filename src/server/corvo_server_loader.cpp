@@ -9,6 +9,8 @@
 
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
+#include "server/corvo_server_tick.h"
+#include "server/watchdog/corvo_info.h"
 #include "utils/exception.h"
 #include "utils/unique_fd.h"
 
@@ -17,8 +19,6 @@ namespace corvo::server {
 namespace {
 
 const std::string COMP = "server";
-
-constexpr int NO_PREFERENCE_DELAY_MS = 1000;
 
 /**
  * Runs a call into the library, `fn(err)`. Returns the failure's text, empty on success. Also catches
@@ -47,17 +47,6 @@ void call(Fn&& fn) {
 }
 
 }  // namespace
-
-int EngineTask::execute() {
-    if (m_engine->state() == Engine::STATE_UNLOADED) return NO_PREFERENCE_DELAY_MS;
-    const int delay_ms = m_engine->tick();
-    return delay_ms >= 0 ? delay_ms : NO_PREFERENCE_DELAY_MS;
-}
-
-EventRC EngineEvent::do_work(const EventExpireReason&) {
-    if (m_engine->state() != Engine::STATE_UNLOADED) m_engine->tick();
-    return resched(0u);
-}
 
 Engine::Engine(std::string mode, Scheduler& sched) : m_mode(std::move(mode)), m_sched(sched) {}
 
@@ -98,8 +87,7 @@ void Engine::set_state(state_e state) {
 }
 
 const char* engine_state_to_str(Engine::state_e state) {
-    static constexpr const char* TEXTS[] = {"not loaded", "deactivated", "activated", "activated (attached)"};
-    return state < std::size(TEXTS) ? TEXTS[state] : "unknown";
+    return InfoEngine::eng_state_to_str(static_cast<int>(state));
 }
 
 // --- load and unload ---------------------------------------------------------------------------------------
@@ -360,8 +348,8 @@ void Engine::health_conf_set(const Json::Value& conf) {
     call([&](std::string& err) { m_api.health_conf_set(conf, err); });
 }
 
-void Engine::push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t /*ns_id*/,
-                                bool /*reset*/, bool extended, std::vector<PktInfo>& infos) {
+void Engine::push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended,
+                                std::vector<PktInfo>& infos) {
     call([&](std::string& err) { m_api.push_pkts(dpaddr, pkts, err, extended); });
     if (pkts.size() != infos.size()) throw Exception("engine changed the number of packets");
     for (size_t i = 0; i < pkts.size(); ++i) {

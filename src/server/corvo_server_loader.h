@@ -13,8 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "infra/corvo_event.h"
-#include "infra/corvo_task.h"
 #include "server/corvo_server_loader_api.h"
 
 namespace corvo {
@@ -24,33 +22,9 @@ class Scheduler;
 
 namespace corvo::server {
 
-class Engine;
+class EngineEvent;
+class EngineTask;
 class PacketBuffer;
-
-/** The timed tick. The library's result is the delay until the next one. */
-class EngineTask : public Task {
- public:
-    explicit EngineTask(Engine* engine) : Task(0), m_engine(engine) {}
-    int execute() override;
-    std::string get_name() const override { return "Corvo Tick"; }
-    int64_t hog_timeout_ms() const override { return 0; }
-
- private:
-    Engine* m_engine;
-};
-
-/**
- * An extra tick whenever the library's descriptor is readable. The library keeps ownership of the descriptor.
- */
-class EngineEvent : public Event {
- public:
-    EngineEvent(int fd, Engine* engine) : m_engine(engine) { m_fd = fd; }
-    std::string get_name() const override { return "Corvo Event"; }
-    EventRC do_work(const EventExpireReason& reason) override;
-
- private:
-    Engine* m_engine;
-};
 
 /** How a kind of engine names its library, in the file system and in the log. */
 struct LibraryTexts {
@@ -194,14 +168,13 @@ class Engine {
     void set_state(state_e state);
     std::vector<std::string> detach_one(const std::string& ifname);
     void flow_reset(const std::string& dpaddr);
-    void push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, uint32_t ns_id,
-                            bool reset, bool extended, std::vector<PktInfo>& infos);
+    void push_pkts_internal(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended,
+                            std::vector<PktInfo>& infos);
     std::unique_ptr<CCapReaderBase> begin_push(const std::string& dpaddr, const std::string& filename,
                                                bool reset);
-    void push_frames(CCapReaderBase& reader, const std::string& dpaddr, bool reset, uint32_t ns_id,
-                     bool extended, bool described, const PktSink& sink);
-    void send_batch(const std::string& dpaddr, PacketBuffer& batch, uint32_t ns_id, bool reset, bool extended,
-                    const PktSink& sink);
+    void push_frames(CCapReaderBase& reader, const std::string& dpaddr, uint32_t ns_id, bool extended,
+                     bool described, const PktSink& sink);
+    void send_batch(const std::string& dpaddr, PacketBuffer& batch, bool extended, const PktSink& sink);
 
     Scheduler& m_sched;
     EngineApi m_api;

@@ -7,16 +7,15 @@
 #include <iterator>
 
 #include "infra/corvo_version.h"
-#include "server/corvo_server.h"
-#include "server/corvo_server_loader.h"
 #include "server/watchdog/corvo_server_sig.h"
+#include "server/watchdog/corvo_wd_server.h"
 
 namespace corvo::server {
 namespace {
 
 constexpr char PATH_LABEL[] = "cp lib path: ";
 constexpr unsigned MAX_PATH_LENGTH = 86;
-constexpr int ACTIVE = Engine::STATE_ACTIVE;
+constexpr int ACTIVE = EngineFacts::ACTIVATED;
 
 /** The pieces one after the other, up to the first that doesn't fit; gives the bytes used. */
 unsigned append(unsigned char* dst, unsigned size, std::initializer_list<const char*> pieces) {
@@ -77,18 +76,18 @@ unsigned int InfoPlat::dump_json(unsigned char* dst, unsigned int size) {
 // --- engine ------------------------------------------------------------------------------------------------
 
 void InfoEngine::fill() {
-    Engine* engine = Server::g_ptr ? Server::g_ptr->engine() : nullptr;
-    if (!engine) return;
-    copy_cut(m_mode, engine->get_mode_int().c_str());
-    m_state = static_cast<int>(engine->state());
+    const WatchedServer* server = get_sig_handler()->server();
+    EngineFacts facts;
+    if (!server || !server->engine_facts(facts)) return;
+    copy_cut(m_mode, facts.mode);
+    m_state = facts.state;
     if (m_state < ACTIVE) return;
 
     const char* version = get_sig_handler()->engine_version();
     if (strlen(version) < sizeof m_version) copy_cut(m_version, version);
     copy_cut(m_path, PATH_LABEL);
-    const char* path = engine->get_engine_path_int().c_str();
     static_assert(sizeof PATH_LABEL + MAX_PATH_LENGTH <= sizeof m_path);
-    if (strlen(path) <= MAX_PATH_LENGTH) append_cut(m_path, path);
+    if (strlen(facts.path) <= MAX_PATH_LENGTH) append_cut(m_path, facts.path);
 }
 
 unsigned int InfoEngine::dump(unsigned char* dst, unsigned int size) {

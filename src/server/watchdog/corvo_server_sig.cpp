@@ -9,21 +9,17 @@
 #include <cstring>
 
 #include "infra/corvo_channel.h"
-#include "infra/corvo_json.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_version.h"
-#include "server/corvo_server.h"
-#include "server/corvo_server_loader.h"
 #include "server/watchdog/corvo_backward.h"
 #include "server/watchdog/corvo_wd_events_dir.h"
 #include "server/watchdog/corvo_wd_orphan.h"
+#include "server/watchdog/corvo_wd_server.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 
 namespace corvo::server {
 namespace {
-
-const std::string COMP = "WD";
 
 constexpr int MAX_FRAMES = 100;
 constexpr unsigned RESOLVE_LIMIT_SEC = 5;
@@ -127,14 +123,14 @@ void on_fatal_signal(int signum) {
     raise(signum);
 }
 
-void stop_server(Server::exitcause_e cause) {
-    if (Server::g_ptr) Server::g_ptr->stop(cause);
+void stop_server(int signum) {
+    if (const WatchedServer* server = get_sig_handler()->server()) server->stop(signum);
     SigHandler::unregister_child_sig();
 }
 
 int uptime() {
-    const Server* server = Server::g_ptr;
-    return server && server->sched() ? server->get_uptime() : 0;
+    const WatchedServer* server = get_sig_handler()->server();
+    return server ? server->uptime() : 0;
 }
 
 // --- texts of a report -------------------------------------------------------------------------------------
@@ -165,31 +161,14 @@ void add_info(char* dst, CorvoDumpInfo& info, CorvoDumpInfo::InfoFormat format, 
     left -= format == CorvoDumpInfo::INFO_JSON ? info.dump_json(bytes, left) : info.dump(bytes, left);
 }
 
-// --- the engine's version ----------------------------------------------------------------------------------
-
-Engine* server_engine() {
-    return Server::g_ptr ? Server::g_ptr->engine() : nullptr;
-}
-
-void engine_state_cb(Engine::state_e state) {
-    CORVO_LOG(DEBUG, COMP, "state changed to %u", static_cast<unsigned>(state));
-    if (state <= Engine::STATE_LOADED) get_sig_handler()->set_engine_version("");
-    if (state != Engine::STATE_ACTIVE) return;
-    Json::Value version;
-    server_engine()->get_version(version);
-    get_sig_handler()->set_engine_version(json::write_line(version));
-}
-
 }  // namespace
 
 void on_ext_signal(int signum) {
     const int saved_errno = errno;
     switch (signum) {
         case SIGINT:
-            stop_server(Server::EXIT_CAUSE_SIGINT);
-            break;
         case SIGTERM:
-            stop_server(Server::EXIT_CAUSE_SIGTERM);
+            stop_server(signum);
             break;
         case SIGUSR1:
             get_sig_handler()->on_hog_signal();
@@ -295,8 +274,9 @@ const std::string& SigHandler::dump_prefix() {
 }
 
 const char* SigHandler::log_file() {
-    const Server* server = Server::g_ptr;
-    return server ? server->options().log_file.c_str() : get_sig_handler()->m_log_file.get();
+    const WatchedServer* server = get_sig_handler()->server();
+    const char* of_server = server ? server->log_file() : nullptr;
+    return of_server ? of_server : get_sig_handler()->m_log_file.get();
 }
 
 // --- the report of a signal --------------------------------------------------------------------------------
@@ -428,11 +408,11 @@ void SigHandler::set_hog_channel(std::shared_ptr<Channel> channel) {
 // --- the engine's version ----------------------------------------------------------------------------------
 
 void SigHandler::register_state_change_cb() {
-    if (Engine* engine = server_engine()) engine->register_state_cb(engine_state_cb);
+    if (const WatchedServer* server = get_sig_handler()->server()) server->follow_engine();
 }
 
 void SigHandler::unregister_state_change_cb() {
-    if (Engine* engine = server_engine()) engine->unregister_state_cb(engine_state_cb);
+    if (const WatchedServer* server = get_sig_handler()->server()) server->unfollow_engine();
 }
 
 void SigHandler::set_engine_version(const std::string& version) {

@@ -24,6 +24,7 @@ class Channel;
 namespace corvo::server {
 
 class BackwardSig;
+class WatchedServer;
 
 /** The handler of every signal that the server handles. Keeps errno. */
 void on_ext_signal(int signum);
@@ -40,6 +41,10 @@ class SigHandler {
     /** `dump_dir` ends in "/". Paths are cut at 255 characters. Normal context, before the first fork. */
     void init(const char* dump_dir, const std::string& log_file);
     void init_plat_info();
+    /** Normal context, before the first fork; must outlive all handlers. Null: none to stop or to tell of. */
+    void set_server(const WatchedServer* server) { m_server = server; }
+    /** Signal-safe. */
+    const WatchedServer* server() const { return m_server; }
 
     static void register_child_signals();
     /** Gives every signal back to what it was set to before; signal-safe. */
@@ -94,6 +99,7 @@ class SigHandler {
 
     void install_alternate_stack();
 
+    const WatchedServer* m_server = nullptr;
     std::shared_ptr<Channel> m_hog_channel;
     /** What handlers use of it: a shared_ptr that is being replaced can't be read. */
     std::atomic<const Channel*> m_hog_push = nullptr;

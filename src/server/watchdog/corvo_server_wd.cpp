@@ -1,11 +1,22 @@
 #include "server/watchdog/corvo_server_wd.h"
 
-#include "server/watchdog/corvo_wd_null.h"
 #include "server/watchdog/corvo_wd_real.h"
 
 namespace corvo::server {
 
-WatchDog::WatchDog() : m_instance(std::make_unique<WDNull>()) {}
+/** The watchdog that is switched off: no fork, no handlers, no reports. */
+class WDNull : public WDInstance {
+ public:
+    void init(const WDConf&, const std::string&, const std::string&, Logger::logger_level_e) override {}
+    void run(Scheduler*) override {}
+    void report(int, const char*) const override {}
+    const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const override { return m_none; }
+
+ private:
+    std::deque<std::unique_ptr<SignalReport>> m_none;
+};
+
+WatchDog::WatchDog(const WatchedServer& server) : m_server(server), m_instance(std::make_unique<WDNull>()) {}
 WatchDog::~WatchDog() = default;
 
 void WatchDog::init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
@@ -15,7 +26,7 @@ void WatchDog::init(const WDConf& conf, const std::string& log_file, const std::
     if (conf.disabled)
         m_instance = std::make_unique<WDNull>();
     else
-        m_instance = std::make_unique<WDReal>();
+        m_instance = std::make_unique<WDReal>(m_server);
     m_instance->init(conf, log_file, config_file, level);
 }
 

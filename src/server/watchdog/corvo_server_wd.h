@@ -6,13 +6,44 @@
 #include <memory>
 #include <string>
 
-#include "server/watchdog/corvo_wd_instance.h"
+#include "infra/corvo_logger.h"
+#include "server/watchdog/corvo_wd_conf.h"
+
+namespace corvo {
+class Scheduler;
+}
 
 namespace corvo::server {
 
+class SignalReport;
+class WatchedServer;
+
+class WDInstance {
+ public:
+    /** @throws corvo::Exception if the default settings break their own rules */
+    WDInstance() { m_conf.check_params(); }
+    WDInstance(const WDInstance&) = delete;
+    WDInstance& operator=(const WDInstance&) = delete;
+
+    /** With a real watchdog this forks, and only the child returns. */
+    virtual void init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
+                      Logger::logger_level_e level) = 0;
+    /** Called once the scheduler and the engine object exist. */
+    virtual void run(Scheduler* sched) = 0;
+    /** Leaves a report: of a signal, or with `signum` 0 of an orderly stop whose cause is `text`. */
+    virtual void report(int signum, const char* text) const = 0;
+    virtual const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const = 0;
+    virtual ~WDInstance() = default;
+
+ protected:
+    WDConf m_conf;
+};
+
 class WatchDog {
  public:
-    WatchDog();
+    explicit WatchDog(const WatchedServer& server);
+    WatchDog(const WatchDog&) = delete;
+    WatchDog& operator=(const WatchDog&) = delete;
     ~WatchDog();
 
     /** Replaces an earlier instance. */
@@ -23,6 +54,7 @@ class WatchDog {
     const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const;
 
  private:
+    const WatchedServer& m_server;
     std::unique_ptr<WDInstance> m_instance;
 };
 

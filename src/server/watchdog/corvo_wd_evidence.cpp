@@ -10,7 +10,6 @@
 #include <ctime>
 
 #include "infra/corvo_logger.h"
-#include "server/corvo_server_config.h"
 #include "server/watchdog/corvo_sig_text.h"
 #include "server/watchdog/corvo_wd_events_dir.h"
 #include "utils/clock.h"
@@ -21,10 +20,6 @@ namespace corvo::server {
 namespace {
 
 const std::string COMP = "WD";
-
-bool exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
-}
 
 bool usable(const EventsDir& dir) {
     if (dir) return true;
@@ -121,17 +116,14 @@ void copy_into(const std::string& src, const EventsDir& dir, const std::string& 
     copy(src, 0, dir.path() + "/" + name, [&] { return dir.open(name, REPLACE); });
 }
 
-/** The configuration in force: `config_file`, or when that is empty the default one if it exists. */
 void copy_config_file(const std::string& config_file, const EventsDir& dest) {
-    std::string source = config_file;
-    if (source.empty() && exists(get_default_conf_path())) source = get_default_conf_path();
-    if (source.empty()) {
+    if (config_file.empty()) {
         CORVO_LOG(DEBUG, COMP, "No config file detected, skipping copying it");
         return;
     }
-    CORVO_LOG(DEBUG, COMP, "Copying config file '%s' -> '%s/cvconfig.json'", source.c_str(),
+    CORVO_LOG(DEBUG, COMP, "Copying config file '%s' -> '%s/cvconfig.json'", config_file.c_str(),
               dest.path().c_str());
-    copy_into(source, dest, "cvconfig.json");
+    copy_into(config_file, dest, "cvconfig.json");
 }
 
 }  // namespace

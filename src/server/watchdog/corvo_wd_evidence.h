@@ -19,7 +19,7 @@ void create_events_dir(const std::string& dir);
 /**
  * Moves the reports that the child left into a stamped directory, beside copies of the configuration and of
  * the log. `reports` are names in the events directory; those that aren't there are no failure. Called when
- * the child is gone.
+ * the child is gone. `config_file` is the one in force, empty if there is none.
  */
 void collect_process_info(const std::string& log_file, const std::string& config_file,
                           const std::vector<std::string>& reports);

@@ -12,6 +12,7 @@
 #include "server/watchdog/corvo_wd_exit.h"
 #include "server/watchdog/corvo_wd_orphan.h"
 #include "server/watchdog/corvo_wd_real.h"
+#include "server/watchdog/corvo_wd_server.h"
 #include "server/watchdog/corvo_wd_signals.h"
 #include "utils/blocked_signals.h"
 #include "utils/clock.h"
@@ -46,6 +47,7 @@ void WDReal::launch_wd() {
     Logger::open_logger(Logger::LOGGER_CONSOLE, m_log_level, m_log_file);
     CORVO_LOG(INFO, COMP, "Launched");
     get_sig_handler()->init(events_dir.c_str(), m_log_file);
+    get_sig_handler()->set_server(&m_server);
     create_events_dir(events_dir);
     log_settings();
     keep_child_statuses();
@@ -56,7 +58,7 @@ void WDReal::launch_wd() {
         const bool normal = child_exited_normally(status, g_stop_cause, m_not_responding);
         print_status_info(status);
         if (normal) leave(parent_exit_code(status, true));
-        collect_process_info(m_log_file, m_config_file,
+        collect_process_info(m_log_file, config_in_force(),
                              {SigHandler::dump_prefix() + "json", SigHandler::hog_dump_name()});
         m_not_responding = false;
         if (!m_reload) {
@@ -80,6 +82,12 @@ void WDReal::log_settings() const {
                   m_conf.backoff_reset_interval_sec);
     else
         CORVO_LOG(INFO, COMP, "Reload is disabled");
+}
+
+std::string WDReal::config_in_force() const {
+    if (!m_config_file.empty()) return m_config_file;
+    const char* by_default = m_server.default_config_file();
+    return access(by_default, F_OK) == 0 ? by_default : "";
 }
 
 int WDReal::do_fork_n_watchdog() {

@@ -31,7 +31,8 @@ void remove_stale(const EventsDir& dir, const std::string& name, const std::stri
 
 }  // namespace
 
-WDReal::WDReal() : m_wd_signals(std::begin(WD_SIGNALS), std::end(WD_SIGNALS)) {
+WDReal::WDReal(const WatchedServer& server)
+    : m_server(server), m_wd_signals(std::begin(WD_SIGNALS), std::end(WD_SIGNALS)) {
     register_wd_signals();
 }
 

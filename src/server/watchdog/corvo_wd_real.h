@@ -17,8 +17,9 @@
 #include <vector>
 
 #include "server/watchdog/corvo_hog_reporter.h"
+#include "server/watchdog/corvo_server_wd.h"
 #include "server/watchdog/corvo_wd_backoff.h"
-#include "server/watchdog/corvo_wd_instance.h"
+#include "server/watchdog/corvo_wd_ladder.h"
 #include "server/watchdog/corvo_wd_stderr.h"
 #include "utils/unique_fd.h"
 
@@ -27,7 +28,7 @@ namespace corvo::server {
 class WDReal : public WDInstance {
  public:
     /** Takes the parent's signal handlers, before any child can send a heartbeat. */
-    WDReal();
+    explicit WDReal(const WatchedServer& server);
     ~WDReal() override;
 
     void init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
@@ -45,6 +46,8 @@ class WDReal : public WDInstance {
     /** Returns in a child only. */
     void launch_wd();
     void log_settings() const;
+    /** Empty if there is none. */
+    std::string config_in_force() const;
     /** -1 in the child; in the parent the wait status of the child, which has ended. */
     int do_fork_n_watchdog();
     pid_t fork_child(UniqueFd& read_end, UniqueFd& write_end);
@@ -58,11 +61,12 @@ class WDReal : public WDInstance {
     int do_watchdog(pid_t pid);
     void check_ping(pid_t pid);
     void handle_ping_long_wait(long long delta_ms, pid_t pid);
-    void handle_ping_max_wait(long long delta_ms, pid_t pid);
+    void handle_ping_max_wait(long long delta_ms, pid_t pid, Reaction reaction);
     int handle_stop_action(pid_t pid);
     void drain_stderr();
 
     // Both.
+    const WatchedServer& m_server;
     std::string m_log_file;
     std::string m_config_file;
     Logger::logger_level_e m_log_level = Logger::INFO;

@@ -11,7 +11,6 @@
 
 #include "infra/corvo_logger.h"
 #include "server/watchdog/corvo_wd_exit.h"
-#include "server/watchdog/corvo_wd_ladder.h"
 #include "server/watchdog/corvo_wd_real.h"
 #include "server/watchdog/corvo_wd_signals.h"
 #include "utils/clock.h"
@@ -88,7 +87,9 @@ void WDReal::check_ping(pid_t pid) {
     const uint64_t last_ping = last_ping_epoch();
     if (!m_hog_detection || last_ping == 0) return;
     const auto delta_ms = static_cast<long long>(monotonic_ms() - last_ping);
-    switch (reaction_to(delta_ms, m_conf.hog_timeout_ms, m_conf.kill_timeout_ms, m_not_responding)) {
+    const Reaction reaction =
+        reaction_to(delta_ms, m_conf.hog_timeout_ms, m_conf.kill_timeout_ms, m_not_responding);
+    switch (reaction) {
         case Reaction::NONE:
             if (m_hog_ms != 0) CORVO_LOG(WARN, COMP, "HOG lasted %d ms!", m_hog_ms);
             m_hog_ms = 0;
@@ -99,7 +100,7 @@ void WDReal::check_ping(pid_t pid) {
         case Reaction::ABORT:
         case Reaction::AWAIT_ABORT:
         case Reaction::KILL:
-            handle_ping_max_wait(delta_ms, pid);
+            handle_ping_max_wait(delta_ms, pid, reaction);
             return;
     }
 }
@@ -112,10 +113,8 @@ void WDReal::handle_ping_long_wait(long long delta_ms, pid_t pid) {
               state.c_str());
 }
 
-void WDReal::handle_ping_max_wait(long long delta_ms, pid_t pid) {
+void WDReal::handle_ping_max_wait(long long delta_ms, pid_t pid, Reaction reaction) {
     const std::string state = proc_state_text(pid);
-    const Reaction reaction =
-        reaction_to(delta_ms, m_conf.hog_timeout_ms, m_conf.kill_timeout_ms, m_not_responding);
     if (reaction == Reaction::KILL) {
         kill(pid, SIGKILL);
         CORVO_LOG(WARN, COMP, "No heartbeat for %lld ms. Killing child (state %s)", delta_ms, state.c_str());

@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "infra/corvo_version.h"
+#include "server/watchdog/corvo_wd_server.h"
 #include "server/watchdog/sig_fixture.h"
 #include "server/watchdog/signal_trap.h"
 
@@ -109,6 +110,35 @@ TEST_F(SigReport, ThePlainFormatIsAFileOfItsOwn) {
     EXPECT_THAT(text, HasSubstr("uptime (seconds): 0\nversion: "));
     EXPECT_THAT(text, HasSubstr("mode: ; state: not loaded\npid: " + std::to_string(getpid()) +
                                 "\nlogfile: " + m_dir.file("log") + "\nbacktrace:\n"));
+}
+
+class ActiveServer : public WatchedServer {
+ public:
+    void stop(int) const override {}
+    int uptime() const override { return 61; }
+    const char* log_file() const override { return "/its/log"; }
+    bool engine_facts(EngineFacts& facts) const override {
+        facts = {.mode = "userspace", .path = "../lib", .state = EngineFacts::ACTIVATED};
+        return true;
+    }
+    void follow_engine() const override { get_sig_handler()->set_engine_version("{\"build\":7}"); }
+    void unfollow_engine() const override { get_sig_handler()->set_engine_version(""); }
+    const char* default_config_file() const override { return ""; }
+};
+
+TEST_F(SigReport, TellsWhatTheServerTellsOfItselfAndOfAnActiveEngine) {
+    const ActiveServer server;
+    get_sig_handler()->set_server(&server);
+    SigHandler::register_state_change_cb();
+    {
+        const SignalTrap trap;
+        SigHandler::write_sig_report(SIGSEGV, nullptr);
+    }
+    SigHandler::unregister_state_change_cb();
+    get_sig_handler()->set_server(nullptr);
+    EXPECT_THAT(report(), AllOf(HasSubstr(R"("uptime": 61, )"), HasSubstr(R"("logfile": "/its/log")"),
+                                HasSubstr(R"("engine": { "mode": "userspace", "state": "activated", )"
+                                          R"("version": {"build":7}, "path": "cp lib path: ../lib"})")));
 }
 
 TEST_F(SigReport, AMissingDirectoryIsOneLineOnStandardError) {
