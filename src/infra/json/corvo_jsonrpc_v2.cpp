@@ -172,10 +172,10 @@ void ParsedObject::_execute_text(std::string& out) {
 
 // --- JsonRpcMethod
 
-/** A call of a command. The table must outlive it. */
+/** A call of a command. The table must outlive this object. */
 class JsonRpcMethod : public ParsedObject {
  public:
-    /** `first`: it runs before anything could unload the command. */
+    /** `first` means that nothing can have unloaded the command before this runs. */
     JsonRpcMethod(Json::Value id, std::string method, RpcCommand* command, Json::Value params,
                   std::vector<std::string> encodings, const RpcCommandsTable& table, bool first);
 

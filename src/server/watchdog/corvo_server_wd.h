@@ -1,6 +1,6 @@
 #pragma once
-// The watchdog as the server sees it: a facade over one instance. With the watchdog off that is WDNull, which
-// does nothing at all; otherwise WDReal, whose parent process never comes back from `init`.
+// The watchdog as seen by the server: a facade over one instance. That is WDNull, which does nothing, if the
+// watchdog is off; otherwise WDReal, whose parent process never returns from `init`.
 
 #include <deque>
 #include <memory>
