@@ -81,7 +81,7 @@ void flows(benchmark::State& state, bool aging) {
         for (uint32_t flow = 0; flow < flows; flow += FLOWS_PER_BATCH) {
             pusher.push(flow);
             if (!aging) continue;
-            now_ms += static_cast<double>(AGING_MS) * FLOWS_PER_BATCH / (max_flows / 2);
+            now_ms += static_cast<double>(AGING_MS) * FLOWS_PER_BATCH / (max_flows / 2.0);
             g_now_ms = static_cast<uint64_t>(now_ms);
             if (g_now_ms >= tick_ms) tick_ms = g_now_ms + static_cast<uint64_t>(path.tick());
         }

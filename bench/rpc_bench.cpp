@@ -4,7 +4,7 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include "infra/corvo_jsonrpc_v2.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 
 namespace {
 

@@ -3,10 +3,11 @@
 #include <csignal>
 #include <cstdio>
 
-#include "client/engine_methods.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "infra/corvo_json.h"
+#include "client/wire/engine_methods.h"
+#include "client/wire/reply.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 
@@ -47,6 +48,35 @@ const MethodTable* Context::engine_methods(bool quietly) {
 void Context::print_json(const Json::Value& value) const {
     m_out.print(m_out.interactive() ? harmless(corvo::json::write_styled(value), true)
                                     : corvo::json::write_line(value));
+}
+
+void Context::print_result(const std::string& method, const Json::Value& params) {
+    print_json(daemon().call(method, params));
+    m_out.flush();
+}
+
+void Context::print_reply(const Json::Value& reply) const {
+    print_json(reply);
+    m_out.flush();
+    reply::throw_error(reply);
+}
+
+void Context::ask_and_print_reply(const std::string& method, const Json::Value& params) {
+    if (m_options.result) return print_result(method, params);
+    const std::string text = daemon().call_text(method, params);
+    const Json::Value reply = reply::parse(text);
+    if (m_out.interactive()) return print_reply(reply);
+    m_out.print(text.empty() || text.back() != '\n' ? text + '\n' : text);
+    m_out.flush();
+    reply::throw_error(reply);
+}
+
+void Context::ask_and_print_reply(const std::string& method, const Json::Value& params,
+                                  const Json::Value& id) {
+    if (m_options.result) return print_result(method, params);
+    Json::Value reply = reply::parse(daemon().call_text(method, params));
+    reply["id"] = id;
+    print_reply(reply);
 }
 
 void Context::complain(const std::string& text) const {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "client/daemon.h"
-#include "client/method_table.h"
-#include "client/terminal.h"
+#include "client/text/method_table.h"
+#include "client/text/terminal.h"
+#include "client/wire/daemon.h"
 
 namespace brumectl {
 
@@ -42,10 +42,20 @@ class Context {
     const Terminal& err() const { return m_err; }
     /** On a line of its own; indented and harmless where people read it, at a terminal. @throws as `print` */
     void print_json(const Json::Value& value) const;
+    /**
+     * Asks, and prints the reply as it came; with --result the result alone, and nothing of an error.
+     * @throws ErrorReply if that's what it is, and what Daemon::call throws
+     */
+    void ask_and_print_reply(const std::string& method, const Json::Value& params);
+    /** The same with another `id` than the one that it was asked with: that of whoever wrote the request. */
+    void ask_and_print_reply(const std::string& method, const Json::Value& params, const Json::Value& id);
     /** A line on stderr: "brumectl: text", behind what has been printed. @throws Interrupted */
     void complain(const std::string& text) const;
 
  private:
+    void print_result(const std::string& method, const Json::Value& params);
+    void print_reply(const Json::Value& reply) const;
+
     const Options& m_options;  ///< filled while the command line is read, after this is made
     Terminal m_out;
     Terminal m_err;

@@ -3,15 +3,15 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
-#include "client/complaints.h"
-#include "client/completion.h"
-#include "client/help.h"
-#include "client/help_words.h"
 #include "client/interrupt.h"
-#include "client/method_words.h"
-#include "client/option_checks.h"
-#include "client/typed_line.h"
-#include "client/words.h"
+#include "client/text/option_checks.h"
+#include "client/words/completion.h"
+#include "client/words/help.h"
+#include "client/words/help_words.h"
+#include "client/words/line_complaints.h"
+#include "client/words/method_words.h"
+#include "client/words/typed_line.h"
+#include "client/words/words.h"
 
 namespace brumectl {
 

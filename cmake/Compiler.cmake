@@ -5,6 +5,15 @@ foreach(config RELEASE RELWITHDEBINFO MINSIZEREL)
     string(REGEX REPLACE "[-/]D ?NDEBUG" "" CMAKE_CXX_FLAGS_${config} "${CMAKE_CXX_FLAGS_${config}}")
 endforeach()
 
+# On 32-bit machines, too: files above 2 GiB, inodes of 64 bits, dates beyond 2038. Two kinds of sources are built with
+# options of their own: those that share records with libraries whose times have 32 bits, and those that take the place
+# of the C library's functions, which go by other names otherwise.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+    set(BRUMECPD_SHARES_TIMES -U_TIME_BITS)
+    set(BRUMECPD_REPLACES_LIBC -U_TIME_BITS -U_FILE_OFFSET_BITS)
+endif()
+
 add_library(brumecpd_flags INTERFACE)
 target_compile_features(brumecpd_flags INTERFACE cxx_std_20)
 target_compile_options(brumecpd_flags INTERFACE -Wall -Wextra)

@@ -13,7 +13,7 @@ for test in xml.etree.ElementTree.parse(sys.argv[1]).iter("testcase"):
         count["passed"] += 1
     elif skipped is not None and skipped.get("message", "").startswith("SKIP_"):
         count["skipped"] += 1
-        reason = re.search(r": Skipped\n(.+)", test.findtext("system-out", ""))
+        reason = re.search(r"(?:: Skipped\n|\.\.\. skipped ['\"])(.+?)['\"]?$", test.findtext("system-out", ""), re.M)
         reasons[reason[1] if reason else "gives no reason"].append(test.get("name"))
     else:
         count["failed"] += 1

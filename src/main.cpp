@@ -5,9 +5,9 @@
 #include "server/corvo_server_main.h"
 
 int main(int argc, const char** argv) {
-    // Whole lines at once, into a pipe or file too: what was printed must be readable while the daemon runs.
+    // Line-buffered even into a pipe or file, so that output is readable while the daemon runs.
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    // A reader of our output that goes away costs lines, never the daemon.
+    // If the reader of our output goes away, lines are lost but the daemon goes on.
     std::signal(SIGPIPE, SIG_IGN);
     corvo::notif::notify({"core", "server.up", corvo::notif::SEV_INFO});
     main_int(argc, argv);

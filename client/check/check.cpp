@@ -3,18 +3,17 @@
 #include <memory>
 #include <optional>
 
-#include "client/answer.h"
+#include "client/check/check.h"
 #include "client/check/config_check.h"
 #include "client/check/daemon_user.h"
 #include "client/check/findings_text.h"
 #include "client/check/which_build.h"
-#include "client/check/words.h"
 #include "client/context.h"
 #include "client/failure.h"
-#include "client/json_access.h"
-#include "client/local_daemon.h"
-#include "client/text_file.h"
-#include "infra/corvo_json.h"
+#include "client/text/json_access.h"
+#include "client/text/text_file.h"
+#include "client/wire/local_daemon.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 
@@ -114,7 +113,7 @@ void ask_settings(Daemon& daemon, check::Settings& settings) {
 
 /** Shows the reply of one request. @throws what Daemon::call throws */
 void ask(Context& context, const Json::Value& request, const std::string& method, const std::string& head) {
-    if (context.json()) return ask_and_print_reply(context, method, request["params"], request["id"]);
+    if (context.json()) return context.ask_and_print_reply(method, request["params"], request["id"]);
     const Json::Value result = context.daemon().call(method, request["params"]);
     const bool nothing = result.isNull() || (result.isObject() && result.empty());
     context.out().print(harmless(head) + context.out().paint(Terminal::GREEN, "ok") + "\n" +

@@ -4,8 +4,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "client/method_table.h"
-#include "infra/corvo_json.h"
+#include "client/text/complaints.h"
+#include "client/text/method_table.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl::check {
 

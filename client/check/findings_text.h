@@ -6,7 +6,7 @@
 #include <string>
 
 #include "client/check/report.h"
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl::check {
 

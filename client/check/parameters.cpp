@@ -4,8 +4,9 @@
 #include <string_view>
 
 #include "client/check/special_rules.h"
-#include "client/fields.h"
-#include "infra/corvo_json.h"
+#include "client/text/complaints.h"
+#include "client/text/fields.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl::check {
 

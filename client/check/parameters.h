@@ -2,9 +2,9 @@
 // One method's parameters against its description: missing, of a wrong kind, out of range, unknown. A null
 // counts as absent, and whole numbers may be written as reals, as the daemon has it.
 
-#include "client/build.h"
 #include "client/check/report.h"
-#include "client/method_table.h"
+#include "client/text/method_table.h"
+#include "client/wire/build.h"
 
 namespace brumectl::check {
 

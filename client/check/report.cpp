@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl::check {
 

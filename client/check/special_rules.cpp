@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 
 namespace brumectl::check {
 

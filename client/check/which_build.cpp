@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "client/daemon.h"
+#include "client/wire/daemon.h"
 
 namespace brumectl::check {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "client/build.h"
+#include "client/wire/build.h"
 
 namespace CLI {
 class App;

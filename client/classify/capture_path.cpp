@@ -8,7 +8,7 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 
 namespace brumectl {
 

@@ -8,7 +8,7 @@
 #include <functional>
 #include <string>
 
-#include "client/daemon.h"
+#include "client/wire/daemon.h"
 
 namespace brumectl {
 

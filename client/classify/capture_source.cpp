@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include "client/classify/byte_stream.h"
 #include "client/classify/link_layer.h"
@@ -17,6 +18,11 @@ namespace {
 
 constexpr uint64_t USEC_PER_SEC = 1000000;
 constexpr uint32_t FRAMES_BETWEEN_CHECKS = 1024;
+
+/** In the file they have no sign. */
+using Seconds = std::make_unsigned_t<decltype(timeval::tv_sec)>;
+
+static_assert(sizeof(pcap_pkthdr::ts) == 2 * sizeof(long), "libpcap's own record");
 
 struct PcapCloser {
     void operator()(pcap_t* pcap) const { pcap_close(pcap); }
@@ -74,7 +80,7 @@ class PcapSource : public CaptureSource {
             if (got != 1) return false;
             if (!m_filter.passes(*header, bytes)) continue;
             frame = {bytes, std::min(header->caplen, header->len), header->len,
-                     static_cast<uint64_t>(header->ts.tv_sec) * USEC_PER_SEC +
+                     static_cast<Seconds>(header->ts.tv_sec) * USEC_PER_SEC +
                          static_cast<uint64_t>(header->ts.tv_usec)};
             return true;
         }

@@ -14,8 +14,8 @@
 #include "client/classify/capture_source.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "client/json_access.h"
-#include "client/terminal.h"
+#include "client/text/json_access.h"
+#include "client/text/terminal.h"
 
 namespace brumectl {
 

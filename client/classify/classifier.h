@@ -14,7 +14,7 @@
 #include "client/classify/pace.h"
 #include "client/classify/piece.h"
 #include "client/classify/tally.h"
-#include "client/daemon.h"
+#include "client/wire/daemon.h"
 
 namespace brumectl {
 

@@ -12,9 +12,9 @@
 #include "client/classify/show.h"
 #include "client/context.h"
 #include "client/failure.h"
-#include "client/option_checks.h"
-#include "client/temp_file.h"
-#include "infra/corvo_json.h"
+#include "client/text/option_checks.h"
+#include "client/text/temp_file.h"
+#include "infra/json/corvo_json.h"
 #include "utils/unique_file.h"
 
 namespace brumectl {

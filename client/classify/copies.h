@@ -9,7 +9,7 @@
 #include <string>
 
 #include "client/classify/file_reader.h"
-#include "client/temp_file.h"
+#include "client/text/temp_file.h"
 #include "utils/unique_fd.h"
 
 namespace brumectl {

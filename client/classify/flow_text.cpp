@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "client/json_access.h"
-#include "infra/corvo_json.h"
+#include "client/text/json_access.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl::flow_text {
 

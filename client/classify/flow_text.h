@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl::flow_text {
 

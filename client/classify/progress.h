@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl {
 

@@ -7,8 +7,8 @@
 #include "client/classify/flow_text.h"
 #include "client/classify/report_style.h"
 #include "client/classify/show.h"
-#include "client/json_access.h"
-#include "client/terminal.h"
+#include "client/text/json_access.h"
+#include "client/text/terminal.h"
 
 namespace brumectl::report {
 

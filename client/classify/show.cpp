@@ -4,7 +4,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 
 namespace brumectl::show {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/classify/classifier.h"
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl::show {
 

@@ -7,9 +7,9 @@
 #include "client/evidence/evidence_dir.h"
 #include "client/evidence/report_text.h"
 #include "client/failure.h"
-#include "client/json_access.h"
-#include "client/local_daemon.h"
-#include "client/option_checks.h"
+#include "client/text/json_access.h"
+#include "client/text/option_checks.h"
+#include "client/wire/local_daemon.h"
 
 namespace brumectl {
 

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <memory>
 
-#include "client/json_access.h"
-#include "infra/corvo_json.h"
+#include "client/text/json_access.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 
@@ -130,6 +130,8 @@ EvidenceReport EvidenceReport::from_stall_dump(const std::string& text) {
 }
 
 std::string readable_frame(const std::string& frame) {
+    constexpr const char* GUESS = "? ";
+    if (frame.rfind(GUESS, 0) == 0) return GUESS + readable_frame(frame.substr(strlen(GUESS)));
     size_t open = frame.find('(');
     size_t close = frame.find(')', open == std::string::npos ? 0 : open);
     if (open == std::string::npos || close == std::string::npos) return frame;

@@ -1,7 +1,7 @@
 #include "client/evidence/report_text.h"
 
-#include "client/json_access.h"
-#include "infra/corvo_json.h"
+#include "client/text/json_access.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "client/evidence/evidence_report.h"
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl {
 

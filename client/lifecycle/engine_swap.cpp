@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "client/failure.h"
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 
 namespace brumectl {
 

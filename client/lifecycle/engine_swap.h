@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/check/engine_states.h"
-#include "client/daemon.h"
+#include "client/wire/daemon.h"
 
 namespace brumectl {
 

@@ -3,17 +3,17 @@
 #include <filesystem>
 #include <memory>
 
-#include "client/build.h"
 #include "client/check/parameters.h"
 #include "client/context.h"
 #include "client/failure.h"
-#include "client/fields.h"
 #include "client/interrupt.h"
-#include "client/json_access.h"
 #include "client/lifecycle/engine_swap.h"
-#include "client/lifecycle/words.h"
-#include "client/local_daemon.h"
-#include "infra/corvo_json.h"
+#include "client/lifecycle/lifecycle.h"
+#include "client/text/fields.h"
+#include "client/text/json_access.h"
+#include "client/wire/build.h"
+#include "client/wire/local_daemon.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 

@@ -5,14 +5,15 @@
 
 #include "client/check/engine_states.h"
 #include "client/context.h"
-#include "client/daemon_log.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "client/json_access.h"
-#include "client/lifecycle/words.h"
-#include "client/local_daemon.h"
-#include "client/method_table.h"
-#include "infra/corvo_json.h"
+#include "client/lifecycle/lifecycle.h"
+#include "client/text/complaints.h"
+#include "client/text/json_access.h"
+#include "client/text/method_table.h"
+#include "client/wire/daemon_log.h"
+#include "client/wire/local_daemon.h"
+#include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 
 namespace brumectl {

@@ -9,8 +9,8 @@
 
 #include "client/failure.h"
 #include "client/interrupt.h"
-#include "client/json_access.h"
-#include "infra/corvo_json.h"
+#include "client/text/json_access.h"
+#include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 
 namespace brumectl {

@@ -2,12 +2,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "client/answer.h"
 #include "client/context.h"
-#include "client/json_access.h"
 #include "client/live/event_follower.h"
 #include "client/live/stale_subscribers.h"
-#include "client/option_checks.h"
+#include "client/text/json_access.h"
+#include "client/text/option_checks.h"
 
 namespace brumectl {
 
@@ -18,7 +17,7 @@ void show_log(Context& context, const std::string& severity) {
     params["cmd"] = "log";
     params["sev"] = severity;
     if (context.json()) {
-        ask_and_print_reply(context, "notifications", params);
+        context.ask_and_print_reply("notifications", params);
         return;
     }
     TextTable table({"ID", "TIME", "SEVERITY", "FEATURE", "NAME", "TEXT"});

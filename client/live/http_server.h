@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "client/address.h"
+#include "client/wire/address.h"
 #include "utils/unique_fd.h"
 
 namespace brumectl {

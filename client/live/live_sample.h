@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "client/daemon.h"
 #include "client/live/machine.h"
+#include "client/wire/daemon.h"
 
 namespace brumectl {
 

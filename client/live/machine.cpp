@@ -7,8 +7,8 @@
 #include <sstream>
 #include <string>
 
-#include "client/json_access.h"
-#include "client/local_daemon.h"
+#include "client/text/json_access.h"
+#include "client/wire/local_daemon.h"
 
 namespace brumectl {
 

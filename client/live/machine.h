@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "client/address.h"
+#include "client/wire/address.h"
 
 namespace brumectl {
 

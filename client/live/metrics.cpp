@@ -7,7 +7,7 @@
 #include "client/failure.h"
 #include "client/live/http_server.h"
 #include "client/live/metrics_text.h"
-#include "client/option_checks.h"
+#include "client/text/option_checks.h"
 #include "utils/clock.h"
 
 namespace brumectl {

@@ -2,8 +2,8 @@
 
 #include <charconv>
 
-#include "client/json_access.h"
-#include "client/terminal.h"
+#include "client/text/json_access.h"
+#include "client/text/terminal.h"
 
 namespace brumectl {
 

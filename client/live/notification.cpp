@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "client/json_access.h"
+#include "client/text/json_access.h"
 
 namespace brumectl {
 

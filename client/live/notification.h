@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl {
 

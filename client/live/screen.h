@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl {
 

@@ -5,9 +5,9 @@
 #include <cerrno>
 
 #include "client/failure.h"
-#include "client/json_access.h"
 #include "client/live/notification.h"
-#include "client/local_daemon.h"
+#include "client/text/json_access.h"
+#include "client/wire/local_daemon.h"
 #include "utils/unique_fd.h"
 
 namespace brumectl {

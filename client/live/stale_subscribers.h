@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "client/daemon.h"
+#include "client/wire/daemon.h"
 
 namespace brumectl {
 

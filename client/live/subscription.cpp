@@ -11,7 +11,7 @@
 #include "client/failure.h"
 #include "client/interrupt.h"
 #include "client/live/notification.h"
-#include "client/temp_file.h"
+#include "client/text/temp_file.h"
 
 namespace brumectl {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "client/address.h"
-#include "client/daemon.h"
+#include "client/wire/address.h"
+#include "client/wire/daemon.h"
 #include "utils/unique_fd.h"
 
 namespace brumectl {

@@ -8,7 +8,7 @@
 #include "client/failure.h"
 #include "client/live/screen.h"
 #include "client/live/top_view.h"
-#include "client/option_checks.h"
+#include "client/text/option_checks.h"
 #include "utils/clock.h"
 
 namespace brumectl {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "client/json_access.h"
 #include "client/live/notification.h"
 #include "client/live/screen.h"
+#include "client/text/json_access.h"
 #include "utils/clock.h"
 
 namespace brumectl {

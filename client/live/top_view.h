@@ -6,7 +6,7 @@
 
 #include "client/live/live_sample.h"
 #include "client/live/traffic.h"
-#include "client/terminal.h"
+#include "client/text/terminal.h"
 
 namespace brumectl {
 

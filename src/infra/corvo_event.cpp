@@ -1,4 +1,4 @@
-// Not in the header: libraries with events of their own bind to these.
+// Out of line because libraries with their own events bind to these.
 #include "infra/corvo_event.h"
 
 namespace corvo {

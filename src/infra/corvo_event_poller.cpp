@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "infra/corvo_logger.h"
-#include "infra/corvo_shims.h"
+#include "infra/exports/corvo_shims.h"
 #include "utils/exception.h"
 #include "utils/unique_fd.h"
 
@@ -79,7 +79,7 @@ EventPoller::EventPoller() {
 
 EventPoller::~EventPoller() {
     if (m_epoll_fd >= 0) cv_close(m_epoll_fd);
-    // With a record may die an event that calls back in here, and finds an empty table.
+    // Destroying a record may destroy an event that calls back here; it must find an empty table.
     const active_map dying = std::exchange(m_active, {});
 }
 
@@ -96,8 +96,8 @@ void EventPoller::add(const std::shared_ptr<Event>& ev, EventState state, unsign
     const int fd = ev->fd();
     const uint32_t flags = conv_state_to_flags(state);
     if (add_to_epoll(m_epoll_fd, fd, flags, fd) != 0) throw Exception("failed to add event to poller", errno);
-    // The sign of the user data tells a timer from its descriptor, so no timer needs looking up. It also has
-    // the descriptor's own flags: its expiry is only seen in states that wait for reading.
+    // The sign of the user data distinguishes a timer from its descriptor, so no lookup is needed. The timer
+    // gets the descriptor's flags too: its expiry is only seen in states that wait for reading.
     if (record.timer_fd() >= 0 && add_to_epoll(m_epoll_fd, record.timer_fd(), flags, -fd) != 0) {
         const int err = errno;
         cv_epoll_ctl(m_epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
@@ -142,7 +142,7 @@ bool EventPoller::look_ahead(int timeout_ms) {
     if (!m_expired.empty()) return true;
     const int err = m_active.empty() ? ENOENT : collect(timeout_ms);
     m_looked_ahead = !m_expired.empty();
-    // Broken, as by an engine that closed the descriptor: the loop must not spin on it.
+    // The epoll instance is broken, for example because an engine closed it. The loop must not spin on it.
     if (err != 0 && err != EINTR) rest(timeout_ms);
     return m_looked_ahead;
 }
@@ -225,7 +225,8 @@ void EventPoller::expire(const ExpiredEvent& entry) {
 
 std::shared_ptr<Event> EventPoller::take(active_map::iterator it) {
     const int fd = it->first;
-    // The tables are put right before the record dies: with it may die an event that calls back in here.
+    // The tables are updated before the record is destroyed, as that may destroy an event that calls
+    // back here.
     const ActiveEvent record = std::move(it->second);
     CORVO_LOG(DEBUG, COMP, "removing event '%s'", record.event()->get_name().c_str());
     m_active.erase(it);
@@ -244,7 +245,7 @@ void EventPoller::handle_pending_event(std::shared_ptr<Event>& ev, EventExpireRe
             add(ev, rc.state != EVENT_STATE_NONE ? rc.state : state, rc.timeout_ms);
             return;
         case EventRC::ACTION_DONE:
-            // A copy: a callback may add another one.
+            // Iterates over a copy, as a callback may add another one.
             for (const auto& cb : std::vector(ev->completion_cbs()))
                 cb(ev.get());
             return;

@@ -1,6 +1,6 @@
 #pragma once
-// Multiplexes all events with one epoll instance and one timerfd per timed event. The scheduler owns exactly
-// one poller and is the only caller of its dispatching operations.
+// Multiplexes all events with one epoll instance and one timerfd per timed event. The scheduler owns the only
+// poller and is the only caller of its dispatching operations.
 
 #include <cstddef>
 #include <memory>
@@ -12,11 +12,11 @@
 
 namespace corvo {
 
-/** One registration. Owns the timer of a timed event: constructing with a time-out creates and arms it. */
+/** One registration. Owns the timer of a timed event, which the constructor creates and arms. */
 class ActiveEvent {
  public:
     ActiveEvent() = default;
-    /** @throws corvo::Exception when the timer can't be made; nothing is left open. */
+    /** Throws corvo::Exception if the timer can't be created; nothing is left open. */
     ActiveEvent(std::shared_ptr<Event> ev, EventState state, unsigned int timeout_ms);
     ActiveEvent(ActiveEvent&& other) noexcept;
     ActiveEvent& operator=(ActiveEvent&& other) noexcept;
@@ -38,9 +38,9 @@ class ActiveEvent {
 
 class EventPoller {
  public:
-    /** A descriptor that has fired and has not been served yet. */
+    /** A descriptor that has fired but hasn't been served yet. */
     using ExpiredEvent = std::pair<int, EventExpireReason>;
-    /** Ready descriptors are served before timers; their order among equals is that of `expire`. */
+    /** Ready descriptors are served before timers; within each group, the order is that of `expire`. */
     struct ExpiredEventCompare {
         bool operator()(const ExpiredEvent& a, const ExpiredEvent& b) const { return a.second < b.second; }
     };
@@ -48,33 +48,33 @@ class EventPoller {
     EventPoller();
     EventPoller(const EventPoller&) = delete;
     EventPoller& operator=(const EventPoller&) = delete;
-    /** Closes the epoll instance and drops the records; the registrations go away with the instance. */
+    /** Closes the epoll instance and drops the records; closing it removes the registrations. */
     ~EventPoller();
 
-    /** Creates the epoll instance if there is none. @throws corvo::Exception */
+    /** Creates the epoll instance if there is none. Throws corvo::Exception. */
     void init();
-    /** Registers an event; time-out 0 means none. @throws corvo::Exception, and nothing stays registered. */
+    /** Registers an event; a timeout of 0 means none. Throws corvo::Exception, leaving nothing registered. */
     void add(const std::shared_ptr<Event>& ev, EventState state, unsigned int timeout_ms);
     /** `ev` must be a live object. False if it wasn't registered. */
     bool remove(const Event* ev);
     bool exists(const Event* ev) const;
     void clear();
 
-    /** Blocks until a descriptor is ready or the time is over; consumes nothing. */
+    /** Blocks until a descriptor is ready or the timeout has passed; consumes nothing. */
     bool wait(int timeout_ms);
     /**
-     * The same, but what it finds is what the next call serves, which saves that one a system call. To be
-     * forgotten before anything runs that may use up or renew what was found.
+     * Like `wait`, but keeps what it finds for the next call to serve, which saves a system call there. Call
+     * `forget_look_ahead` before running anything that may consume or renew what was found.
      */
     bool look_ahead(int timeout_ms);
     void forget_look_ahead();
-    /** Serves at most one event. True if one was served, or if more entries of the batch wait. */
+    /** Serves at most one event. True if one was served, or if more entries of the batch are waiting. */
     bool handle_pending_events(int timeout_ms);
-    /** Entries wait to be served: no system call is needed to know. */
+    /** Whether entries are waiting to be served; needs no system call. */
     bool has_expired() const { return !m_expired.empty(); }
-    /** Drops every unserved entry of this descriptor. */
+    /** Drops all unserved entries of this descriptor. */
     void remove_expired(int fd);
-    /** One epoll_wait of up to 20 events; a failure is logged. */
+    /** Calls epoll_wait once for up to 20 events. Logs a failure. */
     void OSPoll(int timeout_ms);
 
     /** The epoll flags of a state. */
@@ -86,22 +86,22 @@ class EventPoller {
     static constexpr int MAX_BATCH = 20;
 
     active_map::iterator find(const Event* ev);
-    /** OSPoll that logs nothing; gives what errno says of a failure, else 0. */
+    /** Like OSPoll, but logs nothing. Returns errno on failure, else 0. */
     int collect(int timeout_ms);
-    /** Spends the time of a wait for which there is nothing, or nothing that works, to wait on. */
+    /** Sleeps for the duration of a wait when there is nothing usable to wait on. */
     static void rest(int timeout_ms);
-    /** Puts a ready descriptor at the very front of the batch, a timer at the very back. */
+    /** Puts a ready descriptor at the front of the batch, a timer at the back. */
     void expire(const ExpiredEvent& entry);
-    /** Undoes a registration completely and hands out its reference. */
+    /** Undoes a registration completely and returns its reference. */
     std::shared_ptr<Event> take(active_map::iterator it);
     void handle_pending_event(std::shared_ptr<Event>& ev, EventExpireReason reason, EventState state);
 
     int m_epoll_fd = -1;
     active_map m_active;  ///< keyed by the event's own descriptor
-    // Sorted by ExpiredEventCompare. A vector, since a batch is small and one event passes through here per
-    // request: no allocation.
+    // Sorted by ExpiredEventCompare. A vector avoids allocations: batches are small, and every request passes
+    // one event through here.
     std::vector<ExpiredEvent> m_expired;
-    bool m_looked_ahead = false;  ///< nothing of `m_expired` has been served yet
+    bool m_looked_ahead = false;  ///< nothing in `m_expired` has been served yet
 };
 
 }  // namespace corvo

@@ -54,12 +54,12 @@ class NULLLogger : public LoggerInstance {
     void flush() override {}
 };
 
-/** Every statement asks anew. */
+/** Makes every log statement ask again. */
 void forget_answers() {
     if (++detail::g_changes == 0) ++detail::g_changes;
 }
 
-/** The placeholder, and with it what the current logger is. */
+/** The placeholder, which also records the current logger. */
 class Guard : public NULLLogger {
  public:
     Guard() : NULLLogger(QUIET, "") {}
@@ -80,17 +80,20 @@ class Guard : public NULLLogger {
 };
 
 Guard& guard() {
-    // Never destroyed: other objects of static storage may log while the program ends.
+    // Never destroyed: other static objects may log while the program ends.
     static Guard* const g_logger = new Guard;
     return *g_logger;
 }
 
-/** Non-blocking: a pipe that nobody reads costs lines, not the daemon. Nothing changes for a file. */
+/**
+ * Non-blocking: a pipe that nobody reads costs lines but doesn't block the daemon. No effect on
+ * regular files.
+ */
 UniqueFd open_for_writing(const std::string& filename, int how) {
     return open_unless_trap(filename, O_WRONLY | O_CREAT | O_NONBLOCK | how, 0666);
 }
 
-/** Opens for appending, out of the reach of whoever closes or prints to the standard descriptors. */
+/** Opens for appending, above the standard descriptors, which others may close or print to. */
 FILE* open_log_file(const std::string& filename) {
     UniqueFd fd = open_for_writing(filename, O_APPEND);
     if (!fd) return nullptr;
@@ -104,12 +107,12 @@ bool is_regular_file(int fd) {
     return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
 }
 
-/** To open it once more, whatever its name stands for by now. */
+/** A path for opening the same file again, even if it has been renamed. */
 std::string path_of(int fd) {
     return "/proc/self/fd/" + std::to_string(fd);
 }
 
-/** A full disk takes a part of a line. Left there, it would be the beginning of the next one. */
+/** A full disk may accept part of a line, which would then become the start of the next one. */
 void drop_cut_line(FILE* file) {
     std::clearerr(file);
     struct stat info {};
@@ -133,7 +136,7 @@ std::string location(const char* file, int line) {
     return "(" + text + ")";
 }
 
-/** All of a line but the caller's text. */
+/** Everything in a line except the caller's text. */
 std::string line_prefix(const char* file, int line, const std::string& comp, const char* level_text) {
     const uint64_t now_ms = realtime_ms();
     const auto now_sec = static_cast<time_t>(now_ms / 1000);
@@ -176,7 +179,7 @@ void LoggerInstance::log(const char* file, int line, const std::string& comp, co
     if (first < text.size())
         text[first] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[first])));
 
-    // A list of arguments can be walked only once, and there are two outputs.
+    // A va_list can be walked only once, and there are two outputs.
     va_list file_args;
     va_copy(file_args, args);
     write(text.c_str(), args, true);
@@ -192,7 +195,7 @@ void LoggerInstance::log(const char* file, int line, const std::string& comp, co
 void LoggerInstance::history(std::vector<std::string>& out, unsigned int lines) {
     if (lines == 0 || !m_file) return;
     std::fflush(m_file);
-    // A pipe would be waited for: we hold its other end ourselves.
+    // Opening a pipe would block: we hold its other end ourselves.
     const UniqueFd named = open_unless_trap(m_filename, O_RDONLY | O_NONBLOCK);
     if (!named || !is_regular_file(named.get())) return;
     std::ifstream in(path_of(named.get()));
@@ -203,7 +206,7 @@ void LoggerInstance::history(std::vector<std::string>& out, unsigned int lines) 
     while (in.getline(buffer, sizeof buffer)) {
         std::string line;
         if (last.size() == lines) {
-            // The dropped line's memory takes the new one: a big file costs no allocation per line.
+            // Reuses the dropped line's memory, so that a big file doesn't cost an allocation per line.
             line = std::move(last.front());
             last.pop_front();
         }
@@ -261,7 +264,7 @@ LoggerInstance* get_logger() {
 }
 
 void open_logger(logger_type_e type, logger_level_e level, const std::string& filename) {
-    // The old logger is gone before the new one opens the same file.
+    // The old logger must be gone before the new one opens the same file.
     close_logger();
     if (type == LOGGER_CONSOLE) guard().set(new ConsoleLogger(level, filename), true);
     if (type == LOGGER_SYSLOG) guard().set(new SyslogLogger(level, filename), true);

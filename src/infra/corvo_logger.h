@@ -1,7 +1,7 @@
 #pragma once
-// The one logging facility: a process-wide current logger with a global level, levels per component, a fixed
-// line layout, a destination chosen at start and an append-only log file beside it. Before `open_logger` and
-// after `close_logger` a silent placeholder answers, so code can log at any time.
+// The only logging facility: a process-wide current logger with a global level, levels per component, a fixed
+// line layout, a destination chosen at start, and an append-only log file in addition. Before `open_logger`
+// and after `close_logger` a silent placeholder takes its place, so code can log at any time.
 
 #include <cstdarg>
 #include <cstdio>
@@ -14,7 +14,7 @@ namespace corvo::Logger {
 enum logger_level_e : unsigned { QUIET = 0, ERROR = 1, WARN = 2, INFO = 3, DEBUG = 4, INHERITED = 5 };
 enum logger_type_e : unsigned { LOGGER_CONSOLE = 0, LOGGER_SYSLOG = 1 };
 
-/** A format that is either pointed at (a literal) or owned (a string). */
+/** A format that is either referenced (a literal) or owned (a string). */
 class CStrRef {
  public:
     CStrRef(const char* text);         // NOLINT: implicit by design
@@ -24,14 +24,14 @@ class CStrRef {
     const char* c_str() const { return m_text; }
 
  private:
-    const char* m_text;  ///< in both cases; may point into `m_owned`
+    const char* m_text;  ///< valid in both cases; may point into `m_owned`
     std::string m_owned;
 };
 
-/** One destination. Subclasses differ only in `write` and `flush`. */
+/** A destination. Subclasses differ only in `write` and `flush`. */
 class LoggerInstance {
  public:
-    /** A file that can't be opened only means that there is none: the name stays empty. */
+    /** If the file can't be opened, there is simply none: the name stays empty. */
     LoggerInstance(logger_level_e level, const std::string& filename);
     LoggerInstance(const LoggerInstance&) = delete;
     LoggerInstance& operator=(const LoggerInstance&) = delete;
@@ -40,8 +40,8 @@ class LoggerInstance {
     virtual void log(const char* file, int line, const std::string& comp, const char* fmt,
                      logger_level_e level, va_list args);
     /**
-     * Appends the last `lines` lines of the log file to `out`, oldest first and without their line ends.
-     * Reading stops at a line of more than 8095 characters.
+     * Appends the last `lines` lines of the log file to `out`, oldest first, without line ends. Reading stops
+     * at a line of more than 8095 characters.
      */
     virtual void history(std::vector<std::string>& out, unsigned int lines);
     virtual void set_verbosity(logger_level_e level);
@@ -67,30 +67,30 @@ class LoggerInstance {
 LoggerInstance* get_logger();
 void open_logger(logger_type_e type, logger_level_e level, const std::string& filename);
 void close_logger();
-/** The caller keeps ownership. Null falls back to the placeholder. */
+/** Doesn't take ownership. Null restores the placeholder. */
 void set_logger(LoggerInstance* logger);
 
-/** Would a message pass. A component that was never asked about is entered as INHERITED. */
+/** Whether a message would be logged. A component asked about for the first time is added as INHERITED. */
 bool pred(logger_level_e level, const std::string& comp);
 void xlog(const char* file, int line, logger_level_e level, const std::string& comp, CStrRef fmt, ...);
 void vlog(const char* file, int line, logger_level_e level, const std::string& comp, CStrRef fmt,
           va_list args);
-/** A format that prints `text` as it is: for texts that come from outside or are put together. */
+/** A format that prints `text` literally: for texts from outside and composed texts. */
 std::string as_format(const std::string& text);
 
 void history(std::vector<std::string>& out, unsigned int lines);
 std::string get_log_filename();
-/** The file exists and is empty afterwards; a failure is ignored. */
+/** Creates or truncates the file. Failures are ignored. */
 void clear_log_file(const std::string& filename);
 
 namespace detail {
 /** Lets the compiler check the arguments against the format; never called. */
 [[gnu::format(printf, 1, 2)]] inline void check_format(const char*, ...) {}
 
-/** Grows whenever the answer of `pred` may have changed: another logger, another level. Never 0. */
+/** Incremented whenever results of `pred` may have changed: another logger, another level. Never 0. */
 extern unsigned g_changes;
 
-/** One log statement's memory of what `pred` told it, so that a statement that is off costs a comparison. */
+/** A log statement's cached result of `pred`, so that a disabled statement costs only a comparison. */
 class Statement {
  public:
     bool passes(logger_level_e level, const std::string& comp) {
@@ -110,8 +110,9 @@ class Statement {
 }  // namespace corvo::Logger
 
 /**
- * The log statement: tests the level first and only then evaluates the arguments. `fmt` is a literal.
- * `comp` is a named std::string that never changes: the statement remembers the answer that it got for it.
+ * The log statement: tests the level first and evaluates the arguments only if needed. `fmt` must be a
+ * literal. `comp` must be a named std::string that never changes, because the statement caches the result
+ * for it.
  */
 #define CORVO_LOG(level, comp, ...)                                                               \
     do {                                                                                          \
@@ -121,7 +122,7 @@ class Statement {
             ::corvo::Logger::xlog(__FILE__, __LINE__, ::corvo::Logger::level, comp, __VA_ARGS__); \
     } while (false)
 
-/** Logs a std::string alone: its percent signs are text, its first letter is capitalised as in any line. */
+/** Logs a std::string: percent signs are literal; the first letter is capitalised as in any line. */
 #define CORVO_LOG_TEXT(level, comp, text)                                           \
     do {                                                                            \
         static ::corvo::Logger::detail::Statement log_statement;                    \

@@ -1,8 +1,8 @@
 #pragma once
-// Raising a notification: a named event of a severity with a line of text. It is delivered to all subscribers
-// inside the call and is then gone; no failure of a subscriber reaches the caller. The hub behind it is a
-// weak reference, so that code which raises events also links into programs without one. Severities and the
-// delivery itself are declared where engine libraries find them too.
+// Raises notifications: named events with a severity and a line of text. An event is delivered to all
+// subscribers during the call and then discarded; failures of subscribers don't reach the caller. The hub is
+// a weak reference, so code that raises events also links into programs without one. Severities and the
+// delivery function are declared where engine libraries can find them too.
 
 #include <brumecpd/engine_notify.h>
 
@@ -21,10 +21,12 @@ class Value;
 
 namespace corvo::notif {
 
-/** Feature, name and severity of a kind of event, written once where it is raised. */
+/** Feature, name and severity of a kind of event, defined once where it is raised. */
 using notif_t = std::tuple<std::string, std::string, Severity>;
 
-/** The RPC operations on what the subscribers hold. @throws corvo::Exception whose text is for the client */
+/**
+ * Performs the RPC operations on the subscribers' data. Throws corvo::Exception with a text for the client.
+ */
 [[gnu::weak]] void __ops(const Json::Value& params, Json::Value& res);
 
 namespace detail {
@@ -59,7 +61,7 @@ inline void notify(const notif_t& kind) {
     __notify(feature, name, severity, "");
 }
 
-/** `format` is a literal; a text from outside is one of its arguments. */
+/** `format` must be a literal; pass texts from outside as arguments. */
 [[gnu::format(printf, 2, 3)]] inline void notify(const notif_t& kind, const char* format, ...) {
     detail::require_hub(__notify != nullptr, "__notify");
     const auto& [feature, name, severity] = kind;
@@ -73,7 +75,7 @@ inline void notify(const notif_t& kind) {
     va_end(args);
 }
 
-/** `__ops`, where the hub is known to be part of the program. */
+/** `__ops`, for programs that contain the hub. */
 inline void ops(const Json::Value& params, Json::Value& res) {
     detail::require_hub(__ops != nullptr, "__ops");
     __ops(params, res);

@@ -13,8 +13,8 @@ const notif_t SOCKET_ADDED{"core", "notif.sock.add", SEV_INFO};
 const notif_t SOCKET_DELETED{"core", "notif.sock.del", SEV_INFO};
 
 /**
- * Made at its first use, or before main, and never destroyed: static objects of other files may raise events
- * while they are built and taken down.
+ * Created on first use, possibly before main, and never destroyed: static objects in other files may raise
+ * events during their construction and destruction.
  */
 Notif& hub() {
     static Notif* const g_notif = new Notif;
@@ -22,8 +22,8 @@ Notif& hub() {
 }
 
 /**
- * A delivery under way, which keeps those who leave meanwhile alive. Not a part of the hub: libraries know
- * how large that is.
+ * A delivery in progress, which keeps alive the subscribers that leave in the meantime. It isn't part of the
+ * hub because libraries depend on the hub's size.
  */
 struct Delivery {
     explicit Delivery(const Notif& notif) : hub(notif), outer(std::exchange(g_innermost, this)) {}
@@ -49,7 +49,7 @@ Delivery* Delivery::g_innermost = nullptr;
 
 [[maybe_unused]] const Notif& g_built_before_main = hub();
 
-/** The words are those of the requests: what "error" selects shows as "severe". */
+/** Uses the words of the requests: "error" selects what is shown as "severe". */
 Severity severity_of(const std::string& word) {
     if (word == "info") return SEV_INFO;
     return word == "warn" ? SEV_WARN : SEV_SEVERE;
@@ -60,7 +60,7 @@ std::string choice_or(const char* fallback, const Json::Value& params, const cha
     return params[name].isNull() ? fallback : RpcParser().parse_choice(params, name, choices, res);
 }
 
-/** Appends the JSON of everything in `items` that is of this severity or above. */
+/** Appends the JSON of all `items` at this severity or above. */
 template <typename Items>
 void append_from(Severity severity, const Items& items, Json::Value& out) {
     out = Json::arrayValue;
@@ -92,7 +92,7 @@ void Notif::unsubscribe(const std::string& uid) {
         m_subs.erase(it);
 }
 
-// A subscriber may subscribe and unsubscribe, itself too, while it is told of an event.
+// During a delivery, a subscriber may subscribe and unsubscribe others and itself.
 void Notif::notify(const Event& event) {
     const Delivery delivery(*this);
     const size_t count = m_subs.size();
@@ -147,7 +147,7 @@ void Notif::handle_rpc_socket(const Json::Value& params, Json::Value& res) {
     }
     const std::string path = parser.parse_string(params, "socket", res);
 
-    // The new socket hears of its own arrival, the removed one not of its end.
+    // The new socket is told of its own addition, the removed one isn't told of its removal.
     if (op == "add") {
         subscribe(std::make_unique<SocketSub>(path));
         corvo::notif::notify(SOCKET_ADDED, "socket: '%s'", path.c_str());

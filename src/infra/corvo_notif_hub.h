@@ -1,6 +1,6 @@
 #pragma once
-// The hub that hands notifications to their subscribers, and the RPC operations on what these hold. The
-// process has one, built before main; whoever only raises events needs corvo_notif.h alone.
+// The hub that delivers notifications to their subscribers, and the RPC operations on the subscribers' data.
+// There is one per process, built before main. Code that only raises events needs just corvo_notif.h.
 
 #include <json/value.h>
 
@@ -13,7 +13,7 @@
 
 namespace corvo::notif {
 
-/** Counts the deliveries in progress; only the first may go on. */
+/** Counts the deliveries in progress; only the first may proceed. */
 class NotifGuard {
  public:
     NotifGuard() : m_first(g_count.fetch_add(1) == 0) {}
@@ -34,13 +34,13 @@ class Notif {
     /** Subscribes the log, then the table of alerts. */
     Notif();
 
-    /** @throws corvo::Exception if its uid is subscribed already. */
+    /** Throws corvo::Exception if the uid is already subscribed. */
     void subscribe(std::unique_ptr<Subscriber>&& sub);
-    /** @throws corvo::Exception for an unknown uid. */
+    /** Throws corvo::Exception if the uid is unknown. */
     void unsubscribe(const std::string& uid);
     /** Offers the event to all subscribers in the order of subscription. */
     void notify(const Event& event);
-    /** Carries out the operation of a request. @throws corvo::Exception whose text is for the client */
+    /** Performs a request's operation. Throws corvo::Exception with a text for the client. */
     void ops(const Json::Value& params, Json::Value& res);
 
  private:
@@ -52,7 +52,7 @@ class Notif {
     void list_sockets(Json::Value& out) const;
     subscribers::iterator find(const std::string& uid);
 
-    subscribers m_subs;  ///< null: has left during the delivery that is under way
+    subscribers m_subs;  ///< null if unsubscribed during the current delivery
 };
 
 }  // namespace corvo::notif

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 
@@ -54,7 +54,7 @@ Subscriber::~Subscriber() = default;
 void Subscriber::offer(const Event& event) {
     if (!m_filter.matches(event)) return;
     ++m_hits;
-    // A failed delivery costs this subscriber this event; it has been logged where it failed.
+    // A failed delivery only loses this event for this subscriber, and has already been logged.
     execute_(event);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
-// Who takes notifications: the log of the last events, the table of warnings by kind, and the Unix datagram
-// sockets of clients. A subscriber states with a filter what it wants and is told apart by its `uid`.
+// The subscribers to notifications: the log of recent events, the table of warnings by kind, and clients'
+// Unix datagram sockets. A subscriber's filter states what it wants; its `uid` identifies it.
 
 #include <json/value.h>
 
@@ -14,13 +14,13 @@
 
 namespace corvo::notif {
 
-/** The word of a severity in JSON. */
+/** The JSON text for a severity. */
 const char* severity_to_str(Severity severity);
 
 /** One occurrence. */
 class Event {
  public:
-    /** Takes the next id and the time. */
+    /** Assigns the next id and the current time. */
     Event(const std::string& feature, const std::string& name, Severity severity, const std::string& desc);
     Event(const Event&) = default;
     Event& operator=(const Event&) = default;
@@ -28,7 +28,7 @@ class Event {
 
     void to_json(Json::Value& out) const;
 
-    static std::atomic<uint64_t> g_id;  ///< id of the last event; 0: none yet
+    static std::atomic<uint64_t> g_id;  ///< id of the last event; 0 if there was none
 
     uint64_t id;
     std::string feature;
@@ -63,10 +63,10 @@ class Subscriber {
     virtual int execute_(const Event& event) = 0;
     virtual std::string uid() const = 0;
 
-    /** Delivers the event if the filter lets it pass. */
+    /** Delivers the event if it passes the filter. */
     void offer(const Event& event);
     const Filter& filter() const { return m_filter; }
-    /** Deliveries tried, also those that failed. */
+    /** Number of attempted deliveries, including failed ones. */
     uint64_t hits() const { return m_hits; }
 
  private:
@@ -91,7 +91,7 @@ class LogSub : public Subscriber {
     std::deque<Event> m_events;
 };
 
-/** One kind of warning since the last clearing. Its count and time are no part of its identity. */
+/** One kind of warning since the last clearing. Its count and time aren't part of its identity. */
 struct Alert {
     EventID id;
     Severity severity;
@@ -124,10 +124,10 @@ class AlertSub : public Subscriber {
     alert_set m_alerts;
 };
 
-/** Sends each event as one datagram of JSON. Nothing stays open towards the client, who may be gone. */
+/** Sends each event as a JSON datagram. Keeps nothing open towards the client, which may have gone. */
 class SocketSub : public Subscriber {
  public:
-    /** @throws corvo::Exception for a path that no socket address can hold. */
+    /** Throws corvo::Exception if the path is too long for a socket address. */
     explicit SocketSub(const std::string& path);
     int execute_(const Event& event) override;
     std::string uid() const override { return uid_of(m_path); }

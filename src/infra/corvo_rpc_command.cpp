@@ -10,7 +10,7 @@ namespace corvo {
 namespace {
 
 const std::string COMP = "rpc";
-const std::string ANY = "*.*";  // the key of a command for all methods that have none
+const std::string ANY = "*.*";  // key of the fallback command for unknown methods
 
 std::string key_of(const std::string& component, const RpcCommand& command) {
     const std::string& name = RpcTableView::name(command);
@@ -32,7 +32,7 @@ int RpcCommand::run(const std::string& method, const Json::Value& params, Json::
     } catch (const RpcCommandException& e) {
         return static_cast<int>(e.m_rc);
     } catch (const Json::Exception& e) {
-        // Not of the family that the scheduler knows: it would end the process.
+        // The scheduler doesn't catch this exception's family: it would end the process.
         res = Json::Value(Json::objectValue);
         res["specific_err"] = e.what();
         return CMD_INTERNAL_ERR;
@@ -87,7 +87,7 @@ void RpcCommandsTable::unload_component(const std::string& name) {
     if (it == m_components.end()) throw Exception("component " + name + " was never loaded");
     for (const auto& command : (*it)->m_commands)
         m_commands.erase(key_of((*it)->m_name, *command));
-    static_cast<void>(it->release());  // the caller's from here on
+    static_cast<void>(it->release());  // the caller owns it from here on
     m_components.erase(it);
 }
 

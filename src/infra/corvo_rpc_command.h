@@ -1,6 +1,6 @@
 #pragma once
-// RPC methods as objects, as the boundary to the engine library has them, and what the daemon's own commands
-// use beside it. Nothing of this header's own is for libraries.
+// RPC methods as objects, from the boundary to engine libraries, plus helpers for the daemon's own commands.
+// What this header adds isn't for libraries.
 
 #include <brumecpd/engine_rpc.h>
 
@@ -11,29 +11,30 @@
 
 namespace corvo {
 
-/** What the boundary's classes keep to themselves. */
+/** Access to private parts of the boundary's classes. */
 class RpcTableView {
  public:
     static const std::string& name(const RpcCommand& command) { return command.m_name; }
-    /** How many are loaded. */
+    /** Number of loaded components. */
     static size_t components(const RpcCommandsTable& table) { return table.m_components.size(); }
     /**
-     * Whether a command that `lookup` once gave for `method` still is a loaded component's, though the key
-     * may map to another one by now. `command` needn't be alive.
+     * Whether a command that `lookup` once returned for `method` still belongs to a loaded component, even if
+     * the key now maps to another one. `command` needn't be alive.
      */
     static bool has(const RpcCommandsTable& table, const RpcCommand* command, const std::string& method);
 };
 
 /**
- * Member `name`, or the null value where it, or `params` altogether, is absent.
- * @throws corvo::Exception "internal parsing error" if `params` is neither null nor an object
+ * Member `name`, or the null value if the member or `params` itself is absent.
+ * Throws corvo::Exception "internal parsing error" if `params` is neither null nor an object.
  */
 const Json::Value& optional_field(const Json::Value& params, const char* name);
 
 /** Logs `msg` and ends the command with CMD_EXEC_FAILED. */
 [[noreturn]] void fail_logged(Json::Value& res, const std::string& msg);
 
-/** Runs a command's work. A corvo::Exception, a failed field check included, is logged and ends the command.
+/**
+ * Runs a command's work. A corvo::Exception, including a failed field check, is logged and ends the command.
  */
 template <class Work>
 void guarded(Json::Value& res, Work&& work) {

@@ -25,7 +25,7 @@ bool not_negative(const Json::Value& value) {
     return !(value.asDouble() < 0);
 }
 
-/** A value fits a type if it is of the kind and, where there is a range, within it. */
+/** A value has a type if it is of that kind and within the range, if there is one. */
 struct FieldType {
     const char* name;
     bool (Json::Value::*is_kind)() const;
@@ -33,7 +33,7 @@ struct FieldType {
     const char* out_of_range = nullptr;
 };
 
-// In order of field_type_e.
+// Indexed by field_type_e.
 constexpr FieldType FIELD_TYPES[] = {
     {"byte", &Json::Value::isUInt64, at_most<UINT8_MAX>, "has size bigger than uint8."},
     {"uint16", &Json::Value::isUInt64, at_most<UINT16_MAX>, "has size bigger than uint16."},
@@ -48,14 +48,14 @@ constexpr FieldType FIELD_TYPES[] = {
     {"array", &Json::Value::isArray},
 };
 
-// In order of Json::ValueType.
+// Indexed by Json::ValueType.
 constexpr const char* JSON_TYPE_NAMES[] = {"null",   "int",     "uint",  "double",
                                            "string", "boolean", "array", "object"};
 
-/** The file type bits of what `path` names, 0 where it names nothing. */
+/** The file type bits of `path`, or 0 if it doesn't exist. */
 mode_t file_type(const std::string& path) {
     struct stat info;
-    // Behind an embedded NUL there may be anything, but the system wouldn't look at it.
+    // The system would ignore everything after an embedded NUL.
     if (path.find('\0') != std::string::npos || ::stat(path.c_str(), &info) != 0) return 0;
     return info.st_mode & S_IFMT;
 }

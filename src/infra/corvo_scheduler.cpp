@@ -21,7 +21,7 @@ constexpr int IDLE_WAIT_MS = 1000;
 
 }  // namespace
 
-/** Bounds the loop's waits, and serves descriptors even while other tasks are due back to back. */
+/** Limits how long the loop waits, and serves descriptors even while other tasks are due back to back. */
 class Maintenance : public Task {
  public:
     explicit Maintenance(Scheduler* sched) : Task(0), m_sched(sched) {}
@@ -45,7 +45,7 @@ Scheduler::~Scheduler() {
 }
 
 void Scheduler::add(std::shared_ptr<Task>&& task, unsigned int delay_ms) {
-    // One that is queued already moves: its due time is what the queue is sorted by.
+    // A queued task is moved, since the queue is sorted by due time.
     if (const auto queued = find(task.get()); queued != m_tasks.end()) m_tasks.erase(queued);
     task->m_when = now() + delay_ms;
     ++m_stats->adds;
@@ -60,7 +60,7 @@ void Scheduler::add(const std::shared_ptr<Task>& task, unsigned int delay_ms) {
 bool Scheduler::remove(const Task* task) {
     const auto it = find(task);
     if (it == m_tasks.end()) return false;
-    // Out of the queue before it dies at the end of this: its destructor may call back.
+    // Extracted first and destroyed at the end of this function, because its destructor may call back.
     const auto node = m_tasks.extract(it);
     ++m_stats->removes;
     m_stats->tasks.erase(node.value()->get_name());
@@ -124,7 +124,7 @@ int Scheduler::step(bool wait_follows) {
     const auto diff = static_cast<int64_t>((*m_tasks.begin())->m_when - started_ms);
     if (diff >= 1) {
         m_poller.handle_pending_events(0);
-        // The wait that follows looks for more, unless that event has ended the loop.
+        // The wait that follows looks for more, unless the event has ended the loop.
         const bool stays = m_stop_cause == CAUSE_RUNNING;
         if (wait_follows && stays && !m_poller.has_expired()) return static_cast<int>(diff);
         return m_poller.handle_pending_events(0) ? 0 : static_cast<int>(diff);
@@ -135,7 +135,7 @@ int Scheduler::step(bool wait_follows) {
 
 void Scheduler::run_next_task(uint64_t started_ms) {
     m_poller.forget_look_ahead();
-    // Out of the queue while it runs: `remove` and `exists` don't find the running task.
+    // Not queued while it runs: `remove` and `exists` don't find the running task.
     std::shared_ptr<Task> task = *m_tasks.begin();
     m_tasks.erase(m_tasks.begin());
     const int delay_ms = task->execute();
@@ -176,7 +176,7 @@ int Scheduler::run() {
 void Scheduler::call_stop_callback() {
     if (!m_stop_cb) return;
     try {
-        const auto stop_cb = m_stop_cb;  // it may register another one
+        const auto stop_cb = m_stop_cb;  // copied because it may register another one
         stop_cb(m_stop_cause);
     } catch (const std::runtime_error& e) {
         CORVO_LOG(ERROR, COMP, "Error on shutdown: %s", e.what());

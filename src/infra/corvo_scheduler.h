@@ -1,7 +1,6 @@
 #pragma once
 // The daemon's main loop: a single-threaded cooperative scheduler that interleaves timed tasks with the
-// events of its poller. A due task goes before any event and one task runs per step; nothing preempts
-// anything.
+// events of its poller. Due tasks go before events, and one task runs per step; nothing is preempted.
 
 #include <csignal>
 #include <cstdint>
@@ -22,10 +21,10 @@ namespace corvo {
 
 class Scheduler;
 
-/** Counters of the scheduler; tasks of the same name share one entry. */
+/** Counters of the scheduler; tasks with the same name share an entry. */
 struct SchedStats {
     struct TaskStats {
-        uint64_t last_ms = 0;  ///< monotonic time at which the last run ended, 0: never ran
+        uint64_t last_ms = 0;  ///< monotonic time at which the last run ended; 0 if it never ran
         uint32_t avg_ms = 0;
         uint32_t max_ms = 0;
         uint32_t hogs = 0;
@@ -44,9 +43,9 @@ class Scheduler {
     enum event_e : int { SCHED_EVENT_STOP = 0 };
 
     static constexpr int MAX_WAIT_TIME_MS = 100;
-    /** Value of the stop cause while the loop runs; no cause may have it. */
+    /** The stop cause while the loop runs; no real cause may have this value. */
     static constexpr int CAUSE_RUNNING = -1000;
-    /** The loop was ended by an exception of a task or event. */
+    /** An exception of a task or event ended the loop. */
     static constexpr int CAUSE_EXCEPTION = -1001;
 
     Scheduler();
@@ -56,7 +55,7 @@ class Scheduler {
 
     void add(std::shared_ptr<Task>&& task, unsigned int delay_ms);
     void add(const std::shared_ptr<Task>& task, unsigned int delay_ms);
-    /** False if the task isn't queued; the running task isn't. */
+    /** False if the task isn't queued, which includes the running task. */
     bool remove(const Task* task);
     bool exists(const Task* task) const;
     bool has_task(Task* task);
@@ -66,20 +65,26 @@ class Scheduler {
     bool exists(const Event* ev) const;
 
     /**
-     * Ends the loop at its next test. Signal-safe with every cause but CAUSE_RUNNING,
-     * which is refused with a corvo::Exception.
+     * Ends the loop at its next check. Signal-safe with every cause except CAUSE_RUNNING, which
+     * throws corvo::Exception.
      */
     void stop(int cause);
     bool wait(unsigned int ms);
     bool handle_pending_events(int timeout_ms);
     /** Milliseconds of the monotonic clock. */
     static uint64_t now();
-    /** For SCHED_EVENT_STOP replaces the callback; every other value is ignored. */
+    /** For SCHED_EVENT_STOP, replaces the callback; ignores all other values. */
     void register_to_scheduler_event(event_e ev, std::function<void(int)> fn);
 
-    /** 0: call again at once; positive: milliseconds until a task is due; -1: neither tasks nor events. */
+    /**
+     * Returns 0 to be called again at once; a positive number of milliseconds until a task is due; or -1 if
+     * there are neither tasks nor events.
+     */
     int step();
-    /** Runs until stopped; gives the stop cause. The stop callback has run and everything is cleared. */
+    /**
+     * Runs until stopped and returns the stop cause. By then the stop callback has run and everything
+     * is cleared.
+     */
     int run();
     void clear();
     void stats(Json::Value& out) const;
@@ -93,10 +98,12 @@ class Scheduler {
     using task_queue = std::multiset<std::shared_ptr<Task>, TaskCompare>;
 
     task_queue::const_iterator find(const Task* task) const;
-    /** `step`; its second look at the descriptors is left out where a wait follows, which is one itself. */
+    /**
+     * `step`, but skips the second check of the descriptors if a wait follows, since that checks them too.
+     */
     int step(bool wait_follows);
     void run_next_task(uint64_t started_ms);
-    /** Keeps the statistics of a run that ends now and reports it if it took too long. */
+    /** Records the statistics of a run that ends now and reports it if it took too long. */
     void account(const Task& task, uint64_t started_ms);
     void call_stop_callback();
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "infra/corvo_logger.h"
-#include "infra/corvo_shims.h"
+#include "infra/exports/corvo_shims.h"
 #include "utils/clock.h"
 #include "utils/exception.h"
 #include "utils/unique_fd.h"
@@ -18,7 +18,7 @@ namespace {
 
 const std::string COMP = "socket";
 
-/** One end of a pair. */
+/** One end of a pair, which owns its descriptor. */
 class OwningChannel : public SocketChannel {
  public:
     OwningChannel(const std::string& name, UniqueFd fd)
@@ -40,7 +40,7 @@ long SocketChannel::_send(int fd, const std::string& msg) const {
 }
 
 long SocketChannel::_recv(int fd, std::string& msg) const {
-    // The true length of the next datagram, which stays where it is.
+    // Peeks at the full length of the next datagram without consuming it.
     char first = 0;
     const long size = cv_recv(fd, &first, 1, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
     if (size <= 0) return size;
@@ -78,7 +78,7 @@ state_e SocketChannel::push(const std::string& msg) const {
     switch (errno) {
         case EPIPE:
         case ECONNRESET:
-        case ECONNREFUSED:  // what Linux says of a datagram peer that is gone
+        case ECONNREFUSED:  // Linux reports this when a datagram peer is gone
             return CHANNEL_BROKEN;
         case EAGAIN:
             return CHANNEL_SEND_AGAIN;
@@ -115,7 +115,7 @@ state_e SocketChannel::pop(std::string& msg, int timeout_ms) const {
 EventRC SocketChannel::do_work(const EventExpireReason& reason) {
     if (reason == EVENT_EXPIRE_READY) return serve_waiting();
     std::string out;
-    const handler_cb handler = m_handler;  // it may set another one
+    const handler_cb handler = m_handler;  // copied because it may set another one
     handler(CHANNEL_TIMEOUT, "", out);
     return resched(m_timeout_ms);
 }

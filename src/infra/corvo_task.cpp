@@ -1,4 +1,4 @@
-// Not in the header: libraries with tasks of their own bind to these.
+// Out of line because libraries with their own tasks bind to these.
 #include "infra/corvo_task.h"
 
 namespace corvo {

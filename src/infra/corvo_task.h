@@ -1,6 +1,6 @@
 #pragma once
-// Timed work of the scheduler. Engine libraries may have tasks of their own: fields and virtual functions
-// stay in this order.
+// Timed work for the scheduler. Engine libraries may have their own tasks, so fields and virtual functions
+// must stay in this order.
 
 #include <cstdint>
 #include <string>
@@ -16,13 +16,13 @@ class Task {
     Task& operator=(const Task&) = delete;
     virtual ~Task();
 
-    /** Gives the delay in milliseconds until the next run, or a negative value to end the task. */
+    /** Returns the delay until the next run in milliseconds, or a negative value to end the task. */
     virtual int execute() = 0;
     virtual std::string get_name() const = 0;
-    /** Run-time budget in milliseconds; 0: never reported as a hog. */
+    /** Time budget of a run in milliseconds; 0 means never reported as a hog. */
     virtual int64_t hog_timeout_ms() const;
 
-    /** Due time, milliseconds of the monotonic clock. Set by the scheduler. */
+    /** Due time in milliseconds of the monotonic clock. Set by the scheduler. */
     uint64_t m_when = 0;
 
  protected:

@@ -7,16 +7,16 @@
 #include <cstdint>
 #include <cstring>
 
-#include "infra/corvo_malloc.h"
+#include "infra/exports/corvo_malloc.h"
 
 namespace {
 
 constexpr char MAGIC[] = {'\xA2', '\x27', '\xA8', '\xAB'};
 constexpr unsigned HEADER_SIZE = 8;
-/** A container from outside says itself how much memory it wants. */
+/** Limits memory use: a container from outside states its own plain length. */
 constexpr uint32_t MAX_PLAIN_LEN = 64U << 20;
 
-/** One block behind `room` free bytes of a new buffer; gives the block's size. */
+/** Compresses one block into a new buffer after `room` free bytes. Returns the block's size. */
 int compress_behind(unsigned room, const char* in, unsigned len, char** out) {
     *out = nullptr;
     if (len > LZ4_MAX_INPUT_SIZE) return -EINVAL;
@@ -70,7 +70,7 @@ int corvo_zip_unzip(const char* in, unsigned len, char** out) {
     std::memcpy(&plain_len, in + sizeof MAGIC, sizeof plain_len);
     if (plain_len > MAX_PLAIN_LEN) return -EINVAL;
 
-    // One byte more keeps the request for an empty text's buffer from being one for nothing.
+    // The extra byte avoids a zero-size allocation for an empty text.
     char* buffer = static_cast<char*>(cvmalloc(plain_len + 1));
     if (!buffer) return -EINVAL;
     const int size = LZ4_decompress_safe(in + HEADER_SIZE, buffer, static_cast<int>(len - HEADER_SIZE),

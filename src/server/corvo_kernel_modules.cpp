@@ -29,7 +29,7 @@ class RunningKernel : public KernelModules {
         struct stat info {};
         if (!fd || fstat(fd.get(), &info) != 0) return errno;
         out.resize(static_cast<size_t>(info.st_size));
-        // A file that has become shorter meanwhile is for the kernel to refuse.
+        // If the file has shrunk in the meantime, the kernel will reject it.
         if (read(fd.get(), out.data(), out.size()) < 0) return errno;
         return close(fd.release()) == 0 ? 0 : errno;
     }

@@ -4,10 +4,10 @@
 
 #include <cassert>
 
-#include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_scheduler.h"
 #include "infra/corvo_version.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 #include "server/corvo_server_config.h"
 #include "server/corvo_server_daemonize.h"
 #include "server/corvo_server_defaults.h"
@@ -78,14 +78,14 @@ void Server::stop(exitcause_e cause) {
 }
 
 void Server::on_signal(int signum) {
-    // A signal can still arrive when the server is gone and the process about to end.
+    // A signal may still arrive after the server is destroyed, just before the process ends.
     if (!g_ptr) return;
     assert(signum == SIGINT || signum == SIGTERM);
     g_ptr->stop(signum == SIGINT ? EXIT_CAUSE_SIGINT : EXIT_CAUSE_SIGTERM);
 }
 
 void Server::register_signals() {
-    // Without SA_RESTART: a stop signal must end a blocking wait.
+    // No SA_RESTART: a stop signal must interrupt a blocking wait.
     struct sigaction action = masking({SIGINT, SIGTERM, SIGUSR2});
     action.sa_handler = signal_handler;
     sigaction(SIGINT, &action, nullptr);
@@ -152,7 +152,7 @@ void Server::create_rpc_server() {
 void Server::log_destination() const {
     if (m_options.daemon) CORVO_LOG(INFO, COMP, "Starting server as a daemon");
     if (m_options.log_file.empty()) return;
-    // The logger keeps its name empty when the file couldn't be opened.
+    // The logger's name stays empty if the file couldn't be opened.
     if (Logger::get_log_filename() == m_options.log_file)
         CORVO_LOG(INFO, COMP, "Current session logging being saved at '%s'", m_options.log_file.c_str());
     else
@@ -221,7 +221,7 @@ void Server::run() {
     CORVO_LOG(WARN, COMP, "CP shutdown - cause: %s", exitcause_to_str(cause));
 }
 
-/** After a failed start. The engine may refuse that too: the process is about to end in any case. */
+/** After a failed start. The engine may fail here too; the process is about to end in any case. */
 void Server::bring_engine_down() {
     if (!m_engine) return;
     try {
@@ -237,7 +237,7 @@ int Server::serve() {
     load_config_file();
     init_leak_detector();
     auto_start();
-    // Only now, so that no client is served before the automatic start is through.
+    // Added last, so that no client is served before the automatic start has finished.
     m_sched->add(m_rpc_server, EVENT_STATE_READ, 0);
     CORVO_LOG(INFO, COMP, "Waiting for messages");
     return m_sched->run();
@@ -275,7 +275,7 @@ void Server::auto_start() {
         m_engine->attach(ifname);
 }
 
-/** Runs when the loop has ended, before tasks and events are cleared. */
+/** Runs after the loop has ended, before tasks and events are cleared. */
 void Server::on_stop(int cause) {
     m_wd.report(0, exitcause_to_str(cause));
     m_engine->cleanup();

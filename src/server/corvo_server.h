@@ -1,6 +1,6 @@
 #pragma once
-// The object that owns the daemon: scheduler, RPC listener, command table, engine and watchdog. `main` builds
-// one on its stack, calls `run`, and destroys it. Everything outside reaches it through `g_ptr`.
+// The object that owns the daemon: scheduler, RPC listener, command table, engine and watchdog. `main`
+// creates one on its stack, calls `run`, and destroys it. All other code reaches it through `g_ptr`.
 
 #include <csignal>
 #include <cstdint>
@@ -32,7 +32,7 @@ class Server {
         EXIT_CAUSE_SHUTDOWN = 4,
     };
 
-    /** The one server: null until `init` and again after destruction. Read in signal context. */
+    /** The only server: null before `init` and after destruction. Read in signal context. */
     static Server* g_ptr;
 
     explicit Server(const Options& options);
@@ -43,7 +43,9 @@ class Server {
     /** The whole life of the daemon. */
     void run();
 
-    /** Signal-safe. Before the scheduler exists the cause is recorded, and ends the loop once it is reached.
+    /**
+     * Signal-safe. If the scheduler doesn't exist yet, the cause is recorded and ends the loop as soon as
+     * it starts.
      */
     void stop(exitcause_e cause);
     const char* exitcause_to_str(int cause) const;
@@ -56,7 +58,7 @@ class Server {
     void get_rpc_cmds(std::vector<std::string>& out);
     const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const;
 
-    /** Null before `init` has come that far. */
+    /** Null until `init` has created it. */
     Scheduler* sched() const { return m_sched.get(); }
     Engine* engine() const { return m_engine.get(); }
     RpcCommandsTable& cmds() { return m_cmds; }
@@ -64,8 +66,8 @@ class Server {
     const Options& options() const { return m_options; }
 
  protected:
-    // The steps of `init`, in their order, after which requests are answered. A server inside another program
-    // takes these alone: no socket, signal, log file or child process comes with them.
+    // The steps of `init`, in order, after which requests can be answered. A server embedded in another
+    // program calls only these: they create no socket, signal handler, log file or child process.
     void become_global();
     void create_commands();
     void create_engine();

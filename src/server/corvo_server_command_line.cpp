@@ -22,7 +22,7 @@ using optparse::Values;
 
 constexpr const char* DEFAULT_SOCKET = "0.0.0.0:4040";
 constexpr long MAX_HOG_TIMEOUT_MS = 59999;
-constexpr long MAX_KILL_TIMEOUT_MS = 7200000;  // itself included: it is the default in slave mode
+constexpr long MAX_KILL_TIMEOUT_MS = 7200000;  // inclusive: it is the default in slave mode
 constexpr unsigned long PORT_LIMIT = 65536;
 
 template <typename T>
@@ -49,7 +49,7 @@ std::vector<std::string> texts_of(const Choice<T> (&choices)[N]) {
     return texts;
 }
 
-/** Null if `text` is none of them. */
+/** Null if `text` isn't one of them. */
 template <typename T, size_t N>
 const Choice<T>* find_choice(const Choice<T> (&choices)[N], const std::string& text) {
     for (const Choice<T>& choice : choices)
@@ -71,7 +71,7 @@ std::string help_default(const std::string& text, const std::string& value, cons
     return text + " (default: " + value + unit + ")";
 }
 
-/** In the order of the help text. The watchdog's defaults are those of its own settings. */
+/** In the order of the help text. The watchdog's defaults come from its own settings. */
 std::vector<OptionDeclaration> option_table() {
     const WDConf wd;
     const std::string log_file = "/tmp/" + process_name + ".log";
@@ -163,7 +163,7 @@ void declare_options(OptionParser& parser) {
         optparse::Option& option = parser.add_option(declaration.names).action(declaration.action);
         if (!declaration.choices.empty()) option.choices(declaration.choices);
         if (*declaration.type) option.type(declaration.type);
-        // Longer than an int by their unsigned values alone, which is nothing to tell people.
+        // They exceed an int only for their unsigned values, which isn't worth telling users.
         if (declaration.type == std::string_view("long")) option.value_label("INT");
         option.set_default(declaration.default_text).help(declaration.help);
     }
@@ -186,7 +186,8 @@ void disable_core_dumps() {
 /** An empty text is port 0: the system chooses one. */
 uint16_t parse_port(const OptionParser& parser, const std::string& text) {
     char* end = nullptr;
-    const auto port = static_cast<unsigned long>(std::strtol(text.c_str(), &end, 10));  // negative: too large
+    const auto port =
+        static_cast<unsigned long>(std::strtol(text.c_str(), &end, 10));  // negative numbers become too large
     if (*end != '\0' || port >= PORT_LIMIT) parser.error("invalid port: '" + text + "'");
     return static_cast<uint16_t>(port);
 }
@@ -204,7 +205,7 @@ void read_socket(const OptionParser& parser, const std::string& text, Options& o
     options.tcp_port = parse_port(parser, text.substr(colon + 1));
 }
 
-/** Wide enough for whatever the user wrote: the rules come before the narrower fields of WDConf. */
+/** Wide enough for any user input: the checks come before the narrower fields of WDConf. */
 struct WdNumbers {
     explicit WdNumbers(const Values& values)
         : hog_timeout(integer(values["wd_hog_timeout"])),
@@ -226,7 +227,10 @@ bool outside(int64_t value, int64_t max) {
     return value < 1 || value > max;
 }
 
-/** An interval may be any value of 32 bits but 0; a negative number is the unsigned one of the same bits. */
+/**
+ * An interval may be any 32-bit value except 0; a negative number stands for the unsigned one with the
+ * same bits.
+ */
 bool no_interval(int64_t value) {
     return value == 0 || value < std::numeric_limits<int32_t>::min() ||
            value > std::numeric_limits<uint32_t>::max();

@@ -3,8 +3,8 @@
 #include <optional>
 #include <sstream>
 
-#include "infra/corvo_json.h"
 #include "infra/corvo_logger.h"
+#include "infra/json/corvo_json.h"
 #include "utils/exception.h"
 
 namespace corvo {
@@ -14,7 +14,7 @@ const std::string COMP = "server";
 
 using ErrorText = std::optional<std::string>;
 
-/** The text, which may be empty, of a response's error. */
+/** The text of a response's error, which may be empty. */
 ErrorText error_of(const Json::Value& response) {
     if (!response.isObject() || response["error"].isNull()) return {};
     const Json::Value& error = response["error"];

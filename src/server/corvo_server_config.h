@@ -1,6 +1,6 @@
 #pragma once
-// The startup configuration file: a JSON array of JSON-RPC requests that run through the handler that serves
-// clients, so whatever a client can do can be configured. The first failing request stops the daemon.
+// The startup configuration file: a JSON array of JSON-RPC requests, executed by the same handler that serves
+// clients, so anything that a client can do can be configured. The first failing request stops the daemon.
 
 #include <json/value.h>
 
@@ -23,7 +23,7 @@ class ReadConfig : public Task {
     int execute() override;
     std::string get_name() const override { return "ReadConfig"; }
 
-    /** @throws corvo::Exception when the file is no array of requests, or one of them fails */
+    /** Throws corvo::Exception if the file isn't an array of requests, or one of them fails. */
     void read_and_digest_config_file(std::basic_fstream<char>& file);
 
  private:
@@ -35,7 +35,7 @@ class ReadConfig : public Task {
 
 namespace server {
 
-/** Where a configuration is looked for when none was named. */
+/** Where to look for a configuration if none is named. */
 const char* get_default_conf_path();
 
 }  // namespace server

@@ -15,7 +15,7 @@
 namespace corvo::server {
 namespace {
 
-/** The caller becomes the child; its parent exits. False when there is no child. */
+/** The caller becomes the child; its parent exits. False if the fork failed. */
 bool continue_in_child() {
     fflush(nullptr);
     pid_t pid = fork();
@@ -31,7 +31,7 @@ bool close_all_at_once() {
 #endif
 }
 
-/** Counting down from the limit instead would take minutes where it is huge. */
+/** Counting down from the limit instead would take minutes if it is huge. */
 void close_those_listed() {
     DIR* dir = opendir("/proc/self/fd");
     if (!dir) return;
@@ -47,8 +47,8 @@ void close_those_listed() {
 }
 
 /**
- * The C library opens the connection to syslog by itself and can't be told to use a high descriptor: the
- * standard ones are taken while it does so, or text printed to stdout would reach syslog later.
+ * The C library opens the connection to syslog itself and can't be told to use a high descriptor. The
+ * standard ones are occupied while it does, or text printed to stdout would reach syslog later.
  */
 void open_syslog_above_standard_descriptors() {
     occupy_standard_fds();

@@ -12,7 +12,7 @@ namespace corvo::server {
 
 namespace {
 
-/** Everything of the input but `data`. */
+/** Fills all inputs except `data`. */
 api::pkt_ describe_frame(const CCapPkt& frame, uint32_t ns_id) {
     api::pkt_ pkt;
     pkt.len = frame.GetPktLen();
@@ -38,8 +38,8 @@ void describe_addresses(const CCapPkt& frame, Engine::PktInfo& info) {
 }
 
 std::unique_ptr<CCapReaderBase> open_capture(const std::string& filename) {
-    // Opening a pipe that nobody writes to would hold the daemon up for ever; and a name with a zero byte
-    // inside would open another file than the one that was named.
+    // Opening a pipe without a writer would block the daemon for ever, and a name with an embedded NUL would
+    // open a different file from the one named.
     struct stat st;
     const bool refused = filename.find('\0') != std::string::npos ||
                          (stat(filename.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));

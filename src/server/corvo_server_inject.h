@@ -1,6 +1,6 @@
 #pragma once
-// One batch of frames on its way to the engine. The operations that fill and send batches are members of
-// Engine; they live in this header's source.
+// A batch of frames on its way to the engine. The operations that fill and send batches are members of
+// Engine, implemented in this header's source.
 
 #include <brumecpd/engine_api.h>
 
@@ -16,29 +16,29 @@ class CCapPkt;
 
 namespace corvo::server {
 
-/** Is used again for the next batch: emptying it keeps the room of the vectors. */
+/** Reused for the next batch: clearing it keeps the capacity of the vectors. */
 class PacketBuffer {
  public:
-    /** A batch goes out when it holds more than this. */
+    /** A batch is sent once it holds more than this. */
     static constexpr uint32_t BATCH_LIMIT_BYTES = 9999;
 
     PacketBuffer() = default;
     PacketBuffer(const PacketBuffer&) = delete;
     PacketBuffer& operator=(const PacketBuffer&) = delete;
 
-    /** Copies a parsed frame. `described`: with what its headers tell. */
+    /** Copies a parsed frame; if `described`, also what its headers say. */
     void add(const CCapPkt& frame, uint32_t ns_id, bool described);
     bool full() const { return bytes > BATCH_LIMIT_BYTES; }
     bool empty() const { return pkts.empty(); }
-    /** Frees every frame. */
+    /** Frees all frames. */
     void clear();
 
     std::vector<api::pkt_> pkts;
-    std::vector<Engine::PktInfo> infos;  ///< one entry per packet, same index
+    std::vector<Engine::PktInfo> infos;  ///< one entry per packet, at the same index
     uint32_t bytes = 0;                  ///< sum of the frame lengths
 
  private:
-    /** What `pkts[i].data` points to; apart from it, since the engine may write into `pkts`. */
+    /** Owns what `pkts[i].data` points to; kept separately because the engine may write into `pkts`. */
     std::vector<std::unique_ptr<unsigned char[]>> m_frames;
 };
 

@@ -21,9 +21,9 @@ namespace {
 const std::string COMP = "server";
 
 /**
- * Runs a call into the library, `fn(err)`, and gives the failure's text, empty for success. A library that
- * breaks the rule that no exception may leave it is answered here: its exception must not live on, because
- * the type belongs to code that may be closed soon.
+ * Runs a call into the library, `fn(err)`. Returns the failure's text, empty on success. Also catches
+ * exceptions of libraries that break the rule not to throw: such an exception must not live on, because its
+ * type belongs to code that may be closed soon.
  */
 template <typename Fn>
 std::string failure_of(Fn&& fn) {
@@ -39,7 +39,7 @@ std::string failure_of(Fn&& fn) {
     return err;
 }
 
-/** The same for the callers that pass a failure on. */
+/** The same for callers that pass a failure on as an exception. */
 template <typename Fn>
 void call(Fn&& fn) {
     const std::string err = failure_of(fn);
@@ -75,7 +75,7 @@ void Engine::unregister_state_cb(state_cb cb) {
 void Engine::set_state(state_e state) {
     m_state = state;
     std::exception_ptr first_failure;
-    const std::vector<state_cb> cbs = m_state_cbs;  // a callback may take itself out
+    const std::vector<state_cb> cbs = m_state_cbs;  // copied because a callback may remove itself
     for (const state_cb cb : cbs) {
         try {
             cb(state);
@@ -115,11 +115,11 @@ void Engine::open_library(const std::string& dir, const LibraryTexts& texts) {
     CORVO_LOG_TEXT(DEBUG, COMP, texts.loading);
     const std::string path = dir + "/" + texts.file;
     struct stat info {};
-    // To open a pipe waits for its writer, and so would everybody else.
+    // Opening a pipe would wait for a writer and hold up everything.
     if (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
         throw Exception(texts.failure + path + ": cannot open shared object file: Not a regular file");
-    // A daemon runs without them. A library must not get one: it couldn't tell 0 from no descriptor, and 1
-    // and 2 receive what is printed.
+    // A daemon runs with these closed. A library must not get one: it couldn't tell 0 from no descriptor, and
+    // 1 and 2 receive whatever is printed.
     occupy_standard_fds();
     m_handle = dlopen(path.c_str(), RTLD_NOW);
     if (m_handle) return;
@@ -138,7 +138,7 @@ void Engine::load_syms() {
     for (const EngineSymbol& symbol : engine_symbols()) {
         void* address = dlsym(m_handle, symbol.name);
         if (!address) {
-            const char* reason = dlerror();  // null for a symbol that is there with the value 0
+            const char* reason = dlerror();  // null if the symbol exists with the value 0
             throw Exception(std::string("failed loading symbol '") + symbol.name +
                             "': " + (reason ? reason : "its address is null"));
         }
@@ -187,7 +187,7 @@ void Engine::unload_engine() {
     if (m_state == STATE_UNLOADED) return;
     if (m_state >= STATE_ACTIVE) throw Exception("corvo must be deactivated before unloading");
     CORVO_LOG(INFO, COMP, "Unloading corvo engine");
-    drop_task_and_event();  // before the library goes: both call into it
+    drop_task_and_event();  // both call into the library, so they go first
     const std::string err = failure_of([&](std::string& e) { m_api.deinit(e); });
     std::exception_ptr close_failure;
     try {
@@ -245,7 +245,7 @@ void Engine::detach(const std::string& ifname) {
     detach_one(ifname);
 }
 
-/** Gives the interfaces that the engine still lists. */
+/** Returns the interfaces that the engine still lists. */
 std::vector<std::string> Engine::detach_one(const std::string& ifname) {
     CORVO_LOG(INFO, COMP, "Detaching from interface %s", ifname.c_str());
     call([&](std::string& err) { m_api.intf_detach(ifname, err); });

@@ -1,7 +1,7 @@
 #pragma once
-// The one loader of, and facade over, the engine library. Nothing else calls a corvo_api_cp_* function. The
-// state machine says which operation may run when; every failure is a corvo::Exception, and one that came
-// from the library carries the library's text unchanged.
+// The only loader of, and facade over, the engine library. Nothing else calls a corvo_api_cp_* function. The
+// state machine decides which operation may run when. Every failure is a corvo::Exception; one caused by the
+// library carries the library's text unchanged.
 
 #include <brumecpd/engine_api.h>
 
@@ -31,7 +31,7 @@ struct LibraryTexts {
     const char* file;       ///< in the engine's directory
     const char* loading;    ///< debug line
     const char* unloading;  ///< debug line
-    const char* failure;    ///< comes before the reason that the linker gives
+    const char* failure;    ///< precedes the linker's reason
 };
 
 class Engine {
@@ -47,13 +47,13 @@ class Engine {
 
     static constexpr size_t MAX_COFFEE_ARGS = 8;
 
-    /** What is known about one injected packet; what only the engine can tell, only if `extended`. */
+    /** What is known about one injected packet. Members only the engine knows are set only if `extended`. */
     struct PktInfo {
         std::string src;
         std::string dst;
         std::string transport;
         std::string protocol;
-        uint32_t cls = 0;  ///< 0: not classified
+        uint32_t cls = 0;  ///< 0 means not classified
         api::pkt_error_e error = api::PKT_OK;
         uint16_t aging_sec = 0;
         uint16_t visibility = 0;
@@ -62,51 +62,51 @@ class Engine {
         std::vector<std::string> attr;
         std::vector<std::string> tph;
     };
-    /** Takes what the engine recognised, one packet after the other. */
+    /** Receives the engine's results, one packet at a time. */
     using PktSink = std::function<void(PktInfo&&)>;
 
     /** `mode` is "kernel" or "userspace". The scheduler must outlive the engine. */
     Engine(std::string mode, Scheduler& sched);
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
-    /** Touches neither library nor scheduler: `cleanup` is what brings the engine down. */
+    /** Touches neither library nor scheduler; use `cleanup` to bring the engine down. */
     virtual ~Engine();
 
     virtual std::string& get_mode_int() = 0;
     virtual std::string& get_engine_path_int() = 0;
 
     state_e state() const { return m_state; }
-    /** @throws corvo::Exception if the state is below `required`, STATE_LOADED or STATE_ACTIVE */
+    /** Throws corvo::Exception if the state is below `required`, STATE_LOADED or STATE_ACTIVE. */
     void validate_state(state_e required);
     /**
-     * Callbacks run in order of registration when the state has been written; attach and detach call none.
-     * All of them run even if one throws; the first exception then leaves the operation.
+     * Callbacks run in order of registration after the state has been set; attach and detach call none. All
+     * of them run even if one throws; the first exception is then rethrown.
      */
     void register_state_cb(state_cb cb);
     void unregister_state_cb(state_cb cb);
 
     /** A failure leaves nothing behind: no task, event, handle or table entry. */
     void load_engine(const std::string& path, const api::InitConfig& config);
-    /** Returns at once when nothing is loaded. A failing `deinit` still leaves the engine unloaded. */
+    /** Returns at once if nothing is loaded. Even if `deinit` fails, the engine is unloaded. */
     void unload_engine();
     void activate(const api::ActivateConfig& config);
-    /** Returns at once when not active. Failing detaches are log lines. */
+    /** Returns at once if not active. Failing detaches are only logged. */
     void deactivate();
     void attach(const std::string& ifname);
     void detach(const std::string& ifname);
     void detach_all();
-    /** Brings the engine down from whatever state it is in. */
+    /** Brings the engine down from any state. */
     void cleanup();
     /**
-     * One call of the library's tick; needs a loaded engine. Its failure is a log line, nothing is thrown.
-     * Gives the delay in milliseconds that the library wants, negative for no preference.
+     * Calls the library's tick once; needs a loaded engine. A failure is logged, not thrown. Returns the
+     * delay that the library wants in milliseconds; negative for no preference.
      */
     int tick();
 
-    /** Runs a function of the data path by its name. */
+    /** Runs a function of the data path by name. */
     std::string coffee(const std::string& dpaddr, const std::string& func, const std::vector<uint32_t>& args);
     void get_version(Json::Value& out);
-    /** Empty while unloaded, without asking the library. */
+    /** Empty while unloaded; the library isn't asked then. */
     void get_interfaces(std::vector<std::string>& out);
     void get_dps(std::vector<std::string>& out);
 
@@ -121,31 +121,33 @@ class Engine {
     void health_conf_set(const Json::Value& conf);
 
     /**
-     * Classifies a capture file and hands over what the engine recognised, in the file's order. Nothing is
-     * kept of a packet that was handed over, so memory doesn't grow with the file. A failure in the middle
-     * of the file makes everything handed over before it void. What the frame itself tells (addresses,
-     * length, transport, flags) is there only if `extended`, since it costs more than the engine does.
+     * Classifies a capture file and passes the engine's results to `sink`, in the file's order. Nothing is
+     * kept of packets already passed on, so memory use doesn't grow with the file. If it fails halfway,
+     * everything passed on so far is void. What the frame itself says (addresses, length, transport, flags)
+     * is set only if `extended`, since it costs more than the engine's work.
      */
     void push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                    bool extended, const PktSink& sink);
-    /** The same into a vector, with what the frame tells in any case. `results` is kept if the file isn't
-     * read. */
+    /**
+     * The same into a vector, always with what the frame itself says. If the file can't be read, `results`
+     * is unchanged.
+     */
     void push_pcap(const std::string& dpaddr, const std::string& filename, bool reset, uint32_t ns_id,
                    bool extended, std::vector<PktInfo>& results);
-    /** Classifies one frame. `info` keeps its address, length and transport. */
+    /** Classifies one frame. Leaves address, length and transport in `info` as they are. */
     void push_raw_extended(const std::string& dpaddr, const std::string& data, uint32_t ns_id, bool reset,
                            bool extended, PktInfo& info);
 
  protected:
     /**
-     * Opens the library and stores its handle in `m_handle`. `mt`: with memory tracing. If it throws, it has
-     * undone what it did: `unload_engine_int` is called only after a success.
+     * Opens the library and stores its handle in `m_handle`; `mt` requests memory tracing. If it throws, it
+     * must have undone everything: `unload_engine_int` is only called after a success.
      */
     virtual void load_engine_int(const std::string& path, bool mt) = 0;
-    /** Closes the library. If it throws, the library is closed and `m_handle` null all the same. */
+    /** Closes the library. Even if it throws, the library is closed and `m_handle` is null. */
     virtual void unload_engine_int() = 0;
 
- public:  // here for its place among the virtual operations
+ public:  // here to keep its place among the virtual functions
     virtual void get_mt_info_int(mt_info& out) = 0;
 
  protected:
@@ -153,7 +155,7 @@ class Engine {
     void open_library(const std::string& dir, const LibraryTexts& texts);
     void close_library(const LibraryTexts& texts);
 
-    void* m_handle = nullptr;  ///< of dlopen
+    void* m_handle = nullptr;  ///< from dlopen
     std::string m_path;        ///< directory the library was loaded from; empty while unloaded
     std::string m_mode;
 
@@ -182,7 +184,7 @@ class Engine {
     std::vector<state_cb> m_state_cbs;
 };
 
-/** The text of `status` for a state. */
+/** The text that `status` shows for a state. */
 const char* engine_state_to_str(Engine::state_e state);
 
 }  // namespace corvo::server

@@ -1,5 +1,5 @@
 #pragma once
-// The functions of a loaded engine library. In the daemon only Engine holds a table, and only its source
+// The functions of a loaded engine library. In the daemon, only Engine has such a table, and only its source
 // calls into it.
 
 #include <brumecpd/engine_api.h>
@@ -35,11 +35,11 @@ struct EngineApi {
 };
 
 struct EngineSymbol {
-    const char* name;                              ///< as the library exports it
-    void (*store)(EngineApi& api, void* address);  ///< into its entry
+    const char* name;                              ///< as exported by the library
+    void (*store)(EngineApi& api, void* address);  ///< stores the address in its entry
 };
 
-/** All 22, in the order in which they are looked up: a library that lacks several is told of the first. */
+/** All 22, in lookup order: for a library that lacks several, the first is reported. */
 std::span<const EngineSymbol> engine_symbols();
 
 }  // namespace corvo::server

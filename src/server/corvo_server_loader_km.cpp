@@ -29,8 +29,8 @@ constexpr LibraryTexts LIBRARY = {
 };
 
 /**
- * The supervisor asks with it what keeps the server so long. A module that takes its time to come in or go
- * would fail with EINTR; so the answer waits until the call is over.
+ * Sent by the supervisor to ask what holds the server up. It would make a slow load or removal of a module
+ * fail with EINTR, so it is blocked until the call is over.
  */
 constexpr int HOG_SIGNAL[] = {SIGUSR1};
 
@@ -86,7 +86,7 @@ void EngineKM::load_engine_int(const std::string& path, bool mt) {
         load_so(path);
     } catch (const Exception&) {
         try {
-            unload_engine_int();  // the module that came in above
+            unload_engine_int();  // removes the module loaded above
         } catch (const Exception& e) {
             CORVO_LOG(WARN, COMP, "unload after a failed load: %s, ignoring", e.what());
         }

@@ -1,6 +1,6 @@
 #pragma once
-// The engine in the kernel: a module that carries the data path, and a shared library that speaks to it. In
-// slave mode the module belongs to the host system: it has to be there already, and it stays.
+// The engine in the kernel: a module that carries the data path, and a shared library that talks to it. In
+// slave mode the host system owns the module: it must already be loaded, and it stays loaded.
 
 #include <memory>
 #include <string>
@@ -20,13 +20,13 @@ class EngineKM : public Engine {
 
     std::string& get_mode_int() override { return m_mode; }
     std::string& get_engine_path_int() override { return m_path; }
-    /** What the module tells of its memory; empty maps where it tells nothing. */
+    /** The module's own figures about its memory; the maps are empty if it reports none. */
     void get_mt_info_int(mt_info& out) override;
 
-    /** Brings the module in, where that is ours to do. The module's file doesn't depend on `path`. */
+    /** Loads the module, unless the host system owns it. The module's file doesn't depend on `path`. */
     void load_kms(const std::string& path, bool mt);
     void load_so(const std::string& path);
-    /** Sets a value for each line "name number" and leaves all other names alone. */
+    /** Sets the value for each line "name number" and leaves all other names alone. */
     static void parse_mt_info(const std::string& text, std::unordered_map<std::string, uint64_t>& out);
 
  protected:
@@ -34,7 +34,7 @@ class EngineKM : public Engine {
     void unload_engine_int() override;
 
  private:
-    /** `users` may be null; it is left alone if the module isn't there. */
+    /** `users` may be null; it is untouched if the module isn't loaded. */
     bool is_km_loaded(const std::string& name, unsigned int* users);
     void remove_module();
 
@@ -42,10 +42,10 @@ class EngineKM : public Engine {
     bool m_slave_mode;
 };
 
-/** The text for an errno value of the kernel's module calls. */
+/** The text for an errno value from the kernel's module calls. */
 const char* moderror(int err);
 
-/** The pieces between delimiters, without the white space at their ends; empty ones are left out. */
+/** Splits at the delimiter, trims white space, and skips empty pieces. */
 std::vector<std::string> split(const std::string& text, char delim);
 
 }  // namespace corvo::server

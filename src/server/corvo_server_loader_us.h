@@ -1,5 +1,5 @@
 #pragma once
-// The engine in user space: one shared library.
+// The engine in user space: a single shared library.
 
 #include "server/corvo_server_loader.h"
 

@@ -1,5 +1,5 @@
 #pragma once
 // The daemon behind `main`.
 
-/** Runs the server that the command line describes, and returns when it has stopped. */
+/** Runs the server described by the command line; returns when it has stopped. */
 void main_int(int argc, const char** argv);

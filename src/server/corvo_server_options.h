@@ -1,5 +1,5 @@
 #pragma once
-// What a Server is built from; the command line fills it.
+// The settings of a Server, filled from the command line.
 
 #include <cstdint>
 #include <string>
@@ -25,7 +25,7 @@ struct Options {
     std::vector<std::string> interfaces;  ///< attached at start, in this order
     bool activate = false;
     bool daemon = false;
-    bool set_global = true;  ///< lets Server::init set Server::g_ptr and become a daemon
+    bool set_global = true;  ///< lets Server::init set Server::g_ptr and daemonise
     WDConf wd;
     bool traced = false;  ///< a debugger or tracer is attached
 };

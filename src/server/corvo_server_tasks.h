@@ -1,5 +1,5 @@
 #pragma once
-// The two small tasks that belong to the server itself.
+// The server's own two small tasks.
 
 #include "infra/corvo_task.h"
 
@@ -16,7 +16,7 @@ class WatchdogTask : public Task {
     int m_period_ms;
 };
 
-/** In a sanitizer build checks once for memory that nobody can reach any more, and lets the daemon go on. */
+/** In a sanitizer build, checks once for leaked memory; the daemon continues. */
 class LeakDetector : public Task {
  public:
     LeakDetector() : Task(0) {}

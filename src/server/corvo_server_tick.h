@@ -1,6 +1,5 @@
 #pragma once
-// What calls the tick of a loaded engine: a task in its time, and an event whenever the library asks for
-// more.
+// What calls the tick of a loaded engine: a timed task, and an event whenever the library asks for one.
 
 #include <cstdint>
 #include <string>
@@ -12,7 +11,7 @@ namespace corvo::server {
 
 class Engine;
 
-/** The timed tick. The library's result is the delay to the next one. */
+/** The timed tick. The library's result is the delay until the next one. */
 class EngineTask : public Task {
  public:
     explicit EngineTask(Engine* engine) : Task(0), m_engine(engine) {}
@@ -24,7 +23,9 @@ class EngineTask : public Task {
     Engine* m_engine;
 };
 
-/** An extra tick whenever the library's descriptor is readable. The descriptor stays the library's. */
+/**
+ * An extra tick whenever the library's descriptor is readable. The library keeps ownership of the descriptor.
+ */
 class EngineEvent : public Event {
  public:
     EngineEvent(int fd, Engine* engine) : m_engine(engine) { m_fd = fd; }

@@ -1,7 +1,7 @@
 #include "server/corvo_server_watched.h"
 
-#include "infra/corvo_json.h"
 #include "infra/corvo_logger.h"
+#include "infra/json/corvo_json.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_config.h"
 #include "server/corvo_server_loader.h"
@@ -18,7 +18,7 @@ Engine* server_engine() {
     return Server::g_ptr ? Server::g_ptr->engine() : nullptr;
 }
 
-/** Keeps the version ready as text: no handler may ask the library for it. */
+/** Keeps the version ready as text, because handlers must not query the library for it. */
 void engine_state_cb(Engine::state_e state) {
     CORVO_LOG(DEBUG, COMP, "state changed to %u", static_cast<unsigned>(state));
     if (state <= Engine::STATE_LOADED) get_sig_handler()->set_engine_version("");

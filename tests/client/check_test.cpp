@@ -9,9 +9,9 @@
 
 #include "client/check/config_check.h"
 #include "client/check/daemon_user.h"
-#include "client/method_table.h"
 #include "client/run_program.h"
-#include "infra/corvo_json.h"
+#include "client/text/method_table.h"
+#include "infra/json/corvo_json.h"
 #include "support/daemon.h"
 #include "support/temp_dir.h"
 

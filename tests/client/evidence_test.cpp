@@ -59,7 +59,7 @@ TEST(EvidenceReport, AStallIsToldFromACrashAndAStop) {
 TEST(EvidenceReport, FramesAreShownByTheirNames) {
     const std::pair<const char*, const char*> CASES[] = {
         {"./bin/brumecpd(_ZN5corvo4stopEi+0x1c)[0x55]", "corvo::stop(int)+0x1c  brumecpd"},
-        {"/lib/libc.so.6(+0x2724a)[0x7f]", "(+0x2724a)  libc.so.6"},
+        {"? /lib/libc.so.6(+0x2724a)[0x7f]", "? (+0x2724a)  libc.so.6"},
         {"a(_Zbroken+0x1)[0x2]", "_Zbroken+0x1  a"},
         {"[0x7f]", "[0x7f]"},
         {"a)(", "a)("},

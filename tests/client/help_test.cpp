@@ -6,13 +6,13 @@
 #include <CLI/CLI.hpp>
 #include <sstream>
 
-#include "client/complaints.h"
-#include "client/completion.h"
-#include "client/examples.h"
-#include "client/help.h"
 #include "client/program.h"
 #include "client/shell/split.h"
-#include "client/wrap.h"
+#include "client/text/wrap.h"
+#include "client/words/completion.h"
+#include "client/words/examples.h"
+#include "client/words/help.h"
+#include "client/words/line_complaints.h"
 
 namespace brumectl {
 namespace {

@@ -4,16 +4,16 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 
-#include "client/address.h"
-#include "client/completion.h"
-#include "client/daemon_log.h"
 #include "client/failure.h"
-#include "client/fields.h"
 #include "client/program.h"
-#include "client/render.h"
 #include "client/shell/split.h"
-#include "client/views.h"
-#include "infra/corvo_json.h"
+#include "client/text/fields.h"
+#include "client/text/render.h"
+#include "client/wire/address.h"
+#include "client/wire/daemon_log.h"
+#include "client/words/completion.h"
+#include "client/words/views.h"
+#include "infra/json/corvo_json.h"
 
 namespace brumectl {
 namespace {

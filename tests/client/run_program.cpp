@@ -37,11 +37,13 @@ void Program::exec(const std::vector<std::string>& words, const ProgramSetup& se
     for (const auto& [name, value] : setup.env)
         setenv(name.c_str(), value.c_str(), 1);
     if (setup.before_exec) setup.before_exec();
-    std::vector<char*> argv = {const_cast<char*>("brumectl")};
-    for (const std::string& word : words)
-        argv.push_back(const_cast<char*>(word.c_str()));
+    std::vector<std::string> line = {BRUMECTL_COMMAND};
+    line.insert(line.end(), words.begin(), words.end());
+    std::vector<char*> argv;
+    for (std::string& word : line)
+        argv.push_back(word.data());
     argv.push_back(nullptr);
-    execv(BRUMECTL_COMMAND, argv.data());
+    execvp(argv[0], argv.data());
     _exit(127);
 }
 

@@ -84,7 +84,7 @@ TEST_F(DataPathTest, GivesOneVerdictWhoeverAsks) {
 TEST_F(DataPathTest, TellsVlansApartInCapturesOnly) {
     DataPath capture(classifiers, 100, DataPath::CAPTURE, fake_clock);
     for (DataPath* either : {&path, &capture}) {
-        for (int vlan : {-1, 0, 7, 8}) {
+        for (int vlan : {-1, 0, 7, 8, 0xe007}) {  // a priority is no other number
             Pushed pushed({test::udp_frame({"10.0.0.1", "10.0.0.2", 4000, 53, vlan}, Bytes(60, 0x31))});
             either->push(pushed.pkts, false);
         }

@@ -8,6 +8,7 @@
 #include <malloc.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,14 +16,17 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iterator>
+#include <limits>
 #include <map>
 #include <sstream>
 #include <stdexcept>
 
-#include "engines/mischief.h"
-
 namespace {
+
+constexpr char HOSTILE[] = "100%s%n%d \x1b[2Jengine \xff\xfe \"quoted\\";
 
 struct State {
     int evfd = -1;
@@ -53,6 +57,8 @@ class Script {
             std::getline(words, m_rests[verb + " " + function]);
         }
     }
+    /** It is none of the next call's. */
+    static void remove() { unlink(getenv("TEST_ENGINE_SCRIPT")); }
     /** The rest of the last line "verb function ...", null if there is none. */
     const std::string* rest(const std::string& verb, const std::string& function) const {
         const auto found = m_rests.find(verb + " " + function);
@@ -106,9 +112,29 @@ void crash_in_locked_heap() {
     corrupt_heap();
 }
 
+/** Memory that is used and never given back, and descriptors that nobody closes. */
+void leak(int descriptors) {
+    constexpr size_t SIZE = 8 << 20;
+    void* memory = mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED) std::memset(memory, 1, SIZE);
+    for (int i = 0; i < descriptors && eventfd(0, EFD_CLOEXEC) >= 0; ++i) {
+    }
+}
+
+void flood() {
+    const std::string line = std::string(HOSTILE) + std::string(100, '.') + "\n";
+    for (int i = 0; i < 8000; ++i)
+        if (write(STDERR_FILENO, line.data(), line.size()) < 0) return;
+}
+
+void close_from(int first, int last) {
+    for (int fd = first; fd <= last; ++fd)
+        close(fd);
+}
+
 struct Crash {
     const char* kind;
-    void (*run)();
+    void (*run)();  ///< may return: then the call goes on
 };
 constexpr Crash CRASHES[] = {
     {"segv", [] { raise(SIGSEGV); }},
@@ -124,8 +150,13 @@ constexpr Crash CRASHES[] = {
     {"overflow", overflow_stack},
     {"heap", corrupt_heap},
     {"inmalloc", crash_in_locked_heap},
-    {"throw", [] { throw std::runtime_error("scripted exception"); }},
     {"throw_int", [] { throw 1; }},
+    {"abort", abort},
+    {"leak", [] { leak(50); }},
+    {"greed", [] { leak(INT_MAX); }},
+    {"flood", flood},
+    {"close", [] { close_from(3, 1023); }},
+    {"close_std", [] { close_from(0, 2); }},
     {"hang",
      [] {
          while (true)
@@ -133,13 +164,53 @@ constexpr Crash CRASHES[] = {
      }},
 };
 
-[[noreturn]] void crash(const std::string& how) {
+void crash(const std::string& how) {
     const std::vector<std::string> words = split_words(how);
     const std::string kind = words.empty() ? "abort" : words[0];
-    if (kind == "exit") _exit(words.size() > 1 ? std::stoi(words[1]) : 1);
-    for (const Crash& known : CRASHES)
-        if (kind == known.kind) known.run();
-    abort();
+    const int number = words.size() > 1 ? atoi(words[1].c_str()) : 1;
+    if (kind == "exit") _exit(number);
+    if (kind == "leave") exit(number);
+    if (kind == "throw")
+        throw std::runtime_error(words.size() > 1 ? how.substr(kind.size() + 1) : "scripted exception");
+    const auto* known =
+        std::find_if(std::begin(CRASHES), std::end(CRASHES), [&](const Crash& c) { return kind == c.kind; });
+    known == std::end(CRASHES) ? abort() : known->run();
+}
+
+Json::Value nonsense_value() {
+    Json::Value deep(HOSTILE);
+    for (int i = 0; i < 300; ++i) {
+        Json::Value outer(Json::arrayValue);
+        outer.append(std::move(deep));
+        deep = std::move(outer);
+    }
+    Json::Value out;
+    out["deep"] = deep;
+    out["nan"] = std::numeric_limits<double>::quiet_NaN();
+    out["infinity"] = std::numeric_limits<double>::infinity();
+    out[HOSTILE] = HOSTILE;
+    return out;
+}
+
+std::vector<std::string> nonsense_list() {
+    return {std::string(100000, 'x'), HOSTILE, "", std::string("a\0b", 3), "line\nbreak"};
+}
+
+std::string nonsense_text() {
+    return std::string(100000, '\xff') + std::string("\0\n", 2) + HOSTILE;
+}
+
+void make_nonsense_of(std::vector<corvo::api::pkt_>& pkts) {
+    for (auto& pkt : pkts) {
+        pkt.cls = UINT32_MAX;
+        pkt.protocol = HOSTILE;
+        pkt.error = static_cast<corvo::api::pkt_error_e>(999);
+        pkt.cat.assign(100, {65535, 65535});
+        pkt.tph = pkt.attr = nonsense_list();
+        pkt.data = nullptr;
+        pkt.len = 65535;
+    }
+    pkts.resize(pkts.size() + 3);
 }
 
 /** The start of every function: logs the call and does what the script says about it. */
@@ -147,14 +218,14 @@ class Call {
  public:
     Call(const std::string& name, std::string& err, const std::string& args = "") {
         log_call(name, args);
+        if (m_script.rest("once", name)) Script::remove();
+        m_nonsense = m_script.rest("nonsense", name) != nullptr;
         if (m_script.rest("signal", name)) make_readable();
         if (const auto* text = m_script.rest("stderr", name)) dprintf(STDERR_FILENO, "%s\n", text->c_str());
         if (const auto* ms = m_script.rest("delay", name)) usleep(1000 * std::stoi(*ms));
         if (const auto* how = m_script.rest("crash", name)) crash(*how);
         if (const auto* text = m_script.rest("fail", name)) err = *text;
-        mischief::misbehave(name, err);
         m_failed = !err.empty();
-        m_nonsense = mischief::told("nonsense", name);
     }
 
     bool failed() const { return m_failed; }
@@ -174,7 +245,7 @@ void answer_json(const Call& call, const std::string& name, const char* otherwis
     if (call.failed()) return;
     const auto* text = call.value(name);
     Json::Reader().parse(text ? *text : otherwise, out);
-    if (call.nonsense()) out = mischief::nonsense_value();
+    if (call.nonsense()) out = nonsense_value();
 }
 
 std::string to_text(const Json::Value& value) {
@@ -262,7 +333,7 @@ void corvo_api_cp_push_pkts(const std::string& dpaddr, std::vector<corvo::api::p
     const std::vector<std::string> classes = split_words(scripted ? *scripted : "1 bench");
     for (auto& pkt : pkts)
         classify(pkt, classes, extended);
-    if (call.nonsense()) mischief::make_nonsense_of(pkts);
+    if (call.nonsense()) make_nonsense_of(pkts);
 }
 
 void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
@@ -273,7 +344,7 @@ void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
     const Call call("coffee", err, text("dpaddr=", dpaddr, " func=", func, " args=", numbers));
     const auto* scripted = call.value("coffee");
     if (!call.failed()) result = scripted ? *scripted : "done " + func;
-    if (call.nonsense()) result = mischief::nonsense_text();
+    if (call.nonsense()) result = nonsense_text();
 }
 
 void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
@@ -284,13 +355,13 @@ void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
 void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err) {
     const Call call("get_dps", err);
     if (!call.failed()) out = {"dp0"};
-    if (call.nonsense()) out = mischief::nonsense_list();
+    if (call.nonsense()) out = nonsense_list();
 }
 
 void corvo_api_cp_intf_attach(const std::string& ifname, std::string& err) {
     const Call call("intf_attach", err, ifname);
     if (!call.failed()) g_state.interfaces.push_back(ifname);
-    if (call.nonsense()) g_state.interfaces = mischief::nonsense_list();
+    if (call.nonsense()) g_state.interfaces = nonsense_list();
 }
 
 void corvo_api_cp_intf_detach(const std::string& ifname, std::string& err) {
@@ -304,7 +375,7 @@ void corvo_api_cp_intf_get(std::vector<std::string>& out, std::string& err) {
     const Call call("intf_get", err);
     const auto* scripted = call.script().rest("list", "intf");
     if (!call.failed()) out = scripted ? split_words(*scripted) : g_state.interfaces;
-    if (call.nonsense()) out = mischief::nonsense_list();
+    if (call.nonsense()) out = nonsense_list();
 }
 
 void corvo_api_cp_collector_enable(const std::string& component, std::string& err) {

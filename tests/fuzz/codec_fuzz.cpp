@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "fuzz/fuzz_input.h"
-#include "infra/corvo_jsonrpc_msg.h"
-#include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_zip.h"
+#include "infra/json/corvo_jsonrpc_msg.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 #include "utils/base64.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <cassert>
 
 #include "fuzz/fuzz_input.h"
-#include "infra/corvo_json.h"
-#include "infra/corvo_json_reader.h"
+#include "infra/json/corvo_json.h"
+#include "infra/json/corvo_json_reader.h"
 
 namespace {
 

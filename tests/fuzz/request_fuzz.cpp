@@ -12,8 +12,8 @@
 #include <memory>
 
 #include "fuzz/fuzz_input.h"
-#include "infra/corvo_json.h"
 #include "infra/corvo_notif.h"
+#include "infra/json/corvo_json.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_loader.h"
 #include "support/capture_logger.h"

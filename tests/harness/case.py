@@ -1,15 +1,18 @@
 """What tests of the whole daemon have in common."""
+import functools
 import pathlib
 import shutil
+import subprocess
 import tempfile
 import unittest
 
-from .daemon import EMULATOR, OURS, SCRIPTED, Daemon, build_option
+from .daemon import BUILD, EMULATOR, OURS, SCRIPTED, Daemon, build_option
 from .rpc import free_port
 
 SANITIZED = build_option("BRUMECPD_SANITIZER")
 SLAVE = build_option("BRUMECPD_SLAVE_MODE")
 BARE_METAL = build_option("BRUMECPD_BARE_METAL")
+HAVE_DW = build_option("BRUMECPD_HAVE_DW")
 
 
 def load_params(engine=None):
@@ -40,6 +43,12 @@ class DaemonTest(unittest.TestCase):
     def scripted(self, *args, script="", **more):
         """With the scripted engine as its own."""
         return self.daemon(*args, engine=SCRIPTED, **{"files": {"script": script}, **more})
+
+    @functools.cached_property
+    def captures(self):
+        """A folder of sample.pcap and a file for each of its flows, such as dns.pcap."""
+        subprocess.run([*EMULATOR, BUILD / "tools/make_sample_captures", self.folder / "captures"], check=True)
+        return self.folder / "captures"
 
     def assertInOrder(self, texts, whole):
         at = 0

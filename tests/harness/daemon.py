@@ -63,7 +63,7 @@ class Daemon:
         """The reply's bytes. Raises OSError where none comes in time or nobody listens."""
         if isinstance(message, str):
             message = message.encode()
-        return ask_tcp(self.tcp, message, seconds) if self.tcp else ask_unix(self.path, message, seconds)
+        return ask_tcp(self.tcp, message + b"\n", seconds) if self.tcp else ask_unix(self.path, message, seconds)
 
     def ask(self, message, seconds=10):
         """The reply's bytes, or None."""
@@ -107,7 +107,7 @@ class Daemon:
 
     def evidence(self):
         """The folders of gathered evidence, oldest first."""
-        return sorted((self.log.parent / "cvevents").glob("2*"))
+        return sorted((self.log.parent / "cvevents").glob("[0-9]*"))
 
     # --- the scripted engine
     def script(self, text):

@@ -17,6 +17,11 @@ def udp(payload, sport=1000, dport=80):
     return ipv4(17, struct.pack(">HHHH", sport, dport, 8 + len(payload), 0) + payload)
 
 
+def udp_flows(count):
+    """A frame each of so many flows, as large as a DNS query."""
+    return [udp(bytes(30), 1024 + i % 60000, 53) for i in range(count)]
+
+
 def tcp(payload, flags=0x10, sport=1000, dport=80):
     return ipv4(6, struct.pack(">HHIIBBHHH", sport, dport, 1, 0, 0x50, flags, 65535, 0, 0) + payload)
 

@@ -34,7 +34,8 @@ def ask_unix(path, message, seconds):
         return s.recv(16 << 20)
 
 
-def ask_tcp(port, message, seconds):
+def ask_tcp(port, message, seconds=20):
+    """All that comes back until the connection is closed; `message` goes as it is."""
     with socket.create_connection(("127.0.0.1", port), timeout=seconds) as s:
-        s.sendall(message + b"\n")
+        s.sendall(message)
         return b"".join(iter(lambda: s.recv(1 << 20), b""))

@@ -1,17 +1,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
 #include <cerrno>
 #include <climits>
+#include <ctime>
 #include <vector>
 
-#include "infra/corvo_lock.h"
 #include "infra/corvo_scheduler.h"
-#include "infra/corvo_shims.h"
 #include "infra/corvo_socket_channel.h"
+#include "infra/exports/corvo_lock.h"
+#include "infra/exports/corvo_shims.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 
@@ -147,6 +149,26 @@ TEST(Shims, ASendBufferThatTheKernelCutsIsAnError) {
     EXPECT_EQ(EFBIG, errno);
     EXPECT_EQ(-1, cv_set_sock_send_qsize(-1, 1));
     EXPECT_EQ(EBADF, errno);
+}
+
+TEST(Shims, TimesAreOfTheRecordsThatClosedLibrariesHave) {
+    struct Time {
+        long sec;
+        long nsec;
+    };
+    struct Timer {
+        Time interval;
+        Time value;
+    } hour{{0, 0}, {3600, 0}}, soon{{0, 0}, {0, 1}}, before{};
+    const Time moment{0, 1};
+    const auto timer = [](Timer& record) { return reinterpret_cast<itimerspec*>(&record); };
+    const corvo::UniqueFd fd(cv_timerfd_create(CLOCK_MONOTONIC, 0));
+    EXPECT_EQ(0, cv_timerfd_settime(fd.get(), 0, timer(hour), nullptr));
+    EXPECT_EQ(0, cv_timerfd_settime(fd.get(), 0, timer(soon), timer(before)));
+    EXPECT_NEAR(3600, before.value.sec, 60);
+    pollfd expired{fd.get(), POLLIN, 0};
+    EXPECT_EQ(1, cv_poll(&expired, 1, 10000));
+    EXPECT_EQ(0, cv_nanosleep(reinterpret_cast<const timespec*>(&moment), nullptr));
 }
 
 TEST(Shims, ALockIsRecursiveAndIgnoresNull) {

@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "infra/corvo_json.h"
-#include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_rpc_command.h"
+#include "infra/json/corvo_json.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 #include "support/error_of.h"
 #include "support/temp_dir.h"
 #include "utils/base64.h"

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -101,6 +103,48 @@ TEST(Logger, HistoryEndsAtALineThatItsBufferCannotHold) {
     std::vector<std::string> out;
     history(out, 10);
     EXPECT_THAT(out, ElementsAre(longest));
+}
+
+TEST(Logger, AFileHasHistoryHoweverBigAndLateItIs) {
+    constexpr auto TWO_GIB = static_cast<off_t>(uint64_t{1} << 31);
+    constexpr auto IN_2040 = static_cast<time_t>(2208988800);
+    for (const bool big : {true, false}) {
+        test::TempDir dir;
+        const std::string file = dir.write("log", "first\n");
+        const timespec late[] = {{IN_2040, 0}, {IN_2040, 0}};
+        ASSERT_EQ(0, big ? truncate(file.c_str(), TWO_GIB) : utimensat(AT_FDCWD, file.c_str(), late, 0));
+        CaptureLogger log(INFO, file);
+        std::vector<std::string> out;
+        history(out, 10);
+        EXPECT_THAT(out, ElementsAre("first")) << (big ? "big" : "late");
+    }
+}
+
+/** In a new process: a file system of two layers numbers the files of the lower one with 64 bits. */
+[[noreturn]] void read_history_in_layers(const test::TempDir& dir) {
+    constexpr int CANNOT_MOUNT = 77;
+    const std::string top = dir.file("top");
+    const std::string layers =
+        "xino=on,lowerdir=" + dir.file("low") + ",upperdir=" + top + "/up,workdir=" + top + "/work";
+    for (const char* name : {"low", "top"})
+        mkdir(dir.file(name).c_str(), 0755);
+    dir.write("low/log", "first\n");
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", top.c_str(), "tmpfs", 0, nullptr) != 0 || mkdir((top + "/up").c_str(), 0755) != 0 ||
+        mkdir((top + "/work").c_str(), 0755) != 0 ||
+        mount("none", dir.file("low").c_str(), "overlay", 0, layers.c_str()) != 0)
+        _exit(CANNOT_MOUNT);
+    CaptureLogger log(INFO, dir.file("low/log"));
+    std::vector<std::string> out;
+    history(out, 10);
+    _exit(out == std::vector<std::string>{"first"} ? 0 : 1);
+}
+
+TEST(Logger, AFileHasHistoryWhateverItsInodesNumber) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can mount";
+    const test::TempDir dir;
+    const auto is_read = [](int status) { return WIFEXITED(status) && WEXITSTATUS(status) != 1; };
+    EXPECT_EXIT(read_history_in_layers(dir), is_read, "");
 }
 
 TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {

@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "infra/corvo_jsonrpc_msg.h"
 #include "infra/corvo_zip.h"
+#include "infra/json/corvo_jsonrpc_msg.h"
 
 namespace corvo {
 namespace {

@@ -8,8 +8,8 @@
 #include <memory>
 #include <vector>
 
-#include "infra/corvo_json.h"
 #include "infra/corvo_notif_hub.h"
+#include "infra/json/corvo_json.h"
 #include "support/capture_logger.h"
 #include "support/client.h"
 #include "support/error_of.h"

@@ -1,9 +1,8 @@
 """Whole sessions with the real daemon, our engine and engines that bind back into the daemon."""
 import pathlib
-import subprocess
 
 from harness.case import OURS, SCRIPTED, DaemonTest, load_params
-from harness.daemon import BUILD, EMULATOR, ENGINES
+from harness.daemon import ENGINES
 
 METHODS = sorted("ping echo shutdown cmds status load unload activate deactivate mt push_pcap coffee attach detach log collect "
                  "health events notifications".split())
@@ -11,7 +10,6 @@ METHODS = sorted("ping echo shutdown cmds status load unload activate deactivate
 
 class Session(DaemonTest):
     def test_a_capture_is_classified_by_our_engine_over_both_transports(self):
-        subprocess.run([*EMULATOR, BUILD / "tools/make_sample_captures", self.folder], check=True, stdout=subprocess.DEVNULL)
         for tcp in (False, True):
             with self.subTest(tcp=tcp):
                 daemon = self.daemon(engine=OURS, tcp=tcp)
@@ -21,7 +19,7 @@ class Session(DaemonTest):
                 self.assertEqual(daemon.result("activate", {"resources": {"max_flows": 1000}}), {})
                 self.assertEqual(daemon.result("status")["state"], "activated")
                 self.assertTrue(daemon.result("status")["version"])
-                params = {"type": "filename", "reset": True, "filename": str(self.folder / "sample.pcap")}
+                params = {"type": "filename", "reset": True, "filename": str(self.captures / "sample.pcap")}
                 counts = daemon.result("push_pcap", params)
                 self.assertGreaterEqual(len(counts), 12, counts)
                 self.assertGreater(counts["DNS"], 0, counts)

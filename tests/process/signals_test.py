@@ -1,19 +1,18 @@
 """What signals leave behind: the real daemon under its watchdog, crashed and halted for real."""
-import platform
 import signal
 import time
 import unittest
 
-from harness.case import EMULATOR, SANITIZED, SCRIPTED, DaemonTest, load_params
+from harness.case import HAVE_DW, SANITIZED, SCRIPTED, DaemonTest, load_params
 from harness.processes import kill
 from harness.rpc import request, unix_client
-
-# The C library of 32-bit ARM has no unwind tables for it.
-STACK_ENDS_AT_ABORT = bool(EMULATOR) or platform.machine().startswith("arm")
 
 CRASHES = {"segv": "Segmentation fault", "abort": "Aborted", "ill": "Illegal instruction", "fpe": "Floating point exception",
            "bus": "Bus error", "sys": "Bad system call", "null": "Segmentation fault", "overflow": "Segmentation fault",
            "heap": "Aborted", "inmalloc": "Aborted"}
+# What names the function: the report, and the log.
+STACK = "libcvcp_u.so(corvo_api_cp_coffee+", " corvo_api_cp_coffee\n"
+STACKS = {"overflow": ("libcvcp_u.so(", " overflow_stack\n"), "heap": (STACK[0], ""), "inmalloc": ("libcvcp_u.so(", "")}
 
 
 class Signals(DaemonTest):
@@ -51,8 +50,11 @@ class Signals(DaemonTest):
                 self.assertIn('"engine": { "mode": "userspace", "state": "activated", "version": {"version":"scripted"}',
                               report)
                 self.assertIn(f'"logfile": "{daemon.log}", "backtrace":"', report)
-                if not (STACK_ENDS_AT_ABORT and description == "Aborted"):
-                    self.assertIn("libcvcp_u.so", report)
+                in_report, in_log = STACKS.get(crash, STACK)
+                self.assertIn(in_report, report)
+                if HAVE_DW:
+                    self.assertIn(in_log, daemon.log_text())
+                self.assertNotIn('Object ""', daemon.log_text())
                 self.assertTrue(report.endswith('\n"}'))
                 self.assertIn(f"Printing stack trace due to received signal '{description}'", daemon.log_text())
                 self.assertIn(f"Terminated by signal [{description}]", daemon.log_text())

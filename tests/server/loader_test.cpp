@@ -367,11 +367,14 @@ TEST_F(InjectTest, OnlyWhatTheEngineRecognisedIsHandedOver) {
     EXPECT_THAT(counts, ElementsAre(std::pair("a", 6), std::pair("b", 2)));
 }
 
-TEST_F(InjectTest, AFrameThatIsPushedAloneGoesWhereTheCallerSays) {
+TEST_F(InjectTest, AFrameThatIsPushedAloneGoesWhereTheCallerSaysAndBehindItsReset) {
     const test::Bytes frame = make_frame(60);
     Engine::PktInfo info;
-    m_engine.push_raw_extended("dp1", std::string(frame.begin(), frame.end()), 3, false, true, info);
-    EXPECT_EQ(calls(), "push_pkts dpaddr=dp1 pkts=1 bytes=60 ns_id=3 extended=1\n");
+    m_engine.push_raw_extended("dp1", std::string(frame.begin(), frame.end()), 3, true, true, info);
+    EXPECT_EQ(calls(),
+              "coffee dpaddr=dp1 func=dp.veld.sui_lut_remove_all_links args=\n"
+              "coffee dpaddr=dp1 func=dp.ft.sui_ft_kill_all_flows args=\n"
+              "push_pkts dpaddr=dp1 pkts=1 bytes=60 ns_id=3 extended=1\n");
 }
 
 TEST_F(InjectTest, AFailingResetEndsThePush) {

@@ -8,10 +8,12 @@ import threading
 import time
 
 import methods
-from harness import BUILD, LINE, anonymous_kib, case, descriptors, eventually, hold, request
+from harness.daemon import BUILD, OURS, SCRIPTED
+from harness.processes import descriptors, eventually, kib
+from harness.rpc import free_port, request
+from trial import case, hold, LINE
 
-ENGINE = BUILD / "tests/engines/mischief"
-LOAD = {"path": str(ENGINE)}
+LOAD = {"path": str(SCRIPTED)}
 RESET = struct.pack("ii", 1, 0)
 PING = request("ping") + b"\n"
 
@@ -37,7 +39,7 @@ def back_to(daemon, before, what="descriptors"):
 
 
 def tcp_daemon(trial, *args, **more):
-    return trial.daemon(*args, tcp=trial.free_port(), **more)
+    return trial.daemon(*args, tcp=free_port(), **more)
 
 
 # --- TCP connections -----------------------------------------------------------------------------------------
@@ -70,7 +72,7 @@ def unread_tcp(trial):
         for s in unread:
             s.close()
         back_to(daemon, before)
-        kept.append(anonymous_kib(daemon.child()) >> 10)
+        kept.append(kib(daemon.child(), "Anonymous", "smaps_rollup") >> 10)
     # The heap keeps what it was given once, and uses it again.
     hold(max(kept) < 100 or "asan" in str(BUILD), f"{kept} MiB stay")
     return f"others are served; read at last, it is whole; descriptors back, at most {max(kept)} MiB kept for the next"
@@ -183,11 +185,11 @@ def mixed(trial):
     count = 1500 if trial.short else 50000
     subprocess.run([BUILD / "tools/make_sample_captures", trial.folder], check=True, stdout=subprocess.DEVNULL)
     pushed = 0
-    for tcp in (0, trial.free_port()):
-        daemon = trial.daemon("-a", tcp=tcp, engine=BUILD / "lib")
+    for tcp in (0, free_port()):
+        daemon = trial.daemon("-a", tcp=tcp, engine=OURS)
         flood_of(daemon, 200, 1)
         daemon.call(*NO_EXPORTER)
-        before = descriptors(daemon.child()), anonymous_kib(daemon.child())
+        before = descriptors(daemon.child()), kib(daemon.child(), "Anonymous", "smaps_rollup")
         pusher = Pusher(daemon, trial.folder / "sample.pcap")
         pusher.start()
         flood_of(daemon, count, 2)
@@ -197,7 +199,7 @@ def mixed(trial):
         hold(pusher.pushed > 0, "no capture was pushed")
         daemon.call(*NO_EXPORTER)
         back_to(daemon, before[0])
-        grown = anonymous_kib(daemon.child()) - before[1]
+        grown = kib(daemon.child(), "Anonymous", "smaps_rollup") - before[1]
         hold(grown < 8192 or "asan" in str(BUILD), f"{grown} KiB more")
     return f"{2 * count} requests, each one's reply, {pushed} captures meanwhile"
 
@@ -232,8 +234,8 @@ def states(trial):
     hold("result" in daemon.call("activate", {"resources": {"max_flows": 10}}), "not activated")
     yield daemon
     if not trial.short:
-        yield trial.daemon("-a", engine=BUILD / "lib")
-        yield trial.daemon("-a", engine=BUILD / "lib", tcp=trial.free_port())
+        yield trial.daemon("-a", engine=OURS)
+        yield trial.daemon("-a", engine=OURS, tcp=free_port())
 
 
 def envelopes(text):

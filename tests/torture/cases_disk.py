@@ -1,7 +1,6 @@
 """Scarce and broken surroundings: full, read-only and vanishing folders, calls that are interrupted or slow, and limits of
 memory and descriptors. Supervision and service go on; a line or a file of evidence may be lost, never a half of one."""
 import contextlib
-import ctypes
 import errno
 import os
 import resource
@@ -10,13 +9,15 @@ import signal
 import socket
 import threading
 
-from cases_faults import write_capture
 from failing_calls import FailingCalls
-from harness import BUILD, case, descriptors, eventually, hold, need, request
+from harness.daemon import ENGINES, OURS
+from harness.frames import udp_flows, write_pcap
+from harness.processes import CLONE_NEWNS, LIBC, descriptors, eventually, kib, mount, unshare
+from harness.rpc import free_port, request
+from trial import NotTried, case, hold, need
 
-INERT = BUILD / "tests/engines/inert"
-MS_RDONLY, MS_REMOUNT, MS_REC, MS_PRIVATE, CLONE_NEWNS = 1, 32, 16384, 1 << 18, 0x20000
-LIBC = ctypes.CDLL(None, use_errno=True)
+INERT = ENGINES / "inert"
+MS_RDONLY, MS_REMOUNT, MS_REC, MS_PRIVATE = 1, 32, 16384, 1 << 18
 
 
 # --- a file system of our own ------------------------------------------------------------------------------
@@ -24,8 +25,11 @@ def private_mounts():
     """From here on, what this process mounts is seen by it and its children alone."""
     if not hasattr(private_mounts, "done"):
         need(os.geteuid() == 0, "needs root")
-        need(LIBC.unshare(CLONE_NEWNS) == 0 and LIBC.mount(b"none", b"/", None, MS_REC | MS_PRIVATE, None) == 0,
-             f"no mount namespace: {os.strerror(ctypes.get_errno())}")
+        try:
+            unshare(CLONE_NEWNS)
+            mount("none", "/", flags=MS_REC | MS_PRIVATE)
+        except OSError as e:
+            raise NotTried(f"no mount namespace: {e.strerror}") from e
         private_mounts.done = True
 
 
@@ -35,7 +39,7 @@ def small_disk(trial, size="64k"):
     private_mounts()
     folder = trial.folder / "disk"
     folder.mkdir()
-    hold(LIBC.mount(b"tmpfs", bytes(folder), b"tmpfs", 0, f"size={size}".encode()) == 0, "can't mount")
+    mount("tmpfs", folder, "tmpfs", data=f"size={size}")
     try:
         yield folder
     finally:
@@ -43,7 +47,7 @@ def small_disk(trial, size="64k"):
 
 
 def set_read_only(folder, on):
-    LIBC.mount(None, bytes(folder), None, MS_REMOUNT | (MS_RDONLY if on else 0), None)
+    mount(None, folder, flags=MS_REMOUNT | (MS_RDONLY if on else 0))
 
 
 def fill(folder):
@@ -250,12 +254,12 @@ def limit(kind, value):
 
 def start_limited(trial, kind, value):
     """Gives whether the daemon serves under the limit; if not, it has ended by itself and said something."""
-    daemon = trial.daemon("-a", ready=False, engine=BUILD / "lib", setup=limit(kind, value))
+    daemon = trial.daemon("-a", ready=False, engine=OURS, setup=limit(kind, value))
     hold(eventually(lambda: not daemon.running() or daemon.alive(0.1), 30), f"limit {value}: neither serves nor ends")
     if daemon.running():
         hold(daemon.end() == 0, f"limit {value}: no clean end")
         return True
-    hold((daemon.folder / "out").stat().st_size > 0, f"limit {value}: ended without a word")
+    hold(daemon.said(), f"limit {value}: ended without a word")
     return False
 
 
@@ -274,16 +278,16 @@ def limited_descriptors(trial):
 
 @case("pushes that grow under a limit of the address space")
 def limited_pushes(trial):
-    daemon = start(trial, trial.folder / "log", engine=BUILD / "lib")
+    daemon = start(trial, trial.folder / "log", engine=OURS)
     capture = trial.folder / "x.pcap"
     answers = {"result": 0, "error": 0, "none": 0}
     pushed = {"type": "filename", "filename": str(capture), "reset": True, "extended": True}
     server = daemon.child()
-    write_capture(capture, 100)
+    write_pcap(capture, udp_flows(100))
     daemon.call("push_pcap", pushed)
-    resource.prlimit(server, resource.RLIMIT_AS, ((virtual_kib(server) + 8192) << 10, -1))
+    resource.prlimit(server, resource.RLIMIT_AS, ((kib(server, "VmSize") + 8192) << 10, -1))
     for frames in (100, 1000, 5000, 20000, 50000):
-        write_capture(capture, frames)
+        write_pcap(capture, udp_flows(frames))
         reply = daemon.call("push_pcap", pushed, seconds=5)
         answers[next((k for k in ("result", "error") if reply and k in reply), "none")] += 1
         hold(daemon.alive(30), f"no answer after {frames} frames")
@@ -291,13 +295,9 @@ def limited_pushes(trial):
     return f"{answers}, " + ("the same server" if same else "a new server, with evidence")
 
 
-def virtual_kib(pid):
-    return int(open(f"/proc/{pid}/statm").read().split()[0]) * 4
-
-
 @case("64 descriptors and 200 idle connections")
 def idle_connections(trial):
-    port = trial.free_port()
+    port = free_port()
     daemon = trial.daemon("-a", tcp=port, engine=INERT, setup=limit(resource.RLIMIT_NOFILE, 64))
     before = descriptors(daemon.child())
     with contextlib.ExitStack() as idle:

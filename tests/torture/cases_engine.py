@@ -5,12 +5,14 @@ import json
 import pathlib
 import time
 
-from harness import BUILD, LINE, case, children, eventually, hold, state_of
+from harness.daemon import SCRIPTED
+from harness.processes import children, eventually, state_of
+from trial import case, hold, LINE
 
-ENGINE = BUILD / "tests/engines/mischief"
-TEXT = "100%s%n%d \x1b[2Jengine "  # how the engine's hostile text begins
+TEXT = b"100%s%n%d \x1b[2Jengine "
+HOSTILE = TEXT + b'\xff\xfe "quoted\\'
 
-LOAD = ("load", {"path": str(ENGINE)})
+LOAD = ("load", {"path": str(SCRIPTED)})
 ACTIVE = [LOAD, ("activate", {"resources": {"max_flows": 10}})]
 FRAME = base64.b64encode(bytes.fromhex("ffffffffffff0000000000010800450000210001000040117cc97f0000017f000001"
                                        "00350035000d000068656c6c6f")).decode()
@@ -45,6 +47,12 @@ CALLS = {
 # A failure of these is logged and goes to nobody.
 UNHEARD = {"tick", "intf_detach"}
 
+# What the engine is told to do: a line of its script, without the function's name behind the first word.
+LINES = {"fail": b"fail " + HOSTILE, "fail_long": b"fail " + b"%" * 200000, "throw": b"crash throw " + HOSTILE,
+         "throw_number": b"crash throw_int", "nonsense": b"nonsense", "crash": b"crash null", "exit": b"crash leave 3",
+         "exit_0": b"crash leave 0",
+         **{deed: b"crash " + deed.encode() for deed in ("leak", "greed", "flood", "close_std", "abort", "hang", "close")}}
+
 # The functions that give something back.
 TELLING = ["tick", "get_evfd", "push_pkts", "coffee", "get_version", "get_dps", "intf_get", "intf_attach", "intf_detach",
            "get_collectors", "collector_get_sample", "health_get", "health_conf_get"]
@@ -60,17 +68,26 @@ class Run:
         args = ["--wd_reload", *(ATTACH_AT_START if self.at_start else ())]
         if deed == "hang":
             args += ["--wd_hog_timeout", "500", "--wd_kill_timeout", "1500"]
-        self.daemon = trial.daemon(*args, ready=False, engine=ENGINE, env={"MISCHIEF": f"{deed}:corvo_api_cp_{function}",
-                                                                           "MISCHIEF_MARK": "../mark"})
+        self.daemon = trial.daemon(*args, ready=False, engine=SCRIPTED, env={"TEST_ENGINE_SCRIPT": "../script"},
+                                   before=self.write_script)
         self.daemon.check_log = self.check_log
         self.folder = self.daemon.folder
-        self.mark = self.folder / "mark"
         self.reply = None
+
+    def write_script(self, folder):
+        """The engine takes it away when it does the deed, so that it does so once."""
+        self.mark = folder / "script"
+        verb, _, rest = LINES[self.deed].partition(b" ")
+        name = self.function.encode()
+        self.mark.write_bytes(b"once %b\n%b %b %b\n" % (name, verb, name, rest))
+
+    def done(self):
+        return not self.mark.exists()
 
     def provoke(self):
         """Up to the deed; before that everything must work."""
         if self.function == "intf_attach":
-            hold(eventually(self.mark.exists), "it was never called")
+            hold(eventually(self.done), "it was never called")
             return
         hold(self.daemon.alive(20), "no answer after the start")
         self.child = self.daemon.child()
@@ -79,7 +96,7 @@ class Run:
         for method, params in self.calls[:-1]:
             hold("result" in (self.daemon.call(method, params) or {}), f"{method} failed before the deed")
         self.reply = self.daemon.call(*self.calls[-1], seconds=3)
-        hold(eventually(self.mark.exists), "it was never called")
+        hold(eventually(self.done), "it was never called")
 
     # --- what is expected
     def refused(self):
@@ -88,7 +105,7 @@ class Run:
             return self.stopped()
         if self.function not in UNHEARD and not (self.deed == "fail_long" and self.reply is None):
             text = json.dumps((self.reply or {}).get("error", {}).get("specific_err"))
-            expected = {"throw_number": "unknown type", "fail_long": "%%%"}.get(self.deed, json.dumps(TEXT)[1:-1])
+            expected = {"throw_number": "unknown type", "fail_long": "%%%"}.get(self.deed, json.dumps(TEXT.decode())[1:-1])
             hold(expected in text, f"no refusal: {str(self.reply)[:200]}")
         self.same()
 
@@ -128,12 +145,19 @@ class Run:
         hold(self.daemon.process.returncode == 0, f"status {self.daemon.process.returncode}")
 
     def deaf(self):
-        """Nobody can be heard any more, but that costs nothing, and it can be stopped."""
-        before = self.spent(), self.daemon.log.stat().st_size + (self.folder / "out").stat().st_size
+        """What it does next may need a descriptor that is gone; then it stops in order. Else nobody can be heard any more, but
+        that costs nothing, and it can be stopped."""
+        before = self.spent(), self.written()
         time.sleep(1)
-        after = self.spent(), self.daemon.log.stat().st_size + (self.folder / "out").stat().st_size
-        hold(after[0] - before[0] <= 30, f"{after[0] - before[0]} % of a processor")
-        hold(after[1] - before[1] < 100000, f"{after[1] - before[1]} bytes of log in a second")
+        if not self.daemon.running():
+            hold(b"CP shutdown - cause: " in self.daemon.said(), "ended without telling a cause")
+            return self.stopped()
+        hold(self.daemon.child() != self.daemon.pid, "no child")
+        hold(self.spent() - before[0] <= 30, f"{self.spent() - before[0]} % of a processor")
+        hold(self.written() - before[1] < 100000, f"{self.written() - before[1]} bytes of log in a second")
+
+    def written(self):
+        return self.daemon.log.stat().st_size + len(self.daemon.said())
 
     def spent(self):
         """Processor time of the child, in hundredths of a second."""
@@ -169,7 +193,7 @@ DEEDS = {
     "hang": ("aborted by the watchdog, reloaded, reported", Run.reloaded),
     "exit": ("reloaded", Run.reloaded),
     "exit_0": ("stopped, as an orderly end is", Run.stopped),
-    "close": ("deaf, calm, stoppable", Run.deaf),
+    "close": ("stopped in order, or deaf, calm, stoppable", Run.deaf),
 }
 
 
@@ -187,7 +211,6 @@ def one_run(trial, deed, function):
 def register(index, deed, outcome):
     @case(f"an engine that does '{deed}' in each of its functions")
     def mischief(trial):
-        hold((ENGINE / "libcvcp_u.so").exists(), "build the target test_engine_mischief")
         functions = TELLING if deed == "nonsense" else list(CALLS)
         functions = functions[index % 7::7] if trial.short else functions
         with concurrent.futures.ThreadPoolExecutor(4) as pool:

@@ -3,12 +3,13 @@ it must answer afterwards, or have stopped with its cause told, and must hold on
 import errno
 import functools
 import signal
-import socket
-import struct
-import subprocess
 
 from failing_calls import FailingCalls
-from harness import BUILD, case, descriptors, eventually, hold, request
+from harness.daemon import ENGINES, OURS
+from harness.frames import udp_flows, write_pcap
+from harness.processes import descriptors, eventually
+from harness.rpc import free_port, request
+from trial import case, hold
 
 MAX_N = 200
 SHORT_COUNTS = (1, 2, 3, 5, 8, 13, 21, 34, 55, 89, 144)
@@ -26,19 +27,6 @@ LIBRARY_ABORT = b"FATAL: error reading `/proc/sys/crypto/fips_enabled' in libgcr
 DEAF = b"Error detected on channel, exiting"
 
 
-def write_capture(path, frames=50):
-    """DNS-sized frames of as many flows."""
-    content = bytearray(struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, 1))
-    for i in range(frames):
-        payload = bytes(30)
-        udp = struct.pack(">HHHH", 1024 + i % 60000, 53, 8 + len(payload), 0) + payload
-        ip = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(udp), 0, 0, 64, 17, 0, bytes([10, 0, 0, 1]), bytes([10, 0, 0, 2]))
-        frame = bytes(12) + b"\x08\x00" + ip + udp
-        content += struct.pack("<IIII", i, 0, len(frame), len(frame)) + frame
-    path.write_bytes(content)
-    return path
-
-
 class Victim:
     """A daemon whose calls can be made to fail; started anew where a failure has ended it."""
 
@@ -51,7 +39,7 @@ class Victim:
 
     def start(self, **more):
         # The full form loads what we ship, which costs a second; the short one an engine that does nothing.
-        engine = BUILD / ("tests/engines/inert" if self.trial.short else "lib")
+        engine = ENGINES / "inert" if self.trial.short else OURS
         self.daemon = self.trial.daemon(*self.args, **{"engine": engine, **self.calls.preload, **self.more, **more})
         return self.daemon
 
@@ -63,7 +51,7 @@ class Victim:
     def told(self):
         """What it has said so far, in its log or on stdout."""
         log = self.daemon.log.read_bytes() if self.daemon.log.is_file() else b""
-        return log + (self.daemon.folder / "out").read_bytes()
+        return log + self.daemon.said()
 
     def settle(self, seconds=60):
         """Waits until it answers or has ended: True if it answers."""
@@ -128,9 +116,9 @@ def ask_all(daemon, requests):
 def serving(requests, **more):
     """A phase in which requests are served: it must be as able afterwards as before, and hold no more descriptors."""
     def phase(trial, call):
-        capture = write_capture(trial.folder / "x.pcap")
+        capture = write_pcap(trial.folder / "x.pcap", udp_flows(50))
         chosen = [(m, {**p, "filename": str(capture)} if p and "filename" in p else p) for m, p in requests]
-        port = {"tcp": trial.free_port()} if more.get("tcp") else {}
+        port = {"tcp": free_port()} if more.get("tcp") else {}
         victim = Victim(trial, "-a", **port)
         held = {}
 

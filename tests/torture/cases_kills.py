@@ -1,6 +1,4 @@
 """Ends at moments that nobody chose, and clocks that move. Random moments are seeded: a run can be repeated."""
-import contextlib
-import ctypes
 import os
 import random
 import signal
@@ -8,12 +6,13 @@ import subprocess
 import threading
 import time
 
-from harness import BUILD, case, descriptors, eventually, gone, hold, need, session, state_of
+from harness.daemon import OURS
+from harness.processes import descriptors, eventually, session, state_of
+from trial import case, hold
 
-ENGINE = BUILD / "lib"
+ENGINE = OURS
 RELOAD = ("--wd_reload", "--wd_reload_backoff_multiplier", "1", "--wd_reload_backoff_reset_interval", "1")
 IMPATIENT = ("--wd_hog_timeout", "1000", "--wd_kill_timeout", "3000")
-CLONE_NEWTIME = 0x80
 
 
 class Load(threading.Thread):
@@ -60,16 +59,17 @@ def evidence(daemon):
 
 
 # --- the child ends -------------------------------------------------------------------------------------------
-def stop_for_a_while(rng, daemon, child):
+def stop_for_a_while(_, daemon, child):
+    time.sleep(0.7)  # nobody is judged before his first heartbeat
     daemon.signal(signal.SIGSTOP, child)
-    time.sleep(rng.uniform(0, 0.5))
+    time.sleep(0.3)  # a heartbeat may be half a second old
     daemon.signal(signal.SIGCONT, child)
     hold(daemon.alive(), "no answer after the pause")
     hold(daemon.child() == child, "a short pause cost the child its life")
 
 
 def stop_for_ever(_, daemon, child):
-    time.sleep(1)  # nobody is judged before his first heartbeat
+    time.sleep(1)
     daemon.signal(signal.SIGSTOP, child)
     replaced(daemon, child)
 
@@ -90,7 +90,7 @@ def random_ends(trial):
     rng = random.Random(22)
     daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=ENGINE)
     rounds = 6 if trial.short else 50
-    crashes = 0
+    crashes, held = 0, descriptors(daemon.pid)
     with Load(daemon) as load:
         for i in range(rounds):
             time.sleep(rng.uniform(0, 0.3))
@@ -98,6 +98,7 @@ def random_ends(trial):
             crashes += end is not stop_for_a_while
             end(rng, daemon, daemon.child())
             daemon.check_zombies()
+            hold(eventually(lambda: descriptors(daemon.pid) == held, 2), f"the parent has {descriptors(daemon.pid)} descriptors")
     hold(not load.wrong, f"a wrong reply: {load.wrong[:1]}")
     found = len(evidence(daemon))
     hold(crashes // 2 < found <= crashes, f"{found} folders of evidence for {crashes} ends")
@@ -105,20 +106,6 @@ def random_ends(trial):
     return f"{rounds} rounds, {load.answered} replies meanwhile, {found} folders of evidence"
 
 
-@case("100 reloads, the parent's descriptors counted")
-def reloads(trial):
-    daemon = trial.daemon(*RELOAD)
-    count = 5 if trial.short else 100
-    before = descriptors(daemon.pid)
-    for _ in range(count):
-        child = daemon.child()
-        daemon.signal(signal.SIGKILL, child)
-        replaced(daemon, child)
-        hold(descriptors(daemon.pid) == before, f"{descriptors(daemon.pid)} descriptors instead of {before}")
-    return f"{count} reloads, {before} descriptors before and after"
-
-
-# --- the parent ends ------------------------------------------------------------------------------------------
 @case("SIGTERM at random moments, the start included")
 def sigterm(trial):
     rng = random.Random(7)
@@ -157,45 +144,7 @@ def stopped_parent(trial):
     return f"{load.answered} replies meanwhile; the child lives on"
 
 
-@case("a parent that is killed")
-def killed_parent(trial):
-    daemon = trial.daemon("-a", *IMPATIENT, engine=ENGINE)
-    child = daemon.child()
-    daemon.process.kill()
-    daemon.process.wait(5)
-    hold(eventually(lambda: b"Parent PID has changed" in daemon.log.read_bytes()), "no word of it")
-    daemon.signal(signal.SIGUSR2, child)  # prints its stack, to a pipe that nobody reads
-    hold(daemon.alive(), "the child doesn't answer any more")
-    daemon.signal(signal.SIGTERM, child)
-    hold(eventually(lambda: gone(child)), "the child doesn't stop")
-    hold(not os.path.exists(daemon.path), "the socket stayed behind")
-    return "the child serves on, unsupervised, and can be stopped"
-
-
 # --- clocks ---------------------------------------------------------------------------------------------------
-def starting_at(monotonic_ms):
-    """What the program that this process becomes reads from the monotonic clock at first."""
-    def setup():
-        offset = monotonic_ms - time.monotonic_ns() // 1_000_000
-        if ctypes.CDLL(None, use_errno=True).unshare(CLONE_NEWTIME) != 0:
-            raise OSError("no time namespaces")
-        with open("/proc/self/timens_offsets", "w", encoding="ascii") as f:
-            f.write(f"monotonic {offset // 1000} {offset % 1000 * 1_000_000}\n")
-    return setup
-
-
-@case("a monotonic clock that passes 2^32 ms")
-def wrap(trial):
-    need(os.geteuid() == 0 and os.path.exists("/proc/self/timens_offsets"), "needs root and time namespaces")
-    daemon = trial.daemon("-a", *RELOAD, *IMPATIENT, engine=ENGINE, setup=starting_at(2 ** 32 - 3000))
-    hold(eventually(lambda: daemon.call("ping")["result"]["ts"] > 2 ** 32 // 1000 + 3, 30), "the clock stands")
-    child = daemon.child()
-    daemon.signal(signal.SIGKILL, child)
-    replaced(daemon, child)
-    hold(b"No heartbeat" not in daemon.log.read_bytes(), "a hog that never was")
-    return "no hog, a reload beyond it works"
-
-
 STEPS = r"""
 #define _GNU_SOURCE
 #include <dlfcn.h>

@@ -4,18 +4,20 @@ import random
 import time
 
 import methods
-from harness import BUILD, anonymous_kib, case, descriptors, hold, request
+from harness.daemon import SCRIPTED
+from harness.processes import descriptors, kib
+from harness.rpc import request
+from trial import case, hold
 
 # What ends the daemon, or lets it write where the texts say, is left out.
 LEFT_OUT = {"shutdown"}
-ENGINE = BUILD / "tests/engines/mischief"
 
 
 def soak_request(rng, number):
     method = rng.choice([m for m in methods.METHODS if m not in LEFT_OUT])
     params = methods.half_valid(rng, method)
     if method == "load" and rng.random() < 0.7:
-        params = {"path": str(ENGINE)}
+        params = {"path": str(SCRIPTED)}
     if method == "log" and params.get("type") == "log":
         params["maxlines"] = 10
     return request(method, params, id=number)
@@ -51,14 +53,14 @@ def soak(trial, seconds, sanitized=False, tcp=0):
     for i in range(1, 41):
         number += ask_many(daemon, rng, started + i * seconds * 0.8 / 40)
         daemon.call("unload")
-        samples.append((time.monotonic() - started, anonymous_kib(child)))
+        samples.append((time.monotonic() - started, kib(child, "Anonymous", "smaps_rollup")))
     hold(daemon.child() == child, "the child was replaced")
     hold(descriptors(child) <= fds + 2, f"{descriptors(child)} descriptors instead of {fds}")
     grows = slope(samples)
     if not sanitized:
         hold(grows * seconds / 60 < 1024, f"memory grows by {grows:.0f} KiB/min")
     hold(daemon.end() == 0, "no clean end")
-    said = (daemon.folder / "out").read_bytes() + daemon.log.read_bytes()
+    said = daemon.said() + daemon.log.read_bytes()
     for word in (b"Sanitizer", b"runtime error:"):
         hold(word not in said, f"the sanitizer reports: {said[max(0, said.find(word) - 200):][:600]!r}")
     told = "a sanitizer's memory, which keeps what was freed" if sanitized else f"{grows:+.1f} KiB/min"

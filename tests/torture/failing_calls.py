@@ -3,7 +3,8 @@ import errno
 import mmap
 import struct
 
-from harness import BUILD, hold
+from harness.daemon import BUILD
+from trial import hold
 
 SHIM = BUILD / "tests/libfail_nth.so"
 

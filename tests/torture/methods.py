@@ -2,7 +2,7 @@
 import copy
 import json
 
-from harness import ROOT
+from harness.daemon import ROOT
 
 METHODS = {m["name"]: m for m in json.loads((ROOT / "docs/openrpc.json").read_text())["methods"]}
 

@@ -102,7 +102,7 @@ unsigned RPCServer::make_room() {
 }
 
 bool RPCServer::bound_memory(const RPCWorker& grown) {
-    // As long as nobody holds more than an equal share, the whole is within the bound.
+    // As long as nobody holds more than an equal share, the total is within the bound.
     if (grown.held_bytes() <= m_max_held_bytes / m_max_workers) return true;
 
     std::erase_if(m_workers, [](const auto& worker) { return worker.expired(); });
@@ -144,7 +144,8 @@ void RPCServer::rest(unsigned ms) {
         std::weak_ptr<RPCServer> m_server;
     };
     m_resting = true;
-    // An earlier one is never too late: the longest standstill only begins later as time goes on.
+    // An earlier wake-up is never too late: as time passes, the longest idle period can only have
+    // started later.
     if (std::exchange(m_wake_is_due, true)) return;
     m_sched->add(std::make_shared<Wake>(weak_from_this()), ms);
 }

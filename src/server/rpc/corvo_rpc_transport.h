@@ -1,6 +1,6 @@
 #pragma once
-// The two interfaces between the RPC server and a byte transport. A transport gives requests, a request takes
-// its own reply back. The server and its workers know nothing else of sockets.
+// The two interfaces between the RPC server and a byte transport. A transport yields requests; a request
+// sends its own reply. The server and its workers know nothing else about sockets.
 
 #include <cstddef>
 #include <cstdint>
@@ -25,18 +25,18 @@ class RpcRequest {
     RpcRequest& operator=(const RpcRequest&) = delete;
     virtual ~RpcRequest() = default;
 
-    /** Sends what is left of `response` without blocking. RC_OK, RC_IN_PROGRESS or RC_ERROR (logged). */
+    /** Sends the rest of `response` without blocking. Returns RC_OK, RC_IN_PROGRESS or RC_ERROR (logged). */
     virtual rc_e reply_int() = 0;
 
-    /** Takes over the received bytes, unpacked where they are a packed message. */
+    /** Takes the received bytes, unpacking a compressed message. */
     void set_text(std::string&& received);
 
     std::string request;
     std::string response;
     rc_e rc;
-    bool compressed = false;  ///< the request came packed, so the reply is to be packed as well
-    uint32_t sent = 0;        ///< bytes of `response` that are out
-    int fd;                   ///< socket to answer on, not owned; -1: nobody can be answered
+    bool compressed = false;  ///< the request was compressed, so the reply has to be as well
+    uint32_t sent = 0;        ///< bytes of `response` already sent
+    int fd;                   ///< socket for the reply, not owned; -1 if nobody can be answered
 };
 
 class RpcTransport {
@@ -48,15 +48,15 @@ class RpcTransport {
     /** A transport on the same socket that doesn't own it. The caller owns the result. */
     virtual RpcTransport* clone() = 0;
     /**
-     * Opens the server's socket; `force` removes what is in its way.
-     * @throws corvo::Exception, and nothing is left open
+     * Opens the server's socket; `force` removes whatever is in its way.
+     * Throws corvo::Exception, leaving nothing open.
      */
     virtual void connect(bool force) = 0;
     /** Closes the socket if this transport owns it; `fd()` is -1 afterwards. */
     virtual void disconnect() = 0;
-    /** Never blocks. Null: there was nothing to read after all. */
+    /** Never blocks. Null if there was nothing to read after all. */
     virtual std::unique_ptr<RpcRequest> recv_msg() = 0;
-    /** The transport of the next client; null when there is none. Without connections: a clone. */
+    /** The next client's transport; null if there is none. A connectionless transport returns a clone. */
     virtual std::unique_ptr<RpcTransport> accept_conn() = 0;
     virtual ~RpcTransport() = default;
     /** In bytes. */
@@ -64,7 +64,7 @@ class RpcTransport {
 
     /** -1 while closed. */
     int fd() const { return m_fd; }
-    /** Bytes of memory that an unfinished request takes up between two calls of `recv_msg`. */
+    /** Bytes of memory that an unfinished request occupies between two calls of `recv_msg`. */
     size_t held_bytes() const { return m_held_bytes; }
 
  protected:

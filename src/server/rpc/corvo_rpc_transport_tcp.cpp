@@ -23,8 +23,8 @@ constexpr int LISTEN_BACKLOG = 10;
 constexpr int MAX_DISCARDED_CHUNKS = 64;
 
 /**
- * A socket that is closed with unread bytes resets the connection, and the unsent end of a reply with it:
- * what a peer sent behind its request is thrown away first, within limits.
+ * Closing a socket with unread bytes resets the connection and loses the unsent end of a reply, so whatever a
+ * peer sent after its request is discarded first, within limits.
  */
 void discard_unread(int fd) {
     char chunk[READ_CHUNK];
@@ -49,8 +49,8 @@ void RpcTransportTCP::connect(bool) {
     int on = 1;
     if (setsockopt(socket_fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0)
         throw Exception("setsockopt failed", errno);
-    // Inherited by the connections. An urgent byte out of line is never read, stays raised in every
-    // registration and would wake its worker without end.
+    // Inherited by the connections. An out-of-line urgent byte would never be read, keep raising every
+    // registration and wake its worker without end.
     setsockopt(socket_fd.get(), SOL_SOCKET, SO_OOBINLINE, &on, sizeof(on));
 
     sockaddr_in address = {};
@@ -115,8 +115,8 @@ std::unique_ptr<RpcRequest> RpcTransportTCP::recv_msg_int(int fd) {
     if (m_received.size() > MAX_MSG_SIZE) return std::make_unique<RpcRequestTCP>(fd, RpcRequest::RC_TOO_LONG);
     if (len > 0 || (len < 0 && err == EAGAIN)) return msg_term_checks(fd);
     if (len == 0) {
-        // A request that fills its reads exactly shows the peer's end in the same call: it is whole all the
-        // same, and the peer may have closed only its sending side.
+        // If a request ends exactly at a read boundary, the peer's end shows up in the same call. The request
+        // is complete all the same, and the peer may have closed only its sending side.
         if (has_line()) return msg_term_checks(fd);
         return std::make_unique<RpcRequestTCP>(-1, RpcRequest::RC_PEER_CLOSED);
     }

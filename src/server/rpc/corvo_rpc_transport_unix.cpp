@@ -20,7 +20,7 @@ namespace {
 
 const std::string COMP = "server";
 
-/** A reply is one datagram, and the usual send buffer would end it at some 200 KB. */
+/** A reply is one datagram, and the default send buffer would limit it to about 200 KB. */
 constexpr int SEND_BUFFER_BYTES = 8 * 1024 * 1024;
 
 [[noreturn]] void fail(const char* what) {
@@ -34,13 +34,13 @@ sockaddr_un address_of(const std::string& path) {
     return address;
 }
 
-/** Beyond the system's limit this takes a privilege; without it the buffer is as large as allowed. */
+/** Exceeding the system's limit needs a privilege; without it, the buffer is as large as allowed. */
 void enlarge_send_buffer(int fd) {
     if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &SEND_BUFFER_BYTES, sizeof(SEND_BUFFER_BYTES)) != 0)
         setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER_BYTES, sizeof(SEND_BUFFER_BYTES));
 }
 
-/** Empty for a sender without a name in the file system. A name that fills the field has no terminator. */
+/** Empty if the sender has no name in the file system. A name that fills the field has no terminator. */
 std::string path_of(const sockaddr_un& address, socklen_t len) {
     constexpr size_t offset = offsetof(sockaddr_un, sun_path);
     if (len <= offset) return {};
@@ -50,7 +50,7 @@ std::string path_of(const sockaddr_un& address, socklen_t len) {
 }  // namespace
 
 RpcTransportUnix::RpcTransportUnix(const std::string& path) : m_shared(std::make_shared<Shared>(path)) {
-    // Not zeroed: only what a read has filled is ever looked at.
+    // Not zeroed: only what a read has filled is ever used.
     m_shared->buffer = std::make_unique_for_overwrite<char[]>(m_max_msg_size);
 }
 
@@ -69,7 +69,7 @@ std::unique_ptr<RpcTransport> RpcTransportUnix::accept_conn() {
 void RpcTransportUnix::connect(bool force) {
     CORVO_LOG(DEBUG, COMP, "Creating UNIX socket: %s", m_shared->path.c_str());
     CORVO_LOG(DEBUG, COMP, "Max RPC msg size: %u [B]", m_max_msg_size);
-    // The name that gets bound, cut where it must be, is also the one to remove and to open to everybody.
+    // The bound name, truncated if necessary, is also the one to remove and to open to all.
     sockaddr_un address = address_of(m_shared->path);
     if (force) remove_stale(address.sun_path);
 
@@ -79,7 +79,7 @@ void RpcTransportUnix::connect(bool force) {
     if (setsockopt(socket_fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0)
         fail("setsockopt failed [");
     enlarge_send_buffer(socket_fd.get());
-    // Open to all from its first moment on, so that usually nothing is left to change.
+    // Bound with open permissions, so that usually nothing is left to change afterwards.
     const mode_t mask = umask(0);
     const int bound = bind(socket_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     umask(mask);
@@ -94,7 +94,8 @@ void RpcTransportUnix::connect(bool force) {
     m_fd = m_socket.get();
 }
 
-/** By descriptor: whoever may write to the folder could put a link in the socket's place. errno on failure.
+/**
+ * By descriptor: whoever can write to the folder could replace the socket with a link. Sets errno on failure.
  */
 bool RpcTransportUnix::open_to_all(const char* bound_path) {
     const UniqueFd bound(lift_fd(open(bound_path, O_PATH | O_NOFOLLOW | O_CLOEXEC)));
@@ -112,18 +113,18 @@ bool RpcTransportUnix::open_to_all(const char* bound_path) {
 void RpcTransportUnix::remove_stale(const char* bound_path) const {
     if (access(bound_path, F_OK) != 0) return;
     CORVO_LOG(DEBUG, COMP, "File '%s' exists - trying to remove it by force", bound_path);
-    // A failure shows in bind, with its reason.
+    // bind reports the reason for a failure.
     if (std::remove(bound_path) == 0) CORVO_LOG(DEBUG, COMP, "Removing pre-existing file");
 }
 
 void RpcTransportUnix::disconnect() {
     CORVO_LOG(DEBUG, COMP, "Destroying UNIX socket: %s", m_shared->path.c_str());
     m_fd = -1;
-    if (!m_socket) return;  // never bound: what stands at the path is another's
+    if (!m_socket) return;  // never bound: whatever is at the path isn't ours
     m_socket.reset();
     const sockaddr_un address = address_of(m_shared->path);
     struct stat info {};
-    // Another daemon may have taken the path over since; its socket isn't ours to remove.
+    // Another daemon may have taken over the path since; its socket isn't ours to remove.
     if (lstat(address.sun_path, &info) == 0 && m_bound == std::pair{info.st_dev, info.st_ino})
         unlink(address.sun_path);
 }
@@ -131,11 +132,11 @@ void RpcTransportUnix::disconnect() {
 std::unique_ptr<RpcRequest> RpcTransportUnix::recv_msg() {
     auto request = std::make_unique<RpcRequestUnix>(m_fd);
     char* buffer = m_shared->buffer.get();
-    // With MSG_TRUNC the result is the datagram's true length, even where it was cut.
+    // With MSG_TRUNC, the result is the datagram's full length even if it was truncated.
     ssize_t len = recvfrom(m_fd, buffer, m_max_msg_size, MSG_TRUNC,
                            reinterpret_cast<sockaddr*>(&request->m_sender), &request->m_sender_len);
     int err = errno;
-    // A name that fills its field is reported one byte longer than an address may be.
+    // The length of a name that fills its field is reported one byte longer than an address can be.
     request->m_sender_len = std::min<socklen_t>(request->m_sender_len, sizeof(request->m_sender));
     CORVO_LOG(DEBUG, COMP, "Received new request from %s",
               len < 0 ? "" : path_of(request->m_sender, request->m_sender_len).c_str());
@@ -152,13 +153,13 @@ std::unique_ptr<RpcRequest> RpcTransportUnix::recv_msg() {
     } else {
         CORVO_LOG(ERROR, COMP, "recvfrom failed: %s", strerror(err));
         request->rc = RpcRequest::RC_ERROR;
-        request->fd = -1;  // no datagram, hence no sender
+        request->fd = -1;  // no datagram, so no sender
     }
     return request;
 }
 
 RpcRequest::rc_e RpcRequestUnix::reply_int() {
-    // The length as it was received, not the structure's: it is part of a name in the abstract namespace.
+    // The length as received, not the structure's size: in the abstract namespace it is part of the name.
     ssize_t len = sendto(fd, response.data(), response.size(), MSG_DONTWAIT,
                          reinterpret_cast<const sockaddr*>(&m_sender), m_sender_len);
     if (len > 0) return RC_OK;

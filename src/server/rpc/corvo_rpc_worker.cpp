@@ -4,9 +4,9 @@
 
 #include <utility>
 
-#include "infra/corvo_jsonrpc_v2.h"
 #include "infra/corvo_logger.h"
 #include "infra/corvo_zip.h"
+#include "infra/json/corvo_jsonrpc_v2.h"
 #include "utils/clock.h"
 
 namespace corvo {
@@ -39,11 +39,11 @@ RPCWorkerTCP::RPCWorkerTCP(std::unique_ptr<rpc::RpcTransport> transport, RpcHand
 }
 
 RPCWorkerTCP::~RPCWorkerTCP() {
-    m_fd = m_transport->fd();  // of the connection again, where we waited through another descriptor
+    m_fd = m_transport->fd();  // the connection's again, after waiting on another descriptor
     m_transport->disconnect();
 }
 
-// The reason for the wake-up isn't looked at: a hang-up shows as a read of 0 or a failed send.
+// The reason for the wake-up doesn't matter: a hang-up shows as a read of 0 or a failed send.
 EventRC RPCWorker::do_work(const EventExpireReason&) {
     switch (m_state) {
         case REQ_INIT:
@@ -120,7 +120,7 @@ EventRC RPCWorker::do_work_resp(std::string& response) {
     if (m_request->rc == RpcRequest::RC_IN_PROGRESS) {
         bool in_vain = m_state == RESP_PARTIAL && m_request->sent == sent_before;
         if (m_request->sent > sent_before) note_progress();
-        m_request->request = std::string();  // it may be large, and the peer slow
+        m_request->request = std::string();  // it may be large and the peer slow
         m_state = RESP_PARTIAL;
         return wait_until_writable(!in_vain);
     }
@@ -129,9 +129,10 @@ EventRC RPCWorker::do_work_resp(std::string& response) {
     return done();
 }
 
-// A peer that has closed its sending side raises every registration of the poller for as long as it reads:
-// were it a slow reader, it would wake us without end. A wake-up in vain tells; from then on we wait through
-// an epoll instance of our own, which asks for room alone and becomes readable when there is some.
+// A peer that has closed its sending side keeps raising every registration in the poller while it still
+// reads; if it reads slowly, it would wake us without end. A wake-up without progress reveals this. From
+// then on we wait on a separate epoll instance that asks only for room to send and becomes readable when
+// there is some.
 EventRC RPCWorker::wait_until_writable(bool progressed) {
     if (m_writable) return resched(EVENT_STATE_READ);
     if (progressed) return resched(EVENT_STATE_WRITE);

@@ -1,6 +1,6 @@
 #pragma once
-// Carries one request from its first byte to the last byte of its reply, without ever blocking the scheduler.
-// It knows nothing of JSON-RPC's methods: the text goes to a handler, and what comes back is sent.
+// Carries one request from its first byte to the last byte of its reply without ever blocking the scheduler.
+// It doesn't know JSON-RPC methods: it passes the text to a handler and sends what comes back.
 
 #include <cstddef>
 #include <cstdint>
@@ -23,7 +23,7 @@ class RPCWorker : public Event {
         REQ_INIT = 0,
         REQ_PARTIAL = 1,    ///< part of a request read, waiting for more
         REQ_ERROR = 2,      ///< the request can't be served; an error reply is going out
-        REQ_COMPLETED = 3,  ///< a whole request is there
+        REQ_COMPLETED = 3,  ///< the whole request has arrived
         REQ_ABORTED = 4,    ///< the peer went away during the request
         RESP_SENDING = 5,   ///< the handler has run; the reply is going out
         RESP_PARTIAL = 6,   ///< part of the reply sent, waiting until the socket can take more
@@ -33,14 +33,14 @@ class RPCWorker : public Event {
     ~RPCWorker() override;
 
     std::string get_name() const override { return "RPC Worker"; }
-    /** An exception of the handler passes through. */
+    /** Exceptions of the handler pass through. */
     EventRC do_work(const EventExpireReason& reason) override;
 
-    /** Runs after a read that left the request unfinished. False: the connection is to be closed. */
+    /** Runs after a read that left the request unfinished. False means: close the connection. */
     void set_partial_cb(std::function<bool(RPCWorker&)> cb) { m_partial_cb = std::move(cb); }
-    /** Memory that an unfinished request takes up, in bytes. */
+    /** Bytes of memory that an unfinished request occupies. */
     size_t held_bytes() const { return m_transport->held_bytes(); }
-    /** When a byte was last received or sent, or the connection accepted; CLOCK_MONOTONIC. */
+    /** When a byte was last received or sent, or the connection was accepted; CLOCK_MONOTONIC. */
     uint64_t last_progress_ms() const { return m_last_progress_ms; }
 
  protected:
@@ -50,15 +50,15 @@ class RPCWorker : public Event {
 
  private:
     EventRC do_work_req();
-    /** Takes `response` over on the first call for a request; later calls pass an empty one. */
+    /** Takes over `response` on the first call for a request; later calls pass an empty one. */
     EventRC do_work_resp(std::string& response);
-    /** Sets the state, and `response` to the error text of a request that can't be served. */
+    /** Sets the state and, for a request that can't be served, `response` to the error text. */
     void check_request(const std::unique_ptr<rpc::RpcRequest>& request, std::string& response);
     EventRC wait_until_writable(bool progressed);
 
     RpcHandler m_handler;
     std::function<bool(RPCWorker&)> m_partial_cb;
-    uint64_t m_last_progress_ms = 0;  ///< kept for connections only
+    uint64_t m_last_progress_ms = 0;  ///< maintained for connections only
     state_e m_state = REQ_INIT;
     std::unique_ptr<rpc::RpcRequest> m_request;
     UniqueFd m_writable;  ///< see wait_until_writable

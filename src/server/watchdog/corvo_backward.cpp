@@ -2,10 +2,13 @@
 
 // The one file that includes this header: it is slow to compile.
 #define BACKWARD_HAS_DW BRUMECPD_HAVE_DW
+#include <dlfcn.h>
 #include <unistd.h>
-#include <unwind.h>
 
 #include <backward.hpp>
+#include <charconv>
+#include <iterator>
+#include <vector>
 
 #include "server/watchdog/corvo_sig_text.h"
 
@@ -17,67 +20,145 @@ constexpr uint32_t SIGNAL_DEPTH = 20;
 constexpr char ENLARGE_REFUSED[] = "voidp vector requested to be enlarged, can't do during signal, forbidden";
 constexpr char NO_SUCH_ELEMENT[] = "voidp vector operator [] requested to access forbidden element";
 
-/** The program counter of a frame, moved into the instruction that called. */
-void* calling_instruction(_Unwind_Context* context) {
-#ifdef __arm__
-    uint32_t pc = 0;
-    _Unwind_VRS_Get(context, _UVRSC_CORE, 15, _UVRSD_UINT32, &pc);
-    pc &= ~1U;  // the Thumb mark
+#if BRUMECPD_HAVE_DW
+/**
+ * The questions of the library's resolver once more, with the address as it is: on a 32-bit machine the
+ * library widens it by its sign and so finds nothing above 2 GiB, where other libraries lie.
+ */
+class HighAddresses {
+ public:
+    void name(uintptr_t address, backward::ResolvedTrace& frame) {
+        Dwfl_Module* module = dwfl_addrmodule(session(), address);
+        if (!module) return;
+        if (const char* object =
+                dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr))
+            frame.object_filename = object;
+        if (const char* symbol = dwfl_module_addrname(module, address))
+            frame.object_function = m_demangler.demangle(symbol);
+        Dwfl_Line* source = dwfl_module_getsrc(module, address);
+        int line = 0;
+        const char* file =
+            source ? dwfl_lineinfo(source, nullptr, &line, nullptr, nullptr, nullptr) : nullptr;
+        if (!file) return;
+        frame.source.filename = file;
+        frame.source.line = static_cast<unsigned>(line);
+        frame.source.function = frame.object_function;
+    }
+
+ private:
+    Dwfl* session() {
+        if (m_session) return m_session.get();
+        m_callbacks.find_elf = dwfl_linux_proc_find_elf;
+        m_callbacks.find_debuginfo = dwfl_standard_find_debuginfo;
+        m_session.reset(dwfl_begin(&m_callbacks));
+        dwfl_report_begin(m_session.get());
+        dwfl_linux_proc_report(m_session.get(), getpid());
+        dwfl_report_end(m_session.get(), nullptr, nullptr);
+        return m_session.get();
+    }
+
+    Dwfl_Callbacks m_callbacks{};
+    std::unique_ptr<Dwfl, decltype(&dwfl_end)> m_session{nullptr, dwfl_end};
+    backward::details::demangler m_demangler;
+};
 #else
-    const uintptr_t pc = _Unwind_GetIP(context);
+struct HighAddresses {
+    void name(uintptr_t, backward::ResolvedTrace&) {}
+};
 #endif
-    return reinterpret_cast<void*>(static_cast<uintptr_t>(pc) - 1);
+
+/** What is loaded knows its objects and the names that it exports, whatever debug information there is. */
+void name_by_loader(void* address, backward::ResolvedTrace& frame) {
+    Dl_info info{};
+    if (dladdr(address, &info) == 0 || !info.dli_fname) return;
+    if (frame.object_filename.empty()) frame.object_filename = info.dli_fname;
+    if (info.dli_sname) {
+        frame.object_function = backward::details::demangler().demangle(info.dli_sname);
+        return;
+    }
+    char offset[2 * sizeof(uintptr_t) + 1];
+    const auto base = reinterpret_cast<uintptr_t>(info.dli_fbase);
+    const auto end = std::to_chars(offset, std::end(offset), reinterpret_cast<uintptr_t>(address) - base, 16);
+    const std::string& object = frame.object_filename;
+    frame.object_function =
+        object.substr(object.rfind('/') + 1) + "(+0x" + std::string(offset, end.ptr) + ")";
 }
 
-std::string format_as_gdb(FixedTrace& trace) {
-    backward::TraceResolver resolver;
-    resolver.load_stacktrace(trace);
-    std::string text;
+/** The library's resolver, and what it can't tell. */
+class FrameResolver {
+ public:
+    backward::ResolvedTrace resolve(void* address, size_t index) {
+        m_resolver.load_addresses(&address, 1);
+        backward::ResolvedTrace frame =
+            m_resolver.resolve(backward::ResolvedTrace(backward::Trace(address, index)));
+        if (frame.object_filename.empty()) m_high.name(reinterpret_cast<uintptr_t>(address), frame);
+        if (frame.object_function.empty()) name_by_loader(address, frame);
+        return frame;
+    }
+
+ private:
+    backward::TraceResolver m_resolver;
+    HighAddresses m_high;
+};
+
+/** Innermost first. */
+std::vector<backward::ResolvedTrace> resolve_all(const FixedTrace& trace) {
+    FrameResolver resolver;
+    std::vector<backward::ResolvedTrace> frames;
     for (uint32_t i = 0; i < trace.size(); ++i) {
-        const backward::ResolvedTrace frame =
-            resolver.resolve(backward::ResolvedTrace(backward::Trace(trace[i], i)));
+        frames.push_back(resolver.resolve(trace[i], i));
+        if (!trace.is_guess(i)) continue;
+        frames.back().object_function.insert(0, GUESS_MARK);
+        frames.back().source.function.insert(0, GUESS_MARK);
+    }
+    return frames;
+}
+
+std::string format_as_gdb(const FixedTrace& trace) {
+    std::string text;
+    for (const backward::ResolvedTrace& frame : resolve_all(trace))
         text += frame.object_function + " at " + frame.source.filename + ":" +
                 std::to_string(frame.source.line) + "\n";
-    }
     return text;
 }
 
-/** What backward's printer takes as a trace: its frames carry their number. */
-class NumberedTrace {
- public:
-    explicit NumberedTrace(const FixedTrace& trace) : m_trace(trace) {}
-    size_t size() const { return m_trace.size(); }
-    backward::Trace operator[](size_t i) const {
-        return backward::Trace(m_trace[static_cast<uint32_t>(i)], i);
-    }
-    void* const* begin() const { return m_trace.begin(); }
-    size_t thread_id() const { return 0; }
-
- private:
-    const FixedTrace& m_trace;
-};
-
 }  // namespace
 
-struct TraceWalk {
-    FixedTrace& trace;
-    int64_t depth;
-    int64_t index = -1;  ///< the innermost frame is the capture itself
+class TraceWalk : public StackVisitor {
+ public:
+    TraceWalk(FixedTrace& trace, int64_t depth) : m_trace(trace), m_depth(depth) {}
 
-    static _Unwind_Reason_Code visit(_Unwind_Context* context, void* arg) {
-        auto* walk = static_cast<TraceWalk*>(arg);
-        if (walk->index >= walk->depth) return _URC_END_OF_STACK;
-        void* address = calling_instruction(context);
-        if (walk->index >= 0) walk->trace.slot(static_cast<uint32_t>(walk->index)) = address;
-        ++walk->index;
-        return _URC_NO_REASON;
+    bool visit(const StackFrame& frame) override {
+        if (frame.kind == StackFrame::INTERRUPTED) m_index = 0;
+        if (m_index >= m_depth) return false;
+        if (m_index >= 0) store(frame);
+        ++m_index;
+        return true;
     }
+    int64_t index() const { return m_index; }
+
+ private:
+    void store(const StackFrame& frame) {
+        uintptr_t address = frame.address;
+#ifdef __arm__
+        address &= ~uintptr_t{1};  // the Thumb mark
+#endif
+        // A return address may be the next function's.
+        if (frame.kind != StackFrame::INTERRUPTED) --address;
+        const uint32_t slot = m_trace.slot(static_cast<uint32_t>(m_index));
+        m_trace.m_frames[slot] = reinterpret_cast<void*>(address);
+        m_trace.m_guesses[slot] = frame.kind == StackFrame::GUESS;
+    }
+
+    FixedTrace& m_trace;
+    int64_t m_depth;
+    int64_t m_index = -1;  ///< the innermost frame is the capture itself
 };
 
-void*& FixedTrace::slot(uint32_t index) {
-    if (index < m_size) return m_frames[index];
+uint32_t FixedTrace::slot(uint32_t index) {
+    if (index < m_size) return index;
     write_all(STDERR_FILENO, NO_SUCH_ELEMENT);
-    return m_frames[0];
+    return 0;
 }
 
 uint32_t FixedTrace::load_here(uint32_t depth) {
@@ -88,12 +169,12 @@ uint32_t FixedTrace::load_here(uint32_t depth) {
         write_all(STDERR_FILENO, ENLARGE_REFUSED);
         m_size = CAPACITY;
     }
-    TraceWalk walk{*this, depth};
-    _Unwind_Backtrace(TraceWalk::visit, &walk);
-    if (walk.index > CAPACITY)
+    TraceWalk walk(*this, depth);
+    walk_stack(walk);
+    if (walk.index() > CAPACITY)
         write_all(STDERR_FILENO, ENLARGE_REFUSED);
     else
-        m_size = walk.index > 0 ? static_cast<uint32_t>(walk.index) : 0;
+        m_size = walk.index() > 0 ? static_cast<uint32_t>(walk.index()) : 0;
     return m_size;
 }
 
@@ -106,8 +187,8 @@ std::string Backward::bt(int depth, style_e style) {
 void Backward::sig_handler_bt() noexcept {
     FixedTrace trace;
     trace.load_here(SIGNAL_DEPTH);
-    NumberedTrace numbered(trace);
-    backward::Printer().print(numbered, stderr);
+    const std::vector<backward::ResolvedTrace> frames = resolve_all(trace);
+    backward::Printer().print(frames.rbegin(), frames.rend(), stderr);
 }
 
 BackwardSig::BackwardSig() {
@@ -123,17 +204,14 @@ std::string BackwardSig::restore_bt(Backward::style_e style) {
 }
 
 struct Resolver::Impl {
-    backward::TraceResolver resolver;
+    FrameResolver resolver;
 };
 
 Resolver::Resolver() : m_impl(std::make_unique<Impl>()) {}
 Resolver::~Resolver() = default;
 
 Resolver::Symbol Resolver::addr2symbol(const void* addr) {
-    void* address = const_cast<void*>(addr);
-    m_impl->resolver.load_addresses(&address, 1);
-    const backward::ResolvedTrace found =
-        m_impl->resolver.resolve(backward::ResolvedTrace(backward::Trace(address, 0)));
+    const backward::ResolvedTrace found = m_impl->resolver.resolve(const_cast<void*>(addr), 0);
     Symbol symbol;
     symbol.function = !found.source.function.empty() ? found.source.function : found.object_function;
     if (symbol.function.empty()) symbol.function = "N/A";

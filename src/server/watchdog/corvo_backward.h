@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "server/watchdog/corvo_stack.h"
+
 namespace corvo::server {
 
 /** The addresses of a stack, innermost first, in storage that is made once. */
@@ -14,26 +16,29 @@ class FixedTrace {
  public:
     static constexpr uint32_t CAPACITY = 1000;
 
-    FixedTrace() : m_frames(std::make_unique<void*[]>(CAPACITY)) {}
+    FixedTrace()
+        : m_frames(std::make_unique<void*[]>(CAPACITY)), m_guesses(std::make_unique<bool[]>(CAPACITY)) {}
 
     /**
-     * Captures up to `depth` frames below itself and gives their number. Signal-safe once the unwinder has
-     * been used before: `BackwardSig` sees to that. Troubles are texts on standard error, never exceptions.
+     * Captures up to `depth` frames below itself, or from where a signal interrupted the thread, and gives
+     * their number. Signal-safe once the unwinder has been used before: `BackwardSig` sees to that. Troubles
+     * are texts on standard error, never exceptions.
      */
     [[gnu::noinline]] uint32_t load_here(uint32_t depth);
 
-    // What backward-cpp asks of a trace.
     uint32_t size() const { return m_size; }
+    /** The instruction that called, or that was interrupted. */
     void* operator[](uint32_t index) const { return m_frames[index]; }
-    void* const* begin() const { return m_frames.get(); }
-    size_t thread_id() const { return 0; }
+    /** Whether nothing but its look speaks for that frame. */
+    bool is_guess(uint32_t index) const { return m_guesses[index]; }
 
  private:
-    friend struct TraceWalk;
+    friend class TraceWalk;
     /** Element 0 stands in, with a complaint, for one that doesn't exist. */
-    void*& slot(uint32_t index);
+    uint32_t slot(uint32_t index);
 
     std::unique_ptr<void*[]> m_frames;
+    std::unique_ptr<bool[]> m_guesses;
     uint32_t m_size = 0;
 };
 

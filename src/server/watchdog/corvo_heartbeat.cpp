@@ -25,7 +25,7 @@ HeartBeat::HeartBeat(uint32_t hog_timeout_ms, pid_t parent, std::function<void()
 
 int HeartBeat::execute() {
     if (monotonic_ms() - m_last_sent_ms < m_send_interval_ms) return PERIOD_MS;
-    // Whoever adopted this process never asked for heartbeats, and the signal's default is to kill.
+    // Whoever adopted this process never asked for heartbeats, and the signal's default action is to kill.
     if (getppid() != m_parent) {
         CORVO_LOG(ERROR, COMP, "parent PID has changed, heartbeats won't be sent");
         m_on_orphaned();

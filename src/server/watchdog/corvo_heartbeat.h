@@ -1,6 +1,6 @@
 #pragma once
-// The child's sign of life: a signal to the parent every little more than half the hog time-out. It runs on
-// the scheduler like any other task, so whatever keeps the scheduler from running silences it.
+// The child's sign of life: a signal to the parent slightly less often than twice per hog timeout. It runs on
+// the scheduler like any other task, so whatever keeps the scheduler from running also stops the heartbeats.
 
 #include <sys/types.h>
 
@@ -14,7 +14,7 @@ namespace corvo::server {
 
 class HeartBeat : public Task {
  public:
-    /** `on_orphaned` is called once, when `parent` has turned out to be gone. The task then ends. */
+    /** Calls `on_orphaned` once, when `parent` turns out to be gone. The task then ends. */
     HeartBeat(uint32_t hog_timeout_ms, pid_t parent, std::function<void()> on_orphaned);
 
     int execute() override;

@@ -56,7 +56,7 @@ void HogReporter::signal_handler(int, const std::string& msg, std::string&) {
     const UniqueFd file = dir ? dir.open(name, O_RDWR) : UniqueFd();
     if (!file) {
         CORVO_LOG(DEBUG, COMP, "hog dump file couldn't be read (normal in case of long hog)");
-        // Else this would have been the last hog that anyone hears of.
+        // Otherwise no later hog would ever be reported.
         get_sig_handler()->drop_bt();
         return;
     }

@@ -1,6 +1,7 @@
 #pragma once
-// The half of a hog report that runs in normal context. The signal handler has saved the stack of what hogs;
-// once the main loop runs again, the reporter turns it into a report on disk, one in memory and a log line.
+// The part of a hog report that runs in normal context. The signal handler has saved the stack of whatever
+// holds the loop up. Once the main loop runs again, the reporter turns it into a report on disk, one in
+// memory and a log line.
 
 #include <deque>
 #include <memory>
@@ -26,20 +27,20 @@ class HogReport : public SignalReport {
 
 class HogReporter {
  public:
-    /** Drops its oldest report for one more than `capacity`. `sched` and `reports` must outlive it. */
+    /** Drops its oldest report to stay within `capacity`. `sched` and `reports` must outlive it. */
     HogReporter(Scheduler* sched, std::deque<std::unique_ptr<SignalReport>>& reports, unsigned int capacity,
                 const std::string& dump_path);
     HogReporter(const HogReporter&) = delete;
     HogReporter& operator=(const HogReporter&) = delete;
     ~HogReporter();
 
-    /** The channel's handler: makes a report of the dump file and removes it. */
+    /** The channel's handler: makes a report from the dump file and removes the file. */
     void signal_handler(int state, const std::string& msg, std::string& out);
-    /** The prefix and the rest of the file. */
+    /** Returns the prefix followed by the rest of the file. */
     static std::string to_string(int file, const std::string& prefix);
-    /** Into a stamped directory beside the log. What the file system refuses isn't written. */
+    /** Writes into a time-stamped directory next to the log. Whatever the file system refuses is skipped. */
     void write_hog_report_to_file(SignalReport* report);
-    /** Logs the resolved stack, and hog signals are taken again. */
+    /** Logs the resolved stack, and accepts hog signals again. */
     void log_bt();
 
  private:

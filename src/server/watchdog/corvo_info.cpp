@@ -17,7 +17,7 @@ constexpr char PATH_LABEL[] = "cp lib path: ";
 constexpr unsigned MAX_PATH_LENGTH = 86;
 constexpr int ACTIVE = EngineFacts::ACTIVATED;
 
-/** The pieces one after the other, up to the first that doesn't fit; gives the bytes used. */
+/** Appends the pieces one after another, up to the first that doesn't fit. Returns the bytes used. */
 unsigned append(unsigned char* dst, unsigned size, std::initializer_list<const char*> pieces) {
     unsigned left = size;
     for (const char* piece : pieces)
@@ -25,7 +25,7 @@ unsigned append(unsigned char* dst, unsigned size, std::initializer_list<const c
     return size - left;
 }
 
-/** As much as fits. */
+/** Copies as much as fits. */
 template <size_t N>
 void copy_cut(char (&dst)[N], const char* text) {
     const size_t length = strnlen(text, N - 1);
@@ -101,7 +101,7 @@ unsigned int InfoEngine::dump_json(unsigned char* dst, unsigned int size) {
     const char* state = eng_state_to_str(m_state);
     if (m_state < ACTIVE)
         return append(dst, size, {"{ \"mode\": \"", m_mode, "\", \"state\": \"", state, "\"}"});
-    // A version that was too long, or that was changing just then, must not cost the rest of the record.
+    // A version that is too long, or just being changed, must not cost the rest of the record.
     const char* version = m_version[0] ? m_version : "null";
     return append(dst, size,
                   {"{ \"mode\": \"", m_mode, "\", \"state\": \"", state, "\", \"version\": ", version,

@@ -1,6 +1,6 @@
 #pragma once
-// The four facts that every report tells: version, platform, engine, process. All of this runs in signal
-// context: storage of fixed size, nothing allocated.
+// The four facts in every report: version, platform, engine, process. All of this runs in signal context:
+// fixed-size storage, no allocation.
 
 #include <sys/types.h>
 
@@ -13,8 +13,8 @@ class CorvoDumpInfo {
     virtual ~CorvoDumpInfo() = default;
     virtual void fill() = 0;
     /**
-     * Both append to the C string in `dst`, at most `size` bytes and a terminator, stop at the first piece
-     * that doesn't fit, and give the number of bytes that they used.
+     * Both append to the C string in `dst`, at most `size` bytes plus a terminator, stop at the first piece
+     * that doesn't fit, and return the number of bytes used.
      */
     virtual unsigned int dump(unsigned char* dst, unsigned int size) = 0;
     virtual unsigned int dump_json(unsigned char* dst, unsigned int size) = 0;
@@ -43,7 +43,7 @@ class InfoPlat : public CorvoDumpInfo {
 
 class InfoEngine : public CorvoDumpInfo {
  public:
-    /** Without a server, or before its engine object exists, nothing is filled. */
+    /** Fills nothing if there is no server, or no engine object yet. */
     void fill() override;
     unsigned int dump(unsigned char* dst, unsigned int size) override;
     unsigned int dump_json(unsigned char* dst, unsigned int size) override;

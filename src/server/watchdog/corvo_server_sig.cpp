@@ -1,6 +1,5 @@
 #include "server/watchdog/corvo_server_sig.h"
 
-#include <execinfo.h>
 #include <fcntl.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include "infra/corvo_logger.h"
 #include "infra/corvo_version.h"
 #include "server/watchdog/corvo_backward.h"
+#include "server/watchdog/corvo_frame_lines.h"
 #include "server/watchdog/corvo_wd_events_dir.h"
 #include "server/watchdog/corvo_wd_orphan.h"
 #include "server/watchdog/corvo_wd_server.h"
@@ -21,7 +21,6 @@
 namespace corvo::server {
 namespace {
 
-constexpr int MAX_FRAMES = 100;
 constexpr unsigned RESOLVE_LIMIT_SEC = 5;
 /** Printing a trace from here reads debug information, so it is far more than a handler needs. */
 constexpr size_t ALTERNATE_STACK_SIZE = 512UL * 1024;
@@ -52,14 +51,24 @@ bool is_fatal(int signum) {
     }
 }
 
+/** Only the third argument of a handler tells where the stack of the interrupted code begins. */
+void enter_handler(int signum, siginfo_t*, void* ucontext) {
+    const InterruptedHere here(ucontext);
+    on_ext_signal(signum);
+}
+
 struct sigaction our_action(int signum, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
+    if (handler == on_ext_signal) {
+        action.sa_sigaction = enter_handler;
+        action.sa_flags = SA_SIGINFO;
+    }
     sigemptyset(&action.sa_mask);
     for (int masked : SigHandler::reg_sigs())
         sigaddset(&action.sa_mask, masked);
     // After a stack overflow there is no room for a handler on the stack that overflowed.
-    if (is_fatal(signum)) action.sa_flags = SA_ONSTACK;
+    if (is_fatal(signum)) action.sa_flags |= SA_ONSTACK;
     return action;
 }
 
@@ -216,9 +225,6 @@ void SigHandler::init(const char* dump_dir, const std::string& log_file) {
     copy_cut(m_dump_dir.get(), m_path_size, dump_dir);
     copy_cut(m_log_file.get(), m_path_size, log_file.c_str());
     init_plat_info();
-    // The first call loads the unwinder's library.
-    void* frame = nullptr;
-    backtrace(&frame, 1);
 }
 
 void SigHandler::init_plat_info() {
@@ -282,8 +288,8 @@ const char* SigHandler::log_file() {
 // --- the report of a signal --------------------------------------------------------------------------------
 
 void SigHandler::dump_traceback(int fd) {
-    void* frames[MAX_FRAMES];
-    backtrace_symbols_fd(frames, backtrace(frames, MAX_FRAMES), fd);
+    FrameLines lines(fd);
+    walk_stack(lines);
 }
 
 unsigned int SigHandler::dump_server_info_json(char* dst, unsigned int size) {

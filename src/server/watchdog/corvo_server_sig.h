@@ -1,9 +1,10 @@
 #pragma once
 // What happens in the server process when a signal arrives, and the report that a dying process leaves.
 //
-// Rules of this file: the process may be corrupt when a handler runs. All memory exists from the start, what
-// can only be asked in normal context is fetched early and kept as text, output goes through `write`. The one
-// exception is the printed stack trace, which comes when the report is on disk and has a time limit.
+// Rules of this file: the process may be corrupt when a handler runs. All memory is allocated at the start,
+// facts that can only be queried in normal context are fetched early and kept as text, and output goes
+// through `write`. The only exception is the printed stack trace, which comes after the report is on disk and
+// has a time limit.
 
 #include <atomic>
 #include <csignal>
@@ -26,7 +27,7 @@ namespace corvo::server {
 class BackwardSig;
 class WatchedServer;
 
-/** The handler of every signal that the server handles. Keeps errno. */
+/** The handler of every signal that the server handles. Preserves errno. */
 void on_ext_signal(int signum);
 
 class SigHandler {
@@ -38,7 +39,10 @@ class SigHandler {
     SigHandler(const SigHandler&) = delete;
     SigHandler& operator=(const SigHandler&) = delete;
 
-    /** `dump_dir` ends in "/". Paths are cut at 255 characters. Normal context, before the first fork. */
+    /**
+     * `dump_dir` must end in "/". Paths are truncated at 255 characters. Normal context, before the
+     * first fork.
+     */
     void init(const char* dump_dir, const std::string& log_file);
     void init_plat_info();
     /** Normal context, before the first fork; must outlive all handlers. Null: none to stop or to tell of. */
@@ -47,48 +51,48 @@ class SigHandler {
     const WatchedServer* server() const { return m_server; }
 
     static void register_child_signals();
-    /** Gives every signal back to what it was set to before; signal-safe. */
+    /** Restores the previous disposition of every signal; signal-safe. */
     static void unregister_child_sig();
     static void update_signal_handler(int signum, void (*handler)(int));
     static const std::vector<int>& reg_sigs() { return m_reg_sigs; }
 
-    /** Writes cvdump.json; `text` null: the description of `signum`. Signal-safe. */
+    /** Writes cvdump.json; if `text` is null, with the description of `signum`. Signal-safe. */
     static void write_sig_report(int signum, const char* text);
-    /** `buf` of `size` bytes is for assembly only and holds a C string. */
+    /** `buf` of `size` bytes is scratch space and holds a C string. */
     static void write_sig_report(char* buf, unsigned int size, CorvoDumpInfo::InfoFormat format, int signum,
                                  const char* text);
-    /** Up to 100 frames, one line each; signal-safe once `init` has run. */
+    /** Up to 100 frames, one per line; signal-safe once `init` has run. */
     static void dump_traceback(int fd);
-    /** Both append to the C string in `dst` and give what is left of `size`. */
+    /** Both append to the C string in `dst` and return what is left of `size`. */
     static unsigned int dump_server_info_json(char* dst, unsigned int size);
     static unsigned int dump_server_info_plain(char* dst, unsigned int size);
 
-    /** The events directory, with its "/". */
+    /** The events directory, including its "/". */
     static std::string get_sig_dump_dir_path();
     static const std::string& hog_dump_name();
     static const std::string& dump_prefix();
     /** The server's log file; signal-safe. */
     static const char* log_file();
 
-    /** Signal context: saves the stack of whatever hogs and wakes the main loop. */
+    /** Signal context: saves the stack of whatever holds the loop up, and wakes the main loop. */
     void on_hog_signal();
     void save_bt();
-    /** Normal context: resolves what `save_bt` saved, if anything, and takes hog signals again. */
+    /** Normal context: resolves what `save_bt` saved, if anything, and accepts hog signals again. */
     void restore_bt(std::string& text);
-    /** Drops what `save_bt` saved and takes hog signals again. */
+    /** Drops what `save_bt` saved and accepts hog signals again. */
     void drop_bt();
-    /** The write end of the channel to the main loop; null takes it away. */
+    /** The write end of the channel to the main loop; null removes it. */
     void set_hog_channel(std::shared_ptr<Channel> channel);
 
-    /** The state of the engine is followed from here on, so that a report can name its version. */
+    /** Follows the engine's state from here on, so that reports can include its version. */
     static void register_state_change_cb();
     static void unregister_state_change_cb();
-    /** JSON text; empty with no active engine. */
+    /** JSON text; empty if no engine is active. */
     void set_engine_version(const std::string& version);
-    /** The same as a C string, empty also while it is being replaced; signal-safe. */
+    /** The same as a C string, also empty while it is being replaced; signal-safe. */
     const char* engine_version() const;
 
-    /** The events directory as text for signal context. */
+    /** The events directory as a C string for signal context. */
     const char* dump_dir() const { return m_dump_dir.get(); }
     const char* machine() const { return m_machine.get(); }
     const char* release() const { return m_release.get(); }
@@ -101,7 +105,7 @@ class SigHandler {
 
     const WatchedServer* m_server = nullptr;
     std::shared_ptr<Channel> m_hog_channel;
-    /** What handlers use of it: a shared_ptr that is being replaced can't be read. */
+    /** What handlers use: a shared_ptr can't be read while it is being replaced. */
     std::atomic<const Channel*> m_hog_push = nullptr;
     std::unique_ptr<char[]> m_report_buf;
     std::unique_ptr<char[]> m_hog_buf;
@@ -116,14 +120,15 @@ class SigHandler {
     std::string m_engine_version;
     std::atomic<bool> m_engine_version_valid = true;  ///< false while it changes
 
-    // Never destroyed: a signal can come while the statics of the process are taken down.
+    // Never destroyed: a signal may arrive while the process's static objects are being destroyed.
     static const std::vector<int>& m_reg_sigs;
     static std::unordered_map<int, struct sigaction>& m_pre_sigact;
     static BackwardSig* m_bt;
-    static volatile std::sig_atomic_t m_bt_saved;  ///< a trace waits, and hog signals are ignored meanwhile
+    static volatile std::sig_atomic_t
+        m_bt_saved;  ///< a trace is waiting, and hog signals are ignored until it is handled
 };
 
-/** The one instance, made at the first call, which must be in normal context. Never destroyed. */
+/** The only instance, created at the first call, which must be in normal context. Never destroyed. */
 SigHandler* get_sig_handler();
 
 }  // namespace corvo::server

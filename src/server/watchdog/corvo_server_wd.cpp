@@ -4,7 +4,7 @@
 
 namespace corvo::server {
 
-/** The watchdog that is switched off: no fork, no handlers, no reports. */
+/** The disabled watchdog: no fork, no handlers, no reports. */
 class WDNull : public WDInstance {
  public:
     void init(const WDConf&, const std::string&, const std::string&, Logger::logger_level_e) override {}
@@ -21,7 +21,7 @@ WatchDog::~WatchDog() = default;
 
 void WatchDog::init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
                     Logger::logger_level_e level) {
-    // The old instance gives its signal handlers back before the new one takes them.
+    // The old instance must restore its signal handlers before the new one installs its own.
     m_instance.reset();
     if (conf.disabled)
         m_instance = std::make_unique<WDNull>();

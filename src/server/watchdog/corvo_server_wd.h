@@ -1,6 +1,6 @@
 #pragma once
-// The watchdog as the server sees it: a facade over one instance. With the watchdog off that is WDNull, which
-// does nothing at all; otherwise WDReal, whose parent process never comes back from `init`.
+// The watchdog as seen by the server: a facade over one instance. That is WDNull, which does nothing, if the
+// watchdog is off; otherwise WDReal, whose parent process never returns from `init`.
 
 #include <deque>
 #include <memory>
@@ -20,17 +20,17 @@ class WatchedServer;
 
 class WDInstance {
  public:
-    /** @throws corvo::Exception if the default settings break their own rules */
+    /** Throws corvo::Exception if the default settings violate their own rules. */
     WDInstance() { m_conf.check_params(); }
     WDInstance(const WDInstance&) = delete;
     WDInstance& operator=(const WDInstance&) = delete;
 
-    /** With a real watchdog this forks, and only the child returns. */
+    /** A real watchdog forks here, and only the child returns. */
     virtual void init(const WDConf& conf, const std::string& log_file, const std::string& config_file,
                       Logger::logger_level_e level) = 0;
     /** Called once the scheduler and the engine object exist. */
     virtual void run(Scheduler* sched) = 0;
-    /** Leaves a report: of a signal, or with `signum` 0 of an orderly stop whose cause is `text`. */
+    /** Leaves a report of a signal, or with `signum` 0 of an orderly stop, whose cause is `text`. */
     virtual void report(int signum, const char* text) const = 0;
     virtual const std::deque<std::unique_ptr<SignalReport>>& get_sig_events() const = 0;
     virtual ~WDInstance() = default;

@@ -17,7 +17,7 @@ bool add_to_buf(char* dst, const char* text, unsigned int& left) {
 }
 
 const char* signal_description(int signum) {
-    // Not strsignal: that one translates, and allocates for it.
+    // Not strsignal, which translates the text and allocates memory for it.
     const char* description = sigdescr_np(signum);
     return description ? description : "Unknown signal";
 }

@@ -16,6 +16,9 @@ bool signum_to_signame(int signum, char* dst, unsigned int& left);
 /** The description itself; never null. */
 const char* signal_description(int signum);
 
+/** Before a frame of a stack that is only a guess, as the kernel marks them. */
+inline constexpr char GUESS_MARK[] = "? ";
+
 /** The decimal text of a number. */
 class DecimalText {
  public:

@@ -2,12 +2,12 @@
 
 #include <string>
 
-#include "infra/corvo_json.h"
+#include "infra/json/corvo_json.h"
 
 namespace corvo::server {
 namespace {
 
-/** The record's text into the whole of `dst`. */
+/** Replaces all of `dst` with the record's text. */
 template <size_t N>
 void rewrite(CorvoDumpInfo& info, CorvoDumpInfo::InfoFormat format, char (&dst)[N]) {
     dst[0] = '\0';

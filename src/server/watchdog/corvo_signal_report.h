@@ -1,6 +1,6 @@
 #pragma once
-// A report that is kept in memory and shown by the `events` method. It freezes the state of the moment of its
-// creation.
+// A report kept in memory and shown by the `events` method. It preserves the state at the time of
+// its creation.
 
 #include <json/value.h>
 
@@ -15,10 +15,10 @@ class SignalReport {
     SignalReport& operator=(const SignalReport&) = delete;
     virtual ~SignalReport() = default;
 
-    /** A record whose text was cut, and so isn't JSON any more, is left out. */
+    /** A record whose text was truncated, and so is no longer JSON, is left out. */
     virtual Json::Value to_json() const;
 
-    // One record anew: `fill_` asks for its facts, `dump_` writes its text.
+    // Each updates one record: `fill_` collects its facts, `dump_` writes its text.
     void fill_info_ver() { m_info_ver.fill(); }
     void fill_info_plat() { m_info_plat.fill(); }
     void fill_info_engine() { m_info_engine.fill(); }

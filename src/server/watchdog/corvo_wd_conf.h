@@ -6,7 +6,7 @@
 namespace corvo::server {
 
 struct WDConf {
-    /** Seconds; the default kill time-out. Depends on the build: see the source. */
+    /** The default kill timeout in seconds. Depends on the build: see the source. */
     static const uint32_t PING_DELTA_MAX_WAIT_SEC;
 
     bool hog_enabled = true;
@@ -18,7 +18,7 @@ struct WDConf {
     uint32_t backoff_max_interval_sec = 60;
     uint32_t backoff_reset_interval_sec = 30;
 
-    /** @throws corvo::Exception at the first rule broken */
+    /** Throws corvo::Exception at the first violated rule. */
     void check_params() const;
 };
 

@@ -9,7 +9,7 @@
 namespace corvo::server {
 namespace {
 
-/** With it, the last component would be followed where it is a link. */
+/** With a trailing slash, a link in the last component would be followed. */
 std::string without_slash(std::string path) {
     if (path.size() > 1 && path.ends_with('/')) path.pop_back();
     return path;

@@ -1,7 +1,7 @@
 #pragma once
-// The folder of evidence, and the stamped ones in it. The log's folder may be anybody's to write in (/tmp is
-// the default), so a folder there may be somebody else's trap: only one that belongs to our effective user or
-// to root is used, and what is done in it is done below its descriptor, never through a link.
+// The folder of evidence, and the time-stamped folders in it. Anyone may be able to write in the log's folder
+// (/tmp is the default), so a folder there may be a trap. Only one that is owned by our effective user or
+// root is used, and all work in it goes through its descriptor, never through a link.
 
 #include <sys/types.h>
 
@@ -11,34 +11,37 @@
 
 namespace corvo::server {
 
-/** Of all files and directories in the events directory. */
+/** Mode of all files and directories in the events directory. */
 inline constexpr unsigned int EVENTS_MODE = 0740;
 
-/** Opens a folder that is trusted, without following a link; signal-safe. None with errno otherwise. */
+/**
+ * Opens a folder if it is trusted, without following a link; signal-safe. On failure, returns none with
+ * errno set.
+ */
 UniqueFd open_trusted_dir(int parent_fd, const char* path);
-/** Opens or creates a file of a folder, without following a link or waiting for a pipe; signal-safe. */
+/** Opens or creates a file in a folder, without following a link or waiting for a pipe; signal-safe. */
 UniqueFd open_below(int dir_fd, const char* name, int flags);
 
 class EventsDir {
  public:
     enum IfMissing { MAKE, LEAVE };
 
-    /** `path` ends in "/". */
+    /** `path` must end in "/". */
     explicit EventsDir(const std::string& path, IfMissing if_missing = MAKE);
-    /** A folder in `parent`, made where it is missing. */
+    /** A folder in `parent`, created if it is missing. */
     EventsDir(const EventsDir& parent, const std::string& name);
 
     explicit operator bool() const { return static_cast<bool>(m_fd); }
-    /** Why it can't be used, an errno value. */
+    /** An errno value if the folder can't be used. */
     int error() const { return m_error; }
     const std::string& path() const { return m_path; }
 
-    /** None with errno; not logged. */
+    /** On failure, returns none with errno set; doesn't log. */
     UniqueFd open(const std::string& name, int flags) const {
         return open_below(m_fd.get(), name.c_str(), flags);
     }
     bool has(const std::string& name) const;
-    /** A file, a link or an empty folder. */
+    /** Removes a file, a link or an empty folder. */
     bool remove(const std::string& name) const;
     bool move(const std::string& name, const EventsDir& to) const;
 

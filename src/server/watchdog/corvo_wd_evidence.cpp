@@ -34,7 +34,7 @@ void move_if_there(const EventsDir& from, const std::string& name, const EventsD
               to.path().c_str(), name.c_str(), strerror(errno));
 }
 
-/** A heartbeat or a stop may interrupt it where files are slow; the copy must not end there. */
+/** A heartbeat or a stop may interrupt reads of slow files; the copy must not end there. */
 ssize_t read_some(int fd, char* buffer, size_t size) {
     ssize_t got = 0;
     do {
@@ -43,7 +43,7 @@ ssize_t read_some(int fd, char* buffer, size_t size) {
     return got;
 }
 
-/** A device or pipe might block, or never end. errno says why not. */
+/** A device or pipe might block, or never end. Sets errno to the reason if it has none. */
 bool has_content(int fd) {
     struct stat info {};
     if (fstat(fd, &info) != 0) return false;
@@ -55,8 +55,9 @@ bool has_content(int fd) {
 enum class CopyResult { DONE, NOTHING_READ, WRITE_FAILED };
 
 /**
- * Lets the kernel copy: a log of gigabytes would otherwise keep the service away for minutes. Copies what it
- * can and leaves the rest, or the failure, to whoever reads on. True if anything was copied.
+ * Lets the kernel copy, because a log of several gigabytes would otherwise delay the service for
+ * minutes. Copies what it can and leaves the rest, or the failure, to the caller's read loop. True if
+ * anything was copied.
  */
 bool copy_in_kernel(int from, int to) {
     constexpr size_t CHUNK = size_t{1} << 30;
@@ -68,7 +69,7 @@ bool copy_in_kernel(int from, int to) {
     return any;
 }
 
-/** On failure errno says why; it is 0 for an empty source. */
+/** On failure, errno is set; it is 0 for an empty source. */
 CopyResult copy_content(int from, int to) {
     errno = 0;
     if (!has_content(from)) return CopyResult::NOTHING_READ;
@@ -83,11 +84,11 @@ CopyResult copy_content(int from, int to) {
     return any ? CopyResult::DONE : CopyResult::NOTHING_READ;
 }
 
-/** `open_dst` is asked once the source is open; the texts name the files to people. */
+/** Calls `open_dst` once the source is open; the texts name the files in messages. */
 template <typename Open>
 void copy(const std::string& src, unsigned int mode, const std::string& dst, Open&& open_dst) {
-    // Non-blocking: to open a pipe for reading would otherwise wait for its writer. Above the standard
-    // descriptors: in a daemon, a line printed during the copy would land in the file.
+    // Non-blocking, because opening a pipe would wait for its writer. Above the standard descriptors, because
+    // in a daemon a line printed during the copy would end up in the file.
     const UniqueFd from = open_unless_trap(src, O_RDONLY | O_NONBLOCK, mode);
     if (!from) {
         CORVO_LOG(ERROR, COMP, "Copy file: failed to open '%s' [%s]", src.c_str(), strerror(errno));

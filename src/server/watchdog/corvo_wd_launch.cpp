@@ -1,4 +1,4 @@
-// The parent's life from the launch to its exit, and the moment in which a fork becomes the server.
+// The parent's life from launch to exit, and the moment when a fork becomes the server.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ const std::string COMP = "WD";
 
 constexpr int IN_CHILD = -1;
 
-/** Both ends above the standard descriptors, and neither passed on to programs. */
+/** Creates a pipe with both ends above the standard descriptors and close-on-exec. */
 bool make_pipe(UniqueFd& read_end, UniqueFd& write_end) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return false;
@@ -33,7 +33,7 @@ bool make_pipe(UniqueFd& read_end, UniqueFd& write_end) {
     return read_end && write_end;
 }
 
-/** Whoever started us may ignore SIGCHLD; then the kernel would drop the children's statuses. */
+/** If whoever started us ignores SIGCHLD, the kernel would discard the children's statuses. */
 void keep_child_statuses() {
     std::signal(SIGCHLD, SIG_DFL);
 }
@@ -111,10 +111,11 @@ int WDReal::do_fork_n_watchdog() {
 }
 
 pid_t WDReal::fork_child(UniqueFd& read_end, UniqueFd& write_end) {
-    // What is buffered now would be printed by both processes.
+    // Otherwise both processes would print what is buffered now.
     fflush(nullptr);
-    // Until the child has its own handlers, a stop signal would only reach its copy of the parent's, and be
-    // lost. Blocked, it waits for the right one; in the parent, until the child's pid is known.
+    // Until the child has its own handlers, a stop signal would only reach its copy of the parent's and
+    // be lost. Blocked, it waits: in the child for the right handler, in the parent until the child's pid
+    // is known.
     const BlockedSignals blocked(WD_SIGNALS);
     const pid_t self = getpid();
     const pid_t pid = fork();
@@ -125,7 +126,8 @@ pid_t WDReal::fork_child(UniqueFd& read_end, UniqueFd& write_end) {
 
 void WDReal::become_child(pid_t expected_parent, UniqueFd& read_end, UniqueFd& write_end) {
     m_parent_pid = getppid();
-    // An orphan need not be adopted by init: a subreaper would get this child's heartbeats, and die of them.
+    // An orphan may be adopted by a subreaper rather than init; it would then receive this child's heartbeats
+    // and die of them.
     if (m_parent_pid <= 1 || m_parent_pid != expected_parent) {
         CORVO_LOG(ERROR, COMP, "Invalid parent PID %d, exiting...", m_parent_pid);
         leave(-1);

@@ -17,7 +17,7 @@ void watch_parent(pid_t parent, UniqueFd read_end) {
     g_parent = parent;
     g_read_end = read_end.release();
     prctl(PR_SET_PDEATHSIG, SIGPIPE);
-    drop_stderr_of_orphan();  // it may have died before the kernel was asked
+    drop_stderr_of_orphan();  // the parent may have died before the kernel was asked
 }
 
 void drop_stderr_of_orphan() {

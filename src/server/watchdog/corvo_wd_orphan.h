@@ -1,7 +1,7 @@
 #pragma once
-// A server whose parent has died is also the only reader of its own stderr: once the pipe is full, the next
-// text would block it for ever, with nobody left to notice. The kernel tells of the parent's death by
-// SIGPIPE, whose handler drops the read end; from then on writing to stderr fails instead.
+// A server whose parent has died is the only reader of its own stderr: once the pipe is full, the next text
+// would block it for ever, with nobody left to notice. The kernel reports the parent's death with SIGPIPE,
+// whose handler closes the read end; from then on, writing to stderr fails instead.
 
 #include <sys/types.h>
 
@@ -9,7 +9,9 @@
 
 namespace corvo::server {
 
-/** Takes over the read end of the stderr pipe. In the child, when its signal handlers are in place. */
+/**
+ * Takes over the read end of the stderr pipe. Called in the child, once its signal handlers are installed.
+ */
 void watch_parent(pid_t parent, UniqueFd read_end);
 /** Closes the read end if the parent is gone; signal-safe. */
 void drop_stderr_of_orphan();

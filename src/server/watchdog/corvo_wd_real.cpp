@@ -41,7 +41,7 @@ WDReal::~WDReal() {
 }
 
 void WDReal::register_wd_signals() {
-    // Without SA_RESTART: a heartbeat or a stop ends the parent's wait.
+    // No SA_RESTART: a heartbeat or a stop must interrupt the parent's wait.
     struct sigaction action {};
     action.sa_handler = signal_handler;
     for (const int signum : m_wd_signals)
@@ -80,7 +80,8 @@ void WDReal::run(Scheduler* sched) {
     const std::string report_name = SigHandler::dump_prefix() + "json";
     const EventsDir events(get_events_dest_dir_name(m_log_file), EventsDir::LEAVE);
     if (m_hog_detection) {
-        // An engine library that ignores SIGPIPE keeps the kernel's word of the parent's death away.
+        // If an engine library ignores SIGPIPE, the kernel's notice of the parent's death doesn't
+        // get through.
         auto heartbeat =
             std::make_shared<HeartBeat>(m_conf.hog_timeout_ms, m_parent_pid, drop_stderr_of_orphan);
         sched->add(heartbeat, 0);

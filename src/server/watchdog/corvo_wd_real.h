@@ -1,10 +1,10 @@
 #pragma once
-// The watchdog that supervises. The process that calls `init` forks and stays in `launch_wd` as the parent
+// The supervising watchdog. The process that calls `init` forks and, as the parent, stays in `launch_wd`
 // until it exits; each child returns from `init` and becomes the server. The object is created in the parent
 // and lives on in every child, so a member belongs to one process or to both: see the groups below.
 //
-// After a fork: what the parent prints later must not stand in the child's buffers, a stop signal must reach
-// a handler that serves it, and the child must hold none of the earlier children's pipes.
+// After a fork, three things must hold: output buffered by the parent isn't printed by the child too, a stop
+// signal reaches a handler that serves it, and the child holds none of the earlier children's pipes.
 
 #include <sys/types.h>
 
@@ -27,7 +27,7 @@ namespace corvo::server {
 
 class WDReal : public WDInstance {
  public:
-    /** Takes the parent's signal handlers, before any child can send a heartbeat. */
+    /** Installs the parent's signal handlers, before any child can send a heartbeat. */
     explicit WDReal(const WatchedServer& server);
     ~WDReal() override;
 
@@ -43,12 +43,12 @@ class WDReal : public WDInstance {
     static void unregister_wd_signal(int signum, const struct sigaction& action);
 
     // The parent's life, corvo_wd_launch.cpp.
-    /** Returns in a child only. */
+    /** Returns only in a child. */
     void launch_wd();
     void log_settings() const;
     /** Empty if there is none. */
     std::string config_in_force() const;
-    /** -1 in the child; in the parent the wait status of the child, which has ended. */
+    /** -1 in the child; in the parent, the wait status of the child, which has ended. */
     int do_fork_n_watchdog();
     pid_t fork_child(UniqueFd& read_end, UniqueFd& write_end);
     void become_child(pid_t expected_parent, UniqueFd& read_end, UniqueFd& write_end);
@@ -65,7 +65,7 @@ class WDReal : public WDInstance {
     int handle_stop_action(pid_t pid);
     void drain_stderr();
 
-    // Both.
+    // In both processes.
     const WatchedServer& m_server;
     std::string m_log_file;
     std::string m_config_file;
@@ -75,21 +75,23 @@ class WDReal : public WDInstance {
     std::vector<int> m_wd_signals;
     std::unordered_map<int, struct sigaction> m_prev_sigact;
 
-    // Parent.
-    int32_t m_hog_ms = 0;           ///< the hog that runs now, as last measured; 0: none
-    bool m_not_responding = false;  ///< this child has been put down by the watchdog
+    // In the parent.
+    int32_t m_hog_ms = 0;           ///< the current hog's duration as last measured; 0 if there is none
+    bool m_not_responding = false;  ///< the watchdog has aborted this child
     uint32_t m_stderr_wait_ms = 1000;
     StderrReader m_stderr;
     ReloadBackoff m_backoff;
 
-    // Child.
+    // In the child.
     pid_t m_parent_pid = -1;
-    UniqueFd m_stderr_fd;  ///< write end of the pipe; descriptor 2 is a copy of it
+    UniqueFd m_stderr_fd;  ///< write end of the pipe; descriptor 2 is a duplicate
     std::deque<std::unique_ptr<SignalReport>> m_sig_events;
     std::unique_ptr<HogReporter> m_hog_reporter;
 };
 
-/** The state letter of a process, as in /proc/<pid>/stat. @throws corvo::Exception when it can't be had */
+/**
+ * The state letter of a process, as in /proc/<pid>/stat. Throws corvo::Exception if it can't be determined.
+ */
 char get_proc_state(pid_t pid);
 
 }  // namespace corvo::server

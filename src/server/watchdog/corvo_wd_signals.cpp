@@ -15,7 +15,7 @@ pid_t g_child_pid = 0;
 
 namespace {
 
-// 64 bits are two stores on a 32-bit machine: the main flow touches it only with the signals blocked.
+// A 32-bit machine stores 64 bits in two steps, so the main flow only touches this with the signals blocked.
 volatile uint64_t g_last_ping_epoch = 0;
 
 timespec to_timespec(uint64_t ms) {
@@ -48,7 +48,7 @@ void forget_pings() {
 bool wait_for_input(int fd, uint64_t timeout_ms) {
     const BlockedSignals blocked(WD_SIGNALS);
     const timespec timeout = to_timespec(g_stop_cause == STOP_NONE ? timeout_ms : 0);
-    // poll, not select: a descriptor may have any number. One below 0 is never ready.
+    // poll rather than select, because descriptors may have any number. One below 0 is never ready.
     pollfd input{.fd = fd, .events = POLLIN, .revents = 0};
     return ppoll(&input, 1, &timeout, &blocked.previous()) > 0;
 }

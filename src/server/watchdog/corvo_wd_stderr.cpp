@@ -16,8 +16,8 @@ namespace {
 
 const std::string COMP = "WD";
 
-// At the end of the pipe the child is usually ending too, and the parent should see that soon. A child that
-// only closed its stderr must not make the parent spin.
+// At the end of the pipe the child is usually about to end too, which the parent should see soon. A child
+// that merely closed its stderr must not make the parent spin.
 constexpr uint64_t WAIT_AT_END_MS = 100;
 
 void set_non_blocking(int fd) {
@@ -54,7 +54,10 @@ int StderrReader::read_stderr_from_child(uint64_t wait_ms) {
     return result;
 }
 
-/** Empties the pipe into `out`, as far as MAX_BYTES go. 0: it is still open; 1: end of file, or failed. */
+/**
+ * Empties the pipe into `out`, up to MAX_BYTES. Returns 0 if it is still open; 1 at end of file or
+ * on failure.
+ */
 int StderrReader::read_stderr_till_comp(std::string& out) {
     char buffer[1024];
     for (size_t taken = 0; taken < MAX_BYTES;) {

@@ -51,7 +51,7 @@ bool has_ended(pid_t pid, int& status) {
     return wait_tells_end(result, errno);
 }
 
-/** The signal that stopped this process goes on to the child. */
+/** Passes on to the child the signal that stopped this process. */
 void pass_stop_to_child() {
     if (g_child_pid == 0) return;
     const bool by_int = g_stop_cause == STOP_SIGINT;
@@ -62,7 +62,7 @@ void pass_stop_to_child() {
 }  // namespace
 
 int WDReal::do_watchdog(pid_t pid) {
-    // With the smallest time-outs half of them is nothing: the wait would neither read nor rest.
+    // Half of the smallest timeout is 0, with which the wait would neither read nor rest.
     const uint32_t wait_ms = std::max(m_stderr_wait_ms, 1U);
     int status = 0;
     while (g_stop_cause == STOP_NONE) {
@@ -75,7 +75,7 @@ int WDReal::do_watchdog(pid_t pid) {
     return status;
 }
 
-/** The child's last words reach the log before its status does. */
+/** Makes sure that the child's last output is logged before its status. */
 void WDReal::drain_stderr() {
     const uint64_t deadline = monotonic_ms() + DRAIN_MS;
     const uint64_t wait_ms = std::min<uint64_t>(m_stderr_wait_ms, DRAIN_MS);
@@ -134,7 +134,7 @@ int WDReal::handle_stop_action(pid_t pid) {
     int status = 0;
     bool ended = false;
     while (!(ended = has_ended(pid, status)) && monotonic_ms() < deadline) {
-        // A child that prints while it stops must not hang on a full pipe.
+        // A child that prints while it stops must not block on a full pipe.
         m_stderr.read_stderr_from_child(0);
         usleep(PAUSE_US);
     }

@@ -202,10 +202,13 @@ TEST(Evidence, AFileIsCopiedWholeAndEveryFailureNamesItsFile) {
     fs::create_symlink("/dev/zero", dir.file("endless"));
     dir.write("big", big);
     dir.write("empty", "");
+    dir.write("huge", "");
+    ASSERT_EQ(truncate(dir.file("huge").c_str(), static_cast<off_t>(uint64_t{1} << 31)), 0);
     mkfifo(dir.file("pipe").c_str(), 0600);
     const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
         {"missing", "copy", "failed to open '", "missing' [No such file or directory]"},
         {"big", "no/copy", "failed to open '", "no/copy' [No such file or directory]"},
+        {"huge", "full", "failed writing '", "full' [No space left on device]"},
         {"big", "full", "failed writing '", "full' [No space left on device]"},
         {"empty", "copy of empty", "failed reading '", "empty' [Success]"},
         {"pipe", "copy of pipe", "failed reading '", "pipe' [Invalid argument]"},

@@ -22,6 +22,12 @@ class SigTest : public testing::Test {
         return action;
     }
 
+    /** Whether the server takes it, and learns what it interrupts. */
+    static bool is_taken(int signum) {
+        const struct sigaction action = action_of(signum);
+        return action.sa_handler != SIG_IGN && action.sa_handler != SIG_DFL && action.sa_flags & SA_SIGINFO;
+    }
+
     TempDir m_dir;
 };
 

@@ -165,7 +165,7 @@ TEST_F(SigReport, SignalsBlockEachOtherAndFatalOnesHaveAStackOfTheirOwn) {
     for (int signum : SigHandler::reg_sigs()) {
         SCOPED_TRACE(signum);
         const struct sigaction action = action_of(signum);
-        EXPECT_EQ(action.sa_handler, on_ext_signal);
+        EXPECT_TRUE(is_taken(signum));
         for (int masked : SigHandler::reg_sigs())
             EXPECT_TRUE(sigismember(&action.sa_mask, masked));
         const bool fatal = signum == SIGSEGV || signum == SIGILL || signum == SIGABRT || signum == SIGFPE ||

@@ -58,6 +58,7 @@ void free(void* p) {
     }
 TRAPPED(int, pthread_mutex_lock, (pthread_mutex_t * m), (m))
 TRAPPED(FILE*, fopen, (const char* path, const char* mode), (path, mode))
+TRAPPED(FILE*, fopen64, (const char* path, const char* mode), (path, mode))
 TRAPPED(size_t, fwrite, (const void* p, size_t size, size_t count, FILE* f), (p, size, count, f))
 TRAPPED(int, fputs, (const char* text, FILE* f), (text, f))
 TRAPPED(int, vfprintf, (FILE * f, const char* fmt, va_list args), (f, fmt, args))

@@ -1,4 +1,4 @@
-// The methods that need no engine and look at the server alone.
+// Methods that need only the server, not an engine.
 
 #include <memory>
 #include <vector>
@@ -21,7 +21,7 @@ const std::string ECHO_COMP = "echo";
 
 }  // namespace
 
-/** Answers with seconds of the monotonic clock: a sign of life, no time of day. */
+/** Returns the seconds of the monotonic clock: a sign of life, not the time of day. */
 class RpcCmdPing : public RpcCommand {
  public:
     RpcCmdPing() : RpcCommand("ping") {}
@@ -47,7 +47,7 @@ class RpcCmdEcho : public RpcCommand {
     }
 };
 
-/** The server's loop ends once the reply is on its way. */
+/** The server's loop ends once the reply has been sent. */
 class RpcCmdShutdown : public RpcCommand {
  public:
     RpcCmdShutdown() : RpcCommand("shutdown") {}
@@ -61,7 +61,7 @@ class RpcCmdShutdown : public RpcCommand {
     }
 };
 
-/** The keys of the whole table, those of an engine's components too. */
+/** The keys of the whole table, including those of an engine's components. */
 class RpcCmdGetCmds : public RpcCommand {
  public:
     RpcCmdGetCmds() : RpcCommand("cmds") {}
@@ -75,7 +75,7 @@ class RpcCmdGetCmds : public RpcCommand {
     }
 };
 
-/** The reports that are kept in memory, oldest first. */
+/** The reports kept in memory, oldest first. */
 class RpcCmdGetEvents : public RpcCommand {
  public:
     RpcCmdGetEvents() : RpcCommand("events") {}

@@ -1,5 +1,5 @@
-// The way to the engine's collectors and its health monitoring, which both live in the library: parameters
-// are checked here, the answer is handed on.
+// Passes requests on to the engine's collectors and health monitoring, which live in the library: parameters
+// are checked here, the result is returned unchanged.
 
 #include <brumecpd/engine_api.h>
 #include <json/value.h>
@@ -69,7 +69,7 @@ class RpcCmdCollect : public RpcCommand {
              }},
             {"set_interval",
              [](RpcCmdCollect& self, const Json::Value& params, Json::Value& res) {
-                 // The library takes 64 bits, its intervals have 32.
+                 // The function takes 64 bits, but intervals have 32.
                  const auto interval_ms = static_cast<uint32_t>(
                      optional_param<uint64_t>(self, params, "interval", DEFAULT_INTERVAL_MS, res));
                  engine().collector_set_interval(self.parse_string(params, "component", res), interval_ms);

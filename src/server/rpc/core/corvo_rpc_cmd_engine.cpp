@@ -1,5 +1,5 @@
-// The methods that move the engine through its states. A parameter that is wrong, a state that forbids the
-// operation and a library that fails all end as CMD_EXEC_FAILED, but for `path` and `cpaddr` of `load`.
+// The methods that change the engine's state. A wrong parameter, a state that forbids the operation and a
+// failure of the library all end as CMD_EXEC_FAILED, except for `path` and `cpaddr` of `load`.
 
 #include <brumecpd/engine_api.h>
 #include <json/value.h>
@@ -24,7 +24,7 @@ using server::Server;
 
 constexpr uint16_t MAX_DP_WORKERS = 128;
 
-/** False unless the whole text is a hexadecimal number that fits 64 bits; the lower 32 are kept. */
+/** False unless the whole text is a hexadecimal number of at most 64 bits; the lower 32 are used. */
 bool parse_hex(const std::string& text, uint32_t& out) {
     try {
         size_t consumed = 0;
@@ -35,7 +35,7 @@ bool parse_hex(const std::string& text, uint32_t& out) {
     }
 }
 
-/** The interface that a client means. "default" is the one that the routing table picks towards the world. */
+/** The interface that the client means. "default" is the one with the route to the Internet. */
 std::string intf_param(RpcCommand& command, const Json::Value& params, Json::Value& res) {
     if (Version::g_in_slave_mode)
         throw Exception("'" + RpcTableView::name(command) + "' not supported in slave mode");
@@ -54,7 +54,7 @@ class RpcCmdLoad : public RpcCommand {
 
  protected:
     int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
-        // `params` that can't hold members throws at any read: here that fails the command, not the server.
+        // If `params` can't hold members, any read throws; here that fails the command instead of the server.
         guarded(res, [&] { optional_field(params, "path"); });
         const auto path =
             optional_param<std::string>(*this, params, "path", server::default_engine_path, res);
@@ -71,7 +71,7 @@ class RpcCmdLoad : public RpcCommand {
     }
 
  private:
-    /** Fills the shared-memory members of `config`; the automatic choice where `params` holds no `shm`. */
+    /** Fills the shared-memory members of `config`; automatic if `params` has no `shm`. */
     void parse_shm(const Json::Value& params, api::InitConfig& config, Json::Value& res) {
         config.shm_type = api::SHM_AUTO;
         const Json::Value& shm = optional_field(params, "shm");

@@ -1,4 +1,4 @@
-// Pushes a capture file or one frame through the engine and tells what the engine made of it.
+// Pushes a capture file or one frame through the engine and returns the engine's results.
 
 #include <json/value.h>
 
@@ -20,7 +20,7 @@ namespace {
 using server::Engine;
 using server::Server;
 
-/** By value of api::pkt_error_e. */
+/** Indexed by api::pkt_error_e. */
 constexpr const char* PKT_ERRORS[] = {"",       "inactive",  "max_flows_reached", "no_mem",
                                       "non_ip", "non_ffrag", "trimmed_l3",        "IPV6_frag"};
 
@@ -36,7 +36,7 @@ class RpcCmdPushPCAP : public RpcCommand {
 
  protected:
     int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
-        // `params` that can't hold members throws at any read: here that fails the command, not the server.
+        // If `params` can't hold members, any read throws; here that fails the command instead of the server.
         guarded(res, [&] { optional_field(params, "type"); });
         const std::string type = parse_choice(params, "type", {"filename", "buffer"}, res);
         const auto dpaddr = optional_param<std::string>(*this, params, "dpaddr", "", res);
@@ -66,7 +66,7 @@ class RpcCmdPushPCAP : public RpcCommand {
             });
             return;
         }
-        // Counted outside the document: a capture has millions of packets of a few protocols.
+        // Counted outside the document: a capture has millions of packets but few protocols.
         std::unordered_map<std::string, Json::Int> counts;
         Json::UInt total = 0;
         engine.push_pcap(dpaddr, filename, reset, ns_id, extended, [&](Engine::PktInfo&& info) {

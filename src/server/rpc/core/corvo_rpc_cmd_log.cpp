@@ -1,4 +1,4 @@
-// Reads the end of the log file, and reads or changes the logger's levels while the daemon runs.
+// Reads the end of the log file, and shows or changes the logger's levels at run time.
 
 #include <json/value.h>
 
@@ -28,7 +28,7 @@ constexpr LevelWord LEVEL_WORDS[] = {
     {"info", Logger::INFO},   {"debug", Logger::DEBUG},
 };
 
-/** The logger pads its words to the width of a column. */
+/** The logger pads its words to a column's width. */
 std::string without_padding(std::string word) {
     word.erase(word.find_last_not_of(' ') + 1);
     return word;
@@ -38,7 +38,7 @@ std::string without_padding(std::string word) {
 
 class RpcCmdLog : public RpcCommand {
  public:
-    /** `global_name`: how the level of all components without one of their own is called. */
+    /** `global_name` stands for the level of all components without their own. */
     explicit RpcCmdLog(std::string global_name) : RpcCommand("log"), m_global_name(std::move(global_name)) {}
 
  protected:
@@ -93,7 +93,7 @@ class RpcCmdLog : public RpcCommand {
         handle_verbosity_set_verb(params, res);
     }
 
-    /** `comp` is absent, null or a string. */
+    /** `comp` must be absent, null or a string. */
     void handle_verbosity_set_verb(const Json::Value& params, Json::Value& res) {
         const std::string comp = params["comp"].asString();
         const auto word = required_param<std::string>(*this, params, "level", res);
@@ -115,7 +115,7 @@ class RpcCmdLog : public RpcCommand {
                   m_global_name.c_str(), word.c_str());
     }
 
-    /** @throws corvo::Exception for a word that is no level */
+    /** Throws corvo::Exception for a word that isn't a level. */
     Logger::logger_level_e str_to_level(const std::string& word) {
         for (const LevelWord& entry : LEVEL_WORDS) {
             if (word == entry.word) return entry.level;

@@ -1,6 +1,6 @@
-// The data of the memory tracer; refused in an image that has none.
+// The memory tracer's data; refused in builds that have no tracer.
 
-#include "infra/corvo_mt.h"
+#include "infra/exports/corvo_mt.h"
 #include "server/rpc/core/corvo_rpc_cmds.h"
 #include "server/rpc/core/corvo_rpc_values.h"
 
@@ -9,12 +9,12 @@ namespace corvo {
 namespace callgraph {
 
 /**
- * Seam for an image that traces its memory: what such an image knows of its allocations, as a call graph. The
- * regular image traces nothing, so there is nothing to write.
+ * Seam for a build that traces its memory: what it knows about its allocations, as a call graph. A regular
+ * build traces nothing, so there is nothing to write.
  */
 class CallGraph {
  public:
-    /** Writes the graph to `out`. Without a tracer `out` stays as it is. */
+    /** Writes the graph to `out`. Without a tracer, `out` is unchanged. */
     void generate(Json::Value& /*out*/, int /*depth*/, unsigned /*threshold*/) {}
 };
 

@@ -1,4 +1,4 @@
-// The RPC face of the notification hub, which reads the parameters itself: its data stays its own.
+// The notification hub's RPC method. The hub reads the parameters itself, so its data stays private.
 
 #include "infra/corvo_notif.h"
 #include "server/rpc/core/corvo_rpc_cmds.h"

@@ -1,4 +1,4 @@
-// One object that tells the state of the server, the engine and the machine.
+// Returns one object with the state of server, engine and machine.
 
 #include <json/value.h>
 #include <sys/sysinfo.h>
@@ -27,7 +27,7 @@ using server::Server;
 
 constexpr int MIB_SHIFT = 20;
 
-/** The current size and the largest that was ever seen here, in MiB. */
+/** The current size and the largest one seen here so far, in MiB. */
 void fill_size(Json::Value& out, long long bytes, uint32_t& max) {
     const auto current = static_cast<uint32_t>(bytes >> MIB_SHIFT);
     max = std::max(max, current);
@@ -37,7 +37,7 @@ void fill_size(Json::Value& out, long long bytes, uint32_t& max) {
 
 }  // namespace
 
-/** Served in every state of the engine. A library that fails a question fails the whole command. */
+/** Served in every state of the engine. If any query to the library fails, the whole command fails. */
 class RpcCmdStatus : public RpcCommand {
  public:
     RpcCmdStatus() : RpcCommand("status") {}
@@ -91,7 +91,7 @@ class RpcCmdStatus : public RpcCommand {
     }
 
     void fill_memory_info(Json::Value& out) {
-        // Since the server's start, as far as anyone asked.
+        // The maximum over all requests since the server's start.
         static uint32_t max_virt_mib = 0;
         static uint32_t max_phy_mib = 0;
 
@@ -109,7 +109,7 @@ class RpcCmdStatus : public RpcCommand {
         Engine& engine = *Server::g_ptr->engine();
         out[Key("state")] = eng_state_to_str(engine.state());
         if (engine.state() >= Engine::STATE_ACTIVE) engine.get_version(out[Key("version")]);
-        // Asked anew: the list that belongs to this version and state.
+        // Queried again, so that the list matches this version and state.
         fill_dp_info(out);
     }
 

@@ -1,6 +1,6 @@
 #pragma once
-// The families of methods, one source each. RpcCmdsCore alone calls these: the order in which it does is the
-// order of the methods in the component.
+// The families of methods, one source file each. Only RpcCmdsCore calls these functions; its order of calls
+// is the order of the methods in the component.
 
 #include "infra/corvo_rpc_command.h"
 

@@ -1,11 +1,11 @@
 #pragma once
-// The component that gives the daemon its RPC surface. All that the server knows of its methods.
+// The component with the daemon's own methods. This is all that the server knows about them.
 
 #include "infra/corvo_rpc_command.h"
 
 namespace corvo {
 
-/** Has no name, so each method's key is the command's bare name. */
+/** Has no name, so each method's key is just the command's name. */
 class RpcCmdsCore : public RpcComponent {
  public:
     RpcCmdsCore();

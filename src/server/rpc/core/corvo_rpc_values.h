@@ -1,6 +1,6 @@
 #pragma once
-// Between C++ values and JSON: parameters read by their C++ type, with the checks and texts of RpcParser, and
-// lists written out.
+// Conversion between C++ values and JSON: reads parameters by their C++ type, with the checks and error texts
+// of RpcParser, and writes lists.
 
 #include <json/value.h>
 
@@ -14,7 +14,7 @@
 
 namespace corvo {
 
-/** A member's name as a literal: it needn't be copied into each object. */
+/** A member's name as a literal, which needn't be copied into each object. */
 using Key = Json::StaticString;
 
 /** The field type whose check makes a member safe to read as `T`. */
@@ -42,7 +42,7 @@ T required_param(RpcParser& parser, const Json::Value& params, const char* name,
     }
 }
 
-/** Member `name`, checked; `fallback` where it is absent or null. */
+/** Member `name`, checked; `fallback` if it is absent or null. */
 template <class T>
 T optional_param(RpcParser& parser, const Json::Value& params, const char* name, T fallback,
                  Json::Value& res) {
@@ -50,7 +50,7 @@ T optional_param(RpcParser& parser, const Json::Value& params, const char* name,
     return required_param<T>(parser, params, name, res);
 }
 
-/** An array of strings; an array also where `texts` is empty. */
+/** An array of strings, even if `texts` is empty. */
 inline Json::Value to_json_array(const std::vector<std::string>& texts) {
     Json::Value array(Json::arrayValue);
     for (const std::string& text : texts)

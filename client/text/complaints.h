@@ -1,0 +1,17 @@
+#pragma once
+// What is said of a value that can't be meant; each text stands behind the value's name.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace brumectl {
+
+/** " (did you mean 'X'?)", or nothing if no word of `known` is near. */
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known);
+/** "must be from 1 to 9, not '0'". */
+std::string range_complaint(uint64_t least, uint64_t most, const std::string& text);
+/** "must be one of a, b, not 'bb' (did you mean 'b'?)". */
+std::string choice_complaint(const std::vector<std::string>& choices, const std::string& text);
+
+}  // namespace brumectl

@@ -1,0 +1,57 @@
+#pragma once
+// The daemon's methods as docs/openrpc.json describes them, built into the program: names, parameters, types,
+// texts, results. Words, help, completion, `schema`, `check` and the manual pages all read this one table.
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace brumectl {
+
+struct Parameter {
+    std::string name;
+    std::string description;
+    bool required = false;
+    const Json::Value* schema = nullptr;  ///< JSON schema, with the table's $refs
+    const Json::Value* required_when =
+        nullptr;  ///< {parameter: [values]} that together make it required; JSON null: none
+};
+
+struct Method {
+    std::string name;
+    std::string summary;
+    std::string description;
+    std::vector<Parameter> parameters;
+    const Json::Value* document = nullptr;  ///< its entry in the document
+
+    /** Null if there's no such parameter. */
+    const Parameter* find(const std::string& name) const;
+};
+
+class MethodTable {
+ public:
+    /** The built-in one. Lives as long as the program. */
+    static const MethodTable& get();
+
+    /** Of another document of the same form; it is taken to be sound. */
+    explicit MethodTable(Json::Value document);
+    MethodTable(const MethodTable&) = delete;
+    MethodTable& operator=(const MethodTable&) = delete;
+
+    const std::vector<Method>& methods() const { return m_methods; }
+    /** Null for a method that isn't ours; an engine library may have added it. */
+    const Method* find(const std::string& name) const;
+    std::vector<std::string> names() const;
+    const Json::Value& document() const { return m_document; }
+    /** The document's text as it stands in the source tree. */
+    static const char* text();
+    /** What a schema's "$ref" into this document stands for; a schema without one is itself. */
+    const Json::Value& resolve(const Json::Value& schema) const;
+
+ private:
+    const Json::Value m_document;  ///< the methods point into it
+    std::vector<Method> m_methods;
+};
+
+}  // namespace brumectl

@@ -1,0 +1,101 @@
+#include "client/words/examples.h"
+
+namespace brumectl {
+
+namespace {
+
+constexpr Example EXAMPLES[] = {
+    {"", "status", "Show what the daemon is doing"},
+    {"", "help classify", "Explain a word"},
+
+    {"activate", "activate", "Start the data path for 16384 flows"},
+    {"activate", "activate --max_flows 100000", "Start it for more"},
+    {"attach", "attach eth0", "Watch the packets of eth0"},
+    {"attach", "attach default", "Watch the interface that leads to the Internet"},
+    {"call", "call activate resources.max_flows=16384", "Call a method with one parameter"},
+    {"call", "call log '{\"type\": \"log\", \"maxlines\": 5}'", "Call one with its parameters as JSON"},
+    {"check", "check /etc/brumecpd/startup.json", "Look for mistakes in a configuration"},
+    {"check", "check --strict -", "Check standard input; warnings count too"},
+    {"classify", "classify --flows --csv monday.csv monday.pcap",
+     "List who talked to whom, for a spreadsheet, too"},
+    {"classify", "classify --filter 'port 53' --packets dns.pcapng", "Show each packet from or to port 53"},
+    {"cmds", "cmds", "List the methods, those of the engine too"},
+    {"cmds", "cmds --json", "List them as JSON"},
+    {"coffee", "coffee dp.ft.count", "Ask for the number of flows"},
+    {"coffee", "coffee help", "Ask the engine what functions it has"},
+    {"collect", "collect ls", "List the collectors"},
+    {"collect", "collect set_interval flows --interval 5000", "Sample \"flows\" every five seconds"},
+    {"completion", "completion bash", "Print the script for bash"},
+    {"completion", "completion fish", "Print the script for fish"},
+    {"deactivate", "deactivate", "Stop the data path"},
+    {"deactivate", "--timeout 60 deactivate", "Stop it, and wait up to a minute for the answer"},
+    {"detach", "detach eth0", "Stop watching eth0"},
+    {"detach", "detach default", "Stop watching the interface that leads to the Internet"},
+    {"echo", "echo 'maintenance begins'", "Leave a mark in the log"},
+    {"echo", "echo -- --done--", "The same with a text that begins with a dash"},
+    {"events", "events", "Show the events so far"},
+    {"events", "events -f --sev warn", "Show warnings and errors as they come"},
+    {"events gc", "events gc", "Remove subscriptions whose programs are gone"},
+    {"events gc", "events gc --json", "Remove them, and list them as JSON"},
+    {"evidence", "evidence ls", "List the reports of crashes and stalls"},
+    {"evidence", "evidence show", "Show the latest"},
+    {"evidence ls", "evidence ls", "List what there is"},
+    {"evidence ls", "evidence ls --dir ./cvevents", "List what lies in a directory"},
+    {"evidence prune", "evidence prune --keep 5", "Remove all but the latest five"},
+    {"evidence prune", "evidence prune --max-size 2G --dir ./cvevents",
+     "Remove the oldest of a directory until 2 GiB are left"},
+    {"evidence show", "evidence show", "Show the latest"},
+    {"evidence show", "evidence show --json", "Show it as JSON"},
+    {"health", "health show --verbose", "Show the engine's health in detail"},
+    {"health", "health configure '{\"drops\": {\"warn\": 10, \"bad\": 500}}'",
+     "Move its limits for lost frames"},
+    {"help", "help collect", "Explain a word"},
+    {"help", "help evidence show", "Explain a word below a word"},
+    {"hogs", "hogs", "Show where the daemon has stalled"},
+    {"hogs", "hogs --json", "Show it as JSON"},
+    {"load", "load", "Load the engine from ../lib, seen from the daemon's directory"},
+    {"load", "load --path /usr/lib/brumecpd/lib", "Load it from another directory"},
+    {"log", "log -f -n 20", "Show the last 20 lines, and new ones as they come"},
+    {"log", "log --level debug --comp rpc", "Log all about requests"},
+    {"metrics", "metrics", "Print the numbers once"},
+    {"metrics", "metrics --listen localhost:9464", "Serve them at http://localhost:9464/metrics"},
+    {"mt", "mt", "Ask the memory tracer"},
+    {"mt", "mt --depth 3 --threshold 4096", "Ask it with other values for its call graph"},
+    {"notifications", "notifications alerts", "Show the alerts"},
+    {"notifications", "notifications socket ls", "List who hears of events"},
+    {"ping", "ping", "See whether the daemon answers"},
+    {"ping", "-s 192.0.2.1:4040 --timeout 1 ping", "See whether one elsewhere answers within a second"},
+    {"push_pcap", "push_pcap sample.pcap --reset", "Count the protocols in a capture"},
+    {"push_pcap", "push_pcap sample.pcap --extended", "Show each packet"},
+    {"reload", "reload", "Load the engine anew"},
+    {"reload", "reload /usr/lib/brumecpd/lib", "Change to another engine"},
+    {"run", "run /etc/brumecpd/startup.json", "Send the requests of a configuration"},
+    {"run", "run --keep-going requests.json", "Go on if one fails"},
+    {"schema", "schema", "Print the description of all methods"},
+    {"schema", "schema push_pcap", "Print that of one method"},
+    {"shell", "shell", "Type one line after the other"},
+    {"shell", "-s 192.0.2.1:4040 shell", "The same, for a daemon elsewhere"},
+    {"shutdown", "shutdown", "Stop the daemon"},
+    {"shutdown", "-s ./test.sock shutdown", "Stop another one"},
+    {"status", "status", "Show server, engine and machine"},
+    {"status", "status --json", "Show them as JSON"},
+    {"top", "top", "Watch the daemon and its traffic"},
+    {"top", "top -b -n 10 -d 5", "Print ten looks, five seconds apart"},
+    {"unload", "unload", "Close the engine library"},
+    {"unload", "--timeout 60 unload", "Close it, and wait up to a minute for the answer"},
+    {"version", "version", "Print the client's version"},
+    {"version", "version --json", "Print it as JSON"},
+    {"wait", "wait", "Wait until the daemon answers"},
+    {"wait", "wait --for activated --timeout 60", "Wait up to a minute for the engine to run"},
+};
+
+}  // namespace
+
+std::vector<Example> examples_of(const std::string& word) {
+    std::vector<Example> found;
+    for (const Example& example : EXAMPLES)
+        if (word == example.word) found.push_back(example);
+    return found;
+}
+
+}  // namespace brumectl

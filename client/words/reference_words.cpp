@@ -1,0 +1,99 @@
+#include "client/words/reference_words.h"
+
+#include <CLI/CLI.hpp>
+
+#include "client/context.h"
+#include "client/failure.h"
+#include "client/shell/split.h"
+#include "client/text/complaints.h"
+#include "client/text/method_table.h"
+#include "client/words/completion.h"
+#include "client/words/completion_scripts.h"
+#include "client/words/line_complaints.h"
+#include "client/words/man_tables.h"
+#include "client/words/method_words.h"
+
+namespace brumectl {
+
+namespace {
+
+/** The built-in table's, and what the loaded engine brings along. */
+void print_schema(Context& context, const std::string& name) {
+    const MethodTable& table = MethodTable::get();
+    const Method* method = table.find(name);
+    const MethodTable* engine = method == nullptr ? context.engine_methods(true) : nullptr;
+    if (method == nullptr && engine != nullptr) method = engine->find(name);
+    if (method != nullptr) return context.print_json(*method->document);
+    if (!name.empty()) {
+        std::vector<std::string> known = table.names();
+        if (engine != nullptr)
+            for (const std::string& own : engine->names())
+                known.push_back(own);
+        throw Usage("no method '" + name + "'" + did_you_mean(name, known));
+    }
+    Json::Value document = table.document();
+    if (engine != nullptr)
+        for (const Json::Value& own : engine->document()["methods"])
+            document["methods"].append(own);
+    context.print_json(document);
+}
+
+void add_schema(CLI::App& app, Context& context) {
+    auto method = std::make_shared<std::string>();
+    CLI::App* word = app.add_subcommand("schema", "The methods for programs: an OpenRPC document");
+    word->add_option("method", *method, "The entry of this one only")->type_name("METHOD");
+    word->callback([&context, method] { print_schema(context, *method); });
+}
+
+/** A positional that is one of a few words. */
+std::shared_ptr<std::string> add_choice(CLI::App& word, const std::string& name,
+                                        const std::string& description,
+                                        const std::vector<std::string>& choices) {
+    auto chosen = std::make_shared<std::string>();
+    auto judge = [choices](std::string& text) -> std::string {
+        if (std::find(choices.begin(), choices.end(), text) != choices.end()) return "";
+        return choice_complaint(choices, text);
+    };
+    word.add_option(name, *chosen, description)
+        ->required()
+        ->type_name(CLI::detail::join(choices, "|"))
+        ->check(CLI::Validator(judge, ""));
+    return chosen;
+}
+
+void print_candidates(CLI::App& app, Context& context, const std::string& line) {
+    std::vector<std::string> words = split_unfinished(line);
+    const std::string last = words.back();
+    words.pop_back();
+    if (!words.empty()) words.erase(words.begin());  // the program's name
+    if (completes_engine_words(app, words)) add_engine_words(app, context, true);
+    const Completion found = complete(app, context.options(), words, last);
+    for (const Candidate& one : found.candidates)
+        context.out().print(one.text + "\t" + one.description + "\n");
+    if (found.candidates.empty() && found.files) throw Failure("it may be the name of a file");
+}
+
+/** What the scripts ask. An option, as the parser leaves the value of one as it is whatever it looks like. */
+void add_complete(CLI::App& app, Context& context) {
+    auto line = std::make_shared<std::string>();
+    CLI::App* word = app.add_subcommand("complete", "What can stand next on a line");
+    word->group("");
+    word->add_option("--line", *line, "The line up to the cursor, the program's name first")->required();
+    word->callback([&app, &context, line] { print_candidates(app, context, *line); });
+}
+
+}  // namespace
+
+void add_reference_words(CLI::App& app, Context& context) {
+    add_schema(app, context);
+    CLI::App* completion = app.add_subcommand("completion", "A script that completes this program's words");
+    auto shell = add_choice(*completion, "shell", "The shell that reads it", completed_shells());
+    completion->callback([&context, shell] { context.out().print(completion_script(*shell)); });
+    add_complete(app, context);
+
+    CLI::App* man = app.add_subcommand("man-tables", "Sections of the manual page in scdoc's language");
+    man->group("");
+    man->callback([&app, &context] { context.out().print(man_words(app)); });
+}
+
+}  // namespace brumectl

@@ -1,0 +1,230 @@
+"""A daemon's answers, above all those that no good daemon gives."""
+import contextlib
+import json
+import os
+import signal
+import socket
+
+from harness.case import OURS, DaemonTest
+from harness.processes import CLONE_NEWNET, eventually, permitted, unshare
+from harness.program import Program, ProgramChecks, brumectl, has
+from harness.rpc import free_port
+
+SUBSCRIBES = '"op":"add"'
+
+
+class Peer:
+    """A socket where the daemon's would be."""
+
+    def __init__(self, path):
+        self.path = str(path)
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.socket.bind(self.path)
+        self.socket.settimeout(20)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.socket.close()
+        with contextlib.suppress(OSError):
+            os.unlink(self.path)
+
+    def receive(self):
+        message, self.sender = self.socket.recvfrom(65536)
+        return message.decode()
+
+    def answer(self, text):
+        with contextlib.suppress(OSError):  # who asked may have given up
+            self.socket.sendto(text.encode(), self.sender)
+
+    def answer_next(self, text):
+        """Gives it to the next request, which it returns."""
+        request = self.receive()
+        self.answer(text)
+        return request
+
+    def serve_until(self, last):
+        """Answers as a daemon would, up to a request with `last` in it."""
+        while last not in (request := self.receive()):
+            result = {"notif": {"log": []}} if '"log"' in request else {"pid": 5, "ls": [{"name": "x"}]}
+            self.answer(json.dumps({"jsonrpc": "2.0", "id": json.loads(request)["id"], "result": result}))
+
+
+def result(value):
+    return json.dumps({"jsonrpc": "2.0", "result": value})
+
+
+def refusal(text):
+    return json.dumps({"jsonrpc": "2.0", "error": {"code": -32000, "specific_err": text}})
+
+
+def build_log(attributes):
+    return result({"log": [f"[1] - [server][INFO ] - Attributes:     {attributes}", "more"]})
+
+
+def packed(size, base64):
+    return f'{{"jsonrpc":"2.0","id":1,"fmt":{{"type":"lz4","size":{size}}},"result":"{base64}"}}\n'
+
+
+SILENT = result({"log": []})
+BUILDS = (
+    ([build_log("optimized")], "standalone daemon, as the one at"),
+    ([build_log("debug, asan, slave")], "daemon in slave mode, as the one at"),
+    ([build_log("debug, bare metal, slave")], "daemon in slave mode, for bare metal, as the one at"),
+    ([SILENT, refusal("'attach' not supported in slave mode")], "daemon in slave mode, as the one at"),
+    ([SILENT, refusal("field 'intf' is missing")], "standalone daemon, as the one at"),
+    ([SILENT, refusal("what?")], "as the one packaged with this program is"),
+    (["nonsense"], "as the one packaged with this program is"),
+)
+UNBELIEVABLE = (
+    ("", "no JSON"),
+    ("hello", "no JSON"),
+    ('{"jsonrpc":"2.0","id":1,"result":{"ts")', "no JSON"),
+    ("[" * 5000, "no JSON"),
+    ("[]", "no JSON-RPC 2.0 response"),
+    ('{"id":1,"result":{}}', "no JSON-RPC 2.0 response"),
+    ('{"jsonrpc":"2.0","id":1,"error":5}', "no JSON-RPC 2.0 response"),
+    ('{"jsonrpc":"2.0","id":1,"error":{"code":"x","message":7}}', "an error without a text"),
+    ('{"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"Bad"}}', "Bad"),
+    (r'{"jsonrpc":"2.0","id":1,"error":{"specific_err":"own \u001b[2Jwords","message":"m"}}', r"own \x1b[2Jwords"),
+    (packed("18446744073709551615", "AAAA"), "lies about its size"),
+    (packed("-1", "AAAA"), "no size"),
+    (packed("100", ""), "damaged"),
+    (packed("100", "AAAA"), "damaged"),
+    (packed("4", "MG5vCg=="), "damaged"),
+    (packed("3", "MHtdCg=="), "no JSON"),
+)
+
+
+class Wire(ProgramChecks, DaemonTest):
+    def peer(self):
+        peer = Peer(self.folder / "s")
+        self.addCleanup(peer.__exit__)
+        return peer
+
+    def test_a_daemon_that_ends_with_the_request_in_hand_is_missed_long_before_the_timeout(self):
+        with self.peer() as peer, Program("--timeout", "60", "ping", socket=peer.path) as program:
+            self.assertIn("ping", peer.receive())
+            peer.__exit__()
+            self.assertEqual(program.wait(), 3, program.err())
+
+    def test_a_daemon_is_asked_for_its_build_and_one_that_doesnt_tell_is_taken_for_the_packaged_one(self):
+        for replies, build in BUILDS:
+            with self.subTest(replies), self.peer() as peer, Program("check", "-", socket=peer.path, input="[]") as program:
+                for reply in [result({}), *replies]:  # the first to `status`
+                    peer.answer_next(reply)
+                self.assertEqual(program.wait(), 0)
+                self.assertIn("Judged for a ", program.err())
+                self.assertIn(build, program.err())
+
+    def test_a_reply_that_cant_be_believed_is_an_error_that_says_why(self):
+        for reply, complaint in UNBELIEVABLE:
+            with self.subTest(reply[:100]), self.peer() as peer, Program("ping", socket=peer.path) as program:
+                self.assertIn('"method":"ping"', peer.answer_next(reply))
+                self.assertEqual(program.wait(), 1)
+                self.assertIn(complaint, program.err())
+                self.assertEqual(program.out(), "")
+
+    def test_an_answer_to_another_request_is_passed_over(self):
+        with self.peer() as peer, Program("call", "x", socket=peer.path) as program:
+            peer.answer_next('{"jsonrpc":"2.0","id":7,"result":"late"}')
+            peer.answer('{"jsonrpc":"2.0","id":1,"result":"mine"}')
+            self.assertEqual((program.wait(), program.out()), (0, "mine\n"))
+
+    def test_no_answer_reaches_a_terminal_with_its_control_characters(self):
+        for option, shown in (("--json", r"a\u001b[2Jb"), ("--timeout=20", r"a\x1b[2Jb")):
+            with self.peer() as peer, Program(option, "call", "x", socket=peer.path, terminal=True) as program:
+                peer.answer_next('{"jsonrpc":"2.0","id":1,"result":"a\x1b[2Jb"}\n')
+                self.assertTrue(program.wait_for_out(shown), option)
+                self.assertEqual(program.wait(), 0)
+
+    def test_a_configuration_is_played_to_a_daemon_that_tells_nothing_of_itself(self):
+        with self.peer() as peer, Program("run", "-", socket=peer.path, input="[]") as program:
+            for value in (5, {}, 5, {}):
+                peer.answer_next(result(value))
+            self.assertEqual(program.wait(), 0, program.err())
+
+    def test_a_follower_whose_daemon_goes_while_it_subscribes_begins_anew_with_nothing_left_behind(self):
+        place, run = self.folder / "place", self.folder / "run"
+        place.mkdir()
+        run.mkdir()
+        with Program("--timeout", "1", "events", "-f", socket=str(place / "s"),
+                     env={"XDG_RUNTIME_DIR": str(run)}) as follower:
+            def goes_at(peer, request):
+                told = len(follower.err())
+                peer.serve_until(request)
+                peer.__exit__()
+                self.assertTrue(eventually(lambda: "waiting for it" in follower.err()[told:]))
+                self.assertEqual([*place.iterdir(), *run.iterdir()], [], request)
+            with Peer(place / "s") as peer:
+                goes_at(peer, SUBSCRIBES)
+            with Peer(place / "s") as peer:
+                peer.serve_until(SUBSCRIBES)
+                self.assertTrue(follower.wait_for_err("; waiting\n"), "for one that is there, but silent")
+                goes_at(peer, '"cmd":"log"')
+            self.assertEqual(follower.end(signal.SIGINT), 128 + signal.SIGINT)
+
+    def test_a_follower_that_is_interrupted_while_it_subscribes_leaves_nothing_behind(self):
+        run = self.folder / "run"
+        run.mkdir()
+        with self.peer() as peer, Program("events", "-f", socket=peer.path, env={"XDG_RUNTIME_DIR": str(run)}) as follower:
+            peer.serve_until(SUBSCRIBES)
+            self.assertTrue(os.listdir(run))
+            self.assertEqual(follower.end(signal.SIGINT), 128 + signal.SIGINT)
+            self.assertEqual(os.listdir(run), [])
+
+    def test_silence_and_absence_have_statuses_of_their_own(self):
+        peer = self.peer()
+        self.expect(["-s", peer.path, "--timeout", "0.05", "ping"], 4, "", has("no answer from "))
+        self.expect(["-s", "/nonexistent/socket", "ping"], 3, "", has("no daemon at "))
+        self.expect(["-s", f"127.0.0.1:{free_port()}", "ping"], 3, "", has("no daemon at "))
+        with Program("ping", socket=peer.path) as waiting:
+            peer.receive()
+            peer.receive()
+            self.assertEqual(waiting.end(signal.SIGINT), 128 + signal.SIGINT, "as a shell expects it")
+
+    def test_a_request_that_no_datagram_holds_is_never_sent(self):
+        peer = self.peer()
+        self.expect(["echo", "x" * 61000], 1, "", has("a Unix socket takes 60000"), socket=peer.path)
+        peer.socket.setblocking(False)
+        with self.assertRaises(BlockingIOError):
+            peer.socket.recv(1)
+
+    def test_a_connection_that_ends_too_early_is_an_error(self):
+        for piece in (b"", b'{"jsonrpc":"2.0","id":1,"resu'):
+            with self.subTest(piece), socket.create_server(("127.0.0.1", 0)) as listener, \
+                    Program("ping", socket=f"127.0.0.1:{listener.getsockname()[1]}") as program:
+                with listener.accept()[0] as client:
+                    self.assertTrue(client.recv(512))
+                    client.sendall(piece)
+                self.assertEqual(program.wait(), 1)
+
+    def test_a_large_result_comes_packed_and_is_shown_plain(self):
+        daemon = self.daemon("-a", engine=OURS, tcp=True)
+        reply = json.loads(brumectl("--json", "push_pcap", self.captures / "sample.pcap", "--extended", "--reset",
+                                    socket=f"127.0.0.1:{daemon.tcp}")[1])
+        self.assertEqual(reply["fmt"]["type"], "plain")
+        self.assertGreater(reply["fmt"]["size"], 4096, "or it wasn't packed")
+        self.assertGreater(len(reply["result"]["pkts"]), 10)
+
+
+class OwnSocket(ProgramChecks, DaemonTest):
+    def test_it_is_a_path_where_the_daemon_is_in_another_network_and_goes_with_the_program(self):
+        if not permitted(lambda: unshare(CLONE_NEWNET)):
+            self.skipTest("takes a network namespace")
+        daemon = self.daemon(setup=lambda: unshare(CLONE_NEWNET), ready=False)
+        self.assertTrue(daemon.wait_for_log("Waiting for messages"))
+        # Other tests' daemons, which come and go, have sockets of the same name.
+        alias = daemon.folder / "elsewhere"
+        alias.symlink_to(daemon.path)
+
+        def ours():
+            return len(list(daemon.folder.glob("brumectl-socket-*")))
+        daemon.signal(signal.SIGSTOP)
+        with Program("ping", socket=str(alias)) as program:
+            self.assertTrue(eventually(lambda: ours() == 1))
+            program.end(signal.SIGKILL)
+        daemon.signal(signal.SIGCONT)
+        self.expect(["ping"], 0, has("answer from"), socket=str(alias))
+        self.assertEqual(ours(), 0, "what was killed left something behind")

@@ -1,0 +1,144 @@
+"""What every case of scripts/torture stands on: a folder of its own, daemons in it, and the checks that must hold
+afterwards, whatever was done to them."""
+import collections
+import contextlib
+import itertools
+import json
+import pathlib
+import re
+import shutil
+import tempfile
+
+from harness import daemon as tested
+from harness.processes import children, eventually, session, state_of
+
+LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) +- \[.{6}\]\[(ERROR|WARN |INFO |DEBUG)\] +- .*$")
+# Messages of many lines: what the server printed to stderr, stacks of hogs, and at debug level what clients said.
+LONG = re.compile(rb"\((corvo_wd_stderr|corvo_hog_reporter|corvo_rpc_worker)\.cpp:")
+STAMP = re.compile(r"\d{4}(_\d\d){5}")
+REPORTS = {"cvdump.json", "cv_hog_dump.txt"}
+
+
+class NotTried(Exception):
+    """What the case needs can't be had here; no fault of the daemon's."""
+
+
+CASES = []
+Case = collections.namedtuple("Case", "name short run")
+
+
+class Broken(AssertionError):
+    """Something that must hold doesn't."""
+
+
+def case(name, *, short=True):
+    """Registers a function that tries one thing. It gets a `Trial` and returns what was seen, in a few words.
+
+    short: also part of the short form that runs before a change lands.
+    """
+    def register(function):
+        CASES.append(Case(name, short, function))
+        return function
+    return register
+
+
+def hold(condition, text):
+    if not condition:
+        raise Broken(text)
+
+
+def need(condition, text):
+    if not condition:
+        raise NotTried(text)
+
+
+class Daemon(tested.Daemon):
+    """The real daemon, and what must hold when a case is over."""
+    writes_failed = False  # by a case
+
+    def said(self):
+        """On stdout and stderr."""
+        return (self.folder / "out").read_bytes() + (self.folder / "err").read_bytes()
+
+    def check_log(self):
+        """Every line is one of ours, or goes on with a message of many lines: nothing from outside has broken one."""
+        if not self.log.is_file():
+            return
+        last = b""
+        for line in self.log.read_bytes().split(b"\n")[:-1]:
+            if LINE.match(line):
+                last = line
+            else:
+                hold(LONG.search(last), f"a malformed log line: {line[:120]!r}")
+
+    def check_evidence(self):
+        """Complete or absent; but where writes were made to fail, a file may lack what they would have written. A log that is
+        no file, such as a pipe, leaves an empty copy."""
+        folder = self.log.parent / "cvevents"
+        for path in sorted(folder.rglob("*")):
+            if path.is_dir():
+                hold(path.parent == folder and STAMP.fullmatch(path.name), f"a folder {path.name} among the evidence")
+                continue
+            own = {".cveventsdummy"} if path.parent == folder else {"cvconfig.json", self.log.name}
+            hold(path.name in own | REPORTS, f"{path.name} among the evidence")
+            if not self.writes_failed and (path.name != self.log.name or self.log.is_file()):
+                self.check_whole(path)
+
+    def check_whole(self, path):
+        content = path.read_bytes()
+        hold(bool(content) != (path.name == ".cveventsdummy"), f"{path.name} of {len(content)} bytes among the evidence")
+        if path.name == "cvdump.json":
+            with contextlib.suppress(ValueError):
+                return json.loads(content, strict=False)
+            raise Broken(f"half a report: {content[-80:]!r}")
+        hold(path.name != self.log.name or content.endswith(b"\n"), "a log that is cut among the evidence")
+
+    def check_all(self):
+        """Ends it, and sees that nothing is left but what should be."""
+        self.check_zombies()
+        self.end()
+        hold(eventually(lambda: not session(self.pid), 5), f"processes stayed behind: {session(self.pid)}")
+        self.check_log()
+        self.check_evidence()
+
+    def check_zombies(self):
+        zombies = [p for p in children(self.pid) if state_of(p) == "Z"]
+        hold(eventually(lambda: not [p for p in children(self.pid) if state_of(p) == "Z"], 3), f"zombies {zombies}")
+
+
+class Trial:
+    """One case's run: its folder, its daemons, its end."""
+
+    def __init__(self, short):
+        self.short = short
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="torture-"))
+        self.daemons = []
+        self.numbers = itertools.count(1)  # threads may share a trial
+
+    def daemon(self, *args, ready=True, before=None, **more):
+        """before: is called with its folder before it starts."""
+        folder = self.folder / str(next(self.numbers))
+        folder.mkdir()
+        if before:
+            before(folder)
+        daemon = Daemon(folder, *args, **more)
+        self.daemons.append(daemon)
+        if ready:
+            hold(daemon.alive(20), f"no answer after the start: {self.tail(daemon)}")
+        return daemon
+
+    @staticmethod
+    def tail(daemon):
+        return daemon.said()[-300:].decode(errors="replace").replace("\n", " | ")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        try:
+            for daemon in self.daemons if kind is None else []:
+                daemon.check_all()
+        finally:
+            for daemon in self.daemons:
+                daemon.kill()
+            shutil.rmtree(self.folder, ignore_errors=True)
