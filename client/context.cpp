@@ -13,7 +13,7 @@ namespace brumectl {
 
 namespace {
 
-/** All that somebody waits who has asked for help, or pressed Tab. */
+/** The longest wait after asking for help or pressing Tab. */
 constexpr int PATIENCE_MS = 300;
 
 }  // namespace
@@ -86,11 +86,11 @@ void Context::complain(const std::string& text) const {
     try {
         m_out.flush();
     } catch (const Failure&) {
-        // Told by whoever prints next; this text matters more.
+        // The next print reports this; the present text is more important.
     } catch (const Interrupted& e) {
-        if (e.signum() != SIGPIPE) throw;  // a reader who has seen enough hasn't seen this
+        if (e.signum() != SIGPIPE) throw;  // a reader who has seen enough of stdout hasn't seen this
     }
-    // Nobody is left to tell if this fails.
+    // There is nobody left to tell if this fails.
     fprintf(stderr, "%s\n", line.c_str());
 }
 

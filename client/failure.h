@@ -1,6 +1,6 @@
 #pragma once
-// How the program ends when it can't do what it was asked. One exception a kind of ending; main prints the
-// text to stderr and turns it into the exit status.
+// How the program ends when it can't do what it was asked: one exception class per kind. main prints the text
+// to stderr and derives the exit status.
 
 #include <stdexcept>
 #include <string>
@@ -9,7 +9,7 @@ namespace brumectl {
 
 enum exit_status_e {
     EXIT_OK = 0,
-    EXIT_ERROR = 1,  ///< the daemon's error reply, a reply that can't be read, a file that can't be used
+    EXIT_ERROR = 1,  ///< an error reply, an unreadable reply, a file that can't be used
     EXIT_USAGE = 2,
     EXIT_NO_DAEMON = 3,
     EXIT_TIMEOUT = 4,
@@ -26,19 +26,19 @@ class Failure : public std::runtime_error {
     exit_status_e m_status;
 };
 
-/** Nobody answers at the address; the text names it and the reason. */
+/** Nobody answers at the address; the text names the address and the reason. */
 class NoDaemon : public Failure {
  public:
     explicit NoDaemon(const std::string& text, bool denied = false)
         : Failure(text, EXIT_NO_DAEMON), m_denied(denied) {}
-    /** Somebody may be there whom this user may not ask. */
+    /** Whether somebody may be there whom this user may not contact. */
     bool is_denied() const { return m_denied; }
 
  private:
     bool m_denied;
 };
 
-/** The daemon ended a connection in the middle of an exchange. It may be gone. */
+/** The daemon closed a connection in the middle of an exchange. It may be gone. */
 class BrokenOff : public Failure {
  public:
     using Failure::Failure;
@@ -49,17 +49,17 @@ class TimedOut : public Failure {
     explicit TimedOut(const std::string& text) : Failure(text, EXIT_TIMEOUT) {}
 };
 
-/** What was typed can't be meant. */
+/** The command line makes no sense. */
 class Usage : public Failure {
  public:
     explicit Usage(const std::string& text) : Failure(text, EXIT_USAGE) {}
 };
 
-/** The daemon answered with an error. The text is its `specific_err`, else its general message. */
+/** The daemon replied with an error. The text is its `specific_err`, or else its general message. */
 class ErrorReply : public Failure {
  public:
     ErrorReply(int code, const std::string& text) : Failure(text), m_code(code) {}
-    /** JSON-RPC's, such as -32601 for an unknown method. */
+    /** The JSON-RPC code, such as -32601 for an unknown method. */
     int code() const { return m_code; }
 
  private:

@@ -17,13 +17,13 @@ constexpr int HELD[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 volatile sig_atomic_t g_signum = 0;
 int g_deferred = 0;
-sigset_t g_outside;  ///< the mask that the program was started with: holds none of HELD
+sigset_t g_outside;  ///< the mask that the program was started with, without the signals in HELD
 
 void remember(int signum) {
     g_signum = signum;
 }
 
-/** Signals that are pending but held run their handler now. */
+/** Runs the handlers of signals that are pending but blocked. */
 void let_in() {
     sigset_t held;
     pthread_sigmask(SIG_SETMASK, &g_outside, &held);

@@ -1,6 +1,7 @@
 #pragma once
-// Ctrl-C and its kin end every command in good order: they are blocked but while the program waits, and a
-// wait that one of them ends throws `Interrupted`, so that destructors remove what must not stay behind.
+// Makes Ctrl-C and similar signals end every command cleanly: they are blocked except while the program
+// waits, and a wait that one of them ends throws `Interrupted`, so that destructors remove whatever must not
+// stay behind.
 
 #include <poll.h>
 
@@ -9,7 +10,7 @@
 
 namespace brumectl {
 
-/** Not a Failure: nothing is printed. main ends the program by the signal itself, as a shell expects. */
+/** Not a Failure: nothing is printed. main ends the program with the signal itself, so that shells notice. */
 class Interrupted : public std::exception {
  public:
     explicit Interrupted(int signum) : m_signum(signum) {}
@@ -22,22 +23,27 @@ class Interrupted : public std::exception {
 
 namespace interrupt {
 
-/** SIGINT, SIGTERM, SIGHUP and SIGQUIT are held from here on. Call once, first thing in main. */
+/** Blocks SIGINT, SIGTERM, SIGHUP and SIGQUIT from here on. Call once, first thing in main. */
 void install();
-/** @throws Interrupted if one has arrived. For loops that work long without waiting. */
+/** Throws Interrupted if one has arrived. For loops that run for long without waiting. */
 void check();
-/** Whether `check` would throw. For where no exception can pass, such as a callback of a C library. */
+/**
+ * Whether `check` would throw. For code that exceptions can't pass through, such as a callback of a
+ * C library.
+ */
 bool pending() noexcept;
 /**
- * poll(2) during which signals may arrive. -1 ms waits for ever; a signal of another kind only makes it
- * return early. Gives the number of descriptors that are ready. @throws Interrupted
+ * poll(2) during which signals may arrive. -1 ms waits for ever; other signals only make it return early.
+ * Returns the number of ready descriptors. Throws Interrupted.
  */
 int wait(std::vector<pollfd>& fds, int timeout_ms);
-/** The same for one descriptor: ready to read? */
+/** Whether a single descriptor becomes ready to read. */
 bool wait_readable(int fd, int timeout_ms);
-/** What has arrived is dealt with: waits go on as if it hadn't. */
+/** Treats signals that have arrived as handled: later waits ignore them. */
 void forget();
-/** While one exists waits aren't ended: for a destructor's last requests, which bound their time themselves.
+/**
+ * During its lifetime, waits aren't interrupted: for a destructor's last requests, which limit their
+ * time themselves.
  */
 class Deferred {
  public:
@@ -46,7 +52,7 @@ class Deferred {
     Deferred& operator=(const Deferred&) = delete;
     ~Deferred();
 };
-/** Ends this process by `signum`, as if it had never been held. */
+/** Ends this process with `signum`, as if it had never been blocked. */
 [[noreturn]] void die_by(int signum);
 
 }  // namespace interrupt

@@ -10,15 +10,14 @@
 
 namespace {
 
-/** A standard stream that is closed must not become a socket of ours, which would be written to. */
+/** A closed standard stream must not be replaced by one of our sockets, which would then be written to. */
 void occupy_closed_streams() {
-    constexpr int USELESS[] = {O_WRONLY, O_RDONLY, O_RDONLY};  // each fails where it is used
+    constexpr int USELESS[] = {O_WRONLY, O_RDONLY, O_RDONLY};  // each fails when used
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
         if (fcntl(fd, F_GETFD) < 0) open("/dev/null", USELESS[fd]);
 }
 
-/** What was printed goes out, but isn't waited for: its reader may be what the user wants to get away from.
- */
+/** Flushes the output without waiting: the user may be trying to get away from its reader. */
 void flush_if_read() {
     pollfd out = {STDOUT_FILENO, POLLOUT, 0};
     if (poll(&out, 1, 0) > 0) fflush(stdout);

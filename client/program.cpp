@@ -62,7 +62,9 @@ void Program::complain_with_usage(const std::string& text) const {
             m_options.in_shell ? "" : "brumectl ", help.c_str());
 }
 
-/** Words of the engine's methods, if it was one that is missing, or a list of all. False: no more are known.
+/**
+ * Adds the words of the engine's methods if such a word is missing or all are to be listed. False if there
+ * are none.
  */
 bool Program::learn_missing(bool is_help) {
     if (!m_app->get_subcommands().empty()) return false;
@@ -97,7 +99,7 @@ void Program::parse(const std::vector<std::string>& words) {
     }
 }
 
-/** Help and version come as exceptions from the parser. */
+/** The parser reports help and version as exceptions. */
 void Program::carry_out(const std::vector<std::string>& words) {
     try {
         parse(words);
@@ -125,7 +127,8 @@ exit_status_e Program::run(const std::vector<std::string>& words) {
     } catch (const Interrupted&) {
         throw;
     } catch (const std::exception& e) {
-        // No memory, above all. Nothing else catches it, and uncaught it would leave temporary files behind.
+        // Out of memory, above all. Nothing else catches it, and uncaught it would leave temporary
+        // files behind.
         m_context.complain(e.what());
         return EXIT_ERROR;
     }

@@ -1,6 +1,6 @@
 #pragma once
-// The whole command line: options, words, and what is said about a line that can't be meant. Made anew for
-// each line, so that a shell's line leaves nothing behind for the next.
+// The whole command line: options, words, and complaints about lines that make no sense. Created anew for
+// each line, so that a line in the shell leaves nothing behind for the next.
 
 #include <memory>
 #include <string>
@@ -17,17 +17,19 @@ namespace brumectl {
 
 class Program {
  public:
-    /** `defaults`: options that hold where the line doesn't say otherwise. */
+    /** `defaults`: options that apply unless the line overrides them. */
     explicit Program(const Options& defaults = {});
     ~Program();
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /** Words without the program's name. Prints what goes wrong. @throws Interrupted, in the shell LeaveShell
+    /**
+     * Takes words without the program's name. Prints any errors. Throws Interrupted; in the
+     * shell, LeaveShell.
      */
     exit_status_e run(const std::vector<std::string>& words);
     const CLI::App& app() const { return *m_app; }
-    /** `app` knows the words of the loaded engine's methods, too, if these words make them needed. */
+    /** Adds the words of the loaded engine's methods to `app` if `before` makes them necessary. */
     void learn_words(const std::vector<std::string>& before);
 
  private:
@@ -39,7 +41,7 @@ class Program {
     Options m_options;
     Context m_context;
     std::unique_ptr<CLI::App> m_app;
-    std::string m_hint = {};  ///< why an unknown word may be one all the same
+    std::string m_hint = {};  ///< why an unknown word may be valid after all
 };
 
 }  // namespace brumectl

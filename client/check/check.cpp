@@ -27,10 +27,10 @@ struct CheckOptions {
     check::ToldBuild told = {};
 };
 
-/** One that hangs mustn't keep what needs no daemon. */
+/** A daemon that hangs must not hold up what needs none. */
 constexpr int MAX_ASKING_MS = 2000;
 
-/** What a daemon that answers tells about where the configurations are going to be used. */
+/** What a running daemon says about where the configurations will be used. */
 struct Place {
     check::JudgedBuild build = check::JudgedBuild::packaged();
     std::optional<check::DaemonUser> user = check::DaemonUser::of_service();
@@ -48,7 +48,7 @@ Place ask_place(Context& context, const check::ToldBuild& told) {
     } catch (const Usage&) {
         throw;
     } catch (const Failure&) {
-        // Nobody answers, or nobody of ours.
+        // No daemon answers, or it isn't one of ours.
     }
     if (told.any()) place.build = check::JudgedBuild::told(told);
     return place;
@@ -103,7 +103,7 @@ struct RunOptions {
     check::ToldBuild told = {};
 };
 
-/** What the daemon that is going to be asked can tell about itself. */
+/** Queries the daemon that will run the requests. */
 void ask_settings(Daemon& daemon, check::Settings& settings) {
     if (auto state = check::EngineStates::from_status(string_of(member_of(daemon.call("status"), "state"))))
         settings.state = *state;
@@ -111,7 +111,7 @@ void ask_settings(Daemon& daemon, check::Settings& settings) {
         if (name.isString()) settings.methods.push_back(name.asString());
 }
 
-/** Shows the reply of one request. @throws what Daemon::call throws */
+/** Shows the reply to one request. Throws what Daemon::call throws. */
 void ask(Context& context, const Json::Value& request, const std::string& method, const std::string& head) {
     if (context.json()) return context.ask_and_print_reply(method, request["params"], request["id"]);
     const Json::Value result = context.daemon().call(method, request["params"]);
@@ -120,7 +120,7 @@ void ask(Context& context, const Json::Value& request, const std::string& method
                         (nothing ? "" : harmless(corvo::json::write_styled(result), true)));
 }
 
-/** Shows why a request failed. With --json an error reply is there already, but not with --result. */
+/** Shows why a request failed. With --json an error reply has been printed already, but not with --result. */
 void tell_failure(Context& context, const Failure& failure, const std::string& head, bool is_reply) {
     if (!context.json())
         context.out().print(harmless(head) + context.out().paint(Terminal::RED, "failed") + ": " +
@@ -129,7 +129,7 @@ void tell_failure(Context& context, const Failure& failure, const std::string& h
         context.complain(head + failure.what());
 }
 
-/** False: it failed, by itself. @throws NoDaemon, TimedOut */
+/** Returns false if the request itself failed. Throws NoDaemon, TimedOut. */
 bool play(Context& context, const Json::Value& request, const std::string& title) {
     const std::string method = string_of(request["method"]);
     const std::string head = title + " " + method + ": ";

@@ -25,7 +25,7 @@ bool contains(const std::vector<std::string>& list, const std::string& word) {
     return std::find(list.begin(), list.end(), word) != list.end();
 }
 
-/** Byte at which a line and a column of the reader's own message stand. */
+/** Offset of a line and column from the reader's message. */
 size_t offset_of(const std::string& text, unsigned line, unsigned column) {
     size_t at = 0;
     for (; line > 1 && at != std::string::npos; --line)
@@ -33,7 +33,7 @@ size_t offset_of(const std::string& text, unsigned line, unsigned column) {
     return at + (column > 0 ? column - 1 : 0);
 }
 
-/** Behind blanks and comments. */
+/** Skips blanks and comments. */
 size_t skip_nothing(const std::string& text, size_t at) {
     for (;;) {
         at = std::min(text.find_first_not_of(" \t\r\n", at), text.size());
@@ -60,7 +60,9 @@ void ConfigCheck::run() {
 bool ConfigCheck::parse(Json::Value& root) {
     std::string error;
     if (corvo::json::parse(m_text, root, &error)) return true;
-    // "* Line 2, Column 9\n  text\n", then perhaps what follows from it.
+    // "* Line 2, Column 9
+    //   text
+    // ", possibly followed by consequential errors.
     unsigned line = 1;
     unsigned column = 1;
     int read = 0;
@@ -78,7 +80,7 @@ void ConfigCheck::check_end(const Json::Value& root) {
 void ConfigCheck::check_element(const Json::Value& element, bool in_batch) {
     if (element.isObject()) return check_request(element);
     if (!element.isArray() || in_batch)
-        return m_report.error(element, "a request is an object");  // null included: it would do nothing
+        return m_report.error(element, "a request is an object");  // including null, which would do nothing
     if (element.empty()) m_report.warning(element, "an empty batch does nothing");
     for (const Json::Value& request : element)
         check_element(request, true);
@@ -134,7 +136,7 @@ void ConfigCheck::check_method(const Json::Value& request, const std::string& na
 
 void ConfigCheck::check_unknown_method(const Json::Value& at, const std::string& name) {
     if (contains(m_settings.methods, name)) return;
-    // A library that is loaded by then may bring methods of its own, under its component's name.
+    // A library loaded by then may add methods under its component's name.
     const bool may_be_engines = m_states.state() != UNLOADED && name.find('.') != std::string::npos;
     if (may_be_engines)
         m_report.warning(at, "'" + name + "' is no method of the daemon; the engine may bring it");

@@ -1,6 +1,6 @@
 #pragma once
-// Judges a start-up configuration as the daemon would take it, without a daemon: the text, the shape of each
-// request, its parameters, and whether the engine is in the right state by then.
+// Checks a startup configuration against the daemon's rules, without a daemon: the text, the shape of each
+// request, its parameters, and whether the engine is in the right state at that point.
 
 #include <json/value.h>
 
@@ -16,19 +16,19 @@ namespace brumectl::check {
 
 struct Settings {
     Build build = {};
-    engine_state_e state = UNLOADED;  ///< the engine's before the first request
-    /** Methods of the daemon that is going to be asked; empty if there's none to ask. */
+    engine_state_e state = UNLOADED;  ///< the engine's state before the first request
+    /** Methods of the daemon that will run the requests; empty if there is none to query. */
     std::vector<std::string> methods = {};
 };
 
 class ConfigCheck {
  public:
-    /** All must outlive this. */
+    /** All arguments must outlive this object. */
     ConfigCheck(const std::string& text, const Settings& settings, Report& report)
         : m_text(text), m_settings(settings), m_report(report), m_states(settings.state) {}
 
     void run();
-    /** After `run`: the requests in their order, those of batches too. Empty for a text that is no array. */
+    /** After `run`: the requests in order, including those in batches. Empty if the text isn't an array. */
     const std::vector<Json::Value>& requests() const { return m_requests; }
 
  private:

@@ -23,7 +23,7 @@ std::string name_of(uid_t uid) {
     return user ? user->pw_name : std::to_string(uid);
 }
 
-/** The numbers behind "NAME:" in a process's status. */
+/** The numbers after "NAME:" in a process's status. */
 std::vector<unsigned> numbers_of(const std::string& status, const std::string& name) {
     std::vector<unsigned> numbers;
     const size_t at = status.find("\n" + name + ":");
@@ -46,7 +46,7 @@ std::string mode_text(const struct stat& info) {
     return std::string(" (mode ") + mode + ", of " + name_of(info.st_uid) + ")";
 }
 
-/** `wanted` as in the bits for others: S_IROTH or S_IXOTH. */
+/** `wanted` is given as the bit for others: S_IROTH or S_IXOTH. */
 bool allows(const struct stat& info, const DaemonUser& who, mode_t wanted) {
     if (info.st_uid == who.uid) return (info.st_mode & (wanted << 6)) != 0;
     const auto& groups = who.groups;
@@ -61,7 +61,7 @@ std::optional<DaemonUser> DaemonUser::of_process(pid_t pid) {
     const std::string proc = "/proc/" + std::to_string(pid);
     if (text_of(proc + "/comm") != std::string(DAEMON) + "\n") return std::nullopt;
     const std::string status = text_of(proc + "/status");
-    const std::vector<unsigned> uids = numbers_of(status, "Uid");  // real, effective, saved, of files
+    const std::vector<unsigned> uids = numbers_of(status, "Uid");  // real, effective, saved, file system
     const std::vector<unsigned> gids = numbers_of(status, "Gid");
     if (uids.size() != 4 || gids.size() != 4) return std::nullopt;
     DaemonUser found{name_of(uids.back()), uids.back(), {gids.back()}};

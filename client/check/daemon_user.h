@@ -1,6 +1,6 @@
 #pragma once
-// Whether the daemon's user may read a file that is a start-up configuration to be: one who may not is only
-// told in the log, and goes on without an engine.
+// Whether the daemon's user may read a startup configuration. If not, the daemon only logs that and continues
+// without an engine.
 
 #include <sys/types.h>
 
@@ -15,14 +15,14 @@ struct DaemonUser {
     uid_t uid = 0;
     std::vector<gid_t> groups = {};
 
-    /** As whom a process acts; nothing if it isn't a brumecpd of this machine, or can't be seen. */
+    /** The user of a process; empty if it isn't a brumecpd on this machine or can't be seen. */
     static std::optional<DaemonUser> of_process(pid_t pid);
-    /** The user whom the service runs as; nothing where that isn't installed. */
+    /** The user that the service runs as; empty if it isn't installed. */
     static std::optional<DaemonUser> of_service();
 
     /**
-     * Why it can't read the file, such as "can't enter /root (mode 0700, of root)"; empty if it can, or if
-     * that isn't for the modes to say (access lists).
+     * Why the user can't read the file, such as "can't enter /root (mode 0700, of root)"; empty if it can, or
+     * if the modes don't decide it (access lists).
      */
     std::string hindrance(const std::string& path) const;
 };

@@ -6,7 +6,7 @@ namespace brumectl::check {
 
 namespace {
 
-/** By engine_state_e, as `status` has it. */
+/** Indexed by engine_state_e; the texts of `status`. */
 constexpr const char* STATE_WORDS[] = {"not loaded", "deactivated", "activated", "activated (attached)"};
 
 constexpr const char* FINE = nullptr;
@@ -16,11 +16,11 @@ constexpr const char* LOADED_BEFORE = "the engine is loaded already";
 constexpr const char* ACTIVE_BEFORE = "the engine is active already";
 constexpr const char* STILL_ACTIVE = "the engine is active: 'deactivate' must come first";
 
-/** Both lists by the state before. */
+/** Both arrays are indexed by the state before. */
 struct Rule {
     const char* method;
     const char* refusal[4];
-    engine_state_e next[4];  ///< what a refused change was meant to reach counts as reached
+    engine_state_e next[4];  ///< a refused method counts as having had its intended effect
 };
 
 constexpr Rule RULES[] = {

@@ -1,5 +1,5 @@
 #pragma once
-// Which methods the engine's state allows, and where they lead: one table.
+// Which methods the engine's state allows, and which state they lead to: one table.
 
 #include <optional>
 #include <string>
@@ -11,12 +11,13 @@ enum engine_state_e : unsigned { UNLOADED = 0, LOADED, ACTIVE, ATTACHED };
 class EngineStates {
  public:
     explicit EngineStates(engine_state_e state = UNLOADED) : m_state(state) {}
-    /** The state that `status` tells in words. */
+    /** The state for the text shown by `status`. */
     static std::optional<engine_state_e> from_status(const std::string& words);
 
     /**
-     * Takes a method as done and gives why it would have been refused; empty if it is all right. A refused
-     * one still leads where it was meant to, so that one slip isn't told at each method behind it.
+     * Records a method as done and returns why it would have been refused; empty if it is allowed. A
+     * refused method still changes the state as intended, so that one mistake isn't reported for every
+     * method after it.
      */
     std::string follow(const std::string& method);
     engine_state_e state() const { return m_state; }

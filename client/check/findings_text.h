@@ -1,5 +1,5 @@
 #pragma once
-// Findings as a compiler prints them, or as JSON.
+// Formats findings like a compiler's messages, or as JSON.
 
 #include <json/value.h>
 
@@ -10,7 +10,7 @@
 
 namespace brumectl::check {
 
-/** "FILE:LINE:COL: error: text", a line each. */
+/** "FILE:LINE:COL: error: text", one per line. */
 std::string findings_text(const std::string& file, const Report& report, const Terminal& terminal);
 /** Appends objects with `file`, `line`, `column`, `severity`, `text`. */
 void append_json(const std::string& file, const Report& report, Json::Value& out);

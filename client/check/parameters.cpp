@@ -23,7 +23,7 @@ constexpr Kind KINDS[] = {
     {"integer", &Json::Value::isUInt64, "a whole number"},
 };
 
-/** By Json::ValueType. */
+/** Indexed by Json::ValueType. */
 constexpr const char* VALUE_WORDS[] = {"null",     "a number",  "a number", "a number",
                                        "a string", "a boolean", "an array", "an object"};
 
@@ -42,7 +42,7 @@ bool holds(const Json::Value& list, const Json::Value& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
-/** Walks a value along its schema. The schema bounds how deep it goes. */
+/** Walks a value along its schema, which limits the depth. */
 class SchemaCheck {
  public:
     SchemaCheck(const std::string& method, Report& report) : m_method(method), m_report(report) {}
@@ -87,10 +87,10 @@ class SchemaCheck {
                          : VALUE_WORDS[value.type()]));
             return false;
         }
-        return true;  // anything may stand here
+        return true;  // any value is allowed here
     }
 
-    /** The kind of object that one of its words picks; null where there is no choice. */
+    /** The kind of object selected by one of its words; null if there is no choice. */
     static const Json::Value* variant_of(const Json::Value& value, const Json::Value& schema) {
         for (const Json::Value& variant : schema["oneOf"]) {
             for (const std::string& name : variant["properties"].getMemberNames()) {
@@ -108,7 +108,7 @@ class SchemaCheck {
         std::vector<std::string> known;
         members(value, schema, path, severity, known);
         if (variant) members(value, *variant, path, severity, known);
-        // Without its word there is no telling what else belongs to it.
+        // Without that word, the other members can't be checked.
         if (schema.isMember("oneOf") && !variant) return;
         for (const std::string& name : value.getMemberNames())
             if (std::find(known.begin(), known.end(), name) == known.end())
@@ -155,7 +155,7 @@ void check_parameters(const Method& method, const Json::Value& request, const Bu
         const Json::Value& when = *parameter.required_when;
         const bool needed = is_needed(parameter, params);
         if (!value.isNull()) {
-            // What isn't asked for is mostly not read either: worth a word, but no reason for a refusal.
+            // Parameters that aren't needed are mostly not read either: worth a warning, but not an error.
             check.value(value, *parameter.schema, parameter.name, when.isNull() || needed ? ERROR : WARNING);
         } else if (needed) {
             report.error(at, method.name + ": " + quoted(parameter.name) + " is missing" +

@@ -1,6 +1,6 @@
 #pragma once
-// One method's parameters against its description: missing, of a wrong kind, out of range, unknown. A null
-// counts as absent, and whole numbers may be written as reals, as the daemon has it.
+// Checks one method's parameters against its description: missing, of the wrong type, out of range, unknown.
+// As in the daemon, null counts as absent, and whole numbers may be written as reals.
 
 #include "client/check/report.h"
 #include "client/text/method_table.h"
@@ -8,7 +8,7 @@
 
 namespace brumectl::check {
 
-/** `request` holds the member `params`, an object, or null. */
+/** `request` holds the member `params`, an object or null. */
 void check_parameters(const Method& method, const Json::Value& request, const Build& build, Report& report);
 
 }  // namespace brumectl::check

@@ -33,7 +33,7 @@ size_t Report::name_before(size_t offset) const {
     };
     auto step_over = [&](char c) { return at > 0 && m_text[at - 1] == c && at-- > 0; };
     skip_blanks();
-    if (!step_over(':')) return offset;  // a comment stands between
+    if (!step_over(':')) return offset;  // a comment is in between
     skip_blanks();
     if (!step_over('"')) return offset;
     while (at-- > 0) {

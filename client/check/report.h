@@ -1,6 +1,6 @@
 #pragma once
-// What is found wrong in a text, each with its place. Findings keep the text's order of lines when they are
-// asked for, whatever the order in which the checks ran.
+// The problems found in a text, each with its place. They are returned in the order of their lines, whatever
+// the order of the checks.
 
 #include <json/value.h>
 
@@ -15,12 +15,12 @@ enum severity_e { WARNING, ERROR };
 const char* severity_word(severity_e severity);
 
 struct Finding {
-    size_t offset = 0;  ///< of the text, bytes
+    size_t offset = 0;  ///< in the text, bytes
     severity_e severity = ERROR;
-    std::string text = {};  ///< may quote the file: not yet fit for a terminal
+    std::string text = {};  ///< may quote the file, so isn't yet safe for a terminal
 };
 
-/** From 1 on, as editors count: columns are characters, not bytes. */
+/** Counted from 1, as editors do; columns are characters, not bytes. */
 struct Place {
     size_t line = 1;
     size_t column = 1;
@@ -28,7 +28,9 @@ struct Place {
 
 class Report {
  public:
-    /** More than these are counted but not kept: a file of another kind has one at every value. */
+    /**
+     * Findings beyond this number are counted but not kept: a file of another kind has one at every value.
+     */
     static constexpr size_t MAX_KEPT = 1000;
 
     /** `text` must outlive the report. */
@@ -38,10 +40,10 @@ class Report {
     /** At a value that was parsed from the text. */
     void error(const Json::Value& at, std::string text) { add(ERROR, offset_of(at), std::move(text)); }
     void warning(const Json::Value& at, std::string text) { add(WARNING, offset_of(at), std::move(text)); }
-    /** At the name of a member with this value, where the name stands right before it. */
+    /** At the name of the member with this value, if the name comes right before it. */
     void warning_at_name(const Json::Value& value, std::string text);
 
-    /** By their place. */
+    /** Sorted by place. */
     std::vector<Finding> findings() const;
     size_t count(severity_e severity) const { return m_counts[severity]; }
     Place place(size_t offset) const;
@@ -51,7 +53,7 @@ class Report {
     size_t name_before(size_t offset) const;
 
     const std::string& m_text;
-    std::vector<size_t> m_lines;  ///< where each begins
+    std::vector<size_t> m_lines;  ///< where each line begins
     std::vector<Finding> m_findings;
     size_t m_counts[2] = {};
 };

@@ -12,7 +12,7 @@ namespace {
 constexpr unsigned MAX_DP_WORKERS = 128;
 constexpr unsigned MAX_COFFEE_ARGS = 8;
 
-/** As the daemon reads an address: blanks in front, a sign and 0x are fine. */
+/** As the daemon reads an address: leading blanks, a sign and 0x are allowed. */
 bool is_hex(const std::string& text) {
     try {
         size_t consumed = 0;
@@ -56,7 +56,7 @@ struct Words {
     std::vector<std::string> words;
 };
 
-/** The words of `op` and `sev` differ by `cmd`. */
+/** The words for `op` and `sev` depend on `cmd`. */
 void check_notification_words(const Json::Value& params, const Build&, Report& report) {
     static const std::vector<Words> WORDS = {
         {"log", "op", {"show", "clear"}},

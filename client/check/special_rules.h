@@ -1,5 +1,5 @@
 #pragma once
-// What methods ask of their parameters that a schema can't say.
+// Rules for methods' parameters that a schema can't express.
 
 #include <string>
 
@@ -7,7 +7,7 @@
 
 namespace brumectl::check {
 
-/** `params` is an object. What has a wrong type is left to the schema's check. */
+/** `params` must be an object. Wrong types are left to the schema's check. */
 void check_special_rules(const std::string& method, const Json::Value& params, const Build& build,
                          Report& report);
 

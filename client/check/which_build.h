@@ -1,6 +1,6 @@
 #pragma once
-// For which build of the daemon a configuration is judged, and how that is known: told, asked, or as
-// packaged.
+// Which build of the daemon a configuration is checked against, and how that is known: from an option, from
+// the daemon, or from the package.
 
 #include <string>
 
@@ -16,7 +16,7 @@ class Daemon;
 
 namespace brumectl::check {
 
-/** What the options say. At most one of them. */
+/** Set by options; at most one of them. */
 struct ToldBuild {
     bool slave_mode = false;
     bool standalone = false;
@@ -32,7 +32,10 @@ struct JudgedBuild {
 
     static JudgedBuild told(const ToldBuild& told);
     static JudgedBuild packaged();
-    /** As packaged where the daemon doesn't show it. @throws what Daemon::call throws but ErrorReply */
+    /**
+     * Falls back to the packaged build if the daemon doesn't show its own. Throws what Daemon::call throws,
+     * except ErrorReply.
+     */
     static JudgedBuild asked(Daemon& daemon);
 };
 

@@ -21,10 +21,10 @@ namespace {
 
 constexpr size_t BUFFER_BYTES = 256UL * 1024;
 constexpr int IDLE_MS = 20000;
-/** zlib's: the largest window, and gzip's header. */
+/** zlib's codes for the largest window and gzip's header. */
 constexpr int GZIP_WINDOW = 15 + 16;
 
-/** What lies behind a stream that can't be the descriptor's own: bytes that come slowly, or packed. */
+/** The source of a stream that can't use the descriptor directly: bytes that arrive slowly, or compressed. */
 class Unpacker {
  public:
     Unpacker(corvo::UniqueFd fd, bool may_wait, const std::function<void()>& idle)
@@ -35,7 +35,7 @@ class Unpacker {
         if (m_is_gzip) inflateEnd(&m_zlib);
     }
 
-    /** Looks at the first bytes. @throws Failure, Interrupted */
+    /** Examines the first bytes. Throws Failure, Interrupted. */
     void begin() {
         while (m_zlib.avail_in < 2) {
             const ssize_t got = fetch();
@@ -51,9 +51,9 @@ class Unpacker {
     bool is_gzip() const { return m_is_gzip; }
     int release() { return m_fd.release(); }
 
-    /** As read(2). No exception passes the C library that calls this. */
+    /** Like read(2). No exception may pass the C library that calls this. */
     ssize_t read(char* to, size_t size) {
-        // libpcap may ask again and again before it gives a packet.
+        // libpcap may read several times before it returns a packet.
         if (interrupt::pending()) return -1;
         size = std::min<size_t>(size, 1 << 30);
         return m_is_gzip ? unpack(to, size) : copy(to, size);
@@ -66,12 +66,12 @@ class Unpacker {
                 if (m_idle) m_idle();
             return true;
         } catch (const std::exception&) {
-            errno = EINTR;  // whoever asked looks for the interrupt itself
+            errno = EINTR;  // the caller checks for the interrupt itself
             return false;
         }
     }
 
-    /** More bytes behind those that are left; 0 at the end. */
+    /** Reads more bytes after the remaining ones; 0 at the end. */
     ssize_t fetch() {
         if (m_zlib.avail_in > 0) memmove(m_packed.data(), m_zlib.next_in, m_zlib.avail_in);
         m_zlib.next_in = m_packed.data();
@@ -94,7 +94,9 @@ class Unpacker {
         return static_cast<ssize_t>(count);
     }
 
-    /** A fault is an error of the stream: what is cut would look like the capture's end otherwise. */
+    /**
+     * Corrupt data is an error of the stream; otherwise truncation would look like the end of the capture.
+     */
     ssize_t unpack(char* to, size_t size) {
         m_zlib.next_out = reinterpret_cast<unsigned char*>(to);
         m_zlib.avail_out = static_cast<unsigned>(size);
@@ -105,7 +107,7 @@ class Unpacker {
                 if (got == 0 && m_is_between) return 0;
                 if (got == 0) return fault();
             }
-            if (m_is_between && m_zlib.next_in[0] != 0x1f) return 0;  // padding behind the last member
+            if (m_is_between && m_zlib.next_in[0] != 0x1f) return 0;  // padding after the last member
             m_is_between = false;
             const int rc = inflate(&m_zlib, Z_NO_FLUSH);
             if (rc != Z_OK && rc != Z_STREAM_END) return fault();
@@ -124,7 +126,7 @@ class Unpacker {
     std::vector<unsigned char> m_packed;
     z_stream m_zlib = {};
     bool m_is_gzip = false;
-    bool m_is_between = false;  ///< one gzip member has ended, the next may follow
+    bool m_is_between = false;  ///< a gzip member has ended, another may follow
 };
 
 corvo::UniqueFile stream_of(std::unique_ptr<Unpacker> unpacker) {
@@ -143,7 +145,7 @@ corvo::UniqueFile stream_of(std::unique_ptr<Unpacker> unpacker) {
 }
 
 corvo::UniqueFd open_bytes(const std::string& path) {
-    // Not waiting: the far end of a named pipe may never show up.
+    // Non-blocking: the other end of a named pipe may never appear.
     corvo::UniqueFd fd(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                                    : ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (!fd) throw Failure(strerror(errno));

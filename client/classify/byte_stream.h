@@ -1,6 +1,6 @@
 #pragma once
-// The bytes of a capture: of a file, a pipe or standard input, unpacked where they are packed by gzip, as a
-// stream for libpcap. Waiting for a pipe ends with Ctrl-C.
+// The bytes of a capture from a file, a pipe or standard input, decompressed if they are in gzip format, as a
+// stream for libpcap. Ctrl-C ends waiting for a pipe.
 
 #include <cstdint>
 #include <functional>
@@ -12,12 +12,12 @@ namespace brumectl {
 
 struct ByteStream {
     corvo::UniqueFile file = {};
-    std::string path = {};  ///< under which it can be opened once more, from its begin; empty: never
-    uint64_t size = 0;      ///< as it lies there, packed or not; 0 if that isn't known
+    std::string path = {};  ///< for opening it again from the start; empty if that isn't possible
+    uint64_t size = 0;      ///< as stored, compressed or not; 0 if unknown
 
     /**
-     * `path` "-" is standard input. `idle` is called about every 20 seconds while a pipe says nothing.
-     * @throws Failure, Interrupted
+     * `path` "-" is standard input. `idle` is called about every 20 seconds while a pipe is silent.
+     * Throws Failure, Interrupted.
      */
     static ByteStream open(const std::string& path, const std::function<void()>& idle);
 };

@@ -47,7 +47,7 @@ CapturePath::~CapturePath() {
         m_daemon.set_timeout_ms(CLOSE_TIMEOUT_MS);
         m_daemon.call("flows.close", params());
     } catch (const std::exception&) {
-        // Gone, or too busy to answer: then the request waits in its queue, or the path ends of disuse.
+        // The daemon is gone, or too busy to reply: then the request is in its queue, or the path expires.
     }
     m_daemon.set_timeout_ms(timeout_ms);
 }

@@ -1,6 +1,6 @@
 #pragma once
-// A data path of the engine for one capture alone: its flows are seen by nobody else and see nobody else's.
-// There are engines that have no such thing; `is_known` tells.
+// A data path of the engine for a single capture: its flows are isolated from all others. Not every engine
+// has such paths; see `is_known`.
 
 #include <json/value.h>
 
@@ -14,32 +14,35 @@ namespace brumectl {
 
 class CapturePath {
  public:
-    /** The engine that is loaded has them, and methods that tell flows. @throws as Daemon::call */
+    /** Whether the loaded engine has such paths, and methods that report flows. Throws like Daemon::call. */
     static bool is_known(Daemon& daemon);
 
     /** `guess`: flows that were never named count under a guess by port or address. */
     CapturePath(Daemon& daemon, bool guess);
     CapturePath(const CapturePath&) = delete;
     CapturePath& operator=(const CapturePath&) = delete;
-    /** Ends it. */
+    /** Ends the path. */
     ~CapturePath();
 
     const std::string& name() const { return m_name; }
-    /** It comes with the first push, whatever comes of that. */
+    /** Call before each push: the first one creates the path, even if it then fails. */
     void pushed() { m_may_exist = true; }
     bool may_exist() const { return m_may_exist; }
-    /** It was this path that took the packets so far. @throws Failure if it was another; as Daemon::call */
+    /**
+     * Checks that this same path has received all packets so far. Throws Failure if it was another; also
+     * like Daemon::call.
+     */
     void check();
-    /** Keeps it from ending of disuse; what goes wrong shows with the next request. */
+    /** Keeps the path from expiring; errors show up with the next request. */
     void keep();
-    /** All flows have got their last class: what `flows.summary` answers. @throws as `check` */
+    /** Gives all flows their final class and returns the reply of `flows.summary`. Throws like `check`. */
     Json::Value finish();
 
-    /** False: no more of them. */
+    /** Returns false to stop. */
     using Take = std::function<bool(const Json::Value&)>;
-    /** The flows, those with the most bytes first. @throws as Daemon::call */
+    /** Lists the flows, largest first by bytes. Throws like Daemon::call. */
     void list_flows(const Take& take);
-    /** The addresses, likewise. */
+    /** Lists the addresses, likewise. */
     void list_hosts(const Take& take);
 
  private:
@@ -51,7 +54,7 @@ class CapturePath {
     bool m_guess;
     std::string m_name;
     bool m_may_exist = false;
-    uint64_t m_instance = 0;  ///< 0: not known yet
+    uint64_t m_instance = 0;  ///< 0 if unknown
 };
 
 }  // namespace brumectl

@@ -32,7 +32,7 @@ using Pcap = std::unique_ptr<pcap_t, PcapCloser>;
 /** A compiled filter. */
 class Filter {
  public:
-    /** @throws Usage */
+    /** Throws Usage. */
     Filter(pcap_t* pcap, const std::string& text) : m_is_set(!text.empty()) {
         if (m_is_set && pcap_compile(pcap, &m_program, text.c_str(), 1, PCAP_NETMASK_UNKNOWN) != 0)
             throw Usage("bad filter '" + text + "': " + pcap_geterr(pcap));
@@ -63,7 +63,8 @@ class PcapSource : public CaptureSource {
     int link() const override { return m_link; }
 
     double progress() const override {
-        // Not `ftello`, which takes a system call: the descriptor's own place is a buffer ahead.
+        // `ftello` would cost a system call to flush; the descriptor's own position is at most a
+        // buffer ahead.
         const int fd = m_size > 0 ? fileno(pcap_file(m_pcap.get())) : -1;
         const off_t at = fd >= 0 ? lseek(fd, 0, SEEK_CUR) : 0;
         return at > 0 ? std::min(1.0, static_cast<double>(at) / static_cast<double>(m_size)) : 0;
@@ -96,7 +97,10 @@ class PcapSource : public CaptureSource {
 
 class ErfSource : public CaptureSource {
  public:
-    /** Null for a file that isn't ERF. One without a whole record passes for it elsewhere. */
+    /**
+     * Null if the file isn't ERF. Stricter than the reader itself, which accepts a file without a
+     * complete record.
+     */
     static std::unique_ptr<ErfSource> open(const std::string& path, const std::string& filter) {
         corvo::FilePtr file = corvo::open_to_read(path.c_str());
         corvo::wtap context{.file = file.get()};
@@ -176,7 +180,7 @@ std::unique_ptr<CaptureSource> CaptureSource::open(const std::string& path, cons
         if (erf) return erf;
         throw Failure(std::string("no capture that can be read: ") + error);
     }
-    static_cast<void>(stream.file.release());  // it went over to libpcap
+    static_cast<void>(stream.file.release());  // libpcap owns it now
     const int link = pcap_datalink(pcap.get());
     if (!link_layer::is_known(link)) {
         const char* name = pcap_datalink_val_to_description(link);

@@ -1,6 +1,6 @@
 #pragma once
-// The frames of a capture of any format that libpcap reads, plain or packed by gzip, and of ERF, as they lie
-// there. The file may be hostile.
+// The unmodified frames of a capture in any format that libpcap reads, plain or gzipped, or in ERF. The file
+// may be hostile.
 
 #include <cstdint>
 #include <functional>
@@ -11,22 +11,22 @@ namespace brumectl {
 
 /** A frame of a capture. */
 struct RawFrame {
-    const unsigned char* bytes = nullptr;  ///< valid until the next one is read
-    uint32_t held = 0;                     ///< so many bytes of it are there, never more than `len`
+    const unsigned char* bytes = nullptr;  ///< valid until the next frame is read
+    uint32_t held = 0;                     ///< captured bytes, never more than `len`
     uint32_t len = 0;                      ///< on the wire
-    uint64_t usec = 0;                     ///< of the epoch
+    uint64_t usec = 0;                     ///< microseconds since the Epoch
 };
 
 class CaptureSource {
  public:
     struct Setup {
-        std::string filter = {};          ///< a BPF expression as tcpdump takes it; empty for all frames
+        std::string filter = {};          ///< a BPF expression in tcpdump's syntax; empty for all frames
         std::function<void()> idle = {};  ///< see ByteStream
     };
 
     /**
      * `path` "-" is standard input.
-     * @throws Failure for a file that can't be read, Usage for a bad filter, Interrupted
+     * Throws Failure for a file that can't be read, Usage for a bad filter, Interrupted.
      */
     static std::unique_ptr<CaptureSource> open(const std::string& path, const Setup& setup);
     CaptureSource() = default;
@@ -34,11 +34,11 @@ class CaptureSource {
     CaptureSource& operator=(const CaptureSource&) = delete;
     virtual ~CaptureSource() = default;
 
-    /** False at the end, and where the file is damaged. @throws Interrupted */
+    /** Returns false at the end, and where the file is damaged. Throws Interrupted. */
     virtual bool next(RawFrame& frame) = 0;
-    /** Link type of the frames, a DLT_ value of libpcap. */
+    /** The frames' link type, a DLT_ value of libpcap. */
     virtual int link() const = 0;
-    /** Share of the file that has been read, 0 to 1; 0 if that isn't known. */
+    /** Fraction of the file that has been read, 0 to 1; 0 if unknown. */
     virtual double progress() const = 0;
     /** Why the frames ended before the file did; empty if they didn't. */
     const std::string& damage() const { return m_damage; }

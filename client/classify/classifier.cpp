@@ -21,13 +21,13 @@ namespace brumectl {
 
 namespace {
 
-/** Also what the daemon keeps of a piece while it works on it. */
+/** Also limits what the daemon keeps of a piece while it works on it. */
 constexpr uint64_t MOST_BYTES = 4UL * 1024 * 1024;
 constexpr size_t FIRST_FRAMES = 1000, MOST_FRAMES = 20000;
-/** An answer with all packets has to fit into one datagram of 8 MiB; one takes some 450 bytes there. */
+/** A reply with all packets has to fit in a datagram of 8 MiB; a packet takes about 450 bytes there. */
 constexpr size_t FIRST_PACKETS = 200, MOST_PACKETS = 2000;
 
-/** The engine's errors, and what they say of a packet. */
+/** The engine's errors, and what they say about a packet. */
 constexpr struct {
     const char* name;
     const char* text;
@@ -38,7 +38,7 @@ constexpr struct {
 };
 constexpr const char* BROKEN = "IP headers that can't be";
 
-/** Empty for what has no place in a folder, such as a pipe. @throws Failure if there's nothing */
+/** Empty for something without a place in a folder, such as a pipe. Throws Failure if it doesn't exist. */
 std::string absolute_path(const std::string& file) {
     char path[PATH_MAX];
     if (realpath(file.c_str(), path)) return path;
@@ -47,7 +47,7 @@ std::string absolute_path(const std::string& file) {
     return {};
 }
 
-/** The daemon's words for a file that it can't open, or doesn't know the format of. */
+/** The daemon's text for a file that it can't open or whose format it doesn't know. */
 bool is_unseen(const ErrorReply& error) {
     return strstr(error.what(), "not found or wrong format") != nullptr;
 }
@@ -59,7 +59,7 @@ Volume volume_of(const Json::Value& protocol) {
 
 }  // namespace
 
-/** One file. */
+/** The work on one file. */
 class Classifier::Work {
  public:
     Work(Classifier& owner, FileResult& result)
@@ -97,7 +97,7 @@ class Classifier::Work {
             const size_t frames = m_options.packets ? m_piece.size() : m_writer.frames();
             if (frames < m_pace.frames() && m_writer.bytes() < MOST_BYTES) continue;
             push_piece(source);
-            // Only what comes behind a first piece can go to another path that has taken its name.
+            // Only pieces after the first can reach another path that has taken over the name.
             if (m_own && m_result.pieces == 1) m_own->check();
         }
         if (m_writer.frames() > 0 || !m_piece.empty() || m_result.pieces == 0) push_piece(source);
@@ -203,7 +203,7 @@ class Classifier::Work {
         if (m_hooks.flows) m_hooks.flows(*m_own);
     }
 
-    /** What is in no flow: what the daemon didn't show the engine, and what the engine refused. */
+    /** Counts packets that are in no flow: those not passed to the engine, and those that it refused. */
     void count_errors(const Json::Value& errors, const Volume& counted, const Volume& pushed) {
         const auto above = [](uint64_t more, uint64_t less) { return more > less ? more - less : 0; };
         Tally& tally = m_result.tally;

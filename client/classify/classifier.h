@@ -1,5 +1,5 @@
 #pragma once
-// Takes capture files through the daemon's engine, a piece at a time, and sums up what it says of them.
+// Passes capture files through the daemon's engine piece by piece and sums up the results.
 
 #include <json/value.h>
 
@@ -21,11 +21,12 @@ namespace brumectl {
 struct ClassifyOptions {
     uint32_t ns_id = 0;
     std::string dpaddr = {};
-    std::string filter = {};  ///< BPF; empty: everything
-    bool reset = true;        ///< the engine forgets its flows before each file
-    bool flows = false;  ///< on a path of the capture's own, which tells them; then the two above don't count
-    bool guess = true;   ///< flows that were never named count under a guess
-    bool packets = false;  ///< each with its own answer
+    std::string filter = {};  ///< BPF; empty for everything
+    bool reset = true;        ///< whether the engine forgets its flows before each file
+    bool flows =
+        false;  ///< use a separate data path, which reports flows; the two settings above are then ignored
+    bool guess = true;     ///< flows that were never named count under a guess
+    bool packets = false;  ///< request a result for each packet
 };
 
 struct FileResult {
@@ -33,25 +34,25 @@ struct FileResult {
     Tally tally = {};
     Course course = {};  ///< only with `packets`
     bool has_flows = false;
-    uint64_t evicted = 0;  ///< flows that were forgotten before their end
+    uint64_t evicted = 0;  ///< flows forgotten before they ended
     uint64_t pieces = 0;
-    uint64_t padded = 0;     ///< frames that the capture had cut; zeros stand for what is lost
-    uint64_t strays = 0;     ///< packets of the answers that no frame of the file fits
-    std::string error = {};  ///< empty: the whole file was classified
-    // Some of what the engine lists, for whoever shows it: the ones with the most bytes.
+    uint64_t padded = 0;     ///< frames truncated by the capture, padded with zeros
+    uint64_t strays = 0;     ///< packets in the replies that match no frame of the file
+    std::string error = {};  ///< empty if the whole file was classified
+    // Some of the engine's lists, for display: the largest by bytes.
     std::vector<Json::Value> flows = {};
     std::vector<Json::Value> hosts = {};
 };
 
 class Classifier {
  public:
-    /** What happens on the way; each may be empty. */
+    /** Called along the way; each may be empty. */
     struct Hooks {
-        /** Share of the file that is done, 0 to 1. */
+        /** Fraction of the file that is done, 0 to 1. */
         std::function<void(double)> progress = {};
-        /** A piece with the answers for its frames, valid during the call. `start_usec` is the file's. */
+        /** A piece with the results for its frames, valid during the call. `start_usec` is the file's. */
         std::function<void(const Piece&, uint64_t start_usec)> piece = {};
-        /** All flows are there to be listed. */
+        /** All flows are ready to be listed. */
         std::function<void(CapturePath&)> flows = {};
     };
 
@@ -59,9 +60,9 @@ class Classifier {
         : m_daemon(daemon), m_copies(copies), m_options(std::move(options)), m_hooks(std::move(hooks)) {}
 
     /**
-     * `file` "-" is standard input. What is wrong with the file, or what the daemon has against it, is in the
-     * result, next to what was found up to there. @throws NoDaemon, TimedOut, Usage for the filter,
-     * Interrupted
+     * `file` "-" is standard input. Problems with the file, and the daemon's objections to it, are reported
+     * in the result, together with what was found up to there. Throws NoDaemon, TimedOut, Usage for the
+     * filter, Interrupted.
      */
     FileResult run(const std::string& file);
 

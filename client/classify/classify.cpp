@@ -43,7 +43,7 @@ constexpr const char* FOOTER =
     "  not_decoded   {packets, bytes, reasons: {NAME: packets}}\n"
     "  packets       with --packets: the daemon's for all files that have a class, unchanged";
 
-/** Rows of a report; a browser takes more, its reader doesn't. */
+/** Rows of a report: browsers can handle more, readers can't. */
 constexpr size_t REPORTED_FLOWS = 100, REPORTED_HOSTS = 50;
 
 struct Arguments {
@@ -60,7 +60,10 @@ struct Arguments {
     bool lists() const { return flows || hosts || !csv.empty(); }
 };
 
-/** Parts of the JSON document until it is written: they may be long, and half a document is none. */
+/**
+ * Holds parts of the JSON document until it is written: they may be long, and half a document must not
+ * be printed.
+ */
 class Spool {
  public:
     void put(const std::string& text) {
@@ -80,7 +83,7 @@ class Spool {
     corvo::UniqueFile m_file = nameless_file();
 };
 
-/** A list of the JSON document, in a spool. */
+/** A list in the JSON document, kept in a spool. */
 class SpooledList {
  public:
     SpooledList(Spool& spool, bool indented) : m_spool(spool), m_indented(indented) {}
@@ -137,7 +140,7 @@ class Run {
             throw Usage(
                 "flows are told of a path of the capture's own only: not with --dpaddr or --no-reset");
         options.flows = !is_shared && CapturePath::is_known(m_context.daemon());
-        // A page has its charts from packets: only they have times.
+        // The charts of a page are made from packets, as only those have times.
         options.packets = m_arguments.packets || m_report || !options.flows;
         if (!options.flows && !is_shared && (m_arguments.lists() || !m_context.json()))
             tell(
@@ -193,7 +196,7 @@ class Run {
                 if (show) show(flow);
                 if (m_csv) m_csv->write(flow_text::csv_row(file, flow));
                 if (m_report && m_listed.flows.size() < REPORTED_FLOWS) m_listed.flows.push_back(flow);
-                // Of a page alone, these are all.
+                // If only the page needs them, no more are required.
                 return show || m_csv || m_listed.flows.size() < REPORTED_FLOWS;
             });
             end_list();
@@ -210,7 +213,7 @@ class Run {
         }
     }
 
-    /** What shows a row; nothing if the list isn't to be shown. */
+    /** Returns what shows a row; empty if the list isn't to be shown. */
     std::function<void(const Json::Value&)> start_list(const char* name, const std::string& file,
                                                        bool is_shown, std::string (*columns)(const Terminal&),
                                                        std::string (*row)(const Json::Value&)) {
@@ -259,7 +262,7 @@ class Run {
         m_context.complain(text);
     }
 
-    /** A fault of the only file ends the program by itself; of several, each is told. */
+    /** With a single file, an error ends the program; with several, each error is reported. */
     void complain() {
         size_t faulty = 0;
         std::string last;
@@ -281,15 +284,15 @@ class Run {
     Progress m_progress;
     Copies m_copies;
     ClassifyOptions m_options;
-    std::optional<Spool> m_files = {};  ///< of the document, if they hold lists
+    std::optional<Spool> m_files = {};  ///< of the document, if they contain lists
     std::optional<Spool> m_packets = {};
     std::optional<SpooledList> m_packet_list = {};
     std::unique_ptr<PlacedFile> m_csv;
     std::unique_ptr<PlacedFile> m_report;
     std::vector<FileResult> m_results;
-    // Of the file at hand:
-    bool m_is_first = true;  ///< nothing of it has been shown
-    bool m_in_list = false;  ///< of the document
+    // State of the current file:
+    bool m_is_first = true;  ///< nothing of it has been shown yet
+    bool m_in_list = false;  ///< in the document
     struct {
         std::vector<Json::Value> flows = {};
         std::vector<Json::Value> hosts = {};

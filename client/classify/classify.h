@@ -1,5 +1,5 @@
 #pragma once
-// What is in capture files: `classify FILE…`.
+// `classify FILE…`: shows what is in capture files.
 
 namespace CLI {
 class App;

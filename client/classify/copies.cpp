@@ -73,7 +73,7 @@ void Copies::write(uint64_t offset, const unsigned char* bytes, size_t size) con
     }
 }
 
-// Pages that are kept cost less than new ones.
+// Truncates afterwards because reused pages cost less than new ones.
 void Copies::finish(uint64_t size) {
     const int fd = m_named ? m_named->fd() : m_nameless.get();
     if (size < m_size && ftruncate(fd, static_cast<off_t>(size)) != 0)

@@ -1,6 +1,6 @@
 #pragma once
-// Where the daemon reads what of a capture is pushed next: one file that is written again and again. Nobody
-// who couldn't read the capture can read it but the daemon, or the user is told before.
+// The file from which the daemon reads the next piece of a capture, rewritten for each piece. Nobody but the
+// daemon can read it who couldn't read the capture, or else the user is warned first.
 
 #include <cstdint>
 #include <functional>
@@ -18,18 +18,27 @@ class Copies {
  public:
     using Tell = std::function<void(const std::string&)>;
 
-    /** Asks the daemon nothing before the first of the calls below. Both must outlive this. */
+    /** Sends the daemon no request until one of the calls below. Both arguments must outlive this object. */
     Copies(Daemon& daemon, Tell tell) : m_daemon(daemon), m_tell(std::move(tell)) {}
 
-    /** For parts of this capture (empty: nobody can open it by a name). @throws as Daemon::call; Failure */
+    /**
+     * Prepares for pieces of this capture (empty: nobody can open it by name). Throws like
+     * Daemon::call; Failure.
+     */
     void prepare(const std::string& capture);
-    /** Name for the daemon. Without a name in a folder it is gone with this process, however that ends. */
+    /**
+     * The file's name for the daemon. A file without a name in a folder disappears with this process, however
+     * it ends.
+     */
     const std::string& path() const { return m_path; }
-    /** @throws Failure, as for a disk that is full */
+    /** Throws Failure, for example if the disk is full. */
     void write(uint64_t offset, const unsigned char* bytes, size_t size) const;
-    /** It ends there. @throws Failure */
+    /** Truncates the file to `size`. Throws Failure. */
     void finish(uint64_t size);
-    /** The daemon couldn't open it: what is in it goes to another. False: there is none. @throws Failure */
+    /**
+     * Call if the daemon couldn't open the file: switches to a named one. Returns false if there is none.
+     * Throws Failure.
+     */
     bool use_name();
 
  private:

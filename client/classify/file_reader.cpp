@@ -19,7 +19,7 @@ namespace {
 /** CAP_DAC_OVERRIDE and CAP_DAC_READ_SEARCH. */
 constexpr uint64_t PASSING_CAPABILITIES = 1U << 1 | 1U << 2;
 
-/** The values of a line of /proc/PID/status that count for files: the last of four numbers. */
+/** The ID that counts for files in a line of /proc/PID/status: the last of four numbers. */
 gid_t file_system_id(std::istringstream& values) {
     gid_t id = 0;
     while (values >> id)
@@ -35,13 +35,13 @@ std::string status_line(const std::string& process, const std::string& name) {
     return {};
 }
 
-/** Empty if it may not be looked at. */
+/** Empty if we aren't allowed to look. */
 std::string process_namespace(const std::string& process) {
     std::error_code ignored;
     return std::filesystem::read_symlink("/proc/" + process + "/ns/pid", ignored).string();
 }
 
-/** Nothing if there is no such process, or if it is no daemon: a container's numbers are others. */
+/** Empty if there is no such process or it isn't a daemon: a container uses other process numbers. */
 std::optional<FileReader> of_process(uint64_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/status");
     FileReader reader;
@@ -69,7 +69,7 @@ uint64_t pid_of(Daemon& daemon) {
     try {
         return count_of(member_of(daemon.call("status"), "pid"));
     } catch (const ErrorReply&) {
-        return 0;  // the engine's fault; what follows may do without
+        return 0;  // a problem of the engine; what follows can do without
     }
 }
 
@@ -81,7 +81,7 @@ std::optional<FileReader> FileReader::of_daemon(Daemon& daemon) {
     struct stat socket = {};
     const bool has_owner = !address.tcp && stat(address.path.c_str(), &socket) == 0;
     FileReader owner{socket.st_uid, {socket.st_gid}, socket.st_uid == 0};
-    if (has_owner && owner.user == geteuid()) return owner;  // there's no need to ask
+    if (has_owner && owner.user == geteuid()) return owner;  // no need to query the daemon
     std::optional<FileReader> process = of_process(pid_of(daemon));
     return has_owner && (!process || process->user != owner.user) ? std::move(owner) : std::move(process);
 }
@@ -89,7 +89,7 @@ std::optional<FileReader> FileReader::of_daemon(Daemon& daemon) {
 bool FileReader::sees_processes_as_we_do(Daemon& daemon) {
     const std::string process = std::to_string(pid_of(daemon));
     const std::string space = process_namespace(process);
-    // One with fewer rights may not look into a process with more.
+    // A process with fewer rights can't inspect one with more.
     const std::string rights = status_line(process, "CapPrm:");
     return status_line(process, "Name:") == "Name:\tbrumecpd" && !space.empty() &&
            space == process_namespace("self") && rights == status_line("self", "CapPrm:");

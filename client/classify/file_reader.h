@@ -1,6 +1,6 @@
 #pragma once
-// Somebody who is to open a file: the daemon, as far as it can be told from here, or everybody. Judges by the
-// modes alone; lists of further users and sandboxes aren't seen.
+// Who is going to open a file: the daemon, as far as that can be determined from here, or anyone. Considers
+// only file modes; access lists and sandboxes aren't visible.
 
 #include <sys/types.h>
 
@@ -13,19 +13,23 @@
 namespace brumectl {
 
 struct FileReader {
-    std::optional<uid_t> user = {};  ///< none: whoever has no right of his own
+    std::optional<uid_t> user = {};  ///< empty: anyone without special rights
     std::vector<gid_t> groups = {};  ///< the first is the process's own
-    bool passes_modes = false;       ///< root, as long as it hasn't given that right away
+    bool passes_modes = false;       ///< root, unless it has dropped that right
 
-    /** From /proc where the daemon's process is there, else by the owner of its socket. Nothing: elsewhere.
+    /**
+     * Determined from /proc if the daemon's process is visible, else from the owner of its socket. Empty if
+     * the daemon is elsewhere.
      */
     static std::optional<FileReader> of_daemon(Daemon& daemon);
     static FileReader everybody() { return {}; }
-    /** Our number is ours for the daemon, too, and what is open here can be opened by it, if it is our user.
+    /**
+     * Whether our process number is valid for the daemon too, and it can open our open files if it runs as
+     * our user.
      */
     static bool sees_processes_as_we_do(Daemon& daemon);
 
-    /** An absolute path without links; its folders count, too. */
+    /** `path` must be absolute and without links. Its folders count too. */
     bool may_open(const std::string& path) const;
 
  private:

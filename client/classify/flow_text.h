@@ -1,6 +1,6 @@
 #pragma once
-// Flows and hosts, as the engine lists them, in rows for people and for programs. What is unknown is absent
-// there and an empty text here.
+// Rows for people and for programs, from the flows and hosts listed by the engine. Members that are unknown,
+// and so absent there, are empty texts here.
 
 #include <json/value.h>
 
@@ -12,19 +12,19 @@ namespace brumectl::flow_text {
 
 /** "10.0.0.1:80", "[fe80::1]:80"; `end` is "client" or "server". */
 std::string endpoint(const Json::Value& flow, const char* end);
-/** What the client called the server: SNI, else host. */
+/** The client's name for the server: SNI, or else host. */
 std::string server_name(const Json::Value& flow);
-/** The protocol, with "?" behind a guess. */
+/** The protocol, followed by "?" if it is a guess. */
 std::string protocol(const Json::Value& flow);
 
-/** The line above flows, and one flow. */
+/** The header line for flows, and one flow. */
 std::string head(const Terminal& terminal);
 std::string row(const Json::Value& flow);
-/** The same of hosts. */
+/** Likewise for hosts. */
 std::string host_head(const Terminal& terminal);
 std::string host_row(const Json::Value& host);
 
-/** The line above flows in CSV, and one flow. */
+/** The CSV header line for flows, and one flow. */
 std::string csv_head();
 std::string csv_row(const std::string& file, const Json::Value& flow);
 

@@ -22,23 +22,23 @@ enum ether_type_e : uint32_t {
     MPLS = 0x8847,
     MPLS_MULTICAST = 0x8848,
     PPPOE_SESSION = 0x8864,
-    MAX_LENGTH = 1500,  ///< not a type, but the length of what follows
+    MAX_LENGTH = 1500,  ///< not a type, but the length of the rest
 };
 
-// Reasons beside EtherTypes, which are those of 16 bits.
+// Reasons in addition to EtherTypes, which have 16 bits.
 constexpr uint32_t CUT = 0x10000, TOO_LONG = 0x10001, NO_IP = 0x10002, LLC = 0x10003, NESTED = 0x10004;
-constexpr uint32_t PPP = 0x20000;  ///< and its protocol
+constexpr uint32_t PPP = 0x20000;  ///< combined with its protocol
 
 constexpr int MAX_HEADERS = 16;
 constexpr size_t SNAP_SIZE = 8, PPPOE_SIZE = 6, MPLS_LABEL_SIZE = 4, HDLC_SIZE = 4;
 constexpr uint32_t MAC_ADDRESSES = 12;
 
-/** Goes through the headers around a packet. */
+/** Walks through the headers around a packet. */
 struct Walk {
     const unsigned char* bytes;
     uint32_t held;
-    uint32_t offset = 0;  ///< of what `type` names
-    uint32_t type = 0;    ///< EtherType, or the reason for an end
+    uint32_t offset = 0;  ///< of the header or packet that `type` names
+    uint32_t type = 0;    ///< EtherType, or the reason for stopping
     bool tagged = false;
     uint32_t tag = 0;
 
@@ -50,14 +50,14 @@ struct Walk {
         return false;
     }
 
-    /** A header of this size that has a type, or the length of an 802.3 frame, at `type_at`. */
+    /** Handles a header of this size with a type, or the length of an 802.3 frame, at `type_at`. */
     bool typed(size_t size, size_t type_at) {
         if (!has(size)) return end(CUT);
         type = load_be16(at() + type_at);
         offset += static_cast<uint32_t>(size);
         return true;
     }
-    /** The family number before a packet differs between systems, its version doesn't. */
+    /** The family number before a packet differs between systems, but the IP version doesn't. */
     bool bare(size_t header) {
         if (!has(header + 1)) return end(CUT);
         offset += static_cast<uint32_t>(header);
@@ -82,7 +82,7 @@ struct Walk {
             }
         return end(PPP | protocol);
     }
-    /** Cisco's framing, or PPP: their first bytes differ. */
+    /** Cisco's framing, or PPP: the first bytes differ. */
     bool serial() {
         if (has(1) && (at()[0] & 0x7F) == 0x0F) return typed(HDLC_SIZE, 2);
         return ppp();
@@ -112,7 +112,7 @@ struct Walk {
         return typed(corvo::kVlanTagSize, 2);
     }
 
-    /** Past one header more. False: there is no packet behind it. */
+    /** Skips one more header. False if no packet follows. */
     bool step() {
         switch (type) {
             case corvo::kEtherTypeVlan:
@@ -130,7 +130,7 @@ struct Walk {
     }
 };
 
-/** Past the link's own header. */
+/** Skips the link's own header. */
 constexpr struct Link {
     int dlt;
     bool (*enter)(Walk& walk);

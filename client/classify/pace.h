@@ -1,6 +1,6 @@
 #pragma once
-// How many frames to push at once, so that the daemon, which does nothing else meanwhile, is soon back for
-// others: found out by how long it takes.
+// Chooses how many frames to push at a time, so that the daemon, which does nothing else meanwhile, is soon
+// free for others. It adapts to the time that pushes take.
 
 #include <algorithm>
 #include <cstddef>
@@ -12,15 +12,15 @@ class Pace {
     static constexpr double AIM_MS = 8;
     static constexpr size_t LEAST = 50;
 
-    /** `first` of them to begin with, never more than `most`. */
+    /** Starts with `first` frames; never exceeds `most`. */
     Pace(size_t first, size_t most) : m_frames(first), m_most(most) {}
 
     size_t frames() const { return m_frames; }
-    /** So many frames took that long, of a piece that was as large as it should be. */
+    /** Reports how long a full-sized piece of this many frames took. */
     void took(size_t frames, double ms) {
         const double fitting = static_cast<double>(frames) * AIM_MS / std::max(ms, 0.01);
         const double least = static_cast<double>(LEAST);
-        // By no more than twice: a frame isn't like the other.
+        // At most doubles, as frames differ.
         const double most = static_cast<double>(std::min(m_most, 2 * m_frames));
         m_frames = static_cast<size_t>(std::clamp(fitting, least, std::max(most, least)));
     }

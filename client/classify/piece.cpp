@@ -10,9 +10,9 @@ namespace brumectl {
 namespace {
 
 constexpr uint64_t USEC_PER_SEC = 1000000;
-/** A few of the largest frames; more would only leave the processor's caches. */
+/** A few of the largest frames; with more, the buffer would only overflow the processor's caches. */
 constexpr size_t BUFFER_BYTES = 256UL * 1024;
-/** Each one may cost a walk over all frames; an answer with more is none to this piece. */
+/** Each may cost a scan of all frames; a reply with more doesn't belong to this piece. */
 constexpr uint64_t MAX_STRAYS = 64;
 
 // Magic, version 2.4, no time zone, accuracy 0, frames of up to 65535 bytes, Ethernet.

@@ -1,5 +1,5 @@
 #pragma once
-// As much of a capture as goes to the daemon in one request.
+// The part of a capture that goes to the daemon in one request.
 
 #include <json/value.h>
 
@@ -13,32 +13,32 @@
 
 namespace brumectl {
 
-/** What of a frame is needed to find the answer for it. */
+/** What is needed to match a frame with its result. */
 struct PieceFrame {
     uint64_t usec = 0;
-    uint64_t number = 0;  ///< in its capture, from 1
+    uint64_t number = 0;  ///< in its capture, counted from 1
     uint16_t len = 0;
-    uint32_t reason = 0;  ///< why it was left out, see link_layer; 0: it wasn't
-    bool is_ip = false;   ///< the daemon shows it to the engine
+    uint32_t reason = 0;  ///< why it was left out, see link_layer; 0 if it wasn't
+    bool is_ip = false;   ///< the daemon passes it to the engine
     std::string src = {};
     std::string dst = {};
     const Json::Value* answer = nullptr;  ///< null: no class
 };
 
-/** Writes the frames of a piece, as a capture that the daemon reads. One after the other. */
+/** Writes the frames of a piece as a capture that the daemon can read, one piece after another. */
 class PieceWriter {
  public:
     explicit PieceWriter(Copies& copies);
 
-    /** An empty piece. */
+    /** Starts an empty piece. */
     void begin();
-    /** @throws Failure */
+    /** Throws Failure. */
     void add(const EthernetFrame& frame, uint64_t usec);
-    /** The bytes of the frame that was added last, until the next change. */
+    /** The bytes of the last added frame, valid until the next change. */
     const unsigned char* last() const { return m_buffer.data() + m_last; }
     uint64_t frames() const { return m_frames; }
     uint64_t bytes() const { return m_flushed + m_used; }
-    /** It lies there for the daemon. @throws Failure */
+    /** Makes the piece available to the daemon. Throws Failure. */
     void finish();
 
  private:
@@ -53,20 +53,20 @@ class PieceWriter {
     uint64_t m_frames = 0;
 };
 
-/** What went into a piece, frame by frame, and how the daemon's answer fits to it. */
+/** Records the frames of a piece and matches the daemon's results with them. */
 class Piece {
  public:
     void clear() { m_frames.clear(); }
     bool empty() const { return m_frames.empty(); }
     size_t size() const { return m_frames.size(); }
-    /** `bytes`: of the whole Ethernet frame. */
+    /** `bytes` covers the whole Ethernet frame. */
     PieceFrame& add(const unsigned char* bytes, uint32_t size);
-    /** A frame that was left out. */
+    /** Records a frame that was left out. */
     PieceFrame& add_left_out(uint32_t reason, uint32_t size);
     /**
-     * Finds the frame of each packet in `packets`, a list in the order of the file that lacks those without
-     * a class: the next frame with the same addresses and length. Gives how many have none. The frames then
-     * point into `packets`.
+     * Finds the frame for each packet in `packets`, a list in file order without the packets that have no
+     * class: the next frame with the same addresses and length. Returns how many packets match no frame. The
+     * frames then point into `packets`.
      */
     uint64_t align(const Json::Value& packets);
     const std::vector<PieceFrame>& frames() const { return m_frames; }

@@ -24,7 +24,7 @@ void Progress::show(const std::string& what, double share) {
 
 void Progress::clear() {
     if (!m_is_shown) return;
-    // Not by print, which may throw: this runs while an exception is on its way.
+    // Doesn't use print, which may throw: this runs during stack unwinding.
     fputs("\r\x1b[K", m_terminal.stream());
     fflush(m_terminal.stream());
     m_is_shown = false;

@@ -1,5 +1,5 @@
 #pragma once
-// A bar on stderr for what takes long, gone when the work is over, however it ends.
+// A progress bar on stderr for long work, removed when the work is over, however it ends.
 
 #include <cstddef>
 #include <string>
@@ -10,15 +10,15 @@ namespace brumectl {
 
 class Progress {
  public:
-    /** Shows nothing unless `terminal` is one. It must outlive this. */
+    /** Shows nothing unless `terminal` is one. It must outlive this object. */
     explicit Progress(const Terminal& terminal) : m_terminal(terminal) {}
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     ~Progress() { clear(); }
 
-    /** `share`: 0 to 1. */
+    /** `share` is from 0 to 1. */
     void show(const std::string& what, double share);
-    /** Before other lines are printed. */
+    /** Removes the bar; call before printing other lines. */
     void clear();
 
  private:

@@ -14,13 +14,13 @@ namespace brumectl::report {
 
 namespace {
 
-constexpr size_t COLOURS = 8;  ///< protocols that have one; as many as can be told apart
+constexpr size_t COLOURS = 8;  ///< protocols with their own colour; as many as can be told apart
 constexpr size_t MAX_CHARTS = 24;
-/** In units that are about a pixel each on a phone, and two on a desk. */
+/** In units of about one pixel on a phone, and two on a desktop. */
 constexpr double CHART_WIDTH = 460, CHART_HEIGHT = 150, LEFT = 58, TOP = 8, BOTTOM = 22, RIGHT = 20;
 constexpr double USEC_PER_SEC = 1e6;
 
-/** Text for an element or a quoted attribute. */
+/** Escapes text for an element or a quoted attribute. */
 std::string escaped(const std::string& text) {
     std::string out;
     for (char c : harmless(text)) {
@@ -53,14 +53,14 @@ std::string number(double value, int digits = 1) {
     return buf;
 }
 
-/** A band of the charts and a row of the table. */
+/** A band in the charts and a row of the table. */
 struct Band {
     std::string name;
     std::string style;  ///< class for its colour
     Volume volume;
 };
 
-/** The protocols of one colour each; the rest in one band, then what has no class. */
+/** The protocols with their own colours; all others in one band, then the unclassified. */
 std::vector<Band> bands_of(const Tally& tally) {
     std::vector<Band> out;
     Band rest{"other protocols", "rest", {}};
@@ -91,7 +91,7 @@ std::string tiles(const std::vector<FileResult>& results, const Tally& tally) {
            (results.size() > 1 ? tile(count_text(results.size()), "files") : "") + "</div>\n";
 }
 
-/** All bands in one line. */
+/** All bands in one bar. */
 std::string shares_bar(const std::vector<Band>& bands, uint64_t whole) {
     std::string out =
         "<svg class=\"shares\" viewBox=\"0 0 1000 28\" preserveAspectRatio=\"none\" role=\"img\" "
@@ -115,7 +115,7 @@ std::string legend(const std::vector<Band>& bands) {
     return out + "</ul>\n";
 }
 
-/** The bars compare with the largest share, `top`. */
+/** The bars are relative to the largest share, `top`. */
 std::string table_row(const std::string& name, const std::string& style, const Volume& volume,
                       const Volume& total, double top) {
     const double share = show::share_of(volume.bytes, total.bytes);
@@ -149,7 +149,7 @@ std::string table(const Tally& tally, const std::vector<Band>& bands) {
            "</td><td></td><td class=\"bar\"></td></tr></tfoot>\n</table>\n";
 }
 
-/** 1, 2 or 5 times a power of ten, so that about `count` of it reach `top`. */
+/** 1, 2 or 5 times a power of ten, such that about `count` of them reach `top`. */
 double tick_distance(double top, int count) {
     const double rough = top / count;
     const double power = std::pow(10, std::floor(std::log10(rough)));
@@ -168,7 +168,7 @@ std::string rate_text(double bytes_per_sec) {
     return buf;
 }
 
-/** With a unit that keeps the numbers of an axis up to `top` short. */
+/** Chooses a unit that keeps the numbers on an axis up to `top` short. */
 std::string time_text_for(double seconds, double top) {
     const struct {
         double from, unit;
@@ -190,7 +190,7 @@ double time_unit(double top) {
     return top >= 120 ? 60 : 1;
 }
 
-/** The stacked areas of one file, and what their colours mean. */
+/** The stacked areas of one file, with the legend. */
 class Chart {
  public:
     Chart(const Course& course, const std::vector<Band>& bands)
@@ -212,7 +212,7 @@ class Chart {
     }
 
  private:
-    /** Where the top of each band is in each step, in bytes; index 0 is the ground. */
+    /** The upper edge of each band at each step, in bytes; index 0 is the baseline. */
     void stack() {
         m_tops.assign(m_bands.size() + 1, std::vector<double>(m_steps, 0));
         for (const auto& [name, bytes] : m_course.protocols())
@@ -230,7 +230,7 @@ class Chart {
             if (is_seen(i)) out.push_back(m_bands[i]);
         return out;
     }
-    /** A name that has no band of its own is in "other protocols"; the empty one is unclassified. */
+    /** Names without their own band belong to "other protocols"; the empty name is unclassified. */
     size_t band_of(const std::string& name) const {
         const std::string wanted = name.empty() ? "none" : "rest";
         for (size_t i = 0; i < m_bands.size(); ++i) {
@@ -245,7 +245,7 @@ class Chart {
     }
     double y(double bytes) const { return TOP + (CHART_HEIGHT - TOP - BOTTOM) * (1 - bytes / m_top); }
 
-    /** Flat within a step: nothing is known of what is between. */
+    /** Flat within a step, as nothing is known about the time in between. */
     std::string area(size_t band) const {
         std::string path = "M" + number(x(0)) + " " + number(y(m_tops[band][0]));
         for (size_t step = 0; step < m_steps; ++step)
@@ -289,7 +289,7 @@ std::string list(const std::string& title, const std::vector<const char*>& head,
     return out + "</tr></thead>\n<tbody>\n" + rows + "</tbody>\n</table></div>\n";
 }
 
-/** Two lines: rows of many columns don't fit on a phone. */
+/** Two lines per cell: rows with many columns don't fit on a phone. */
 std::string cell(const std::string& first, const std::string& second) {
     return "<td>" + escaped(first) + (second.empty() ? "" : "<br><span>" + escaped(second) + "</span>") +
            "</td>";

@@ -1,6 +1,6 @@
 #pragma once
-// A classification as a page for a browser: shares of the protocols, their course, the numbers. It stands
-// alone: nothing is loaded from anywhere, and it runs no script.
+// A classification as an HTML page: the protocols' shares, their course, the numbers. It is self-contained:
+// it loads nothing and runs no scripts.
 
 #include <string>
 #include <vector>

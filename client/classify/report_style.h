@@ -1,5 +1,6 @@
 #pragma once
-// How the page of a classification looks. The colours of the bands keep apart for most eyes, on both grounds.
+// The style of a classification's page. Most people can tell the colours of the bands apart, in both the
+// light and the dark scheme.
 
 namespace brumectl::report {
 

@@ -1,5 +1,5 @@
 #pragma once
-// What a classification has found, in sums: by protocol, and by protocol and time.
+// The totals of a classification: by protocol, and by protocol and time.
 
 #include <array>
 #include <cstddef>
@@ -12,8 +12,8 @@ namespace brumectl {
 struct Volume {
     uint64_t packets = 0;
     uint64_t bytes = 0;
-    uint64_t flows = 0;    ///< 0 where flows aren't told
-    uint64_t guessed = 0;  ///< of the flows
+    uint64_t flows = 0;    ///< 0 if flows aren't reported
+    uint64_t guessed = 0;  ///< how many of the flows are guesses
 
     void add(uint64_t len) {
         ++packets;
@@ -28,17 +28,17 @@ struct Volume {
     }
 };
 
-/** Names come from the daemon: so many are told apart, the rest are OTHER. */
+/** Names come from the daemon: this many are distinguished, the rest are OTHER. */
 constexpr size_t MAX_PROTOCOLS = 4096;
 constexpr const char* OTHER = "(other)";
-/** What the engine, too, calls flows that were never named. */
+/** The engine's name, too, for flows that were never named. */
 constexpr const char* UNCLASSIFIED = "unclassified";
 
 struct Tally {
     std::map<std::string, Volume> protocols = {};
-    Volume unclassified = {};                      ///< IP packets that got no class
-    Volume undecoded = {};                         ///< frames that no class can be had for
-    std::map<std::string, uint64_t> reasons = {};  ///< packets of those, by what they are
+    Volume unclassified = {};                      ///< IP packets without a class
+    Volume undecoded = {};                         ///< frames that can't get a class
+    std::map<std::string, uint64_t> reasons = {};  ///< the number of those frames by reason
 
     Volume& of(const std::string& protocol);
     void add_undecoded(const std::string& reason, uint64_t packets, uint64_t bytes);
@@ -53,13 +53,13 @@ class Course {
     static constexpr size_t STEPS = 192;
     using Bytes = std::array<uint64_t, STEPS>;
 
-    /** An empty name is for packets without a class. A time before the first one's counts there. */
+    /** An empty name stands for packets without a class. Times before the first one's count as the first. */
     void add(const std::string& protocol, uint64_t usec, uint64_t len);
 
     const std::map<std::string, Bytes>& protocols() const { return m_protocols; }
     uint64_t first_usec() const { return m_first_usec; }
     uint64_t step_usec() const { return m_step_usec; }
-    /** Steps up to the last packet. */
+    /** Number of steps up to the last packet. */
     size_t steps() const { return m_steps; }
 
  private:

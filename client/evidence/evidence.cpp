@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* USUAL_PLACES[] = {"./cvevents", "/var/log/brumecpd/cvevents"};
 
-/** Beside its log; empty if there's no daemon that can be asked and looked at. */
+/** The folder next to the daemon's log; empty if there is no daemon that can be queried and inspected. */
 std::string place_of_daemon(Context& context) {
     try {
         Json::Value status = context.daemon().call("status");
@@ -29,7 +29,7 @@ std::string place_of_daemon(Context& context) {
     } catch (const Usage&) {
         throw;
     } catch (const Failure&) {
-        return {};  // one that hangs or talks nonsense, too: then evidence is wanted most
+        return {};  // including one that hangs or talks nonsense: that is when evidence is needed most
     }
 }
 
@@ -124,7 +124,9 @@ struct Limits {
     uint64_t bytes = UINT64_MAX;
 };
 
-/** Oldest first. A limit of bytes leaves the latest, which is wanted most and may be being written. */
+/**
+ * Oldest first. A size limit spares the latest, which is the most important and may still be being written.
+ */
 std::vector<std::string> beyond(const Limits& limits, const EvidenceDir& dir) {
     std::vector<std::string> stamps = dir.stamps();
     uint64_t bytes = 0;

@@ -1,5 +1,5 @@
 #pragma once
-// What the daemon has left of crashes and stalls: `evidence ls|show|prune`.
+// `evidence ls|show|prune`: what the daemon has left of crashes and stalls.
 
 #include <string>
 #include <vector>
@@ -14,7 +14,7 @@ class Context;
 struct Evidence;
 
 void add_evidence(CLI::App& app, Context& context);
-/** What lies in a directory; where none is named, in the daemon's. @throws Failure, Interrupted */
+/** The evidence in a directory; in the daemon's if none is named. Throws Failure, Interrupted. */
 std::vector<Evidence> find_evidence(Context& context, const std::string& dir);
 
 }  // namespace brumectl

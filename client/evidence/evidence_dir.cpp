@@ -22,7 +22,7 @@ using corvo::UniqueFd;
 
 constexpr const char* REPORT = "cvdump.json";
 constexpr const char* STALL_DUMP = "cv_hog_dump.txt";
-/** Beside them there's a copy of the log, whose name can be any. */
+/** In addition there is a copy of the log, which can have any name. */
 constexpr const char* KNOWN_FILES[] = {REPORT, STALL_DUMP, "cvconfig.json"};
 constexpr size_t MAX_REPORT_BYTES = 1024UL * 1024;
 constexpr size_t MAX_NAMES = 100'000;
@@ -32,7 +32,7 @@ constexpr size_t MAX_NAMES = 100'000;
     throw Failure(what + " " + name + ": " + strerror(errno) + (is_denied ? ", that takes root" : ""));
 }
 
-/** All but "." and "..". @throws Failure */
+/** All except "." and "..". Throws Failure. */
 std::vector<std::string> names_in(int dir_fd) {
     UniqueFd fd(openat(dir_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     std::unique_ptr<DIR, int (*)(DIR*)> dir(fd ? fdopendir(fd.get()) : nullptr, closedir);
@@ -51,7 +51,7 @@ std::vector<std::string> names_in(int dir_fd) {
     }
 }
 
-/** Size of a regular file; -1 for everything else. */
+/** Size of a regular file; -1 for anything else. */
 int64_t size_of(int dir_fd, const std::string& name) {
     struct stat info = {};
     if (fstatat(dir_fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) return -1;
@@ -68,7 +68,10 @@ bool is_folder(int dir_fd, const std::string& name) {
     return fstatat(dir_fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
 }
 
-/** The name of an open folder for everybody, which one through another process's /proc isn't; else `path`. */
+/**
+ * The name under which everybody can find an open folder, unlike one through another process's /proc;
+ * else `path`.
+ */
 std::string lasting_path(int fd, const std::string& path) {
     std::error_code ignored;
     const std::string found = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), ignored);
@@ -91,7 +94,7 @@ std::string read_file(int dir_fd, const char* name) {
     return text;
 }
 
-/** The regular ones, by name. @throws Failure */
+/** The regular files, by name. Throws Failure. */
 std::vector<EvidenceFile> files_in(int dir_fd) {
     std::vector<EvidenceFile> files;
     for (const std::string& name : names_in(dir_fd))
@@ -109,7 +112,7 @@ uint64_t bytes_in(const std::vector<EvidenceFile>& files) {
     return sum;
 }
 
-/** `dump` is what a stall leaves beside its report, or in place of it. */
+/** `dump` is the file that a stall leaves next to its report, or instead of one. */
 void read_report(int dir_fd, const char* dump, Evidence& evidence) {
     const bool is_there = has_entry(dir_fd, REPORT);
     evidence.report = EvidenceReport::from_json_text(read_file(dir_fd, REPORT));
@@ -142,7 +145,7 @@ uint64_t Evidence::bytes() const {
 
 EvidenceDir::EvidenceDir(const std::string& path)
     : m_path(path), m_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    // With the right to read it but not to search it, it would look empty.
+    // Readable but not searchable, it would appear empty.
     if (!m_fd || faccessat(m_fd.get(), ".", X_OK, AT_EACCESS) != 0) fail("can't open", path);
     m_path = lasting_path(m_fd.get(), path);
 }
@@ -155,7 +158,7 @@ std::vector<std::string> EvidenceDir::stamps() const {
     return found;
 }
 
-/** None for a link, or what is no folder. */
+/** None for a link, or anything but a folder. */
 UniqueFd EvidenceDir::open_stamp(const std::string& stamp) const {
     return UniqueFd(openat(m_fd.get(), stamp.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
@@ -183,7 +186,7 @@ Evidence EvidenceDir::read(const std::string& stamp) const {
         evidence.files = files_in(dir.get());
         read_report(dir.get(), STALL_DUMP, evidence);
     } catch (const Failure& e) {
-        // One folder that can't be read doesn't hide the others.
+        // One unreadable folder must not hide the others.
         evidence.fault = e.what();
         evidence.report.cause = EvidenceReport::UNKNOWN;
     }

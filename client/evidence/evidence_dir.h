@@ -1,7 +1,7 @@
 #pragma once
-// The daemon's events directory, `cvevents`: a folder named by its time for each abnormal end and each stall,
-// and the report of the last stop. Whoever else may write there can't lead us elsewhere: nothing is reached
-// through links, and only what has an event's shape is removed.
+// The daemon's events directory, `cvevents`: a folder named after its time for each abnormal end and each
+// stall, and the report of the last stop. Others who can write there can't lead us elsewhere: nothing is
+// reached through links, and only what has the form of an event is removed.
 
 #include <cstdint>
 #include <string>
@@ -21,29 +21,29 @@ struct Evidence {
     std::string name = {};  ///< of its folder, or of the report of the last stop
     std::vector<EvidenceFile> files = {};
     EvidenceReport report = {};
-    std::string fault = {};  ///< why there's no report, or not all is known; empty: all is well
+    std::string fault = {};  ///< why there is no report, or not everything is known; empty if all is well
     uint64_t bytes() const;
 };
 
 class EvidenceDir {
  public:
-    /** The report that lies in the directory itself, of the last stop. */
+    /** The report of the last stop, in the directory itself. */
     static constexpr const char* LAST_STOP = "cvdump.json";
 
-    /** @throws Failure */
+    /** Throws Failure. */
     explicit EvidenceDir(const std::string& path);
 
-    /** Absolute and without links, as far as it can be told. */
+    /** Absolute and without links, as far as that can be determined. */
     const std::string& path() const { return m_path; }
     /** Oldest first; the last stop at the end. */
     std::vector<Evidence> list() const;
-    /** @throws Failure if there's none of that name */
+    /** Throws Failure if there is none with that name. */
     Evidence find(const std::string& name) const;
     /** Names of the events' folders, oldest first. */
     std::vector<std::string> stamps() const;
-    /** What the files in an event's folder take; 0 for one that can't be read. */
+    /** Total size of the files in an event's folder; 0 if it can't be read. */
     uint64_t bytes_of(const std::string& stamp) const;
-    /** @throws Failure, with nothing removed, if there's something else in the folder */
+    /** Throws Failure and removes nothing if the folder contains anything else. */
     void remove(const std::string& stamp) const;
 
  private:
@@ -55,7 +55,7 @@ class EvidenceDir {
     corvo::UniqueFd m_fd;
 };
 
-/** Such as "2026_11_24_13_05_59". */
+/** Whether a name looks like "2026_11_24_13_05_59". */
 bool is_stamp(const std::string& name);
 
 }  // namespace brumectl

@@ -19,7 +19,7 @@ namespace {
 constexpr const char* STACK_MEMBER = "\"backtrace\":\"";
 constexpr int FATAL[] = {SIGSEGV, SIGILL, SIGABRT, SIGFPE, SIGBUS, SIGSYS};
 constexpr size_t MAX_FRAMES = 1000;
-/** Longer names than compilers make aren't worth the time to demangle. */
+/** Longer than any compiler's names, so not worth the time to demangle. */
 constexpr size_t MAX_MANGLED = 4096;
 
 std::vector<std::string> lines_of(const std::string& text) {
@@ -32,7 +32,7 @@ std::vector<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
-/** A signal by the C library's description of it; null if it is none of those that kill. */
+/** Finds a signal by the C library's description; null if it isn't one of the fatal ones. */
 const char* fatal_signal(const std::string& description) {
     for (int signum : FATAL)
         if (description == sigdescr_np(signum)) return sigabbrev_np(signum);
@@ -62,7 +62,7 @@ void append_escaped(std::string& out, char c) {
     }
 }
 
-/** Control characters within strings; everything else is as it was. */
+/** Escapes control characters within strings; leaves everything else as is. */
 std::string with_escapes(const std::string& text) {
     std::string out;
     bool in_string = false;
@@ -88,7 +88,8 @@ std::string repaired_json(const std::string& text) {
     size_t stack = text.rfind(STACK_MEMBER);
     if (stack == std::string::npos) return with_escapes(text);
     stack += strlen(STACK_MEMBER);
-    // The stack is the last member; its paths may hold quotes, and its writer may have died before the end.
+    // The stack is the last member. Its paths may contain quotes, and its writer may have died before
+    // the end.
     size_t end = text.find_last_not_of(" \n");
     bool whole = end != std::string::npos && end > stack && text[end] == '}' && text[end - 1] == '"';
     std::string out = with_escapes(text.substr(0, stack));

@@ -53,7 +53,7 @@ std::string stack_text(const Terminal& terminal, const EvidenceReport& report) {
 std::string plain(const Json::Value& value) {
     if (value.isNull()) return {};
     if (!value.isString()) return corvo::json::write(value);
-    const std::string text = value.asString();  // the daemon writes some with a blank before or behind
+    const std::string text = value.asString();  // the daemon writes some with a blank before or after
     size_t begin = text.find_first_not_of(' ');
     return begin == std::string::npos ? std::string()
                                       : text.substr(begin, text.find_last_not_of(' ') - begin + 1);

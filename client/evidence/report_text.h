@@ -1,5 +1,5 @@
 #pragma once
-// A report of a crash or a stall in words, wherever it comes from: a file, or the daemon's memory.
+// A report of a crash or a stall as text, whether from a file or from the daemon's memory.
 
 #include <string>
 
@@ -8,15 +8,15 @@
 
 namespace brumectl {
 
-/** A line, its value harmless; nothing for an empty text. */
+/** A line with a harmless value; empty if the text is empty. */
 std::string field_text(const Terminal& terminal, const char* label, const std::string& text);
-/** The same for a path, as a shell takes it. */
+/** Likewise for a path, quoted for the shell. */
 std::string path_text(const Terminal& terminal, const char* label, const std::string& path);
-/** What the report says of the process, a line for each thing that is there. */
+/** What the report says about the process, one line per known fact. */
 std::string report_text(const Terminal& terminal, const EvidenceReport& report);
-/** A line for each frame, innermost first. */
+/** One line per frame, innermost first. */
 std::string stack_text(const Terminal& terminal, const EvidenceReport& report);
-/** A string without the blanks around it; other values as JSON; empty for null. */
+/** A string without surrounding blanks; other values as JSON; empty for null. */
 std::string plain(const Json::Value& value);
 
 }  // namespace brumectl

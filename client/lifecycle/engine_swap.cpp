@@ -23,7 +23,7 @@ Json::Value command(const char* cmd) {
     return params;
 }
 
-/** Null where it is refused. */
+/** Null if the request is refused. */
 Json::Value ask(Daemon& daemon, const char* method, const Json::Value& params) {
     try {
         return daemon.call(method, params);
@@ -107,11 +107,11 @@ bool EngineSwap::take_down() {
     const check::engine_state_e before = state();
     if (before == UNLOADED) return true;
     if (before >= ACTIVE && !step({"deactivate"})) return false;
-    // An engine that fails to clean up is gone all the same.
+    // An engine that fails to clean up is unloaded all the same.
     return step({"unload"}) || state() == UNLOADED;
 }
 
-/** From whatever state it is in, and on past an interface that can't be attached. */
+/** Works from any state, and continues past an interface that can't be attached. */
 bool EngineSwap::bring_up(const EngineSetup& setup) {
     const Json::Value status = m_daemon.call("status");
     const check::engine_state_e before = state_of(status);

@@ -1,6 +1,6 @@
 #pragma once
-// One engine in place of another, step by step, and back again where the new one fails. Every step is a
-// request of its own, so clients that come between see the engine's states as they change.
+// Replaces one engine by another, step by step, and goes back if the new one fails. Each step is a separate
+// request, so other clients see the engine's states change in between.
 
 #include <json/value.h>
 
@@ -18,32 +18,32 @@ struct Request {
     Json::Value params = {};
 };
 
-/** All that it takes to bring an engine to where it is. */
+/** Everything needed to bring an engine to its present state. */
 struct EngineSetup {
     check::engine_state_e state = check::LOADED;  ///< how far it goes
     Json::Value load = Json::objectValue;         ///< the methods' parameters
     Json::Value activate = Json::objectValue;
     std::vector<std::string> interfaces = {};
-    /** What the engine was told since: worth a try, but an engine may have other collectors. */
+    /** Settings made since then: worth restoring, although another engine may have other collectors. */
     std::vector<Request> settings = {};
 };
 
 /**
- * What the daemon shows of the engine that it has. `status` is its answer. Not shown, and left out here, are
- * what `load` was given and what `activate` was but the size of the flow table.
- * @throws what Daemon::call throws but ErrorReply
+ * What the daemon shows of its current engine. `status` is its result. Not shown, and so not included, are
+ * the parameters of `load`, and those of `activate` except the size of the flow table.
+ * Throws what Daemon::call throws, except ErrorReply.
  */
 EngineSetup shown_setup(Daemon& daemon, const Json::Value& status);
 
 class EngineSwap {
  public:
     enum outcome_e { SWAPPED, WENT_BACK, FAILED };
-    /** Called behind each step; `error` is empty for one that went well. */
+    /** Called after each step; `error` is empty if it succeeded. */
     using Tell = std::function<void(const Request& step, const std::string& error)>;
 
     EngineSwap(Daemon& daemon, Tell tell) : m_daemon(daemon), m_tell(std::move(tell)) {}
 
-    /** @throws what Daemon::call throws but ErrorReply: then it ended in the middle */
+    /** Throws what Daemon::call throws, except ErrorReply; it has then stopped in the middle. */
     outcome_e run(const EngineSetup& present, const EngineSetup& wanted);
 
  private:

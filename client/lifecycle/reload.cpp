@@ -19,7 +19,7 @@ namespace brumectl {
 
 namespace {
 
-/** As the daemon takes them where nobody says otherwise: `load` without a path, and its option --activate. */
+/** The daemon's defaults: `load` without a path, and its option --activate. */
 constexpr const char* DEFAULT_PATH = "../lib";
 constexpr unsigned DEFAULT_MAX_FLOWS = 16384;
 
@@ -30,7 +30,7 @@ struct ReloadOptions {
     Json::Value activate = Json::objectValue;
 };
 
-/** Our options name what the daemon doesn't show, as the methods themselves call it. */
+/** Our options use the methods' own names for what the daemon doesn't show. */
 void add_fields(CLI::App& word, const char* method, Json::Value& params) {
     for (const Field& field : fields_of(*MethodTable::get().find(method))) {
         if (field.path == "path") continue;
@@ -49,7 +49,7 @@ void add_fields(CLI::App& word, const char* method, Json::Value& params) {
     }
 }
 
-/** What an engine can't be given is found before the one that works is taken down. @throws Usage */
+/** Finds parameters that the new engine can't be given before the working one is taken down. Throws Usage. */
 void check_parameters(const char* name, Json::Value& params, const Build& build) {
     const Method& method = *MethodTable::get().find(name);
     complete(method, params);
@@ -62,7 +62,7 @@ void check_parameters(const char* name, Json::Value& params, const Build& build)
         if (finding.severity == check::ERROR) throw Usage(finding.text);
 }
 
-/** A folder that is here is meant to be this one; the daemon has a working directory of its own. */
+/** A folder that exists here is meant as this one; the daemon has its own working directory. */
 std::string path_for_daemon(const std::string& path, const Address& address) {
     std::error_code none;
     return on_this_machine(address) && std::filesystem::is_directory(path, none)
@@ -118,7 +118,7 @@ class Reload {
             max_flows.isNull() ? Json::Value(DEFAULT_MAX_FLOWS) : max_flows;
     }
 
-    /** @throws Failure where it couldn't come to a good end: nothing is touched by then */
+    /** Throws Failure if the swap couldn't end well; nothing has been changed by then. */
     void check(const LocalDaemon& local, const std::string& mode, EngineSetup& present, EngineSetup& wanted) {
         const Build build = build_of(m_daemon).value_or(packaged_build());
         if (build.slave_mode && !present.interfaces.empty())
@@ -137,8 +137,7 @@ class Reload {
     }
 
     EngineSwap::outcome_e swap(const EngineSetup& present, const EngineSetup& wanted) {
-        // Once begun it ends with an engine, whatever becomes of the user or of the one who reads what we
-        // say.
+        // Once started, it ends with an engine, even if the user interrupts or nobody reads our output.
         const interrupt::Deferred until_done;
         EngineSwap swap(m_daemon,
                         [this](const Request& step, const std::string& error) { tell(step, error); });
@@ -191,7 +190,7 @@ class Reload {
         if (m_context.json()) print_json(ENGINES[outcome], state);
         if (outcome != EngineSwap::SWAPPED) throw Failure(text);
         if (!m_context.json()) m_context.out().print(harmless(text) + "\n");
-        interrupt::check();  // one that came during the swap is obeyed once its outcome is told
+        interrupt::check();  // one that arrived during the swap is obeyed after its outcome has been reported
     }
 
     std::string state_reached() {

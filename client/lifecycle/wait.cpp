@@ -25,12 +25,12 @@ using check::EngineStates;
 constexpr int POLL_MS = 100;
 constexpr unsigned LOG_LINES = 1000;
 constexpr int LOG_TIMEOUT_MS = 1000;
-/** Where the service's log lies, for one that ends before it ever answers. */
+/** The service's log, for a service that ends before it ever answers. */
 constexpr const char* SERVICE_SOCKET = "/run/brumecpd/brumecpd.sock";
 constexpr const char* SERVICE_LOG = "/var/log/brumecpd/brumecpd.log";
 constexpr const char* GONE = "gone";
 
-/** The least state of the engine that a word for --for asks; none: that nobody answers. */
+/** The minimum engine state for a word of --for; none means that nobody answers. */
 struct Goal {
     const char* word;
     std::optional<check::engine_state_e> least;
@@ -55,7 +55,7 @@ class Watch {
           m_goal(goal),
           m_deadline_ms(corvo::monotonic_ms() + static_cast<uint64_t>(context.timeout_ms())) {}
 
-    /** The state that was waited for. @throws TimedOut, which tells the last one and why */
+    /** Returns the state waited for. Throws TimedOut, which reports the last state and the cause. */
     std::string run() {
         while (!look()) {
             const int left = left_ms();
@@ -72,7 +72,7 @@ class Watch {
         return now < m_deadline_ms ? static_cast<int>(m_deadline_ms - now) : 0;
     }
 
-    /** Asks a daemon that may be another one than last time. */
+    /** Queries a daemon that may be a different one from last time. */
     bool look() {
         m_daemon = m_context.new_daemon();
         m_daemon->set_timeout_ms(std::max(left_ms(), 1));
@@ -88,7 +88,7 @@ class Watch {
         } catch (const Failure& e) {
             m_daemon.reset();
             m_seen = e.what();
-            return false;  // it is stuck, or ends just now
+            return false;  // it is stuck, or just ending
         }
         const auto state = EngineStates::from_status(m_state);
         return m_goal.least && state && *state >= *m_goal.least;
@@ -102,7 +102,7 @@ class Watch {
         m_log = local.reaches(log) ? local.path_of(log) : "";
     }
 
-    /** The log of a daemon that is gone, as far as it is known where that is. */
+    /** The log of a daemon that is gone, if its place is known. */
     std::string log_file() const {
         if (!m_log.empty()) return m_log;
         const std::vector<Address> tried = m_context.addresses();
@@ -112,14 +112,14 @@ class Watch {
         return service ? SERVICE_LOG : "";
     }
 
-    /** What the log tells of it; empty if nothing. */
+    /** The cause according to the log; empty if there is none. */
     std::string cause() const {
         try {
             if (!m_daemon) return last_error(last_lines_of_file(log_file()));
             m_daemon->set_timeout_ms(LOG_TIMEOUT_MS);
             return last_error(last_log_lines(*m_daemon, LOG_LINES));
         } catch (const Failure&) {
-            return {};  // what is known already matters more
+            return {};  // what is already known is more important
         }
     }
 
@@ -132,7 +132,7 @@ class Watch {
     Context& m_context;
     const Goal& m_goal;
     uint64_t m_deadline_ms;
-    std::unique_ptr<Daemon> m_daemon;  ///< the one that has answered last; none if the last look failed
+    std::unique_ptr<Daemon> m_daemon;  ///< the one that answered last; none if the last attempt failed
     std::string m_state;
     std::string m_seen;
     std::string m_log;

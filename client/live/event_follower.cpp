@@ -17,9 +17,9 @@ namespace brumectl {
 
 namespace {
 
-/** Between two looks whether the daemon still knows us; a restarted one doesn't. */
+/** Time between two checks whether the daemon still knows us; a restarted one doesn't. */
 constexpr uint64_t LOOK_MS = 2000;
-/** Between two looks at the log, where no socket of ours can be reached. */
+/** Time between two reads of the log if the daemon can't reach any socket of ours. */
 constexpr uint64_t POLL_MS = 1000;
 
 }  // namespace
@@ -50,7 +50,7 @@ void EventFollower::begin_first() {
         begin();
     } catch (const NoDaemon& e) {
         if (m_pid == 0) throw;
-        // It has answered, and went away before all was set up: waited for as later.
+        // It answered, and disappeared before everything was set up: wait for it as usual.
         lose(e.what());
     } catch (const BrokenOff& e) {
         if (m_pid == 0) throw;
@@ -74,7 +74,7 @@ void EventFollower::look() {
     }
 }
 
-/** All or nothing: where a part of it fails, the next look begins anew. */
+/** All or nothing: if a part fails, the next attempt starts over. */
 void EventFollower::begin() {
     std::unique_ptr<Daemon> daemon = m_context.new_daemon();
     const int64_t pid = static_cast<int64_t>(count_of(member_of(daemon->call("status"), "pid")));
@@ -100,7 +100,7 @@ void EventFollower::set_up(std::unique_ptr<Daemon> daemon) {
 void EventFollower::subscribe() {
     m_polling = false;
     if (!m_options.path.empty()) {
-        // Absolute, as a relative one begins for the daemon in its own working directory.
+        // Absolute, because the daemon resolves a relative path in its own working directory.
         if (try_path(std::filesystem::absolute(m_options.path))) return;
         m_context.complain("the daemon can't reach " + m_options.path + "; asking once a second instead");
     } else {
@@ -122,7 +122,7 @@ bool EventFollower::try_path(const std::string& path) {
     return false;
 }
 
-/** The daemon tells a new subscriber of its own subscription, before it answers the request. */
+/** The daemon notifies a new subscriber of its own subscription before it replies to the request. */
 bool EventFollower::hears_itself() {
     return interrupt::wait_readable(m_subscription->socket().fd(), 200);
 }
@@ -160,7 +160,7 @@ void EventFollower::drop_all() {
     m_daemon.reset();
 }
 
-/** All of them: what isn't to be told counts for finding gaps. */
+/** All of them: even events that aren't shown count for finding gaps. */
 Json::Value EventFollower::past_events() {
     return logged_events(*m_daemon, "info");
 }
@@ -174,9 +174,9 @@ void EventFollower::take_all(const Json::Value& events) {
 void EventFollower::take_waiting() {
     std::string text;
     while (m_subscription && m_subscription->socket().receive(text)) {
-        interrupt::check();  // whoever sends faster than we read can't keep us here
+        interrupt::check();  // a sender faster than us can't keep us here
         Json::Value json;
-        if (!corvo::json::parse(text, json)) continue;  // not the daemon's
+        if (!corvo::json::parse(text, json)) continue;  // not from the daemon
         std::optional<Notification> event = Notification::read(json);
         if (event && m_sequence.missing_before(event->id) > 0) fill_gap();
         take(json);
@@ -184,13 +184,13 @@ void EventFollower::take_waiting() {
     m_context.out().flush();
 }
 
-/** What found no room in the socket may still be in the log. */
+/** Events that didn't fit in the socket may still be in the log. */
 void EventFollower::fill_gap() {
     Json::Value events;
     try {
         events = past_events();
     } catch (const Failure&) {
-        return;  // the gap is told instead
+        return;  // report the gap instead
     }
     take_all(events);
 }

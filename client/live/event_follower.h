@@ -1,6 +1,6 @@
 #pragma once
-// `events -f`: tells the daemon's events as they come, for as long as the reader likes. Survives the daemon's
-// restarts, and daemons that can't reach a socket of ours.
+// `events -f`: shows the daemon's events as they come, for as long as the reader likes. Survives restarts of
+// the daemon, and copes with daemons that can't reach our socket.
 
 #include <json/value.h>
 
@@ -14,8 +14,8 @@
 namespace brumectl {
 
 struct FollowOptions {
-    std::string severity = "info";  ///< the least that is told
-    std::string path = {};          ///< of our socket; empty: chosen
+    std::string severity = "info";  ///< the lowest that is shown
+    std::string path = {};          ///< of our socket; chosen if empty
 };
 
 class EventFollower {
@@ -23,7 +23,7 @@ class EventFollower {
     EventFollower(Context& context, const FollowOptions& options)
         : m_context(context), m_options(options), m_least(severity_rank(options.severity)) {}
 
-    /** Never returns. @throws Interrupted; Failure if it can't begin, or what it tells can't be written */
+    /** Never returns. Throws Interrupted; Failure if it can't start or its output can't be written. */
     [[noreturn]] void run();
 
  private:
@@ -50,16 +50,16 @@ class EventFollower {
     Context& m_context;
     const FollowOptions m_options;
     const int m_least;
-    std::unique_ptr<Daemon> m_daemon;  ///< null while it is gone
+    std::unique_ptr<Daemon> m_daemon;  ///< null while the daemon is gone
     int64_t m_pid = 0;
     std::unique_ptr<Subscription> m_subscription;  ///< null while the daemon is gone or can't reach us
     EventSequence m_sequence;
     bool m_complained = false;
-    bool m_waiting = false;  ///< for a daemon that was there before; the user knows
+    bool m_waiting = false;  ///< for a daemon that was there before; the user has been told
     bool m_polling = false;
 };
 
-/** The events of the daemon's log, least severity first word of "info", "warn", "error". @throws Failure */
+/** Events of the daemon's log at `severity` ("info", "warn" or "error") or above. Throws Failure. */
 Json::Value logged_events(Daemon& daemon, const std::string& severity);
 
 }  // namespace brumectl

@@ -1,5 +1,5 @@
 #pragma once
-// What has happened and what happens in the daemon: `events`.
+// `events`: what has happened and what is happening in the daemon.
 
 namespace CLI {
 class App;

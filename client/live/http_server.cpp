@@ -54,7 +54,7 @@ void HttpServer::step() {
         fds.push_back(
             {connection.fd.get(), static_cast<short>(connection.answer.empty() ? POLLIN : POLLOUT), 0});
     interrupt::wait(fds, time_left_ms());
-    // What comes while a page is made has waited for us, not we for it.
+    // Clients that arrive while a page is generated have waited for us, not we for them.
     const uint64_t now = corvo::monotonic_ms();
     size_t at = 1;
     for (Connection& connection : m_connections) {
@@ -98,7 +98,7 @@ void HttpServer::read_request(Connection& connection) const {
         connection.answer = answer_to(connection.request);
     else if (connection.request.size() > MAX_REQUEST_BYTES)
         connection.answer = refusal("431 Request Header Fields Too Large");
-    // The page itself may have taken long: that isn't the client's time.
+    // The page itself may have taken long, which doesn't count as the client's time.
     if (!connection.answer.empty()) connection.deadline_ms = corvo::monotonic_ms() + CLIENT_TIMEOUT_MS;
 }
 

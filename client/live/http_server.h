@@ -1,6 +1,6 @@
 #pragma once
-// As much of HTTP/1.1 as a scraper needs: one request a connection, answered and closed. Whoever is slow,
-// talks too much or comes in a crowd can't hold up the others for long, nor make this grow.
+// As much of HTTP/1.1 as a scraper needs: one request per connection, which is then closed. Clients that are
+// slow, send too much or come in crowds can't hold up the others for long, or make this grow.
 
 #include <poll.h>
 
@@ -18,23 +18,23 @@ class HttpServer {
  public:
     static constexpr size_t MAX_CONNECTIONS = 32;
     static constexpr size_t MAX_REQUEST_BYTES = 8192;
-    /** For the whole request to come, and again for its answer to be read. */
+    /** For the whole request to arrive, and again for its response to be read. */
     static constexpr int CLIENT_TIMEOUT_MS = 5000;
 
     struct Page {
         std::string type;
         std::string body;
     };
-    /** Makes the page at `path` when it is asked for. */
+    /** Generates the page at `path` on request. */
     struct Route {
         std::string path;
         std::function<Page()> page;
     };
 
-    /** Listens. @throws Failure */
+    /** Starts listening. Throws Failure. */
     HttpServer(const Address& address, std::vector<Route> routes);
 
-    /** Never returns. @throws Interrupted */
+    /** Never returns. Throws Interrupted. */
     [[noreturn]] void run();
 
  private:
@@ -42,7 +42,7 @@ class HttpServer {
         corvo::UniqueFd fd;
         uint64_t deadline_ms;
         std::string request = {};
-        std::string answer = {};  ///< empty while the request comes
+        std::string answer = {};  ///< empty while the request is arriving
         size_t sent = 0;
         bool done = false;
     };
@@ -57,7 +57,7 @@ class HttpServer {
     corvo::UniqueFd m_listener;
     std::vector<Route> m_routes;
     std::list<Connection> m_connections;
-    uint64_t m_accept_after_ms = 0;  ///< a failed accept isn't tried again at once
+    uint64_t m_accept_after_ms = 0;  ///< a failed accept isn't retried at once
 };
 
 }  // namespace brumectl

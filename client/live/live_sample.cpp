@@ -10,7 +10,7 @@ namespace brumectl {
 
 namespace {
 
-/** Requests within a common time. */
+/** Sends requests within a common time limit. */
 class Asker {
  public:
     Asker(Daemon& daemon, int budget_ms)

@@ -1,5 +1,5 @@
 #pragma once
-// What a daemon says of itself at one moment: the source of `top` and `metrics`.
+// The daemon's figures at one moment: the source of `top` and `metrics`.
 
 #include <json/value.h>
 
@@ -11,7 +11,7 @@
 
 namespace brumectl {
 
-/** One answer, or why there's none. */
+/** A result, or the reason why there is none. */
 struct Answer {
     Json::Value value = {};
     std::string error = {};  ///< empty if there is a value
@@ -29,12 +29,12 @@ struct LiveSample {
     Machine machine = {};
 
     /**
-     * Asks only what can be answered: each refusal would be a line in the daemon's log. All requests together
-     * take at most `budget_ms`; `daemon`'s own time-out is changed.
-     * @throws NoDaemon, TimedOut, Interrupted, Failure for a `status` that can't be read
+     * Only sends requests that the daemon can fulfil, since each refusal would add a line to its log. All
+     * requests together take at most `budget_ms`; changes the timeout of `daemon`.
+     * Throws NoDaemon, TimedOut, Interrupted, Failure for an unreadable `status`.
      */
     static LiveSample take(Daemon& daemon, int budget_ms);
-    /** All in one document. */
+    /** Everything in one document. */
     Json::Value json() const;
 };
 

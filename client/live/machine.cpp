@@ -16,7 +16,7 @@ namespace {
 
 constexpr uint64_t KIB = 1024;
 
-/** The machine that has as much memory as the daemon's. */
+/** Only if this machine has as much memory as the daemon's. */
 std::optional<uint64_t> memory_in_use(uint64_t total_mib) {
     std::ifstream file("/proc/meminfo");
     std::string name;
@@ -31,7 +31,7 @@ std::optional<uint64_t> memory_in_use(uint64_t total_mib) {
     return (total_kib - available_kib) * KIB;
 }
 
-/** Of the process with that number, if it is a daemon: what a container calls so may be another one here. */
+/** For the process with this number, if it is a daemon: a container's number may be another process here. */
 std::optional<double> processor_time(uint64_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
     std::string text;

@@ -1,5 +1,6 @@
 #pragma once
-// What /proc tells of the daemon's machine and process and `status` doesn't. Only where both are ours.
+// What /proc says about the daemon's machine and process that `status` doesn't. Only if both are on
+// our machine.
 
 #include <json/value.h>
 
@@ -11,12 +12,12 @@
 namespace brumectl {
 
 struct Machine {
-    /** Bytes that no program could get, as `free` has it. What caches hold isn't among them. */
+    /** Bytes unavailable to programs, as computed by `free`. Caches aren't included. */
     std::optional<uint64_t> used_memory = {};
-    /** Seconds of processor time that the daemon has taken since its start. */
+    /** Processor time that the daemon has used since its start, seconds. */
     std::optional<double> cpu_sec = {};
 
-    /** `status` is the daemon's answer, come from `daemon`. */
+    /** `status` is the result received from `daemon`. */
     static Machine look(const Address& daemon, const Json::Value& status);
 };
 

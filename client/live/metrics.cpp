@@ -14,10 +14,9 @@ namespace brumectl {
 
 namespace {
 
-/** Half of what a scraper waits by default. */
+/** Half of a scraper's default timeout. */
 constexpr int MAX_BUDGET_MS = 5000;
-/** Scrapers that have waited for one page share it: a daemon that is slow costs its time once, not each time.
- */
+/** Scrapers that wait at the same time share a page, so a slow daemon costs its time only once. */
 constexpr uint64_t SHARED_MS = 500;
 
 std::string ask(Context& context, Daemon& daemon) {
@@ -48,7 +47,7 @@ class Exporter {
     }
 
  private:
-    /** A new connection each time: the daemon may be another one by now. */
+    /** Connects anew each time, as the daemon may be a different one. */
     std::string scrape() {
         try {
             std::string text = ask(m_context, *m_context.new_daemon());
@@ -64,12 +63,12 @@ class Exporter {
     Context& m_context;
     std::string m_body;
     uint64_t m_made_ms = 0;
-    bool m_down = false;  ///< and told so
+    bool m_down = false;  ///< and it has been reported
 };
 
 [[noreturn]] void serve(Context& context, const std::string& where) {
     const Address address = Address::parse_listening(where);
-    context.new_daemon();  // its address is judged here, not at the first scrape
+    context.new_daemon();  // checks its address now, not at the first scrape
     Exporter exporter(context);
     HttpServer server(address, {{"/metrics", [&exporter] { return exporter.page(); }}});
     context.complain("serving http://" + std::string(where.front() == ':' ? "0.0.0.0" : "") + where +

@@ -1,5 +1,5 @@
 #pragma once
-// The daemon's numbers for Prometheus: `metrics`.
+// `metrics`: the daemon's numbers for Prometheus.
 
 namespace CLI {
 class App;

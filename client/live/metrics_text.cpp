@@ -12,7 +12,7 @@ namespace {
 constexpr const char* STATES[] = {"not loaded", "deactivated", "activated", "activated (attached)"};
 constexpr const char* HEALTH_STATES[] = {"ok", "warn", "bad"};
 
-/** A metric that is a number somewhere in an answer. */
+/** A metric whose value is a number somewhere in a result. */
 struct Member {
     const char* name;
     const char* type;
@@ -59,7 +59,7 @@ constexpr Member EXPORTER[] = {
     {"brumecpd_exporter_dropped_total", "counter", "Samples that were given up.", {"dropped"}},
 };
 
-/** A metric of each row of a table. */
+/** Metrics for each row of a table. */
 constexpr Member PROTOCOLS[] = {
     {"brumecpd_protocol_packets_total",
      "counter",
@@ -97,7 +97,7 @@ const Json::Value& find(const Json::Value& object, const Member& metric) {
     return *at;
 }
 
-/** What isn't there isn't written: an absent number isn't 0. */
+/** Absent members aren't written: an absent number isn't 0. */
 template <size_t N>
 void write_members(MetricsWriter& out, const Json::Value& object, const Member (&metrics)[N]) {
     for (const Member& metric : metrics) {

@@ -1,5 +1,5 @@
 #pragma once
-// A sample in the text format that Prometheus reads.
+// A sample in Prometheus's text format.
 
 #include <cstdint>
 #include <initializer_list>
@@ -11,12 +11,12 @@
 
 namespace brumectl {
 
-/** Writes families of metrics. A family without samples leaves no line; a sample can't appear twice. */
+/** Writes families of metrics. A family without samples produces no output; no sample can appear twice. */
 class MetricsWriter {
  public:
     using Labels = std::initializer_list<std::pair<const char*, std::string>>;
 
-    /** What follows belongs to it. `type` is "gauge" or "counter"; texts must outlive the next call. */
+    /** Starts a family for what follows. `type` is "gauge" or "counter"; texts must outlive the next call. */
     void family(const char* name, const char* type, const char* help);
     void sample(uint64_t value, Labels labels = {});
     void sample(double value, Labels labels = {});
@@ -33,7 +33,7 @@ class MetricsWriter {
 };
 
 std::string metrics_text(const LiveSample& sample);
-/** For a daemon that doesn't answer. `why` stands there as a comment. */
+/** For a daemon that doesn't answer. `why` appears as a comment. */
 std::string metrics_text_down(const std::string& why);
 
 }  // namespace brumectl

@@ -10,13 +10,13 @@ namespace brumectl {
 
 namespace {
 
-constexpr const char* ENTER = "\x1b[?1049h\x1b[?25l\x1b[?7l";  // other screen, no cursor, no line wrap
+constexpr const char* ENTER = "\x1b[?1049h\x1b[?25l\x1b[?7l";  // alternate screen, no cursor, no line wrap
 constexpr const char* LEAVE = "\x1b[?7h\x1b[?25h\x1b[0m\x1b[?1049l";
 
-/** Only so that it ends a wait. */
+/** Exists only to interrupt a wait. */
 void on_resize(int) {}
 
-/** The longest beginning of at most `width` columns. */
+/** The longest prefix of at most `width` columns. */
 std::string clipped(const std::string& text, size_t width) {
     size_t taken = 0;
     for (size_t at = 0; at < text.size(); ++at) {
@@ -65,13 +65,13 @@ void Screen::enter() {
     raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
-    raw.c_cc[VSUSP] = _POSIX_VDISABLE;  // stopped by the terminal, we would leave it as it is
+    raw.c_cc[VSUSP] = _POSIX_VDISABLE;  // stopped by the terminal, we would leave it in this state
     tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
-    fputs(ENTER, m_out.stream());  // not by print: were it to throw, nothing would set all this back
+    fputs(ENTER, m_out.stream());  // not with print: if it threw, nothing would restore the terminal
 }
 
 void Screen::leave() const {
-    // Nor here, where the terminal may be gone.
+    // Likewise; the terminal may also be gone.
     fputs(LEAVE, m_out.stream());
     fflush(m_out.stream());
     tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
@@ -79,7 +79,7 @@ void Screen::leave() const {
 
 void Screen::suspend() {
     leave();
-    kill(0, SIGTSTP);  // goes on here with SIGCONT
+    kill(0, SIGTSTP);  // SIGCONT continues here
     enter();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
-// The whole terminal for a while. What was on it before, and the way it was set, come back on every way out.
+// Takes over the whole terminal for a while. Its previous contents and settings are restored however the
+// program ends.
 
 #include <termios.h>
 
@@ -11,15 +12,15 @@
 
 namespace brumectl {
 
-/** One line, put together from left to right and never wider than the screen. */
+/** One line, composed from left to right and never wider than the screen. */
 class ScreenLine {
  public:
     ScreenLine(const Terminal& terminal, size_t width) : m_terminal(terminal), m_width(width) {}
 
     ScreenLine& put(const std::string& text, Terminal::colour_e colour = Terminal::PLAIN);
-    /** Blanks up to a column; none if it is passed. */
+    /** Adds blanks up to a column; none if it has been passed. */
     ScreenLine& to(size_t column);
-    /** So that it ends before a column. */
+    /** Adds a text that ends before a column. */
     ScreenLine& right(const std::string& text, size_t end, Terminal::colour_e colour = Terminal::PLAIN);
     size_t column() const { return m_column; }
     const std::string& text() const { return m_text; }
@@ -35,7 +36,7 @@ class Screen {
  public:
     static constexpr int SUSPEND_KEY = 'Z' & 31;
 
-    /** @throws Usage if stdin or `out` is no terminal */
+    /** Throws Usage unless stdin and `out` are terminals. */
     explicit Screen(const Terminal& out);
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
@@ -43,16 +44,16 @@ class Screen {
 
     int width() const { return m_out.width(); }
     int height() const;
-    /** Shows these lines and nothing else. @throws Failure if the terminal is gone */
+    /** Shows exactly these lines. Throws Failure if the terminal is gone. */
     void draw(const std::vector<std::string>& lines) const;
     /**
-     * A key, 0 after the time-out or when the size has changed, -1 if no key can come any more.
-     * @throws Interrupted
+     * Returns a key, 0 after the timeout or when the size has changed, or -1 if no more keys can come.
+     * Throws Interrupted.
      */
     int wait_key(int timeout_ms) const;
     /**
-     * Ctrl-Z, a key among others here: gives the terminal back and stops the whole job, as it would do
-     * elsewhere. Comes back with the screen when the job is in the foreground again.
+     * Handles Ctrl-Z, which arrives as a key here: releases the terminal and stops the whole job, as Ctrl-Z
+     * normally does. Returns with the screen restored when the job is in the foreground again.
      */
     void suspend();
 

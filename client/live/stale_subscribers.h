@@ -1,5 +1,5 @@
 #pragma once
-// Subscriptions whose programs have gone without taking leave. The daemon keeps them, and tries to reach each
+// Subscriptions of programs that ended without unsubscribing. The daemon keeps them and tries to reach each
 // of them at every event.
 
 #include <string>
@@ -11,11 +11,11 @@ namespace brumectl {
 
 struct CleanUp {
     std::vector<std::string> removed;
-    std::vector<std::string> kept;     ///< somebody listens there
-    std::vector<std::string> unknown;  ///< not to be judged from here: left alone
+    std::vector<std::string> kept;     ///< somebody is listening there
+    std::vector<std::string> unknown;  ///< can't be checked from here, so left alone
 };
 
-/** Removes those of which it is sure. @throws Failure */
+/** Removes those that are certainly stale. Throws Failure. */
 CleanUp remove_stale_subscribers(Daemon& daemon);
 
 }  // namespace brumectl

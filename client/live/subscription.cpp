@@ -26,7 +26,7 @@ Json::Value request(const char* op, const std::string& path) {
     return params;
 }
 
-/** A socket of ours that nobody has open: left behind by a program that was killed. */
+/** A socket of ours that nobody has open: left by a program that was killed. */
 bool is_left_behind(const std::string& path) {
     struct stat info = {};
     if (lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode) || info.st_uid != geteuid()) return false;
@@ -50,8 +50,8 @@ SubscriberSocket::~SubscriberSocket() {
     unlink(m_path.c_str());
 }
 
-// The mode is set before there is a name, and the owner not at all: the folder may belong to the daemon's
-// user, who could put a link to somebody's file where the socket is, and be given that.
+// The mode is set before the socket has a name, and the owner isn't changed at all: the folder may belong to
+// the daemon's user, who could replace the socket with a link to somebody's file and be given that.
 void SubscriberSocket::bind_path() const {
     sockaddr_un address = Address::of_path(m_path).unix_address();
     const bool ours = m_writer == 0 || m_writer == static_cast<long>(geteuid());
@@ -81,7 +81,7 @@ bool SubscriberSocket::receive(std::string& text) const {
     }
 }
 
-/** Whether the kernel says that the daemon's user, or root, has sent it. */
+/** Whether, according to the kernel, the daemon's user or root has sent it. */
 bool SubscriberSocket::is_writers(const msghdr& message) const {
     if (m_writer < 0) return true;
     const cmsghdr* header = CMSG_FIRSTHDR(&message);
@@ -96,7 +96,7 @@ Subscription::Subscription(Daemon& daemon, Connect connect, const std::string& p
     try {
         add(daemon);
     } catch (...) {
-        leave();  // a request that wasn't answered may still be carried out
+        leave();  // an unanswered request may still be carried out
         throw;
     }
 }
@@ -110,7 +110,7 @@ void Subscription::add(Daemon& daemon) {
     try {
         daemon.call("notifications", request("add", m_socket.path()));
     } catch (const ErrorReply&) {
-        // Most likely a subscription that an earlier program has left under the same path.
+        // Most likely an earlier program left a subscription with the same path.
         daemon.call("notifications", request("delete", m_socket.path()));
         daemon.call("notifications", request("add", m_socket.path()));
     }
@@ -124,7 +124,7 @@ void Subscription::leave() const {
         daemon->set_timeout_ms(LEAVE_TIMEOUT_MS);
         daemon->call("notifications", request("delete", m_socket.path()));
     } catch (const std::exception&) {
-        return;  // gone, or too busy to answer: then the request waits in its queue
+        return;  // the daemon is gone, or too busy to reply; then the request is in its queue
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
-// A socket of this program that the daemon sends its events to. Nothing of it stays behind: the destructor
-// ends the subscription and removes the socket's file, whether or not the daemon is still there.
+// A socket of this program to which the daemon sends its events. Nothing is left behind: the destructor ends
+// the subscription and removes the socket's file, whether or not the daemon is still there.
 
 #include <functional>
 #include <memory>
@@ -13,12 +13,12 @@
 
 namespace brumectl {
 
-/** A datagram socket bound to a path of its own, which is removed at the end. */
+/** A datagram socket bound to its own path, which is removed at the end. */
 class SubscriberSocket {
  public:
     /**
-     * Takes the place of a socket that nobody listens at any more. `writer` is the user whose datagrams,
-     * beside root's, are received, or -1 if that is unknown: then everybody's. @throws Failure
+     * Replaces a socket on which nobody listens any more. Only datagrams from the user `writer` and root are
+     * received; -1, for unknown, accepts everybody's. Throws Failure.
      */
     SubscriberSocket(const std::string& path, long writer);
     SubscriberSocket(const SubscriberSocket&) = delete;
@@ -27,7 +27,9 @@ class SubscriberSocket {
 
     const std::string& path() const { return m_path; }
     int fd() const { return m_fd.get(); }
-    /** The next datagram that waits; false if there's none. Longer ones than any event are cut. */
+    /**
+     * Reads the next waiting datagram; false if there is none. Datagrams longer than any event are truncated.
+     */
     bool receive(std::string& text) const;
 
  private:
@@ -44,8 +46,8 @@ class Subscription {
     using Connect = std::function<std::unique_ptr<Daemon>()>;
 
     /**
-     * Subscribed when it returns. `connect` gives a connection of its own for taking leave, since the
-     * program's may be waiting for an answer then. @throws Failure, Interrupted
+     * Has subscribed when it returns. `connect` provides a separate connection for unsubscribing, since the
+     * program's own may be waiting for a reply then. Throws Failure, Interrupted.
      */
     Subscription(Daemon& daemon, Connect connect, const std::string& path, long writer);
     Subscription(const Subscription&) = delete;
@@ -53,7 +55,7 @@ class Subscription {
     ~Subscription();
 
     const SubscriberSocket& socket() const { return m_socket; }
-    /** The daemon that knew of it is gone. */
+    /** Call if the daemon that had the subscription is gone. */
     void forget() { m_subscribed = false; }
 
  private:
@@ -67,13 +69,12 @@ class Subscription {
 
 struct SubscriberPlaces {
     std::vector<std::string> paths = {};
-    std::string trouble = {};  ///< why there's none in $TMPDIR; empty: there is one
+    std::string trouble = {};  ///< why there is none in $TMPDIR; empty if there is one
 };
 
-/** Where to try, best first: a path's folder is writable for us, which doesn't mean that the daemon gets
- * there. */
+/** Where to try, best first. We can write to a path's folder, but the daemon may not be able to reach it. */
 SubscriberPlaces subscriber_places(const Address& daemon);
-/** The user that the daemon runs as; -1 if that can't be told. */
+/** The user that the daemon runs as; -1 if unknown. */
 long daemon_user(const Address& daemon);
 
 }  // namespace brumectl

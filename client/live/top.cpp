@@ -18,18 +18,18 @@ namespace {
 struct TopOptions {
     double delay_sec = 1;
     bool batch = false;
-    uint64_t count = 0;  ///< of samples; 0: no end
+    uint64_t count = 0;  ///< number of samples; 0 means no limit
 };
 
-/** On a screen a busy daemon mustn't keep the keys waiting for long. */
+/** On a screen, a busy daemon must not delay key presses for long. */
 constexpr int SCREEN_BUDGET_MS = 2000;
 
-/** The last two samples, over all the daemon's comings and goings. */
+/** The last two samples, across restarts of the daemon. */
 class Watch {
  public:
     Watch(Context& context, int budget_ms) : m_context(context), m_budget_ms(budget_ms) {}
 
-    /** Null if it worked, else why not; what was known before is kept then. */
+    /** Returns null on success, else the failure; earlier samples are then kept. */
     const Failure* update() {
         m_failure.reset();
         try {
@@ -84,7 +84,7 @@ double shorter(double delay_sec) {
     return next == std::begin(DELAYS_SEC) ? delay_sec : *(next - 1);
 }
 
-/** The looks on a screen of their own, and the keys that change how they are shown. */
+/** Shows the samples on an alternate screen, and handles the keys that change the view. */
 class ScreenRun {
  public:
     ScreenRun(Context& context, const TopOptions& options)
@@ -102,7 +102,7 @@ class ScreenRun {
     }
 
  private:
-    /** Until the next look is due. False: the user wants to leave. */
+    /** Waits until the next sample is due. Returns false if the user wants to quit. */
     bool show() {
         const uint64_t looked_ms = corvo::monotonic_ms();
         for (;;) {
@@ -134,11 +134,11 @@ class ScreenRun {
         return top_lines(frame, m_context.out());
     }
 
-    /** The last look stays where the screen was, as far as it has lines. */
+    /** Leaves the last view in place of the screen, up to its number of lines. */
     void leave_picture(const Failure* failure) {
         m_help = false;
         std::vector<std::string> picture = lines();
-        picture.pop_back();  // the keys
+        picture.pop_back();  // the line of keys
         while (!picture.empty() && picture.back().empty())
             picture.pop_back();
         m_screen.reset();

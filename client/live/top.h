@@ -1,5 +1,5 @@
 #pragma once
-// The daemon and its traffic as they are now: `top`.
+// `top`: the daemon and its traffic as they are now.
 
 namespace CLI {
 class App;

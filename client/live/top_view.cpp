@@ -15,7 +15,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 constexpr size_t LABEL_END = 13;
-/** Where the numbers of a row of traffic end, behind its name. */
+/** Where the numbers in a row of traffic end, relative to its name. */
 constexpr size_t NUMBER_ENDS[] = {8, 18, 27, 38, 46};
 constexpr size_t PERCENT_WIDTH = 6;
 
@@ -77,7 +77,7 @@ class TopView {
     }
 
  private:
-    /** A part with a title of its own: its rows are cut first when there's no room. */
+    /** A part with its own title; its rows are cut first if there isn't enough room. */
     struct Table {
         std::string head;
         Lines rows;
@@ -91,7 +91,7 @@ class TopView {
         return out;
     }
     const LiveSample& now() const { return *m_frame.now; }
-    /** Of a daemon that doesn't answer nothing can be told that changes. */
+    /** If a daemon doesn't answer, nothing that changes can be shown. */
     bool is_answering() const { return m_frame.trouble.empty(); }
     const LiveSample* before() const { return is_answering() ? m_frame.before : nullptr; }
     std::string cpu_text() const;
@@ -138,7 +138,7 @@ std::string TopView::title() const {
     return out.text();
 }
 
-/** Of one processor, since the look before. */
+/** Percentage of one processor since the previous sample. */
 std::string TopView::cpu_text() const {
     if (before() == nullptr || !now().machine.cpu_sec || !before()->machine.cpu_sec ||
         !is_comparable(now(), *before()))
@@ -209,7 +209,7 @@ Lines TopView::memory() const {
     out.put(bytes_text(count_of(member_of(own, "current")) * MIB));
     out.put(" (most " + bytes_text(count_of(member_of(own, "max")) * MIB) + ")", Terminal::DIM);
     out.to(40).put("machine ", Terminal::DIM);
-    if (!now().machine.used_memory) {  // what isn't free may be caches
+    if (!now().machine.used_memory) {  // memory that isn't free may be caches
         out.put(bytes_text(count_of(member_of(memory, "free_mem")) * MIB));
         return {out.put(" free of " + bytes_text(total * MIB), Terminal::DIM).text()};
     }
@@ -269,7 +269,7 @@ std::string TopView::table_head(const char* first, const char* fifth, const char
     return out.put("  ").put(last, Terminal::BOLD).text();
 }
 
-/** All but the last number, which ends at `last_end`. */
+/** All numbers but the last, which ends at `last_end`. */
 void TopView::put_traffic(ScreenLine& out, const Traffic& row) const {
     bool busy = row.packet_rate > 0;
     ScreenLine name{m_terminal, name_end()};
@@ -358,7 +358,7 @@ void TopView::add_table(Lines& out, const Table& table, size_t rows) {
         out.push_back(drawn(" … ") + std::to_string(table.rows.size() - shown) + " more");
 }
 
-/** Protocols get what the other two leave, which take a quarter at most, but a row each at least. */
+/** Protocols get what the other two leave. Those take at most a quarter each, but at least one row. */
 void TopView::add_tables(Lines& out) const {
     const Table tables[] = {protocols(), interfaces(), alerts()};
     constexpr size_t FRAME = 2;  // a blank line and the head

@@ -1,5 +1,5 @@
 #pragma once
-// What `top` shows: lines made of samples. Knows nothing of terminals but their width and height.
+// What `top` shows: lines made from samples. Knows only the terminal's width and height.
 
 #include <string>
 #include <vector>
@@ -11,15 +11,15 @@
 namespace brumectl {
 
 struct TopFrame {
-    const LiveSample* now = nullptr;     ///< null before the first answer
-    const LiveSample* before = nullptr;  ///< the one before, for rates; may be null
-    std::string trouble = {};            ///< why the daemon doesn't answer; empty: it does
+    const LiveSample* now = nullptr;     ///< null before the first sample
+    const LiveSample* before = nullptr;  ///< the previous one, for rates; may be null
+    std::string trouble = {};            ///< why the daemon doesn't answer; empty if it does
     std::string address = {};
     double delay_sec = 1;
     const TrafficOrder* order = &traffic_orders().front();
-    bool help = false;  ///< the keys instead of the numbers
+    bool help = false;  ///< show the keys instead of the numbers
     size_t width = 80;
-    size_t height = 0;  ///< 0: as many lines as it takes, without the line of keys
+    size_t height = 0;  ///< 0: as many lines as needed, without the line of keys
 };
 
 std::vector<std::string> top_lines(const TopFrame& frame, const Terminal& terminal);

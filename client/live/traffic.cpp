@@ -53,7 +53,7 @@ std::vector<Traffic> read_interfaces(const LiveSample& sample) {
     return rows;
 }
 
-/** A count that went back began anew: nothing can be told of it. */
+/** A counter that decreased has been reset, so there is no rate. */
 double rate(uint64_t now, uint64_t before, double seconds) {
     return now > before ? static_cast<double>(now - before) / seconds : 0;
 }
@@ -76,7 +76,7 @@ double seconds_between(const LiveSample& now, const LiveSample& before) {
     return static_cast<double>(now.taken_ms - before.taken_ms) / 1000;
 }
 
-/** Equal ones stay in the order of their names. */
+/** Rows with equal values stay in order of their names. */
 constexpr TrafficOrder ORDERS[] = {
     {'r', "bytes a second",
      [](const Traffic& a, const Traffic& b) {

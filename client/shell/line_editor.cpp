@@ -19,7 +19,7 @@ namespace brumectl {
 namespace {
 
 constexpr int HISTORY_LINES = 1000;
-/** Longer ones, such as a pasted frame, aren't worth keeping. */
+/** Longer lines, such as a pasted frame, aren't worth keeping. */
 constexpr size_t MAX_HISTORY_LINE_BYTES = 4096;
 
 std::string common_prefix(const std::vector<std::string>& words) {
@@ -49,7 +49,7 @@ LineEditor::LineEditor(std::string prompt_text, std::string history_path, comple
     el_set(m_editor, EL_EDITOR, "emacs");
     el_set(m_editor, EL_SIGNAL, 0);
     el_set(m_editor, EL_GETCFN, read_char);
-    // The wide form: the narrow one makes copies that nobody frees.
+    // The wide form, because the narrow one makes copies that are never freed.
     el_wset(m_editor, EL_ADDFN, L"brumectl-complete", L"Completes a word", complete);
     el_set(m_editor, EL_BIND, "^I", "brumectl-complete", nullptr);
     el_set(m_editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
@@ -140,7 +140,7 @@ void LineEditor::remember(const std::string& line) {
 
 void LineEditor::keep_history() const {
     if (m_history_path.empty()) return;
-    // Lines may carry what only their writer should see, and the library creates files for everybody.
+    // Lines may contain secrets, and the library creates files that everybody can read.
     std::string fresh = m_history_path + "." + std::to_string(getpid());
     corvo::UniqueFd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!fd) return;

@@ -1,5 +1,5 @@
 #pragma once
-// A line typed at a terminal: editing, history that outlives the program, completion by Tab.
+// Reads a line typed at a terminal: editing, history that outlives the program, completion with Tab.
 
 #include <histedit.h>
 
@@ -11,17 +11,17 @@ namespace brumectl {
 
 class LineEditor {
  public:
-    /** What can stand in place of the last word of what has been typed. */
+    /** What can replace the last word of what has been typed. */
     using completer_t = std::function<std::vector<std::string>(const std::string& typed, std::string& last)>;
 
-    /** `history_path` may be empty: nothing is kept. */
+    /** If `history_path` is empty, no history is kept. */
     LineEditor(std::string prompt, std::string history_path, completer_t completer);
     LineEditor(const LineEditor&) = delete;
     LineEditor& operator=(const LineEditor&) = delete;
-    /** Gives the terminal back as it was and keeps the history. */
+    /** Restores the terminal and saves the history. */
     ~LineEditor();
 
-    /** False at Ctrl-D. @throws Interrupted, for Ctrl-C too */
+    /** False on Ctrl-D. Throws Interrupted, also for Ctrl-C. */
     bool next(std::string& line);
 
  private:
@@ -37,10 +37,12 @@ class LineEditor {
     completer_t m_completer;
     EditLine* m_editor;
     History* m_history;
-    int m_signum = 0;  ///< what has ended the reading of a line; exceptions can't pass the editor's C code
+    int m_signum =
+        0;  ///< the signal that ended the reading of a line; exceptions can't pass the editor's C code
 };
 
-/** $XDG_STATE_HOME/brumectl/history, else below ~/.local/state; its folder is made. Empty if there's no home.
+/**
+ * $XDG_STATE_HOME/brumectl/history, or else in ~/.local/state. Creates the folder. Empty if there is no home.
  */
 std::string history_path();
 

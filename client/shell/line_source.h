@@ -1,5 +1,5 @@
 #pragma once
-// Where the shell's lines come from when nobody sits at a terminal.
+// Where the shell's lines come from when it isn't at a terminal.
 
 #include <cstddef>
 #include <string>
@@ -10,10 +10,10 @@ class LineSource {
  public:
     static constexpr size_t MAX_LINE_BYTES = size_t{1024} * 1024;
 
-    /** `fd` stays the caller's. */
+    /** The caller keeps ownership of `fd`. */
     explicit LineSource(int fd) : m_fd(fd) {}
 
-    /** The next line without its line feed; false at the end. @throws Failure, Interrupted */
+    /** The next line without its line feed; false at the end. Throws Failure, Interrupted. */
     bool next(std::string& line);
 
  private:

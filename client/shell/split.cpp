@@ -21,7 +21,7 @@ class Splitter {
  private:
     void take(char c) {
         if (m_escaped) {
-            // Between double quotes a backslash stands for itself but before what it could be needed for.
+            // Within double quotes, a backslash is literal except before a quote or another backslash.
             if (m_quote == '"' && c != '"' && c != '\\') word += '\\';
             word += c;
             m_escaped = false;

@@ -1,5 +1,5 @@
 #pragma once
-// What is said of a value that can't be meant; each text stands behind the value's name.
+// Complaints about values that make no sense; each text follows the value's name.
 
 #include <cstdint>
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace brumectl {
 
-/** " (did you mean 'X'?)", or nothing if no word of `known` is near. */
+/** " (did you mean 'X'?)", or empty if no word in `known` is close. */
 std::string did_you_mean(const std::string& word, const std::vector<std::string>& known);
 /** "must be from 1 to 9, not '0'". */
 std::string range_complaint(uint64_t least, uint64_t most, const std::string& text);

@@ -33,7 +33,7 @@ std::string join_sentences(const std::string& first, const std::string& second) 
     return first + (first.back() == '.' ? " " : "; ") + second;
 }
 
-/** The member that tells the variants of an object apart: it has a choice of its own in each of them. */
+/** The member that distinguishes an object's variants: each variant has its own choices for it. */
 std::string discriminator(const Json::Value& schema) {
     for (const std::string& name : schema["properties"].getMemberNames())
         if (schema["oneOf"].size() > 0 && schema["oneOf"][0]["properties"][name].isMember("enum"))
@@ -52,7 +52,7 @@ void add_members(const std::string& path, const Json::Value& schema, bool parent
                    parent_required && contains(schema["required"], name), fields);
 }
 
-/** Members that only some choices of `which` have. */
+/** Adds members that exist only for some choices of `which`. */
 void add_variants(const std::string& path, const Json::Value& schema, std::vector<Field>& fields) {
     const std::string which = discriminator(schema);
     std::map<std::string, std::vector<std::string>> conditions;
@@ -133,7 +133,7 @@ void require_members(const std::string& path, const Json::Value& schema, const J
     }
 }
 
-/** Members that an object must have, those of the variant that it has chosen included. */
+/** Checks the members that an object must have, including those of the chosen variant. */
 void check_object(const std::string& path, const Json::Value& schema, const Json::Value& value) {
     if (!schema.isMember("properties") || !value.isObject()) return;
     require_members(path, schema, schema, value);
@@ -143,7 +143,7 @@ void check_object(const std::string& path, const Json::Value& schema, const Json
             require_members(path, schema, variant, value);
 }
 
-/** The only value that a choice can have beside the parameters that were given; null if there are several. */
+/** The only value that a choice can have given the other parameters; null if there are several. */
 Json::Value implied(const Method& method, const Parameter& choice, const Json::Value& params) {
     const Json::Value& schema = *choice.schema;
     if (schema["type"] == "boolean") return false;

@@ -1,6 +1,6 @@
 #pragma once
-// What a method's parameters are made of, down to the members of those that are objects, and how the text of
-// each becomes the value that the method takes.
+// The fields of a method's parameters, down to the members of objects, and how a field's text becomes the
+// value that the method takes.
 
 #include <json/value.h>
 
@@ -15,39 +15,39 @@ namespace brumectl {
 /** A parameter, or a member of one that is an object with known members. */
 struct Field {
     std::string path;         ///< dotted: "resources.max_flows"
-    std::string description;  ///< with the conditions under which it is read or required
+    std::string description;  ///< including the conditions under which it is read or required
     const Json::Value* schema = nullptr;
     bool required = false;
-    uint64_t least = 0;  ///< of a whole number: no less is meant, whatever the schema allows
+    uint64_t least = 0;  ///< minimum that makes sense for a whole number, whatever the schema allows
     uint64_t most = UINT64_MAX;
 
     /** The last part of the path. */
     std::string leaf() const { return path.substr(path.rfind('.') + 1); }
 };
 
-/** In the order of the table. An object with known members is replaced by them. */
+/** In the order of the table. An object with known members is replaced by its members. */
 std::vector<Field> fields_of(const Method& method);
-/** Null if there's none. */
+/** Null if there is none. */
 const Field* find_field(const std::vector<Field>& fields, const std::string& path);
 /** "uint32", "string", "array of uint32", "get|set|reset". */
 std::string type_text(const Json::Value& schema);
-/** The words that a value can be; empty if it is no enumeration. */
+/** The allowed words; empty if the value isn't an enumeration. */
 std::vector<std::string> choices_of(const Json::Value& schema);
 
 /** "a, b or c". */
 std::string alternatives(const std::vector<std::string>& words);
 
-/** The value that `text` stands for. @throws Usage, naming the field, for a text that the schema refuses */
+/** Converts `text` to the field's value. Throws Usage, naming the field, if the schema doesn't allow it. */
 Json::Value value_of(const Field& field, const std::string& text);
-/** The same without judging: JSON where it is JSON of the schema's type (null: any), else a string. */
+/** The same without checks: JSON if it is JSON of the schema's type (null: any type), else a string. */
 Json::Value guess_value(const Json::Value* schema, const std::string& text);
-/** Sets the member at a dotted path, making the objects on the way. @throws Usage if one is no object */
+/** Sets the member at a dotted path, creating objects along the way. Throws Usage if one isn't an object. */
 void put(Json::Value& params, const std::string& path, const Json::Value& value);
-/** Required, be it only beside what else `params`, an object, holds. */
+/** Whether it is required, given the other members of `params`, an object. */
 bool is_needed(const Parameter& parameter, const Json::Value& params);
 /**
- * Adds what the rest implies: choices that leave no choice, flags that weren't given.
- * @throws Usage for what is still missing
+ * Adds what the other parameters imply: choices with a single possible value, flags that weren't given.
+ * Throws Usage for what is still missing.
  */
 void complete(const Method& method, Json::Value& params);
 

@@ -5,7 +5,7 @@
 
 namespace brumectl {
 
-extern const char openrpc_text[];  // made from docs/openrpc.json by the build
+extern const char openrpc_text[];  // generated from docs/openrpc.json by the build
 
 namespace {
 

@@ -1,5 +1,5 @@
 #pragma once
-// The daemon's methods as docs/openrpc.json describes them, built into the program: names, parameters, types,
+// The daemon's methods as described in docs/openrpc.json, built into the program: names, parameters, types,
 // texts, results. Words, help, completion, `schema`, `check` and the manual pages all read this one table.
 
 #include <json/value.h>
@@ -15,7 +15,7 @@ struct Parameter {
     bool required = false;
     const Json::Value* schema = nullptr;  ///< JSON schema, with the table's $refs
     const Json::Value* required_when =
-        nullptr;  ///< {parameter: [values]} that together make it required; JSON null: none
+        nullptr;  ///< {parameter: [values]} that together make it required; JSON null if none
 };
 
 struct Method {
@@ -25,28 +25,28 @@ struct Method {
     std::vector<Parameter> parameters;
     const Json::Value* document = nullptr;  ///< its entry in the document
 
-    /** Null if there's no such parameter. */
+    /** Null if there is no such parameter. */
     const Parameter* find(const std::string& name) const;
 };
 
 class MethodTable {
  public:
-    /** The built-in one. Lives as long as the program. */
+    /** The built-in table. Lives as long as the program. */
     static const MethodTable& get();
 
-    /** Of another document of the same form; it is taken to be sound. */
+    /** From another document of the same form, which must be valid. */
     explicit MethodTable(Json::Value document);
     MethodTable(const MethodTable&) = delete;
     MethodTable& operator=(const MethodTable&) = delete;
 
     const std::vector<Method>& methods() const { return m_methods; }
-    /** Null for a method that isn't ours; an engine library may have added it. */
+    /** Null if the method isn't ours; an engine library may have added it. */
     const Method* find(const std::string& name) const;
     std::vector<std::string> names() const;
     const Json::Value& document() const { return m_document; }
-    /** The document's text as it stands in the source tree. */
+    /** The document's text as in the source tree. */
     static const char* text();
-    /** What a schema's "$ref" into this document stands for; a schema without one is itself. */
+    /** Resolves a schema's "$ref" into this document; a schema without one is returned as is. */
     const Json::Value& resolve(const Json::Value& schema) const;
 
  private:

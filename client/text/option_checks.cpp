@@ -21,7 +21,7 @@ CLI::Validator seconds_between(double least, double most) {
 }
 
 CLI::Validator number_between(uint64_t least, uint64_t most) {
-    // The text is written anew: the parser would take one that begins with a 0 for octal.
+    // The text is rewritten because the parser would take a leading 0 for octal.
     const auto complaint = [least, most](std::string& text) -> std::string {
         uint64_t value = 0;
         auto [end, err] = std::from_chars(text.data(), text.data() + text.size(), value);

@@ -12,11 +12,11 @@ namespace brumectl {
 
 namespace {
 
-/** Deeper values are shown as JSON: that's where indented text stops helping. */
+/** Deeper values are shown as JSON, as indented text stops helping there. */
 constexpr int MAX_DEPTH = 6;
 constexpr size_t MAX_COLUMNS = 12;
 
-/** How a description that begins with these words wants its number shown. First match counts. */
+/** How to show a number whose description starts with these words. The first match counts. */
 constexpr struct {
     const char* words;
     std::string (*text)(uint64_t);
@@ -46,7 +46,7 @@ bool fits(const Json::Value& schema, const Json::Value& value) {
     return true;
 }
 
-/** The schema of this value: of several variants the first that fits. */
+/** The schema of this value: the first of several variants that fits. */
 const Json::Value* settle(const Json::Value* schema, const Json::Value& value) {
     if (schema == nullptr) return nullptr;
     const Json::Value& resolved = MethodTable::get().resolve(*schema);

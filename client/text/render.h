@@ -1,6 +1,6 @@
 #pragma once
-// Any JSON value as text for people: objects as aligned lines, arrays of objects as tables, units from what
-// the schema says of a member. The schema is a help, not a promise: whatever doesn't fit it is shown plainly.
+// Any JSON value as text for people: objects as aligned lines, arrays of objects as tables, units from the
+// schema's description of a member. The schema is only a hint: whatever doesn't match it is shown plainly.
 
 #include <json/value.h>
 
@@ -10,15 +10,15 @@
 
 namespace brumectl {
 
-/** `schema` may be null. Ends in a newline. */
+/** `schema` may be null. Ends with a newline. */
 std::string render(const Terminal& terminal, const Json::Value& value, const Json::Value* schema);
-/** One value on one line, harmless; arrays and objects in JSON. */
+/** One value on one line, made harmless; arrays and objects as JSON. */
 std::string line_of(const Json::Value& value, const Json::Value* schema = nullptr);
-/** A text made harmless; empty if it is no string. */
+/** A text made harmless; empty if it isn't a string. */
 std::string text_of(const Json::Value& value);
-/** "a, b, c", or "-" where there's nothing. */
+/** "a, b, c", or "-" if there are none. */
 std::string list_of(const Json::Value& array);
-/** "key:  value" lines, the values below each other. Takes texts that are harmless. */
+/** "key:  value" lines with the values aligned. The texts must be harmless. */
 std::string key_lines(const Terminal& terminal,
                       const std::vector<std::pair<std::string, std::string>>& lines);
 

@@ -41,7 +41,7 @@ int TempFile::fd() const {
     return fileno(m_file.get());
 }
 
-// A lock ends with its process, and unlike a process's number it means the same in every container.
+// A lock ends with its process and, unlike a process number, means the same in every container.
 void TempFile::claim() const {
     flock(fd(), LOCK_EX | LOCK_NB);
 }
@@ -72,7 +72,7 @@ void TempFile::rename_to(const std::string& target) {
 }
 
 void remove_left_behind(const std::string& prefix) {
-    constexpr time_t MAKING_SEC = 60;  // none that was just made, and will be claimed in a moment
+    constexpr time_t MAKING_SEC = 60;  // spare files that were just created and are about to be claimed
     std::error_code ignored;
     const std::filesystem::path folder = std::filesystem::path(prefix).parent_path();
     for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {

@@ -1,6 +1,6 @@
 #pragma once
-// A file that exists only as long as it is needed, or until it is whole and takes its place under its final
-// name. Every way out of the program but a kill removes it: signals are held while it is made.
+// A file that exists only as long as it is needed, or until it is complete and takes its final name. It is
+// removed however the program ends, short of a kill: signals are blocked while it is created.
 
 #include <sys/types.h>
 
@@ -13,27 +13,30 @@ namespace brumectl {
 
 class TempFile {
  public:
-    /** Creates `prefix` and six random characters, with this mode. @throws Failure */
+    /** Creates `prefix` plus six random characters, with this mode. Throws Failure. */
     TempFile(const std::string& prefix, mode_t mode);
     TempFile(const TempFile&) = delete;
     TempFile& operator=(const TempFile&) = delete;
     ~TempFile();
 
     const std::string& path() const { return m_path; }
-    /** For `pwrite` beside it, as nothing has been written by `write`. */
+    /** For use with `pwrite`, as long as nothing has been written with `write`. */
     int fd() const;
-    /** `remove_left_behind` leaves it alone as long as this process lives. */
+    /** Makes `remove_left_behind` leave it alone as long as this process lives. */
     void claim() const;
-    /** @throws Failure */
+    /** Throws Failure. */
     void set_mode(mode_t mode);
-    /** Mode 0640. False, and nothing has changed: this user may not give it to that group. @throws Failure */
+    /**
+     * Sets mode 0640 and the group. Returns false, with nothing changed, if this user may not give it to that
+     * group. Throws Failure.
+     */
     bool give_to_group(gid_t group);
-    /** @throws Failure, as for a disk that is full */
+    /** Throws Failure, for example if the disk is full. */
     void write(const void* bytes, size_t size);
     void write(const std::string& text) { write(text.data(), text.size()); }
-    /** Everything is in the file afterwards, and nothing more can be written. @throws Failure */
+    /** Flushes everything to the file; nothing more can be written. Throws Failure. */
     void close();
-    /** Closes it and puts it in the place of `target`. @throws Failure; `target` is then as it was */
+    /** Closes it and replaces `target` with it. Throws Failure, leaving `target` as it was. */
     void rename_to(const std::string& target);
 
  private:
@@ -43,25 +46,25 @@ class TempFile {
     corvo::UniqueFile m_file;
 };
 
-/** Files of this user with these first letters that were claimed by processes which were killed. */
+/** Removes files of this user with this prefix that were claimed by processes which have been killed. */
 void remove_left_behind(const std::string& prefix);
 
-/** $TMPDIR, else /tmp; absolute. */
+/** $TMPDIR, or else /tmp; absolute. */
 std::string temp_folder();
-/** A file there that has no name, to be written and read. @throws Failure */
+/** A file there without a name, for writing and reading. Throws Failure. */
 corvo::UniqueFile nameless_file();
 
-/** A file that appears whole, or leaves what stands under its name. */
+/** A file that appears complete, or else leaves what exists under its name. */
 class PlacedFile {
  public:
     /**
-     * A symbolic link is followed; what isn't a regular file is refused, for it would be replaced.
-     * @throws Failure if nothing can be written there
+     * Follows a symbolic link. Refuses anything but a regular file, because it would be replaced.
+     * Throws Failure if nothing can be written there.
      */
     explicit PlacedFile(const std::string& target);
-    /** More of its content. @throws Failure */
+    /** Adds to its content. Throws Failure. */
     void write(const std::string& content) { m_file->write(content); }
-    /** The rest of it. Once. @throws Failure */
+    /** Adds the rest and puts the file in place. Call once. Throws Failure. */
     void place(const std::string& content);
 
  private:

@@ -24,7 +24,7 @@ namespace {
 
 constexpr const char* COLOUR_CODE[] = {"", "1", "2", "31", "32", "33", "34", "36"};
 
-/** What stands for the signs that the program draws where the locale has none of them. */
+/** Substitutes for characters that the locale doesn't have. */
 constexpr struct {
     const char* sign;
     const char* plain;
@@ -41,7 +41,7 @@ bool wants_colour(FILE* stream) {
     return isatty(fileno(stream)) != 0 && term != nullptr && strcmp(term, "dumb") != 0;
 }
 
-/** Length of the well-formed UTF-8 character at `at`, 0 if there is none. */
+/** Length of the well-formed UTF-8 character at `at`; 0 if there is none. */
 size_t utf8_length(const std::string& text, size_t at) {
     auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     unsigned char first = byte(at);
@@ -60,7 +60,7 @@ size_t utf8_length(const std::string& text, size_t at) {
     return len;
 }
 
-/** Of the well-formed character of `len` bytes at `at`. */
+/** Decodes the well-formed character of `len` bytes at `at`. */
 char32_t code_point(const std::string& text, size_t at, size_t len) {
     constexpr unsigned FIRST_BITS[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
     char32_t code = static_cast<unsigned char>(text[at]) & FIRST_BITS[len];
@@ -69,7 +69,7 @@ char32_t code_point(const std::string& text, size_t at, size_t len) {
     return code;
 }
 
-/** Characters that a terminal obeys instead of showing them, or that let a text look like another one. */
+/** Characters that a terminal obeys instead of showing, or that make a text look like another one. */
 constexpr struct {
     char32_t first;
     char32_t last;
@@ -98,7 +98,7 @@ std::string format(const char* fmt, double number, const char* unit) {
 
 [[noreturn]] void fail_writing(FILE* stream, int err) {
     clearerr(stream);
-    // The reader has seen enough, as `head` has: no fault to tell of.
+    // The reader has seen enough, like `head`: not an error to report.
     if (err == EPIPE) throw Interrupted(SIGPIPE);
     throw Failure(std::string("the output can't be written: ") + strerror(err));
 }
@@ -119,7 +119,7 @@ std::string Terminal::paint(colour_e colour, const std::string& text) const {
     return std::string("\x1b[") + COLOUR_CODE[colour] + "m" + text + "\x1b[0m";
 }
 
-/** Signals are let in here, but not during a write, which may last as long as its reader likes. */
+/** Signals may arrive here but not during a write, which may last as long as its reader likes. */
 void Terminal::await_room() const {
     std::vector<pollfd> fds{{fileno(m_stream), POLLOUT, 0}};
     while (interrupt::wait(fds, -1) == 0)
@@ -127,7 +127,7 @@ void Terminal::await_room() const {
 }
 
 void Terminal::print(const std::string& text) const {
-    // A pipe that has room takes so much without a wait.
+    // A pipe with room accepts this much without blocking.
     constexpr size_t MOST = PIPE_BUF;
     for (size_t at = 0; at < text.size(); at += MOST) {
         const size_t size = std::min(text.size() - at, MOST);
@@ -222,7 +222,7 @@ std::string shell_word(const std::string& text) {
                (c != '\0' && strchr(PLAIN_SIGNS, c) != nullptr);
     };
     if (!text.empty() && shown == text && std::all_of(text.begin(), text.end(), is_plain)) return text;
-    // $'…' knows what `harmless` makes of control characters.
+    // $'…' understands the escapes that `harmless` makes of control characters.
     const bool has_escapes = shown != text;
     std::string out = has_escapes ? "$'" : "'";
     for (char c : text) {

@@ -21,7 +21,7 @@ std::string read_text(const std::string& path, size_t max_bytes) {
     corvo::UniqueFd opened;
     int fd = STDIN_FILENO;
     if (path != "-") {
-        // Opening a pipe that nobody writes yet would wait where Ctrl-C is held.
+        // Opening a pipe without a writer would block while Ctrl-C is blocked.
         opened.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
         if (!opened) throw Failure(name + ": " + strerror(errno));
         fd = opened.get();

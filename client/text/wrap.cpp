@@ -12,7 +12,7 @@ namespace {
 
 struct Paragraph {
     std::string begin = {};  ///< blanks and the term of an entry
-    size_t hang = 0;         ///< where its text begins
+    size_t hang = 0;         ///< column where its text starts
     std::string text = {};
 };
 

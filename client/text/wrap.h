@@ -1,5 +1,5 @@
 #pragma once
-// Text of the program's own in lines that are no longer than a terminal is wide, `drawn` as it can show them.
+// Wraps the program's own text to a terminal's width, `drawn` as the terminal can show it.
 
 #include <cstddef>
 #include <string>
@@ -7,13 +7,13 @@
 namespace brumectl {
 
 /**
- * Breaks a text between its words; a word that is too long stays whole. Each line but the first begins with
- * `indent` blanks, the first is taken to begin at column `indent`. No line feed at the end.
+ * Breaks a text between words; a word that is too long stays whole. All lines but the first are indented by
+ * `indent` blanks; the first is assumed to start at column `indent`. No line feed at the end.
  */
 std::string wrapped(const std::string& text, size_t indent, size_t width);
 /**
- * The same for several paragraphs. Lines that follow each other are one paragraph; one that is indented
- * begins an entry, "  term  text", whose text hangs behind its term. Ends with a line feed.
+ * Likewise for several paragraphs. Consecutive lines form one paragraph; an indented line starts an entry, "
+ * term  text", whose text is aligned after its term. Ends with a line feed.
  */
 std::string reflowed(const std::string& text, size_t width);
 

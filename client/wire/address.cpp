@@ -23,7 +23,7 @@ bool parse_port(const std::string& text, uint16_t& port) {
     return true;
 }
 
-/** False if `host` is no IP address. An empty one is `nobody`. The port is network order's. */
+/** False if `host` isn't an IP address. An empty one means `nobody`. `port` is in network order. */
 bool parse_host(std::string host, const char* nobody, in_port_t port, sockaddr_storage& ip) {
     if (host.empty()) host = nobody;
     if (host == "localhost") host = "127.0.0.1";
@@ -47,7 +47,7 @@ bool is_number(const std::string& text) {
            std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-/** An UNCLEAR one has half of what an address needs; whoever means a file can say so with a slash. */
+/** UNCLEAR has half of what an address needs; a file can be made clear with a slash. */
 enum class Kind { TCP, PATH, UNCLEAR };
 
 Kind parse_tcp(const std::string& text, const char* nobody, Address& address) {

@@ -10,7 +10,9 @@ namespace brumectl {
 
 namespace {
 
-/** The line is written at start: a daemon that has logged more since is asked in another way. */
+/**
+ * The line is written at start. If more lines have been logged since, the build is determined another way.
+ */
 constexpr unsigned LINES = 1000;
 constexpr const char* ATTRIBUTES = "[server][INFO ] - Attributes:";
 
@@ -38,8 +40,8 @@ std::optional<Build> build_of(Daemon& daemon) {
     Build build = packaged_build();
     try {
         if (auto told = build_in(last_log_lines(daemon, LINES))) return told;
-        // Never attaches anything: slave mode is looked at before the parameters, and the only one is
-        // missing.
+        // Never attaches anything: slave mode is checked before the parameters, and the only parameter
+        // is missing.
         daemon.call("attach");
     } catch (const ErrorReply& e) {
         const std::string text = e.what();

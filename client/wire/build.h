@@ -1,6 +1,6 @@
 #pragma once
-// The builds of the daemon, which refuse different things. In slave mode a host system owns the data path; on
-// bare metal nobody hands out shared memory.
+// The builds of the daemon, which differ in what they refuse. In slave mode a host system owns the data path;
+// on bare metal nobody hands out shared memory.
 
 #include <optional>
 #include <string>
@@ -13,15 +13,16 @@ struct Build {
     bool slave_mode = true;
     bool bare_metal = false;
 
-    /** "daemon in slave mode", "standalone daemon", with "for bare metal" where it is. */
+    /** "daemon in slave mode" or "standalone daemon", followed by "for bare metal" if that applies. */
     std::string text() const;
 };
 
-/** That of the daemon which this program was built and packaged with. */
+/** The build of the daemon that this program was built and packaged with. */
 Build packaged_build();
 /**
- * What the daemon shows: the line of its log that tells its attributes, else how it refuses an `attach` that
- * names no interface. Nothing if it isn't one of ours. @throws what Daemon::call throws but ErrorReply
+ * Determined from the line of the daemon's log that shows its attributes, or else from how it refuses
+ * an `attach` without an interface. Empty if it isn't one of ours. Throws what Daemon::call throws,
+ * except ErrorReply.
  */
 std::optional<Build> build_of(Daemon& daemon);
 

@@ -30,7 +30,7 @@ int remaining_ms(uint64_t deadline_ms) {
     throw NoDaemon("no daemon at " + address.text + ": " + strerror(err), err == EACCES);
 }
 
-/** Waits for `events` on one descriptor. False: the time is over. */
+/** Waits for `events` on one descriptor. False if the time is up. */
 bool await(int fd, short events, uint64_t deadline_ms) {
     for (;;) {
         std::vector<pollfd> fds{{fd, events, 0}};
@@ -45,7 +45,7 @@ int connect_path(int fd, const Address& address) {
     return connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof(peer));
 }
 
-/** Only connected: nobody can answer it. */
+/** Only connects; the daemon can't reply to this socket yet. */
 UniqueFd connect_unix(const Address& address, int& err) {
     UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd && connect_path(fd.get(), address) == 0) return fd;
@@ -136,7 +136,7 @@ std::string Daemon::call_text(const std::string& method, const Json::Value& para
     return reply::unpack_text(exchange(method, params, text), text, MAX_REPLY_BYTES);
 }
 
-// Nothing tells us of a daemon that ends with our request in its queue: its socket has to be looked at.
+// There is no notification when a daemon ends with our request in its queue, so its socket has to be checked.
 void Daemon::check_peer() const {
     const Address& peer = m_addresses.front();
     struct stat now = {};
@@ -161,7 +161,7 @@ Json::Value Daemon::ask_unix(const std::string& request, uint64_t deadline, std:
     if (request.size() > MAX_DATAGRAM_BYTES)
         throw Failure("the request has " + std::to_string(request.size()) +
                       " bytes; a Unix socket takes 60000, use the daemon's TCP address for more");
-    // A queue that is full empties when the daemon reads; one whose daemon went away never does.
+    // A full queue empties when the daemon reads; the queue of a daemon that is gone never does.
     while (send(m_fd.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
         if (errno == ECONNREFUSED || errno == ENOTCONN || errno == ECONNRESET) fail_unreachable(peer, errno);
         if (errno != EAGAIN && errno != EINTR)
@@ -177,7 +177,7 @@ Json::Value Daemon::ask_unix(const std::string& request, uint64_t deadline, std:
         recv(m_fd.get(), text.data(), text.size(), 0);
         Json::Value reply = reply::parse(text);
         if (reply::answers(reply, m_id))
-            return reply;  // else one that came after an earlier request's time-out
+            return reply;  // otherwise it belongs to an earlier request that timed out
     }
     throw TimedOut("no answer from " + peer.text + " within " + std::to_string(m_timeout_ms) + " ms");
 }

@@ -15,7 +15,7 @@ namespace {
 constexpr int MAX_DEPTH = 32;
 constexpr const char* DESCRIBE = ".describe";
 
-/** The names become words and options. */
+/** Names become words and options. */
 bool is_name(const std::string& text) {
     constexpr const char* LETTERS = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-";
     return !text.empty() && text.size() <= 64 && text.find_first_not_of(LETTERS) == std::string::npos &&
@@ -32,7 +32,7 @@ const Json::Value& target(const Json::Value& document, const std::string& refere
     return *at;
 }
 
-/** A copy with harmless texts, and with what its references stand for in their place. */
+/** Copies a value, making texts harmless and resolving references. */
 Json::Value tamed(const Json::Value& document, const Json::Value& value, int depth = 0) {
     if (depth > MAX_DEPTH) throw Failure("an engine's description of its methods is too deep");
     if (value.isString()) return harmless(value.asString(), true);
@@ -58,7 +58,7 @@ bool is_parameter(const Json::Value& parameter) {
            parameter["x-required-when"].isNull() && parameter["schema"].isObject();
 }
 
-/** Of a kind that words can be made of. */
+/** Whether a word can be made of the method. */
 bool is_method(const Json::Value& method) {
     const Json::Value& params = member_of(method, "params");
     return method.isObject() && method["name"].isString() &&

@@ -1,7 +1,7 @@
 #pragma once
-// The methods that the loaded engine brings along, as far as it describes them: among the methods that `cmds`
-// lists there is then one "NAME.describe", which answers with a document like the built-in one. What such a
-// document says is harmless here, and nothing in it refers to anything else.
+// The methods of the loaded engine, as far as it describes them: if `cmds` lists a method "NAME.describe", it
+// returns a document like the built-in one. The document's texts are made harmless here, and its references
+// are resolved.
 
 #include <memory>
 
@@ -10,7 +10,7 @@
 
 namespace brumectl {
 
-/** Null if there are none, or none that can be understood. @throws as Daemon::call */
+/** Null if there are none, or none that can be understood. Throws like Daemon::call. */
 std::unique_ptr<MethodTable> engine_methods(Daemon& daemon);
 
 }  // namespace brumectl

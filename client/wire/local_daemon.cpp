@@ -8,7 +8,7 @@ namespace brumectl {
 
 namespace {
 
-/** Empty if it can't be read. */
+/** Empty if the link can't be read. */
 std::string link_target(const std::string& path) {
     char target[4096];
     ssize_t len = readlink(path.c_str(), target, sizeof(target));

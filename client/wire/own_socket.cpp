@@ -22,12 +22,12 @@ namespace brumectl {
 namespace {
 
 constexpr const char* FOLDER_NAME = "/brumectl-socket-";
-/** Everybody may pass, nobody else may look or add. */
+/** Everybody may pass through; nobody else may list or add files. */
 constexpr mode_t FOLDER_MODE = 0711;
-/** The daemon may be any user. */
+/** The daemon may run as any user. */
 constexpr mode_t SOCKET_MODE = 0622;
 
-/** Under two names, as it is where there are links. */
+/** Compares files, as links may give one file two names. */
 bool is_same_file(const std::string& a, const std::string& b) {
     struct stat one = {}, other = {};
     return stat(a.c_str(), &one) == 0 && stat(b.c_str(), &other) == 0 && one.st_dev == other.st_dev &&
@@ -38,7 +38,7 @@ std::string last_part(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-/** Nobody has this socket open: it was left behind by a program that was killed. */
+/** Whether nobody has this socket open: then it was left by a program that was killed. */
 bool is_dead(const std::string& socket_path) {
     const corvo::UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const sockaddr_un address = Address::parse(socket_path).unix_address();
@@ -59,7 +59,7 @@ void remove_dead_folders(const std::string& parent) {
     }
 }
 
-/** Where the daemon, too, is likely to look under the same name. */
+/** Folders that the daemon probably sees under the same name. */
 std::vector<std::string> parents(const Address& address) {
     std::vector<std::string> out;
     const std::string folder = std::filesystem::absolute(address.path).parent_path().string();
@@ -68,7 +68,7 @@ std::vector<std::string> parents(const Address& address) {
     return out;
 }
 
-/** The mode is set before there is a name: behind a name there may be something else by then. */
+/** The mode is set before the socket has a name, because later the name may refer to something else. */
 int bind_path(int fd, const std::string& path) {
     sockaddr_un own = {};
     if (path.size() >= sizeof(own.sun_path)) {
@@ -86,7 +86,7 @@ int bind_path(int fd, const std::string& path) {
 
 }  // namespace
 
-// Not by mkdtemp, which would need the mode set afterwards, by a name.
+// Doesn't use mkdtemp, which would require setting the mode afterwards by name.
 PrivateFolder::PrivateFolder(const std::string& parent) {
     uint64_t random = 0;
     char name[20];
@@ -108,14 +108,14 @@ bool is_in_our_network(const std::string& path) {
     std::ifstream sockets("/proc/net/unix");
     const std::string name = last_part(path);
     for (std::string line; std::getline(sockets, line);) {
-        // Num RefCount Protocol Flags Type St Inode Path: a path may hold blanks.
+        // Num RefCount Protocol Flags Type St Inode Path, where the path may contain blanks.
         std::istringstream fields(line);
         std::string field;
         for (int i = 0; i < 7; ++i)
             fields >> field;
         std::string bound;
         if (!std::getline(fields >> std::ws, bound) || last_part(bound) != name) continue;
-        // What isn't here under its name was bound where files are called otherwise: most likely it is ours.
+        // A name that doesn't exist here was bound where files have other names: most likely it is ours.
         if (bound.front() != '/' || access(bound.c_str(), F_OK) != 0 || is_same_file(bound, path))
             return true;
     }

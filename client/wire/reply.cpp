@@ -12,7 +12,7 @@ namespace brumectl::reply {
 
 namespace {
 
-/** LZ4 makes at most 255 bytes of one; a reply that promises more lies. */
+/** LZ4 expands a byte to at most 255; a reply that promises more is lying. */
 constexpr size_t MAX_LZ4_RATIO = 255;
 
 bool is_packed(const Json::Value& reply) {

@@ -11,9 +11,9 @@ namespace brumectl {
 
 namespace {
 
-/** What people want to know of it isn't in the answer: the time from the request to there. */
+/** Shows the round-trip time, which is what people want to know and isn't in the reply. */
 void ping(Context& context, const Json::Value& params) {
-    const std::string where = context.daemon().address().text;  // connected to from here on
+    const std::string where = context.daemon().address().text;  // connected from here on
     const auto begin = std::chrono::steady_clock::now();
     context.daemon().call("ping", params);
     const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - begin;

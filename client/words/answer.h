@@ -1,5 +1,5 @@
 #pragma once
-// One request asked and shown: the way that every word for a method ends.
+// Sends one request and shows its result: how every method's word ends.
 
 #include <json/value.h>
 
@@ -10,8 +10,8 @@ namespace brumectl {
 class Context;
 
 /**
- * Prints the result for people, or with --json the reply as it came, an error's too.
- * @throws what Daemon::call throws
+ * Prints the result for people, or with --json the reply as received, even if it is an error.
+ * Throws what Daemon::call throws.
  */
 void ask_and_show(Context& context, const std::string& method, const Json::Value& params);
 

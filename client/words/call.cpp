@@ -14,7 +14,7 @@ namespace brumectl {
 
 namespace {
 
-/** More than any transport of the daemon takes. */
+/** More than any transport of the daemon accepts. */
 constexpr size_t MAX_INPUT_BYTES = 64UL * 1024 * 1024;
 
 constexpr int METHOD_NOT_FOUND = -32601;
@@ -41,7 +41,7 @@ void add_pair(const Method* method, const std::string& pair, Json::Value& params
         known.reserve(fields.size());
         for (const Field& f : fields)
             known.push_back(f.path);
-        // What lies below a parameter that isn't described further is the engine's business.
+        // Members of a parameter without further description are the engine's business.
         bool open = whole != nullptr && (path == whole->name || find_field(fields, whole->name) != nullptr);
         if (field == nullptr && !open)
             throw Usage("'" + method->name + "' has no parameter '" + path + "'" + did_you_mean(path, known));

@@ -1,5 +1,5 @@
 #pragma once
-// Any method by its name: `call METHOD`.
+// `call METHOD`: any method by name.
 
 namespace CLI {
 class App;

@@ -20,7 +20,7 @@ bool takes_value(const CLI::Option& option) {
     return option.get_items_expected_max() > 0;
 }
 
-/** Null behind the last one; the last one stays where it takes any number. */
+/** The positional at an index; the last one repeats if it takes any number of values. Null after the last. */
 const CLI::Option* positional(const CLI::App& word, size_t index) {
     const CLI::Option* last = nullptr;
     for (const CLI::Option* option : word.get_options()) {
@@ -31,7 +31,7 @@ const CLI::Option* positional(const CLI::App& word, size_t index) {
     return last != nullptr && last->get_items_expected_max() > 1 ? last : nullptr;
 }
 
-/** "--level" and "warn" of "--level=warn"; false for what isn't of this form. */
+/** Splits "--level=warn" into "--level" and "warn"; false if the text doesn't have this form. */
 bool split_option(const std::string& text, std::string& name, std::string& value) {
     size_t sign = text.find('=');
     if (text.rfind("--", 0) != 0 || sign == std::string::npos) return false;
@@ -40,7 +40,7 @@ bool split_option(const std::string& text, std::string& name, std::string& value
     return true;
 }
 
-/** Follows a line from its begin. */
+/** Follows a line from its start. */
 class Walk {
  public:
     explicit Walk(const CLI::App& program) : m_program(program), m_word(&program) {}
@@ -67,12 +67,12 @@ class Walk {
     bool at_option(const std::string& prefix) const {
         return m_waiting == nullptr && !m_no_more_options && prefix.rfind('-', 0) == 0;
     }
-    /** The option or positional whose value comes next; null for none. */
+    /** The option or positional whose value comes next; null if none does. */
     const CLI::Option* value() const {
         if (m_waiting != nullptr || m_of_help) return m_waiting;
         return positional(*m_word, m_positionals);
     }
-    /** The first word that isn't known; empty if there is none. */
+    /** The first unknown word; empty if there is none. */
     const std::string& unknown() const { return m_unknown; }
     bool word_may_follow() const { return m_waiting == nullptr && m_positionals == 0; }
 
@@ -111,7 +111,7 @@ class Walk {
     const CLI::App* m_word;
     const CLI::Option* m_waiting = nullptr;
     bool m_no_more_options = false;
-    bool m_of_help = false;  ///< what follows are the words that help is wanted of
+    bool m_of_help = false;  ///< the words that follow are those to show help for
     size_t m_positionals = 0;
     std::string m_unknown = {};
     std::map<std::string, std::string> m_given;
@@ -158,7 +158,9 @@ void add_values(const Walk& walk, const CLI::Option& option, const Options& defa
         out.files = may_be_file(option);
 }
 
-/** What begins with `prefix`, in order, each once, with the first line of its description. */
+/**
+ * Keeps what starts with `prefix`, sorted and without duplicates, with the first line of each description.
+ */
 void tidy(const std::string& prefix, Candidates& found) {
     std::erase_if(found, [&](const Candidate& one) { return one.text.rfind(prefix, 0) != 0; });
     std::stable_sort(found.begin(), found.end(),

@@ -6,13 +6,13 @@ namespace brumectl {
 
 namespace {
 
-// The answer is a line per candidate, its text and what it is, with a tab between. Status 1 says that it may
-// be a file's name. No answer is evaluated: names come from the daemon.
+// The reply has a line per candidate: its text and description, separated by a tab. Status 1 means that it
+// may be a file's name. The reply is never evaluated as code: names come from the daemon.
 constexpr struct {
     const char* shell;
     const char* script;
 } SCRIPTS[] = {
-    // Its words, and so what is asked for, are cut at each colon and equals sign.
+    // bash splits words, and so the text to complete, at each colon and equals sign.
     {"bash", R"(# bash completion for brumectl; made by `brumectl completion bash`
 _brumectl() {
     local line=${COMP_LINE:0:COMP_POINT} program=${COMP_WORDS[0]/#~\//$HOME/} found

@@ -1,6 +1,6 @@
 #pragma once
-// The scripts that teach other shells to complete: each asks the program itself, by the hidden word
-// `complete`.
+// The scripts that add completion to other shells. Each of them asks this program, with the hidden
+// word `complete`.
 
 #include <string>
 #include <vector>
@@ -9,7 +9,7 @@ namespace brumectl {
 
 /** "bash", "zsh" and "fish". */
 std::vector<std::string> completed_shells();
-/** `shell` is one of these. */
+/** `shell` must be one of these. */
 const char* completion_script(const std::string& shell);
 
 }  // namespace brumectl

@@ -1,5 +1,5 @@
 #pragma once
-// What to type: two lines for each word, shown by `help` and in the manual page.
+// Examples to type: two lines per word, shown by `help` and in the manual page.
 
 #include <string>
 #include <vector>
@@ -7,12 +7,12 @@
 namespace brumectl {
 
 struct Example {
-    const char* word;  ///< "" for the program itself, "evidence ls" for a word below a word
-    const char* line;  ///< without the program's name, as the shell takes it
-    const char* what;  ///< what it does, a phrase that begins with a capital
+    const char* word;  ///< "" for the program itself, "evidence ls" for a nested word
+    const char* line;  ///< without the program's name, as typed in a shell
+    const char* what;  ///< what it does, a phrase with an initial capital
 };
 
-/** In the order in which they are told. Empty if there's no such word. */
+/** In the order in which they are shown. Empty if there is no such word. */
 std::vector<Example> examples_of(const std::string& word);
 
 }  // namespace brumectl

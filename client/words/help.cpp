@@ -16,17 +16,17 @@ namespace {
 
 constexpr size_t TERM_INDENT = 2;
 constexpr size_t TEXT_COLUMN = 26;
-/** Narrower, an entry's text stands below its term. */
+/** If narrower, an entry's text goes below its term. */
 constexpr size_t MIN_TWO_COLUMNS = 60;
 constexpr size_t LOW_TEXT_COLUMN = 6;
 
-/** Descriptions mark names for manuals. */
+/** Descriptions mark names for the manual. */
 std::string without_marks(std::string text) {
     text.erase(std::remove(text.begin(), text.end(), '`'), text.end());
     return text;
 }
 
-/** A single sentence stands in a list like any other phrase. */
+/** A single sentence is shown in a list like any other phrase. */
 std::string phrase(const std::string& description) {
     std::string text = without_marks(description);
     if (!text.empty() && text.back() == '.' && text.find(". ") == std::string::npos) text.pop_back();
@@ -92,7 +92,7 @@ std::string options_text(const CLI::App& word, bool positional, const HelpStyle&
     return out.empty() ? out : "\n" + std::string(positional ? "Arguments:" : "Options:") + "\n" + out;
 }
 
-/** In the order in which the groups were begun. */
+/** In the order in which the groups first occur. */
 std::string words_text(const CLI::App& app, const HelpStyle& style) {
     std::vector<std::pair<std::string, std::string>> groups;
     for (const CLI::App* word : words_of(app)) {
@@ -123,7 +123,7 @@ std::string examples_text(const CLI::App& word, const HelpStyle& style) {
     return out.empty() ? out : "\nExamples:\n" + out;
 }
 
-/** What holds for all words isn't told with each. */
+/** Options that apply to all words aren't repeated for each. */
 std::string program_options_text(const CLI::App& word, const HelpStyle& style) {
     if (word.get_parent() == nullptr) return "";
     const CLI::App* program = &word;

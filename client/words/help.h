@@ -18,11 +18,11 @@ struct HelpStyle {
     bool in_shell = false;  ///< lines are typed without the program's name
 };
 
-/** As wide as $COLUMNS says, else as the terminal. */
+/** As wide as $COLUMNS says, or else as the terminal. */
 HelpStyle help_style(const Terminal& terminal, bool in_shell);
-/** All that there is to say about a word, or about the program. Ends with a line feed. */
+/** The complete help of a word, or of the program. Ends with a line feed. */
 std::string help_text(const CLI::App& word, const HelpStyle& style);
-/** "Usage: brumectl log [OPTION…]", without a line feed at its end. */
+/** "Usage: brumectl log [OPTION…]", without a line feed at the end. */
 std::string usage_text(const CLI::App& word, const HelpStyle& style);
 /** "brumectl evidence ls"; without the program's name in the shell. */
 std::string typed_name(const CLI::App& word, bool in_shell);

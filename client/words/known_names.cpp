@@ -18,10 +18,10 @@ namespace {
 
 using Names = std::vector<Candidate>;
 
-/** All that somebody who has pressed Tab waits. */
+/** The longest wait after pressing Tab. */
 constexpr int PATIENCE_MS = 300;
 
-/** Asks a daemon that may be busy or gone. */
+/** Sends requests to a daemon that may be busy or gone. */
 class Asker {
  public:
     explicit Asker(const Surroundings& around)
@@ -56,7 +56,7 @@ Names listed(const Json::Value& names, const std::string& description = {}) {
 }
 
 Names collectors(Asker& asker) {
-    // Its refusal would be an error in the daemon's log.
+    // A refused request would add an error to the daemon's log.
     if (string_of(member_of(asker.ask("status"), "state")) == "not loaded") return {};
     Json::Value params;
     params["cmd"] = "ls";
@@ -75,7 +75,7 @@ Names collectors(Asker& asker) {
 
 const Candidate DEFAULT_INTERFACE = {"default", "the one that leads to the Internet"};
 
-/** Of this machine: of another one's we know nothing. */
+/** Of this machine only: nothing is known about another one's. */
 Names interfaces(Asker& asker) {
     const std::string& address = asker.around().options.address;
     if (!address.empty() && !on_this_machine(Address::parse(address))) return {DEFAULT_INTERFACE};
@@ -97,7 +97,7 @@ Names data_paths(Asker& asker) {
     return listed(member_of(asker.ask("status"), "dps"));
 }
 
-/** Those that the daemon itself calls, and the others of our engine. */
+/** The functions that the daemon itself calls, and others of our engine. */
 Names functions(Asker& /*asker*/) {
     return {{"help", "the functions that there are"},
             {"dp.ft.count", "number of flows"},
@@ -150,7 +150,7 @@ constexpr struct {
     {"notifications", "socket", subscribed}, {"push_pcap", "--dpaddr", data_paths},
 };
 
-/** It may come from anybody, and what is offered is soon on somebody's command line. */
+/** Names may come from anybody, and will soon be on somebody's command line. */
 bool is_fit(const std::string& name) {
     return !name.empty() && name.front() != '-' && shell_word(name) == name;
 }
@@ -163,13 +163,13 @@ std::optional<std::vector<Candidate>> known_names(const std::string& word, const
                                      [&](const auto& row) { return row.word == word && row.value == value; });
     if (known == std::end(NAMED_VALUES)) return std::nullopt;
     Names found;
-    // The line editor calls this from code that no exception can pass, Ctrl-C's neither.
+    // The line editor calls this from code that no exception may pass, not even that of Ctrl-C.
     interrupt::Deferred deferred;
     try {
         Asker asker(around);
         found = known->names(asker);
     } catch (const std::exception&) {
-        // No daemon, no engine, no permission: Tab is no place to say so.
+        // No daemon, no engine, no permission: completion isn't the place to report it.
         return found;
     }
     std::erase_if(found, [](const Candidate& candidate) { return !is_fit(candidate.text); });

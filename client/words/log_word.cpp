@@ -18,13 +18,13 @@ namespace brumectl {
 namespace {
 
 constexpr int FOLLOW_INTERVAL_MS = 1000;
-/** Lines asked for each second; ten times as many, up to the limit, when that isn't enough. */
+/** Lines requested each second; ten times as many, up to the limit, if that isn't enough. */
 constexpr unsigned FOLLOW_LINES = 100;
 constexpr unsigned MAX_FOLLOW_LINES = 10000;
-/** Lines remembered to find the place again. */
+/** Lines remembered for finding the position again. */
 constexpr size_t REMEMBERED_LINES = 50;
 
-/** The levels as the method takes them. */
+/** The levels that the method accepts. */
 const Field& level_field() {
     static const std::vector<Field> fields = fields_of(*MethodTable::get().find("log"));
     return *find_field(fields, "verbosity.level");
@@ -52,7 +52,7 @@ class Follower {
         for (unsigned asked = FOLLOW_LINES;; asked *= 10) {
             std::vector<std::string> window = ask(asked);
             size_t first = first_new_line(m_seen, window);
-            bool whole = window.size() < asked;  // the log has no more: it was begun anew
+            bool whole = window.size() < asked;  // the log has no more lines: it has been emptied
             if (first == std::string::npos && !whole && asked < MAX_FOLLOW_LINES) continue;
             if (first == std::string::npos && !whole) m_context.complain("some lines were missed");
             show(window, first == std::string::npos ? 0 : first);

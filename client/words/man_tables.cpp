@@ -11,7 +11,7 @@ namespace brumectl {
 
 namespace {
 
-/** As it stands, whatever it means to scdoc. A name between backticks becomes bold. */
+/** Escapes text that means something to scdoc. A name between backticks becomes bold. */
 std::string escape(const std::string& text) {
     std::string out;
     for (char c : text) {
@@ -41,7 +41,7 @@ std::string paragraph(const std::string& text) {
     return text.empty() ? "" : escape(text) + "\n\n";
 }
 
-/** Lines that follow each other flow into one paragraph; "  term  text" is an entry of a list. */
+/** Consecutive lines form one paragraph; "  term  text" is an entry of a list. */
 std::string paragraphs(const std::string& text) {
     std::string out;
     std::string term;
@@ -72,7 +72,7 @@ bool takes_several(const CLI::Option& option) {
     return option.get_items_expected_max() > 1;
 }
 
-/** "WORD" for one of a few, which are told in the text. */
+/** "WORD" if there are only a few choices, which the text lists. */
 std::string value_name(const CLI::Option& option) {
     const std::string type = option.get_type_name();
     const bool listed = type.find('|') != std::string::npos || type.find('{') != std::string::npos;
@@ -94,7 +94,7 @@ std::string listed(const std::vector<std::string>& words) {
     return out;
 }
 
-/** Sentences: what it is, what it can be, and what holds if it isn't given. */
+/** Sentences: what it is, the allowed values, and the default. */
 std::string described(const CLI::Option& option) {
     std::string out = escape(option.get_description());
     const auto add = [&out](const std::string& sentence) {
@@ -102,7 +102,7 @@ std::string described(const CLI::Option& option) {
         out += (out.empty() ? "" : " ") + sentence + ".";
     };
     const std::vector<std::string> choices = value_choices(option);
-    const bool is_told = option.get_type_name() == "METHOD";  // there is a section of them
+    const bool is_told = option.get_type_name() == "METHOD";  // they have a section of their own
     if (!choices.empty() && !is_told) add((choices.size() == 1 ? "Only " : "One of ") + listed(choices));
     if (takes_several(option)) add("There may be several");
     if (option.get_required()) add("Required");

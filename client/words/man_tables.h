@@ -1,6 +1,5 @@
 #pragma once
-// What the program's manual page tells of its words, in scdoc's language, made from what the program itself
-// reads.
+// The part of the manual page about words, in scdoc's language, generated from the program itself.
 
 #include <string>
 
@@ -11,8 +10,8 @@ class App;
 namespace brumectl {
 
 /**
- * The section of the program's options, then one for each group of words: "## word", how it is typed, what it
- * does, a list of its parameters and options, examples.
+ * The section of the program's options, then one for each group of words: "## word", its usage, what it does,
+ * a list of its parameters and options, examples.
  */
 std::string man_words(const CLI::App& program);
 

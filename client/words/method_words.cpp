@@ -17,7 +17,7 @@ namespace {
 /** Texts by the path of their field. */
 using Given = std::map<std::string, std::vector<std::string>>;
 
-/** How a method looks as a word: parameters that stand without a name, in their order. */
+/** How a method looks as a word: the positional parameters, in order. */
 struct Shape {
     const char* method;
     std::vector<const char*> positionals;
@@ -36,21 +36,21 @@ constexpr struct {
     const char* word;
 } RENAMED[] = {{"events", "hogs"}};
 
-/** Words that are written by hand. */
+/** Words that are handwritten. */
 constexpr const char* BY_HAND[] = {"log"};
 
 bool is_by_hand(const std::string& method) {
     return std::find(std::begin(BY_HAND), std::end(BY_HAND), method) != std::end(BY_HAND);
 }
 
-/** What a parameter has here where nobody says it: the same as at the daemon's own start. */
+/** Defaults of parameters here: the same as at the daemon's own start. */
 constexpr struct {
     const char* method;
     const char* path;
     const char* text;
 } DEFAULTS[] = {{"activate", "resources.max_flows", "16384"}};
 
-/** Numbers that the daemon takes, but that mean nothing. `call` sends them all the same. */
+/** Numbers that the daemon accepts but that make no sense. `call` sends them all the same. */
 constexpr struct {
     const char* method;
     const char* path;
@@ -63,7 +63,7 @@ constexpr struct {
     {"load", "shm.size", 1, UINT32_MAX},
 };
 
-/** Paths that may be here: the daemon has a working directory of its own. */
+/** Paths that may exist here: the daemon has its own working directory. */
 constexpr struct {
     const char* method;
     const char* parameter;
@@ -81,12 +81,12 @@ std::vector<const char*> positionals_of(const std::string& method) {
     return {};
 }
 
-/** The name is taken by an option of the program, which may stand behind the word, too. */
+/** Whether the name is taken by an option of the program, which may also follow the word. */
 bool is_taken(const CLI::App& app, const std::string& name) {
     return app.get_option_no_throw("--" + name) != nullptr;
 }
 
-/** "--resources.max_flows,--max_flows": the short form where it means one thing only. */
+/** "--resources.max_flows,--max_flows": with the short form if it is unambiguous. */
 std::string option_names(const CLI::App& app, const std::vector<Field>& fields, const Field& field) {
     std::string names = is_taken(app, field.path) ? "" : "--" + field.path;
     std::string leaf = field.leaf();
@@ -95,7 +95,7 @@ std::string option_names(const CLI::App& app, const std::vector<Field>& fields, 
     return names;
 }
 
-/** With the conditions under which the daemon requires it. */
+/** Includes the conditions under which the daemon requires it. */
 std::string help_text(const Method& method, const Field& field) {
     const Parameter* parameter = method.find(field.path);
     std::string text = field.description;
@@ -109,7 +109,7 @@ std::string help_text(const Method& method, const Field& field) {
     return text;
 }
 
-/** What stands for a value in the help. */
+/** Placeholder for a value in the help. */
 std::string value_name(const Json::Value& schema) {
     constexpr std::pair<const char*, const char*> NAMES[] = {
         {"integer", "NUMBER"}, {"string", "TEXT"}, {"object", "JSON"}};
@@ -120,7 +120,7 @@ std::string value_name(const Json::Value& schema) {
     return "VALUE";
 }
 
-/** Empty where the help has nothing to tell: what isn't given isn't there. */
+/** Empty if there is nothing to say in the help: parameters that aren't given are absent. */
 std::string default_text(const Method& method, const Field& field) {
     for (const auto& known : DEFAULTS)
         if (method.name == known.method && field.path == known.path) return known.text;
@@ -144,7 +144,7 @@ void add_field(CLI::App& app, CLI::App& word, const Method& method, const std::v
         auto take = [given, path](const std::vector<std::string>& texts) { (*given)[path] = texts; };
         option = word.add_option_function<std::vector<std::string>>(names, take, help_text(method, field));
     } else {
-        // Not a list of one: lists are taken apart where a text looks like one.
+        // Not a list of one element: the parser splits a text that looks like a list.
         auto take = [given, path](const std::string& text) { (*given)[path] = {text}; };
         option = word.add_option_function<std::string>(names, take, help_text(method, field));
     }
@@ -174,7 +174,7 @@ Json::Value params_of(const Method& method, const std::vector<Field>& fields, co
     return params;
 }
 
-/** What is here is meant to be this one. A parameter that isn't given stays the daemon's. */
+/** A path that exists here is meant as this one. Parameters that aren't given keep the daemon's default. */
 void make_absolute(const std::string& method, Given& given) {
     std::error_code ignored;
     for (const auto& path : PATHS) {

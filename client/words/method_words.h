@@ -9,11 +9,11 @@ namespace brumectl {
 
 class Context;
 
-/** All but those that have a file of their own, such as `log`. */
+/** All except those with their own file, such as `log`. */
 void add_method_words(CLI::App& app, Context& context);
 /**
- * The same for the methods of the engine that is loaded, if it describes some: then true. A daemon that isn't
- * there or takes too long has none. @throws Failure instead of that, unless `quietly`
+ * Likewise for the loaded engine's methods. Returns true if it describes any; a daemon that is absent or too
+ * slow has none. Throws Failure in that case unless `quietly`.
  */
 bool add_engine_words(CLI::App& app, Context& context, bool quietly);
 

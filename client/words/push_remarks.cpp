@@ -37,7 +37,7 @@ uint64_t PushRemarks::refused() const {
         for (const char* error : NO_ROOM)
             packets += count_of(member_of(summary, {"errors", error}));
     } catch (const ErrorReply&) {
-        return 0;  // another engine, or a data path that the push makes
+        return 0;  // another engine, or a data path that the push will create
     }
     return packets;
 }

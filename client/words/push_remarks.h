@@ -1,5 +1,5 @@
 #pragma once
-// What the answer to `push_pcap` can't tell of the packets that aren't in it.
+// What the result of `push_pcap` can't say about the packets missing from it.
 
 #include <json/value.h>
 
@@ -12,14 +12,13 @@ class Terminal;
 
 class PushRemarks {
  public:
-    /** Make it before the push: looks at what our engine has refused until then. @throws NoDaemon, TimedOut
-     */
+    /** Create it before the push: reads what our engine has refused so far. Throws NoDaemon, TimedOut. */
     PushRemarks(Daemon& daemon, const Json::Value& params);
 
     /**
-     * A line each for packets that found no room, told by our engine alone, and for a capture that ends
-     * damaged, where it can be read from here. Live traffic that found no room meanwhile is counted, too.
-     * @throws NoDaemon, TimedOut, Interrupted
+     * Prints a line for packets that found no room, which only our engine reports, and one for a capture that
+     * ends damaged, if it can be read from here. Includes live traffic that found no room in the meantime.
+     * Throws NoDaemon, TimedOut, Interrupted.
      */
     void tell(const Terminal& err) const;
 

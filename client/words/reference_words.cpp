@@ -17,7 +17,7 @@ namespace brumectl {
 
 namespace {
 
-/** The built-in table's, and what the loaded engine brings along. */
+/** Prints the built-in table and the methods of the loaded engine. */
 void print_schema(Context& context, const std::string& name) {
     const MethodTable& table = MethodTable::get();
     const Method* method = table.find(name);
@@ -45,7 +45,7 @@ void add_schema(CLI::App& app, Context& context) {
     word->callback([&context, method] { print_schema(context, *method); });
 }
 
-/** A positional that is one of a few words. */
+/** Adds a positional that takes one of a few words. */
 std::shared_ptr<std::string> add_choice(CLI::App& word, const std::string& name,
                                         const std::string& description,
                                         const std::vector<std::string>& choices) {
@@ -73,7 +73,10 @@ void print_candidates(CLI::App& app, Context& context, const std::string& line) 
     if (found.candidates.empty() && found.files) throw Failure("it may be the name of a file");
 }
 
-/** What the scripts ask. An option, as the parser leaves the value of one as it is whatever it looks like. */
+/**
+ * Called by the scripts. An option, because the parser leaves an option's value as it is whatever it
+ * looks like.
+ */
 void add_complete(CLI::App& app, Context& context) {
     auto line = std::make_shared<std::string>();
     CLI::App* word = app.add_subcommand("complete", "What can stand next on a line");

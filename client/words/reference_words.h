@@ -1,5 +1,5 @@
 #pragma once
-// The program about itself and the methods: `schema`, `completion`, and the hidden `man-tables`.
+// Words about the program itself and the methods: `schema`, `completion`, and the hidden `man-tables`.
 
 namespace CLI {
 class App;

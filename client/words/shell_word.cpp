@@ -22,7 +22,7 @@ namespace {
 /** No failure: nothing is to be told. */
 struct LeaveShell {};
 
-/** What goes wrong has been told when this returns. */
+/** Any error has been reported when this returns. */
 exit_status_e run_line(const Options& options, const std::string& line) {
     std::vector<std::string> words;
     try {

@@ -1,6 +1,6 @@
 #pragma once
-// `shell`: one line, one command. At a terminal with editing, history and completion; else a script that
-// stops at its first failure.
+// `shell`: one command per line. At a terminal with editing, history and completion; otherwise as a script
+// that stops at its first failure.
 
 namespace CLI {
 class App;

@@ -7,10 +7,10 @@ namespace brumectl {
 
 namespace {
 
-/** Begins a word that the parser would understand in a way of its own. Nothing that people type begins so. */
+/** Starts a word that the parser would otherwise interpret. Nothing that people type starts like this. */
 constexpr char GUARD = '\x01';
 
-/** Words that have a meaning of their own for "help": a text, a function of the engine. */
+/** Words for which "help" is an argument: a text, a function of the engine. */
 constexpr const char* TAKES_HELP[] = {"echo", "coffee"};
 
 bool is_in_brackets(const std::string& word) {
@@ -31,7 +31,7 @@ bool asks_for_help(const CLI::App& word, const std::string& text) {
            std::find(std::begin(TAKES_HELP), end, word.get_name()) == end;
 }
 
-/** One pass over the line, which knows as much of the words as it needs to tell options from their values. */
+/** One pass over the line, which knows just enough about the words to tell options from their values. */
 class Pass {
  public:
     explicit Pass(const CLI::App& program) : m_word(&program) {}

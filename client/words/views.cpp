@@ -44,7 +44,7 @@ std::string process_memory(const Json::Value& memory) {
            bytes_text(count_of(member_of(memory, "max")) * MIB) + ")";
 }
 
-/** Empty, like the other views', if the result isn't what the view is made for. */
+/** Like the other views, returns an empty text if the result isn't what it expects. */
 std::string status_view(const Terminal& terminal, const Json::Value& result) {
     if (!member_of(result, "state").isString()) return "";
     const Json::Value& memory = member_of(result, "mem");
@@ -104,7 +104,7 @@ std::string hogs_view(const Terminal& terminal, const Json::Value& result) {
     return out;
 }
 
-/** A sample of a collector tells when it was taken. */
+/** A collector's sample is recognised by its time. */
 std::string collect_view(const Terminal& terminal, const Json::Value& result) {
     if (!member_of(result, "time").isUInt64()) return "";
     Json::Value shown = result;
@@ -194,7 +194,7 @@ std::string push_view(const Terminal& terminal, const Json::Value& result) {
     return table.text(terminal);
 }
 
-/** Of our engine's methods. */
+/** For our engine's methods. */
 std::string list_view(const Terminal& terminal, const Json::Value& result, const char* member,
                       std::string (*head)(const Terminal&), std::string (*row)(const Json::Value&)) {
     const Json::Value& rows = member_of(result, member);

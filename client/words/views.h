@@ -1,5 +1,5 @@
 #pragma once
-// Results as people want to read them: some methods have a view of their own, all others `render`'s.
+// Results as people want to read them: some methods have a special view, all others use `render`.
 
 #include <json/value.h>
 
@@ -9,9 +9,9 @@
 
 namespace brumectl {
 
-/** Text for people of one method's result, whatever its shape is. Ends in a newline. */
+/** One method's result as text for people, whatever its shape. Ends with a newline. */
 std::string view(const Terminal& terminal, const std::string& method, const Json::Value& result);
-/** A line of the daemon's log, harmless, coloured by its level. Without a newline. */
+/** A line of the daemon's log, made harmless, coloured by its level. Without a newline. */
 std::string log_line(const Terminal& terminal, const std::string& line);
 
 }  // namespace brumectl

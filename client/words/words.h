@@ -1,5 +1,5 @@
 #pragma once
-// The words of the command line, one function a family. Each adds its subcommands with their options and a
+// The words of the command line, one function per family. Each adds its subcommands with their options and a
 // callback that does the work; a callback may throw any Failure. `add_words` in words.cpp lists all of them
 // on one screen.
 

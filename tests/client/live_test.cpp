@@ -6,12 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "client/address.h"
 #include "client/live/metrics_text.h"
 #include "client/live/notification.h"
 #include "client/live/subscription.h"
 #include "client/live/top_view.h"
 #include "client/live/traffic.h"
+#include "client/wire/address.h"
 #include "support/client.h"
 #include "support/temp_dir.h"
 

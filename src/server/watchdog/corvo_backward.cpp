@@ -1,6 +1,6 @@
 #include "server/watchdog/corvo_backward.h"
 
-// The one file that includes this header: it is slow to compile.
+// Only this file includes the header, which is slow to compile.
 #define BACKWARD_HAS_DW BRUMECPD_HAVE_DW
 #include <dlfcn.h>
 #include <unistd.h>
@@ -141,7 +141,7 @@ class TraceWalk : public StackVisitor {
     void store(const StackFrame& frame) {
         uintptr_t address = frame.address;
 #ifdef __arm__
-        address &= ~uintptr_t{1};  // the Thumb mark
+        address &= ~uintptr_t{1};  // the Thumb bit
 #endif
         // A return address may be the next function's.
         if (frame.kind != StackFrame::INTERRUPTED) --address;

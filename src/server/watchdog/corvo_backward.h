@@ -1,7 +1,7 @@
 #pragma once
-// Stack traces in two halves: capturing the addresses, which works inside a signal handler, and resolving
-// them to names and lines, which reads debug information and allocates. Without libdw names come from the
-// symbol tables alone.
+// Stack traces in two steps: capturing the addresses, which works inside a signal handler, and resolving them
+// to names and lines, which reads debug information and allocates. Without libdw, names come only from the
+// symbol tables.
 
 #include <cstdint>
 #include <memory>
@@ -11,7 +11,7 @@
 
 namespace corvo::server {
 
-/** The addresses of a stack, innermost first, in storage that is made once. */
+/** The addresses of a stack, innermost first, in storage that is allocated once. */
 class FixedTrace {
  public:
     static constexpr uint32_t CAPACITY = 1000;
@@ -34,7 +34,7 @@ class FixedTrace {
 
  private:
     friend class TraceWalk;
-    /** Element 0 stands in, with a complaint, for one that doesn't exist. */
+    /** Returns element 0, and complains, if `index` doesn't exist. */
     uint32_t slot(uint32_t index);
 
     std::unique_ptr<void*[]> m_frames;
@@ -44,15 +44,15 @@ class FixedTrace {
 
 class Backward {
  public:
-    enum style_e : int { STYLE_GDB = 1 };  ///< any other value gives an empty text
+    enum style_e : int { STYLE_GDB = 1 };  ///< any other value yields an empty text
 
-    /** The stack of the caller, for normal context. */
+    /** The caller's stack, for normal context. */
     static std::string bt(int depth, style_e style);
-    /** Prints 20 frames to standard error. Allocates: only for a dying process, or when a user asks. */
+    /** Prints 20 frames to stderr. Allocates: only for a dying process, or at a user's request. */
     static void sig_handler_bt() noexcept;
 };
 
-/** A trace that is captured in a signal handler and resolved later. */
+/** A trace captured in a signal handler and resolved later. */
 class BackwardSig {
  public:
     /** Warms up the unwinder. */
@@ -65,12 +65,12 @@ class BackwardSig {
     FixedTrace m_trace;
 };
 
-/** Looks addresses up one at a time. */
+/** Looks up addresses one at a time. */
 class Resolver {
  public:
     struct Symbol {
         std::string function;
-        std::string file;  ///< of the source, else the object file; may be empty
+        std::string file;  ///< source file, or else the object file; may be empty
         unsigned line = 0;
     };
 

@@ -22,10 +22,10 @@ namespace corvo::server {
 namespace {
 
 constexpr unsigned RESOLVE_LIMIT_SEC = 5;
-/** Printing a trace from here reads debug information, so it is far more than a handler needs. */
+/** Printing a trace here reads debug information, which takes far more stack than a handler normally does. */
 constexpr size_t ALTERNATE_STACK_SIZE = 512UL * 1024;
 
-/** The signal that the process is dying of. */
+/** The signal that is killing the process. */
 volatile std::sig_atomic_t g_fatal_signum = 0;
 
 std::unique_ptr<char[]> text_buffer(size_t size) {
@@ -67,14 +67,14 @@ struct sigaction our_action(int signum, void (*handler)(int)) {
     sigemptyset(&action.sa_mask);
     for (int masked : SigHandler::reg_sigs())
         sigaddset(&action.sa_mask, masked);
-    // After a stack overflow there is no room for a handler on the stack that overflowed.
+    // After a stack overflow, there is no room for a handler on the same stack.
     if (is_fatal(signum)) action.sa_flags |= SA_ONSTACK;
     return action;
 }
 
 // --- the last moments --------------------------------------------------------------------------------------
 
-/** Ends the process by the signal that it was dying of, whatever is blocked or held just now. */
+/** Ends the process with the signal that was killing it, even if signals are blocked. */
 void die_at_once(int) {
     const int signum = g_fatal_signum;
     struct sigaction by_default {};
@@ -90,7 +90,7 @@ void die_at_once(int) {
 
 /**
  * Resolving uses the heap and hangs if the crash came from inside it. A dead server that hangs would look
- * alive to everyone but its clients until the kill time-out.
+ * alive to everyone but its clients until the kill timeout.
  */
 void limit_time() {
     struct sigaction action {};
@@ -116,7 +116,7 @@ void print_stack(const char* signame) {
 }
 
 void on_fatal_signal(int signum) {
-    // What follows may crash in its turn, and `abort` unblocks its own signal to get through.
+    // What follows may crash as well, and `abort` unblocks its own signal to get through.
     if (g_fatal_signum != 0) {
         die_at_once(signum);
         return;
@@ -144,13 +144,13 @@ int uptime() {
 
 // --- texts of a report -------------------------------------------------------------------------------------
 
-/** Opens a file of the events directory for writing. */
+/** Opens a file in the events directory for writing. */
 UniqueFd open_dump(const char* name, const char* extension) {
     char text[SigHandler::m_path_size] = "";
     unsigned left = sizeof text - 1;
     add_to_buf(text, get_sig_handler()->dump_dir(), left);
     const size_t length = strlen(text);
-    if (length > 1 && text[length - 1] == '/') text[length - 1] = '\0';  // behind it, a link is followed
+    if (length > 1 && text[length - 1] == '/') text[length - 1] = '\0';  // a link before it would be followed
     const UniqueFd dir = open_trusted_dir(AT_FDCWD, text);
     if (!dir) return {};
     text[0] = '\0';
@@ -236,7 +236,7 @@ void SigHandler::init_plat_info() {
 
 void SigHandler::install_alternate_stack() {
     stack_t present{};
-    // A sanitizer has brought its own and would give ours back to the system in its place.
+    // A sanitizer has installed its own stack, and would unmap ours in its place.
     if (sigaltstack(nullptr, &present) == 0 && !(present.ss_flags & SS_DISABLE)) return;
     stack_t stack{};
     stack.ss_sp = m_alternate_stack.get();
@@ -246,7 +246,7 @@ void SigHandler::install_alternate_stack() {
 
 void SigHandler::register_child_signals() {
     get_sig_handler()->install_alternate_stack();
-    // All of the map first: the first handler that runs may read it.
+    // Fills the whole map first, because the first handler that runs may read it.
     for (int signum : m_reg_sigs)
         sigaction(signum, nullptr, &m_pre_sigact[signum]);
     for (int signum : m_reg_sigs)

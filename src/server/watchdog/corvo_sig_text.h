@@ -1,5 +1,6 @@
 #pragma once
-// Text for signal context: built within a byte budget, without heap, locale or stdio, written by `write`.
+// Text for signal context: assembled within a byte budget, without heap, locale or stdio, and written
+// with `write`.
 
 #include <cstddef>
 #include <cstdint>
@@ -7,11 +8,11 @@
 namespace corvo::server {
 
 /**
- * Appends `text` to the C string `dst` if it isn't longer than `left`, and then takes its length off `left`.
- * `left` doesn't count the byte of the terminator. False: it didn't fit and nothing has changed.
+ * Appends `text` to the C string `dst` if it isn't longer than `left`, and subtracts its length from `left`,
+ * which doesn't include the terminator's byte. False if it didn't fit; nothing has changed then.
  */
 bool add_to_buf(char* dst, const char* text, unsigned int& left);
-/** The same with the signal's description, "Segmentation fault" and the like. */
+/** Likewise with the signal's description, such as "Segmentation fault". */
 bool signum_to_signame(int signum, char* dst, unsigned int& left);
 /** The description itself; never null. */
 const char* signal_description(int signum);
@@ -30,9 +31,9 @@ class DecimalText {
     char* m_begin;
 };
 
-/** Writes all of it, whatever interrupts. False: the descriptor refused. */
+/** Writes everything despite interruptions. False if the descriptor fails. */
 bool write_all(int fd, const char* text, size_t size);
-/** The same with a C string. */
+/** The same for a C string. */
 bool write_all(int fd, const char* text);
 
 }  // namespace corvo::server
