@@ -113,6 +113,8 @@ TEST_F(DataPathTest, ForgetsTheLongestIdleOfAFullTableButNothingOfThisSecond) {
         EXPECT_TRUE(arrives(5, 1));
         EXPECT_EQ(small.errors(api::PKT_MAX_FLOWS_REACHED), 1u);
         EXPECT_EQ(small.unclassified().packets, 8u) << "forgotten ones count";
+        EXPECT_TRUE(arrives(6, 61000));
+        EXPECT_EQ(small.aged() > 0, kind == DataPath::LIVE) << "time passes otherwise in a capture";
     }
 }
 

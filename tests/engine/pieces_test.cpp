@@ -163,6 +163,15 @@ TEST(FlowTable, GoesOnWithItsRoundWithinTheBudget) {
     EXPECT_EQ(table.size(), 0u);
 }
 
+TEST(FlowKey, IsThatOfBothDirectionsAlsoBetweenPortsOfOneAddress) {
+    for (const char* to : {"10.0.0.2", "10.0.0.1"}) {
+        const Path there{"10.0.0.1", to, 1000, 2000};
+        const Bytes a = udp(there), b = udp(there.reversed());
+        EXPECT_EQ(key_of(decode_frame(a.data(), a.size()), 0, 0).key,
+                  key_of(decode_frame(b.data(), b.size()), 0, 0).key);
+    }
+}
+
 // Who chooses addresses and ports must not be able to choose slots: keys that differ in few bits, in two
 // words at once too, spread as those that have nothing to do with each other.
 TEST(KeyedHash, SpreadsStructuredKeys) {
