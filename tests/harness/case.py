@@ -12,7 +12,6 @@ from .rpc import free_port
 SANITIZED = build_option("BRUMECPD_SANITIZER")
 SLAVE = build_option("BRUMECPD_SLAVE_MODE")
 BARE_METAL = build_option("BRUMECPD_BARE_METAL")
-HAVE_DW = build_option("BRUMECPD_HAVE_DW")
 
 
 def load_params(engine=None):

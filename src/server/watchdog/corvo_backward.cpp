@@ -8,7 +8,6 @@
 #include <backward.hpp>
 #include <charconv>
 #include <iterator>
-#include <vector>
 
 #include "server/watchdog/corvo_sig_text.h"
 
@@ -101,26 +100,40 @@ class FrameResolver {
     HighAddresses m_high;
 };
 
-/** Innermost first. */
-std::vector<backward::ResolvedTrace> resolve_all(const FixedTrace& trace) {
-    FrameResolver resolver;
-    std::vector<backward::ResolvedTrace> frames;
-    for (uint32_t i = 0; i < trace.size(); ++i) {
-        frames.push_back(resolver.resolve(trace[i], i));
-        if (!trace.is_guess(i)) continue;
-        frames.back().object_function.insert(0, GUESS_MARK);
-        frames.back().source.function.insert(0, GUESS_MARK);
+backward::ResolvedTrace resolve(FrameResolver& resolver, const FixedTrace& trace, uint32_t index) {
+    backward::ResolvedTrace frame = resolver.resolve(trace[index], index);
+    if (trace.is_guess(index)) {
+        frame.object_function.insert(0, GUESS_MARK);
+        frame.source.function.insert(0, GUESS_MARK);
     }
-    return frames;
+    return frame;
 }
 
 std::string format_as_gdb(const FixedTrace& trace) {
+    FrameResolver resolver;
     std::string text;
-    for (const backward::ResolvedTrace& frame : resolve_all(trace))
+    for (uint32_t i = 0; i < trace.size(); ++i) {
+        const backward::ResolvedTrace frame = resolve(resolver, trace, i);
         text += frame.object_function + " at " + frame.source.filename + ":" +
                 std::to_string(frame.source.line) + "\n";
+    }
     return text;
 }
+
+/** Frames for the printer, outermost first. Each is resolved when its turn comes: that may take too long. */
+class FrameIterator {
+ public:
+    FrameIterator(FrameResolver& resolver, const FixedTrace& trace, uint32_t left)
+        : m_resolver(resolver), m_trace(trace), m_left(left) {}
+    backward::ResolvedTrace operator*() const { return resolve(m_resolver, m_trace, m_left - 1); }
+    void operator++() { --m_left; }
+    bool operator!=(const FrameIterator& other) const { return m_left != other.m_left; }
+
+ private:
+    FrameResolver& m_resolver;
+    const FixedTrace& m_trace;
+    uint32_t m_left;
+};
 
 }  // namespace
 
@@ -187,8 +200,9 @@ std::string Backward::bt(int depth, style_e style) {
 void Backward::sig_handler_bt() noexcept {
     FixedTrace trace;
     trace.load_here(SIGNAL_DEPTH);
-    const std::vector<backward::ResolvedTrace> frames = resolve_all(trace);
-    backward::Printer().print(frames.rbegin(), frames.rend(), stderr);
+    FrameResolver resolver;
+    backward::Printer().print(FrameIterator(resolver, trace, trace.size()), FrameIterator(resolver, trace, 0),
+                              stderr);
 }
 
 BackwardSig::BackwardSig() {
