@@ -35,6 +35,37 @@ def arp():
 
 
 def write_pcap(path, frames):
-    content = struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, 1)
-    path.write_bytes(content + b"".join(struct.pack("<IIII", i, 0, len(f), len(f)) + f for i, f in enumerate(frames)))
+    path.write_bytes(pcap(frames, order="<"))
     return path
+
+
+def read_pcap(path):
+    content, at, found = path.read_bytes(), 24, []
+    while at < len(content):
+        size, = struct.unpack_from("<I", content, at + 8)
+        found.append(content[at + 16:at + 16 + size])
+        at += 16 + size
+    return found
+
+
+def pcap(frames, magic=0xa1b2c3d4, link=1, head=b"", cut=0, keep=65535, order=">"):
+    """Each frame loses `cut` bytes at its start and gets `head` instead; at most `keep` bytes are in the file."""
+    content = bytearray(struct.pack(order + "IHHiIII", magic, 2, 4, 0, 0, 65535, link))
+    for frame in (head + frame[cut:] for frame in frames):
+        content += struct.pack(order + "IIII", 1700000000, 5, len(frame[:keep]), len(frame)) + frame[:keep]
+    return bytes(content)
+
+
+def pcapng(frames):
+    content = struct.pack(">IIIHHqI", 0x0a0d0d0a, 28, 0x1a2b3c4d, 1, 0, -1, 28) + struct.pack(">IIHHII", 1, 20, 1, 0, 0, 20)
+    for frame in frames:
+        padding = -len(frame) % 4
+        whole = 32 + len(frame) + padding
+        content += struct.pack(">IIIIIII", 6, whole, 0, 0, 1000, len(frame), len(frame)) + frame + bytes(padding)
+        content += struct.pack(">I", whole)
+    return content
+
+
+def erf(frames):
+    return b"".join(struct.pack("<Q", 1700000000 << 32) + struct.pack(">BBHHH", 2, 4, 18 + len(f), 0, len(f)) + bytes(2) + f
+                    for f in frames)
