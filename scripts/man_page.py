@@ -115,6 +115,9 @@ def methods(document):
         yield ""
         yield escape(" ".join([method["summary"], method.get("description", "")]).strip())
         yield ""
+        if rules := doc.engine_rules(method):
+            yield escape(rules)
+            yield ""
         if method["params"]:
             yield "Parameters:"
             yield ""

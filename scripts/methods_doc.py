@@ -61,6 +61,16 @@ def needed(required, when=None):
     return "yes" if required else "with " + ", ".join(conditions) if conditions else ""
 
 
+def engine_rules(method):
+    """Which engine states the method takes, and where it leads; nothing if it takes all and leads nowhere."""
+    rules = []
+    if "x-states" in method:
+        rules.append(f"Refused unless the engine is {either(method['x-states'])}.")
+    if leads_to := method.get("x-leads-to"):
+        rules.append(f"An engine that was {either(list(leads_to))} is {either(sorted(set(leads_to.values())))} afterwards.")
+    return " ".join(rules)
+
+
 def param_rows(method):
     for param in method["params"]:
         schema = param["schema"]
@@ -123,6 +133,9 @@ def method_lines(method, errors):
     yield ""
     yield " ".join([method["summary"], method.get("description", "")]).strip()
     yield ""
+    if rules := engine_rules(method):
+        yield rules
+        yield ""
     if method["params"]:
         yield from table(("parameter", "type", "required", "default", "meaning"), param_rows(method))
     yield from result_lines(method["result"]["schema"])

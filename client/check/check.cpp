@@ -105,8 +105,7 @@ struct RunOptions {
 
 /** Queries the daemon that will run the requests. */
 void ask_settings(Daemon& daemon, check::Settings& settings) {
-    if (auto state = check::EngineStates::from_status(string_of(member_of(daemon.call("status"), "state"))))
-        settings.state = *state;
+    if (auto state = state_of(string_of(member_of(daemon.call("status"), "state")))) settings.state = *state;
     for (const Json::Value& name : daemon.call("cmds"))
         if (name.isString()) settings.methods.push_back(name.asString());
 }

@@ -130,8 +130,12 @@ void ConfigCheck::check_method(const Json::Value& request, const std::string& na
                                    : name + ": 'params' must be an object");
     else if (method)
         check_parameters(*method, request, m_settings.build, m_report);
-    if (!method) check_unknown_method(at, name);
-    check_order(at, name);
+    if (m_stopped) m_report.warning(at, name + ": the daemon stops, a 'shutdown' stands before this");
+    m_stopped = m_stopped || name == "shutdown";
+    if (method)
+        check_order(at, *method);
+    else
+        check_unknown_method(at, name);
 }
 
 void ConfigCheck::check_unknown_method(const Json::Value& at, const std::string& name) {
@@ -144,14 +148,10 @@ void ConfigCheck::check_unknown_method(const Json::Value& at, const std::string&
         m_report.error(at, "'" + name + "' is no method" + did_you_mean(name, method_names(m_settings)));
 }
 
-void ConfigCheck::check_order(const Json::Value& at, const std::string& name) {
-    if (m_stopped) m_report.warning(at, name + ": the daemon stops, a 'shutdown' stands before this");
-    m_stopped = m_stopped || name == "shutdown";
-    if (name == "mt") m_report.error(at, "mt: the daemon has no memory tracer and refuses this");
-    if (m_settings.build.slave_mode && (name == "attach" || name == "detach"))
-        m_report.error(at, name + ": refused in slave mode, where a host system decides what is attached");
-    std::string refusal = m_states.follow(name);
-    if (!refusal.empty()) m_report.error(at, name + ": " + refusal);
+void ConfigCheck::check_order(const Json::Value& at, const Method& method) {
+    for (const std::string& refusal :
+         {refusal_of(*method.document, Json::Value(), m_settings.build), m_states.follow(method)})
+        if (!refusal.empty()) m_report.error(at, method.name + ": " + refusal);
 }
 
 }  // namespace brumectl::check

@@ -40,7 +40,7 @@ class ConfigCheck {
     void check_id(const Json::Value& request);
     void check_method(const Json::Value& request, const std::string& name);
     void check_unknown_method(const Json::Value& at, const std::string& name);
-    void check_order(const Json::Value& at, const std::string& name);
+    void check_order(const Json::Value& at, const Method& method);
 
     const std::string& m_text;
     const Settings& m_settings;

@@ -1,25 +1,22 @@
 #pragma once
-// Which methods the engine's state allows, and which state they lead to: one table.
+// Which methods the engine's state allows, and where they lead, by the method table.
 
-#include <optional>
 #include <string>
 
-namespace brumectl::check {
+#include "client/text/engine_state.h"
+#include "client/text/method_table.h"
 
-enum engine_state_e : unsigned { UNLOADED = 0, LOADED, ACTIVE, ATTACHED };
+namespace brumectl::check {
 
 class EngineStates {
  public:
     explicit EngineStates(engine_state_e state = UNLOADED) : m_state(state) {}
-    /** The state for the text shown by `status`. */
-    static std::optional<engine_state_e> from_status(const std::string& words);
 
     /**
-     * Records a method as done and returns why it would have been refused; empty if it is allowed. A
-     * refused method still changes the state as intended, so that one mistake isn't reported for every
-     * method after it.
+     * Takes a method as done and returns why it would have been refused; empty if it is all right. A refused
+     * one still leads where it was meant to, so that one slip isn't told at each method behind it.
      */
-    std::string follow(const std::string& method);
+    std::string follow(const Method& method);
     engine_state_e state() const { return m_state; }
 
  private:

@@ -1,11 +1,13 @@
 #include "client/check/parameters.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <string_view>
 
-#include "client/check/special_rules.h"
 #include "client/text/complaints.h"
 #include "client/text/fields.h"
+#include "client/text/json_access.h"
 #include "infra/json/corvo_json.h"
 
 namespace brumectl::check {
@@ -42,17 +44,30 @@ bool holds(const Json::Value& list, const Json::Value& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
-/** Walks a value along its schema, which limits the depth. */
+/** As the daemon reads an address: blanks in front, a sign and 0x are fine. */
+bool is_hexadecimal(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    strtoull(text.c_str(), &end, 16);
+    return errno == 0 && end != text.c_str() && end == text.c_str() + text.size();
+}
+
+/** Walks a value along its schema. The schema bounds how deep it goes. */
 class SchemaCheck {
  public:
-    SchemaCheck(const std::string& method, Report& report) : m_method(method), m_report(report) {}
+    SchemaCheck(const std::string& method, const Build& build, Report& report)
+        : m_method(method), m_build(build), m_report(report) {}
 
     void value(const Json::Value& value, const Json::Value& schema_or_ref, const std::string& path,
                severity_e severity) {
         const Json::Value& schema = MethodTable::get().resolve(schema_or_ref);
-        if (!fits_kind(value, schema, path, severity)) return;
+        if (is_refused(value, schema, path) || !fits_kind(value, schema, path, severity)) return;
         if (schema.isMember("enum") && !holds(schema["enum"], value)) {
             add(severity, value, quoted(path) + " can only be one of " + list_of(schema["enum"]));
+        } else if (schema["format"] == "hexadecimal" && !is_hexadecimal(value.asString())) {
+            add(severity, value, quoted(path) + " must be a hexadecimal number of at most 64 bits");
+        } else if (schema.isMember("maxItems") && value.size() > schema["maxItems"].asUInt()) {
+            add(severity, value, quoted(path) + " can hold at most " + schema["maxItems"].asString());
         } else if (value.isArray()) {
             for (Json::ArrayIndex i = 0; i < value.size(); ++i)
                 this->value(value[i], schema["items"], path + "[" + std::to_string(i) + "]", severity);
@@ -66,12 +81,18 @@ class SchemaCheck {
         m_report.add(severity, static_cast<size_t>(at.getOffsetStart()), m_method + ": " + text);
     }
 
+    bool is_refused(const Json::Value& value, const Json::Value& schema, const std::string& path) {
+        const std::string refusal = refusal_of(schema, value, m_build);
+        if (!refusal.empty()) add(ERROR, value, quoted(path) + " " + refusal);
+        return !refusal.empty();
+    }
+
     bool fits_kind(const Json::Value& value, const Json::Value& schema, const std::string& path,
                    severity_e severity) {
         const std::string name = schema["type"].asString();
         for (const Kind& kind : KINDS) {
             if (kind.name != name) continue;
-            const Json::Value& maximum = schema["maximum"];
+            const Json::Value& maximum = schema[schema.isMember("x-limit") ? "x-limit" : "maximum"];
             bool negative = value.isNumeric() && value.asDouble() < 0;
             if (kind.name == "integer" && (negative || (value.isUInt64() && !maximum.isNull() &&
                                                         value.asUInt64() > maximum.asUInt64()))) {
@@ -124,14 +145,28 @@ class SchemaCheck {
         for (const std::string& name : schema["properties"].getMemberNames()) {
             if (std::find(known.begin(), known.end(), name) != known.end()) continue;
             known.push_back(name);
+            const Json::Value& described = schema["properties"][name];
             if (!value[name].isNull())
-                this->value(value[name], schema["properties"][name], path + "." + name, severity);
+                this->value(value[name], described, path + "." + name, severity);
+            else if (value.isMember(name))
+                is_refused(value[name], described, path + "." + name);
         }
     }
 
     const std::string& m_method;
+    const Build& m_build;
     Report& m_report;
 };
+
+/** The words that a parameter can be beside others; null: all that its schema has. */
+const Json::Value& words_beside(const Parameter& parameter, const Json::Value& params) {
+    const Json::Value& when = *parameter.enum_when;
+    for (const std::string& other : when.getMemberNames()) {
+        const Json::Value& words = member_of(when[other], string_of(params[other]).c_str());
+        if (!words.isNull()) return words;
+    }
+    return Json::Value::nullSingleton();
+}
 
 std::string condition_text(const Json::Value& when) {
     std::string out;
@@ -142,24 +177,51 @@ std::string condition_text(const Json::Value& when) {
 
 }  // namespace
 
+std::string refusal_of(const Json::Value& description, const Json::Value& value, const Build& build) {
+    const Json::Value& refused_by = description["x-refused-by"];
+    const struct {
+        const char* name;
+        bool applies;
+        const char* words;
+    } BUILDS[] = {{"any", true, "every daemon"},
+                  {"slave", build.slave_mode, "a daemon in slave mode"},
+                  {"bare metal", build.bare_metal, "a daemon for bare metal"}};
+    for (const auto& one : BUILDS) {
+        const Json::Value& values = refused_by[one.name];
+        if (one.applies && (values == true || (values.isArray() && holds(values, value))))
+            return std::string("is refused by ") + one.words +
+                   (values.isArray() ? " if it is " + corvo::json::write(value) : "");
+    }
+    return "";
+}
+
 void check_parameters(const Method& method, const Json::Value& request, const Build& build, Report& report) {
     const Json::Value& given = request["params"];
     const Json::Value& at = given.isNull() ? request : given;
     Json::Value params = given.isNull() ? Json::Value(Json::objectValue) : given;
     params.setOffsetStart(at.getOffsetStart());
-    SchemaCheck check(method.name, report);
+    SchemaCheck check(method.name, build, report);
     std::vector<std::string> known;
     for (const Parameter& parameter : method.parameters) {
         known.push_back(parameter.name);
         const Json::Value& value = params[parameter.name];
         const Json::Value& when = *parameter.required_when;
         const bool needed = is_needed(parameter, params);
-        if (!value.isNull()) {
-            // Parameters that aren't needed are mostly not read either: worth a warning, but not an error.
+        const Json::Value& words = words_beside(parameter, params);
+        if (!words.isNull() && value.isString() && !holds(words, value)) {
+            report.error(value, method.name + ": " + quoted(parameter.name) + " can only be one of " +
+                                    list_of(words) + " here");
+        } else if (!value.isNull()) {
+            // What isn't asked for is mostly not read either: worth a word, but no reason for a refusal.
             check.value(value, *parameter.schema, parameter.name, when.isNull() || needed ? ERROR : WARNING);
         } else if (needed) {
             report.error(at, method.name + ": " + quoted(parameter.name) + " is missing" +
                                  (parameter.required ? "" : condition_text(when)));
+        } else if ((*parameter.schema)["default"].isObject()) {
+            Json::Value meant = (*parameter.schema)["default"];
+            for (const std::string& name : meant.getMemberNames())
+                meant[name].setOffsetStart(at.getOffsetStart());
+            check.value(meant, *parameter.schema, parameter.name, ERROR);
         }
     }
     for (const std::string& name : params.getMemberNames())
@@ -167,7 +229,6 @@ void check_parameters(const Method& method, const Json::Value& request, const Bu
             report.warning_at_name(params[name], method.name + ": " + quoted(name) +
                                                      " is no parameter, the daemon ignores it" +
                                                      did_you_mean(name, known));
-    check_special_rules(method.name, params, build, report);
 }
 
 }  // namespace brumectl::check

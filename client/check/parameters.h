@@ -8,6 +8,11 @@
 
 namespace brumectl::check {
 
+/**
+ * Why a build refuses what is described, a method or a value, whatever else is right about it: "is refused by
+ * a daemon in slave mode". Empty if it doesn't.
+ */
+std::string refusal_of(const Json::Value& description, const Json::Value& value, const Build& build);
 /** `request` holds the member `params`, an object or null. */
 void check_parameters(const Method& method, const Json::Value& request, const Build& build, Report& report);
 

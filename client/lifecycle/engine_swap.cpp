@@ -9,12 +9,8 @@ namespace brumectl {
 
 namespace {
 
-using check::ACTIVE;
-using check::EngineStates;
-using check::UNLOADED;
-
-check::engine_state_e state_of(const Json::Value& status) {
-    return EngineStates::from_status(string_of(member_of(status, "state"))).value_or(UNLOADED);
+engine_state_e state_of(const Json::Value& status) {
+    return brumectl::state_of(string_of(member_of(status, "state"))).value_or(UNLOADED);
 }
 
 Json::Value command(const char* cmd) {
@@ -85,7 +81,7 @@ EngineSwap::outcome_e EngineSwap::run(const EngineSetup& present, const EngineSe
     return bring_up(present) ? WENT_BACK : FAILED;
 }
 
-check::engine_state_e EngineSwap::state() {
+engine_state_e EngineSwap::state() {
     return state_of(m_daemon.call("status"));
 }
 
@@ -104,7 +100,7 @@ bool EngineSwap::step(const Request& request) {
 }
 
 bool EngineSwap::take_down() {
-    const check::engine_state_e before = state();
+    const engine_state_e before = state();
     if (before == UNLOADED) return true;
     if (before >= ACTIVE && !step({"deactivate"})) return false;
     // An engine that fails to clean up is unloaded all the same.
@@ -114,7 +110,7 @@ bool EngineSwap::take_down() {
 /** Works from any state, and continues past an interface that can't be attached. */
 bool EngineSwap::bring_up(const EngineSetup& setup) {
     const Json::Value status = m_daemon.call("status");
-    const check::engine_state_e before = state_of(status);
+    const engine_state_e before = state_of(status);
     if (before == UNLOADED && !step({"load", setup.load})) return false;
     if (setup.state >= ACTIVE && before < ACTIVE && !step({"activate", setup.activate})) return false;
     const Json::Value& attached = member_of(status, "attached");

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "client/check/engine_states.h"
+#include "client/text/engine_state.h"
 #include "client/wire/daemon.h"
 
 namespace brumectl {
@@ -20,8 +20,8 @@ struct Request {
 
 /** Everything needed to bring an engine to its present state. */
 struct EngineSetup {
-    check::engine_state_e state = check::LOADED;  ///< how far it goes
-    Json::Value load = Json::objectValue;         ///< the methods' parameters
+    engine_state_e state = LOADED;         ///< how far it goes
+    Json::Value load = Json::objectValue;  ///< the methods' parameters
     Json::Value activate = Json::objectValue;
     std::vector<std::string> interfaces = {};
     /** Settings made since then: worth restoring, although another engine may have other collectors. */
@@ -47,7 +47,7 @@ class EngineSwap {
     outcome_e run(const EngineSetup& present, const EngineSetup& wanted);
 
  private:
-    check::engine_state_e state();
+    engine_state_e state();
     bool step(const Request& request);
     bool take_down();
     bool bring_up(const EngineSetup& setup);

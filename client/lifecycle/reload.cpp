@@ -87,7 +87,7 @@ class Reload {
         const Json::Value status = m_daemon.call("status");
         const LocalDaemon local(m_daemon.address(), static_cast<pid_t>(count_of(member_of(status, "pid"))));
         EngineSetup present = shown_setup(m_daemon, status);
-        if (present.state == check::UNLOADED) throw Failure("no engine is loaded that could be swapped");
+        if (present.state == UNLOADED) throw Failure("no engine is loaded that could be swapped");
         EngineSetup wanted = present;
         fill(local, present, wanted);
         check(local, string_of(member_of(status, "mode")), present, wanted);

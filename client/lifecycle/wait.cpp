@@ -3,12 +3,12 @@
 #include <memory>
 #include <optional>
 
-#include "client/check/engine_states.h"
 #include "client/context.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
 #include "client/lifecycle/lifecycle.h"
 #include "client/text/complaints.h"
+#include "client/text/engine_state.h"
 #include "client/text/json_access.h"
 #include "client/text/method_table.h"
 #include "client/wire/daemon_log.h"
@@ -19,8 +19,6 @@
 namespace brumectl {
 
 namespace {
-
-using check::EngineStates;
 
 constexpr int POLL_MS = 100;
 constexpr unsigned LOG_LINES = 1000;
@@ -33,12 +31,12 @@ constexpr const char* GONE = "gone";
 /** The minimum engine state for a word of --for; none means that nobody answers. */
 struct Goal {
     const char* word;
-    std::optional<check::engine_state_e> least;
+    std::optional<engine_state_e> least;
 };
-constexpr Goal GOALS[] = {{"answering", check::UNLOADED},
-                          {"loaded", check::LOADED},
-                          {"activated", check::ACTIVE},
-                          {"attached", check::ATTACHED},
+constexpr Goal GOALS[] = {{"answering", UNLOADED},
+                          {"loaded", LOADED},
+                          {"activated", ACTIVE},
+                          {"attached", ATTACHED},
                           {GONE, std::nullopt}};
 
 std::vector<std::string> goal_words() {
@@ -90,7 +88,7 @@ class Watch {
             m_seen = e.what();
             return false;  // it is stuck, or just ending
         }
-        const auto state = EngineStates::from_status(m_state);
+        const auto state = brumectl::state_of(m_state);
         return m_goal.least && state && *state >= *m_goal.least;
     }
 

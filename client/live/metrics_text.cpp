@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "client/text/engine_state.h"
 #include "client/text/json_access.h"
 #include "client/text/terminal.h"
 
@@ -9,7 +10,6 @@ namespace brumectl {
 
 namespace {
 
-constexpr const char* STATES[] = {"not loaded", "deactivated", "activated", "activated (attached)"};
 constexpr const char* HEALTH_STATES[] = {"ok", "warn", "bad"};
 
 /** A metric whose value is a number somewhere in a result. */
@@ -119,7 +119,7 @@ std::string label_text(const std::string& value) {
 void write_status(MetricsWriter& out, const Json::Value& status) {
     write_members(out, status, STATUS);
     out.family("brumecpd_engine_state", "gauge", "1 for the state that the engine is in.");
-    for (const char* state : STATES)
+    for (const std::string& state : state_words())
         out.sample(uint64_t{string_of(member_of(status, "state")) == state}, {{"state", state}});
     out.family("brumecpd_attached_interfaces", "gauge", "Interfaces that the engine is attached to.");
     out.sample(uint64_t{member_of(status, "attached").isArray() ? member_of(status, "attached").size() : 0});

@@ -182,10 +182,7 @@ std::string type_text(const Json::Value& schema) {
 }
 
 std::vector<std::string> choices_of(const Json::Value& schema) {
-    std::vector<std::string> choices;
-    for (const Json::Value& choice : schema["enum"])
-        choices.push_back(choice.asString());
-    return choices;
+    return texts_of(schema["enum"]);
 }
 
 std::string alternatives(const std::vector<std::string>& words) {

@@ -38,6 +38,13 @@ std::string string_of(const Json::Value& value) {
     return value.isString() ? value.asString() : std::string();
 }
 
+std::vector<std::string> texts_of(const Json::Value& array) {
+    std::vector<std::string> texts;
+    for (const Json::Value& text : array)
+        texts.push_back(string_of(text));
+    return texts;
+}
+
 uint64_t count_of(const Json::Value& value) {
     constexpr double TOO_LARGE = 18446744073709551616.0;
     if (value.isUInt64()) return value.asUInt64();

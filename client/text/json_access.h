@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace brumectl {
 
@@ -22,6 +23,8 @@ Json::Value member_of(Json::Value&& value, const char* name);
 bool parse_whole(const std::string& text, Json::Value& out, std::string* error = nullptr);
 /** A string's text; empty for anything else. */
 std::string string_of(const Json::Value& value);
+/** The texts in an array. */
+std::vector<std::string> texts_of(const Json::Value& array);
 /** 0 unless it is a number from 0 to 2^64-1; fractions are cut off. */
 uint64_t count_of(const Json::Value& value);
 

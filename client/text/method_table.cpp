@@ -17,8 +17,8 @@ Method read_method(const Json::Value& document) {
     method.document = &document;
     for (const Json::Value& param : document["params"])
         method.parameters.push_back({param["name"].asString(), param["description"].asString(),
-                                     param["required"].asBool(), &param["schema"],
-                                     &param["x-required-when"]});
+                                     param["required"].asBool(), &param["schema"], &param["x-required-when"],
+                                     &param["x-enum-when"]});
     return method;
 }
 

@@ -14,8 +14,10 @@ struct Parameter {
     std::string description;
     bool required = false;
     const Json::Value* schema = nullptr;  ///< JSON schema, with the table's $refs
-    const Json::Value* required_when =
-        nullptr;  ///< {parameter: [values]} that together make it required; JSON null if none
+    /** {parameter: [values]} that together make it required; JSON null: none. */
+    const Json::Value* required_when = nullptr;
+    /** {parameter: {value: [words]}}: the words that it can be beside that value; JSON null: no such rule. */
+    const Json::Value* enum_when = nullptr;
 };
 
 struct Method {

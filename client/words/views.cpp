@@ -5,6 +5,7 @@
 #include "client/classify/flow_text.h"
 #include "client/evidence/report_text.h"
 #include "client/live/notification.h"
+#include "client/text/engine_state.h"
 #include "client/text/json_access.h"
 #include "client/text/method_table.h"
 #include "client/text/render.h"
@@ -12,16 +13,6 @@
 namespace brumectl {
 
 namespace {
-
-constexpr struct {
-    const char* word;
-    Terminal::colour_e colour;
-} STATE_COLOURS[] = {
-    {"activated", Terminal::GREEN},
-    {"activated (attached)", Terminal::GREEN},
-    {"deactivated", Terminal::YELLOW},
-    {"not loaded", Terminal::YELLOW},
-};
 
 constexpr struct {
     const char* mark;
@@ -32,12 +23,6 @@ constexpr struct {
     {"][WARN]", Terminal::YELLOW},
     {"][DEBUG]", Terminal::DIM},
 };
-
-Terminal::colour_e state_colour(const std::string& state) {
-    for (const auto& known : STATE_COLOURS)
-        if (state == known.word) return known.colour;
-    return Terminal::PLAIN;
-}
 
 std::string process_memory(const Json::Value& memory) {
     return bytes_text(count_of(member_of(memory, "current")) * MIB) + " (at most " +

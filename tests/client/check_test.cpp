@@ -93,14 +93,14 @@ TEST(Check, FindsWrongMethodsAndParameters) {
         {load + request("activate", R"({"resources":{"max_flows":1.5}})"),
          "error activate: 'resources.max_flows'"},
         {load + request("activate", R"({"resources":{"max_flows":1,"dp_workers":null}})"),
-         "error activate: in slave mode 'resources.dp_workers' is refused"},
+         "error activate: 'resources.dp_workers' is refused by a daemon in slave mode"},
         {ready + request("push_pcap", R"({"type":"buffer","reset":true})"),
          "error push_pcap: 'buffer' is missing with 'type' \"buffer\""},
         {load + request("coffee", R"({"func":"f","args":[1,2,3,4,5,6,7,8,9]})"),
          "error coffee: 'args' can hold"},
         {load + request("coffee", R"({"func":"f","args":[1,-2]})"), "error coffee: 'args[1]' must be from 0"},
         {request("notifications", R"({"cmd":"alerts","op":"add"})"),
-         "error notifications: with 'cmd' \"alerts\""},
+         "error notifications: 'op' can only be one of \"show\", \"clear\" here"},
         {request("notifications", R"({"cmd":"log","op":"clear"})"), ""},
         {request("log", R"({"type":"verbosity","verbosity":{"cmd":"set"}})"),
          "error log: 'verbosity.level' is missing"},
@@ -134,15 +134,19 @@ TEST(Check, FindsWhatTheEnginesStateRefusesOnceForEachSlip) {
         const char* text;
     } ORDERS[] = {
         {{"load", "activate", "attach", "push_pcap", "deactivate", "unload", "unload", "load"}, 0, ""},
-        {{"load", "push_pcap", "activate"}, 2, "needs an active engine"},
-        {{"activate", "push_pcap"}, 1, "needs a loaded engine"},
-        {{"load", "load", "activate"}, 2, "loaded already"},
-        {{"load", "activate", "activate"}, 3, "active already"},
-        {{"load", "activate", "attach", "unload", "load"}, 4, "'deactivate' must come first"},
-        {{"health", "load"}, 1, "needs a loaded engine"},
+        {{"load", "push_pcap", "activate"},
+         2,
+         "is activated or activated (attached); by then it is deactivated"},
+        {{"activate", "push_pcap"}, 1, "needs an engine that is deactivated; by then it is not loaded"},
+        {{"load", "load", "activate"}, 2, "is not loaded; by then it is deactivated"},
+        {{"load", "activate", "activate"}, 3, "is deactivated; by then it is activated"},
+        {{"load", "activate", "attach", "unload", "load"},
+         4,
+         "not loaded or deactivated; by then it is activated (attached)"},
+        {{"health", "load"}, 1, "by then it is not loaded"},
         {{"shutdown", "ping"}, 2, "a 'shutdown' stands before this"},
         {{"ping", "shutdown"}, 0, ""},
-        {{"mt"}, 1, "no memory tracer"},
+        {{"mt"}, 1, "is refused by every daemon"},
     };
     for (const auto& order : ORDERS) {
         const std::string found = findings(sequence(order.methods), standalone);
@@ -152,10 +156,10 @@ TEST(Check, FindsWhatTheEnginesStateRefusesOnceForEachSlip) {
         EXPECT_THAT(found, AllOf(StartsWith(place), HasSubstr(order.text)));
     }
     EXPECT_THAT(findings(sequence({"load", "activate", "attach"})),
-                HasSubstr("attach: refused in slave mode"));
+                HasSubstr("attach: is refused by a daemon in slave mode"));
     const Settings bare_metal{.build = {.bare_metal = true}};
     EXPECT_THAT(findings("[" + request("load") + "]", bare_metal),
-                StartsWith("1:2 error load: on bare metal"));
+                StartsWith("1:2 error load: 'shm.type' is refused by a daemon for bare metal"));
 }
 
 TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
@@ -168,9 +172,116 @@ TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
             Settings settings;
             settings.build = brumectl::packaged_build();
             if (example.isMember("x-states"))
-                settings.state = *EngineStates::from_status(example["x-states"][0].asString());
+                settings.state = *brumectl::state_of(example["x-states"][0].asString());
             EXPECT_EQ(findings("[" + request(method.name, corvo::json::write(params)) + "]", settings), "")
                 << method.name << ": " << example["name"].asString();
+        }
+    }
+}
+
+/** A daemon whose engine is in this state. */
+std::unique_ptr<Daemon> daemon_in(const std::string& state) {
+    DaemonSetup setup{.engine_dir = SCRIPTED_ENGINE_DIR, .files = {{"script", "class push_pkts 7 HTTP\n"}}};
+    if (state == "activated (attached)") setup.args = {"-a", "--attach", "if0"};
+    auto daemon = std::make_unique<Daemon>(setup);
+    if (state == "deactivated" || state == "activated") daemon->result("load");
+    if (state == "activated") daemon->call("activate", parse(R"({"resources":{"max_flows":10}})"));
+    return daemon;
+}
+
+/** Method and parameters, where only its parameters or its engine's state can be wrong. */
+using Requests = std::vector<std::pair<std::string, std::string>>;
+
+/** A change of the daemon, of the rules in the method table or of what reads them: none goes alone. */
+TEST(Check, CallsAnErrorWhatTheDaemonRefuses) {
+    if (brumectl::packaged_build().bare_metal) GTEST_SKIP() << "engines are loaded without shared memory";
+    const std::string buffer =
+        R"({"type":"buffer","reset":true,"buffer":"AgAAAAACAgAAAAABCABFAAAoAAEAAEAGZs0KAAABCgAAAgPoAFAAAAABAAAAAFAC//+XpwAA")";
+    const Requests REQUESTS = {
+        {"ping", ""},
+        {"ping", R"({"x":1})"},
+        {"echo", R"({"message":"x"})"},
+        {"echo", "{}"},
+        {"echo", R"({"message":5})"},
+        {"cmds", ""},
+        {"status", ""},
+        {"mt", ""},
+        {"load", ""},
+        {"load", R"({"path":null,"cpaddr":"x"})"},
+        {"load", R"({"path":5})"},
+        {"load", R"({"shm":5})"},
+        {"load", R"({"shm":{}})"},
+        {"load", R"({"shm":{"type":"x"}})"},
+        {"load", R"({"shm":{"type":"devmem","size":1}})"},
+        {"load", R"({"shm":{"type":"devmem","size":-1,"addr":"1f"}})"},
+        {"load", R"({"shm":{"type":"devmem","size":1,"addr":"1fg"}})"},
+        {"load", R"({"shm":{"type":"devmem","size":1,"addr":"10000000000000000"}})"},
+        {"load", R"({"shm":{"type":"devmem","size":1,"addr":" +0x1F"}})"},
+        {"unload", ""},
+        {"activate", R"({"resources":{"max_flows":10.0}})"},
+        {"activate", R"({"resources":{"max_flows":4294967296}})"},
+        {"activate", R"({"resources":{"max_flows":1.5}})"},
+        {"activate", R"({"resources":{"max_flows":1,"writable_shm":1}})"},
+        {"activate", R"({"resources":{"max_flows":1,"dp_workers":null}})"},
+        {"activate", R"({"resources":{"max_flows":1,"dp_workers":128}})"},
+        {"activate", R"({"resources":{"max_flows":1,"dp_workers":129}})"},
+        {"activate", R"({"resources":{}})"},
+        {"activate", ""},
+        {"deactivate", ""},
+        {"attach", R"({"intf":"if0"})"},
+        {"detach", R"({"intf":"if0"})"},
+        {"attach", "{}"},
+        {"push_pcap", buffer + "}"},
+        {"push_pcap", R"({"type":"buffer","reset":true})"},
+        {"push_pcap", R"({"type":"buffer","buffer":"AAAA"})"},
+        {"push_pcap", R"({"type":"filename","reset":true})"},
+        {"push_pcap", R"({"type":"buffer","reset":1,"buffer":"AAAA"})"},
+        {"push_pcap", buffer + R"(,"ns_id":4294967296})"},
+        {"coffee", R"({"func":"f","args":[1,2,3,4,5,6,7,8]})"},
+        {"coffee", R"({"func":"f","args":[1,2,3,4,5,6,7,8,9]})"},
+        {"coffee", R"({"func":"f","args":[null]})"},
+        {"coffee", R"({"func":"f","args":[-1]})"},
+        {"coffee", R"({"args":[]})"},
+        {"collect", R"({"cmd":"ls"})"},
+        {"collect", R"({"cmd":"enable"})"},
+        {"collect", R"({"cmd":"set_interval","component":"c","interval":-1})"},
+        {"collect", R"({"cmd":"set_exporter"})"},
+        {"collect",
+         R"({"cmd":"set_exporter","socket":{"type":"http","server":"h","port":65536,"path":"/"}})"},
+        {"collect", R"({"cmd":"set_exporter","socket":{"type":"none"}})"},
+        {"health", R"({"cmd":"show"})"},
+        {"health", R"({"cmd":"configure"})"},
+        {"health", R"({"cmd":"show","verbose":1})"},
+        {"log", R"({"type":"log","maxlines":1})"},
+        {"log", R"({"type":"log","maxlines":-1})"},
+        {"log", R"({"type":"verbosity"})"},
+        {"log", R"({"type":"verbosity","verbosity":{"cmd":"set"}})"},
+        {"log", R"({"type":"verbosity","verbosity":{"cmd":"set","level":"x"}})"},
+        {"log", R"({"type":"verbosity","verbosity":{"cmd":"get"}})"},
+        {"events", R"({"type":"hog"})"},
+        {"events", R"({"type":"x"})"},
+        {"notifications", R"({"cmd":"log","op":"clear"})"},
+        {"notifications", R"({"cmd":"log","op":"add"})"},
+        {"notifications", R"({"cmd":"log","sev":"info"})"},
+        {"notifications", R"({"cmd":"alerts","sev":"info"})"},
+        {"notifications", R"({"cmd":"alerts","op":"ls"})"},
+        {"notifications", R"({"cmd":"socket"})"},
+        {"notifications", R"({"cmd":"socket","op":"show"})"},
+        {"notifications", R"({"cmd":"socket","op":"add"})"},
+        {"notifications", R"({"cmd":"socket","op":"ls"})"},
+        {"pong", ""},
+    };
+    for (const std::string& state : brumectl::state_words()) {
+        std::unique_ptr<Daemon> daemon = daemon_in(state);
+        for (const auto& [method, params] : REQUESTS) {
+            const Settings settings{.build = brumectl::packaged_build(), .state = *brumectl::state_of(state)};
+            const std::string found =
+                findings("[" + request(method, params.empty() ? "null" : params) + "]", settings);
+            const Json::Value reply = daemon->call(method, params.empty() ? Json::Value() : parse(params));
+            EXPECT_EQ(found.find(" error ") != std::string::npos, reply.isMember("error"))
+                << state << ": " << method << " " << params << "\n"
+                << found << corvo::json::write(reply);
+            if (daemon->result("status")["state"] != state) daemon = daemon_in(state);
         }
     }
 }

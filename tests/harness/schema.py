@@ -1,7 +1,7 @@
 """The part of JSON Schema that docs/openrpc.json uses."""
 TYPES = {"object": dict, "array": list, "string": str, "boolean": bool, "integer": int}
-KEYWORDS = {"additionalProperties", "default", "description", "enum", "items", "maximum", "minimum", "oneOf", "properties",
-            "required", "type", "x-builds"}
+KEYWORDS = {"additionalProperties", "default", "description", "enum", "format", "items", "maximum", "maxItems", "minimum",
+            "oneOf", "properties", "required", "type"}
 
 
 def is_of_type(value, name):
@@ -17,7 +17,7 @@ def members_validate(schema, value):
 
 
 def validates(schema, value):
-    if unknown := set(schema) - KEYWORDS:
+    if unknown := {k for k in schema if not k.startswith("x-")} - KEYWORDS:
         raise ValueError(f"unknown keywords {unknown}")
     if "type" in schema and not is_of_type(value, schema["type"]):
         return False

@@ -36,10 +36,11 @@ bool members_validate(const Json::Value& schema, const Json::Value& value) {
 
 bool validates(const Json::Value& schema, const Json::Value& value) {
     static const std::set<std::string> KEYWORDS = {
-        "additionalProperties", "default",  "description", "enum",    "items", "maximum", "minimum", "oneOf",
-        "properties",           "required", "type",        "x-builds"};
+        "additionalProperties", "default",  "description", "enum",   "items",   "maximum", "minimum", "oneOf",
+        "properties",           "required", "type",        "format", "maxItems"};
     for (const std::string& keyword : schema.getMemberNames())
-        if (!KEYWORDS.contains(keyword)) throw std::logic_error("unknown keyword " + keyword);
+        if (!KEYWORDS.contains(keyword) && !keyword.starts_with("x-"))
+            throw std::logic_error("unknown keyword " + keyword);
     const auto valid = [&value](const Json::Value& part) { return validates(part, value); };
     const auto& variants = schema["oneOf"];
     if (schema.isMember("type") && !is_of_type(value, schema["type"].asString())) return false;
