@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -179,15 +178,6 @@ size_t open_descriptors(pid_t pid) {
          it != fs::directory_iterator(); ++it)
         ++count;
     return count;
-}
-
-size_t anonymous_kib(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string word;
-    size_t kib = 0;
-    while (status >> word)
-        if (word == "RssAnon:") status >> kib;
-    return kib;
 }
 
 }  // namespace test

@@ -91,7 +91,5 @@ bool is_running(pid_t pid);
 std::vector<pid_t> descendants(pid_t parent);
 /** Number of open descriptors of a process. */
 size_t open_descriptors(pid_t pid);
-/** Anonymous resident memory of a process in KiB. */
-size_t anonymous_kib(pid_t pid);
 
 }  // namespace test
