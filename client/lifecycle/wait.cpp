@@ -21,6 +21,8 @@ namespace brumectl {
 namespace {
 
 constexpr int POLL_MS = 100;
+/** With less time left, no answer says nothing about the daemon. */
+constexpr int FAIR_MS = 500;
 constexpr unsigned LOG_LINES = 1000;
 constexpr int LOG_TIMEOUT_MS = 1000;
 /** The service's log, for a service that ends before it ever answers. */
@@ -72,10 +74,12 @@ class Watch {
 
     /** Queries a daemon that may be a different one from last time. */
     bool look() {
-        m_daemon = m_context.new_daemon();
-        m_daemon->set_timeout_ms(std::max(left_ms(), 1));
+        auto daemon = m_context.new_daemon();
+        const int left = std::max(left_ms(), 1);
+        daemon->set_timeout_ms(left);
         try {
-            see(m_daemon->call("status"));
+            see(*daemon, daemon->call("status"));
+            m_daemon = std::move(daemon);
         } catch (const NoDaemon& e) {
             m_daemon.reset();
             m_seen = e.what();
@@ -83,6 +87,11 @@ class Watch {
             return !m_goal.least && !e.is_denied();
         } catch (const Usage&) {
             throw;
+        } catch (const TimedOut& e) {
+            if (left < FAIR_MS && !m_seen.empty()) return false;
+            m_daemon.reset();
+            m_seen = e.what();
+            return false;
         } catch (const Failure& e) {
             m_daemon.reset();
             m_seen = e.what();
@@ -92,11 +101,11 @@ class Watch {
         return m_goal.least && state && *state >= *m_goal.least;
     }
 
-    void see(const Json::Value& status) {
+    void see(Daemon& daemon, const Json::Value& status) {
         m_state = string_of(member_of(status, "state"));
         m_seen = "the engine is " + m_state;
         const std::string log = string_of(member_of(status, "logfile"));
-        const LocalDaemon local(m_daemon->address(), static_cast<pid_t>(count_of(member_of(status, "pid"))));
+        const LocalDaemon local(daemon.address(), static_cast<pid_t>(count_of(member_of(status, "pid"))));
         m_log = local.reaches(log) ? local.path_of(log) : "";
     }
 

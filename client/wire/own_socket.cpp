@@ -9,6 +9,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -38,12 +39,16 @@ std::string last_part(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-/** Whether nobody has this socket open: then it was left by a program that was killed. */
-bool is_dead(const std::string& socket_path) {
+/** A folder without a socket is that old if the program that made it was killed before it could bind. */
+constexpr time_t MAX_BINDING_SEC = 60;
+
+/** Whether nobody has this socket open, or will: then a program left it, or its folder, when it was killed.
+ */
+bool is_dead(const std::string& socket_path, time_t folder_changed) {
     const corvo::UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const sockaddr_un address = Address::parse(socket_path).unix_address();
-    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
-           errno == ECONNREFUSED;
+    if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return false;
+    return errno == ECONNREFUSED || (errno == ENOENT && time(nullptr) - folder_changed > MAX_BINDING_SEC);
 }
 
 void remove_dead_folders(const std::string& parent) {
@@ -53,7 +58,7 @@ void remove_dead_folders(const std::string& parent) {
         const std::string path = at->path().string();
         struct stat st = {};
         if (path.rfind(parent + FOLDER_NAME, 0) != 0 || lstat(path.c_str(), &st) != 0) continue;
-        if (!S_ISDIR(st.st_mode) || st.st_uid != geteuid() || !is_dead(path + "/s")) continue;
+        if (!S_ISDIR(st.st_mode) || st.st_uid != geteuid() || !is_dead(path + "/s", st.st_mtime)) continue;
         unlink((path + "/s").c_str());
         rmdir(path.c_str());
     }
