@@ -106,7 +106,7 @@ class Classifier {
         const size_t size = at.version == 4 ? 4 : 16;
         const u_char* from = frame + at.l3 + (at.version == 4 ? 12 : 8);
         char ends[2][18] = {};
-        for (int end = 0; end < 2; ++end) {
+        for (size_t end = 0; end < 2; ++end) {
             memcpy(ends[end], from + end * size, size);
             if (at.protocol == IPPROTO_TCP || at.protocol == IPPROTO_UDP)
                 memcpy(ends[end] + 16, frame + at.l4 + end * 2, 2);
@@ -122,7 +122,7 @@ class Classifier {
     std::unordered_map<Key, Flow, Hash> flows_;
 };
 
-std::string address(const u_char* frame, const Headers& at, unsigned end) {
+std::string address(const u_char* frame, const Headers& at, size_t end) {
     const u_char* ip = frame + at.l3 + (at.version == 4 ? 12 + 4 * end : 8 + 16 * end);
     char text[INET6_ADDRSTRLEN], all[INET6_ADDRSTRLEN + 8];
     inet_ntop(at.version == 4 ? AF_INET : AF_INET6, ip, text, sizeof text);

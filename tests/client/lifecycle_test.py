@@ -48,7 +48,7 @@ class Reload(ProgramChecks, DaemonTest):
                 (["reload", SCRIPTED], 1, has("activate: failed: not today\nunload: ok\n"), back("activated")),
                 (["--result", "collect", "show", "flows"], 0, has('"max":77,')),
                 (["reload", "/nosuch"], 1, Lacks("unload"), "brumectl: there is no libcvcp_u.so in /nosuch\n"),
-                (["reload", "--dp_workers", "129"], 2, Lacks("unload"), has("resources.dp_workers' is ")),
+                (["reload", "--dp_workers", "129"], 2, Lacks("unload"), has("'resources.dp_workers' ")),
                 (["reload", INERT, "--json"], 0, has('{"engine":"new","state":"activated","steps":['))):
             self.expect(words, status, out, *err, socket=daemon.path)
 
