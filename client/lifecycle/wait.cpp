@@ -21,8 +21,9 @@ namespace brumectl {
 namespace {
 
 constexpr int POLL_MS = 100;
-/** With less time left, no answer says nothing about the daemon. */
-constexpr int FAIR_MS = 500;
+/** Every look has that long, however little time is left: a daemon that is busy isn't one that doesn't
+ * answer. */
+constexpr int LEAST_LOOK_MS = 500;
 constexpr unsigned LOG_LINES = 1000;
 constexpr int LOG_TIMEOUT_MS = 1000;
 /** The service's log, for a service that ends before it ever answers. */
@@ -75,8 +76,7 @@ class Watch {
     /** Queries a daemon that may be a different one from last time. */
     bool look() {
         auto daemon = m_context.new_daemon();
-        const int left = std::max(left_ms(), 1);
-        daemon->set_timeout_ms(left);
+        daemon->set_timeout_ms(std::max(left_ms(), LEAST_LOOK_MS));
         try {
             see(*daemon, daemon->call("status"));
             m_daemon = std::move(daemon);
@@ -87,11 +87,6 @@ class Watch {
             return !m_goal.least && !e.is_denied();
         } catch (const Usage&) {
             throw;
-        } catch (const TimedOut& e) {
-            if (left < FAIR_MS && !m_seen.empty()) return false;
-            m_daemon.reset();
-            m_seen = e.what();
-            return false;
         } catch (const Failure& e) {
             m_daemon.reset();
             m_seen = e.what();

@@ -26,8 +26,9 @@ bool plain_data(Text) {
         if (*reinterpret_cast<const unsigned char*>(flag) > 1) return false;
     return std::string("dev @ ") + V::g_gitsha == V::g_version && V::g_sanitizer < 3 &&
            server::Server::g_ptr->get_uptime() >= 0 && basis_64[1] == 'B' && pr2six['B'] == 1 &&
-           cvmalloc_stats(&stats) == 0 && stats.total >= stats.used && stats.used > 0 &&
-           corvo_mt_get(1, &client) == -EOPNOTSUPP && memcmp(&client, &zero, sizeof zero) == 0 &&
+           cvmalloc_stats(&stats) == 0 && stats.total >= stats.used &&
+           (stats.used > 0 || V::g_sanitizer != 0) && corvo_mt_get(1, &client) == -EOPNOTSUPP &&
+           memcmp(&client, &zero, sizeof zero) == 0 &&
            Exception("a", ENOENT).what() == std::string("a : No such file or directory");
 }
 
