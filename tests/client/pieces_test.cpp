@@ -20,7 +20,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 
 using Words = std::vector<std::string>;
 

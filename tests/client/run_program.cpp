@@ -40,6 +40,7 @@ void Program::exec(const std::vector<std::string>& words, const ProgramSetup& se
     std::vector<std::string> line = {BRUMECTL_COMMAND};
     line.insert(line.end(), words.begin(), words.end());
     std::vector<char*> argv;
+    argv.reserve(line.size() + 1);
     for (std::string& word : line)
         argv.push_back(word.data());
     argv.push_back(nullptr);
