@@ -161,7 +161,8 @@ bool commands(Text) {
     component->add(new Failing);
     table.load_component(component.get());
     RpcCommand* command = table.lookup("c.failing");
-    bool ok = command && command->m_name == "failing" && component->m_commands.size() == 1 &&
+    if (!command) return false;
+    bool ok = command->m_name == "failing" && component->m_commands.size() == 1 &&
               table.lookup_component("c") == component.get() && component->m_name == "c" &&
               command->type_to_str(RpcParser::TYPE_ARRAY) == std::string("array") &&
               command->run("m", 4, res) == 4 && command->run("m", "", res) == 6;
