@@ -163,7 +163,7 @@ TEST_F(Notifications, ABadRequestIsRefusedBeforeAnythingIsCleared) {
     };
     for (const auto& [params, choices] : cases)
         EXPECT_EQ("field 'sev' can only be one of [" + std::string(choices) + "]",
-                  error_of([&] { request(params); }));
+                  error_of([&, text = params] { request(text); }));
     EXPECT_EQ(1u, stored().size());
     EXPECT_EQ(1u, alerts().size());
 }

@@ -24,6 +24,7 @@ Options parse(const std::string& options) {
     std::istringstream in(options);
     std::copy(std::istream_iterator<std::string>(in), {}, std::back_inserter(words));
     std::vector<const char*> argv;
+    argv.reserve(words.size());
     for (const std::string& word : words)
         argv.push_back(word.c_str());
     return parse_command_line(static_cast<int>(argv.size()), argv.data());
