@@ -78,6 +78,7 @@ void Daemon::exec_child(const DaemonSetup& setup, const std::vector<std::string>
     dup2(err, 2);
     closefrom(3);
     std::vector<char*> argv;
+    argv.reserve(args.size() + 1);
     for (const std::string& arg : args)
         argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);

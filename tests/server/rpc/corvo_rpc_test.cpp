@@ -112,7 +112,7 @@ TEST_F(UnixRpc, TheSocketOfASuccessorStaysWhenItsPredecessorStops) {
 
 TEST_F(UnixRpc, ReplacesAStaleFileOpensItToAllAndRemovesItAtTheEnd) {
     // The second name is too long for an address: it is cut, and the cut name is what gets replaced.
-    for (std::string name : {path, path + std::string(120 - path.size(), 'n')}) {
+    for (const std::string& name : {path, path + std::string(120 - path.size(), 'n')}) {
         std::string bound = name.substr(0, 107);
         dir.write(bound.substr(dir.path().size() + 1), "stale");
         mode_t old = umask(077);

@@ -164,7 +164,7 @@ TEST(StderrReader, ATextIsLoggedAsItIsInOneMessageAndLastWordsAreKept) {
     pipe.print("bye");
     pipe.writer.reset();
     for (const char* what : {"tells the end", "waits briefly and doesn't fail"})
-        EXPECT_EQ(pipe.reader.read_stderr_from_child(3600 * 1000), 1) << what;
+        EXPECT_EQ(pipe.reader.read_stderr_from_child(3600000), 1) << what;
     EXPECT_TRUE(pipe.reader.at_end());
     EXPECT_EQ(log.count(" - Bye"), 1);
     EXPECT_EQ(log.lines().size(), 2u);
@@ -173,10 +173,11 @@ TEST(StderrReader, ATextIsLoggedAsItIsInOneMessageAndLastWordsAreKept) {
 TEST(StderrReader, AFloodEndsThePollLongBeforeItsDeadline) {
     CaptureLogger log;
     Pipe pipe;
-    ASSERT_GE(fcntl(pipe.writer.get(), F_SETPIPE_SZ, 1024 * 1024), 1024 * 1024);
-    pipe.print(std::string(1024 * 1024, 'x'));
-    for (size_t polls = 1; polls <= 1024 * 1024 / StderrReader::MAX_BYTES / 2; ++polls) {
-        EXPECT_EQ(pipe.reader.read_stderr_from_child(3600 * 1000), 0);
+    constexpr size_t FLOOD = 1UL << 20;
+    ASSERT_GE(fcntl(pipe.writer.get(), F_SETPIPE_SZ, FLOOD), static_cast<int>(FLOOD));
+    pipe.print(std::string(FLOOD, 'x'));
+    for (size_t polls = 1; polls <= FLOOD / StderrReader::MAX_BYTES / 2; ++polls) {
+        EXPECT_EQ(pipe.reader.read_stderr_from_child(3600000), 0);
         EXPECT_EQ(log.lines().size(), polls) << "one message a poll";
     }
     EXPECT_FALSE(pipe.reader.at_end());

@@ -20,7 +20,6 @@ using corvo::Version;
 using namespace corvo::server;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 TEST(SignalTrap, TheTrapOfTheseTestsBites) {
