@@ -19,12 +19,16 @@ PushRemarks::PushRemarks(Daemon& daemon, const Json::Value& params)
     : m_daemon(daemon), m_params(params), m_refused_before(refused()) {}
 
 void PushRemarks::tell(const Terminal& err) const {
-    if (const uint64_t now = refused(); now > m_refused_before)
-        err.print("brumectl: " +
-                  counted(now - m_refused_before, "packet found no room for its flow",
-                          "packets found no room for their flows") +
-                  "\n");
     tell_damage(err);
+    try {
+        if (const uint64_t now = refused(); now > m_refused_before)
+            err.print("brumectl: " +
+                      counted(now - m_refused_before, "packet found no room for its flow",
+                              "packets found no room for their flows") +
+                      "\n");
+    } catch (const Failure&) {
+        return;  // the push has succeeded, even if the daemon has gone since
+    }
 }
 
 uint64_t PushRemarks::refused() const {

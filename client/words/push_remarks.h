@@ -18,7 +18,7 @@ class PushRemarks {
     /**
      * Prints a line for packets that found no room, which only our engine reports, and one for a capture that
      * ends damaged, if it can be read from here. Includes live traffic that found no room in the meantime.
-     * Throws NoDaemon, TimedOut, Interrupted.
+     * A daemon that doesn't answer any more costs a remark, nothing else. Throws Interrupted.
      */
     void tell(const Terminal& err) const;
 

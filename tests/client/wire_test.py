@@ -174,6 +174,13 @@ class Wire(ProgramChecks, DaemonTest):
             self.assertEqual(follower.end(signal.SIGINT), 128 + signal.SIGINT)
             self.assertEqual(os.listdir(run), [])
 
+    def test_a_push_that_succeeded_does_so_though_the_daemon_goes_before_the_remarks(self):
+        with self.peer() as peer, Program("push_pcap", "--buffer", "AA==", socket=peer.path) as program:
+            peer.answer_next(refusal("no such method"))
+            peer.answer_next(result({"total": 0}))
+            peer.__exit__()
+            self.assertEqual((program.wait(), program.err()), (0, ""))
+
     def test_silence_and_absence_have_statuses_of_their_own(self):
         peer = self.peer()
         self.expect(["-s", peer.path, "--timeout", "0.05", "ping"], 4, "", has("no answer from "))

@@ -113,7 +113,7 @@ class Words(ProgramChecks, DaemonTest):
                 (["deactivate"], *ok),
                 (["activate", "--max_flows", "1"], *ok),
                 (["push_pcap", cut], 0, has("total "), re.compile(
-                    "packets found no room for their flows\nbrumectl: /.*: damaged after [0-9]+ packets: ")),
+                    "brumectl: /.*: damaged after [0-9]+ packets: .*\nbrumectl: [0-9]+ packets found no room for their flows\n")),
                 (["deactivate"], *ok),
                 (["unload"], *ok),
                 (["shutdown"], *ok)):
