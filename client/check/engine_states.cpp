@@ -10,8 +10,7 @@ namespace brumectl::check {
 std::string EngineStates::follow(const Method& method) {
     const Json::Value& accepted = (*method.document)["x-states"];
     const Json::Value& leads_to = (*method.document)["x-leads-to"];
-    // The states that are accepted lie side by side: a refused method does what it does in the nearest of
-    // them.
+    // The accepted states are adjacent: a refused method acts as it would in the nearest of them.
     engine_state_e from = m_state;
     if (!accepted.empty())
         from = std::clamp(m_state, *state_of(accepted[0].asString()),

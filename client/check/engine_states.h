@@ -1,5 +1,5 @@
 #pragma once
-// Which methods the engine's state allows, and where they lead, by the method table.
+// Which methods the engine's state allows, and which state they lead to, according to the method table.
 
 #include <string>
 
@@ -13,8 +13,9 @@ class EngineStates {
     explicit EngineStates(engine_state_e state = UNLOADED) : m_state(state) {}
 
     /**
-     * Takes a method as done and returns why it would have been refused; empty if it is all right. A refused
-     * one still leads where it was meant to, so that one slip isn't told at each method behind it.
+     * Records a method as done and returns why it would have been refused; empty if it is allowed. A refused
+     * method still changes the state as intended, so that one mistake isn't reported for every method after
+     * it.
      */
     std::string follow(const Method& method);
     engine_state_e state() const { return m_state; }

@@ -44,7 +44,7 @@ bool holds(const Json::Value& list, const Json::Value& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
-/** As the daemon reads an address: blanks in front, a sign and 0x are fine. */
+/** Reads an address as the daemon does: leading blanks, a sign and 0x are allowed. */
 bool is_hexadecimal(const std::string& text) {
     char* end = nullptr;
     errno = 0;
@@ -52,7 +52,7 @@ bool is_hexadecimal(const std::string& text) {
     return errno == 0 && end != text.c_str() && end == text.c_str() + text.size();
 }
 
-/** Walks a value along its schema. The schema bounds how deep it goes. */
+/** Walks a value along its schema, which limits the depth. */
 class SchemaCheck {
  public:
     SchemaCheck(const std::string& method, const Build& build, Report& report)
@@ -158,7 +158,7 @@ class SchemaCheck {
     Report& m_report;
 };
 
-/** The words that a parameter can be beside others; null: all that its schema has. */
+/** The words allowed for a parameter, given the others; null if all those of its schema are. */
 const Json::Value& words_beside(const Parameter& parameter, const Json::Value& params) {
     const Json::Value& when = *parameter.enum_when;
     for (const std::string& other : when.getMemberNames()) {
@@ -212,7 +212,7 @@ void check_parameters(const Method& method, const Json::Value& request, const Bu
             report.error(value, method.name + ": " + quoted(parameter.name) + " can only be one of " +
                                     list_of(words) + " here");
         } else if (!value.isNull()) {
-            // What isn't asked for is mostly not read either: worth a word, but no reason for a refusal.
+            // Parameters that aren't needed are mostly not read either: worth a warning, but not an error.
             check.value(value, *parameter.schema, parameter.name, when.isNull() || needed ? ERROR : WARNING);
         } else if (needed) {
             report.error(at, method.name + ": " + quoted(parameter.name) + " is missing" +
