@@ -19,9 +19,11 @@ struct Registers {
     uintptr_t sp = 0;
 };
 
-thread_local Registers t_interrupted;
+/** What the innermost handler interrupted; null: nothing was. */
+thread_local const void* t_context = nullptr;
 
 Registers registers_of(const void* ucontext) {
+    if (!ucontext) return {};
     const auto& machine = static_cast<const ucontext_t*>(ucontext)->uc_mcontext;
 #if defined(__x86_64__)
     return {static_cast<uintptr_t>(machine.gregs[REG_RIP]), 0,
@@ -66,7 +68,8 @@ bool same_place(uintptr_t a, uintptr_t b) {
 
 class Walk {
  public:
-    explicit Walk(StackVisitor& visitor) : m_visitor(visitor), m_from(t_interrupted), m_sp(m_from.sp) {
+    explicit Walk(StackVisitor& visitor)
+        : m_visitor(visitor), m_from(registers_of(t_context)), m_sp(m_from.sp) {
         if (m_from.pc != 0) show({m_from.pc, StackFrame::INTERRUPTED});
     }
 
@@ -122,12 +125,12 @@ class Walk {
 
 }  // namespace
 
-InterruptedHere::InterruptedHere(const void* ucontext) {
-    t_interrupted = registers_of(ucontext);
+InterruptedHere::InterruptedHere(const void* ucontext) : m_outer(t_context) {
+    t_context = ucontext;
 }
 
 InterruptedHere::~InterruptedHere() {
-    t_interrupted = {};
+    t_context = m_outer;
 }
 
 void walk_stack(StackVisitor& visitor) {

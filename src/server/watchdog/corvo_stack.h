@@ -26,7 +26,8 @@ class StackVisitor {
     virtual bool visit(const StackFrame& frame) = 0;
 };
 
-/** While it lives, this thread's stack begins where a signal interrupted it. */
+/** While it lives, this thread's stack begins where a signal interrupted it; afterwards where it did before.
+ */
 class InterruptedHere {
  public:
     /** `ucontext` is what a handler with `SA_SIGINFO` is given. */
@@ -34,6 +35,9 @@ class InterruptedHere {
     InterruptedHere(const InterruptedHere&) = delete;
     InterruptedHere& operator=(const InterruptedHere&) = delete;
     ~InterruptedHere();
+
+ private:
+    const void* m_outer;
 };
 
 /**
