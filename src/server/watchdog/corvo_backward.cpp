@@ -21,8 +21,8 @@ constexpr char NO_SUCH_ELEMENT[] = "voidp vector operator [] requested to access
 
 #if BRUMECPD_HAVE_DW
 /**
- * The questions of the library's resolver once more, with the address as it is: on a 32-bit machine the
- * library widens it by its sign and so finds nothing above 2 GiB, where other libraries lie.
+ * Repeats the lookups of the library's resolver with the address zero-extended. On 32-bit machines the
+ * library sign-extends it and so finds nothing above 2 GiB, where shared objects are mapped.
  */
 class HighAddresses {
  public:
@@ -66,7 +66,7 @@ struct HighAddresses {
 };
 #endif
 
-/** What is loaded knows its objects and the names that it exports, whatever debug information there is. */
+/** The dynamic loader knows objects and exported names even without debug information. */
 void name_by_loader(void* address, backward::ResolvedTrace& frame) {
     Dl_info info{};
     if (dladdr(address, &info) == 0 || !info.dli_fname) return;
@@ -83,7 +83,7 @@ void name_by_loader(void* address, backward::ResolvedTrace& frame) {
         object.substr(object.rfind('/') + 1) + "(+0x" + std::string(offset, end.ptr) + ")";
 }
 
-/** The library's resolver, and what it can't tell. */
+/** The library's resolver, with fallbacks for what it can't find. */
 class FrameResolver {
  public:
     backward::ResolvedTrace resolve(void* address, size_t index) {
@@ -120,7 +120,8 @@ std::string format_as_gdb(const FixedTrace& trace) {
     return text;
 }
 
-/** Frames for the printer, outermost first. Each is resolved when its turn comes: that may take too long. */
+/** Frames for the printer, outermost first. Each is resolved only when it is printed, since that may take
+ * long. */
 class FrameIterator {
  public:
     FrameIterator(FrameResolver& resolver, const FixedTrace& trace, uint32_t left)
@@ -156,7 +157,7 @@ class TraceWalk : public StackVisitor {
 #ifdef __arm__
         address &= ~uintptr_t{1};  // the Thumb bit
 #endif
-        // A return address may be the next function's.
+        // A return address may already belong to the next function.
         if (frame.kind != StackFrame::INTERRUPTED) --address;
         const uint32_t slot = m_trace.slot(static_cast<uint32_t>(m_index));
         m_trace.m_frames[slot] = reinterpret_cast<void*>(address);

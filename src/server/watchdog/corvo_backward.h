@@ -20,16 +20,16 @@ class FixedTrace {
         : m_frames(std::make_unique<void*[]>(CAPACITY)), m_guesses(std::make_unique<bool[]>(CAPACITY)) {}
 
     /**
-     * Captures up to `depth` frames below itself, or from where a signal interrupted the thread, and gives
-     * their number. Signal-safe once the unwinder has been used before: `BackwardSig` sees to that. Troubles
-     * are texts on standard error, never exceptions.
+     * Captures up to `depth` frames, starting at its caller or where a signal interrupted the thread. Returns
+     * their number. Signal-safe once the unwinder has been used before, which `BackwardSig` ensures. Errors
+     * go to stderr; never throws.
      */
     [[gnu::noinline]] uint32_t load_here(uint32_t depth);
 
     uint32_t size() const { return m_size; }
-    /** The instruction that called, or that was interrupted. */
+    /** The address of the call, or of the interrupted instruction. */
     void* operator[](uint32_t index) const { return m_frames[index]; }
-    /** Whether nothing but its look speaks for that frame. */
+    /** Whether the frame was found only because the word looks like a return address. */
     bool is_guess(uint32_t index) const { return m_guesses[index]; }
 
  private:

@@ -9,14 +9,14 @@
 
 #include "utils/unique_fd.h"
 
-/** Of the main thread; arguments and environment lie beyond. Set by the loader. */
+/** Where the main thread's stack ends; arguments and environment lie beyond. Set by the loader. */
 extern "C" void* __libc_stack_end;
 
 namespace corvo::server {
 namespace {
 
 constexpr size_t WORD = sizeof(uintptr_t);
-/** Enough for any stack that isn't caught in a recursion. */
+/** Enough for any stack but one in a runaway recursion. */
 constexpr size_t MAX_SCAN = size_t{1} << 20;
 /** A stack that has overflown points below its mapping. */
 constexpr uintptr_t MAX_OVERFLOW = uintptr_t{1} << 20;
@@ -49,7 +49,7 @@ bool is_call_before(uintptr_t address) {
     constexpr unsigned char CALL = 0xE8, GROUP = 0xFF;
     const auto* end = reinterpret_cast<const unsigned char*>(address);
     if (end[-5] == CALL) return true;
-    // Through a register or memory: a byte that says how, and up to five for the place.
+    // An indirect call: a byte for the addressing mode, and up to five for the operand.
     for (int size = 2; size <= 7; ++size)
         if (end[-size] == GROUP && (end[-size + 1] & 0x38) == 0x10) return true;
     return false;
@@ -62,7 +62,7 @@ bool is_call_before(uintptr_t) {
 }
 #endif
 
-/** Reads hexadecimal digits and the character behind them. */
+/** Reads hexadecimal digits and the character after them. */
 uintptr_t take_hex(const char*& text) {
     uintptr_t value = 0;
     for (;; ++text) {
@@ -75,7 +75,7 @@ uintptr_t take_hex(const char*& text) {
     return value;
 }
 
-/** A line's begin is all that matters of it: two addresses and what may be done there. */
+/** Only the start of a line matters: two addresses and the permissions. */
 constexpr size_t MAX_LINE = 40;
 
 }  // namespace
@@ -129,7 +129,7 @@ void CodeMap::scan_from(uintptr_t sp) {
         m_stack.end = m_stack.begin + std::min(m_stack.end - m_stack.begin, MAX_SCAN);
 }
 
-// The whole stack is read, whatever a sanitizer thinks of its parts.
+// Reads the whole stack, including the parts that a sanitizer has poisoned.
 [[gnu::no_sanitize_address]] uintptr_t CodeMap::next_return_address() {
     while (m_stack.begin + WORD <= m_stack.end) {
         const uintptr_t word = *reinterpret_cast<const volatile uintptr_t*>(m_stack.begin);

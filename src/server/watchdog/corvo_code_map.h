@@ -1,6 +1,6 @@
 #pragma once
-// Which addresses of this process are code, and which words of a stack look like return addresses. For signal
-// context: no heap, no stdio, no lock.
+// Tells which addresses of this process are code, and which words on a stack look like return addresses.
+// Usable in signal context: no heap, no stdio, no locks.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,15 +9,15 @@ namespace corvo::server {
 
 class CodeMap {
  public:
-    /** Reads the kernel's list of mappings; `sp` tells which is the stack. False: it can't be had. */
+    /** Reads the kernel's list of mappings; `sp` identifies the stack. Returns false if it can't be read. */
     bool read(uintptr_t sp);
 
-    /** Whether that is where a call returns to: in code, and behind an instruction that calls. */
+    /** Whether a call could return to this address: it is code, and follows a call instruction. */
     bool is_behind_call(uintptr_t address) const;
 
-    /** The words from `sp` to the end of the stack come next. */
+    /** Starts a scan of the words from `sp` to the end of the stack. */
     void scan_from(uintptr_t sp);
-    /** The next of them that is behind a call; 0: there is none. */
+    /** The next word that could be a return address; 0 if there are no more. */
     uintptr_t next_return_address();
 
  private:
@@ -33,7 +33,7 @@ class CodeMap {
     static constexpr size_t MAX_RANGES = 200;
     Range m_code[MAX_RANGES];
     size_t m_count = 0;
-    Range m_stack;  ///< what is left of it
+    Range m_stack;  ///< the part that hasn't been scanned
 };
 
 }  // namespace corvo::server

@@ -15,7 +15,8 @@ void* as_pointer(uintptr_t address) {
     return reinterpret_cast<void*>(address);
 }
 
-/** The program's own name is that of its call, which may be relative to another folder. */
+/** The loader knows the program only by the name it was started with, which may be relative to another
+ * folder. */
 const char* file_of(const Dl_info& object) {
     Dl_info own{};
     dladdr(as_pointer(reinterpret_cast<uintptr_t>(&as_pointer)), &own);
@@ -53,7 +54,8 @@ bool FrameLines::write_by_file(const StackFrame& frame) const {
         return false;
     const uintptr_t offset = frame.address - reinterpret_cast<uintptr_t>(object.dli_fbase);
     SymbolFile symbols(file_of(object));
-    // What calls a function that doesn't return may be the last of its own.
+    // A call to a function that never returns may be its caller's last instruction; then the address after it
+    // is another function's.
     if (!symbols.find(frame.kind == StackFrame::INTERRUPTED ? offset : offset - 1)) return false;
     const HexText within(offset - symbols.begin()), address(frame.address);
     for (const char* piece :

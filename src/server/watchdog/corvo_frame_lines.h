@@ -1,6 +1,6 @@
 #pragma once
-// The stack in a report: a line for each frame, "object(function+0x…)[0x…]", as `backtrace_symbols_fd` has
-// it. For signal context.
+// Writes a stack into a report: a line per frame, "object(function+0x…)[0x…]", the format of
+// `backtrace_symbols_fd`. Usable in signal context.
 
 #include "server/watchdog/corvo_stack.h"
 
@@ -15,7 +15,7 @@ class FrameLines : public StackVisitor {
     bool visit(const StackFrame& frame) override;
 
  private:
-    /** For functions that their object doesn't export. False: nothing was written. */
+    /** For functions that their object doesn't export. Returns false if it has written nothing. */
     bool write_by_file(const StackFrame& frame) const;
 
     int m_fd;

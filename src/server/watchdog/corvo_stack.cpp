@@ -10,16 +10,16 @@
 namespace corvo::server {
 namespace {
 
-/** Of the handler itself, between the walk and what was interrupted. */
+/** The most frames that the handler itself can have, between the walk and the interrupted code. */
 constexpr int MAX_HANDLER_FRAMES = 40;
 
 struct Registers {
-    uintptr_t pc = 0;  ///< 0: nothing was interrupted
+    uintptr_t pc = 0;  ///< 0 if nothing was interrupted
     uintptr_t lr = 0;
     uintptr_t sp = 0;
 };
 
-/** What the innermost handler interrupted; null: nothing was. */
+/** The context that the innermost handler interrupted; null outside handlers. */
 thread_local const void* t_context = nullptr;
 
 Registers registers_of(const void* ucontext) {
@@ -79,10 +79,10 @@ class Walk {
                                                                           : _URC_END_OF_STACK;
     }
     bool wanted() const { return m_wanted; }
-    /** Where the tables end. */
+    /** Goes on where the unwind tables end. */
     void guess_the_rest() {
         if (!m_wanted || !has_map()) return;
-        uintptr_t shown = m_from.lr;  // most functions keep it on the stack, too
+        uintptr_t shown = m_from.lr;  // usually also on the stack
         show_lr(0);
         m_map.scan_from(m_sp);
         for (uintptr_t address = 0; m_wanted && (address = m_map.next_return_address()) != 0;)
@@ -96,13 +96,13 @@ class Walk {
             m_arrived = same_place(address, m_from.pc);
             return m_arrived || number < MAX_HANDLER_FRAMES;
         }
-        if (number == 0) return true;  // the walk itself
+        if (number == 0) return true;  // the walk's own frame
         m_sp = sp;
         show_lr(address);
         return m_wanted && show({address, StackFrame::CALLER});
     }
 
-    /** Until a function calls another one, the link register holds its caller. */
+    /** Until a function calls another, its return address is only in the link register. */
     void show_lr(uintptr_t caller) {
         const uintptr_t lr = m_from.lr;
         m_from.lr = 0;

@@ -1,8 +1,8 @@
 #pragma once
-// The stack of the calling thread, for signal context, too: nothing is allocated or locked.
+// Walks the stack of the calling thread, also in signal context: allocates nothing and takes no locks.
 //
-// Tables tell the way from a function to its caller, but many C libraries of 32-bit ARM have none. Where they
-// end, what looks like a return address on the rest of the stack is all that is left to tell who called.
+// Unwind tables lead from a function to its caller, but many C libraries of 32-bit ARM have none. Where the
+// tables end, the only clues left are words further up the stack that look like return addresses.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,26 +11,25 @@ namespace corvo::server {
 
 struct StackFrame {
     enum kind_e : uint8_t {
-        INTERRUPTED,  ///< the address is the instruction that a signal came before
-        CALLER,       ///< it is behind a call, as the tables say
-        GUESS,  ///< it is behind a call, and was found in a register or on the stack: perhaps an old one
+        INTERRUPTED,  ///< the address is the next instruction that would have run
+        CALLER,       ///< a return address found by unwind tables
+        GUESS,        ///< looks like a return address, but may be left over from an earlier call
     };
-    uintptr_t address = 0;  ///< on ARM bit 0 marks Thumb code
+    uintptr_t address = 0;  ///< on ARM, bit 0 marks Thumb code
     kind_e kind = CALLER;
 };
 
 class StackVisitor {
  public:
     virtual ~StackVisitor() = default;
-    /** False: no more. */
+    /** Returns false to end the walk. */
     virtual bool visit(const StackFrame& frame) = 0;
 };
 
-/** While it lives, this thread's stack begins where a signal interrupted it; afterwards where it did before.
- */
+/** While one exists, walks of this thread start where the signal interrupted it. They may be nested. */
 class InterruptedHere {
  public:
-    /** `ucontext` is what a handler with `SA_SIGINFO` is given. */
+    /** `ucontext` is the third argument of a handler with `SA_SIGINFO`; it must outlive this object. */
     explicit InterruptedHere(const void* ucontext);
     InterruptedHere(const InterruptedHere&) = delete;
     InterruptedHere& operator=(const InterruptedHere&) = delete;
@@ -41,8 +40,8 @@ class InterruptedHere {
 };
 
 /**
- * Shows the frames, innermost first. Without an interruption that is the caller's own; with one, the handler
- * is passed over. Signal-safe once the unwinder has been used before.
+ * Visits the frames, innermost first: from the caller of this function or, in a handler, from the interrupted
+ * instruction. Signal-safe once the unwinder has been used before.
  */
 [[gnu::noinline]] void walk_stack(StackVisitor& visitor);
 

@@ -17,14 +17,14 @@ using Symbol = ElfW(Sym);
 
 uintptr_t begin_of(const Symbol& symbol) {
 #ifdef __arm__
-    return symbol.st_value & ~uintptr_t{1};  // the Thumb mark
+    return symbol.st_value & ~uintptr_t{1};  // the Thumb bit
 #else
     return symbol.st_value;
 #endif
 }
 
 bool covers(const Symbol& symbol, uintptr_t offset) {
-    // The type stands in the same bits for both sizes of ELF.
+    // The type occupies the same bits in 32-bit and 64-bit ELF.
     return ELF32_ST_TYPE(symbol.st_info) == STT_FUNC && begin_of(symbol) <= offset &&
            offset - begin_of(symbol) < symbol.st_size;
 }

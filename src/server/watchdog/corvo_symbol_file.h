@@ -1,6 +1,6 @@
 #pragma once
-// The functions that an object has but doesn't export, as its file names them unless it was stripped. For
-// signal context: no heap, no stdio, no lock.
+// Finds the names of functions that an object doesn't export, in the symbol table of its file unless that was
+// stripped. Usable in signal context: no heap, no stdio, no locks.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,11 +13,11 @@ class SymbolFile {
  public:
     explicit SymbolFile(const char* path);
 
-    /** Looks for the function at this offset from where the object is loaded. False: none there has a name.
-     */
+    /** Finds the function at an offset from the object's load address. Returns false if none there has a
+     * name. */
     bool find(uintptr_t offset);
 
-    // Of the last function that was found.
+    // These describe the function that was found last.
     const char* name() const { return m_name; }
     uintptr_t begin() const { return m_begin; }
 
@@ -34,7 +34,7 @@ class SymbolFile {
     Extent m_symbols;
     Extent m_names;
     uintptr_t m_begin = 0;
-    char m_name[256] = "";  ///< mangled, cut
+    char m_name[256] = "";  ///< mangled; truncated if too long
 };
 
 }  // namespace corvo::server
