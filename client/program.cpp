@@ -19,17 +19,17 @@ namespace {
 
 void add_options(CLI::App& app, Options& options) {
     app.add_option("-s,--socket", options.address,
-                   "The daemon: path of its Unix socket, IP:PORT or localhost:PORT")
+                   "Where the daemon listens: path of its Unix socket, IP:PORT or localhost:PORT")
         ->type_name("ADDRESS")
         ->check(not_empty());
-    app.add_option("--timeout", options.timeout_sec, "How long to wait for an answer, in seconds")
+    app.add_option("--timeout", options.timeout_sec, "Seconds to wait for a reply")
         ->type_name("SECONDS")
         ->check(seconds_between(0.001, 86400))
         ->capture_default_str();
-    app.add_flag("--json", options.json, "Answers as the daemon gave them");
-    app.add_flag("--result", options.result, "JSON, too, but of an answer the result alone: for jq");
-    app.set_version_flag("--version", version_text(), "Version of the program");
-    app.set_help_flag("-h,--help", "Help of the program or of a word");
+    app.add_flag("--json", options.json, "Print replies as the daemon sent them");
+    app.add_flag("--result", options.result, "Print only the result of a reply, as JSON");
+    app.set_version_flag("--version", version_text(), "Print the program's version");
+    app.set_help_flag("-h,--help", "Print help for the program or a command");
 }
 
 }  // namespace
@@ -45,10 +45,10 @@ Program::Program(const Options& defaults)
     add_words(*m_app, m_context);
     take_as_typed(*m_app);
     m_app->footer(
-        "The daemon is looked for at $BRUMECTL_SOCKET, else at /run/brumecpd/brumecpd.sock and "
-        "127.0.0.1:4040. Behind -- nothing is an option.\n"
+        "Without --socket, the daemon is looked for at $BRUMECTL_SOCKET or, if that isn't set, at "
+        "/run/brumecpd/brumecpd.sock and 127.0.0.1:4040. After --, nothing is an option.\n"
         "\n"
-        "Exit status: 0 done, 1 refused or failed, 2 bad command line, 3 no daemon, 4 no answer in time.");
+        "Exit status: 0 success, 1 refused or failed, 2 bad command line, 3 no daemon, 4 no reply in time.");
 }
 
 Program::~Program() = default;
@@ -57,7 +57,7 @@ void Program::complain_with_usage(const std::string& text) const {
     const CLI::App& word = innermost(*m_app);
     const HelpStyle style = help_style(m_context.err(), m_options.in_shell);
     const std::string help = typed_name(word, false).substr(sizeof("brumectl") - 1);
-    m_context.complain(text + (text.rfind("unknown word", 0) == 0 ? m_hint : ""));
+    m_context.complain(text + (text.rfind("unknown command", 0) == 0 ? m_hint : ""));
     fprintf(stderr, "%s\nTry: %shelp%s\n", usage_text(word, style).c_str(),
             m_options.in_shell ? "" : "brumectl ", help.c_str());
 }

@@ -179,27 +179,28 @@ void run_file(Context& context, const RunOptions& options) {
 
 void add_check(CLI::App& app, Context& context) {
     auto options = std::make_shared<CheckOptions>();
-    CLI::App* word = app.add_subcommand("check", "Judge start-up configurations");
+    CLI::App* word = app.add_subcommand("check", "Check start-up configurations for mistakes");
     word->footer(
-        "It needs no daemon. One that answers is asked what it is: in slave mode, where a host system owns "
-        "the data path, it refuses more than a standalone one. Where none answers, the one packaged with "
-        "this program "
-        "is meant.");
-    word->add_option("file", options->files, "Configurations; - is standard input")
+        "Works without a daemon. If one answers, the check is for its build: in slave mode, where a host "
+        "system "
+        "owns the data path, it refuses more than a standalone one. Otherwise the check is for the daemon "
+        "that "
+        "this program was packaged with.");
+    word->add_option("file", options->files, "Configuration files; - is standard input")
         ->type_name("FILE")
         ->required();
-    word->add_flag("--strict", options->strict, "Warnings count, too");
+    word->add_flag("--strict", options->strict, "Treat warnings as errors");
     check::add_build_options(*word, options->told);
     word->callback([&context, options] { check_files(context, *options); });
 }
 
 void add_run(CLI::App& app, Context& context) {
     auto options = std::make_shared<RunOptions>();
-    CLI::App* word = app.add_subcommand("run", "Send the requests of a start-up configuration, one by one");
-    word->add_option("file", options->file, "The configuration; - is standard input")
+    CLI::App* word = app.add_subcommand("run", "Send a start-up configuration's requests one by one");
+    word->add_option("file", options->file, "Configuration file; - is standard input")
         ->type_name("FILE")
         ->required();
-    word->add_flag("-k,--keep-going", options->keep_going, "Go on behind a request that failed");
+    word->add_flag("-k,--keep-going", options->keep_going, "Go on after a request that failed");
     word->add_flag("-f,--force", options->force, "Send it even if the check finds errors");
     check::add_build_options(*word, options->told);
     word->callback([&context, options] { run_file(context, *options); });

@@ -7,9 +7,10 @@
 namespace brumectl::check {
 
 void add_build_options(CLI::App& word, ToldBuild& told) {
-    CLI::Option* slave = word.add_flag("--slave-mode", told.slave_mode,
-                                       "For a daemon in slave mode: a host system decides what is attached");
-    word.add_flag("--standalone", told.standalone, "For a daemon without a host system: it may attach")
+    CLI::Option* slave =
+        word.add_flag("--slave-mode", told.slave_mode,
+                      "Assume a daemon in slave mode, where a host system decides what is attached");
+    word.add_flag("--standalone", told.standalone, "Assume a daemon without a host system, which may attach")
         ->excludes(slave);
 }
 

@@ -22,26 +22,24 @@ namespace brumectl {
 namespace {
 
 constexpr const char* FOOTER =
-    "Reads pcap and pcapng of Ethernet, raw IP, Linux cooked, loopback, PPP and Cisco HDLC links, packed by\n"
-    "gzip or not, and ERF; - is standard input. The packets go to the engine in pieces, on a data path of\n"
-    "their own: neither live traffic nor another capture has a part in it. With --dpaddr or --no-reset they "
-    "go\n"
-    "to a path that others use, and with an engine that knows no such paths, too: then flows aren't told, "
-    "and\n"
-    "a packet counts under what was known of its flow when it came.\n"
+    "Reads pcap and pcapng files of Ethernet, raw IP, Linux cooked, loopback, PPP and Cisco HDLC links, "
+    "also\n"
+    "gzipped, and ERF files. The engine gets the packets in pieces, on a data path of their own, separate\n"
+    "from live traffic and other captures. With --dpaddr or --no-reset, or if the engine has no such paths,\n"
+    "it gets them on a shared path. Then flows can't be listed, and each packet counts as what its flow was\n"
+    "classified as at that moment.\n"
     "\n"
-    "If the daemon is another user, the pieces are a temporary file in $TMPDIR (/tmp). Who couldn't read "
-    "the\n"
-    "capture can't read it, but for the daemon's group; where that can't be had, it is said before.\n"
+    "If the daemon runs as another user, the pieces are passed in a temporary file in $TMPDIR (/tmp). Apart\n"
+    "from the daemon's group, nobody can read it who couldn't read the capture; if that group can't be set,\n"
+    "you are warned first.\n"
     "\n"
-    "With --json one document:\n"
-    "  files         for each: file, and protocols to total as below; pieces sent; padded: frames that were\n"
-    "                filled up; evicted: flows forgotten before their end; error, if any; with --flows and\n"
-    "                --hosts the lists flows and hosts, as the engine's flows.list and flows.hosts have "
-    "them\n"
-    "  protocols     {NAME: {packets, bytes, flows, guessed}}; unclassified, total: likewise\n"
+    "With --json, one document:\n"
+    "  files         for each file: file; protocols to total, as below; pieces; padded: frames that were\n"
+    "                filled up; evicted: flows dropped before their end; error, if any; with --flows and\n"
+    "                --hosts: flows and hosts, as in the engine's flows.list and flows.hosts\n"
+    "  protocols     {NAME: {packets, bytes, flows, guessed}}; unclassified and total: likewise\n"
     "  not_decoded   {packets, bytes, reasons: {NAME: packets}}\n"
-    "  packets       with --packets: the daemon's for all files that have a class, unchanged";
+    "  packets       with --packets: the classified packets of all files, as the daemon returned them";
 
 /** Rows of a report: browsers can handle more, readers can't. */
 constexpr size_t REPORTED_FLOWS = 100, REPORTED_HOSTS = 50;
@@ -307,27 +305,25 @@ void add_classify(CLI::App& app, Context& context) {
     word->add_option("files", arguments->files, "Capture files, or - for standard input")
         ->type_name("FILE")
         ->required();
-    word->add_flag("--flows", arguments->flows, "A row for each flow, too: who with whom, what, which name");
-    word->add_flag("--hosts", arguments->hosts, "A row for each address, too, those with most bytes first");
-    word->add_flag("--packets", arguments->packets, "A row for each packet, too");
-    word->add_flag("--no-guess", arguments->no_guess,
-                   "Leave unclassified what could only be guessed by port or address");
-    word->add_option("--csv", arguments->csv, "Write the flows to this file, as comma-separated values")
+    word->add_flag("--flows", arguments->flows, "Also list the flows: endpoints, protocol, names");
+    word->add_flag("--hosts", arguments->hosts, "Also list the addresses, most bytes first");
+    word->add_flag("--packets", arguments->packets, "Also list the packets");
+    word->add_flag("--no-guess", arguments->no_guess, "Don't count guesses by port or address as classified");
+    word->add_option("--csv", arguments->csv, "Write the flows to this file as comma-separated values")
         ->type_name("FILE")
         ->check(not_empty());
-    word->add_option("--report", arguments->report, "Write a page with charts, HTML, to this file")
+    word->add_option("--report", arguments->report, "Write an HTML page with charts to this file")
         ->type_name("FILE")
         ->check(not_empty());
     word->add_option("--ns", arguments->options.ns_id, "Name space of the packets' flows")
         ->type_name("NUMBER")
         ->transform(number_between(0, UINT32_MAX))
         ->capture_default_str();
-    word->add_option("--dpaddr", arguments->options.dpaddr, "Data path, handed to the engine")
+    word->add_option("--dpaddr", arguments->options.dpaddr, "Data path, passed to the engine")
         ->type_name("TEXT");
-    word->add_option("--filter", arguments->options.filter, "Only packets that match, as for tcpdump")
+    word->add_option("--filter", arguments->options.filter, "Only packets that match this tcpdump filter")
         ->type_name("TEXT");
-    word->add_flag("--no-reset", arguments->no_reset,
-                   "The engine keeps the flows that it has before each file");
+    word->add_flag("--no-reset", arguments->no_reset, "Keep the engine's flows from one file to the next");
     word->footer(FOOTER);
     word->callback([&context, arguments] { Run(context, *arguments).run(); });
 }

@@ -179,30 +179,29 @@ void add_evidence(CLI::App& app, Context& context) {
         Limits limits;
     };
     auto wanted = std::make_shared<Wanted>();
-    CLI::App* word = app.add_subcommand("evidence", "What the daemon has left of crashes and stalls");
+    CLI::App* word = app.add_subcommand("evidence", "Show what crashes and stalls of the daemon left behind");
     word->require_subcommand(1);
     auto add = [&](const char* name, const char* text) {
         CLI::App* sub = word->add_subcommand(name, text);
-        sub->add_option(
-               "--dir", wanted->dir,
-               "The events directory (default: the daemon's, ./cvevents or /var/log/brumecpd/cvevents)")
+        sub->add_option("--dir", wanted->dir,
+                        "Events directory (default: the daemon's, ./cvevents or /var/log/brumecpd/cvevents)")
             ->type_name("DIR")
             ->check(not_empty());
         return sub;
     };
-    add("ls", "List it")->callback([&context, wanted] { list(context, wanted->dir); });
-    CLI::App* show_word = add("show", "One report with its stack");
-    show_word->add_option("name", wanted->name, "As `ls` names it (default: the latest)")->type_name("NAME");
+    add("ls", "List the reports")->callback([&context, wanted] { list(context, wanted->dir); });
+    CLI::App* show_word = add("show", "Show a report with its stack");
+    show_word->add_option("name", wanted->name, "Its name in `ls` (default: the latest)")->type_name("NAME");
     show_word->callback([&context, wanted] { show(context, wanted->dir, wanted->name); });
-    CLI::App* prune_word = add("prune", "Remove the oldest");
+    CLI::App* prune_word = add("prune", "Remove the oldest reports");
     CLI::Option* keep =
-        prune_word->add_option("--keep", wanted->limits.keep, "How many stay at most, the latest ones")
+        prune_word->add_option("--keep", wanted->limits.keep, "Keep at most this many, the latest ones")
             ->type_name("NUMBER")
             ->transform(number_between(0, UINT32_MAX));
     CLI::Option* max_size =
         prune_word
             ->add_option("--max-size", wanted->limits.bytes,
-                         "How many bytes stay at most, such as 500M or 2G; the latest stays in any case")
+                         "Keep at most this many bytes, such as 500M or 2G; the latest is always kept")
             ->type_name("SIZE")
             ->transform(size_in_bytes());
     prune_word->callback([&context, wanted, keep, max_size] {

@@ -210,17 +210,16 @@ class Reload {
 void add_reload(CLI::App& app, Context& context) {
     auto options = std::make_shared<ReloadOptions>();
     CLI::App* word =
-        app.add_subcommand("reload", "Swap the engine, and go back to the old one if the new one fails");
+        app.add_subcommand("reload", "Replace the engine; restore the old one if the new one fails");
     word->footer(
-        "Deactivates, unloads, loads, activates and attaches again, with the same interfaces, size of the "
-        "flow table, "
-        "collectors, exporter and health configuration, as far as the daemon shows them; flows are "
-        "forgotten. What it "
-        "doesn't show is said with the options, which hold for the old engine, too.");
-    word->add_option("path", options->path, "Folder of the new engine; that of the present one if not given")
+        "Deactivates, unloads, loads, activates and attaches again, with the same interfaces, flow table "
+        "size, "
+        "collectors, exporter and health configuration, as far as the daemon shows them. Flows are lost. Use "
+        "options for what it doesn't show; they also apply to the old engine if it is restored.");
+    word->add_option("path", options->path, "Folder of the new engine (default: the present one's)")
         ->type_name("PATH");
     word->add_option("--back", options->back,
-                     "Folder of the present engine, ../lib if not given and not seen in /proc (root sees it)")
+                     "Folder of the present engine (default: as seen in /proc by root, else ../lib)")
         ->type_name("PATH");
     add_fields(*word, "load", options->load);
     add_fields(*word, "activate", options->activate);

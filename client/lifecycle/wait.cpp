@@ -156,16 +156,13 @@ void wait(Context& context, const std::string& word) {
 
 void add_wait(CLI::App& app, Context& context) {
     auto word = std::make_shared<std::string>(GOALS[0].word);
-    CLI::App* wait_word =
-        app.add_subcommand("wait", "Wait until the daemon answers, or its engine is in a state");
+    CLI::App* wait_word = app.add_subcommand("wait", "Wait for the daemon, or for a state of its engine");
     wait_word->footer(
-        "It waits as long as --timeout says, 10 seconds if not given, and then ends with status 4, telling "
-        "what it saw "
+        "Waits for at most --timeout, by default 10 seconds. Then it fails with status 4 and prints what it "
+        "saw "
         "last and the last error in the log.");
     const std::string choices = CLI::detail::join(goal_words(), "|");
-    wait_word
-        ->add_option("--for", *word,
-                     "What for: answering if not given; a state that goes further will do, too")
+    wait_word->add_option("--for", *word, "What to wait for (default: answering); a later state counts, too")
         ->type_name(choices);
     wait_word->callback([&context, word] { wait(context, *word); });
 }

@@ -66,17 +66,18 @@ void add_live_events(CLI::App& app, Context& context) {
         bool follow = false;
     };
     auto wanted = std::make_shared<Wanted>();
-    CLI::App* word = app.add_subcommand("events", "Events of the daemon's notification hub");
-    word->add_flag("-f,--follow", wanted->follow, "Stay and show new ones as they come");
-    restrict_to(*word->add_option("--sev", wanted->options.severity, "Least severity")->capture_default_str(),
-                {"info", "warn", "error"});
+    CLI::App* word = app.add_subcommand("events", "Show the daemon's notifications");
+    word->add_flag("-f,--follow", wanted->follow, "Show new ones as they arrive");
+    restrict_to(
+        *word->add_option("--sev", wanted->options.severity, "Lowest severity shown")->capture_default_str(),
+        {"info", "warn", "error"});
     word->add_option(
             "--path", wanted->options.path,
-            "With -f: path of the socket that the daemon sends to (default: one in $XDG_RUNTIME_DIR, beside "
-            "the daemon's socket or in $TMPDIR)")
+            "With -f: path of the socket that receives them (default: in $XDG_RUNTIME_DIR, beside the "
+            "daemon's socket or in $TMPDIR)")
         ->type_name("PATH")
         ->check(not_empty());
-    CLI::App* gc = word->add_subcommand("gc", "Remove subscriptions whose programs are gone");
+    CLI::App* gc = word->add_subcommand("gc", "Remove subscriptions of programs that have ended");
     gc->callback([&context] { clean_up(context); });
     word->callback([&context, word, wanted] {
         if (!word->get_subcommands().empty()) return;

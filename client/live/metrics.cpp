@@ -80,16 +80,16 @@ class Exporter {
 
 void add_metrics(CLI::App& app, Context& context) {
     auto where = std::make_shared<std::string>();
-    CLI::App* word = app.add_subcommand("metrics", "The daemon's numbers in the text format of Prometheus");
+    CLI::App* word = app.add_subcommand("metrics", "Print the daemon's metrics in Prometheus' text format");
     word->add_option(
             "--listen", *where,
-            "Serve them at http://IP:PORT/metrics instead, until interrupted; :PORT means all interfaces")
+            "Serve them at http://IP:PORT/metrics until interrupted; :PORT listens on all interfaces")
         ->type_name("ADDRESS")
         ->check(not_empty());
     word->footer(
-        "A scrape takes no longer than --timeout, and 5 seconds at the most. Of a daemon that doesn't answer "
-        "by "
-        "then\nthere is brumecpd_up 0 and, as a comment, why.");
+        "A scrape takes at most --timeout, and never more than 5 seconds. If the daemon hasn't answered by "
+        "then, "
+        "brumecpd_up is 0 and a comment says why.");
     word->callback([&context, where] {
         if (where->empty()) return print_once(context);
         serve(context, *where);

@@ -185,16 +185,16 @@ void run_batch(Context& context, const TopOptions& options) {
 
 void add_top(CLI::App& app, Context& context) {
     auto options = std::make_shared<TopOptions>();
-    CLI::App* word = app.add_subcommand("top", "The daemon and its traffic as they are now, again and again");
-    word->add_option("-d,--delay", options->delay_sec, "Seconds between two looks")
+    CLI::App* word = app.add_subcommand("top", "Watch the daemon and its traffic");
+    word->add_option("-d,--delay", options->delay_sec, "Seconds between updates")
         ->type_name("SECONDS")
         ->check(seconds_between(0.1, 3600))
         ->capture_default_str();
-    word->add_flag("-b,--batch", options->batch, "Plain text, one look below the other");
-    word->add_option("-n,--count", options->count, "Looks until the end (default: no end)")
+    word->add_flag("-b,--batch", options->batch, "Print updates as plain text, one below the other");
+    word->add_option("-n,--count", options->count, "Stop after this many updates (default: never)")
         ->type_name("NUMBER")
         ->transform(number_between(1, UINT32_MAX));
-    word->footer("On the screen ? lists the keys: orders, the time between two looks, Ctrl-Z.");
+    word->footer("Press ? for the keys.");
     word->callback([&context, options] {
         if (options->batch || context.json()) return run_batch(context, *options);
         ScreenRun(context, *options).run();

@@ -164,12 +164,12 @@ Lines TopView::help() const {
         out.push_back(line().put("   ").put(key, Terminal::BOLD).to(LABEL_END).put(meaning).text());
     };
     add("q", "quit");
-    add("space", "look now");
-    add("+ -", "longer, shorter from look to look");
+    add("space", "update now");
+    add("+ -", "update less often, more often");
     for (const TrafficOrder& order : traffic_orders())
         add(std::string(1, order.key), std::string("protocols by ") + order.name);
-    add("Ctrl-Z", "stop; `fg` comes back");
-    add("? h", "this help; any key leaves it");
+    add("Ctrl-Z", "suspend; `fg` resumes");
+    add("? h", "this help; any key closes it");
     return out;
 }
 

@@ -75,13 +75,12 @@ void call(Context& context, const std::string& method, const std::vector<std::st
 void add_call(CLI::App& app, Context& context) {
     auto method = std::make_shared<std::string>();
     auto words = std::make_shared<std::vector<std::string>>();
-    CLI::App* word = app.add_subcommand("call", "Call any method, those that an engine brings along too");
+    CLI::App* word = app.add_subcommand("call", "Call any method, including the engine's own");
     word->footer(
-        "Values are JSON where they are JSON of the parameter's type, else strings.\n"
-        "Members of objects have dotted names: brumectl call activate resources.max_flows=16384");
-    word->add_option("method", *method, "Its name")->required()->type_name("METHOD");
-    word->add_option("params", *words,
-                     "Its parameters: NAME=VALUE …, a JSON object, or - to read one from stdin")
+        "A value that is JSON of the parameter's type is taken as JSON, any other as a string.\n"
+        "Dotted names set members of objects: brumectl call activate resources.max_flows=16384");
+    word->add_option("method", *method, "The method's name")->required()->type_name("METHOD");
+    word->add_option("params", *words, "Parameters: NAME=VALUE …, a JSON object, or - to read one from stdin")
         ->type_name("PARAM");
     word->callback([&context, method, words] { call(context, *method, *words); });
 }

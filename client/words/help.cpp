@@ -96,7 +96,7 @@ std::string options_text(const CLI::App& word, bool positional, const HelpStyle&
 std::string words_text(const CLI::App& app, const HelpStyle& style) {
     std::vector<std::pair<std::string, std::string>> groups;
     for (const CLI::App* word : words_of(app)) {
-        const std::string group = word->get_group() == "Subcommands" ? "Words" : word->get_group();
+        const std::string group = word->get_group() == "Subcommands" ? "Commands" : word->get_group();
         auto found =
             std::find_if(groups.begin(), groups.end(), [&](const auto& g) { return g.first == group; });
         if (found == groups.end()) found = groups.insert(groups.end(), {group, ""});
@@ -133,7 +133,7 @@ std::string program_options_text(const CLI::App& word, const HelpStyle& style) {
     for (const CLI::Option* option : program->get_options())
         names.push_back("--" + option->get_lnames().front());
     return "\n" +
-           wrapped("Options of all words: " + CLI::detail::join(names, ", ") + "; see " +
+           wrapped("Options of all commands: " + CLI::detail::join(names, ", ") + "; see " +
                        (style.in_shell ? "" : "brumectl ") + "help.",
                    0, style.width) +
            "\n";
@@ -163,7 +163,7 @@ std::string usage_text(const CLI::App& word, const HelpStyle& style) {
             const std::string term = term_of(*option);
             out += option->get_required() ? " " + term : " [" + term + "]";
         }
-    if (!words_of(word).empty()) out += word.get_require_subcommand_min() > 0 ? " WORD" : " [WORD]";
+    if (!words_of(word).empty()) out += word.get_require_subcommand_min() > 0 ? " COMMAND" : " [COMMAND]";
     const std::string begin = "Usage: ";
     return begin + wrapped(out, begin.size(), style.width);
 }

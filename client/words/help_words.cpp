@@ -22,7 +22,7 @@ void print_help(CLI::App& program, Context& context, const std::vector<std::stri
     for (const std::string& name : path) {
         const CLI::App* inner = find_word(*word, name);
         if (inner == nullptr)
-            throw Usage("unknown word '" + name + "'" + did_you_mean(name, word_names(*word)));
+            throw Usage("unknown command '" + name + "'" + did_you_mean(name, word_names(*word)));
         word = inner;
     }
     context.out().print(help_text(*word, help_style(context.out(), context.options().in_shell)));
@@ -39,15 +39,16 @@ void print_version(Context& context) {
 void add_help_words(CLI::App& app, Context& context) {
     for (const char* name : {"help", "?"}) {
         auto path = std::make_shared<std::vector<std::string>>();
-        CLI::App* word = app.add_subcommand(name, "What the words do and what they take");
+        CLI::App* word = app.add_subcommand(name, "Show what commands do and what they take");
         if (*name == '?') word->group("");
         word->footer(
-            "WORD help, WORD ? and WORD --help tell the same. A value that is called help stands behind --; "
-            "echo and coffee take it as it is.");
-        word->add_option("words", *path, "The word that is meant, and one below it")->type_name("WORD");
+            "COMMAND help, COMMAND ? and COMMAND --help show the same. To pass the word help as a value, put "
+            "-- "
+            "before it; echo and coffee take it as it is.");
+        word->add_option("words", *path, "The command, and one of its own commands")->type_name("COMMAND");
         word->callback([&app, &context, path] { print_help(app, context, *path); });
     }
-    CLI::App* version = app.add_subcommand("version", "Version of the program");
+    CLI::App* version = app.add_subcommand("version", "Print the program's version");
     version->callback([&context] { print_version(context); });
 }
 

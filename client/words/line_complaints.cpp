@@ -28,8 +28,9 @@ std::string unexpected(const std::string& first, const CLI::App& program, const 
         return "unknown option " + quoted(text) +
                (is_long ? did_you_mean(name, option_names(program, word)) : "");
     }
-    if (!words_of(word).empty()) return "unknown word " + quoted(text) + did_you_mean(text, word_names(word));
-    return quoted(text) + " is one word too many";
+    if (!words_of(word).empty())
+        return "unknown command " + quoted(text) + did_you_mean(text, word_names(word));
+    return "unexpected argument " + quoted(text);
 }
 
 std::string missing(const CLI::App& word) {
@@ -39,8 +40,8 @@ std::string missing(const CLI::App& word) {
         const bool are_few = option->get_type_name().find('|') != std::string::npos;
         return quoted(option->get_name()) + " is missing" + (are_few ? ": " + joined(choices) : "");
     }
-    if (word.get_parent() == nullptr) return "a word is missing";
-    return quoted(word.get_name()) + " needs a word: " + joined(word_names(word));
+    if (word.get_parent() == nullptr) return "a command is missing";
+    return quoted(word.get_name()) + " needs a command: " + joined(word_names(word));
 }
 
 /** An option that got too many values, or none. */
@@ -50,7 +51,7 @@ std::string wrong_number(const std::string& name, const CLI::App& word) {
     if (option->count() > static_cast<size_t>(std::max(option->get_items_expected_max(), 1)))
         return quoted(name) + " is given more than once";
     const bool has_choices = option->get_type_name().find('|') != std::string::npos;
-    return quoted(name) + " needs a " + (has_choices ? "word: " + joined(value_choices(*option)) : "value");
+    return quoted(name) + " needs " + (has_choices ? "one of " + joined(value_choices(*option)) : "a value");
 }
 
 }  // namespace

@@ -131,21 +131,20 @@ void log(Context& context, const LogOptions& options) {
 
 void add_log(CLI::App& app, Context& context) {
     auto options = std::make_shared<LogOptions>();
-    CLI::App* word = app.add_subcommand("log", "Last lines of the log, and its levels at run time.");
+    CLI::App* word = app.add_subcommand("log", "Show the log's last lines, or change its levels.");
     word->group("Methods of the daemon");
-    word->add_option("-n,--lines", options->lines, "How many lines")
+    word->add_option("-n,--lines", options->lines, "Number of lines")
         ->type_name("NUMBER")
         ->transform(number_between(0, UINT32_MAX))
         ->capture_default_str();
-    word->add_flag("-f,--follow", options->follow, "Shows new lines as they come, until Ctrl-C");
-    word->add_flag("--levels", options->levels, "Shows the levels and the components");
-    restrict_to(
-        *word->add_option("--level", options->level, "Sets a level: the global one, or that of --comp"),
-        choices_of(*level_field().schema));
-    word->add_option("--comp", options->component, "The component whose level is set")
+    word->add_flag("-f,--follow", options->follow, "Show new lines as they arrive, until Ctrl-C");
+    word->add_flag("--levels", options->levels, "Show the levels and the components");
+    restrict_to(*word->add_option("--level", options->level, "Set the global level, or that of --comp"),
+                choices_of(*level_field().schema));
+    word->add_option("--comp", options->component, "Component whose level to set")
         ->type_name("NAME")
         ->check(not_empty());
-    word->add_flag("--reset", options->reset, "Sets the global level and forgets those of components");
+    word->add_flag("--reset", options->reset, "Set the global level and drop those of components");
     word->callback([&context, options] { log(context, *options); });
 }
 

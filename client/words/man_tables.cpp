@@ -104,7 +104,7 @@ std::string described(const CLI::Option& option) {
     const std::vector<std::string> choices = value_choices(option);
     const bool is_told = option.get_type_name() == "METHOD";  // they have a section of their own
     if (!choices.empty() && !is_told) add((choices.size() == 1 ? "Only " : "One of ") + listed(choices));
-    if (takes_several(option)) add("There may be several");
+    if (takes_several(option)) add("May be repeated");
     if (option.get_required()) add("Required");
     if (!option.get_default_str().empty()) add("Default: " + escape(option.get_default_str()));
     return out;
@@ -133,7 +133,8 @@ std::string synopsis(const CLI::App& word, const std::string& path) {
     if (has_options) out += " [" + italic("OPTION") + "...]";
     out += positionals;
     if (!words_of(word).empty())
-        out += word.get_require_subcommand_min() > 0 ? " " + italic("WORD") : " [" + italic("WORD") + "]";
+        out +=
+            word.get_require_subcommand_min() > 0 ? " " + italic("COMMAND") : " [" + italic("COMMAND") + "]";
     return out + "\n\n";
 }
 
@@ -160,10 +161,10 @@ std::string upper(std::string text) {
 }  // namespace
 
 std::string man_words(const CLI::App& program) {
-    std::string out = "# OPTIONS\n\nThey may stand before the word or behind it.\n\n" + options_text(program);
+    std::string out = "# OPTIONS\n\nThey may come before or after the command.\n\n" + options_text(program);
     std::vector<std::pair<std::string, std::string>> groups;
     for (const CLI::App* word : words_of(program)) {
-        const std::string group = word->get_group() == "Subcommands" ? "Words" : word->get_group();
+        const std::string group = word->get_group() == "Subcommands" ? "Commands" : word->get_group();
         auto same = [&](const auto& known) { return known.first == group; };
         auto found = std::find_if(groups.begin(), groups.end(), same);
         if (found == groups.end()) found = groups.insert(groups.end(), {group, ""});

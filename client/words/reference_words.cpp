@@ -40,8 +40,8 @@ void print_schema(Context& context, const std::string& name) {
 
 void add_schema(CLI::App& app, Context& context) {
     auto method = std::make_shared<std::string>();
-    CLI::App* word = app.add_subcommand("schema", "The methods for programs: an OpenRPC document");
-    word->add_option("method", *method, "The entry of this one only")->type_name("METHOD");
+    CLI::App* word = app.add_subcommand("schema", "Print an OpenRPC document of the methods");
+    word->add_option("method", *method, "Only this method")->type_name("METHOD");
     word->callback([&context, method] { print_schema(context, *method); });
 }
 
@@ -79,9 +79,10 @@ void print_candidates(CLI::App& app, Context& context, const std::string& line) 
  */
 void add_complete(CLI::App& app, Context& context) {
     auto line = std::make_shared<std::string>();
-    CLI::App* word = app.add_subcommand("complete", "What can stand next on a line");
+    CLI::App* word = app.add_subcommand("complete", "List what can come next on a line");
     word->group("");
-    word->add_option("--line", *line, "The line up to the cursor, the program's name first")->required();
+    word->add_option("--line", *line, "The line up to the cursor, starting with the program's name")
+        ->required();
     word->callback([&app, &context, line] { print_candidates(app, context, *line); });
 }
 
@@ -89,12 +90,12 @@ void add_complete(CLI::App& app, Context& context) {
 
 void add_reference_words(CLI::App& app, Context& context) {
     add_schema(app, context);
-    CLI::App* completion = app.add_subcommand("completion", "A script that completes this program's words");
-    auto shell = add_choice(*completion, "shell", "The shell that reads it", completed_shells());
+    CLI::App* completion = app.add_subcommand("completion", "Print a shell's completion script");
+    auto shell = add_choice(*completion, "shell", "The shell", completed_shells());
     completion->callback([&context, shell] { context.out().print(completion_script(*shell)); });
     add_complete(app, context);
 
-    CLI::App* man = app.add_subcommand("man-tables", "Sections of the manual page in scdoc's language");
+    CLI::App* man = app.add_subcommand("man-tables", "Print sections of the manual page in scdoc format");
     man->group("");
     man->callback([&app, &context] { context.out().print(man_words(app)); });
 }

@@ -83,12 +83,11 @@ void run_interactively(const Options& options) {
 }  // namespace
 
 void add_shell(CLI::App& app, Context& context) {
-    CLI::App* word =
-        app.add_subcommand("shell", "A line at a time: at a terminal with history and completion");
+    CLI::App* word = app.add_subcommand("shell", "Read commands line by line, with history and completion");
     word->footer(
-        "Ctrl-C drops the line or ends what runs; quit, exit and Ctrl-D leave. What isn't typed at a "
-        "terminal "
-        "is a script: it stops at the first line that fails, with that line's exit status.");
+        "Ctrl-C discards the line or interrupts a running command; quit, exit and Ctrl-D leave. Input that "
+        "isn't "
+        "a terminal is a script: it stops at the first line that fails, with that line's exit status.");
     word->callback([&context] {
         Options options = context.options();
         if (options.in_shell) throw Usage("this is the shell already");
@@ -106,7 +105,7 @@ void add_shell(CLI::App& app, Context& context) {
 
 void add_leave_words(CLI::App& app) {
     for (const char* name : {"quit", "exit"})
-        app.add_subcommand(name, "Leave the shell, as Ctrl-D does")->callback([] { throw LeaveShell(); });
+        app.add_subcommand(name, "Leave the shell, like Ctrl-D")->callback([] { throw LeaveShell(); });
 }
 
 }  // namespace brumectl

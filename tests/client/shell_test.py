@@ -35,7 +35,7 @@ class Shell(ProgramChecks, DaemonTest):
                 shell.type(typed)
                 for answer in answers:
                     self.assertTrue(shell.wait_for_out(answer, start), shell.out())
-            self.assertIn("unknown word 'quti'", shell.out())
+            self.assertIn("unknown command 'quti'", shell.out())
             shell.type("\x04")
             self.assertEqual(shell.wait(), 0)
         self.assertTrue(daemon.running())

@@ -14,10 +14,10 @@ from harness.processes import eventually
 from harness.program import ANY, BRUMECTL, Lacks, Program, ProgramChecks, brumectl, has, starts, stdout_to_nobody
 
 WRONG = (
-    ([], "a word is missing"),
-    (["statsu"], "unknown word 'statsu' (did you mean 'status'?)"),
+    ([], "a command is missing"),
+    (["statsu"], "unknown command 'statsu' (did you mean 'status'?)"),
     (["status", "--jsn"], "unknown option '--jsn' (did you mean '--json'?)"),
-    (["status", "now"], "'now' is one word too many"),
+    (["status", "now"], "unexpected argument 'now'"),
     (["activate", "--max_flow", "5"], "(did you mean '--max_flows'?)"),
     (["activate", "--max_flows", "many"], "'resources.max_flows' must be from 1 to 4294967295, not 'many'"),
     (["collect", "shw"], "(did you mean 'show'?)"),
@@ -27,15 +27,15 @@ WRONG = (
     (["log", "-n", "0"], "'--lines' must be at least 1 without --follow"),
     (["log", "-n"], "'--lines' needs a value"),
     (["log", "-n", "1", "-n", "2"], "'--lines' is given more than once"),
-    (["log", "--level"], "'--level' needs a word: quiet, error"),
+    (["log", "--level"], "'--level' needs one of quiet, error"),
     (["log", "--follow=5"], "'--follow' takes no value but true or false"),
     (["collect", "set_interval", "x", "--interval", "0"], "'interval' must be from 1 to 4294967295"),
     (["events", "--sev", "bad"], "'--sev' must be one of info, warn, error, not 'bad'"),
     (["echo"], "'message' is missing"),
-    (["evidence"], "'evidence' needs a word: ls, show, prune"),
+    (["evidence"], "'evidence' needs a command: ls, show, prune"),
     (["evidence", "prune", "--keep", "-1"], "'--keep' must be from 0"),
-    (["help", "statsu"], "unknown word 'statsu' (did you mean 'status'?)"),
-    (["quit"], "unknown word 'quit'"),
+    (["help", "statsu"], "unknown command 'statsu' (did you mean 'status'?)"),
+    (["quit"], "unknown command 'quit'"),
     (["log", "--level", "wran"], "(did you mean 'warn'?)"),
     (["log", "--comp", "rpc"], "--comp needs the --level"),
     (["schema", "pnig"], "no method 'pnig' (did you mean 'ping'?)"),
@@ -217,7 +217,7 @@ class ShellCompletion(ProgramChecks, DaemonTest):
                 ("log --comp de", "default\tINFO\n"),
                 ("evidence show ", "2026_11_24_13_05_59\tkilled\n"),
                 ("evidence show --dir /nonexistent ", ""),
-                ("ping --j", "--json\tAnswers as the daemon gave them\n")):
+                ("ping --j", "--json\tPrint replies as the daemon sent them\n")):
             self.complete(line, found, daemon)
         self.expect(["complete", "--line=brumectl check "], 1, "", ANY, socket=daemon.path)
         without_engine = self.daemon()
@@ -255,8 +255,8 @@ class ShellCompletion(ProgramChecks, DaemonTest):
         self.script_is_read_by("zsh", r"""_files() { echo files; }
         _describe() { print -l -- "${(@P)${@[-1]}}"; }
         words=(brumectl -s a:b evidence s) CURRENT=5 PREFIX=s; source ./script
-        words=(brumectl check '') CURRENT=3 PREFIX=; _brumectl""", "show:One report with its stack\nfiles\n")
+        words=(brumectl check '') CURRENT=3 PREFIX=; _brumectl""", "show:Show a report with its stack\nfiles\n")
 
     def test_its_script_is_read_by_fish(self):
         self.script_is_read_by("fish", "source ./script; complete -C 'brumectl evidence s'; complete -C 'brumectl check scr'",
-                               "show\tOne report with its stack\nscript\n")
+                               "show\tShow a report with its stack\nscript\n")

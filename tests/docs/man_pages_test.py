@@ -57,11 +57,11 @@ same("environment of brumectl(1)", re.findall(r"\*(\w+)\*", "\n".join(re.findall
 
 words = subprocess.run([build / "bin" / "brumectl", "man-tables"], text=True, check=True, stdout=subprocess.PIPE).stdout
 for told in (
-        "# OPTIONS\n", "\n# WORDS\n", "\n## evidence show\n",
+        "# OPTIONS\n", "\n# COMMANDS\n", "\n## evidence show\n",
         "\n*brumectl classify* [_OPTION_...] _files_...\n",
         "\n*-s*, *--socket* _ADDRESS_\n",
         "One of *enable*, *disable*, *set_interval*, *ls*, *set_exporter* or *show*. Required.\n",
-        "There may be several. Required.\n",
+        "May be repeated. Required.\n",
         "\n*brumectl evidence ls*\n"):
     if told not in re.sub(r"\\(.)", r"\1", words):
         sys.exit(f"brumectl(1) lacks {told!r}")
