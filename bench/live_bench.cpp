@@ -18,7 +18,7 @@
 #include <thread>
 
 #include "bench/flow_frames.h"
-#include "support/daemon.h"
+#include "bench/live_daemon.h"
 #include "support/net_namespace.h"
 #include "utils/unique_fd.h"
 
@@ -83,14 +83,14 @@ struct Counts {
     uint64_t dropped = 0;
 };
 
-Counts counts_of(const test::Daemon& daemon) {
+Counts counts_of(const bench::LiveDaemon& daemon) {
     const Json::Value sample =
-        daemon.result("collect", test::parse(R"({"cmd":"show","component":"interfaces"})"))["interfaces"][0];
+        daemon.ask("collect", test::parse(R"({"cmd":"show","component":"interfaces"})"))["interfaces"][0];
     return {sample["packets"].asUInt64(), sample["drops"].asUInt64()};
 }
 
 /** The counts once all sent frames are accounted for. */
-Counts settled(const test::Daemon& daemon, uint64_t expected) {
+Counts settled(const bench::LiveDaemon& daemon, uint64_t expected) {
     Counts counts = counts_of(daemon);
     for (int i = 0; i < 100 && counts.received + counts.dropped < expected; i++) {
         poll(nullptr, 0, 20);
@@ -113,7 +113,7 @@ void capture(benchmark::State& state) {
     // Raises the priority of sender and daemon, so that lost frames are the daemon's fault and not
     // other work's.
     setpriority(PRIO_PROCESS, 0, -19);
-    test::Daemon daemon({.args = {"-a", "--attach", "tap"}, .engine_dir = BENCH_SHIPPED_ENGINE});
+    const bench::LiveDaemon daemon("tap");
     Sender sender("feed");
     for (auto _ : state) {  // one iteration: a daemon's counters start at 0
         const double cpu_before = cpu_sec(daemon.pid());

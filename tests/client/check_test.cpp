@@ -1,7 +1,8 @@
-// Configurations as `check` judges them and as `run` plays them against a real daemon.
+// What `check` finds in configurations.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,20 +10,16 @@
 
 #include "client/check/config_check.h"
 #include "client/check/daemon_user.h"
-#include "client/run_program.h"
 #include "client/text/method_table.h"
 #include "infra/json/corvo_json.h"
-#include "support/daemon.h"
 #include "support/temp_dir.h"
 
 namespace test {
 namespace {
 
 using namespace brumectl::check;
-using testing::_;
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 
 /** "LINE:COLUMN severity text", a line each. */
@@ -179,113 +176,6 @@ TEST(Check, HasNothingAgainstTheExamplesThatSucceed) {
     }
 }
 
-/** A daemon whose engine is in this state. */
-std::unique_ptr<Daemon> daemon_in(const std::string& state) {
-    DaemonSetup setup{.engine_dir = SCRIPTED_ENGINE_DIR, .files = {{"script", "class push_pkts 7 HTTP\n"}}};
-    if (state == "activated (attached)") setup.args = {"-a", "--attach", "if0"};
-    auto daemon = std::make_unique<Daemon>(setup);
-    if (state == "deactivated" || state == "activated") daemon->result("load");
-    if (state == "activated") daemon->call("activate", parse(R"({"resources":{"max_flows":10}})"));
-    return daemon;
-}
-
-/** Method and parameters, where only its parameters or its engine's state can be wrong. */
-using Requests = std::vector<std::pair<std::string, std::string>>;
-
-/** A change of the daemon, of the rules in the method table or of what reads them: none goes alone. */
-TEST(Check, CallsAnErrorWhatTheDaemonRefuses) {
-    if (brumectl::packaged_build().bare_metal) GTEST_SKIP() << "engines are loaded without shared memory";
-    const std::string buffer =
-        R"({"type":"buffer","reset":true,"buffer":"AgAAAAACAgAAAAABCABFAAAoAAEAAEAGZs0KAAABCgAAAgPoAFAAAAABAAAAAFAC//+XpwAA")";
-    const Requests REQUESTS = {
-        {"ping", ""},
-        {"ping", R"({"x":1})"},
-        {"echo", R"({"message":"x"})"},
-        {"echo", "{}"},
-        {"echo", R"({"message":5})"},
-        {"cmds", ""},
-        {"status", ""},
-        {"mt", ""},
-        {"load", ""},
-        {"load", R"({"path":null,"cpaddr":"x"})"},
-        {"load", R"({"path":5})"},
-        {"load", R"({"shm":5})"},
-        {"load", R"({"shm":{}})"},
-        {"load", R"({"shm":{"type":"x"}})"},
-        {"load", R"({"shm":{"type":"devmem","size":1}})"},
-        {"load", R"({"shm":{"type":"devmem","size":-1,"addr":"1f"}})"},
-        {"load", R"({"shm":{"type":"devmem","size":1,"addr":"1fg"}})"},
-        {"load", R"({"shm":{"type":"devmem","size":1,"addr":"10000000000000000"}})"},
-        {"load", R"({"shm":{"type":"devmem","size":1,"addr":" +0x1F"}})"},
-        {"unload", ""},
-        {"activate", R"({"resources":{"max_flows":10.0}})"},
-        {"activate", R"({"resources":{"max_flows":4294967296}})"},
-        {"activate", R"({"resources":{"max_flows":1.5}})"},
-        {"activate", R"({"resources":{"max_flows":1,"writable_shm":1}})"},
-        {"activate", R"({"resources":{"max_flows":1,"dp_workers":null}})"},
-        {"activate", R"({"resources":{"max_flows":1,"dp_workers":128}})"},
-        {"activate", R"({"resources":{"max_flows":1,"dp_workers":129}})"},
-        {"activate", R"({"resources":{}})"},
-        {"activate", ""},
-        {"deactivate", ""},
-        {"attach", R"({"intf":"if0"})"},
-        {"detach", R"({"intf":"if0"})"},
-        {"attach", "{}"},
-        {"push_pcap", buffer + "}"},
-        {"push_pcap", R"({"type":"buffer","reset":true})"},
-        {"push_pcap", R"({"type":"buffer","buffer":"AAAA"})"},
-        {"push_pcap", R"({"type":"filename","reset":true})"},
-        {"push_pcap", R"({"type":"buffer","reset":1,"buffer":"AAAA"})"},
-        {"push_pcap", buffer + R"(,"ns_id":4294967296})"},
-        {"coffee", R"({"func":"f","args":[1,2,3,4,5,6,7,8]})"},
-        {"coffee", R"({"func":"f","args":[1,2,3,4,5,6,7,8,9]})"},
-        {"coffee", R"({"func":"f","args":[null]})"},
-        {"coffee", R"({"func":"f","args":[-1]})"},
-        {"coffee", R"({"args":[]})"},
-        {"collect", R"({"cmd":"ls"})"},
-        {"collect", R"({"cmd":"enable"})"},
-        {"collect", R"({"cmd":"set_interval","component":"c","interval":-1})"},
-        {"collect", R"({"cmd":"set_exporter"})"},
-        {"collect",
-         R"({"cmd":"set_exporter","socket":{"type":"http","server":"h","port":65536,"path":"/"}})"},
-        {"collect", R"({"cmd":"set_exporter","socket":{"type":"none"}})"},
-        {"health", R"({"cmd":"show"})"},
-        {"health", R"({"cmd":"configure"})"},
-        {"health", R"({"cmd":"show","verbose":1})"},
-        {"log", R"({"type":"log","maxlines":1})"},
-        {"log", R"({"type":"log","maxlines":-1})"},
-        {"log", R"({"type":"verbosity"})"},
-        {"log", R"({"type":"verbosity","verbosity":{"cmd":"set"}})"},
-        {"log", R"({"type":"verbosity","verbosity":{"cmd":"set","level":"x"}})"},
-        {"log", R"({"type":"verbosity","verbosity":{"cmd":"get"}})"},
-        {"events", R"({"type":"hog"})"},
-        {"events", R"({"type":"x"})"},
-        {"notifications", R"({"cmd":"log","op":"clear"})"},
-        {"notifications", R"({"cmd":"log","op":"add"})"},
-        {"notifications", R"({"cmd":"log","sev":"info"})"},
-        {"notifications", R"({"cmd":"alerts","sev":"info"})"},
-        {"notifications", R"({"cmd":"alerts","op":"ls"})"},
-        {"notifications", R"({"cmd":"socket"})"},
-        {"notifications", R"({"cmd":"socket","op":"show"})"},
-        {"notifications", R"({"cmd":"socket","op":"add"})"},
-        {"notifications", R"({"cmd":"socket","op":"ls"})"},
-        {"pong", ""},
-    };
-    for (const std::string& state : brumectl::state_words()) {
-        std::unique_ptr<Daemon> daemon = daemon_in(state);
-        for (const auto& [method, params] : REQUESTS) {
-            const Settings settings{.build = brumectl::packaged_build(), .state = *brumectl::state_of(state)};
-            const std::string found =
-                findings("[" + request(method, params.empty() ? "null" : params) + "]", settings);
-            const Json::Value reply = daemon->call(method, params.empty() ? Json::Value() : parse(params));
-            EXPECT_EQ(found.find(" error ") != std::string::npos, reply.isMember("error"))
-                << state << ": " << method << " " << params << "\n"
-                << found << corvo::json::write(reply);
-            if (daemon->result("status")["state"] != state) daemon = daemon_in(state);
-        }
-    }
-}
-
 TEST(Check, TellsWhatKeepsTheDaemonsUserFromReadingAFile) {
     TempDir dir;
     const std::string file = dir.write("start.json", "[]");
@@ -311,60 +201,9 @@ TEST(Check, TellsWhatKeepsTheDaemonsUserFromReadingAFile) {
         EXPECT_THAT(c.user.hindrance(file), StartsWith(c.hindrance)) << c.file << " " << c.folder;
         EXPECT_EQ(c.user.hindrance(file).empty(), *c.hindrance == '\0');
     }
-    Daemon daemon;
-    EXPECT_EQ(DaemonUser::of_process(daemon.pid())->uid, geteuid());
     EXPECT_FALSE(DaemonUser::of_process(getpid()));
-}
-
-TEST(Check, TellsFilesApartAndEndsByWhatItFound) {
-    TempDir dir;
-    const std::string clean = dir.write("clean", "[" + request("ping") + "]");
-    const std::string odd = R"([{"jsonrpc":"2.0","method":"ping"}])";
-    const std::string odd_file = dir.write("odd", odd);
-    const auto packaged = HasSubstr(brumectl::packaged_build().text() + ", as the one packaged");
-    expect_steps(
-        {
-            {{"check", clean, odd_file}, 0, HasSubstr(odd_file + ":1:2: warning: "), packaged},
-            {{"check", clean, "--standalone"},
-             0,
-             "",
-             "Judged for a standalone daemon, as the option says.\n"},
-            {{"check", clean, "--slave-mode"}, 0, "", HasSubstr("daemon in slave mode, as the option")},
-            {{"check", clean, "--slave-mode", "--standalone"}, 2, "", _},
-            {{"check", "--strict", clean, "-"}, 1, HasSubstr("<stdin>:1:2: warning: "), _, odd},
-            {{"check", clean, dir.file("none")}, 1, _, HasSubstr(dir.file("none"))},
-            {{"check"}, 2, "", _},
-        },
-        {.socket = "/nonexistent"});
-    Json::Value list;
-    ASSERT_TRUE(corvo::json::parse(brumectl({"--json", "check", odd_file}).out, list));
-    EXPECT_EQ(list[0]["column"], 2);
-}
-
-TEST(Run, PlaysAConfigurationUntilARequestFails) {
-    Daemon daemon({.engine_dir = INERT_ENGINE_DIR});
-    const std::string status = request("status", "null", 2);
-    const std::string bad =
-        daemon.dir().write("bad", "[" + request("load", R"({"path":"/nosuch"})") + "," + status + "]");
-    const std::string list = daemon.dir().write("list", "[" + request("ping", "[1]") + "," + status + "]");
-    const std::string good = daemon.dir().write("good", sequence({"load", "activate"}));
-    const auto stopped = HasSubstr("[1/2] load: failed: path '/nosuch' is not");
-    const auto refused = HasSubstr("[1/2] ping: failed: params");
-    const auto went_on = HasSubstr("[2/2] status: ok");
-    expect_steps(
-        {
-            {{"run", bad}, 1, AllOf(stopped, Not(HasSubstr("[2/2]"))), _},
-            {{"run", "--keep-going", bad}, 1, AllOf(stopped, went_on), _},
-            {{"run", "--force", "--keep-going", list}, 1, AllOf(refused, went_on), _},
-            {{"--json", "run", bad}, 1, HasSubstr(R"("error":{"code":-32000,)"), _},
-            {{"--json", "run", bad, "-k"}, 1, HasSubstr(R"("id":2,"jsonrpc")"), _},
-            {{"run", good}, 0},
-            {{"status"}, 0, HasSubstr("state:          activated")},
-            // Now the same is refused before anything is sent.
-            {{"run", good}, 1, _, HasSubstr("nothing was sent")},
-            {{"run", "--force", good}, 1, HasSubstr("already loaded"), _},
-        },
-        {.socket = daemon.socket_path()});
+    prctl(PR_SET_NAME, "brumecpd");
+    EXPECT_EQ(DaemonUser::of_process(getpid())->uid, geteuid());
 }
 
 }  // namespace

@@ -1,24 +1,19 @@
 // What the daemon leaves of crashes and stalls: read as it is written, removed only where it is that.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "client/evidence/evidence_dir.h"
 #include "client/evidence/evidence_report.h"
 #include "client/failure.h"
-#include "client/run_program.h"
-#include "support/daemon.h"
+#include "support/temp_dir.h"
 
 namespace brumectl {
 namespace {
 
 using test::TempDir;
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::HasSubstr;
 namespace fs = std::filesystem;
 
 const std::string CRASH = R"({ "signal": "Segmentation fault", "time": 1700000000, "uptime": 5, )"
@@ -98,107 +93,6 @@ TEST(EvidenceDir, OnlyWhatHasAnEventsShapeIsRemovedAndNothingIsReadThroughALink)
     }
     EXPECT_TRUE(fs::exists(events.file("outside/precious")));
     EXPECT_TRUE(fs::exists(events.file("2024_01_31_12_00_03/log")));
-}
-
-TEST(EvidenceWord, WhatSomebodyElseHasArrangedIsShownWithoutHarm) {
-    const std::string folder = "cv 'events'\x1b[2J", stamp = "2024_01_31_12_00_00";
-    const std::string odd =
-        R"({"signal":"\u001b[2J","logfile":"/a b","engine":{"path":"\u001b"},"backtrace":""})";
-    const struct {
-        const char* file;
-        std::string content;
-        testing::Matcher<std::string> shown;
-        int json_status;
-    } CASES[] = {
-        {"cvdump.json", CRASH.substr(0, 30),
-         AllOf(HasSubstr("cause     unknown\n"), HasSubstr("report    can't be read: cvdump.json\n")), 1},
-        {"log", "", AllOf(HasSubstr("cause     killed\n"), HasSubstr("report    missing: cvdump.json\n")), 1},
-        {"a b\x1b[2J", "", HasSubstr("$'a b\\x1b[2J'  0 B"), 1},
-        {"cvdump.json", odd, AllOf(HasSubstr("signal    \\x1b[2J\n"), HasSubstr("'/a b'\n")), 0},
-        {"cv_hog_dump.txt", "time: 5\n",
-         AllOf(HasSubstr("cause     stall\n"), HasSubstr("report    missing: cvdump.json\n")), 1},
-        {"cvdump.json", CRASH,
-         AllOf(HasSubstr("cause     crash\n"), HasSubstr("/cv \\'events\\'\\x1b[2J/" + stamp + "'\n")), 0},
-        {"cvdump.json", "", HasSubstr("cause     unknown\n"), 1},
-    };
-    for (const auto& c : CASES) {
-        const TempDir outer;
-        const std::string dir = outer.file(folder);
-        fs::create_directories(dir + "/" + stamp);
-        outer.write(folder + "/" + stamp + "/" + c.file, c.content);
-        test::expect_step({{"evidence", "show", stamp, "--dir", dir}, 0, c.shown});
-        EXPECT_EQ(test::brumectl({"--json", "evidence", "show", stamp, "--dir", dir}).status, c.json_status);
-    }
-}
-
-TEST(EvidenceWord, TheOldestGoUntilTheLimitsAreKept) {
-    const std::string usage = "'--keep' or '--max-size' is missing";
-    const struct {
-        std::vector<std::string> limits;
-        int status;
-        std::string kept;  // which of five events, 1 KiB each but the latest, which has 2 KiB
-        std::string complaint = "";
-    } CASES[] = {
-        {{"--max-size", "6K"}, 0, "01234"},
-        {{"--max-size", "6143"}, 0, "1234"},
-        {{"--max-size", "1G", "--keep", "2"}, 0, "34"},
-        {{"--max-size", "3K", "--keep", "4"}, 0, "34"},
-        {{"--max-size", "0"}, 0, "4"},
-        {{"--keep", "08"}, 0, "01234"},
-        {{"--max-size", "0", "--keep", "0"}, 0, ""},
-        {{}, 2, "01234", usage},
-        {{"--max-size", "2KB"}, 2, "01234", "'--max-size' must be a size such as 500M or 2G, not '2KB'"},
-        {{"--max-size", "16777216T"}, 2, "01234", "not '16777216T'"},
-        {{"--max-size", "-1"}, 2, "01234", "not '-1'"},
-        {{"--max-size", "K"}, 2, "01234", "not 'K'"},
-    };
-    for (const auto& c : CASES) {
-        const TempDir events;
-        for (const char event : std::string("01234")) {
-            const std::string stamp = std::string("2024_01_31_12_00_0") + event;
-            fs::create_directory(events.file(stamp));
-            events.write(stamp + "/log", std::string(event == '4' ? 2048 : 1024, '\n'));
-        }
-        std::vector<std::string> line = {"evidence", "prune", "--dir", events.path()};
-        line.insert(line.end(), c.limits.begin(), c.limits.end());
-        test::expect_step({line, c.status, testing::_, HasSubstr(c.complaint)});
-        std::string kept;
-        for (const char event : std::string("01234"))
-            if (fs::exists(events.file(std::string("2024_01_31_12_00_0") + event))) kept += event;
-        EXPECT_EQ(kept, c.kept) << testing::PrintToString(c.limits);
-    }
-}
-
-TEST(EvidenceWord, WithoutTheRightItSaysWhichFolderAndThatItTakesRoot) {
-    const TempDir outer;
-    const std::string dir = outer.file("cvevents");
-    chmod(outer.path().c_str(), 0755);
-    fs::create_directory(dir);
-    const auto denied = HasSubstr("can't open " + dir + ": Permission denied, that takes root\n");
-    for (const mode_t mode : {0000, 0444}) {
-        chmod(dir.c_str(), mode);
-        for (const std::vector<std::string>& words :
-             {std::vector<std::string>{"ls"}, {"show"}, {"prune", "--keep", "1"}}) {
-            std::vector<std::string> line = {"evidence", "--dir", dir};
-            line.insert(line.begin() + 1, words.begin(), words.end());
-            test::expect_step({line, 1, "", denied}, {.before_exec = [] {
-                                  if (geteuid() == 0 && setuid(65534) != 0) _exit(126);
-                              }});
-        }
-    }
-    chmod(dir.c_str(), 0700);
-}
-
-TEST(EvidenceWord, AStoppedDaemonsLastReportIsFoundBesideItsLog) {
-    test::Daemon daemon({.watchdog = true});
-    daemon.result("shutdown");
-    daemon.wait_exit();
-    const std::string dir = daemon.dir().file("cvevents");
-    test::expect_steps({
-        {{"evidence", "show", "--dir", dir}, 0, HasSubstr("server received 'shutdown' request")},
-        {{"evidence", "prune", "--keep", "0", "--dir", dir}, 0, "0 removed from " + dir + "\n"},
-        {{"evidence", "show", "2024_01_31_12_00_00", "--dir", dir}, 1, "", HasSubstr("2024_01_31_12_00_00")},
-    });
 }
 
 }  // namespace

@@ -14,7 +14,7 @@
 #include <filesystem>
 
 #include "support/capture_logger.h"
-#include "support/daemon.h"
+#include "support/client.h"
 #include "support/temp_dir.h"
 #include "utils/unique_fd.h"
 
@@ -149,7 +149,7 @@ TEST(Logger, AFileHasHistoryWhateverItsInodesNumber) {
 
 TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     test::TempDir dir;
-    const size_t before = test::open_descriptors(getpid());
+    const size_t before = test::open_descriptors();
     open_logger(LOGGER_SYSLOG, INFO, dir.file("log"));
     set_logger(get_logger());
     EXPECT_EQ(dir.file("log"), get_log_filename());
@@ -159,7 +159,7 @@ TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     std::vector<std::string> out;
     history(out, 10);
     EXPECT_THAT(out, IsEmpty());
-    EXPECT_EQ(before, test::open_descriptors(getpid()));
+    EXPECT_EQ(before, test::open_descriptors());
 }
 
 TEST(Logger, TheLogFileIsAppendedToAndClearedOnDemand) {

@@ -13,7 +13,7 @@
 #include "server/corvo_server_loader_us.h"
 #include "server/corvo_server_tick.h"
 #include "support/capture_logger.h"
-#include "support/daemon.h"
+#include "support/client.h"
 #include "support/error_of.h"
 #include "support/temp_dir.h"
 #include "tools/captures/capture_files.h"
@@ -152,7 +152,7 @@ TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
     bring_up(LOADED);  // the poller's own descriptor comes with its first event
     m_engine.cleanup();
     calls();
-    const size_t descriptors = test::open_descriptors(getpid());
+    const size_t descriptors = test::open_descriptors();
     for (const auto& library : libraries) {
         SCOPED_TRACE(std::string(library.name) + " " + library.script);
         script(library.script);
@@ -160,7 +160,7 @@ TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
                     StartsWith(library.failure));
         EXPECT_EQ(m_engine.state(), UNLOADED);
         EXPECT_EQ(m_engine.get_engine_path_int(), "");
-        EXPECT_EQ(test::open_descriptors(getpid()), descriptors);
+        EXPECT_EQ(test::open_descriptors(), descriptors);
         EXPECT_THAT(test::read_file("/proc/self/maps"), Not(HasSubstr("libcvcp_u.so")));
         Json::Value stats;
         m_sched.stats(stats);

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <json/reader.h>
-#include <json/writer.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -11,9 +10,9 @@
 
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 namespace test {
 namespace {
@@ -78,13 +77,6 @@ bool UnixClient::receive(std::string& text, int timeout_ms) const {
     return recv(m_fd, text.data(), text.size(), 0) == size;
 }
 
-std::string UnixClient::ask(const std::string& text, int timeout_ms) const {
-    std::string reply;
-    if (!send(text)) throw std::runtime_error("nobody listens at " + m_server);
-    if (!receive(reply, timeout_ms)) throw std::runtime_error("no answer to " + text.substr(0, 200));
-    return reply;
-}
-
 TcpClient::TcpClient(uint16_t port) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address = loopback(port);
     if (connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
@@ -108,17 +100,6 @@ bool TcpClient::send(const std::string& bytes) const {
     return true;
 }
 
-std::string TcpClient::receive_all(int timeout_ms) const {
-    std::string all;
-    std::vector<char> buffer(1 << 16);
-    while (readable(m_fd, timeout_ms)) {
-        ssize_t n = recv(m_fd, buffer.data(), buffer.size(), 0);
-        if (n <= 0) break;
-        all.append(buffer.data(), static_cast<size_t>(n));
-    }
-    return all;
-}
-
 void TcpClient::reset_on_close() const {
     linger abort_it{1, 0};
     setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &abort_it, sizeof(abort_it));
@@ -135,13 +116,9 @@ uint16_t free_port() {
     return ntohs(address.sin_port);
 }
 
-std::string request_text(const std::string& method, const Json::Value& params, const Json::Value& id) {
-    Json::Value request;
-    request["jsonrpc"] = "2.0";
-    request["method"] = method;
-    request["id"] = id;
-    if (!params.isNull()) request["params"] = params;
-    return Json::FastWriter().write(request);
+size_t open_descriptors() {
+    using entries = std::filesystem::directory_iterator;
+    return static_cast<size_t>(std::distance(entries("/proc/self/fd"), entries()));
 }
 
 Json::Value parse(const std::string& text) {

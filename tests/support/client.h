@@ -2,7 +2,6 @@
 // Clients of the daemon's two transports, and waiting without sleeping blindly.
 
 #include <json/value.h>
-#include <json/writer.h>
 
 #include <cstdint>
 #include <functional>
@@ -27,8 +26,6 @@ class UnixClient {
     bool send(const std::string& text) const;
     /** The next datagram; false after the time-out. */
     bool receive(std::string& text, int timeout_ms = 10000) const;
-    /** Sends and receives. @throws std::runtime_error when there's no answer */
-    std::string ask(const std::string& text, int timeout_ms = 20000) const;
     const std::string& path() const { return m_path; }
 
  private:
@@ -48,8 +45,6 @@ class TcpClient {
     ~TcpClient();
 
     bool send(const std::string& bytes) const;
-    /** Everything until the server closes the connection, or the time is over. */
-    std::string receive_all(int timeout_ms = 20000) const;
     void reset_on_close() const;
     int fd() const { return m_fd; }
 
@@ -60,8 +55,9 @@ class TcpClient {
 /** A TCP port on the loopback interface that is free at this moment. */
 uint16_t free_port();
 
-std::string request_text(const std::string& method, const Json::Value& params = Json::Value(),
-                         const Json::Value& id = 1);
+/** How many this process has. */
+size_t open_descriptors();
+/** Throws std::runtime_error. */
 Json::Value parse(const std::string& text);
 
 }  // namespace test

@@ -17,7 +17,6 @@
 #include "server/rpc/corvo_rpc_server.h"
 #include "server/rpc/corvo_rpc_transport_tcp.h"
 #include "support/client.h"
-#include "support/daemon.h"
 #include "utils/unique_fd.h"
 
 namespace corvo {
@@ -193,14 +192,14 @@ TEST_F(TcpRpc, ARequestThatFillsItsReadIsServedBeforeThePeersEndCounts) {
 
 TEST_F(TcpRpc, APeerThatLeavesDuringItsRequestIsForgotten) {
     EXPECT_TRUE(settle());
-    size_t before = test::open_descriptors(getpid());
+    size_t before = test::open_descriptors();
     for (bool reset : {false, true}) {
         Client client(port);
         EXPECT_TRUE(send_and_settle(client, "half"));
         if (reset) client.reset_on_close();
     }
     EXPECT_TRUE(settle());
-    EXPECT_EQ(test::open_descriptors(getpid()), before);
+    EXPECT_EQ(test::open_descriptors(), before);
     EXPECT_EQ(handled, 0);
 }
 
