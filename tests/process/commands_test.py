@@ -1,4 +1,5 @@
 """Every method, asked of the running daemon with an engine that the test scripts and whose calls it reads."""
+import json
 import os
 
 from harness import frames
@@ -182,6 +183,10 @@ class Commands(DaemonTest):
             "cls": 1, "dst": "10.0.0.2:80", "error": "non_ffrag", "len": 59, "protocol": "a", "src": "10.0.0.1:1000",
             "tph": ["eth", "a"], "transport": "tcp", "visibility": 2})
         self.assertEqual([pkt["transport"] for pkt in pkts], ["tcp", "udp", "ip"])
+        # Its text is written piece by piece, and yet in the order, and with the escapes, of any other reply.
+        self.it.script('class push_pkts 1 "\\ü/\n')
+        text = self.it.raw(request("push_pcap", extended)).decode()
+        self.assertEqual(text, json.dumps(json.loads(text), sort_keys=True, separators=(",", ":")) + "\n")
 
         self.it.script("class push_pkts 7 total\n")
         self.assertEqual(self.result("push_pcap", params), {"total": 4})

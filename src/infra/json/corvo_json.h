@@ -5,6 +5,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <string_view>
 
 namespace corvo::json {
 
@@ -22,6 +23,8 @@ std::string write_line(const Json::Value& value);
 std::string write(const Json::Value& value);
 /** The same, appended to `out`. */
 void append(std::string& out, const Json::Value& value);
+/** Appends a string's text, quoted and escaped; for callers that write an object without building a value. */
+void append_string(std::string& out, std::string_view text);
 /** Indented, for people. */
 std::string write_styled(const Json::Value& value);
 

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
-#include <string_view>
 
 #include "infra/json/corvo_json.h"
 
@@ -81,25 +80,6 @@ void append_by_library(std::string& out, std::string_view text) {
     out += writer.write(Json::Value(text.data(), text.data() + text.size()));
 }
 
-void append_string(std::string& out, std::string_view text) {
-    const size_t start = out.size();
-    out += '"';
-    size_t done = 0;
-    for (size_t i = skip_plain(text, 0); i < text.size(); i = skip_plain(text, done)) {
-        const char escape = ESCAPES.of[static_cast<unsigned char>(text[i])];
-        if (escape == NOT_PLAIN) {
-            out.resize(start);
-            return append_by_library(out, text);
-        }
-        out.append(text, done, i - done);
-        out += '\\';
-        out += escape;
-        done = i + 1;
-    }
-    out.append(text, done);
-    out += '"';
-}
-
 template <class Number>
 void append_number(std::string& out, Number number) {
     char digits[24];
@@ -133,6 +113,25 @@ void append_object(std::string& out, const Json::Value& object) {
 }
 
 }  // namespace
+
+void append_string(std::string& out, std::string_view text) {
+    const size_t start = out.size();
+    out += '"';
+    size_t done = 0;
+    for (size_t i = skip_plain(text, 0); i < text.size(); i = skip_plain(text, done)) {
+        const char escape = ESCAPES.of[static_cast<unsigned char>(text[i])];
+        if (escape == NOT_PLAIN) {
+            out.resize(start);
+            return append_by_library(out, text);
+        }
+        out.append(text, done, i - done);
+        out += '\\';
+        out += escape;
+        done = i + 1;
+    }
+    out.append(text, done);
+    out += '"';
+}
 
 void append(std::string& out, const Json::Value& value) {
     switch (value.type()) {

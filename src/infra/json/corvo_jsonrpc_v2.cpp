@@ -227,8 +227,16 @@ JsonRpcMethod::Outcome JsonRpcMethod::perform() {
     outcome.rc = static_cast<uint32_t>(m_command->run(m_method, m_params, outcome.out));
     if (outcome.rc != CMD_OK) return outcome;
     outcome.ms = monotonic_ms() - start_ms;
+    const Json::Value& result = member_of(outcome.out, "result");
+    // Few results are null, so most commands aren't asked.
+    if (auto* writer = result.isNull() ? dynamic_cast<RpcTextCommand*>(m_command) : nullptr)
+        outcome.plain = writer->take_text();
     if (!respond()) return outcome;
-    outcome.plain = json::write_line(member_of(outcome.out, "result"));
+    if (outcome.plain.empty()) {
+        outcome.plain = json::write_line(result);
+    } else {
+        outcome.plain += '\n';
+    }
     outcome.packed = pack(outcome.plain);
     return outcome;
 }
@@ -282,7 +290,8 @@ void JsonRpcMethod::describe_success(Outcome& outcome, Json::Value& res) const {
         res["result"] = outcome.packed;
         res["fmt"]["type"] = "lz4";
     } else {
-        res["result"] = take_member(outcome.out, "result");
+        Json::Value& result = res["result"] = take_member(outcome.out, "result");
+        if (result.isNull()) json::parse(outcome.plain, result);
         res["fmt"]["type"] = "plain";
     }
 }

@@ -2,11 +2,16 @@
 
 #include <json/value.h>
 
+#include <charconv>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "infra/corvo_rpc_command.h"
+#include "infra/json/corvo_json.h"
 #include "server/corvo_server.h"
 #include "server/corvo_server_loader.h"
 #include "server/rpc/core/corvo_rpc_cmds.h"
@@ -28,11 +33,44 @@ const char* pkt_error_to_str(api::pkt_error_e error) {
     return error < std::size(PKT_ERRORS) ? PKT_ERRORS[error] : "unknown";
 }
 
+void add_number(std::string& out, const char* before, uint32_t number) {
+    char digits[10];
+    out += before;
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
+void add_text(std::string& out, const char* before, std::string_view text) {
+    out += before;
+    json::append_string(out, text);
+}
+
+void add_texts(std::string& out, const char* before, const std::vector<std::string>& texts) {
+    const char* separator = before;
+    for (const std::string& text : texts)
+        add_text(out, std::exchange(separator, ","), text);
+    if (separator == before) out += before;
+    out += ']';
+}
+
+/** The text of `{"pkts":[…]}`: a long capture's would take a value for each member of each packet. */
+class PktList {
+ public:
+    /** Where the next packet's text is to be appended. */
+    std::string& next() {
+        if (m_text.back() != '[') m_text += ',';
+        return m_text;
+    }
+    std::string end() { return std::move(m_text += "]}"); }
+
+ private:
+    std::string m_text = "{\"pkts\":[";
+};
+
 }  // namespace
 
-class RpcCmdPushPCAP : public RpcCommand {
+class RpcCmdPushPCAP : public RpcTextCommand {
  public:
-    RpcCmdPushPCAP() : RpcCommand("push_pcap") {}
+    RpcCmdPushPCAP() : RpcTextCommand("push_pcap") {}
 
  protected:
     int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
@@ -58,13 +96,11 @@ class RpcCmdPushPCAP : public RpcCommand {
     void push_filename(const std::string& dpaddr, const std::string& filename, uint32_t ns_id, bool reset,
                        bool extended, Json::Value& res) {
         Engine& engine = *Server::g_ptr->engine();
-        Json::Value& result = res["result"];
         if (extended) {
-            Json::Value& pkts = result["pkts"] = Json::arrayValue;
-            engine.push_pcap(dpaddr, filename, reset, ns_id, extended, [&](Engine::PktInfo&& info) {
-                get_pktinfo(info, pkts.append(Json::objectValue));
-            });
-            return;
+            PktList pkts;
+            engine.push_pcap(dpaddr, filename, reset, ns_id, extended,
+                             [&](Engine::PktInfo&& info) { get_pktinfo(info, pkts.next()); });
+            return set_text(pkts.end());
         }
         // Counted outside the document: a capture has millions of packets but few protocols.
         std::unordered_map<std::string, Json::Int> counts;
@@ -73,6 +109,7 @@ class RpcCmdPushPCAP : public RpcCommand {
             ++counts[info.protocol];
             ++total;
         });
+        Json::Value& result = res["result"];
         for (const auto& [protocol, count] : counts)
             result[protocol] = count;
         result["total"] = total;
@@ -85,33 +122,36 @@ class RpcCmdPushPCAP : public RpcCommand {
         guarded(res, [&] {
             Server::g_ptr->engine()->push_raw_extended(dpaddr, data, ns_id, reset, extended, info);
         });
-        Json::Value& result = res["result"];
         if (extended) {
-            get_pktinfo(info, result["pkts"].append(Json::objectValue));
-            return;
+            PktList pkts;
+            get_pktinfo(info, pkts.next());
+            return set_text(pkts.end());
         }
+        Json::Value& result = res["result"];
         result["id"] = info.cls;
         result["protocol"] = info.protocol;
     }
 
-    void get_pktinfo(Engine::PktInfo& info, Json::Value& out) {
-        out[Key("src")] = info.src;
-        out[Key("dst")] = info.dst;
-        out[Key("len")] = info.len;
-        out[Key("transport")] = info.transport;
-        out[Key("protocol")] = info.protocol;
-        out[Key("cls")] = info.cls;
-        out[Key("aging_sec")] = info.aging_sec;
-        out[Key("visibility")] = info.visibility;
-        out[Key("error")] = pkt_error_to_str(info.error);
-        Json::Value& categories = out[Key("cat")] = Json::arrayValue;
+    /** Members in ascending order, as in any other reply. */
+    void get_pktinfo(const Engine::PktInfo& info, std::string& out) {
+        add_number(out, "{\"aging_sec\":", info.aging_sec);
+        add_texts(out, ",\"attr\":[", info.attr);
+        out += ",\"cat\":[";
         for (const auto& [id, value] : info.cat) {
-            Json::Value& category = categories.append(Json::objectValue);
-            category[Key("cat_id")] = id;
-            category[Key("cat_val")] = value;
+            add_number(out, out.back() == '[' ? "{\"cat_id\":" : ",{\"cat_id\":", id);
+            add_number(out, ",\"cat_val\":", value);
+            out += '}';
         }
-        out[Key("attr")] = to_json_array(info.attr);
-        out[Key("tph")] = to_json_array(info.tph);
+        add_number(out, "],\"cls\":", info.cls);
+        add_text(out, ",\"dst\":", info.dst);
+        add_text(out, ",\"error\":", pkt_error_to_str(info.error));
+        add_number(out, ",\"len\":", info.len);
+        add_text(out, ",\"protocol\":", info.protocol);
+        add_text(out, ",\"src\":", info.src);
+        add_texts(out, ",\"tph\":[", info.tph);
+        add_text(out, ",\"transport\":", info.transport);
+        add_number(out, ",\"visibility\":", info.visibility);
+        out += '}';
     }
 };
 
