@@ -12,9 +12,12 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "bench/flow_frames.h"
@@ -52,14 +55,17 @@ class Sender {
         }
     }
 
-    /** `rate` is in frames per second; 0 means as fast as possible. Returns the seconds taken. */
-    double send(uint32_t flows, uint32_t rate) {
+    /**
+     * `rate` is in frames per second, 0 means as fast as possible; `burst` frames, at most BATCH, are sent by
+     * one system call. Returns the seconds taken.
+     */
+    double send(uint32_t flows, uint32_t rate, uint32_t burst) {
         const auto start = Clock::now();
         uint32_t sent = 0;
         while (sent < FRAMES) {
-            for (uint32_t i = 0; i < BATCH; i++)
+            for (uint32_t i = 0; i < burst; i++)
                 m_frames[i].set_flow((sent + i) % flows);
-            const uint32_t wanted = std::min<uint32_t>(BATCH, FRAMES - sent);
+            const uint32_t wanted = std::min(burst, FRAMES - sent);
             const int count = sendmmsg(m_fd.get(), m_messages.data(), wanted, 0);
             if (count <= 0) throw std::runtime_error("sending failed");
             sent += static_cast<uint32_t>(count);
@@ -69,9 +75,9 @@ class Sender {
         return std::chrono::duration<double>(Clock::now() - start).count();
     }
 
- private:
-    static constexpr size_t BATCH = 64;
+    static constexpr uint32_t BATCH = 64;
 
+ private:
     corvo::UniqueFd m_fd;
     std::array<bench::FlowFrame, BATCH> m_frames;
     std::array<iovec, BATCH> m_parts = {};
@@ -99,40 +105,73 @@ Counts settled(const bench::LiveDaemon& daemon, uint64_t expected) {
     return counts;
 }
 
-void capture(benchmark::State& state) {
-    const auto flows = static_cast<uint32_t>(state.range(0));
-    const auto rate = static_cast<uint32_t>(state.range(1));
-    const test::NetNamespace net;
+/** Whether there is a pair of virtual interfaces now, "tap" and "feed". */
+bool have_wire(const test::NetNamespace& net) {
     constexpr const char* WIRE =
         "echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6; ip link add tap type veth peer name feed && "
         "ip link set tap up && ip link set feed up";
-    if (!net.entered() || std::system(WIRE) != 0) {
-        state.SkipWithError("no network namespace with a pair of virtual interfaces");
-        return;
-    }
+    return net.entered() && std::system(WIRE) == 0;
+}
+
+void report(benchmark::State& state, const Counts& counts, double sending_sec, double used_sec) {
+    state.SetIterationTime(used_sec);
+    state.counters["sent_per_sec"] = FRAMES / sending_sec;
+    state.counters["received"] = static_cast<double>(counts.received) / FRAMES;
+    state.counters["dropped"] = static_cast<double>(counts.dropped) / FRAMES;
+    state.counters["per_frame"] = used_sec / static_cast<double>(counts.received);
+}
+
+double send(const benchmark::State& state) {
+    return Sender("feed").send(static_cast<uint32_t>(state.range(0)), static_cast<uint32_t>(state.range(1)),
+                               static_cast<uint32_t>(state.range(2)));
+}
+
+void capture(benchmark::State& state) {
+    const test::NetNamespace net;
+    if (!have_wire(net)) return state.SkipWithError("no network namespace with a pair of virtual interfaces");
     // Raises the priority of sender and daemon, so that lost frames are the daemon's fault and not
     // other work's.
     setpriority(PRIO_PROCESS, 0, -19);
     const bench::LiveDaemon daemon("tap");
-    Sender sender("feed");
     for (auto _ : state) {  // one iteration: a daemon's counters start at 0
         const double cpu_before = cpu_sec(daemon.pid());
-        const double sending_sec = sender.send(flows, rate);
+        const double sending_sec = send(state);
         const Counts counts = settled(daemon, FRAMES);
-        const double used_sec = cpu_sec(daemon.pid()) - cpu_before;
-        state.SetIterationTime(used_sec);
-        state.counters["sent_per_sec"] = FRAMES / sending_sec;
-        state.counters["received"] = static_cast<double>(counts.received) / FRAMES;
-        state.counters["dropped"] = static_cast<double>(counts.dropped) / FRAMES;
-        state.counters["per_frame"] = used_sec / static_cast<double>(counts.received);
+        report(state, counts, sending_sec, cpu_sec(daemon.pid()) - cpu_before);
     }
 }
-BENCHMARK(capture)
-    ->ArgNames({"flows", "rate"})
-    ->ArgsProduct({{1, 100, 10000, 100000}, {0}})
-    ->ArgsProduct({{100, 100000}, {100000}})
-    ->Iterations(1)
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond);
+
+/** The least program in the daemon's place. */
+void floor(benchmark::State& state) {
+    const test::NetNamespace net;
+    if (!have_wire(net)) return state.SkipWithError("no network namespace with a pair of virtual interfaces");
+    setpriority(PRIO_PROCESS, 0, -19);
+    for (auto _ : state) {
+        const std::string command = BENCH_FLOOR " tap " + std::to_string(FRAMES);
+        const std::unique_ptr<FILE, int (*)(FILE*)> program(popen(command.c_str(), "re"), pclose);
+        char ready[16];
+        if (!program || !fgets(ready, sizeof ready, program.get())) throw std::runtime_error("no floor");
+        const double sending_sec = send(state);
+        Counts counts;
+        double used_ms = 0;
+        if (fscanf(program.get(), "%lu %lu %lf", &counts.received, &counts.dropped, &used_ms) != 3)
+            throw std::runtime_error("the floor doesn't tell");
+        report(state, counts, sending_sec, used_ms / 1e3);
+    }
+}
+
+void cases(benchmark::internal::Benchmark* bench) {
+    bench->ArgNames({"flows", "rate", "burst"})
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+    for (const int64_t flows : {1, 100, 10000, 100000})
+        bench->Args({flows, 0, Sender::BATCH});
+    for (const int64_t flows : {100, 100000})
+        bench->Args({flows, 700000, Sender::BATCH})->Args({flows, 100000, Sender::BATCH});
+    bench->Args({100, 25000, 1});
+}
+BENCHMARK(capture)->Apply(cases);
+BENCHMARK(floor)->Apply(cases);
 
 }  // namespace

@@ -17,7 +17,8 @@ using corvo::engine::Error;
 
 /** Everything that lives from init to deinit. */
 struct Loaded {
-    explicit Loaded(const corvo::api::InitConfig& config) : engine(config), methods(config.cmds, engine) {}
+    explicit Loaded(const corvo::api::InitConfig& config)
+        : engine(config, corvo::engine::Options::load()), methods(config.cmds, engine) {}
 
     Engine engine;
     corvo::engine::FlowMethods methods;

@@ -6,17 +6,15 @@
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 
-#include <algorithm>
 #include <cstring>
+#include <system_error>
 
 #include "engine_error.h"
 
 namespace corvo::engine {
 namespace {
-
-/** Holds frames while the daemon is busy with something else. */
-constexpr int RECEIVE_BUFFER = 4 << 20;
 
 Error failure(const std::string& ifname, int error) {
     std::string hint = error == EPERM || error == EACCES ? " (capturing needs CAP_NET_RAW)" : "";
@@ -36,18 +34,7 @@ ifreq request_for(const std::string& ifname) {
 
 }  // namespace
 
-FrameBatch::FrameBatch() : m_memory(new uint8_t[SIZE * SLOT]) {
-    for (unsigned i = 0; i < SIZE; i++) {
-        uint8_t* slot = &m_memory[i * SLOT];
-        m_slots[i] = {slot, SLOT};
-        m_messages[i] = {};
-        m_messages[i].msg_hdr.msg_iov = &m_slots[i];
-        m_messages[i].msg_hdr.msg_iovlen = 1;
-        m_frames[i].data = slot;
-    }
-}
-
-CaptureSocket::CaptureSocket(const std::string& ifname) : m_name(ifname) {
+CaptureSocket::CaptureSocket(const std::string& ifname, size_t ring_bytes) : m_name(ifname) {
     unsigned index = index_of(ifname);
     if (index == 0) throw Error("there is no interface " + quoted(ifname));
     // The socket has no protocol until it is bound; otherwise it would receive frames from
@@ -59,14 +46,16 @@ CaptureSocket::CaptureSocket(const std::string& ifname) : m_name(ifname) {
     bool loopback = hardware.ifr_hwaddr.sa_family == ARPHRD_LOOPBACK;
     if (!loopback && hardware.ifr_hwaddr.sa_family != ARPHRD_ETHER)
         throw Error("the frames of interface " + quoted(ifname) + " aren't Ethernet");
-    int size = RECEIVE_BUFFER;
-    if (setsockopt(fd(), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) < 0)
-        setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);  // as much as we are allowed
     int yes = 1;
     // Frames sent on a loopback interface are received again right away; without this each would
     // be seen twice.
     if (loopback && setsockopt(fd(), SOL_PACKET, PACKET_IGNORE_OUTGOING, &yes, sizeof yes) < 0)
         throw failure(ifname, errno);
+    try {
+        m_ring = std::make_unique<PacketRing>(fd(), ring_bytes);
+    } catch (const std::system_error& e) {
+        throw failure(ifname, e.code().value());
+    }
     bind_to(index);
 }
 
@@ -79,31 +68,28 @@ void CaptureSocket::bind_to(unsigned index) {
     m_index = index;
 }
 
-unsigned CaptureSocket::receive(FrameBatch& batch) {
-    // With MSG_TRUNC, the length is that of the whole frame even if it didn't fit.
-    int count = recvmmsg(fd(), batch.m_messages, FrameBatch::SIZE, MSG_DONTWAIT | MSG_TRUNC, nullptr);
-    if (count < 0) {
-        if (errno != EAGAIN && errno != EINTR) went_down(errno);
-        return 0;
-    }
-    for (int i = 0; i < count; i++) {
-        size_t length = batch.m_messages[i].msg_len;
-        m_bytes += length;
-        batch.m_frames[i].len = static_cast<uint16_t>(std::min(length, FrameBatch::SLOT));
-    }
-    m_packets += static_cast<unsigned>(count);
-    return static_cast<unsigned>(count);
+unsigned CaptureSocket::receive(CapturedFrame* frames, unsigned max) {
+    const unsigned count = m_ring->take(frames, max);
+    if (count == 0) look_for_error();
+    m_packets += count;
+    for (unsigned i = 0; i < count; i++)
+        m_bytes += frames[i].wire_len;
+    return count;
 }
 
-// The kernel reports this once and then stays silent, so a dead interface doesn't keep the main loop awake.
-void CaptureSocket::went_down(int error) {
+// The kernel reports an interface that is gone once and then stays silent, so it doesn't keep the main loop
+// awake.
+void CaptureSocket::look_for_error() {
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size) < 0 || error == 0) return;
     m_up = false;
     m_downs++;
     m_problem = "interface " + quoted(m_name) + " can't be captured from" + reason(error);
 }
 
 void CaptureSocket::refresh() {
-    tpacket_stats stats{};
+    tpacket_stats_v3 stats{};
     socklen_t size = sizeof stats;
     // Reading resets the kernel's counters to 0.
     if (getsockopt(fd(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) m_drops += stats.tp_drops;

@@ -1,49 +1,30 @@
 #pragma once
-// Capture from one interface: a packet socket and its counters. Frames arrive as they are on the wire, minus
-// the VLAN tags, which the kernel strips. Promiscuous mode is left as it is.
+// Capture from one interface: a packet socket, its ring and its counters. Frames arrive as they are on the
+// wire, minus the VLAN tags, which the kernel strips. Promiscuous mode is left as it is.
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 
-#include <sys/socket.h>
-
-#include "data_path.h"
 #include "owned_fd.h"
+#include "packet_ring.h"
 
 namespace corvo::engine {
 
-/**
- * Room for the frames of one system call, shared by all sockets. Memory use follows the longest frames seen.
- */
-class FrameBatch {
- public:
-    static constexpr unsigned SIZE = 32;
-
-    FrameBatch();
-    const CapturedFrame* frames() const { return m_frames; }
-
- private:
-    friend class CaptureSocket;
-    static constexpr size_t SLOT = UINT16_MAX;
-
-    std::unique_ptr<uint8_t[]> m_memory;
-    iovec m_slots[SIZE];
-    mmsghdr m_messages[SIZE];
-    CapturedFrame m_frames[SIZE];
-};
-
 class CaptureSocket {
  public:
-    /** Throws Error if the interface doesn't exist, can't be opened, or doesn't carry Ethernet frames. */
-    explicit CaptureSocket(const std::string& ifname);
+    /**
+     * `ring_bytes`: see PacketRing. Throws Error if the interface doesn't exist, can't be opened, or doesn't
+     * carry Ethernet frames.
+     */
+    CaptureSocket(const std::string& ifname, size_t ring_bytes);
 
     int fd() const { return m_fd.get(); }
     const std::string& name() const { return m_name; }
 
-    /** Receives as many waiting frames as fit and returns their number. Never blocks. */
-    unsigned receive(FrameBatch& batch);
+    /** Returns the number of frames set, at most `max`; they are valid until the next call. Never blocks. */
+    unsigned receive(CapturedFrame* frames, unsigned max);
     /**
      * Call once a second. Asks the kernel for its drop count, and starts using an interface again that was
      * down, or that was removed and has come back.
@@ -62,11 +43,12 @@ class CaptureSocket {
 
  private:
     void bind_to(unsigned index);
-    void went_down(int error);
+    void look_for_error();
     short flags() const;
 
     std::string m_name;
     OwnedFd m_fd;
+    std::unique_ptr<PacketRing> m_ring;
     unsigned m_index = 0;
     bool m_up = true;
     uint64_t m_packets = 0;

@@ -65,8 +65,8 @@ void DataPath::push(std::vector<api::pkt_>& pkts, bool extended) {
     m_pushed.packets += pkts.size();
     for (size_t i = 0; i < pkts.size(); i++) {
         m_pushed.bytes += pkts[i].len;
-        m_outcomes[i] =
-            handle({pkts[i].data, pkts[i].len, pkts[i].ns_id}, m_frames[extended ? i : 0], now_ms);
+        m_outcomes[i] = handle({pkts[i].data, pkts[i].len, pkts[i].len, pkts[i].ns_id},
+                               m_frames[extended ? i : 0], now_ms);
     }
     for (size_t i = 0; i < pkts.size(); i++) {
         answer(m_outcomes[i], pkts[i]);
@@ -79,7 +79,7 @@ void DataPath::observe(const CapturedFrame* frames, size_t count) {
     if (!m_classifier && count > 0) m_classifier = m_classifiers.take();
     Frame frame;
     for (size_t i = 0; i < count; i++)
-        handle({frames[i].data, frames[i].len, 0}, frame, now_ms);
+        handle({frames[i].data, frames[i].len, frames[i].wire_len, 0}, frame, now_ms);
 }
 
 DataPath::Outcome DataPath::handle(const Input& input, Frame& frame, uint64_t now_ms) {
@@ -90,7 +90,7 @@ DataPath::Outcome DataPath::handle(const Input& input, Frame& frame, uint64_t no
     try {
         flow = flow_of(directed.key, now_ms);
         if (!flow) return failed(api::PKT_MAX_FLOWS_REACHED);
-        count(*flow, directed.from_upper, input.len, now_ms);
+        count(*flow, directed.from_upper, input.wire_len, now_ms);
         if (frame.tcp_flags & TCP_FIN) flow->fin_seen[directed.from_upper] = true;
         if (frame.tcp_flags & TCP_RST) flow->reset_seen = true;
         if (!flow->decided) let_decide(*flow, [&] { m_classifier->inspect(*flow, frame, now_ms); });
@@ -105,7 +105,7 @@ DataPath::Outcome DataPath::failed(api::pkt_error_e error, Flow* flow) {
     return {flow, error};
 }
 
-void DataPath::count(Flow& flow, bool from_upper, uint16_t len, uint64_t now_ms) {
+void DataPath::count(Flow& flow, bool from_upper, uint32_t wire_len, uint64_t now_ms) {
     const bool is_new = flow.all_packets() == 0;
     if (is_new) {
         flow.first_seen_ms = now_ms;
@@ -114,9 +114,9 @@ void DataPath::count(Flow& flow, bool from_upper, uint16_t len, uint64_t now_ms)
     }
     flow.last_seen_ms = now_ms;
     flow.packets[from_upper]++;
-    flow.bytes[from_upper] += len;
-    add_traffic(flow.verdict, {1, len, is_new});
-    if (!flow.decided) open_of(flow.verdict) += {1, len, is_new};
+    flow.bytes[from_upper] += wire_len;
+    add_traffic(flow.verdict, {1, wire_len, is_new});
+    if (!flow.decided) open_of(flow.verdict) += {1, wire_len, is_new};
 }
 
 Traffic& DataPath::open_of(const Verdict& verdict) {

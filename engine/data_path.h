@@ -17,14 +17,9 @@
 #include "flow_table.h"
 #include "frame.h"
 #include "monotonic.h"
+#include "packet_ring.h"
 
 namespace corvo::engine {
-
-/** A frame received from an interface. */
-struct CapturedFrame {
-    const uint8_t* data = nullptr;
-    uint16_t len = 0;
-};
 
 class DataPath {
  public:
@@ -99,12 +94,13 @@ class DataPath {
     struct Input {
         const uint8_t* data;
         uint16_t len;
+        uint32_t wire_len;
         uint32_t ns_id;
     };
 
     Outcome handle(const Input& input, Frame& frame, uint64_t now_ms);
     Outcome failed(api::pkt_error_e error, Flow* flow = nullptr);
-    void count(Flow& flow, bool from_upper, uint16_t len, uint64_t now_ms);
+    void count(Flow& flow, bool from_upper, uint32_t wire_len, uint64_t now_ms);
     template <typename Decide>
     void let_decide(Flow& flow, Decide decide);
     void add_traffic(const Verdict& verdict, const Traffic& traffic);

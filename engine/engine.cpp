@@ -19,7 +19,8 @@ constexpr uint64_t ROOM_AGAIN = 90;
 
 // The flow table lives in this process's own memory, so the configured shared memory isn't needed, and
 // neither is the address. The command table is for the methods, which this class doesn't know.
-Engine::Engine(const api::InitConfig&, ClockFn clock) : m_clock(clock), m_captures(m_classifiers, clock) {}
+Engine::Engine(const api::InitConfig&, const Options& options, ClockFn clock)
+    : m_clock(clock), m_interfaces(options.ring_bytes), m_captures(m_classifiers, clock) {}
 
 // All packets come from the single calling thread, so one worker does the work of any number.
 void Engine::activate(const api::ActivateConfig& config) {

@@ -15,12 +15,13 @@
 #include "health.h"
 #include "interfaces.h"
 #include "named_path.h"
+#include "options.h"
 
 namespace corvo::engine {
 
 class Engine {
  public:
-    explicit Engine(const api::InitConfig& config, ClockFn clock = monotonic_ms);
+    explicit Engine(const api::InitConfig& config, const Options& options = {}, ClockFn clock = monotonic_ms);
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 

@@ -12,10 +12,11 @@ namespace {
 constexpr size_t MAX_INTERFACES = 64;
 /** A millisecond or two of work, so that the main loop isn't held up for longer. */
 constexpr unsigned FRAMES_PER_POLL = 512;
+constexpr unsigned FRAMES_PER_TURN = 64;
 
 }  // namespace
 
-Interfaces::Interfaces() : m_epoll(epoll_create1(EPOLL_CLOEXEC)) {
+Interfaces::Interfaces(size_t ring_bytes) : m_ring_bytes(ring_bytes), m_epoll(epoll_create1(EPOLL_CLOEXEC)) {
     if (!m_epoll) throw Error("no event descriptor" + reason(errno));
 }
 
@@ -28,8 +29,7 @@ void Interfaces::attach(const std::string& ifname) {
     if (find(ifname) != m_sockets.end()) throw Error("interface " + quoted(ifname) + " is already attached");
     if (m_sockets.size() == MAX_INTERFACES)
         throw Error(std::to_string(MAX_INTERFACES) + " interfaces are attached, the most that can be");
-    auto socket = std::make_unique<CaptureSocket>(ifname);
-    if (!m_batch) m_batch = std::make_unique<FrameBatch>();
+    auto socket = std::make_unique<CaptureSocket>(ifname, m_ring_bytes);
     m_sockets.reserve(m_sockets.size() + 1);
     epoll_event event{};
     event.events = EPOLLIN;
@@ -44,7 +44,6 @@ void Interfaces::detach(const std::string& ifname) {
     (*found)->refresh();
     m_past_drops += (*found)->drops();
     m_sockets.erase(found);  // closing removes it from the epoll set
-    if (m_sockets.empty()) m_batch.reset();
 }
 
 void Interfaces::detach_all() {
@@ -54,14 +53,15 @@ void Interfaces::detach_all() {
 
 // One batch from each in turn, so that a busy interface doesn't starve the others.
 void Interfaces::poll(DataPath& path) {
+    CapturedFrame frames[FRAMES_PER_TURN];
     unsigned handled = 0;
     unsigned idle = 0;
     while (idle < m_sockets.size() && handled < FRAMES_PER_POLL) {
         m_first = (m_first + 1) % m_sockets.size();
-        unsigned count = m_sockets[m_first]->receive(*m_batch);
-        path.observe(m_batch->frames(), count);
+        unsigned count = m_sockets[m_first]->receive(frames, FRAMES_PER_TURN);
+        path.observe(frames, count);
         handled += count;
-        idle = count < FrameBatch::SIZE ? idle + 1 : 0;
+        idle = count == 0 ? idle + 1 : 0;
     }
 }
 

@@ -15,8 +15,8 @@ namespace corvo::engine {
 
 class Interfaces {
  public:
-    /** Throws Error if the event descriptor can't be created. */
-    Interfaces();
+    /** `ring_bytes`: for each, see PacketRing. Throws Error if the event descriptor can't be created. */
+    explicit Interfaces(size_t ring_bytes);
 
     /** Readable while frames or status changes of an interface are waiting. */
     int event_fd() const { return m_epoll.get(); }
@@ -43,10 +43,10 @@ class Interfaces {
 
     Sockets::iterator find(const std::string& ifname);
 
+    size_t m_ring_bytes;
     OwnedFd m_epoll;
     Sockets m_sockets;
-    std::unique_ptr<FrameBatch> m_batch;  ///< only while an interface is attached
-    size_t m_first = 0;                   ///< index of the interface that goes first next time
+    size_t m_first = 0;  ///< index of the interface that goes first next time
     uint64_t m_past_drops = 0;
 };
 

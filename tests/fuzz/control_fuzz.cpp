@@ -141,7 +141,7 @@ class Session {
     }
 
     const World& m_world;
-    Engine m_engine{api::InitConfig(), now_ms};
+    Engine m_engine{api::InitConfig(), {}, now_ms};
     bool m_may_send = true;
 };
 

@@ -1,0 +1,21 @@
+#pragma once
+// What can be set in our engine that no method carries: a file of lines `name = value` beside the library.
+
+#include <cstddef>
+#include <string>
+
+namespace corvo::engine {
+
+struct Options {
+    size_t ring_bytes = 4UL << 20;  ///< memory for the frames of one interface; see PacketRing for its limits
+
+    /**
+     * Reads `libcvcp_u.conf` in the library's folder, or what BRUMECP_ENGINE_CONF names. Only the former may
+     * be absent. Throws Error with the file, the line and what is allowed there.
+     */
+    static Options load();
+    /** The same for one file's text; `file` is for messages. */
+    static Options parse(const std::string& text, const std::string& file);
+};
+
+}  // namespace corvo::engine
