@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string_view>
+#include <variant>
 
 #include "engine_error.h"
 #include "packet_ring.h"
@@ -18,15 +21,39 @@ namespace {
 constexpr const char* FILE_NAME = "libcvcp_u.conf";
 constexpr std::string_view BLANKS = " \t\r";
 
-struct Setting {
-    const char* name;
+struct Number {
     size_t Options::*member;
     size_t least;
     size_t most;
 };
 
-constexpr Setting SETTINGS[] = {
-    {"ring_bytes", &Options::ring_bytes, PacketRing::MIN_BYTES, PacketRing::MAX_BYTES},
+struct Text {
+    std::string Options::*member;
+    bool (*is_good)(const std::string&);
+    const char* expected;
+};
+
+struct Setting {
+    const char* name;
+    std::variant<Number, Text> kind;
+};
+
+bool is_sensor(const std::string& text) {
+    return !text.empty() && text.size() <= 253;
+}
+
+bool is_folder(const std::string& text) {
+    return text.starts_with('/') && text.size() < PATH_MAX;
+}
+
+constexpr size_t MIN_SPOOL = 8UL << 20;
+constexpr size_t MAX_SPOOL = std::min(uint64_t{1} << 40, uint64_t{SIZE_MAX / 2});
+
+const Setting SETTINGS[] = {
+    {"ring_bytes", Number{&Options::ring_bytes, PacketRing::MIN_BYTES, PacketRing::MAX_BYTES}},
+    {"sensor", Text{&Options::sensor, is_sensor, "a text of at most 253 bytes"}},
+    {"spool", Text{&Options::spool, is_folder, "an absolute path"}},
+    {"spool_bytes", Number{&Options::spool_bytes, MIN_SPOOL, MAX_SPOOL}},
 };
 
 std::string trimmed(std::string_view text) {
@@ -35,21 +62,36 @@ std::string trimmed(std::string_view text) {
     return std::string(text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin));
 }
 
-void set(Options& options, std::string_view line) {
+void set(Options& options, const std::string& name, const Number& kind, const std::string& value) {
+    size_t number = 0;
+    const auto [end, err] = std::from_chars(value.data(), value.data() + value.size(), number);
+    if (err != std::errc() || end != value.data() + value.size() || number < kind.least || number > kind.most)
+        throw Error(name + " must be from " + std::to_string(kind.least) + " to " + std::to_string(kind.most) +
+                    ", not " + quoted(value));
+    options.*kind.member = number;
+}
+
+void set(Options& options, const std::string& name, const Text& kind, const std::string& value) {
+    if (!kind.is_good(value)) throw Error(name + " must be " + kind.expected + ", not " + quoted(value));
+    options.*kind.member = value;
+}
+
+std::string known_names() {
+    std::string out;
+    for (const Setting& setting : SETTINGS)
+        out += (out.empty() ? "'" : ", '") + std::string(setting.name) + "'";
+    return out;
+}
+
+void set_line(Options& options, std::string_view line) {
     const size_t sign = line.find('=');
     const std::string name = trimmed(line.substr(0, sign));
     const auto* setting = std::find_if(std::begin(SETTINGS), std::end(SETTINGS),
                                        [&](const Setting& one) { return name == one.name; });
     if (sign == std::string_view::npos || setting == std::end(SETTINGS))
-        throw Error("expecting 'ring_bytes = NUMBER', not " + quoted(trimmed(line)));
+        throw Error("expecting 'NAME = VALUE' with " + known_names() + ", not " + quoted(trimmed(line)));
     const std::string value = trimmed(line.substr(sign + 1));
-    size_t number = 0;
-    const auto [end, err] = std::from_chars(value.data(), value.data() + value.size(), number);
-    if (err != std::errc() || end != value.data() + value.size() || number < setting->least ||
-        number > setting->most)
-        throw Error(name + " must be from " + std::to_string(setting->least) + " to " +
-                    std::to_string(setting->most) + ", not " + quoted(value));
-    options.*setting->member = number;
+    std::visit([&](const auto& kind) { set(options, name, kind, value); }, setting->kind);
 }
 
 std::string default_file() {
@@ -80,7 +122,7 @@ Options Options::parse(const std::string& text, const std::string& file) {
         ++number;
         try {
             const std::string told = trimmed(line.substr(0, line.find('#')));
-            if (!told.empty()) set(options, told);
+            if (!told.empty()) set_line(options, told);
         } catch (const Error& e) {
             throw Error(quoted(file) + ", line " + std::to_string(number) + ": " + e.what());
         }

@@ -13,18 +13,25 @@ namespace {
 
 TEST(Options, AWrongLineIsToldWithItsPlaceAndWhatIsAllowed) {
     const std::string range = "ring_bytes must be from 262144 to 1073741824, not ";
+    const std::string names =
+        "expecting 'NAME = VALUE' with 'ring_bytes', 'sensor', 'spool', 'spool_bytes', not ";
     const std::pair<const char*, std::string> CASES[] = {
         {"", ""},
         {"# all of it\n\n  ring_bytes = 262144  # small\r\nring_bytes=1073741824", ""},
         {"ring_bytes = 262143", "'f', line 1: " + range + "'262143'"},
         {"\nring_bytes = 1M", "'f', line 2: " + range + "'1M'"},
         {"ring_bytes = -1", "'f', line 1: " + range + "'-1'"},
-        {"ring_bytes", "'f', line 1: expecting 'ring_bytes = NUMBER', not 'ring_bytes'"},
-        {"rings = 5", "'f', line 1: expecting 'ring_bytes = NUMBER', not 'rings = 5'"},
+        {"ring_bytes", "'f', line 1: " + names + "'ring_bytes'"},
+        {"rings = 5", "'f', line 1: " + names + "'rings = 5'"},
+        {"spool = var", "'f', line 1: spool must be an absolute path, not 'var'"},
+        {"sensor =", "'f', line 1: sensor must be a text of at most 253 bytes, not ''"},
+        {"spool_bytes = 8388607", "'f', line 1: spool_bytes must be from 8388608 to 1099511627776, not '8388607'"},
     };
     for (const auto& [text, failure] : CASES)
         EXPECT_EQ(test::error_of<Error>([&, text = text] { Options::parse(text, "f"); }), failure) << text;
-    EXPECT_EQ(Options::parse("ring_bytes=300000", "f").ring_bytes, 300000U);
+    const Options all = Options::parse("ring_bytes=300000\nsensor = a b\nspool = /s\nspool_bytes=9000000", "f");
+    EXPECT_EQ(all.ring_bytes, 300000U);
+    EXPECT_EQ(all.sensor + all.spool + std::to_string(all.spool_bytes), "a b/s9000000");
 }
 
 TEST(Options, AFileMayBeAbsentUnlessItIsNamed) {
