@@ -19,10 +19,10 @@ constexpr uint64_t ROOM_AGAIN = 90;
 
 // The flow table lives in this process's own memory, so the configured shared memory isn't needed, and
 // neither is the address. The command table is for the methods, which this class doesn't know.
-Engine::Engine(const api::InitConfig&, const Options& options, ClockFn clock)
+Engine::Engine(const api::InitConfig&, const Options& options, ClockFn clock, ClockFn time_of_day)
     : m_clock(clock),
       m_interfaces(options.ring_bytes),
-      m_records(options, clock),
+      m_records(options, clock, time_of_day),
       m_captures(m_classifiers, clock) {}
 
 Engine::~Engine() {
@@ -213,8 +213,7 @@ Json::Value Engine::health(bool verbose) {
     values[Health::MEMORY] = resident_memory();
     values[Health::DROPS] = m_recent_drops.sum();
     values[Health::EVICTIONS] = m_recent_evictions.sum();
-    values[Health::EXPORT_FAILURES] =
-        std::max(m_exporter.failures_in_a_row(), m_records.failures_in_a_row());
+    values[Health::EXPORT_FAILURES] = std::max(m_exporter.failures_in_a_row(), m_records.failures_in_a_row());
     return m_health.report(values, verbose);
 }
 

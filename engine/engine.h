@@ -22,7 +22,9 @@ namespace corvo::engine {
 
 class Engine {
  public:
-    explicit Engine(const api::InitConfig& config, const Options& options = {}, ClockFn clock = monotonic_ms);
+    /** `time_of_day`: microseconds since 1970. */
+    explicit Engine(const api::InitConfig& config, const Options& options = {}, ClockFn clock = monotonic_ms,
+                    ClockFn time_of_day = realtime_us);
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
     /** Ends the records like `deactivate`. */

@@ -66,8 +66,8 @@ void set(Options& options, const std::string& name, const Number& kind, const st
     size_t number = 0;
     const auto [end, err] = std::from_chars(value.data(), value.data() + value.size(), number);
     if (err != std::errc() || end != value.data() + value.size() || number < kind.least || number > kind.most)
-        throw Error(name + " must be from " + std::to_string(kind.least) + " to " + std::to_string(kind.most) +
-                    ", not " + quoted(value));
+        throw Error(name + " must be from " + std::to_string(kind.least) + " to " +
+                    std::to_string(kind.most) + ", not " + quoted(value));
     options.*kind.member = number;
 }
 

@@ -7,9 +7,9 @@
 namespace corvo::engine {
 
 struct Options {
-    size_t ring_bytes = 4UL << 20;     ///< memory for the frames of one interface; see PacketRing for its limits
-    std::string sensor;                ///< its name in records; empty: the host's
-    std::string spool;                 ///< the folder for records on their way; empty: none
+    size_t ring_bytes = 4UL << 20;  ///< memory for the frames of one interface; see PacketRing for its limits
+    std::string sensor;             ///< its name in records; empty: the host's
+    std::string spool;              ///< the folder for records on their way; empty: none
     size_t spool_bytes = 256UL << 20;  ///< how much may be in it
 
     /**

@@ -1,6 +1,6 @@
 #pragma once
-// Records from when they are made until a receiver has them: on disk if there is a spool, and in memory for as
-// long as the disk refuses them, or without one. Both are bounded; the oldest go first, and are counted.
+// Records from when they are made until a receiver has them: on disk if there is a spool, and in memory for
+// as long as the disk refuses them, or without one. Both are bounded; the oldest go first, and are counted.
 
 #include <cstddef>
 #include <cstdint>
@@ -18,7 +18,8 @@ class RecordQueue {
     /** For what isn't on disk. */
     static constexpr size_t MEMORY_BYTES = 4 << 20;
 
-    /** `folder`: empty for no spool. Numbers begin with `next`, or continue the spool's. Throws Error if it can't be used; see Spool. */
+    /** `folder`: empty for no spool. Numbers begin with `next`, or continue the spool's. Throws Error if it
+     * can't be used; see Spool. */
     RecordQueue(const std::string& folder, uint64_t max_bytes, uint64_t next);
 
     /** That of the next record. */
@@ -31,8 +32,8 @@ class RecordQueue {
     void flush(uint64_t now_ms);
 
     /**
-     * Hands out the oldest records, without the last line's end: at most `max_bytes`, but at least one. False if
-     * there is none. They stay ours until `accept`; until then, `take` must not be called again.
+     * Hands out the oldest records, without the last line's end: at most `max_bytes`, but at least one. False
+     * if there is none. They stay ours until `accept`; until then, `take` must not be called again.
      */
     bool take(size_t max_bytes, std::string& lines);
     void accept(const std::string& lines);
@@ -42,7 +43,9 @@ class RecordQueue {
     void close(uint64_t now_ms);
 
     /** Size of what isn't accepted yet. */
-    uint64_t waiting_bytes() const { return (m_spool ? m_spool->waiting_bytes() : 0) + m_memory.size() + m_taken; }
+    uint64_t waiting_bytes() const {
+        return (m_spool ? m_spool->waiting_bytes() : 0) + m_memory.size() + m_taken;
+    }
     bool has_spool() const { return m_spool.has_value(); }
     uint64_t sent() const { return m_sent; }
     /** Records that nobody will get. */

@@ -61,7 +61,8 @@ class TextRow : public RowMembers {
 
 void append_quoted(std::string_view text, std::string& out) {
     out += '"';
-    for (size_t end; (end = text.find_first_of("\"\\")) != std::string_view::npos; text.remove_prefix(end + 1)) {
+    for (size_t end; (end = text.find_first_of("\"\\")) != std::string_view::npos;
+         text.remove_prefix(end + 1)) {
         out += text.substr(0, end);
         out += '\\';
         out += text[end];

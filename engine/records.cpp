@@ -20,7 +20,7 @@ namespace {
 
 constexpr uint64_t IDLE_MS = 1000;
 constexpr uint64_t BUSY_MS = 20;
-/** A batch is sent when it's full, or this long after the last one. */
+/** Records are sent when a batch is full, or else all together this long after the last time. */
 constexpr uint64_t BATCH_MS = 1000;
 constexpr int BATCHES_PER_TICK = 4;
 constexpr uint64_t CLOCK_MS = 1000;
@@ -87,7 +87,8 @@ void Records::send_to(const api::ExporterConfig& config) {
 
 bool Records::is_due(const Flow& flow, uint64_t now_ms) const {
     const uint64_t since_ms = flow.recorded ? flow.recorded->time_ms : flow.first_seen_ms;
-    const uint64_t told = flow.recorded ? flow.recorded->traffic.packets[0] + flow.recorded->traffic.packets[1] : 0;
+    const uint64_t told =
+        flow.recorded ? flow.recorded->traffic.packets[0] + flow.recorded->traffic.packets[1] : 0;
     return now_ms - since_ms >= m_interval_ms && flow.all_packets() > told;
 }
 
@@ -193,10 +194,14 @@ void Records::settle(ExportSink::Outcome outcome, uint64_t now_ms) {
 bool Records::fill(uint64_t now_ms) {
     if (!m_batch.empty()) return true;
     const size_t most = m_sink->max_text();
-    if (now_ms < m_batch_due_ms && m_queue->waiting_bytes() < most) return false;
-    if (!m_queue->take(most, m_batch)) return false;
-    m_batch_due_ms = now_ms + BATCH_MS;
-    return true;
+    if (now_ms >= m_batch_due_ms) {
+        m_due_bytes = m_queue->waiting_bytes();
+        m_batch_due_ms = now_ms + BATCH_MS;
+    }
+    if (m_due_bytes == 0 && m_queue->waiting_bytes() < most) return false;
+    const bool taken = m_queue->take(most, m_batch);
+    m_due_bytes -= taken ? std::min<uint64_t>(m_due_bytes, m_batch.size() + 1) : m_due_bytes;
+    return taken;
 }
 
 void Records::close() noexcept {

@@ -1,6 +1,6 @@
 #pragma once
-// The collector "records": what a data path reports of its flows becomes records, which are queued and sent to
-// the exporter's destination in batches, in order, until it has taken them.
+// The collector "records": what a data path reports of its flows becomes records, which are queued and sent
+// to the exporter's destination in batches, in order, until it has taken them.
 
 #include <json/value.h>
 
@@ -84,6 +84,7 @@ class Records : public FlowWatcher {
     std::string m_batch;                 ///< what is being sent, or waits to be sent again
     bool m_sending = false;
     uint64_t m_batch_due_ms = 0;
+    uint64_t m_due_bytes = 0;  ///< what waits since then
     Backoff m_delivery;
 };
 

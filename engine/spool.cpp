@@ -77,8 +77,9 @@ Spool::Spool(const std::string& folder, uint64_t max_bytes, uint64_t least_next)
     m_folder = OwnedFd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!m_folder) throw Error("can't open the spool folder " + quoted(folder) + reason(errno));
     if (flock(m_folder.get(), LOCK_EX | LOCK_NB) < 0)
-        throw Error("the spool folder " + quoted(folder) +
-                    (errno == EWOULDBLOCK ? " is in use by another process" : " can't be locked" + reason(errno)));
+        throw Error(
+            "the spool folder " + quoted(folder) +
+            (errno == EWOULDBLOCK ? " is in use by another process" : " can't be locked" + reason(errno)));
     list_segments(folder);
     find_next_number();
     m_next = std::max(m_next, least_next);
@@ -106,8 +107,8 @@ void Spool::list_segments(const std::string& folder) {
               [](const Segment& a, const Segment& b) { return a.first < b.first; });
 }
 
-// A number that is too high costs nothing but the look of a loss; one that is too low would be used twice. Each
-// record takes more than a byte.
+// A number that is too high costs nothing but the look of a loss; one that is too low would be used twice.
+// Each record takes more than a byte.
 void Spool::find_next_number() {
     if (m_segments.empty()) return;
     const Segment& last = m_segments.back();
@@ -186,7 +187,8 @@ bool Spool::append(std::string_view lines, uint64_t next) {
     if (written != static_cast<ssize_t>(lines.size())) {
         const int error = written < 0 ? errno : ENOSPC;
         // Where half a line can't be taken back, the next try gets a new file.
-        if (written > 0 && ftruncate(m_writing.get(), static_cast<off_t>(last.size)) < 0) m_writing = OwnedFd();
+        if (written > 0 && ftruncate(m_writing.get(), static_cast<off_t>(last.size)) < 0)
+            m_writing = OwnedFd();
         return failed("write to", error);
     }
     last.size += lines.size();
@@ -280,7 +282,8 @@ uint64_t Spool::waiting_bytes() const {
 
 bool Spool::save() {
     if (m_accepted == m_saved) return true;
-    const std::string note = std::to_string(m_accepted.segment) + " " + std::to_string(m_accepted.offset) + "\n";
+    const std::string note =
+        std::to_string(m_accepted.segment) + " " + std::to_string(m_accepted.offset) + "\n";
     OwnedFd file(openat(m_folder.get(), NEW_NOTE,
                         O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0640));
     if (!file || write(file.get(), note.data(), note.size()) != static_cast<ssize_t>(note.size()) ||

@@ -1,6 +1,6 @@
 #pragma once
-// Records on their way, kept on disk: first in, first out, across crashes and restarts. A folder of files that
-// are only appended to, each named after the number of its first record, and of a note saying how far
+// Records on their way, kept on disk: first in, first out, across crashes and restarts. A folder of files
+// that are only appended to, each named after the number of its first record, and of a note saying how far
 // they have been sent.
 
 #include <cstddef>
@@ -22,8 +22,9 @@ uint64_t record_number(std::string_view line);
 class Spool {
  public:
     /**
-     * Creates the last part of `folder` if needed. Other files there are left alone, and whatever in ours isn't
-     * a record is passed over. Throws Error if the folder can't be used, or another process is using it.
+     * Creates the last part of `folder` if needed. Other files there are left alone, and whatever in ours
+     * isn't a record is passed over. Throws Error if the folder can't be used, or another process is using
+     * it.
      */
     Spool(const std::string& folder, uint64_t max_bytes, uint64_t least_next = 1);
     Spool(const Spool&) = delete;
@@ -37,8 +38,8 @@ class Spool {
      */
     bool append(std::string_view lines, uint64_t next);
     /**
-     * Moves on by some records: at most `max_bytes`, but at least one. They stay until `accept`. False if there
-     * is none, or only rubbish so far.
+     * Moves on by some records: at most `max_bytes`, but at least one. They stay until `accept`. False if
+     * there is none, or only rubbish so far.
      */
     bool read(size_t max_bytes, std::string& lines);
     /** What was read is no longer needed. */

@@ -139,8 +139,9 @@ TEST_F(CollectorsTest, ListsItsCollectorsAndRefusesOthers) {
         [](Engine& e) { e.enable_collector("x"); }, [](Engine& e) { e.disable_collector("x"); },
         [](Engine& e) { e.sample("x"); }, [](Engine& e) { e.set_collector_interval("x", 1000); }};
     for (const auto ask : asks)
-        EXPECT_EQ(error_of<Error>([&] { ask(engine); }),
-                  "there is no collector 'x', expecting one of 'flows', 'protocols', 'interfaces', 'records'");
+        EXPECT_EQ(
+            error_of<Error>([&] { ask(engine); }),
+            "there is no collector 'x', expecting one of 'flows', 'protocols', 'interfaces', 'records'");
     for (uint64_t interval : {0ul, 99ul, 86400001ul})
         EXPECT_EQ(error_of<Error>([&] { engine.set_collector_interval("flows", interval); }),
                   "the interval is " + std::to_string(interval) + " ms, expecting 100 to 86400000");

@@ -25,11 +25,13 @@ TEST(Options, AWrongLineIsToldWithItsPlaceAndWhatIsAllowed) {
         {"rings = 5", "'f', line 1: " + names + "'rings = 5'"},
         {"spool = var", "'f', line 1: spool must be an absolute path, not 'var'"},
         {"sensor =", "'f', line 1: sensor must be a text of at most 253 bytes, not ''"},
-        {"spool_bytes = 8388607", "'f', line 1: spool_bytes must be from 8388608 to 1099511627776, not '8388607'"},
+        {"spool_bytes = 8388607",
+         "'f', line 1: spool_bytes must be from 8388608 to 1099511627776, not '8388607'"},
     };
     for (const auto& [text, failure] : CASES)
         EXPECT_EQ(test::error_of<Error>([&, text = text] { Options::parse(text, "f"); }), failure) << text;
-    const Options all = Options::parse("ring_bytes=300000\nsensor = a b\nspool = /s\nspool_bytes=9000000", "f");
+    const Options all =
+        Options::parse("ring_bytes=300000\nsensor = a b\nspool = /s\nspool_bytes=9000000", "f");
     EXPECT_EQ(all.ring_bytes, 300000U);
     EXPECT_EQ(all.sensor + all.spool + std::to_string(all.spool_bytes), "a b/s9000000");
 }
