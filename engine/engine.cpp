@@ -44,7 +44,7 @@ void Engine::deactivate() {
     DataPath& live = path();
     m_interfaces.detach_all();
     live.kill_all_flows();
-    m_records.flush(m_clock());
+    m_records.flush();
     m_past_refused += live.errors(api::PKT_MAX_FLOWS_REACHED);
     m_past_evicted += live.evicted();
     m_path.reset();
@@ -133,7 +133,7 @@ void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool 
     DataPath& live = path();
     if (!CapturePaths::is_capture(dpaddr)) {
         live.push(pkts, extended);
-        m_records.flush(m_clock());
+        m_records.flush();
         return;
     }
     NamedPath* known = m_captures.find(dpaddr);

@@ -122,8 +122,8 @@ void Records::make(Flow& flow, const Classifier& classifier, why_e why) {
     *flow.recorded = {flow.counted(), before.first_number, now_ms, flow.last_seen_ms};
 }
 
-void Records::flush(uint64_t now_ms) {
-    if (m_queue) m_queue->flush(now_ms);
+void Records::flush() {
+    if (m_queue) m_queue->flush(m_clock());
 }
 
 uint64_t Records::tick(uint64_t now_ms) {
@@ -218,7 +218,7 @@ void Records::close() noexcept {
 }
 
 void Records::finish() {
-    flush(m_clock());
+    flush();
     const bool may_wait = !m_queue->has_spool() && m_config.type != api::EXPORTER_NONE;
     for (uint64_t naps = may_wait ? LAST_CHANCE_MS / NAP_MS : 0; m_queue->waiting_bytes() > 0; naps--) {
         m_batch_due_ms = 0;

@@ -42,7 +42,7 @@ class Records : public FlowWatcher {
     /** Writes and sends without waiting. Returns the delay until the next call, ms. */
     uint64_t tick(uint64_t now_ms);
     /** Puts what was made on disk; cheap if that is nothing. */
-    void flush(uint64_t now_ms);
+    void flush();
     /** Ends the queue. Without a spool, the destination has a second to take what is left. */
     void close() noexcept;
 

@@ -6,9 +6,11 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <sstream>
 
@@ -29,7 +31,6 @@ using test::fake_clock;
 using test::g_now_ms;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 std::vector<Json::Value> parse_lines(const std::string& text) {
     std::vector<Json::Value> out;
@@ -103,16 +104,15 @@ class RecordsTest : public testing::Test {
 };
 
 std::vector<uint64_t> numbers_of(const std::vector<Json::Value>& records) {
-    std::vector<uint64_t> out;
-    for (const Json::Value& record : records)
-        out.push_back(record["number"].asUInt64());
+    std::vector<uint64_t> out(records.size());
+    std::transform(records.begin(), records.end(), out.begin(),
+                   [](const Json::Value& record) { return record["number"].asUInt64(); });
     return out;
 }
 
 std::vector<uint64_t> from_to(uint64_t first, uint64_t last) {
-    std::vector<uint64_t> out;
-    for (uint64_t number = first; number <= last; number++)
-        out.push_back(number);
+    std::vector<uint64_t> out(last + 1 - first);
+    std::iota(out.begin(), out.end(), first);
     return out;
 }
 
