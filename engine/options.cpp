@@ -22,9 +22,9 @@ constexpr const char* FILE_NAME = "libcvcp_u.conf";
 constexpr std::string_view BLANKS = " \t\r";
 
 struct Number {
-    size_t Options::*member;
-    size_t least;
-    size_t most;
+    uint64_t Options::*member;
+    uint64_t least;
+    uint64_t most;
 };
 
 struct Text {
@@ -46,8 +46,8 @@ bool is_folder(const std::string& text) {
     return text.starts_with('/') && text.size() < PATH_MAX;
 }
 
-constexpr size_t MIN_SPOOL = 8UL << 20;
-constexpr size_t MAX_SPOOL = std::min(uint64_t{1} << 40, uint64_t{SIZE_MAX / 2});
+constexpr uint64_t MIN_SPOOL = 8 << 20;
+constexpr uint64_t MAX_SPOOL = uint64_t{1} << 40;
 
 const Setting SETTINGS[] = {
     {"ring_bytes", Number{&Options::ring_bytes, PacketRing::MIN_BYTES, PacketRing::MAX_BYTES}},
@@ -63,7 +63,7 @@ std::string trimmed(std::string_view text) {
 }
 
 void set(Options& options, const std::string& name, const Number& kind, const std::string& value) {
-    size_t number = 0;
+    uint64_t number = 0;
     const auto [end, err] = std::from_chars(value.data(), value.data() + value.size(), number);
     if (err != std::errc() || end != value.data() + value.size() || number < kind.least || number > kind.most)
         throw Error(name + " must be from " + std::to_string(kind.least) + " to " +

@@ -1,16 +1,16 @@
 #pragma once
 // What can be set in our engine that no method carries: a file of lines `name = value` beside the library.
 
-#include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace corvo::engine {
 
 struct Options {
-    size_t ring_bytes = 4UL << 20;  ///< memory for the frames of one interface; see PacketRing for its limits
+    uint64_t ring_bytes = 4 << 20;  ///< memory for the frames of one interface; see PacketRing for its limits
     std::string sensor;             ///< its name in records; empty: the host's
     std::string spool;              ///< the folder for records on their way; empty: none
-    size_t spool_bytes = 256UL << 20;  ///< how much may be in it
+    uint64_t spool_bytes = 256 << 20;  ///< how much may be in it
 
     /**
      * Reads `libcvcp_u.conf` in the library's folder, or what BRUMECP_ENGINE_CONF names. Only the former may
