@@ -61,12 +61,9 @@ std::string line_of(const Json::Value& flow, const std::string& age) {
                               server_name(flow));
 }
 
-std::string head_of(const Terminal& terminal, const std::string& age) {
-    return terminal.paint(Terminal::BOLD, padded("CLIENT", ENDPOINT_COLUMNS) + "    " +
-                                              padded("SERVER", ENDPOINT_COLUMNS) + "  OVER  " +
-                                              padded("PROTOCOL", PROTOCOL_COLUMNS) + age +
-                                              "   PACKETS       BYTES  NAME") +
-           "\n";
+std::string head_of(const std::string& age) {
+    return padded("CLIENT", ENDPOINT_COLUMNS) + "    " + padded("SERVER", ENDPOINT_COLUMNS) + "  OVER  " +
+           padded("PROTOCOL", PROTOCOL_COLUMNS) + age + "   PACKETS       BYTES  NAME";
 }
 
 }  // namespace
@@ -96,15 +93,15 @@ std::optional<double> age_sec(const Json::Value& flow, double now_sec) {
 }
 
 std::string head(const Terminal& terminal) {
-    return head_of(terminal, "");
+    return terminal.paint(Terminal::BOLD, head_of("")) + "\n";
 }
 
 std::string row(const Json::Value& flow) {
     return line_of(flow, "");
 }
 
-std::string live_head(const Terminal& terminal) {
-    return head_of(terminal, right("AGE", AGE_COLUMNS));
+std::string live_head() {
+    return head_of(right("AGE", AGE_COLUMNS)) + "\n";
 }
 
 std::string live_row(const Json::Value& flow, double now_sec) {

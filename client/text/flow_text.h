@@ -23,8 +23,8 @@ std::string protocol(const Json::Value& flow);
 /** The header line for flows, and one flow. */
 std::string head(const Terminal& terminal);
 std::string row(const Json::Value& flow);
-/** Likewise for live traffic, with the age; `now_sec` is in seconds since 1970. */
-std::string live_head(const Terminal& terminal);
+/** Likewise for live traffic, with the age and without bold; `now_sec` is in seconds since 1970. */
+std::string live_head();
 std::string live_row(const Json::Value& flow, double now_sec);
 /** Likewise for hosts. */
 std::string host_head(const Terminal& terminal);
