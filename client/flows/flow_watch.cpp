@@ -10,8 +10,8 @@ namespace brumectl::flows {
 
 namespace {
 
-/** The engine tells whole milliseconds, and our two clocks aren't read at the same moment as its. */
-constexpr double JITTER_SEC = 0.1;
+/** The engine's times and our clocks are in whole milliseconds, and aren't read at the same moment. */
+constexpr double JITTER_SEC = 0.005;
 
 /** The same for every flow with these ends, also for one that begins after another's end. */
 std::string id_of(const Json::Value& flow) {

@@ -143,12 +143,12 @@ class Follower {
             if (!m_daemon) m_daemon = m_context.new_daemon();
             check_engine(*m_daemon);
             show(m_watch.look(flow_lists::asker(*m_daemon), moment), moment);
-            if (!m_trouble.empty()) m_context.complain("the flows are told again");
-            m_trouble.clear();
+            if (m_is_waiting) m_context.complain("the flows are told again");
+            m_is_waiting = false;
         } catch (const Failure& e) {
             if (m_is_first) throw;
-            if (m_trouble != e.what()) m_context.complain(e.what() + std::string("; waiting"));
-            m_trouble = e.what();
+            if (!m_is_waiting) m_context.complain(e.what() + std::string("; waiting"));
+            m_is_waiting = true;
             m_daemon.reset();
         }
     }
@@ -171,7 +171,7 @@ class Follower {
     const FlowLines m_lines;
     flows::FlowWatch m_watch;
     std::unique_ptr<Daemon> m_daemon;
-    std::string m_trouble;  ///< why the last look failed; empty if it didn't
+    bool m_is_waiting = false;  ///< the last look failed, and that has been told
     bool m_is_first = true;
 };
 
