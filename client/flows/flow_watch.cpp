@@ -3,7 +3,6 @@
 #include "client/flows/selection.h"
 #include "client/text/flow_text.h"
 #include "client/text/json_access.h"
-#include "infra/json/corvo_json.h"
 #include "utils/clock.h"
 
 namespace brumectl::flows {
@@ -12,15 +11,6 @@ namespace {
 
 /** The engine's times and our clocks are in whole milliseconds, and aren't read at the same moment. */
 constexpr double JITTER_SEC = 0.005;
-
-/** The same for every flow with these ends, also for one that begins after another's end. */
-std::string id_of(const Json::Value& flow) {
-    std::string out = flow_text::endpoint(flow, "client") + " " + flow_text::endpoint(flow, "server") + " " +
-                      string_of(member_of(flow, "transport"));
-    for (const char* member : {"ns_id", "vlan"})
-        out += " " + std::to_string(count_of(member_of(flow, member)));
-    return out;
-}
 
 double seconds_of(const Json::Value& flow, const char* member) {
     const Json::Value& value = member_of(flow, member);
@@ -62,7 +52,7 @@ Look FlowWatch::look(const flow_lists::Ask& ask, const Moment& moment) {
     Selection<Shown> selection(m_query, m_count);
     flow_lists::read(ask, flow_lists::FLOWS, m_query.params(), [&](const Json::Value& flow) {
         if (!m_query.matches(flow, moment.now_sec)) return true;
-        const std::string id = id_of(flow);
+        const std::string id = flow_text::id(flow);
         const Known known = know(id, flow, moment);
         const bool is_new = known.is_new && !m_is_first;
         now.insert_or_assign(id, known);

@@ -23,7 +23,7 @@ struct Moment {
 };
 
 struct Shown {
-    std::string id;    ///< its ends
+    std::string id;    ///< see flow_text::id
     std::string body;  ///< see FlowLines
     change_e change = STAYS;
 };

@@ -76,6 +76,14 @@ std::string endpoint(const Json::Value& flow, const char* end) {
     return (has_colons ? "[" + address + "]" : address) + ":" + std::to_string(port.asUInt64());
 }
 
+std::string id(const Json::Value& flow) {
+    std::string out = endpoint(flow, "client") + " " + endpoint(flow, "server") + " " +
+                      string_of(member_of(flow, "transport"));
+    for (const char* member : {"ns_id", "vlan"})
+        out += " " + std::to_string(count_of(member_of(flow, member)));
+    return out;
+}
+
 std::string server_name(const Json::Value& flow) {
     const std::string sni = string_of(member_of(flow, "sni"));
     return harmless(sni.empty() ? string_of(member_of(flow, "host")) : sni);

@@ -13,6 +13,8 @@ namespace brumectl::flow_text {
 
 /** "10.0.0.1:80", "[fe80::1]:80"; `end` is "client" or "server". */
 std::string endpoint(const Json::Value& flow, const char* end);
+/** Equal for flows with the same ends, also if one begins after the other's end. Not for display. */
+std::string id(const Json::Value& flow);
 /** The client's name for the server: SNI, or else host. */
 std::string server_name(const Json::Value& flow);
 /** Seconds since the first packet; nothing if that isn't known. */

@@ -56,7 +56,7 @@ class Flows(ProgramChecks, DaemonTest):
     def test_people_and_programs_get_their_own_lines(self):
         self.expect(["flows"], 0, "No flows.\n", socket=self.it.path)
         self.push("http")
-        self.expect(["flows"], 0, (starts("CLIENT  "), has("10.1.0.2:40002        -> 10.2.0.80:80           tcp   HTTP  "),
+        self.expect(["flows"], 0, (starts("CLIENT"), has("10.1.0.2:40002        -> 10.2.0.80:80           tcp   HTTP  "),
                                    has("751 B  www.example.net\n")), socket=self.it.path)
         row, = csv.DictReader(io.StringIO(brumectl("flows", "--csv", socket=self.it.path)[1]))
         self.assertEqual((row["server_port"], row["host"], row["packets"]), ("80", "www.example.net", "10"))
@@ -114,3 +114,24 @@ class Flows(ProgramChecks, DaemonTest):
                 self.expect(["flows", *more], 1, "", f"brumectl: {complaint}\n", socket=daemon.path)
             self.assertNotIn("[ERROR]", daemon.log_text())
         self.expect(["flows"], 3, ANY, has("no daemon at "), socket=str(self.folder / "none"))
+
+    def test_top_has_panes_of_flows_and_hosts(self):
+        self.push("sample")
+        with Program("top", "-d", "0.2", socket=self.it.path, terminal=True) as top:
+            for key, shown in (("", " flows   every 0.2 s, by bytes a second"), ("\t", "CLIENT"), ("", "   0 B "), ("p", " hosts   every 0.2 s, by packets"),
+                               ("a", ", by age"), ("3", "HOST"), ("b", " overview   every 0.2 s, by bytes"), ("1", "PROTOCOL"),
+                               ("?", "the next of overview flows hosts")):
+                start = len(top.out())
+                top.type(key)
+                self.assertTrue(top.wait_for_out(shown, start), (key, shown))
+            top.type("2")
+            self.assertTrue(top.wait_for_out("   0 B ", len(top.out())))
+            self.push("http")
+            self.assertTrue(top.wait_for_out("\x1b[36m10.1.0.2:40002"), "no busy flow")
+        for pane, shown, other in (("flows", "10.1.0.2:40002 ", "no method 'flows.list'"), ("hosts", "fd00:1::2 ", "'flows.hosts'")):
+            top = ["top", "-b", "-n", "1", "--pane", pane]
+            self.expect(top, 0, has(shown), socket=self.it.path)
+            listed = json.loads(brumectl("--json", *top, socket=self.it.path)[1])["list"]
+            self.assertEqual(listed["total"], len(listed[pane]))
+            self.expect(top, 0, has(other), socket=self.scripted("-a").path)
+            self.expect(top, 0, has("no engine is loaded"), socket=self.daemon().path)
