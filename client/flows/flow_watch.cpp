@@ -2,38 +2,8 @@
 
 #include "client/flows/selection.h"
 #include "client/text/flow_text.h"
-#include "client/text/json_access.h"
-#include "utils/clock.h"
 
 namespace brumectl::flows {
-
-namespace {
-
-/** The engine's times and our clocks are in whole milliseconds, and aren't read at the same moment. */
-constexpr double JITTER_SEC = 0.005;
-
-double seconds_of(const Json::Value& flow, const char* member) {
-    const Json::Value& value = member_of(flow, member);
-    return value.isNumeric() ? value.asDouble() : 0;
-}
-
-}  // namespace
-
-Moment Moment::now() {
-    const double now_sec = static_cast<double>(corvo::realtime_ms()) / 1000;
-    return {now_sec, now_sec - static_cast<double>(corvo::monotonic_ms()) / 1000};
-}
-
-FlowWatch::Known FlowWatch::know(const std::string& id, const Json::Value& flow, const Moment& moment) const {
-    const double first_sec = seconds_of(flow, "first_seen") - moment.offset_sec;
-    const double last_sec = seconds_of(flow, "last_seen") - moment.offset_sec;
-    Known now{count_of(member_of(flow, "packets")), last_sec - first_sec, last_sec, false};
-    const auto found = m_known.find(id);
-    now.is_new = found == m_known.end() || now.packets < found->second.packets ||
-                 now.lasted_sec < found->second.lasted_sec - JITTER_SEC ||
-                 first_sec > found->second.last_seen_sec + JITTER_SEC;
-    return now;
-}
 
 void FlowWatch::add_ended(Look& look, const Flows& now) const {
     const auto has_ended = [&now](const std::string& id) {
@@ -53,9 +23,10 @@ Look FlowWatch::look(const flow_lists::Ask& ask, const Moment& moment) {
     flow_lists::read(ask, flow_lists::FLOWS, m_query.params(), [&](const Json::Value& flow) {
         if (!m_query.matches(flow, moment.now_sec)) return true;
         const std::string id = flow_text::id(flow);
-        const Known known = know(id, flow, moment);
-        const bool is_new = known.is_new && !m_is_first;
-        now.insert_or_assign(id, known);
+        const Sighting seen = Sighting::of(flow, moment);
+        const auto before = m_known.find(id);
+        const bool is_new = !m_is_first && (before == m_known.end() || !seen.continues(before->second.seen));
+        now.insert_or_assign(id, Known{seen, is_new});
         out.added += is_new ? 1 : 0;
         selection.add(flow, {id, m_lines.body(flow, moment.now_sec), is_new ? IS_NEW : STAYS});
         return true;

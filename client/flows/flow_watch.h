@@ -10,17 +10,10 @@
 
 #include "client/flows/flow_lines.h"
 #include "client/flows/flow_query.h"
+#include "client/flows/sighting.h"
 #include "client/wire/flow_lists.h"
 
 namespace brumectl::flows {
-
-/** When a look is taken, by this machine's clocks. */
-struct Moment {
-    double now_sec = 0;     ///< since 1970
-    double offset_sec = 0;  ///< from the monotonic clock to that: what the clock was set by changes it
-
-    static Moment now();
-};
 
 struct Shown {
     std::string id;    ///< see flow_text::id
@@ -49,16 +42,12 @@ class FlowWatch {
     Look look(const flow_lists::Ask& ask, const Moment& moment);
 
  private:
-    /** What must not shrink while a flow with these ends is still the same one. */
     struct Known {
-        uint64_t packets = 0;
-        double lasted_sec = 0;
-        double last_seen_sec = 0;  ///< by the monotonic clock
-        bool is_new = false;       ///< since the previous look
+        Sighting seen = {};
+        bool is_new = false;  ///< since the previous look
     };
     using Flows = std::unordered_map<std::string, Known>;
 
-    Known know(const std::string& id, const Json::Value& flow, const Moment& moment) const;
     void add_ended(Look& look, const Flows& now) const;
 
     const FlowQuery& m_query;

@@ -8,6 +8,7 @@
 #include "client/flows/flow_lines.h"
 #include "client/flows/flow_query.h"
 #include "client/flows/flow_watch.h"
+#include "client/flows/ipfix_run.h"
 #include "client/flows/selection.h"
 #include "client/text/option_checks.h"
 #include "client/wire/flow_lists.h"
@@ -35,7 +36,14 @@ constexpr const char* FOOTER =
     "With --json each flow is a line, as flows.list has it; with -f it begins with\n"
     "  at            the look's time, seconds since 1970\n"
     "  change        new, stays, or ended: with the numbers of the look before\n"
-    "With --csv likewise, below a line of the columns' names.";
+    "With --csv likewise, below a line of the columns' names.\n"
+    "\n"
+    "With --ipfix a flow that has ended, and each minute one that goes on, becomes an IPFIX record of what "
+    "has\n"
+    "been added to it: both directions, application with its number and name (RFC 6759), host of HTTP, "
+    "server\n"
+    "name of TLS. What a flow had before the start isn't told. While the collector is away, 100,000 records\n"
+    "are kept. Flows are looked at once each --delay, which has to be shorter than the engine keeps them.";
 
 struct FlowsOptions {
     FlowQuery query = {};
@@ -46,6 +54,8 @@ struct FlowsOptions {
     bool csv = false;
     bool follow = false;
     double delay_sec = 1;
+    std::string ipfix = {};  ///< the collector; empty: none
+    std::string over = "udp";
 };
 
 /** The query, with what takes more than one option's check. */
@@ -57,6 +67,9 @@ FlowQuery query_of(const Context& context, const FlowsOptions& options) {
     query.guess = !options.no_guess;
     if (options.csv && context.json())
         throw Usage("'--csv' and '--json' are two forms of one list: choose one");
+    const bool is_listed = options.csv || options.follow || context.json() || options.count != UINT64_MAX;
+    if (!options.ipfix.empty() && is_listed)
+        throw Usage("'--ipfix' lists nothing: not with '-f', '-n', '--csv' or '--json'");
     if (query.min_bytes > query.max_bytes)
         throw Usage("'--min-bytes' is above '--max-bytes': no flow has both");
     if (query.min_age_sec && query.max_age_sec && *query.min_age_sec > *query.max_age_sec)
@@ -221,14 +234,25 @@ void add_flows(CLI::App& app, Context& context) {
         ->transform(number_between(1, UINT32_MAX));
     add_filters(*word, *options);
     word->add_flag("-f,--follow", options->follow, "Stay and look again and again");
-    word->add_option("-d,--delay", options->delay_sec, "With -f: seconds between two looks")
+    word->add_option("-d,--delay", options->delay_sec, "With -f or --ipfix: seconds between two looks")
         ->type_name("SECONDS")
         ->check(seconds_between(0.1, 3600))
         ->capture_default_str();
     word->add_flag("--csv", options->csv, "Comma-separated values");
+    word->add_option("--ipfix", options->ipfix,
+                     "Send records of the flows to this collector, until interrupted")
+        ->type_name("HOST:PORT")
+        ->check(not_empty());
+    restrict_to(
+        *word->add_option("--over", options->over, "With --ipfix: how to reach it")->capture_default_str(),
+        {"udp", "tcp"});
     word->footer(FOOTER);
     word->callback([&context, options] {
         const FlowQuery query = query_of(context, *options);
+        if (!options->ipfix.empty())
+            flows::IpfixRun(context, query, flows::Collector::parse(options->ipfix, options->over == "tcp"),
+                            options->delay_sec)
+                .run();
         if (options->follow) Follower(context, query, *options).run();
         Listing(context, query, *options).run();
     });
