@@ -56,6 +56,7 @@ struct FlowsOptions {
     double delay_sec = 1;
     std::string ipfix = {};  ///< the collector; empty: none
     std::string over = "udp";
+    bool for_nfdump = false;
 };
 
 /** The query, with what takes more than one option's check. */
@@ -246,12 +247,14 @@ void add_flows(CLI::App& app, Context& context) {
     restrict_to(
         *word->add_option("--over", options->over, "With --ipfix: how to reach it")->capture_default_str(),
         {"udp", "tcp"});
+    word->add_flag("--for-nfdump", options->for_nfdump,
+                   "With --ipfix: name applications as nfdump up to 1.7.1 needs it");
     word->footer(FOOTER);
     word->callback([&context, options] {
         const FlowQuery query = query_of(context, *options);
         if (!options->ipfix.empty())
             flows::IpfixRun(context, query, flows::Collector::parse(options->ipfix, options->over == "tcp"),
-                            options->delay_sec)
+                            options->delay_sec, options->for_nfdump)
                 .run();
         if (options->follow) Follower(context, query, *options).run();
         Listing(context, query, *options).run();

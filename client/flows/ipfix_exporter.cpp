@@ -29,12 +29,12 @@ uint64_t IpfixExporter::take_dropped() {
     return dropped;
 }
 
-void IpfixExporter::connect(uint8_t engine_id) {
-    if (m_socket && (m_engine_id != engine_id || m_socket->is_gone())) m_socket.reset();
+void IpfixExporter::connect(const IpfixStyle& style) {
+    if (m_socket && (m_style != style || m_socket->is_gone())) m_socket.reset();
     if (m_socket) return;
-    m_messages = std::make_unique<IpfixMessages>(IpfixSocket::max_bytes(m_collector), engine_id);
+    m_messages = std::make_unique<IpfixMessages>(style);
     m_socket = std::make_unique<IpfixSocket>(m_collector, m_timeout_ms);
-    m_engine_id = engine_id;
+    m_style = style;
     m_repeat_ms = corvo::monotonic_ms() + REPEAT_MS;
 }
 
@@ -46,10 +46,11 @@ void IpfixExporter::send_some() {
     m_kept.erase(m_kept.begin(), end);
 }
 
-void IpfixExporter::send(const std::vector<FlowRecord>& records, uint8_t engine_id) {
+void IpfixExporter::send(const std::vector<FlowRecord>& records, IpfixStyle style) {
+    style.max_bytes = IpfixSocket::max_bytes(m_collector);
     keep(records);
     if (m_kept.empty()) return;
-    connect(engine_id);
+    connect(style);
     if (!m_collector.tcp && corvo::monotonic_ms() >= m_repeat_ms) {
         m_messages->repeat_templates();
         m_repeat_ms = corvo::monotonic_ms() + REPEAT_MS;

@@ -22,17 +22,18 @@ class IpfixExporter {
         : m_collector(collector), m_timeout_ms(timeout_ms) {}
 
     /**
-     * Adds the records to those that are kept and sends them all, the oldest first. `engine_id`: see
-     * IpfixMessages. Over TCP, what was sent to a collector that then went may be lost; over UDP anything
-     * may. Throws Failure if the collector is away, Interrupted.
+     * Adds the records to those that are kept and sends them all, the oldest first. A style other than the
+     * last one begins a new session; its length of messages is chosen here. Over TCP, what was sent to a
+     * collector that then went may be lost; over UDP anything may. Throws Failure if the collector is away,
+     * Interrupted.
      */
-    void send(const std::vector<FlowRecord>& records, uint8_t engine_id);
+    void send(const std::vector<FlowRecord>& records, IpfixStyle style);
     /** Records that had to go since the last call. */
     uint64_t take_dropped();
 
  private:
     void keep(const std::vector<FlowRecord>& records);
-    void connect(uint8_t engine_id);
+    void connect(const IpfixStyle& style);
     void send_some();
 
     const Collector m_collector;
@@ -41,7 +42,7 @@ class IpfixExporter {
     uint64_t m_dropped = 0;
     std::unique_ptr<IpfixSocket> m_socket;  ///< null while there is no session
     std::unique_ptr<IpfixMessages> m_messages;
-    uint8_t m_engine_id = 0;
+    IpfixStyle m_style = {};
     uint64_t m_repeat_ms = 0;  ///< when the templates come next over UDP, CLOCK_MONOTONIC
 };
 

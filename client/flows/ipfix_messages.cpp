@@ -3,6 +3,7 @@
 #include <fixbuf/public.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <map>
@@ -23,6 +24,9 @@ constexpr size_t LONGEST_TEXT = 255;
 constexpr uint32_t NTOP = 35632;
 constexpr uint16_t NTOP_SERVER_NAME = 188;
 constexpr uint8_t INITIATOR = 1;
+/** Of the texts that name an application. Their lengths don't vary, as some collectors can't read them then.
+ */
+constexpr uint16_t NAME_BYTES = 32, DESCRIPTION_BYTES = 64;
 
 /** As the templates describe it. Nothing may be between two members. */
 struct Record {
@@ -42,11 +46,11 @@ struct FlowOf {
     Texts texts;
 };
 struct Name {
-    uint8_t application[4], padding[4];
-    fbVarfield_t name, description;
+    uint8_t scope[4], application[4];
+    char name[NAME_BYTES], description[DESCRIPTION_BYTES];
 };
 static_assert(sizeof(Record) == 64 && offsetof(FlowOf<4>, texts) == 72 && offsetof(FlowOf<16>, texts) == 96);
-static_assert(offsetof(Name, name) == 8);
+static_assert(sizeof(Name) == 8 + NAME_BYTES + DESCRIPTION_BYTES);
 
 constexpr uint32_t OF_FLOWS = 0;
 
@@ -80,9 +84,9 @@ std::vector<fbInfoElementSpec_t> flow_elements() {
 }
 
 std::vector<fbInfoElementSpec_t> name_elements() {
-    return {element("applicationId", 4), element("paddingOctets", 4, IN_MEMORY),
-            element("applicationName", FB_IE_VARLEN), element("applicationDescription", FB_IE_VARLEN),
-            FB_IESPEC_NULL};
+    // The scope, and again for collectors that don't look into scopes, such as nfdump.
+    return {element("applicationId", 4), element("applicationId", 4), element("applicationName", NAME_BYTES),
+            element("applicationDescription", DESCRIPTION_BYTES), FB_IESPEC_NULL};
 }
 
 fbVarfield_t text_field(const std::string& text) {
@@ -130,8 +134,8 @@ struct BufferEnd {
 
 class IpfixMessages::Library {
  public:
-    Library(uint16_t max_bytes, uint8_t engine_id)
-        : m_engine_id(engine_id), m_bytes(max_bytes), m_model(fbInfoModelAlloc()) {
+    explicit Library(const IpfixStyle& style)
+        : m_style(style), m_bytes(style.max_bytes), m_model(fbInfoModelAlloc()) {
         fbInfoElement_t server_name = FB_IE_INIT_FULL("tlsServerName", NTOP, NTOP_SERVER_NAME, FB_IE_VARLEN,
                                                       FB_IE_F_NONE, 0, 0, FB_STRING, nullptr);
         fbInfoModelAddElement(m_model.get(), &server_name);
@@ -141,7 +145,7 @@ class IpfixMessages::Library {
         add_template(V4_TEMPLATE, flow_elements(), OF_V4);
         add_template(V6_TEMPLATE, flow_elements(), OF_V6);
         add_template(NAME_TEMPLATE, name_elements(), OF_NAME);
-        m_exporter = fbExporterAllocBuffer(m_bytes.data(), max_bytes);
+        m_exporter = fbExporterAllocBuffer(m_bytes.data(), style.max_bytes);
         m_buffer.reset(fBufAllocForExport(session.release(), m_exporter));
         fBufSetAutomaticMode(m_buffer.get(), FALSE);
     }
@@ -210,7 +214,7 @@ class IpfixMessages::Library {
     }
 
     void set_application(uint8_t (&out)[4], uint32_t application) const {
-        out[0] = m_engine_id;
+        out[0] = m_style.engine_id;
         for (unsigned i = 1; i < 4; ++i)
             out[i] = static_cast<uint8_t>(application >> (8 * (3 - i)));
     }
@@ -223,9 +227,11 @@ class IpfixMessages::Library {
 
     void put_name(uint32_t application, const AppName& app) {
         Name out = {};
+        set_application(out.scope, application);
         set_application(out.application, application);
-        out.name = text_field(app.name);
-        out.description = text_field(app.category.empty() ? app.name : app.category);
+        if (m_style.for_nfdump) std::reverse(std::begin(out.application), std::end(out.application));
+        app.name.copy(out.name, NAME_BYTES);
+        app.category.copy(out.description, DESCRIPTION_BYTES);
         put(NAME_TEMPLATE, out);
     }
 
@@ -273,7 +279,7 @@ class IpfixMessages::Library {
         m_messages.emplace_back(reinterpret_cast<const char*>(m_bytes.data()), size);
     }
 
-    const uint8_t m_engine_id;
+    const IpfixStyle m_style;
     std::vector<uint8_t> m_bytes;  ///< the message that is being written
     std::unique_ptr<fbInfoModel_t, ModelEnd> m_model;
     std::unique_ptr<fBuf_t, BufferEnd> m_buffer;
@@ -289,8 +295,7 @@ bool has_ipfix() {
     return true;
 }
 
-IpfixMessages::IpfixMessages(uint16_t max_bytes, uint8_t engine_id)
-    : m_library(std::make_unique<Library>(max_bytes, engine_id)) {}
+IpfixMessages::IpfixMessages(const IpfixStyle& style) : m_library(std::make_unique<Library>(style)) {}
 
 IpfixMessages::~IpfixMessages() = default;
 

@@ -11,13 +11,26 @@
 
 namespace brumectl::flows {
 
+struct IpfixStyle {
+    uint16_t max_bytes = 1400;
+    /** The registered number of who gives the applications their numbers. */
+    uint8_t engine_id = 0;
+    /**
+     * Up to version 1.7.1, nfdump looks for the name of an application whose number's bytes are the other way
+     * round. True: names have that number as well, beside their right one.
+     */
+    bool for_nfdump = false;
+
+    bool operator==(const IpfixStyle&) const = default;
+};
+
 /** Whether this program was built with what makes the messages. Without it, they can't be made. */
 bool has_ipfix();
 
 class IpfixMessages {
  public:
-    /** `engine_id` is the registered number of who gives the applications their numbers. Throws Failure. */
-    IpfixMessages(uint16_t max_bytes, uint8_t engine_id);
+    /** Throws Failure. */
+    explicit IpfixMessages(const IpfixStyle& style);
     IpfixMessages(const IpfixMessages&) = delete;
     IpfixMessages& operator=(const IpfixMessages&) = delete;
     ~IpfixMessages();

@@ -10,7 +10,7 @@ bool has_ipfix() {
     return false;
 }
 
-IpfixMessages::IpfixMessages(uint16_t /*max_bytes*/, uint8_t /*engine_id*/) {
+IpfixMessages::IpfixMessages(const IpfixStyle& /*style*/) {
     throw Failure("this brumectl was built without libfixbuf, which makes IPFIX");
 }
 

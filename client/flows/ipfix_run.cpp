@@ -14,11 +14,13 @@ constexpr uint8_t USER_DEFINED = 6, NDPI = 22;
 
 }  // namespace
 
-IpfixRun::IpfixRun(Context& context, const FlowQuery& query, const Collector& collector, double delay_sec)
+IpfixRun::IpfixRun(Context& context, const FlowQuery& query, const Collector& collector, double delay_sec,
+                   bool for_nfdump)
     : m_context(context),
       m_delay_ms(static_cast<uint64_t>(delay_sec * 1000)),
       m_records(query),
-      m_exporter(collector, context.timeout_ms()) {
+      m_exporter(collector, context.timeout_ms()),
+      m_style{.for_nfdump = for_nfdump} {
     if (!has_ipfix()) throw Failure("this brumectl was built without libfixbuf, which makes IPFIX");
 }
 
@@ -46,7 +48,7 @@ void IpfixRun::look() {
         const std::string obstacle = flow_lists::obstacle(ask, status, flow_lists::FLOWS);
         if (!obstacle.empty()) throw Failure(obstacle);
         const bool is_ndpi = member_of(status, {"version", "ndpi"}).isString();
-        m_engine_id = is_ndpi ? NDPI : USER_DEFINED;
+        m_style.engine_id = is_ndpi ? NDPI : USER_DEFINED;
         records = m_records.look(ask, Moment::now());
         tell(m_daemon_trouble, "");
     } catch (const Failure& e) {
@@ -58,7 +60,7 @@ void IpfixRun::look() {
 
 void IpfixRun::send(const std::vector<FlowRecord>& records) {
     try {
-        m_exporter.send(records, m_engine_id);
+        m_exporter.send(records, m_style);
         tell(m_collector_trouble, "");
     } catch (const Failure& e) {
         tell(m_collector_trouble, e.what());

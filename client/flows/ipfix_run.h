@@ -10,7 +10,8 @@ namespace brumectl::flows {
 
 class IpfixRun {
  public:
-    IpfixRun(Context& context, const FlowQuery& query, const Collector& collector, double delay_sec);
+    IpfixRun(Context& context, const FlowQuery& query, const Collector& collector, double delay_sec,
+             bool for_nfdump);
 
     /** Never returns. Waits for a daemon and a collector that aren't there. Throws Interrupted. */
     [[noreturn]] void run();
@@ -26,7 +27,7 @@ class IpfixRun {
     FlowRecords m_records;
     IpfixExporter m_exporter;
     std::unique_ptr<Daemon> m_daemon;
-    uint8_t m_engine_id = 0;
+    IpfixStyle m_style = {};
     std::string m_daemon_trouble;     ///< as last told; empty if all is well
     std::string m_collector_trouble;  ///< likewise
 };
