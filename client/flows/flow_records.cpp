@@ -2,6 +2,9 @@
 
 #include <netinet/in.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include "client/text/flow_text.h"
 
 namespace brumectl::flows {
@@ -10,6 +13,8 @@ namespace {
 
 /** A TCP connection that nobody closed is forgotten far later than one that was. */
 constexpr double CLOSED_WITHIN_SEC = 60;
+/** Beyond it, what an engine says of times can't be meant. */
+constexpr double LONGEST_SEC = 1e9;
 
 end_e end_of(const FlowRecord& flow, double silent_sec) {
     return flow.protocol == IPPROTO_TCP && silent_sec < CLOSED_WITHIN_SEC ? ENDED : IDLE;
@@ -19,16 +24,16 @@ end_e end_of(const FlowRecord& flow, double silent_sec) {
 
 FlowRecords::Known FlowRecords::follow(const std::string& id, const FlowRecord& flow, const Sighting& seen,
                                        const Moment& moment) const {
-    Known out{seen, flow, {}, {}, flow.start_ms, moment.monotonic_sec() + ACTIVE_SEC};
+    Known out{seen, flow, {}, {}, seen.first_sec, moment.monotonic_sec() + ACTIVE_SEC};
     const auto before = m_known.find(id);
     if (m_is_first) {
         out.told_to_server = flow.to_server;
         out.told_to_client = flow.to_client;
-        out.told_until_ms = flow.end_ms;
+        out.told_until_sec = seen.last_sec;
     } else if (before != m_known.end() && seen.continues(before->second.seen)) {
         out.told_to_server = before->second.told_to_server;
         out.told_to_client = before->second.told_to_client;
-        out.told_until_ms = before->second.told_until_ms;
+        out.told_until_sec = before->second.told_until_sec;
         out.due_sec = before->second.due_sec;
     }
     return out;
@@ -39,7 +44,9 @@ void FlowRecords::add(std::vector<FlowRecord>& out, const Known& known, end_e en
     record.to_server = record.to_server - known.told_to_server;
     record.to_client = record.to_client - known.told_to_client;
     if (record.to_server == Traffic() && record.to_client == Traffic()) return;
-    record.start_ms = std::min(known.told_until_ms, record.end_ms);
+    // The flow's own start may be by a clock that has been set since.
+    const double lasted_ms = std::clamp(known.seen.last_sec - known.told_until_sec, 0.0, LONGEST_SEC) * 1000;
+    record.start_ms = record.end_ms - std::min(record.end_ms, static_cast<uint64_t>(std::lround(lasted_ms)));
     record.end = end;
     out.push_back(std::move(record));
 }
@@ -65,7 +72,7 @@ std::vector<FlowRecord> FlowRecords::look(const flow_lists::Ask& ask, const Mome
         add(out, known, ACTIVE);
         known.told_to_server = known.flow.to_server;
         known.told_to_client = known.flow.to_client;
-        known.told_until_ms = known.flow.end_ms;
+        known.told_until_sec = known.seen.last_sec;
         known.due_sec = moment.monotonic_sec() + ACTIVE_SEC;
     }
     m_known = std::move(now);

@@ -32,8 +32,8 @@ class FlowRecords {
         FlowRecord flow;         ///< with all traffic so far
         Traffic told_to_server;  ///< what of that was in records
         Traffic told_to_client;
-        uint64_t told_until_ms;
-        double due_sec;  ///< by the monotonic clock: the next record of a flow that goes on
+        double told_until_sec;  ///< by the monotonic clock, like the next
+        double due_sec;         ///< when the next record of a flow that goes on is due
     };
     using Flows = std::unordered_map<std::string, Known>;
 
