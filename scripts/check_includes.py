@@ -55,6 +55,7 @@ LAW = {
            "check": FEATURE,
            "classify": FEATURE,
            "evidence": FEATURE,
+           "flows": FEATURE,
            "lifecycle": [*FEATURE, "check/"],
            "live": FEATURE,
            "shell": ["text/", *ENDINGS],
