@@ -23,27 +23,26 @@ using flows::FlowQuery;
 using flows::Moment;
 
 constexpr const char* FOOTER =
-    "Of live traffic, \"dp0\", from an engine with the method flows.list; classify lists a capture's. Ages "
-    "are\n"
-    "by this machine's clock. --host takes an address, a network such as 10.0.0.0/8, or a name that clients\n"
-    "asked for: example.org stands for www.example.org as well. --protocol takes a full name, such as\n"
-    "TLS.Google, a part of it, or unclassified.\n"
+    "Lists the flows of live traffic (data path \"dp0\"); the engine must have the method flows.list. For a\n"
+    "capture's flows, see classify. Ages are by this machine's clock. --host takes an address, a network "
+    "such\n"
+    "as 10.0.0.0/8, or a name that clients asked for: example.org also matches www.example.org. --protocol\n"
+    "takes a full name, such as TLS.Google, a part of one, or unclassified.\n"
     "\n"
-    "With -f each look is below the one before. + marks a flow that is new since then, - one that has ended "
-    "or\n"
-    "doesn't match any more; with -n, one that was shown before.\n"
+    "With -f, each list follows the one before. + marks a flow that is new in it, - one that has ended or "
+    "no\n"
+    "longer matches or, with -n, is no longer among those shown.\n"
     "\n"
-    "With --json each flow is a line, as flows.list has it; with -f it begins with\n"
-    "  at            the look's time, seconds since 1970\n"
-    "  change        new, stays, or ended: with the numbers of the look before\n"
-    "With --csv likewise, below a line of the columns' names.\n"
+    "With --json, each flow is a line, as in flows.list. With -f, it also has\n"
+    "  at            when it was listed, seconds since 1970\n"
+    "  change        new, stays, or ended; an ended flow has the numbers of the list before\n"
+    "With --csv likewise, after a line with the names of the columns.\n"
     "\n"
-    "With --ipfix a flow that has ended, and each minute one that goes on, becomes an IPFIX record of what "
-    "has\n"
-    "been added to it: both directions, application with its number and name (RFC 6759), host of HTTP, "
-    "server\n"
-    "name of TLS. What a flow had before the start isn't told. While the collector is away, 100,000 records\n"
-    "are kept. Flows are looked at once each --delay, which has to be shorter than the engine keeps them.";
+    "With --ipfix, a flow that has ended, and each minute one that goes on, becomes an IPFIX record of what\n"
+    "was added since its last one: both directions, the application's number and name (RFC 6759), HTTP host\n"
+    "and TLS server name. Traffic before the start isn't included. While the collector is away, up to "
+    "100,000\n"
+    "records are kept. --delay must be shorter than the time that the engine keeps an ended flow.";
 
 struct FlowsOptions {
     FlowQuery query = {};
@@ -200,55 +199,52 @@ void add_filters(CLI::App& word, FlowsOptions& options) {
     word.add_option("--port", query.port, "Only flows with this port at either end")
         ->type_name("NUMBER")
         ->transform(number_between(0, UINT16_MAX));
-    word.add_option("--ns", query.ns_id, "Only flows of this name space")
+    word.add_option("--ns", query.ns_id, "Only flows in this name space")
         ->type_name("NUMBER")
         ->transform(number_between(0, UINT32_MAX));
-    word.add_option("--min-bytes", query.min_bytes, "Only flows with at least so many bytes")
+    word.add_option("--min-bytes", query.min_bytes, "Only flows of at least this size")
         ->type_name("SIZE")
         ->transform(size_in_bytes());
-    word.add_option("--max-bytes", query.max_bytes, "Only flows with at most so many bytes")
+    word.add_option("--max-bytes", query.max_bytes, "Only flows of at most this size")
         ->type_name("SIZE")
         ->transform(size_in_bytes());
     for (const auto& [name, value, text] :
-         {std::tuple{"--min-age", &query.min_age_sec, "Only flows that began at least so long ago"},
-          std::tuple{"--max-age", &query.max_age_sec, "Only flows that began at most so long ago"}})
+         {std::tuple{"--min-age", &query.min_age_sec, "Only flows that began at least this long ago"},
+          std::tuple{"--max-age", &query.max_age_sec, "Only flows that began at most this long ago"}})
         word.add_option(name, *value, text)->type_name("SECONDS")->check(seconds_between(0, 1e9));
-    word.add_flag("--no-guess", options.no_guess,
-                  "Leave unclassified what could only be guessed by port or address");
+    word.add_flag("--no-guess", options.no_guess, "Don't count guesses by port or address as classified");
 }
 
 }  // namespace
 
 void add_flows(CLI::App& app, Context& context) {
     auto options = std::make_shared<FlowsOptions>();
-    CLI::App* word = app.add_subcommand("flows", "The flows of live traffic: who with whom, what, how much");
+    CLI::App* word = app.add_subcommand("flows", "List the flows of live traffic");
     std::vector<std::string> names;
     for (const flows::Order& order : flows::orders())
         names.emplace_back(order.name);
-    restrict_to(*word->add_option("--sort", options->sort,
-                                  "Order: the largest, the oldest or the longest idle first, or by text")
+    restrict_to(*word->add_option("--sort", options->sort, "What to sort by; numbers in descending order")
                      ->capture_default_str(),
                 names);
-    word->add_flag("-r,--reverse", options->query.reverse, "The other way round");
-    word->add_option("-n,--count", options->count, "At most so many flows (default: all)")
+    word->add_flag("-r,--reverse", options->query.reverse, "Reverse the order");
+    word->add_option("-n,--count", options->count, "Show at most this many flows (default: all)")
         ->type_name("NUMBER")
         ->transform(number_between(1, UINT32_MAX));
     add_filters(*word, *options);
-    word->add_flag("-f,--follow", options->follow, "Stay and look again and again");
-    word->add_option("-d,--delay", options->delay_sec, "With -f or --ipfix: seconds between two looks")
+    word->add_flag("-f,--follow", options->follow, "Keep listing, marking new and ended flows");
+    word->add_option("-d,--delay", options->delay_sec, "With -f or --ipfix: seconds between updates")
         ->type_name("SECONDS")
         ->check(seconds_between(0.1, 3600))
         ->capture_default_str();
-    word->add_flag("--csv", options->csv, "Comma-separated values");
+    word->add_flag("--csv", options->csv, "Print comma-separated values");
     word->add_option("--ipfix", options->ipfix,
                      "Send records of the flows to this collector, until interrupted")
         ->type_name("HOST:PORT")
         ->check(not_empty());
-    restrict_to(
-        *word->add_option("--over", options->over, "With --ipfix: how to reach it")->capture_default_str(),
-        {"udp", "tcp"});
+    restrict_to(*word->add_option("--over", options->over, "With --ipfix: transport")->capture_default_str(),
+                {"udp", "tcp"});
     word->add_flag("--for-nfdump", options->for_nfdump,
-                   "With --ipfix: name applications as nfdump up to 1.7.1 needs it");
+                   "With --ipfix: send application names in the form that nfdump up to 1.7.1 reads");
     word->footer(FOOTER);
     word->callback([&context, options] {
         const FlowQuery query = query_of(context, *options);
