@@ -151,6 +151,9 @@ class Methods(DaemonTest):
     def check_example(self, method, example, state):
         params = params_of(example)
         reply = self.call(method, params)
+        if method["name"] != "shutdown":
+            after = method.get("x-leads-to", {}).get(state, state) if "result" in reply else state
+            self.assertEqual(self.it.result("status")["state"], after)
         if state not in example.get("x-states", [state]):
             return
         if "x-error" in example:
