@@ -46,7 +46,7 @@ void FlowRecords::add(std::vector<FlowRecord>& out, const Known& known, end_e en
     if (record.to_server == Traffic() && record.to_client == Traffic()) return;
     // The flow's own start may be by a clock that has been set since.
     const double lasted_ms = std::clamp(known.seen.last_sec - known.told_until_sec, 0.0, LONGEST_SEC) * 1000;
-    record.start_ms = record.end_ms - std::min(record.end_ms, static_cast<uint64_t>(std::lround(lasted_ms)));
+    record.start_ms = record.end_ms - std::min(record.end_ms, static_cast<uint64_t>(std::llround(lasted_ms)));
     record.end = end;
     out.push_back(std::move(record));
 }
