@@ -58,6 +58,8 @@ class Flows(ProgramChecks, DaemonTest):
         self.push("http")
         self.expect(["flows"], 0, (starts("CLIENT"), has("10.1.0.2:40002        -> 10.2.0.80:80           tcp   HTTP  "),
                                    has("751 B  www.example.net\n")), socket=self.it.path)
+        for line, found in (("--protocol H", "HTTP\t1 flow\n"), ("--host=10.2", "--host=10.2.0.80\t1 flow\n")):
+            self.expect(["complete", f"--line=brumectl flows {line}"], 0, found, socket=self.it.path)
         row, = csv.DictReader(io.StringIO(brumectl("flows", "--csv", socket=self.it.path)[1]))
         self.assertEqual((row["server_port"], row["host"], row["packets"]), ("80", "www.example.net", "10"))
         out = brumectl("flows", socket=self.it.path, terminal=True)[1]
@@ -124,6 +126,10 @@ class Flows(ProgramChecks, DaemonTest):
                 start = len(top.out())
                 top.type(key)
                 self.assertTrue(top.wait_for_out(shown, start), (key, shown))
+                if key == "p":
+                    self.assertTrue(top.wait_for_out("MQTT", start + top.out()[start:].index(shown)))
+                    picture = top.out().rpartition("\x1b[H")[0].rpartition("\x1b[H")[2]
+                    self.assertLess(picture.index("DNS"), picture.index("QUIC"), "not the one with most packets first")
             top.type("2")
             self.assertTrue(top.wait_for_out("   0 B ", len(top.out())))
             self.push("http")
