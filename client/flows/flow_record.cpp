@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "client/text/json_access.h"
 
@@ -34,7 +35,7 @@ uint8_t transport_of(const std::string& name) {
 uint64_t ms_of(const Json::Value& seconds) {
     constexpr double LATEST_SEC = 1e11;
     if (!seconds.isNumeric()) return 0;
-    return static_cast<uint64_t>(std::clamp(seconds.asDouble(), 0.0, LATEST_SEC) * 1000 + 0.5);
+    return static_cast<uint64_t>(std::llround(std::clamp(seconds.asDouble(), 0.0, LATEST_SEC) * 1000));
 }
 
 uint16_t port_of(const Json::Value& port) {

@@ -37,7 +37,8 @@ class Flows(ProgramChecks, DaemonTest):
             return lambda f: any(f.get(m, "").endswith(name) for m in ("sni", "host"))
 
         for words, wanted in (
-                (["--protocol", "dns"], lambda f: f["protocol"] == "DNS"), (["--port", "80"], lambda f: f.get("server_port") == 80),
+                (["--protocol", "dns"], lambda f: f["protocol"] == "DNS"),
+                (["--port", "80"], lambda f: f.get("server_port") == 80),
                 (["--host", "10.1.0.9"], lambda f: f["client"] == "10.1.0.9"), (["--ns", "7"], lambda f: f["ns_id"] == 7),
                 (["--host", "10.1.0.8/31"], lambda f: f["client"] == "10.1.0.9"),
                 (["--host", "FD00:1::/32"], lambda f: ":" in f["client"]), (["--host", "::/0"], lambda f: ":" in f["client"]),
@@ -58,13 +59,16 @@ class Flows(ProgramChecks, DaemonTest):
         self.push("http")
         self.expect(["flows"], 0, (starts("CLIENT"), has("10.1.0.2:40002        -> 10.2.0.80:80           tcp   HTTP  "),
                                    has("751 B  www.example.net\n")), socket=self.it.path)
+        for line, found in (("--protocol H", "HTTP\t1 flow\n"), ("--host=10.2", "--host=10.2.0.80\t1 flow\n")):
+            self.expect(["complete", f"--line=brumectl flows {line}"], 0, found, socket=self.it.path)
         row, = csv.DictReader(io.StringIO(brumectl("flows", "--csv", socket=self.it.path)[1]))
         self.assertEqual((row["server_port"], row["host"], row["packets"]), ("80", "www.example.net", "10"))
         out = brumectl("flows", socket=self.it.path, terminal=True)[1]
         self.assertEqual([len(line) <= 80 + len("\x1b[1m\x1b[0m") for line in out.splitlines()], [True] * 2, out)
         self.assertIn("\x1b[1mCLIENT", out)
         with self.subTest("nobody reads"):
-            self.assertEqual(brumectl("flows", "-f", socket=self.it.path, setup=stdout_to_nobody)[::2], (128 + signal.SIGPIPE, ""))
+            status, _, err = brumectl("flows", "-f", socket=self.it.path, setup=stdout_to_nobody)
+            self.assertEqual((status, err), (128 + signal.SIGPIPE, ""))
 
     def test_a_list_of_many_pages_is_whole(self):
         self.push("many", frames.udp_flows(2500))
@@ -100,7 +104,8 @@ class Flows(ProgramChecks, DaemonTest):
                 self.assertEqual(program.end(signal.SIGINT), 128 + signal.SIGINT)
 
     def test_what_cannot_be_listed_is_refused_without_an_error_in_the_daemons_log(self):
-        mistakes = ((["--host", "10.0.0.0/33"], "must be from 0 to 32, not '33'"), (["--host", "a/b"], "must be an address, a network"),
+        mistakes = ((["--host", "10.0.0.0/33"], "must be from 0 to 32, not '33'"),
+                    (["--host", "a/b"], "must be an address, a network"),
                     (["--port", "65536"], "must be from 0 to 65535"), (["--sort", "size"], "must be one of bytes, "),
                     (["--min-bytes", "2K", "--max-bytes", "1K"], "no flow has both"), (["--csv", "--json"], "choose one"),
                     (["--min-age", "3", "--max-age", "2"], "no flow has both"))
@@ -118,17 +123,23 @@ class Flows(ProgramChecks, DaemonTest):
     def test_top_has_panes_of_flows_and_hosts(self):
         self.push("sample")
         with Program("top", "-d", "0.2", socket=self.it.path, terminal=True) as top:
-            for key, shown in (("", " flows   every 0.2 s, by bytes a second"), ("\t", "CLIENT"), ("", "   0 B "), ("p", " hosts   every 0.2 s, by packets"),
+            for key, shown in (("", " flows   every 0.2 s, by bytes a second"), ("\t", "CLIENT"), ("", "   0 B "),
+                               ("p", " hosts   every 0.2 s, by packets"),
                                ("a", ", by age"), ("3", "HOST"), ("b", " overview   every 0.2 s, by bytes"), ("1", "PROTOCOL"),
                                ("?", "the next of overview flows hosts")):
                 start = len(top.out())
                 top.type(key)
                 self.assertTrue(top.wait_for_out(shown, start), (key, shown))
+                if key == "p":
+                    self.assertTrue(top.wait_for_out("MQTT", start + top.out()[start:].index(shown)))
+                    picture = top.out().rpartition("\x1b[H")[0].rpartition("\x1b[H")[2]
+                    self.assertLess(picture.index("DNS"), picture.index("QUIC"), "not the one with most packets first")
             top.type("2")
             self.assertTrue(top.wait_for_out("   0 B ", len(top.out())))
             self.push("http")
             self.assertTrue(top.wait_for_out("\x1b[36m10.1.0.2:40002"), "no busy flow")
-        for pane, shown, other in (("flows", "10.1.0.2:40002 ", "no method 'flows.list'"), ("hosts", "fd00:1::2 ", "'flows.hosts'")):
+        for pane, shown, other in (("flows", "10.1.0.2:40002 ", "no method 'flows.list'"),
+                                   ("hosts", "fd00:1::2 ", "no method 'flows.hosts'")):
             top = ["top", "-b", "-n", "1", "--pane", pane]
             self.expect(top, 0, has(shown), socket=self.it.path)
             listed = json.loads(brumectl("--json", *top, socket=self.it.path)[1])["list"]

@@ -91,7 +91,8 @@ class Ipfix(ProgramChecks, DaemonTest):
     def check(self, receiver):
         self.assertGreaterEqual(len(receiver.records), 16)
         http = next(r for r in receiver.records if r[NAME] == b"HTTP" and 8 in r)
-        self.assertEqual([http[e] for e in (BYTES, PACKETS, REVERSE | BYTES, REVERSE | PACKETS, PROTOCOL, REASON, HOST, 7, 11, 8)],
+        self.assertEqual([http[e] for e in (BYTES, PACKETS, REVERSE | BYTES, REVERSE | PACKETS, PROTOCOL, REASON, HOST, 7, 11,
+                                            8)],
                          [439, 6, 312, 4, 6, ENDED, b"www.example.net", 40002, 80, 0x0a010002])
         self.assertLessEqual(http[START], http[END])
         self.assertEqual((http[APP][0], receiver.names[http[APP]]), (NDPI, ("HTTP", "Web")))
@@ -144,7 +145,7 @@ class Ipfix(ProgramChecks, DaemonTest):
             self.assertEqual(exporter.end(signal.SIGINT), 128 + signal.SIGINT)
 
     def test_a_collector_that_cannot_be_named_is_refused(self):
-        for words, complaint in ((["x"], "must be HOST:PORT"), (["x:0"], "must be HOST:PORT"), (["::1:5"], "must be HOST:PORT"),
+        for words, complaint in ((["x"], "be HOST:PORT"), (["x:0"], "be HOST:PORT"), (["::1:5"], "be HOST:PORT"),
                                  (["x:5", "--csv"], "lists nothing"), (["x:5", "-f"], "lists nothing")):
             self.expect(["flows", "--ipfix", *words], 2, "", has(complaint), socket=self.it.path)
         with Program("flows", "--ipfix", "x:5", socket="/none") as exporter:
