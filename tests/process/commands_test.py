@@ -14,6 +14,7 @@ NO_HEX = "'addr' is not a valid HEX value"
 REFUSALS = (
     ("echo", {"message": 5}, BAD_PARAMS, "'message' is 'int', expecting 'string'"),
     ("events", None, FAILED, "field 'type' is missing"),
+    ("events", 5, FAILED, "internal parsing error"),
     ("load", {"cpaddr": True}, BAD_PARAMS, "'cpaddr' is 'boolean', expecting 'string'"),
     ("load", {"path": "/no%sdir"}, FAILED, "path '/no%sdir' is not a valid directory or does not exists"),
     *(("load", {"shm": {"type": "devmem", "size": 1, "addr": addr}}, FAILED, NO_HEX)

@@ -40,6 +40,13 @@ class Lifecycle(DaemonTest):
         self.assertEqual(daemon.wait_exit(), 2)
         self.assertIn("brumecpd: error: '--attach' is supported only with '--activate'\n", daemon.err())
 
+    def test_kernel_mode_is_told_and_has_shared_memory_of_its_own(self):
+        daemon = self.daemon(mode="km", engine=SCRIPTED)
+        self.assertIn("Configured in: 'kernel mode'", daemon.log_text())
+        self.assertEqual(daemon.result("status")["mode"], "kernel")
+        self.assertEqual(daemon.failure("load", {"shm": {"type": "devmem"}}),
+                         "devmem SHM configuration is not supported on kernel mode")
+
     def test_a_stop_signal_during_the_automatic_start_ends_the_daemon_by_the_ordinary_road(self):
         daemon = self.scripted("-a", script="delay init 700\n", ready=False)
         self.assertTrue(daemon.wait_for_log("Loading corvo engine"))

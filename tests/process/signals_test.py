@@ -92,7 +92,7 @@ class Signals(DaemonTest):
         daemon = self.at_work("--wd_hog_timeout", "1500")
         # The engine's pause ends with the first signal, as any wait in the server does.
         daemon.script("delay coffee 900000")
-        time.sleep(0.9)  # the watchdog judges nobody before his first heartbeat
+        time.sleep(0.9)  # the watchdog judges nobody before the first heartbeat
         self.send_coffee(daemon)
         # The parent says so at the next heartbeat, before or after the server has made its report.
         for text in ("HOG lasted ", "***Stack trace***"):
