@@ -1,5 +1,6 @@
 """The supervising parent and its server: killed, stopped, flooded, orphaned."""
 import contextlib
+import fcntl
 import os
 import pathlib
 import signal
