@@ -1,13 +1,17 @@
 #include "options.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <climits>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string_view>
+#include <variant>
 
 #include "engine_error.h"
 #include "packet_ring.h"
@@ -18,15 +22,22 @@ namespace {
 constexpr const char* FILE_NAME = "libcvcp_u.conf";
 constexpr std::string_view BLANKS = " \t\r";
 
+/** More than any sensible file has, so that naming a device by mistake is harmless. */
+constexpr size_t MAX_FILE = 64UL << 10;
+constexpr uint64_t MIB = 1UL << 20;
+
 struct Setting {
     const char* name;
-    size_t Options::*member;
-    size_t least;
-    size_t most;
+    std::variant<uint64_t Options::*, std::string Options::*> member;
+    uint64_t least;  ///< the number's range, or that of the text's length
+    uint64_t most;
 };
 
 constexpr Setting SETTINGS[] = {
     {"ring_bytes", &Options::ring_bytes, PacketRing::MIN_BYTES, PacketRing::MAX_BYTES},
+    {"sensor", &Options::sensor, 1, 255},
+    {"spool", &Options::spool, 0, PATH_MAX / 2},
+    {"spool_bytes", &Options::spool_bytes, 4 * MIB, MIB* MIB},
 };
 
 std::string trimmed(std::string_view text) {
@@ -35,21 +46,52 @@ std::string trimmed(std::string_view text) {
     return std::string(text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin));
 }
 
+std::string from_to(const Setting& setting) {
+    return "from " + std::to_string(setting.least) + " to " + std::to_string(setting.most);
+}
+
+uint64_t number_of(const Setting& setting, const std::string& value) {
+    uint64_t number = 0;
+    const char* past = value.data() + value.size();
+    const auto [end, err] = std::from_chars(value.data(), past, number);
+    if (err != std::errc() || end != past || number < setting.least || number > setting.most)
+        throw Error(std::string(setting.name) + " must be " + from_to(setting) + ", not " + quoted(value));
+    return number;
+}
+
+const std::string& text_of(const Setting& setting, const std::string& value) {
+    const auto is_control = [](unsigned char c) { return c < ' ' || c == 0x7f; };
+    if (value.size() < setting.least || value.size() > setting.most ||
+        std::any_of(value.begin(), value.end(), is_control))
+        throw Error(std::string(setting.name) + " must have " + from_to(setting) +
+                    " bytes and no control characters");
+    return value;
+}
+
+const Setting& setting_of(const std::string& name) {
+    std::string names;
+    for (const Setting& setting : SETTINGS) {
+        if (name == setting.name) return setting;
+        names += (names.empty() ? "" : ", ") + std::string(setting.name);
+    }
+    throw Error("no option " + quoted(name) + ", expecting one of " + names);
+}
+
 void set(Options& options, std::string_view line) {
     const size_t sign = line.find('=');
-    const std::string name = trimmed(line.substr(0, sign));
-    const auto* setting = std::find_if(std::begin(SETTINGS), std::end(SETTINGS),
-                                       [&](const Setting& one) { return name == one.name; });
-    if (sign == std::string_view::npos || setting == std::end(SETTINGS))
-        throw Error("expecting 'ring_bytes = NUMBER', not " + quoted(trimmed(line)));
+    const Setting& setting = setting_of(trimmed(line.substr(0, sign)));
+    if (sign == std::string_view::npos)
+        throw Error(std::string("expecting '") + setting.name + " = VALUE', not " + quoted(trimmed(line)));
     const std::string value = trimmed(line.substr(sign + 1));
-    size_t number = 0;
-    const auto [end, err] = std::from_chars(value.data(), value.data() + value.size(), number);
-    if (err != std::errc() || end != value.data() + value.size() || number < setting->least ||
-        number > setting->most)
-        throw Error(name + " must be from " + std::to_string(setting->least) + " to " +
-                    std::to_string(setting->most) + ", not " + quoted(value));
-    options.*setting->member = number;
+    if (const auto* number = std::get_if<uint64_t Options::*>(&setting.member))
+        options.** number = number_of(setting, value);
+    else
+        options.*std::get<std::string Options::*>(setting.member) = text_of(setting, value);
+}
+
+std::string host_name() {
+    char name[HOST_NAME_MAX + 1] = {};
+    return gethostname(name, HOST_NAME_MAX) == 0 ? name : "";
 }
 
 std::string default_file() {
@@ -65,15 +107,21 @@ Options Options::load() {
     const char* named = std::getenv("BRUMECP_ENGINE_CONF");
     const std::string file = named ? named : default_file();
     std::ifstream in(file);
-    if (!in && !named) return {};
-    std::stringstream text;
-    text << in.rdbuf();
-    if (!in) throw Error("can't read the engine's options in " + quoted(file));
-    return parse(text.str(), file);
+    const int error = errno;
+    if (!in && !named && error == ENOENT) return parse("", file);
+    const std::string what = "can't read the engine's options in " + quoted(file);
+    if (!in) throw Error(what + reason(error));
+    std::string text(MAX_FILE + 1, '\0');
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (in.bad()) throw Error(what + reason(errno));
+    text.resize(static_cast<size_t>(in.gcount()));
+    if (text.size() > MAX_FILE) throw Error(what + ": more than " + std::to_string(MAX_FILE) + " bytes");
+    return parse(text, file);
 }
 
 Options Options::parse(const std::string& text, const std::string& file) {
     Options options;
+    options.sensor = host_name();
     std::istringstream lines(text);
     size_t number = 0;
     for (std::string line; std::getline(lines, line);) {

@@ -1,13 +1,17 @@
 #pragma once
 // What can be set in our engine that no method carries: a file of lines `name = value` beside the library.
 
-#include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace corvo::engine {
 
 struct Options {
-    size_t ring_bytes = 4UL << 20;  ///< memory for the frames of one interface; see PacketRing for its limits
+    uint64_t ring_bytes =
+        4UL << 20;       ///< memory for the frames of one interface; see PacketRing for its limits
+    std::string sensor;  ///< name of this machine in records; its host name by default
+    std::string spool;   ///< folder for records that couldn't be sent; none if empty
+    uint64_t spool_bytes = 256UL << 20;  ///< the most that they may take there
 
     /**
      * Reads `libcvcp_u.conf` in the library's folder, or what BRUMECP_ENGINE_CONF names. Only the former may
