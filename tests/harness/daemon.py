@@ -30,7 +30,7 @@ class Daemon:
 
     def __init__(self, folder, *args, tcp=0, engine=None, env=None, watchdog=True, preload=None, setup=None, log=None,
                  mode="us", files=None):
-        """engine: a folder, made reachable as ../lib. files: texts by name, for its working directory. setup: runs in the
+        """engine: a folder, made reachable as ../lib. files: texts or bytes by name, for its working directory. setup: runs in the
         new process before the program."""
         self.folder = pathlib.Path(folder)
         self.cwd = self.folder / "bin"
@@ -41,7 +41,7 @@ class Daemon:
         if engine and not (self.folder / "lib").exists():
             (self.folder / "lib").symlink_to(engine)
         for name, content in (files or {}).items():
-            (self.cwd / name).write_text(content)
+            (self.cwd / name).write_bytes(content if isinstance(content, bytes) else content.encode())
         command = [*EMULATOR, BUILD / "bin/brumecpd", "-m", mode, "-s", f"127.0.0.1:{tcp}" if tcp else self.path,
                    "-l", self.log, *([] if watchdog else ["--wd_disable"]), *args]
         environment = {**os.environ, "TEST_ENGINE_SCRIPT": "script", "TEST_ENGINE_LOG": "calls", **(env or {})}

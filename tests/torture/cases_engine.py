@@ -60,17 +60,13 @@ class Run:
             args += ["-a", "--attach", "lo"]
         if deed == "hang":
             args += ["--wd_hog_timeout", "500", "--wd_kill_timeout", "1500"]
-        self.daemon = trial.daemon(*args, ready=False, engine=SCRIPTED, env={"TEST_ENGINE_SCRIPT": "../script"},
-                                   before=self.write_script)
+        verb, _, rest = DEEDS[deed][0].partition(b" ")
+        name = function.encode()
+        # "once": the engine removes its script when it does the deed, so that it does so once.
+        self.daemon = trial.daemon(*args, ready=False, engine=SCRIPTED,
+                                   files={"script": b"once %b\n%b %b %b\n" % (name, verb, name, rest)})
         self.daemon.check_log = self.check_log
         self.reply = None
-
-    def write_script(self, folder):
-        """The engine takes it away when it does the deed, so that it does so once."""
-        self.mark = folder / "script"
-        verb, _, rest = DEEDS[self.deed][0].partition(b" ")
-        name = self.function.encode()
-        self.mark.write_bytes(b"once %b\n%b %b %b\n" % (name, verb, name, rest))
 
     def provoke(self):
         """Up to the deed; before that everything must work."""
@@ -82,7 +78,7 @@ class Run:
             for method, params in self.calls[:-1]:
                 hold("result" in (self.daemon.call(method, params) or {}), f"{method} failed before the deed")
             self.reply = self.daemon.call(*self.calls[-1], seconds=3)
-        hold(eventually(lambda: not self.mark.exists()), "it was never called")
+        hold(eventually(lambda: not (self.daemon.cwd / "script").exists()), "it was never called")
 
     # --- what is expected
     def refused(self):

@@ -145,12 +145,9 @@ class Trial:
         self.daemons = []
         self.numbers = itertools.count(1)  # threads may share a trial
 
-    def daemon(self, *args, ready=True, before=None, **more):
-        """before: is called with its folder before it starts."""
+    def daemon(self, *args, ready=True, **more):
         folder = self.folder / str(next(self.numbers))
         folder.mkdir()
-        if before:
-            before(folder)
         daemon = Daemon(folder, *args, **more)
         self.daemons.append(daemon)
         if ready:
