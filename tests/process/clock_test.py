@@ -15,7 +15,7 @@ class Clock(DaemonTest):
                              watchdog=True, setup=starting_at(limit_ms - BEFORE_MS))
         self.assertAlmostEqual(daemon.result("ping")["ts"] * 1000, limit_ms, delta=60000)
         self.assertTrue(eventually(lambda: daemon.result("ping")["ts"] * 1000 > limit_ms))
-        # Reloading, too, measures time: the second crash within a moment costs two seconds.
+        # Reloading measures time, too: a second crash soon after the first costs two seconds.
         server = daemon.next_child()
         kill(server, signal.SIGKILL)
         daemon.next_child(server)

@@ -1,5 +1,4 @@
-"""What clients can do wrong, to the real daemon, over both transports: each gets its exact answer, and the daemon is the
-same afterwards."""
+"""What clients can do wrong, over both transports: each gets its exact answer, and the daemon goes on as before."""
 import json
 
 from harness.case import DaemonTest

@@ -72,7 +72,7 @@ class Lifecycle(DaemonTest):
         self.addCleanup(kill, pid, signal.SIGKILL)
         standard = [f"/proc/{pid}/fd/{fd}" for fd in range(3)]
         self.assertEqual([fd for fd in standard if os.path.lexists(fd)], [])
-        # A library must get none of them.
+        # A library must not get one of these numbers for a file of its own.
         starter.result("load", load_params(SCRIPTED))
         self.assertEqual([os.readlink(fd) for fd in standard], ["/dev/null"] * 3)
         kill(pid, signal.SIGTERM)

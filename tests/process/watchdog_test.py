@@ -7,10 +7,10 @@ import signal
 import time
 
 from harness.case import SANITIZED, DaemonTest
-from harness.processes import children, descriptors, eventually, gone, kill
+from harness.processes import eventually, gone, kill
 
 SHORT_TIMEOUTS = ("--wd_hog_timeout", "200", "--wd_kill_timeout", "600", "-v", "debug")
-PATIENCE = 3 if SANITIZED else 1  # short time-outs would judge the machine
+PATIENCE = 3 if SANITIZED else 1  # a slow build would miss short time-outs
 
 
 def stderr_of(server):
@@ -67,7 +67,7 @@ class Watchdog(DaemonTest):
     def test_a_silent_server_is_asked_then_aborted_and_never_counts_as_normal(self):
         daemon = self.supervised(*SHORT_TIMEOUTS)
         server = daemon.next_child()
-        daemon.signal(signal.SIGUSR2)  # the first heartbeat: without one there's no judgement
+        daemon.signal(signal.SIGUSR2)  # the first heartbeat: nobody is judged before it
         kill(server, signal.SIGSTOP)
         self.assertTrue(daemon.wait_for_log("Aborting child (state T)"))
         self.assertIn("Sending HOG signal to child (state T)", daemon.log_text())
@@ -103,7 +103,7 @@ class Watchdog(DaemonTest):
     def test_a_flood_of_stderr_holds_up_neither_judgement_nor_end(self):
         daemon = self.supervised("--wd_hog_timeout", "200", "--wd_kill_timeout", "3000")
         server = daemon.next_child()
-        # Someone else who holds the pipe and goes on writing when the server is gone.
+        # A second writer goes on writing to the pipe when the server is gone.
         pipe = stderr_of(server)
         self.addCleanup(os.close, pipe)
 
@@ -129,7 +129,7 @@ class Watchdog(DaemonTest):
             daemon.process.kill()
             daemon.wait_exit()
             self.assertTrue(more or daemon.wait_for_log("Parent PID has changed, heartbeats won't be sent"))
-            # Printing must fail before the pipe that nobody empties is full.
+            # Writes must fail, rather than fill a pipe that nobody empties.
             pipe = stderr_of(server)
             self.addCleanup(os.close, pipe)
 

@@ -23,7 +23,7 @@ MS_RDONLY, MS_REMOUNT, MS_REC, MS_PRIVATE = 1, 32, 16384, 1 << 18
 # --- what the cases share ----------------------------------------------------------------------------------
 @contextlib.contextmanager
 def small_disk(trial, size="64k"):
-    """A folder with its own file system of so many bytes, which this process and its children alone see."""
+    """A folder with a file system of that size, which only this process and its children see."""
     folder = trial.folder / "disk"
     folder.mkdir()
     try:
@@ -59,7 +59,7 @@ def crash(daemon):
 
 
 def serve(daemon, count, seconds=1):
-    """Requests until so many are answered. A reply may be lost on its way, and is asked for again."""
+    """Sends requests until `count` are answered; a reply may be lost on its way. Returns how many were."""
     lost, bound = 0, 50 + 3 * count
     while count:
         if daemon.ask(request("status"), seconds):
@@ -82,7 +82,7 @@ def full_disk(trial, early):
         serve(daemon, 3)
         daemon.check_log()
         for old in daemon.evidence():
-            shutil.rmtree(old)  # of the time without room
+            shutil.rmtree(old)  # gathered when there was no room
         daemon.hold_clean_end()
         daemon.check_log()
         return "serves on, reloads; its log consists of whole lines"
@@ -107,7 +107,7 @@ def read_only_disk(trial):
 
 
 def fresh_folder(folder):
-    """Whatever is there, if anything, makes room for an empty folder."""
+    """Replaces whatever is there, if anything, with an empty folder."""
     if folder.is_dir() and not folder.is_symlink():
         shutil.rmtree(folder)
     else:
@@ -200,8 +200,9 @@ def interrupted(trial, every):
     return f"{hits} calls interrupted, {lost} replies asked for again"
 
 
-for nth, small in ((5, True), (7, False), (11, False)):
-    case(f"each {nth}. interruptible call is interrupted: start, requests, crash, reload, stop", nth, short=small)(interrupted)
+for nth in (5, 7, 11):
+    case(f"each {nth}. interruptible call is interrupted: start, requests, crash, reload, stop", nth,
+         short=nth == 5)(interrupted)
 
 
 # --- limits ------------------------------------------------------------------------------------------------
@@ -227,7 +228,8 @@ def limited_start(trial, kind, unit, few, many):
 
 case("start with a limit of the address space in MiB, growing", resource.RLIMIT_AS, 1 << 20, (16, 64, 400),
      (8, 16, 24, 32, 40, 48, 64, 80, 96, 112, 128, 160, 256, 512))(limited_start)
-case("start with a limit of the descriptors, growing", resource.RLIMIT_NOFILE, 1, (3, 8, 16), range(1, 25))(limited_start)
+case("start with a limit of the descriptors, growing", resource.RLIMIT_NOFILE, 1, (3, 8, 16),
+     range(1, 25))(limited_start)
 
 
 @case("pushes that grow under a limit of the address space")

@@ -17,7 +17,7 @@ ACTIVE = [LOAD, ("activate", {"resources": {"max_flows": 10}})]
 FRAME = base64.b64encode(bytes.fromhex("ffffffffffff0000000000010800450000210001000040117cc97f0000017f000001"
                                        "00350035000d000068656c6c6f")).decode()
 
-# What makes the daemon call each function: requests, the last of which does.
+# Requests for each function; the last one makes the daemon call it.
 CALLS = {
     "init": [LOAD],
     "get_evfd": [LOAD],
@@ -42,7 +42,7 @@ CALLS = {
     "health_conf_get": [LOAD, ("health", {"cmd": "get_config"})],
     "health_conf_set": [LOAD, ("health", {"cmd": "configure", "json": {}})],
 }
-# A failure of these is logged and goes to nobody.
+# A failure of these is only logged.
 UNHEARD = {"tick", "intf_detach"}
 
 # The functions that return something.
@@ -60,17 +60,13 @@ class Run:
             args += ["-a", "--attach", "lo"]
         if deed == "hang":
             args += ["--wd_hog_timeout", "500", "--wd_kill_timeout", "1500"]
-        self.daemon = trial.daemon(*args, ready=False, engine=SCRIPTED, env={"TEST_ENGINE_SCRIPT": "../script"},
-                                   before=self.write_script)
+        verb, _, rest = DEEDS[deed][0].partition(b" ")
+        name = function.encode()
+        # "once": the engine removes its script when it does the deed, so that it does so once.
+        self.daemon = trial.daemon(*args, ready=False, engine=SCRIPTED,
+                                   files={"script": b"once %b\n%b %b %b\n" % (name, verb, name, rest)})
         self.daemon.check_log = self.check_log
         self.reply = None
-
-    def write_script(self, folder):
-        """The engine takes it away when it does the deed, so that it does so once."""
-        self.mark = folder / "script"
-        verb, _, rest = DEEDS[self.deed][0].partition(b" ")
-        name = self.function.encode()
-        self.mark.write_bytes(b"once %b\n%b %b %b\n" % (name, verb, name, rest))
 
     def provoke(self):
         """Up to the deed; before that everything must work."""
@@ -82,7 +78,7 @@ class Run:
             for method, params in self.calls[:-1]:
                 hold("result" in (self.daemon.call(method, params) or {}), f"{method} failed before the deed")
             self.reply = self.daemon.call(*self.calls[-1], seconds=3)
-        hold(eventually(lambda: not self.mark.exists()), "it was never called")
+        hold(eventually(lambda: not (self.daemon.cwd / "script").exists()), "it was never called")
 
     # --- what is expected
     def refused(self):
@@ -131,8 +127,8 @@ class Run:
         hold(self.daemon.process.returncode == 0, f"status {self.daemon.process.returncode}")
 
     def deaf(self):
-        """What it does next may need a descriptor that is gone; then it stops in order. Else nobody can be heard any more, but
-        that costs nothing, and it can be stopped."""
+        """If its next step needs a descriptor that is gone, it stops in order. Else it hears nobody any more, but is
+        idle and can be stopped."""
         spent, written = self.spent(), len(self.daemon.told())
         time.sleep(1)
         if not self.daemon.running():
@@ -156,7 +152,7 @@ class Run:
                  f"a malformed log line: {line[:120]!r}")
 
 
-# What the engine is told to do: a line of its script, without the function's name behind the first word; what comes of it.
+# The line of the engine's script, without the function's name after the first word; what follows; how it is checked.
 DEEDS = {
     "fail": (b"fail " + HOSTILE, "refused with the engine's words", Run.refused),
     "fail_long": (b"fail " + b"%" * 200000, "refused", Run.refused),
@@ -185,7 +181,7 @@ def one_run(trial, deed, function):
             run.daemon.hold_clean_end()
         run.daemon.check_all()
         return None
-    except Exception as e:  # one of many: told with its name, after the others
+    except Exception as e:  # one of many: reported with its function, after the others
         return f"{function}: {e}"
 
 

@@ -1,5 +1,5 @@
-"""The n-th call of a kind fails, for every n up to a run in which none failed any more: in each phase of a daemon's life
-it must answer afterwards, or have stopped with its cause told, and must hold on to nothing."""
+"""The n-th call of a kind fails, for each n until a run has fewer calls. In each phase of its life, the daemon must
+answer afterwards or have stopped and said why, and must leave nothing behind."""
 import errno
 import signal
 
@@ -13,15 +13,15 @@ from trial import case, hold
 COUNTS = range(1, 201)
 SHORT_COUNTS = (1, 2, 3, 5, 8, 13, 21, 34, 55, 89, 144)
 # The others fail with EIO.
-ERRORS = {"accept4": errno.EMFILE, "epoll_ctl": errno.ENOSPC, "epoll_create1": errno.EMFILE, "epoll_wait": errno.ENOMEM,
-          "fork": errno.EAGAIN, "fopen": errno.EMFILE, "fopen64": errno.EMFILE, "open": errno.EMFILE, "openat": errno.EMFILE,
-          "pipe2": errno.EMFILE, "socket": errno.EMFILE, "socketpair": errno.EMFILE, "bind": errno.EADDRINUSE,
-          "write": errno.ENOSPC, "mkdirat": errno.ENOSPC, "renameat": errno.EXDEV, "sendto": errno.ENOBUFS,
-          "recvfrom": errno.ENOMEM, "dlopen": errno.ENOMEM, "fdopen": errno.ENOMEM}
+ERRORS = {
+    **dict.fromkeys("accept4 epoll_create1 fopen fopen64 open openat pipe2 socket socketpair".split(), errno.EMFILE),
+    **dict.fromkeys("dlopen epoll_wait fdopen recvfrom".split(), errno.ENOMEM),
+    **dict.fromkeys("epoll_ctl mkdirat write".split(), errno.ENOSPC),
+    "bind": errno.EADDRINUSE, "fork": errno.EAGAIN, "renameat": errno.EXDEV, "sendto": errno.ENOBUFS}
 
-# How the daemon may end: each of these, in its log or output, is the told cause of a stop.
+# When the daemon ends, one of these must be in its log or output.
 CAUSES = (b"CP shutdown - cause: ", b"Fork has failed, exiting...", b"Stderr pipe creation failed, exiting...")
-# A library below nDPI aborts the process where it can't tell whether it must be "FIPS" compliant; that counts as a crash.
+# A library below nDPI aborts the process if it can't tell whether it must be "FIPS" compliant; that counts as a crash.
 LIBRARY_ABORT = b"FATAL: error reading `/proc/sys/crypto/fips_enabled' in libgcrypt"
 DEAF = b"Error detected on channel, exiting"
 
@@ -38,8 +38,8 @@ class Victim:
         # The full form loads what we ship, which costs a second; the short one an engine that does nothing.
         engine = ENGINES / "inert" if self.trial.short else OURS
         # A busy machine isn't what is tried here.
-        self.daemon = self.trial.daemon("-a", "--wd_hog_timeout", "20000", *self.args, engine=engine, **self.calls.preload,
-                                        **self.more, **more)
+        self.daemon = self.trial.daemon("-a", "--wd_hog_timeout", "20000", *self.args, engine=engine,
+                                        **self.calls.preload, **self.more, **more)
         return self.daemon
 
     def arm(self, n):
@@ -137,7 +137,7 @@ def serving(requests, tcp=False):
             daemon = victim.daemon
             victim.arm(n)
             for method, params in chosen:
-                daemon.ask(request(method, params), 0.3)  # many a reply gets lost
+                daemon.ask(request(method, params), 0.3)  # many replies get lost
             victim.calls.disarm()
             if victim.settle():
                 check_able(daemon, chosen)
@@ -167,15 +167,18 @@ PUSHING = [("push_pcap", {"type": "filename", "filename": "", "reset": True})]
 
 # phase: what it does, the calls that fail in it, and those of them that the short form tries too
 PHASES = {
-    "start": (once(start), "socket bind setsockopt epoll_create1 epoll_ctl socketpair pipe2 fork open openat fopen fopen64 fdopen "
-                           "mkdirat dlopen", "bind epoll_ctl fork open mkdirat dlopen"),
-    "requests": (serving(REQUESTS), "recvfrom sendto epoll_ctl epoll_wait open fopen64 read", "recvfrom sendto epoll_ctl"),
+    "start": (once(start),
+              "socket bind setsockopt epoll_create1 epoll_ctl socketpair pipe2 fork open openat fopen fopen64 fdopen "
+              "mkdirat dlopen", "bind epoll_ctl fork open mkdirat dlopen"),
+    "requests": (serving(REQUESTS), "recvfrom sendto epoll_ctl epoll_wait open fopen64 read",
+                 "recvfrom sendto epoll_ctl"),
     "requests over TCP": (serving(REQUESTS, tcp=True), "accept4 epoll_ctl recv send", "accept4 epoll_ctl"),
     "unload and load": (serving(RELOADING), "dlopen epoll_create1 epoll_ctl", "dlopen epoll_ctl"),
     "push": (serving(PUSHING), "open fdopen epoll_ctl sendto", "open"),
     "reload": (once(reload, "--wd_reload"),
-               "fork pipe2 open openat fopen write mkdirat renameat read socket bind epoll_ctl dlopen ppoll", "fork renameat"),
-    "stop": (once(stop), "open write epoll_ctl read epoll_wait", "open"),
+               "fork pipe2 open openat fopen write mkdirat renameat read socket bind epoll_ctl dlopen ppoll",
+               "fork renameat"),
+    "stop": (once(stop), "open write epoll_ctl read", "open"),
 }
 for name, (phase_of, calls, short) in PHASES.items():
     for failing in calls.split():

@@ -15,7 +15,7 @@ IMPATIENT = ("--wd_hog_timeout", "1000", "--wd_kill_timeout", "3000")
 
 
 def load(daemon):
-    """Requests without a pause. Replies may be missing, wrong ones may not come. Yields the growing list of the others."""
+    """Sends requests without a pause. Yields the growing list of replies, None for each that is missing."""
     methods = itertools.cycle([("ping",), ("status",), ("cmds",), ("events", {"type": "hog"})])
 
     def ask():
@@ -32,7 +32,7 @@ def answered(replies):
 
 
 def evidence(daemon):
-    """Folders of evidence, each with the log that belongs to it."""
+    """Returns the folders of evidence; each must hold a log."""
     daemon.check_evidence()
     for folder in daemon.evidence():
         hold((folder / "log").is_file(), f"no log in {folder.name}")
@@ -49,7 +49,8 @@ def pause(daemon, child):
     hold(daemon.child() == child, "a short pause cost the child its life")
 
 
-ENDS = [signal.SIGKILL, signal.SIGSEGV, None, signal.SIGKILL, signal.SIGSEGV, signal.SIGBUS, signal.SIGSTOP]  # None: a pause
+# None stands for a pause.
+ENDS = [signal.SIGKILL, signal.SIGSEGV, None, signal.SIGKILL, signal.SIGSEGV, signal.SIGBUS, signal.SIGSTOP]
 
 
 @case("a child killed, crashed and stopped at random moments under load")
@@ -70,7 +71,7 @@ def random_ends(trial):
                 daemon.hold_other_child(child)
                 crashes += 1
             daemon.check_zombies()
-            hold(eventually(lambda: descriptors(daemon.pid) == held, 2), f"the parent has {descriptors(daemon.pid)} descriptors")
+            hold(eventually(lambda: descriptors(daemon.pid) == held, 2), f"the parent holds {descriptors(daemon.pid)}")
     daemon.hold_descriptors(held_by_child, 2)
     found = len(evidence(daemon))
     hold(crashes // 2 < found <= crashes, f"{found} folders of evidence for {crashes} ends")

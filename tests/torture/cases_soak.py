@@ -37,7 +37,7 @@ def soak(trial, seconds, sanitized=False, tcp=0):
     rng = random.Random(5)
     # A busy machine is a stall, too, and the first reports of stalls take 15 MiB for the symbols of their stacks.
     daemon = trial.daemon("-v", "error", "--wd_no_hog", tcp=tcp)
-    ask_many(daemon, rng, time.monotonic() + seconds / 5)  # until all that stays is there
+    ask_many(daemon, rng, time.monotonic() + seconds / 5)  # until everything that stays is allocated
     child, fds, started = daemon.child(), descriptors(daemon.child()), time.monotonic()
     number, samples = 0, []
     for i in range(1, 41):

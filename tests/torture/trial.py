@@ -1,5 +1,5 @@
-"""What every case of scripts/torture stands on: a folder of its own, daemons in it, and the checks that must hold
-afterwards, whatever was done to them."""
+"""What the cases of scripts/torture share: a folder for each, daemons in it, and what must hold afterwards, whatever
+was done to them."""
 import collections
 import concurrent.futures
 import contextlib
@@ -33,7 +33,7 @@ class Broken(AssertionError):
 
 
 def case(name, *values, short=True):
-    """Registers a function that tries one thing. It gets a `Trial` and the values, and returns what was seen, in a few words.
+    """Registers a function that tries one thing. It gets a `Trial` and the values, and returns what was seen, in short.
 
     short: also part of the short form that runs before a change lands.
     """
@@ -67,7 +67,7 @@ def meanwhile(act):
 
 class Daemon(tested.Daemon):
     """The real daemon, and what must hold when a case is over."""
-    writes_failed = False  # by a case
+    writes_failed = False  # set by a case that makes them fail
 
     def said(self):
         """On stdout and stderr."""
@@ -103,8 +103,8 @@ class Daemon(tested.Daemon):
                 hold(LONG.search(last), f"a malformed log line: {line[:120]!r}")
 
     def check_evidence(self):
-        """Complete or absent; but where writes were made to fail, a file may lack what they would have written. A log that is
-        no file, such as a pipe, leaves an empty copy."""
+        """A file is complete or absent, unless writes were made to fail. A log that is no file, such as a pipe, leaves
+        an empty copy."""
         folder = self.log.parent / "cvevents"
         for path in sorted(folder.rglob("*")):
             if path.is_dir():
@@ -125,7 +125,7 @@ class Daemon(tested.Daemon):
         hold(path.name != self.log.name or content.endswith(b"\n"), "a log that is cut among the evidence")
 
     def check_all(self):
-        """Ends it, and sees that nothing is left but what should be."""
+        """Ends it, and checks that nothing is left that shouldn't be."""
         self.check_zombies()
         self.end()
         hold(eventually(lambda: not session(self.pid), 5), f"processes stayed behind: {session(self.pid)}")
@@ -145,12 +145,9 @@ class Trial:
         self.daemons = []
         self.numbers = itertools.count(1)  # threads may share a trial
 
-    def daemon(self, *args, ready=True, before=None, **more):
-        """before: is called with its folder before it starts."""
+    def daemon(self, *args, ready=True, **more):
         folder = self.folder / str(next(self.numbers))
         folder.mkdir()
-        if before:
-            before(folder)
         daemon = Daemon(folder, *args, **more)
         self.daemons.append(daemon)
         if ready:
