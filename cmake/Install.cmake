@@ -34,7 +34,8 @@ set(system_files
     "brumecpd-logrotate.service|lib/systemd/system|brumecpd-logrotate.service"
     "brumecpd-logrotate.timer|lib/systemd/system|brumecpd-logrotate.timer"
     "brumecpd-evidence.service|lib/systemd/system|brumecpd-evidence.service"
-    "brumecpd-evidence.timer|lib/systemd/system|brumecpd-evidence.timer")
+    "brumecpd-evidence.timer|lib/systemd/system|brumecpd-evidence.timer"
+    "brumecpd-ipfix.service|lib/systemd/system|brumecpd-ipfix.service")
 foreach(entry IN LISTS system_files)
     string(REPLACE "|" ";" entry "${entry}")
     list(GET entry 0 source)

@@ -1,11 +1,12 @@
 #include "options.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <climits>
-#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -21,39 +22,22 @@ namespace {
 constexpr const char* FILE_NAME = "libcvcp_u.conf";
 constexpr std::string_view BLANKS = " \t\r";
 
-struct Number {
-    uint64_t Options::*member;
-    uint64_t least;
-    uint64_t most;
-};
-
-struct Text {
-    std::string Options::*member;
-    bool (*is_good)(const std::string&);
-    const char* expected;
-};
+/** More than any sensible file has, so that naming a device by mistake is harmless. */
+constexpr size_t MAX_FILE = 64UL << 10;
+constexpr uint64_t MIB = 1UL << 20;
 
 struct Setting {
     const char* name;
-    std::variant<Number, Text> kind;
+    std::variant<uint64_t Options::*, std::string Options::*> member;
+    uint64_t least;  ///< the number's range, or that of the text's length
+    uint64_t most;
 };
 
-bool is_sensor(const std::string& text) {
-    return !text.empty() && text.size() <= 253;
-}
-
-bool is_folder(const std::string& text) {
-    return text.starts_with('/') && text.size() < PATH_MAX;
-}
-
-constexpr uint64_t MIN_SPOOL = 8 << 20;
-constexpr uint64_t MAX_SPOOL = uint64_t{1} << 40;
-
-const Setting SETTINGS[] = {
-    {"ring_bytes", Number{&Options::ring_bytes, PacketRing::MIN_BYTES, PacketRing::MAX_BYTES}},
-    {"sensor", Text{&Options::sensor, is_sensor, "a text of at most 253 bytes"}},
-    {"spool", Text{&Options::spool, is_folder, "an absolute path"}},
-    {"spool_bytes", Number{&Options::spool_bytes, MIN_SPOOL, MAX_SPOOL}},
+constexpr Setting SETTINGS[] = {
+    {"ring_bytes", &Options::ring_bytes, PacketRing::MIN_BYTES, PacketRing::MAX_BYTES},
+    {"sensor", &Options::sensor, 1, 255},
+    {"spool", &Options::spool, 0, PATH_MAX / 2},
+    {"spool_bytes", &Options::spool_bytes, 8 * MIB, MIB* MIB},
 };
 
 std::string trimmed(std::string_view text) {
@@ -62,36 +46,52 @@ std::string trimmed(std::string_view text) {
     return std::string(text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin));
 }
 
-void set(Options& options, const std::string& name, const Number& kind, const std::string& value) {
+std::string from_to(const Setting& setting) {
+    return "from " + std::to_string(setting.least) + " to " + std::to_string(setting.most);
+}
+
+uint64_t number_of(const Setting& setting, const std::string& value) {
     uint64_t number = 0;
-    const auto [end, err] = std::from_chars(value.data(), value.data() + value.size(), number);
-    if (err != std::errc() || end != value.data() + value.size() || number < kind.least || number > kind.most)
-        throw Error(name + " must be from " + std::to_string(kind.least) + " to " +
-                    std::to_string(kind.most) + ", not " + quoted(value));
-    options.*kind.member = number;
+    const char* past = value.data() + value.size();
+    const auto [end, err] = std::from_chars(value.data(), past, number);
+    if (err != std::errc() || end != past || number < setting.least || number > setting.most)
+        throw Error(std::string(setting.name) + " must be " + from_to(setting) + ", not " + quoted(value));
+    return number;
 }
 
-void set(Options& options, const std::string& name, const Text& kind, const std::string& value) {
-    if (!kind.is_good(value)) throw Error(name + " must be " + kind.expected + ", not " + quoted(value));
-    options.*kind.member = value;
+const std::string& text_of(const Setting& setting, const std::string& value) {
+    const auto is_control = [](unsigned char c) { return c < ' ' || c == 0x7f; };
+    if (value.size() < setting.least || value.size() > setting.most ||
+        std::any_of(value.begin(), value.end(), is_control))
+        throw Error(std::string(setting.name) + " must have " + from_to(setting) +
+                    " bytes and no control characters");
+    return value;
 }
 
-std::string known_names() {
-    std::string out;
-    for (const Setting& setting : SETTINGS)
-        out += (out.empty() ? "'" : ", '") + std::string(setting.name) + "'";
-    return out;
+const Setting& setting_of(const std::string& name) {
+    std::string names;
+    for (const Setting& setting : SETTINGS) {
+        if (name == setting.name) return setting;
+        names += (names.empty() ? "" : ", ") + std::string(setting.name);
+    }
+    throw Error("no option " + quoted(name) + ", expecting one of " + names);
 }
 
-void set_line(Options& options, std::string_view line) {
+void set(Options& options, std::string_view line) {
     const size_t sign = line.find('=');
-    const std::string name = trimmed(line.substr(0, sign));
-    const auto* setting = std::find_if(std::begin(SETTINGS), std::end(SETTINGS),
-                                       [&](const Setting& one) { return name == one.name; });
-    if (sign == std::string_view::npos || setting == std::end(SETTINGS))
-        throw Error("expecting 'NAME = VALUE' with " + known_names() + ", not " + quoted(trimmed(line)));
+    const Setting& setting = setting_of(trimmed(line.substr(0, sign)));
+    if (sign == std::string_view::npos)
+        throw Error(std::string("expecting '") + setting.name + " = VALUE', not " + quoted(trimmed(line)));
     const std::string value = trimmed(line.substr(sign + 1));
-    std::visit([&](const auto& kind) { set(options, name, kind, value); }, setting->kind);
+    if (const auto* number = std::get_if<uint64_t Options::*>(&setting.member))
+        options.** number = number_of(setting, value);
+    else
+        options.*std::get<std::string Options::*>(setting.member) = text_of(setting, value);
+}
+
+std::string host_name() {
+    char name[HOST_NAME_MAX + 1] = {};
+    return gethostname(name, HOST_NAME_MAX) == 0 ? name : "";
 }
 
 std::string default_file() {
@@ -107,22 +107,28 @@ Options Options::load() {
     const char* named = std::getenv("BRUMECP_ENGINE_CONF");
     const std::string file = named ? named : default_file();
     std::ifstream in(file);
-    if (!in && !named) return {};
-    std::stringstream text;
-    text << in.rdbuf();
-    if (!in) throw Error("can't read the engine's options in " + quoted(file));
-    return parse(text.str(), file);
+    const int error = errno;
+    if (!in && !named && error == ENOENT) return parse("", file);
+    const std::string what = "can't read the engine's options in " + quoted(file);
+    if (!in) throw Error(what + reason(error));
+    std::string text(MAX_FILE + 1, '\0');
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (in.bad()) throw Error(what + reason(errno));
+    text.resize(static_cast<size_t>(in.gcount()));
+    if (text.size() > MAX_FILE) throw Error(what + ": more than " + std::to_string(MAX_FILE) + " bytes");
+    return parse(text, file);
 }
 
 Options Options::parse(const std::string& text, const std::string& file) {
     Options options;
+    options.sensor = host_name();
     std::istringstream lines(text);
     size_t number = 0;
     for (std::string line; std::getline(lines, line);) {
         ++number;
         try {
             const std::string told = trimmed(line.substr(0, line.find('#')));
-            if (!told.empty()) set_line(options, told);
+            if (!told.empty()) set(options, told);
         } catch (const Error& e) {
             throw Error(quoted(file) + ", line " + std::to_string(number) + ": " + e.what());
         }

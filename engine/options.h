@@ -7,10 +7,11 @@
 namespace corvo::engine {
 
 struct Options {
-    uint64_t ring_bytes = 4 << 20;  ///< memory for the frames of one interface; see PacketRing for its limits
-    std::string sensor;             ///< its name in records; empty: the host's
-    std::string spool;              ///< the folder for records on their way; empty: none
-    uint64_t spool_bytes = 256 << 20;  ///< how much may be in it
+    uint64_t ring_bytes =
+        4UL << 20;       ///< memory for the frames of one interface; see PacketRing for its limits
+    std::string sensor;  ///< name of this machine in records; its host name by default
+    std::string spool;   ///< folder for records on their way; none if empty
+    uint64_t spool_bytes = 256UL << 20;  ///< the most that they may take there
 
     /**
      * Reads `libcvcp_u.conf` in the library's folder, or what BRUMECP_ENGINE_CONF names. Only the former may

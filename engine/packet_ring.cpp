@@ -29,14 +29,22 @@ constexpr unsigned LEAST_BLOCKS = 4;
     throw std::system_error(error, std::generic_category());
 }
 
-bool set_up(int fd, size_t block_size, unsigned blocks) {
+/** Null if there is no memory for so many blocks; the socket has no ring then. */
+void* map_ring(int fd, size_t block_size, unsigned blocks) {
     tpacket_req3 wanted{};
     wanted.tp_block_size = static_cast<unsigned>(block_size);
     wanted.tp_block_nr = blocks;
     wanted.tp_frame_size = FRAME_BYTES;
     wanted.tp_frame_nr = static_cast<unsigned>(block_size / FRAME_BYTES) * blocks;
     wanted.tp_retire_blk_tov = RETIRE_MS;
-    return setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &wanted, sizeof wanted) == 0;
+    void* memory = MAP_FAILED;
+    if (setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &wanted, sizeof wanted) == 0)
+        memory = mmap(nullptr, block_size * blocks, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (memory != MAP_FAILED) return memory;
+    if (errno != ENOMEM) fail(errno);
+    const tpacket_req3 none{};
+    setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &none, sizeof none);
+    return nullptr;
 }
 
 }  // namespace
@@ -46,17 +54,14 @@ PacketRing::PacketRing(int fd, size_t bytes)
       m_blocks(static_cast<unsigned>(std::clamp(bytes, MIN_BYTES, MAX_BYTES) / m_block_size)) {
     const int version = TPACKET_V3;
     if (setsockopt(fd, SOL_PACKET, PACKET_VERSION, &version, sizeof version) < 0) fail(errno);
-    while (!set_up(fd, m_block_size, m_blocks)) {
-        if (errno != ENOMEM || m_blocks / 2 < LEAST_BLOCKS) fail(errno);
+    while (!(m_memory = static_cast<uint8_t*>(map_ring(fd, m_block_size, m_blocks)))) {
         m_blocks /= 2;
+        if (m_blocks < LEAST_BLOCKS) fail(ENOMEM);
     }
-    void* memory = mmap(nullptr, m_block_size * m_blocks, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (memory == MAP_FAILED) fail(errno);
-    m_memory = static_cast<uint8_t*>(memory);
 }
 
 PacketRing::~PacketRing() {
-    munmap(m_memory, m_block_size * m_blocks);
+    munmap(m_memory, bytes());
 }
 
 tpacket_block_desc* PacketRing::block() const {

@@ -31,6 +31,9 @@ class PacketRing {
     PacketRing& operator=(const PacketRing&) = delete;
     ~PacketRing();
 
+    /** What it got. */
+    size_t bytes() const { return m_block_size * m_blocks; }
+
     /** Returns the number of frames set, at most `max`. They are valid until the next call. Never blocks. */
     unsigned take(CapturedFrame* frames, unsigned max);
 

@@ -34,12 +34,6 @@ constexpr uint64_t NAP_MS = 5;
 
 constexpr Backoff::Words WORDS = {"records.failed", "records.back", "records are sent again"};
 
-std::string host_name() {
-    char name[256] = {};
-    if (gethostname(name, sizeof name - 1) < 0) return {};
-    return name;
-}
-
 /** Different each time, also on a device whose clock begins anew. */
 std::string random_name() {
     uint64_t random = 0;
@@ -67,7 +61,7 @@ void Records::open() {
     if (m_queue) return;
     m_queue = std::make_unique<RecordQueue>(m_options.spool, m_options.spool_bytes, m_next_number);
     if (m_run.empty()) {
-        append_clean(m_options.sensor.empty() ? host_name() : m_options.sensor, m_sensor);
+        append_clean(m_options.sensor, m_sensor);
         m_run = random_name();
         m_origin = ",\"run\":\"" + m_run + "\",\"sensor\":";
         append_quoted(m_sensor, m_origin);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the law of which folder may include which. Prints each breach and exits with 1 if there is one.
+"""Checks which folder includes which. Prints each breach of the rules and exits with 1 if there is one.
 
 docs/architecture.md draws it: utils <- infra <- watchdog, rpc <- server <- rpc/core. The engine sees only the boundary.
 In the client words see all, and nobody sees words.
@@ -15,8 +15,8 @@ SHARED_WITH_THE_CLIENT = ["infra/json/corvo_json.h", "utils/"]
 ENDINGS = ["failure.h", "interrupt.h"]
 FEATURE = ["text/", "wire/", "context.h", *ENDINGS]
 
-# folder or file -> beginnings of the includes of our own that it may use, "./" for those of its own folder; the
-# longest entry that matches a file counts
+# folder or file -> prefixes of our own includes that it may use, "./" for those of its own folder. The longest entry
+# that matches a file counts.
 LAW = {
     "src/utils": ["utils/", "brumecpd/exception.h"],
     "src/infra": ["infra/", "utils/", "brumecpd/engine_notify.h", "brumecpd/engine_rpc.h"],
@@ -35,7 +35,7 @@ LAW = {
         "server/corvo_server_loader.h", "server/watchdog/corvo_signal_report.h", "infra/", "utils/",
         "brumecpd/engine_api.h",
     ],
-    # All that the server sees of the methods, so it must not lead back to the server.
+    # This is all that the server sees of the methods, so it must not lead back to the server.
     "src/server/rpc/core/corvo_rpc_core.h": ["infra/corvo_rpc_command.h"],
     "src/main.cpp": ["server/corvo_server_main.h", "infra/"],
     "include/brumecpd": ["brumecpd/"],
@@ -47,7 +47,7 @@ LAW = {
         "server/corvo_server_inject.h", "server/corvo_server_loader_api.h", "infra/corvo_rpc_command.h", "utils/",
         "brumecpd/",
     ],
-    # On top stands what every folder of the client shares, and `program`, which alone sees the words.
+    # At the top is what every folder of the client shares, and `program`, the only one that sees the words.
     **{f"client/{room}": [f"client/{other}" for other in [f"{room}/", *others]] + SHARED_WITH_THE_CLIENT
        for room, others in {
            "text": ENDINGS,
@@ -55,6 +55,7 @@ LAW = {
            "check": FEATURE,
            "classify": FEATURE,
            "evidence": FEATURE,
+           "flows": FEATURE,
            "lifecycle": [*FEATURE, "check/"],
            "live": FEATURE,
            "shell": ["text/", *ENDINGS],

@@ -15,7 +15,7 @@ import methods_doc as doc
 
 
 def escape(words):
-    """The text, with none of its characters meaning anything to scdoc but `code`, which becomes bold."""
+    """The text, escaped for scdoc; `code` becomes bold."""
     parts = re.split(r"`([^`]*)`", words)
     safe = [re.sub(r"([^\w\s]|_)", r"\\\1", part) for part in parts]
     return "".join(f"*{part}*" if at % 2 else part for at, part in enumerate(safe))
@@ -48,14 +48,14 @@ def result(method):
         yield from entries(rows)
 
 
-# What a literal text has of a line of 80 columns.
+# The columns of 80 that a literal text may use.
 WIDTH = 69
-# Room for the braces that may close behind a value.
+# Room for the braces that may follow a value.
 CLOSING = 4
 
 
 def folded(value, indent=0, before=""):
-    """JSON in lines that fit, as far as its texts do: as many members on a line as it takes. `before`: its name."""
+    """JSON with as many members on each line as fit; only a long text makes a line too long. `before`: its name."""
     if indent + len(before + doc.text(value)) + CLOSING <= WIDTH or not isinstance(value, (dict, list)) or not value:
         return before + doc.text(value)
     named = value.items() if isinstance(value, dict) else ((None, member) for member in value)
@@ -83,7 +83,7 @@ def messages(method, example):
 
 
 def telling_example(method):
-    """One that succeeds, has something to tell and fits, as far as there is such a one."""
+    """Preferably one that succeeds, has something to tell and fits."""
     def merits(example):
         lines = folded(messages(method, example)[1]).splitlines()
         return ("result" in example, bool(example.get("result", {}).get("value")), max(map(len, lines)) <= WIDTH)

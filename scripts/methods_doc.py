@@ -30,7 +30,7 @@ def type_of(schema):
 
 
 def members(schema, path=""):
-    """Path, schema and whether it is always there, of all that a value holds, variants included."""
+    """Path, schema and whether it is always there, for each member of a value, those of variants included."""
     inner = schema.get("items", schema)
     path += "[]" if "items" in schema else ""
     for name, member in inner.get("properties", {}).items():
@@ -62,7 +62,7 @@ def needed(required, when=None):
 
 
 def engine_rules(method):
-    """Which engine states the method takes, and where it leads; nothing if it takes all and leads nowhere."""
+    """The engine states that the method accepts, and the state it leads to; empty if it accepts all and changes none."""
     rules = []
     if "x-states" in method:
         rules.append(f"Refused unless the engine is {either(method['x-states'])}.")
@@ -81,7 +81,7 @@ def param_rows(method):
 
 
 def nested_rows(schema, path):
-    """A row for each member, one that several variants have included once."""
+    """A row for each member; only one where several variants share it."""
     variants = schema.get("oneOf", [])
     shared = schema.get("properties", {})
     found = {}
@@ -184,7 +184,7 @@ def document(path=DOCS / "openrpc.json"):
 
 
 def for_build(value, build):
-    """The same with the texts of one build, and without the examples of another."""
+    """The document for one build: with its texts, and without the examples of others."""
     if isinstance(value, list):
         return [for_build(item, build) for item in value if not isinstance(item, dict) or is_for(item, build)]
     if not isinstance(value, dict):

@@ -46,7 +46,9 @@ inline bool parse(const u_char* frame, unsigned size, Headers& out) {
 
 class Classifier {
  public:
-    Classifier() : ndpi_(ndpi_init_detection_module(ndpi_no_prefs)) {
+    /** Frames of flows beyond `max_flows` get no class. */
+    explicit Classifier(size_t max_flows = SIZE_MAX)
+        : max_flows_(max_flows), ndpi_(ndpi_init_detection_module(ndpi_no_prefs)) {
         NDPI_PROTOCOL_BITMASK all;
         NDPI_BITMASK_SET_ALL(all);
         ndpi_set_protocol_detection_bitmask2(ndpi_, &all);
@@ -54,7 +56,10 @@ class Classifier {
     }
 
     ndpi_protocol classify(const u_char* frame, unsigned size, const Headers& at, uint64_t ms) {
-        Flow& flow = flows_[key_of(frame, at)];
+        const Key key = key_of(frame, at);
+        const auto found = flows_.size() < max_flows_ ? flows_.try_emplace(key).first : flows_.find(key);
+        if (found == flows_.end()) return {};
+        Flow& flow = found->second;
         ++flow.packets;
         if (flow.done) return flow.is;
         if (!flow.state) flow.state.reset(static_cast<ndpi_flow_struct*>(ndpi_calloc(1, SIZEOF_FLOW_STRUCT)));
@@ -111,6 +116,7 @@ class Classifier {
         return out;
     }
 
+    size_t max_flows_;
     ndpi_detection_module_struct* ndpi_;
     std::unordered_map<Key, Flow, Hash> flows_;
 };

@@ -16,6 +16,8 @@
 
 namespace {
 
+/** As many as a daemon has that is started with --activate. */
+constexpr size_t MAX_FLOWS = 16384;
 constexpr unsigned BLOCK = 32 << 10, BLOCKS = 128, RETIRE_MS = 10, QUIET_MS = 2000;
 
 int open_ring(const char* ifname, uint8_t*& memory) {
@@ -52,7 +54,7 @@ uint64_t now_ms() {
 
 int main(int argc, char** argv) {
     if (argc != 3) return 2;
-    bench::Classifier classifier;
+    bench::Classifier classifier(MAX_FLOWS);
     uint8_t* memory = nullptr;
     const int fd = open_ring(argv[1], memory);
     const unsigned long wanted = strtoul(argv[2], nullptr, 10);

@@ -9,13 +9,13 @@
 #include "client/failure.h"
 #include "client/interrupt.h"
 #include "client/text/json_access.h"
+#include "client/wire/flow_lists.h"
 
 namespace brumectl {
 
 namespace {
 
 constexpr int CLOSE_TIMEOUT_MS = 1000;
-constexpr unsigned PAGE = 1000;
 
 std::string new_name() {
     uint64_t random = 0;
@@ -94,29 +94,14 @@ Json::Value CapturePath::finish() {
     }
 }
 
-void CapturePath::list(const char* method, const char* member, Json::Value params, const Take& take) {
-    params["limit"] = PAGE;
-    for (;;) {
-        const Json::Value page = m_daemon.call(method, params);
-        const Json::Value& rows = member_of(page, member);
-        if (!rows.isArray()) throw Failure(std::string("the answer of '") + method + "' is no list");
-        for (const Json::Value& row : rows)
-            if (row.isObject() && !take(row)) return;
-        const Json::Value& cursor = member_of(page, "cursor");
-        if (!cursor.isString()) return;
-        params["cursor"] = cursor;
-        interrupt::check();
-    }
-}
-
 void CapturePath::list_flows(const Take& take) {
     Json::Value params = this->params();
     params["guess"] = m_guess;
-    list("flows.list", "flows", params, take);
+    flow_lists::read(flow_lists::asker(m_daemon), flow_lists::FLOWS, params, take);
 }
 
 void CapturePath::list_hosts(const Take& take) {
-    list("flows.hosts", "hosts", params(), take);
+    flow_lists::read(flow_lists::asker(m_daemon), flow_lists::HOSTS, params(), take);
 }
 
 }  // namespace brumectl

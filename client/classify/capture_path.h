@@ -48,7 +48,6 @@ class CapturePath {
  private:
     Json::Value params() const;
     Json::Value ask_summary(bool finish);
-    void list(const char* method, const char* member, Json::Value params, const Take& take);
 
     Daemon& m_daemon;
     bool m_guess;

@@ -6,12 +6,12 @@
 #include <optional>
 
 #include "client/classify/classifier.h"
-#include "client/classify/flow_text.h"
 #include "client/classify/progress.h"
 #include "client/classify/report.h"
 #include "client/classify/show.h"
 #include "client/context.h"
 #include "client/failure.h"
+#include "client/text/flow_text.h"
 #include "client/text/option_checks.h"
 #include "client/text/temp_file.h"
 #include "infra/json/corvo_json.h"
@@ -116,7 +116,7 @@ class Run {
 
     void run() {
         m_options = options();
-        if (m_csv) m_csv->write(flow_text::csv_head());
+        if (m_csv) m_csv->write(flow_text::csv_head("file,", false));
         for (const std::string& file : m_arguments.files)
             m_results.push_back(run(file));
         if (m_context.json())
@@ -192,7 +192,7 @@ class Run {
             const auto show = start_list("flows", file, m_arguments.flows, flow_text::head, flow_text::row);
             path.list_flows([&](const Json::Value& flow) {
                 if (show) show(flow);
-                if (m_csv) m_csv->write(flow_text::csv_row(file, flow));
+                if (m_csv) m_csv->write(flow_text::csv_row(flow_text::csv_cell(file) + ",", flow, false));
                 if (m_report && m_listed.flows.size() < REPORTED_FLOWS) m_listed.flows.push_back(flow);
                 // If only the page needs them, no more are required.
                 return show || m_csv || m_listed.flows.size() < REPORTED_FLOWS;

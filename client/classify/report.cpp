@@ -4,9 +4,9 @@
 #include <cmath>
 #include <cstdio>
 
-#include "client/classify/flow_text.h"
 #include "client/classify/report_style.h"
 #include "client/classify/show.h"
+#include "client/text/flow_text.h"
 #include "client/text/json_access.h"
 #include "client/text/terminal.h"
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/failure.h"
+#include "client/text/engine_state.h"
 #include "client/text/json_access.h"
 #include "utils/clock.h"
 
@@ -68,20 +69,48 @@ void ask_engine(Asker& asker, LiveSample& sample) {
     sample.interfaces = ask_collector(asker, sample.collectors, "interfaces");
 }
 
+/** Rows of a list that are asked for: about a page, more than most screens have lines. */
+constexpr unsigned LISTED_ROWS = 100;
+
+ListAnswer ask_list(Asker& asker, const Json::Value& status, const ListWish& wish) {
+    ListAnswer out{.list = wish.list};
+    if (wish.list == nullptr) return out;
+    const flow_lists::Ask ask = [&](const char* method, const Json::Value& params) {
+        Json::Value answer = asker.call(method, params);
+        out.total = std::max(out.total, count_of(member_of(answer, "total")));
+        return answer;
+    };
+    try {
+        out.error = flow_lists::obstacle(ask, status, *wish.list);
+        if (!out.error.empty()) return out;
+        Json::Value params;
+        params["limit"] = LISTED_ROWS;
+        if (wish.sort != nullptr) params["sort"] = wish.sort;
+        flow_lists::read(ask, *wish.list, params, [&out](const Json::Value& row) {
+            out.rows.push_back(row);
+            return out.rows.size() < LISTED_ROWS;
+        });
+    } catch (const ErrorReply& e) {
+        out.error = e.what();
+    }
+    return out;
+}
+
 }  // namespace
 
-LiveSample LiveSample::take(Daemon& daemon, int budget_ms) {
+LiveSample LiveSample::take(Daemon& daemon, int budget_ms, const ListWish& wish) {
     Asker asker(daemon, budget_ms);
     LiveSample sample;
     sample.status = asker.call("status");
     if (!sample.status.isObject()) throw Failure("the daemon's status can't be read");
     sample.machine = Machine::look(daemon.address(), sample.status);
-    if (string_of(sample.status["state"]) == "not loaded") {
+    if (state_of(string_of(sample.status["state"])) == UNLOADED) {
         const Answer none{{}, "no engine is loaded"};
         sample.health = sample.collectors = sample.flows = sample.protocols = sample.interfaces = none;
     } else {
         ask_engine(asker, sample);
     }
+    sample.listed = ask_list(asker, sample.status, wish);
     sample.alerts = asker.ask("notifications", command("alerts"));
     sample.alerts.value = member_of(sample.alerts.value, {"notif", "alerts"});
     sample.taken_ms = corvo::monotonic_ms();
@@ -101,6 +130,13 @@ Json::Value LiveSample::json() const {
             out[part.name] = part.answer.value;
         else
             out["errors"][part.name] = part.answer.error;
+    if (listed.list != nullptr && !listed.error.empty()) out["errors"]["list"] = listed.error;
+    if (listed.list != nullptr && listed.error.empty()) {
+        Json::Value& rows = out["list"][listed.list->member] = Json::Value(Json::arrayValue);
+        for (const Json::Value& row : listed.rows)
+            rows.append(row);
+        out["list"]["total"] = Json::UInt64{listed.total};
+    }
     if (machine.used_memory) out["machine"]["used_memory"] = Json::UInt64{*machine.used_memory};
     if (machine.cpu_sec) out["machine"]["cpu_sec"] = *machine.cpu_sec;
     return out;

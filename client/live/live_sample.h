@@ -5,9 +5,11 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "client/live/machine.h"
 #include "client/wire/daemon.h"
+#include "client/wire/flow_lists.h"
 
 namespace brumectl {
 
@@ -15,6 +17,20 @@ namespace brumectl {
 struct Answer {
     Json::Value value = {};
     std::string error = {};  ///< empty if there is a value
+};
+
+/** Which of the engine's lists belongs to a sample, and how it is sorted. */
+struct ListWish {
+    const flow_lists::List* list = nullptr;  ///< null for none
+    const char* sort = nullptr;              ///< of flows
+};
+
+/** The beginning of a list, as far as anybody reads it. */
+struct ListAnswer {
+    const flow_lists::List* list = nullptr;  ///< null if none was wished for
+    std::vector<Json::Value> rows = {};
+    uint64_t total = 0;      ///< on the engine's side
+    std::string error = {};  ///< why there are no rows; empty if the engine has answered
 };
 
 struct LiveSample {
@@ -26,6 +42,7 @@ struct LiveSample {
     Answer protocols;
     Answer interfaces;
     Answer alerts;  ///< an array
+    ListAnswer listed = {};
     Machine machine = {};
 
     /**
@@ -33,7 +50,7 @@ struct LiveSample {
      * requests together take at most `budget_ms`; changes the timeout of `daemon`.
      * Throws NoDaemon, TimedOut, Interrupted, Failure for an unreadable `status`.
      */
-    static LiveSample take(Daemon& daemon, int budget_ms);
+    static LiveSample take(Daemon& daemon, int budget_ms, const ListWish& wish = {});
     /** Everything in one document. */
     Json::Value json() const;
 };

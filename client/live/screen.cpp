@@ -16,16 +16,6 @@ constexpr const char* LEAVE = "\x1b[?7h\x1b[?25h\x1b[0m\x1b[?1049l";
 /** Exists only to interrupt a wait. */
 void on_resize(int) {}
 
-/** The longest prefix of at most `width` columns. */
-std::string clipped(const std::string& text, size_t width) {
-    size_t taken = 0;
-    for (size_t at = 0; at < text.size(); ++at) {
-        bool begins = (static_cast<unsigned char>(text[at]) & 0xc0) != 0x80;
-        if (begins && taken++ == width) return text.substr(0, at);
-    }
-    return text;
-}
-
 }  // namespace
 
 ScreenLine& ScreenLine::put(const std::string& text, Terminal::colour_e colour) {

@@ -18,6 +18,7 @@ namespace {
 struct TopOptions {
     double delay_sec = 1;
     bool batch = false;
+    std::string pane = panes().front().name;
     uint64_t count = 0;  ///< number of samples; 0 means no limit
 };
 
@@ -30,11 +31,11 @@ class Watch {
     Watch(Context& context, int budget_ms) : m_context(context), m_budget_ms(budget_ms) {}
 
     /** Returns null on success, else the failure; earlier samples are then kept. */
-    const Failure* update() {
+    const Failure* update(const ListWish& wish) {
         m_failure.reset();
         try {
             if (!m_daemon) m_daemon = m_context.new_daemon();
-            LiveSample sample = LiveSample::take(*m_daemon, m_budget_ms);
+            LiveSample sample = LiveSample::take(*m_daemon, m_budget_ms, wish);
             m_address = m_daemon->address().text;
             m_before = std::move(m_now);
             m_now = std::move(sample);
@@ -72,6 +73,15 @@ int delay_ms(const TopOptions& options) {
     return static_cast<int>(options.delay_sec * 1000);
 }
 
+const Pane& pane_of(const TopOptions& options) {
+    return *std::find_if(panes().begin(), panes().end(),
+                         [&](const Pane& pane) { return pane.name == options.pane; });
+}
+
+ListWish wish_of(const Pane& pane, const ListOrder& order) {
+    return {pane.list, pane.list == &flow_lists::FLOWS ? order.engines : nullptr};
+}
+
 constexpr double DELAYS_SEC[] = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60, 120, 300, 600, 1800, 3600};
 
 double longer(double delay_sec) {
@@ -91,11 +101,12 @@ class ScreenRun {
         : m_context(context),
           m_options(options),
           m_watch(context, std::min(context.timeout_ms(), SCREEN_BUDGET_MS)),
-          m_screen(std::make_unique<Screen>(context.out())) {}
+          m_screen(std::make_unique<Screen>(context.out())),
+          m_pane(&pane_of(options)) {}
 
     void run() {
         for (uint64_t round = 1;; ++round) {
-            const Failure* failure = m_watch.update();
+            const Failure* failure = m_watch.update(wish_of(*m_pane, *m_list_order));
             if (round == m_options.count) return leave_picture(failure);
             if (!show()) return;
         }
@@ -112,17 +123,26 @@ class ScreenRun {
             const int key = m_screen->wait_key(now < next ? static_cast<int>(next - now) : 0);
             if (key == 'q' || key == 'Q' || key < 0) return false;
             if (key == ' ' || corvo::monotonic_ms() >= next) return true;
-            if (key != 0) press(key);
+            if (key != 0 && press(key)) return true;
         }
     }
 
-    void press(int key) {
-        if (key == Screen::SUSPEND_KEY) return m_screen->suspend();
+    /** Returns whether what is now to be shown has to be asked for. */
+    bool press(int key) {
+        const auto asked = [this] { return std::pair(m_pane, m_list_order); };
+        const auto before = asked();
+        if (key == Screen::SUSPEND_KEY) m_screen->suspend();
         m_help = !m_help && (key == '?' || key == 'h');
         if (key == '+') m_options.delay_sec = longer(m_options.delay_sec);
         if (key == '-') m_options.delay_sec = shorter(m_options.delay_sec);
         for (const TrafficOrder& order : traffic_orders())
-            if (key == order.key) m_order = &order;
+            if (key == order.key && m_pane->list == nullptr) m_order = &order;
+        for (const ListOrder& order : list_orders())
+            if (key == order.key && m_pane->list == &flow_lists::FLOWS) m_list_order = &order;
+        for (const Pane& pane : panes())
+            if (key == pane.key) m_pane = &pane;
+        if (key == '\t') m_pane = m_pane == &panes().back() ? &panes().front() : m_pane + 1;
+        return m_pane->list != nullptr && asked() != before;
     }
 
     std::vector<std::string> lines() const {
@@ -130,6 +150,8 @@ class ScreenRun {
         frame.width = static_cast<size_t>(std::max(20, m_screen->width()));
         frame.height = static_cast<size_t>(m_screen->height());
         frame.order = m_order;
+        frame.pane = m_pane;
+        frame.list_order = m_list_order;
         frame.help = m_help;
         return top_lines(frame, m_context.out());
     }
@@ -151,6 +173,8 @@ class ScreenRun {
     TopOptions m_options;
     Watch m_watch;
     std::unique_ptr<Screen> m_screen;
+    const Pane* m_pane;
+    const ListOrder* m_list_order = &list_orders().front();
     const TrafficOrder* m_order = &traffic_orders().front();
     bool m_help = false;
 };
@@ -158,8 +182,9 @@ class ScreenRun {
 void run_batch(Context& context, const TopOptions& options) {
     Watch watch(context, context.timeout_ms());
     const Terminal& out = context.out();
+    const Pane& pane = pane_of(options);
     for (uint64_t round = 1;; ++round) {
-        const Failure* failure = watch.update();
+        const Failure* failure = watch.update(wish_of(pane, list_orders().front()));
         bool last = round == options.count;
         if (failure != nullptr && last) throw Failure(*failure);
         if (failure != nullptr) {
@@ -168,6 +193,7 @@ void run_batch(Context& context, const TopOptions& options) {
             context.print_json(watch.frame(options).now->json());
         } else {
             TopFrame frame = watch.frame(options);
+            frame.pane = &pane;
             frame.width = static_cast<size_t>(std::max(80, out.width()));
             for (const std::string& line : top_lines(frame, out))
                 out.print(line + "\n");
@@ -190,11 +216,18 @@ void add_top(CLI::App& app, Context& context) {
         ->type_name("SECONDS")
         ->check(seconds_between(0.1, 3600))
         ->capture_default_str();
+    std::vector<std::string> names;
+    for (const Pane& pane : panes())
+        names.emplace_back(pane.name);
+    restrict_to(*word->add_option("--pane", options->pane, "Pane to start with")->capture_default_str(),
+                names);
     word->add_flag("-b,--batch", options->batch, "Print updates as plain text, one below the other");
     word->add_option("-n,--count", options->count, "Stop after this many updates (default: never)")
         ->type_name("NUMBER")
         ->transform(number_between(1, UINT32_MAX));
-    word->footer("Press ? for the keys.");
+    word->footer(
+        "Press ? for the keys. The panes flows and hosts need an engine with the methods flows.list and\n"
+        "flows.hosts.");
     word->callback([&context, options] {
         if (options->batch || context.json()) return run_batch(context, *options);
         ScreenRun(context, *options).run();

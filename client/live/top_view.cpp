@@ -5,6 +5,7 @@
 
 #include "client/live/notification.h"
 #include "client/live/screen.h"
+#include "client/text/engine_state.h"
 #include "client/text/json_access.h"
 #include "utils/clock.h"
 
@@ -45,9 +46,10 @@ std::string byte_rate_text(const Traffic& row) {
     return row.has_rate ? bytes_text(static_cast<uint64_t>(row.byte_rate)) : "-";
 }
 
-Terminal::colour_e state_colour(const std::string& state) {
-    if (state == "ok" || state.rfind("activated", 0) == 0) return Terminal::GREEN;
-    return state == "bad" || state == "not loaded" ? Terminal::RED : Terminal::YELLOW;
+/** Engines choose their own words for what isn't fine. */
+Terminal::colour_e health_colour(const std::string& health) {
+    if (health == "ok") return Terminal::GREEN;
+    return health == "bad" ? Terminal::RED : Terminal::YELLOW;
 }
 
 Terminal::colour_e load_colour(double share) {
@@ -64,6 +66,10 @@ class TopView {
         if (m_frame.help) {
             const Lines all = help();
             out.insert(out.end(), all.begin(), all.end());
+        } else if (m_frame.now != nullptr && m_frame.pane->list != nullptr) {
+            const size_t room = m_frame.height > 2 ? m_frame.height - 2 : m_frame.height;
+            const Lines list = list_lines(*m_frame.pane, now(), before(), m_terminal, m_frame.width, room);
+            out.insert(out.end(), list.begin(), list.end());
         } else if (m_frame.now != nullptr) {
             for (const Lines& part : {engine(), memory(), flows(), collectors()})
                 out.insert(out.end(), part.begin(), part.end());
@@ -98,6 +104,7 @@ class TopView {
 
     std::string title() const;
     std::string keys() const;
+    const char* order_name() const;
     Lines help() const;
     Lines engine() const;
     Lines memory() const;
@@ -147,10 +154,18 @@ std::string TopView::cpu_text() const {
     return percent_text(taken * 1000 / static_cast<double>(now().taken_ms - before()->taken_ms));
 }
 
+const char* TopView::order_name() const {
+    if (m_frame.pane->list == nullptr) return m_frame.order->name;
+    return m_frame.pane->list == &flow_lists::FLOWS ? m_frame.list_order->name : "bytes";
+}
+
 std::string TopView::keys() const {
     ScreenLine out = line();
     out.put(" ?", Terminal::BOLD).put(" help   ", Terminal::DIM).put("q", Terminal::BOLD);
-    out.put(" quit   every " + format("%g", m_frame.delay_sec) + " s, by " + m_frame.order->name,
+    const size_t next = static_cast<size_t>(m_frame.pane - panes().data() + 1) % panes().size();
+    out.put(" quit   ", Terminal::DIM).put("tab", Terminal::BOLD);
+    out.put(std::string(" ") + panes()[next].name + "   every " + format("%g", m_frame.delay_sec) +
+                " s, by " + order_name(),
             Terminal::DIM);
     const std::string address = harmless(m_frame.address);
     if (out.column() + columns(address) + 3 < m_frame.width)
@@ -166,8 +181,17 @@ Lines TopView::help() const {
     add("q", "quit");
     add("space", "update now");
     add("+ -", "update less often, more often");
+    std::string keys = "tab";
+    std::string names = "the next of";
+    for (const Pane& pane : panes()) {
+        keys += std::string(" ") + pane.key;
+        names += std::string(" ") + pane.name;
+    }
+    add(keys, names);
     for (const TrafficOrder& order : traffic_orders())
         add(std::string(1, order.key), std::string("protocols by ") + order.name);
+    for (const ListOrder& order : list_orders())
+        add(std::string(1, order.key), std::string("flows by ") + order.name);
     add("Ctrl-Z", "suspend; `fg` resumes");
     add("? h", "this help; any key closes it");
     return out;
@@ -185,12 +209,12 @@ Lines TopView::engine() const {
     if (!is_answering()) return {out.put("unknown", Terminal::YELLOW).text()};
     if (!now().health.error.empty()) return {out.put(harmless(now().health.error)).text()};
     const std::string state = string_of(member_of(now().health.value, "state"));
-    out.put(state.empty() ? "-" : harmless(state), state_colour(state));
+    out.put(state.empty() ? "-" : harmless(state), health_colour(state));
     const Json::Value& items = member_of(now().health.value, "items");
     if (!items.isObject()) return {out.text()};
     for (auto item = items.begin(); item != items.end(); ++item) {
         const std::string worse = string_of(member_of(*item, "state"));
-        if (worse != "ok") out.put("  " + harmless(item.name()), state_colour(worse));
+        if (worse != "ok") out.put("  " + harmless(item.name()), health_colour(worse));
     }
     return {out.text()};
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "client/live/list_pane.h"
 #include "client/live/live_sample.h"
 #include "client/live/traffic.h"
 #include "client/text/terminal.h"
@@ -17,6 +18,8 @@ struct TopFrame {
     std::string address = {};
     double delay_sec = 1;
     const TrafficOrder* order = &traffic_orders().front();
+    const Pane* pane = &panes().front();
+    const ListOrder* list_order = &list_orders().front();
     bool help = false;  ///< show the keys instead of the numbers
     size_t width = 80;
     size_t height = 0;  ///< 0: as many lines as needed, without the line of keys

@@ -205,6 +205,15 @@ size_t columns(const std::string& text) {
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
 }
 
+std::string clipped(const std::string& text, size_t width) {
+    size_t taken = 0;
+    for (size_t at = 0; at < text.size(); ++at) {
+        const bool begins = (static_cast<unsigned char>(text[at]) & 0xc0) != 0x80;
+        if (begins && taken++ == width) return text.substr(0, at);
+    }
+    return text;
+}
+
 std::string padded(const std::string& text, size_t width) {
     const size_t taken = columns(text);
     return taken < width ? text + std::string(width - taken, ' ') : text;

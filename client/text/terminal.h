@@ -71,6 +71,8 @@ class TextTable {
 std::string harmless(const std::string& text, bool keep_line_breaks = false);
 /** Width of a UTF-8 text in columns (one per character). */
 size_t columns(const std::string& text);
+/** The longest beginning of a UTF-8 text that takes at most `width` columns. */
+std::string clipped(const std::string& text, size_t width);
 /** Padded with blanks to a number of columns. */
 std::string padded(const std::string& text, size_t width);
 /** A dash if the text is empty. */

@@ -46,6 +46,8 @@ constexpr Example EXAMPLES[] = {
      "Remove the oldest of a directory until 2 GiB are left"},
     {"evidence show", "evidence show", "Show the latest"},
     {"evidence show", "evidence show --json", "Show it as JSON"},
+    {"flows", "flows --protocol TLS --host example.org", "List who talks TLS to example.org and below it"},
+    {"flows", "flows -f -n 10 --min-bytes 1M", "Follow the ten largest flows above 1 MiB"},
     {"health", "health show --verbose", "Show the engine's health in detail"},
     {"health", "health configure '{\"drops\": {\"warn\": 10, \"bad\": 500}}'",
      "Move its limits for lost frames"},

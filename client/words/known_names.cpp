@@ -8,7 +8,9 @@
 #include "client/evidence/evidence_dir.h"
 #include "client/failure.h"
 #include "client/interrupt.h"
+#include "client/text/engine_state.h"
 #include "client/text/json_access.h"
+#include "client/wire/flow_lists.h"
 #include "client/wire/local_daemon.h"
 #include "utils/clock.h"
 
@@ -57,7 +59,7 @@ Names listed(const Json::Value& names, const std::string& description = {}) {
 
 Names collectors(Asker& asker) {
     // A refused request would add an error to the daemon's log.
-    if (string_of(member_of(asker.ask("status"), "state")) == "not loaded") return {};
+    if (state_of(string_of(member_of(asker.ask("status"), "state"))) == UNLOADED) return {};
     Json::Value params;
     params["cmd"] = "ls";
     const Json::Value result = asker.ask("collect", params);
@@ -119,6 +121,36 @@ Names components(Asker& asker) {
     return found;
 }
 
+/** What a method tells of live traffic; null if the engine doesn't have it, or isn't active. */
+Json::Value live(Asker& asker, const flow_lists::List& list) {
+    const flow_lists::Ask ask = [&](const char* method, const Json::Value& params) {
+        return asker.ask(method, params);
+    };
+    if (!flow_lists::obstacle(ask, asker.ask("status"), list).empty()) return {};
+    return member_of(asker.ask(list.method), list.member);
+}
+
+std::string flows_of(const Json::Value& row) {
+    return counted(count_of(member_of(row, "flows")), "flow", "flows");
+}
+
+Names live_protocols(Asker& asker) {
+    const Json::Value protocols = live(asker, {"flows.summary", "protocols"});
+    Names found;
+    if (!protocols.isObject()) return found;
+    for (const std::string& name : protocols.getMemberNames())
+        found.push_back({name, flows_of(protocols[name])});
+    return found;
+}
+
+/** Those with most bytes. */
+Names live_hosts(Asker& asker) {
+    Names found;
+    for (const Json::Value& row : live(asker, flow_lists::HOSTS))
+        found.push_back({string_of(member_of(row, "address")), flows_of(row)});
+    return found;
+}
+
 Names subscribed(Asker& asker) {
     Json::Value params;
     params["cmd"] = "socket";
@@ -146,7 +178,8 @@ constexpr struct {
     {"attach", "intf", interfaces},          {"classify", "--dpaddr", data_paths},
     {"coffee", "--dpaddr", data_paths},      {"coffee", "func", functions},
     {"collect", "component", collectors},    {"detach", "intf", attached},
-    {"evidence show", "name", evidence},     {"log", "--comp", components},
+    {"evidence show", "name", evidence},     {"flows", "--host", live_hosts},
+    {"flows", "--protocol", live_protocols}, {"log", "--comp", components},
     {"notifications", "socket", subscribed}, {"push_pcap", "--dpaddr", data_paths},
 };
 

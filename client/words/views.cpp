@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "client/classify/flow_text.h"
 #include "client/evidence/report_text.h"
 #include "client/live/notification.h"
 #include "client/text/engine_state.h"
+#include "client/text/flow_text.h"
 #include "client/text/json_access.h"
 #include "client/text/method_table.h"
 #include "client/text/render.h"

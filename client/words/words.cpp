@@ -4,6 +4,7 @@
 #include "client/classify/classify.h"
 #include "client/context.h"
 #include "client/evidence/evidence.h"
+#include "client/flows/flows.h"
 #include "client/lifecycle/lifecycle.h"
 #include "client/live/events.h"
 #include "client/live/metrics.h"
@@ -30,6 +31,7 @@ void add_words(CLI::App& app, Context& context) {
     add_classify(app, context);
     add_evidence(app, context);
     add_live_events(app, context);
+    add_flows(app, context);
     add_metrics(app, context);
     add_top(app, context);
     add_help_words(app, context);

@@ -113,17 +113,21 @@ TEST(TopView, EverySizeIsKeptWhateverTheSampleHolds) {
         sample.protocols.value["protocols"][name] = parse(R"({"packets":18446744073709551615,"bytes":9e99})");
         sample.alerts.value.append(parse(R"({"name":"\u001b[2Jx","sev":"severe","count":3,"last_ts":5})"));
     }
+    sample.listed.rows.assign(
+        60, parse(R"({"client":"fd00::\u001b[2J","server":7,"sni":"\u001b[2Jx","bytes":9e99})"));
     const Terminal terminal(tmpfile());
-    for (size_t width : {20U, 40U, 80U, 100U, 250U})
-        for (size_t height : {1U, 5U, 12U, 24U, 100U}) {
-            const TopFrame frame{.now = &sample, .width = width, .height = height};
-            const std::vector<std::string> lines = top_lines(frame, terminal);
-            EXPECT_EQ(lines.size(), height);
-            for (const std::string& line : lines) {
-                EXPECT_EQ(line.find('\x1b'), std::string::npos);
-                EXPECT_LE(columns(line), width) << line;
+    for (const Pane& pane : panes())
+        for (size_t width : {20U, 40U, 80U, 100U, 250U})
+            for (size_t height : {1U, 5U, 12U, 24U, 100U}) {
+                sample.listed.list = pane.list;
+                const TopFrame frame{.now = &sample, .pane = &pane, .width = width, .height = height};
+                const std::vector<std::string> lines = top_lines(frame, terminal);
+                EXPECT_EQ(lines.size(), height);
+                for (const std::string& line : lines) {
+                    EXPECT_EQ(line.find('\x1b'), std::string::npos);
+                    EXPECT_LE(columns(line), width) << line;
+                }
             }
-        }
 }
 
 TEST(TopView, TellsOnlyWhatIsKnown) {

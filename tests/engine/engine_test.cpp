@@ -1,9 +1,14 @@
 // The whole engine: captures, collectors, and real traffic in a network namespace that nobody else has.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/if_packet.h>
 #include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <fstream>
 
 #include "capture_paths.h"
 #include "engine.h"
@@ -360,6 +365,19 @@ TEST_F(LiveTest, RefusesWhatCannotBeAttachedOrDetached) {
     EXPECT_THAT(engine.attached(), IsEmpty());
     net.send_datagrams(53, dns_query());
     EXPECT_FALSE(has_frames());
+}
+
+TEST_F(LiveTest, MakesDoWithASmallerRingWhereMemoryIsShort) {
+    const OwnedFd socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlimit little{pages * static_cast<size_t>(getpagesize()) + (5UL << 19), before.rlim_max};
+    setrlimit(RLIMIT_AS, &little);
+    const PacketRing ring(socket.get(), 4UL << 20);
+    setrlimit(RLIMIT_AS, &before);
+    EXPECT_EQ(ring.bytes(), 2UL << 20);
 }
 
 }  // namespace

@@ -1,1 +1,1 @@
-"""The whole program under test: processes, sockets, engines. tests/process and scripts/torture stand on it."""
+"""The whole program under test: processes, sockets, engines. tests/process, tests/client and scripts/torture use it."""

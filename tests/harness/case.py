@@ -15,13 +15,13 @@ BARE_METAL = build_option("BRUMECPD_BARE_METAL")
 
 
 def load_params(engine=None):
-    """A `load` that every build accepts: on bare metal nobody finds the shared memory for the engine."""
+    """A `load` that every build accepts: on bare metal the engine has to be told its shared memory."""
     shm = {"shm": {"type": "devmem", "size": 4096, "addr": "1f000000"}} if BARE_METAL else {}
     return {**shm, **({"path": str(engine)} if engine else {})}
 
 
 class DaemonTest(unittest.TestCase):
-    """Gives a test its folder and its daemons, which end with it."""
+    """Provides a test with a folder and daemons, which end with it."""
     maxDiff = None
 
     def setUp(self):
@@ -40,7 +40,7 @@ class DaemonTest(unittest.TestCase):
         return daemon
 
     def scripted(self, *args, script="", **more):
-        """With the scripted engine as its own."""
+        """A daemon with the scripted engine in ../lib."""
         return self.daemon(*args, engine=SCRIPTED, **{"files": {"script": script}, **more})
 
     @functools.cached_property

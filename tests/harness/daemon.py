@@ -14,7 +14,7 @@ BUILD = pathlib.Path(os.environ.get("BRUMECPD_BUILD", ROOT / "build")).resolve()
 ENGINES = BUILD / "tests/engines"
 OURS = BUILD / "lib"
 SCRIPTED = ENGINES / "scripted"
-# Comes first where what was built runs on another machine only.
+# What starts the programs if they were built for another machine.
 EMULATOR = os.environ.get("BRUMECPD_EMULATOR", "").split()
 
 
@@ -30,8 +30,8 @@ class Daemon:
 
     def __init__(self, folder, *args, tcp=0, engine=None, env=None, watchdog=True, preload=None, setup=None, log=None,
                  mode="us", files=None):
-        """engine: a folder, made reachable as ../lib. files: texts by name, for its working directory. setup: runs in the
-        new process before the program."""
+        """engine: a folder, made reachable as ../lib. files: texts or bytes by name, for its working directory.
+        setup: runs in the new process before the program."""
         self.folder = pathlib.Path(folder)
         self.cwd = self.folder / "bin"
         self.cwd.mkdir(exist_ok=True)
@@ -41,7 +41,7 @@ class Daemon:
         if engine and not (self.folder / "lib").exists():
             (self.folder / "lib").symlink_to(engine)
         for name, content in (files or {}).items():
-            (self.cwd / name).write_text(content)
+            (self.cwd / name).write_bytes(content if isinstance(content, bytes) else content.encode())
         command = [*EMULATOR, BUILD / "bin/brumecpd", "-m", mode, "-s", f"127.0.0.1:{tcp}" if tcp else self.path,
                    "-l", self.log, *([] if watchdog else ["--wd_disable"]), *args]
         environment = {**os.environ, "TEST_ENGINE_SCRIPT": "script", "TEST_ENGINE_LOG": "calls", **(env or {})}
@@ -60,7 +60,7 @@ class Daemon:
 
     # --- asking
     def raw(self, message, seconds=20):
-        """The reply's bytes. Raises OSError where none comes in time or nobody listens."""
+        """Returns the reply's bytes. Raises OSError if none comes in time or nobody listens."""
         if isinstance(message, str):
             message = message.encode()
         return ask_tcp(self.tcp, message + b"\n", seconds) if self.tcp else ask_unix(self.path, message, seconds)
@@ -77,19 +77,19 @@ class Daemon:
         return None if reply is None else json.loads(reply)
 
     def result(self, method, params=None):
-        """Of a request that must succeed."""
+        """The result of a request that must succeed."""
         reply = json.loads(self.raw(request(method, params)))
         assert "result" in reply, f"{method} failed: {reply}"
         return reply["result"]
 
     def failure(self, method, params=None):
-        """`specific_err` of a request that must fail."""
+        """The `specific_err` of a request that must fail."""
         reply = json.loads(self.raw(request(method, params)))
         assert "error" in reply, f"{method} succeeded: {reply}"
         return reply["error"]["specific_err"]
 
     def alive(self, seconds=10):
-        """`ping` is answered before the time is over."""
+        """Whether `ping` is answered before the time is over."""
         return eventually(lambda: "result" in (self.call("ping", seconds=0.5) or {}), seconds)
 
     # --- what it wrote
@@ -114,7 +114,7 @@ class Daemon:
         (self.cwd / "script").write_text(text)
 
     def engine_calls(self):
-        """Without the ticks, which come when they like."""
+        """What the engine was called with, without the ticks, whose times vary."""
         path = self.cwd / "calls"
         return [line for line in path.read_text().splitlines() if line != "tick"] if path.exists() else []
 
@@ -123,7 +123,7 @@ class Daemon:
         return self.process.poll() is None
 
     def child(self, other_than=None):
-        """The supervised process, unless it is that one; where there is none, this process itself."""
+        """The supervised process, unless it is `other_than`. If there is none, the daemon's first process."""
         return next((p for p in children(self.pid) if not gone(p) and p != other_than), self.pid)
 
     def next_child(self, old=None):
@@ -132,17 +132,17 @@ class Daemon:
         return self.child(old)
 
     def signal(self, signum, pid=None):
-        if pid or self.running():  # else its number may be another's by now
+        if pid or self.running():  # else its number may have been reused
             kill(pid or self.pid, signum)
 
     def wait_exit(self, seconds=20):
-        """Its exit status, minus the signal's number if one ended it; None if it still runs."""
+        """Returns its exit status, minus the number of the signal that ended it; None if it still runs."""
         with contextlib.suppress(subprocess.TimeoutExpired):
             return self.process.wait(seconds)
         return None
 
     def end(self, seconds=20):
-        """Stops it if it still runs; its status, or None if it had to be killed."""
+        """Stops it if it still runs. Returns its status, or None if it had to be killed."""
         self.signal(signal.SIGTERM)
         status = self.wait_exit(seconds)
         if status is None:
@@ -150,6 +150,6 @@ class Daemon:
         return status
 
     def kill(self):
-        """All that it has started, too, whoever is its parent by now."""
+        """Also kills everything that it has started, orphans included."""
         kill_session(self.pid)
         self.process.wait()

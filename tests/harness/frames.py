@@ -1,4 +1,4 @@
-"""Frames and capture files, as simple as the tests of the whole daemon need them."""
+"""Frames and capture files, no more elaborate than tests of the whole daemon need."""
 import struct
 
 SYN = 2
@@ -18,7 +18,7 @@ def udp(payload, sport=1000, dport=80):
 
 
 def udp_flows(count):
-    """A frame each of so many flows, as large as a DNS query."""
+    """One frame for each of `count` flows, as large as a DNS query."""
     return [udp(bytes(30), 1024 + i % 60000, 53) for i in range(count)]
 
 

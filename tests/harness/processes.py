@@ -1,4 +1,4 @@
-"""What /proc tells of processes, and waiting without sleeping blindly."""
+"""What /proc knows about processes, and waiting for conditions instead of sleeping."""
 import contextlib
 import ctypes
 import os
@@ -13,7 +13,7 @@ CLONE_NEWNS, CLONE_NEWTIME, CLONE_NEWNET = 0x20000, 0x80, 0x40000000
 
 
 def eventually(done, seconds=10, step=0.005):
-    """Asks again and again until it is so or the time is over; the last answer."""
+    """Calls `done` until it returns something true or the time is over. Returns its last answer."""
     end = time.monotonic() + seconds
     while time.monotonic() < end:
         if answer := done():
@@ -54,7 +54,7 @@ def state_of(pid):
 
 
 def gone(pid):
-    """It has ended. Who is left without a parent isn't reaped on every machine."""
+    """Whether it has ended. Not every machine reaps orphans."""
     return state_of(pid) in (None, "Z", "X")
 
 
@@ -75,7 +75,7 @@ def descriptors(pid):
 
 
 def kib(pid, what, file="status"):
-    """A size that /proc tells, such as VmHWM."""
+    """A size from /proc, such as VmHWM."""
     return int(re.search(rf"^{what}:\s+(\d+)", pathlib.Path(f"/proc/{pid}/{file}").read_text(), re.M)[1])
 
 
@@ -84,7 +84,7 @@ def die_with_parent():
 
 
 def permitted(setup):
-    """Whether a new process may do what `setup` does, which raises where it may not."""
+    """Whether a new process may do what `setup` does. `setup` raises OSError if not."""
     pid = os.fork()
     if pid == 0:
         try:
@@ -96,7 +96,7 @@ def permitted(setup):
 
 
 def checked(result):
-    """Raises what errno tells where a call of the C library failed."""
+    """Raises OSError with errno if a call into the C library failed."""
     if result != 0:
         raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
 
@@ -111,7 +111,7 @@ def mount(source, target, kind=None, flags=0, data=None):
 
 
 def starting_at(monotonic_ms):
-    """For `setup`: what the program that the process becomes reads from the monotonic clock at first."""
+    """For `setup`: the program's monotonic clock starts at this time."""
     def setup():
         offset = monotonic_ms - time.monotonic_ns() // 1_000_000
         unshare(CLONE_NEWTIME)

@@ -87,36 +87,44 @@ TEST(RpcCommandsTable, KeysAreMatchedWholeTheLastOneLoadedWinsAndTheWildcardTake
     EXPECT_NE(table.lookup("ping"), any);
 }
 
-TEST(RpcParser, FieldsAreCheckedByTypeAndRange) {
-    using P = RpcParser;
-    const std::string at = "error at offset: 5 - 'f' ";
-    const std::tuple<const char*, P::field_type_e, std::string> cases[] = {
-        {"5.0", P::TYPE_BYTE, ""},
-        {"256", P::TYPE_BYTE, at + "has size bigger than uint8."},
-        {"1.5", P::TYPE_BYTE, at + "is 'double', expecting 'byte'"},
-        {"18446744073709551615", P::TYPE_UINT64, ""},
-        {"18446744073709551616", P::TYPE_UINT64, at + "is 'double', expecting 'uint64'"},
-        {"-2147483648", P::TYPE_INT, ""},
-        {"-2147483649", P::TYPE_INT, at + "is 'int', expecting 'int'"},
-        {"true", P::TYPE_DOUBLE, at + "is 'boolean', expecting 'double'"},
-        {"0", P::TYPE_UDOUBLE, ""},
-        {"-0.5", P::TYPE_UDOUBLE, at + "has negative value."},
-        {"{}", P::TYPE_ARRAY, at + "is 'object', expecting 'array'"},
-    };
-    for (const auto& [value, type, error] : cases)
-        EXPECT_EQ(run(field_is(type), std::string("{\"f\":") + value + "}"),
-                  (Outcome{error.empty() ? CMD_OK : CMD_BAD_PARAMS, error}))
-            << value << " as " << P().type_to_str(type);
+Scripted::Body is_valid(void (RpcParser::*validate)(const std::string&, Json::Value&),
+                        const std::string& text) {
+    return [=](Scripted& self, const Json::Value&, Json::Value& res) { (self.*validate)(text, res); };
 }
 
-TEST(RpcParser, AnArrayElementIsNamedByItsPosition) {
-    auto check = [](Scripted& self, const Json::Value& params, Json::Value& res) {
-        for (int i = 0; i < 4; ++i)
-            self.check_field_type(params, i, RpcParser::TYPE_BYTE, res);
+TEST(RpcParser, FieldsPathsAndAddressesAreVerified) {
+    using P = RpcParser;
+    test::TempDir dir;
+    const std::string file = dir.write("f", "x"), hidden = dir.path() + std::string("\0x", 2);
+    const std::string no_dir = "' is not a valid directory or does not exists";
+    const Outcome ok{CMD_OK, ""};
+    const auto bad = [](const std::string& how) {
+        return Outcome{CMD_BAD_PARAMS, "error at offset: 5 - 'f' " + how};
     };
-    EXPECT_EQ(run(check, "[1,2,true,4]").text,
-              "error at offset: 5 - 'array element: 3 ' is 'boolean', expecting 'byte'");
-    EXPECT_EQ(run(check, "[1,2,3]").text, "field 'array element: 4 ' is missing");
+    const auto failed = [](const std::string& text) { return Outcome{CMD_EXEC_FAILED, text}; };
+    const std::tuple<const char*, Scripted::Body, Outcome> cases[] = {
+        {"5.0", field_is(P::TYPE_BYTE), ok},
+        {"256", field_is(P::TYPE_BYTE), bad("has size bigger than uint8.")},
+        {"1.5", field_is(P::TYPE_BYTE), bad("is 'double', expecting 'byte'")},
+        {"18446744073709551615", field_is(P::TYPE_UINT64), ok},
+        {"18446744073709551616", field_is(P::TYPE_UINT64), bad("is 'double', expecting 'uint64'")},
+        {"-2147483648", field_is(P::TYPE_INT), ok},
+        {"-2147483649", field_is(P::TYPE_INT), bad("is 'int', expecting 'int'")},
+        {"true", field_is(P::TYPE_DOUBLE), bad("is 'boolean', expecting 'double'")},
+        {"0", field_is(P::TYPE_UDOUBLE), ok},
+        {"-0.5", field_is(P::TYPE_UDOUBLE), bad("has negative value.")},
+        {"{}", field_is(P::TYPE_ARRAY), bad("is 'object', expecting 'array'")},
+        {"0", is_valid(&P::validate_path, dir.path()), ok},
+        {"0", is_valid(&P::validate_path, file), failed("path '" + file + no_dir)},
+        {"0", is_valid(&P::validate_path, hidden), failed("path '" + hidden + no_dir)},
+        {"0", is_valid(&P::validate_file, file), ok},
+        {"0", is_valid(&P::validate_file, "/no"),
+         failed("file '/no' is not a valid file or does not exists")},
+        {"0", is_valid(&P::validate_ip, "fe80::1"), ok},
+        {"0", is_valid(&P::validate_ip, "10.0.0"), failed("invalid IPv4 / IPv6 address '10.0.0'")},
+    };
+    for (const auto& [value, check, outcome] : cases)
+        EXPECT_EQ(run(check, std::string("{\"f\":") + value + "}"), outcome) << value;
 }
 
 TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
@@ -132,27 +140,6 @@ TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
         EXPECT_EQ(run(choose, params), refused) << params;
     }
     EXPECT_EQ(run(choose, "null"), (Outcome{CMD_BAD_PARAMS, "field 'op' is missing"}));
-}
-
-TEST(RpcParser, PathsFilesAndAddressesAreVerified) {
-    test::TempDir dir;
-    const std::string file = dir.write("f", "x"), hidden = dir.path() + std::string("\0x", 2);
-    const std::string no_dir = "' is not a valid directory or does not exists";
-    const std::tuple<void (RpcParser::*)(const std::string&, Json::Value&), std::string, std::string>
-        cases[] = {
-            {&RpcParser::validate_path, dir.path(), ""},
-            {&RpcParser::validate_path, file, "path '" + file + no_dir},
-            {&RpcParser::validate_path, hidden, "path '" + hidden + no_dir},
-            {&RpcParser::validate_file, file, ""},
-            {&RpcParser::validate_file, "/no/such", "file '/no/such' is not a valid file or does not exists"},
-            {&RpcParser::validate_ip, "fe80::1", ""},
-            {&RpcParser::validate_ip, "10.0.0", "invalid IPv4 / IPv6 address '10.0.0'"},
-        };
-    for (const auto& [validate, text, error] : cases) {
-        auto check = [&, check = validate, &text = text](Scripted& self, const Json::Value&,
-                                                         Json::Value& res) { (self.*check)(text, res); };
-        EXPECT_EQ(run(check, "{}"), (Outcome{error.empty() ? CMD_OK : CMD_EXEC_FAILED, error})) << text;
-    }
 }
 
 TEST(RpcCommand, FailuresBecomeItsResult) {

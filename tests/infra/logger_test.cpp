@@ -3,15 +3,12 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
 #include <csignal>
-#include <filesystem>
 
 #include "support/capture_logger.h"
 #include "support/client.h"
@@ -120,33 +117,6 @@ TEST(Logger, AFileHasHistoryHoweverBigAndLateItIs) {
     }
 }
 
-/** In a new process: a file system of two layers numbers the files of the lower one with 64 bits. */
-[[noreturn]] void read_history_in_layers(const test::TempDir& dir) {
-    constexpr int CANNOT_MOUNT = 77;
-    const std::string top = dir.file("top");
-    const std::string layers =
-        "xino=on,lowerdir=" + dir.file("low") + ",upperdir=" + top + "/up,workdir=" + top + "/work";
-    for (const char* name : {"low", "top"})
-        mkdir(dir.file(name).c_str(), 0755);
-    dir.write("low/log", "first\n");
-    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", top.c_str(), "tmpfs", 0, nullptr) != 0 || mkdir((top + "/up").c_str(), 0755) != 0 ||
-        mkdir((top + "/work").c_str(), 0755) != 0 ||
-        mount("none", dir.file("low").c_str(), "overlay", 0, layers.c_str()) != 0)
-        _exit(CANNOT_MOUNT);
-    CaptureLogger log(INFO, dir.file("low/log"));
-    std::vector<std::string> out;
-    history(out, 10);
-    _exit(out == std::vector<std::string>{"first"} ? 0 : 1);
-}
-
-TEST(Logger, AFileHasHistoryWhateverItsInodesNumber) {
-    if (geteuid() != 0) GTEST_SKIP() << "only root can mount";
-    const test::TempDir dir;
-    const auto is_read = [](int status) { return WIFEXITED(status) && WEXITSTATUS(status) != 1; };
-    EXPECT_EXIT(read_history_in_layers(dir), is_read, "");
-}
-
 TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     test::TempDir dir;
     const size_t before = test::open_descriptors();
@@ -160,18 +130,6 @@ TEST(Logger, ThePlaceholderAnswersWhenNoLoggerIsOpen) {
     history(out, 10);
     EXPECT_THAT(out, IsEmpty());
     EXPECT_EQ(before, test::open_descriptors());
-}
-
-TEST(Logger, TheLogFileIsAppendedToAndClearedOnDemand) {
-    test::TempDir dir;
-    const std::string file = dir.write("log", "old\n");
-    for (const char* text : {"first", "second"}) {
-        CaptureLogger log(INFO, file);
-        CORVO_LOG_TEXT(INFO, COMP, text);
-    }
-    EXPECT_THAT(test::read_file(file), MatchesRegex("old\n.* - First\n.* - Second\n"));
-    clear_log_file(file);
-    EXPECT_TRUE(std::filesystem::is_empty(file));
 }
 
 TEST(Logger, ALineThatTheDiskHasNoRoomForIsLeftOutAsAWhole) {

@@ -3,6 +3,7 @@
 log=/var/log/brumecpd
 unit=/etc/systemd/system/brumecpd.service
 scripted=/etc/brumecpd/scripted.json
+three_starts=$'[Unit]\nStartLimitBurst=3\n[Service]\nRestartSec=1'
 
 # --- a known state ------------------------------------------------------------------------------------------
 
@@ -17,6 +18,16 @@ start() {
     options "$@"
     systemctl start brumecpd
     eventually brumectl ping
+}
+start_in_vain() {
+    options "$@"
+    systemctl start brumecpd || true
+    eventually setting_is ActiveState failed
+}
+crash_once() {
+    start -a
+    kill_server SEGV
+    eventually evidence_has 1 cvdump.json
 }
 # An engine that does what the given line says; stdin: its environment.
 scripted() {

@@ -8,17 +8,14 @@ BEFORE_MS = 2500
 
 
 class Clock(DaemonTest):
-    def setUp(self):
-        super().setUp()
-        if not permitted(starting_at(2 ** 33)):
-            self.skipTest("no time namespaces here")
-
     def outlive(self, limit_ms):
+        if not permitted(starting_at(limit_ms)):
+            self.skipTest("no time namespaces here")
         daemon = self.daemon("--wd_hog_timeout", "4000", "--wd_kill_timeout", "9000", "--wd_reload", "-v", "debug",
                              watchdog=True, setup=starting_at(limit_ms - BEFORE_MS))
         self.assertAlmostEqual(daemon.result("ping")["ts"] * 1000, limit_ms, delta=60000)
         self.assertTrue(eventually(lambda: daemon.result("ping")["ts"] * 1000 > limit_ms))
-        # Reloading, too, measures time: the second crash within a moment costs two seconds.
+        # Reloading measures time, too: a second crash soon after the first costs two seconds.
         server = daemon.next_child()
         kill(server, signal.SIGKILL)
         daemon.next_child(server)
@@ -26,8 +23,7 @@ class Clock(DaemonTest):
         self.assertEqual(len(children(daemon.pid)), 1)
         self.assertLess(daemon.result("status")["uptime"], 60)
         self.assertEqual(daemon.end(), 0)
-        for text in ("No heartbeat for", "Sending HOG signal"):
-            self.assertNotIn(text, daemon.log_text())
+        self.assertNotIn("No heartbeat for", daemon.log_text())
 
     def test_supervision_outlives_31_bits_of_milliseconds(self):
         self.outlive(2 ** 31)

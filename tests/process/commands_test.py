@@ -1,4 +1,4 @@
-"""Every method, asked of the running daemon with an engine that the test scripts and whose calls it reads."""
+"""Every method of the running daemon, with an engine that the tests script and whose calls they read."""
 import json
 import os
 
@@ -10,10 +10,11 @@ from harness.rpc import request, unix_client
 BAD_PARAMS, FAILED = -32602, -32000
 NO_HEX = "'addr' is not a valid HEX value"
 
-# Beside those that the document of the methods gives rise to.
+# In addition to the refusals that methods_test derives from docs/openrpc.json.
 REFUSALS = (
     ("echo", {"message": 5}, BAD_PARAMS, "'message' is 'int', expecting 'string'"),
     ("events", None, FAILED, "field 'type' is missing"),
+    ("events", 5, FAILED, "internal parsing error"),
     ("load", {"cpaddr": True}, BAD_PARAMS, "'cpaddr' is 'boolean', expecting 'string'"),
     ("load", {"path": "/no%sdir"}, FAILED, "path '/no%sdir' is not a valid directory or does not exists"),
     *(("load", {"shm": {"type": "devmem", "size": 1, "addr": addr}}, FAILED, NO_HEX)
@@ -215,7 +216,7 @@ class Commands(DaemonTest):
         with open(self.it.log, "a", encoding="ascii") as log:
             log.write(("x" * 127 + "\n") * 500_000 + "last but one\nlast\n")
         self.assertEqual(last_lines(), ["last but one", "last"])
-        # A gap of zeros up to a gigabyte is a line that no buffer holds: what is behind it isn't looked for.
+        # Zeros up to a gigabyte are a line that no buffer holds, and nothing behind such a line is read.
         os.truncate(self.it.log, 1 << 30)
         self.result("echo", {"message": "unseen"})
         self.assertEqual(last_lines(), ["last but one", "last"])

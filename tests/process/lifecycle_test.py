@@ -40,6 +40,13 @@ class Lifecycle(DaemonTest):
         self.assertEqual(daemon.wait_exit(), 2)
         self.assertIn("brumecpd: error: '--attach' is supported only with '--activate'\n", daemon.err())
 
+    def test_kernel_mode_is_told_and_has_shared_memory_of_its_own(self):
+        daemon = self.daemon(mode="km", engine=SCRIPTED)
+        self.assertIn("Configured in: 'kernel mode'", daemon.log_text())
+        self.assertEqual(daemon.result("status")["mode"], "kernel")
+        self.assertEqual(daemon.failure("load", {"shm": {"type": "devmem"}}),
+                         "devmem SHM configuration is not supported on kernel mode")
+
     def test_a_stop_signal_during_the_automatic_start_ends_the_daemon_by_the_ordinary_road(self):
         daemon = self.scripted("-a", script="delay init 700\n", ready=False)
         self.assertTrue(daemon.wait_for_log("Loading corvo engine"))
@@ -65,7 +72,7 @@ class Lifecycle(DaemonTest):
         self.addCleanup(kill, pid, signal.SIGKILL)
         standard = [f"/proc/{pid}/fd/{fd}" for fd in range(3)]
         self.assertEqual([fd for fd in standard if os.path.lexists(fd)], [])
-        # A library must get none of them.
+        # A library must not get one of these numbers for a file of its own.
         starter.result("load", load_params(SCRIPTED))
         self.assertEqual([os.readlink(fd) for fd in standard], ["/dev/null"] * 3)
         kill(pid, signal.SIGTERM)

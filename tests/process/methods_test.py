@@ -1,4 +1,4 @@
-"""docs/openrpc.json against the running daemon: what the document says of the methods is what clients get."""
+"""docs/openrpc.json against the running daemon: clients get what the document says."""
 import base64
 import collections
 import json
@@ -23,7 +23,7 @@ def params_of(example):
 
 
 def params_schema(method, params):
-    """The schema of an example's `params`: what is required there depends on its other members."""
+    """The schema of an example's `params`. What is required depends on its other members."""
     def required(param):
         return param["required"] or any(params.get(other) in values
                                         for other, values in param.get("x-required-when", {}).items())
@@ -33,14 +33,14 @@ def params_schema(method, params):
 
 
 def with_variant(schema, value):
-    """The schema with what its variant that fits adds to it."""
+    """The schema, completed with the variant that fits the value."""
     fitting = [v for v in schema.get("oneOf", []) if validates(v, value)]
     return {"properties": {k: s for part in [*reversed(fitting), schema] for k, s in part.get("properties", {}).items()},
             "required": [name for part in [schema, *fitting] for name in part.get("required", [])]}
 
 
 def examples():
-    """Those that tell of this build, with their methods."""
+    """The examples that hold for this build, with their methods."""
     for method in DOCUMENT["methods"]:
         for example in method["examples"]:
             if example.get("x-build") in (None, "slave" if SLAVE else "standalone"):
@@ -66,7 +66,7 @@ class Methods(DaemonTest):
         self.assertEqual(self.it.result("status")["state"], state)
 
     def call(self, method, params):
-        """The reply, once it is seen to be one that the document allows."""
+        """Returns the reply, having checked that the document allows it."""
         reply = self.it.call(method["name"], params)
         error = reply.get("error")
         self.assertTrue(validates(COMPONENTS["schemas"]["Failure" if error else "Success"], reply), reply)
@@ -106,7 +106,7 @@ class Methods(DaemonTest):
         self.assertEqual(self.documented, self.accepted)
 
     def spoil_members(self, method, root, part, schema):
-        """Leaves out or spoils each member of `part`, which is a place in `root`, one at a time."""
+        """Leaves out or spoils each member of `part`, a value inside `root`, one at a time."""
         fitting = with_variant(schema, part)
         for name, kept in list(part.items()):
             if name not in fitting["properties"]:
@@ -142,7 +142,7 @@ class Methods(DaemonTest):
         for method, example in examples():
             with self.subTest(f"{method['name']}, {example['name']}"):
                 self.check_example(method, example, state)
-            # A method that moves the engine leaves a daemon that the next example can't use.
+            # A method that changes the engine's state leaves a daemon that the next example can't use.
             gone = method["name"] == "shutdown" and self.it.wait_exit() == 0
             if gone or self.it.result("status")["state"] != state:
                 self.it.kill()
@@ -151,6 +151,9 @@ class Methods(DaemonTest):
     def check_example(self, method, example, state):
         params = params_of(example)
         reply = self.call(method, params)
+        if method["name"] != "shutdown":
+            after = method.get("x-leads-to", {}).get(state, state) if "result" in reply else state
+            self.assertEqual(self.it.result("status")["state"], after)
         if state not in example.get("x-states", [state]):
             return
         if "x-error" in example:

@@ -10,7 +10,7 @@ from harness.rpc import request, unix_client
 CRASHES = {"segv": "Segmentation fault", "abort": "Aborted", "ill": "Illegal instruction", "fpe": "Floating point exception",
            "bus": "Bus error", "sys": "Bad system call", "null": "Segmentation fault", "overflow": "Segmentation fault",
            "heap": "Aborted", "inmalloc": "Aborted"}
-# What names the function: the report, and the log.
+# How the report and the log name the function that crashed.
 STACK = "libcvcp_u.so(corvo_api_cp_coffee+", " corvo_api_cp_coffee\n"
 STACKS = {"overflow": ("libcvcp_u.so(", " overflow_stack\n"), "heap": (STACK[0], ""), "inmalloc": ("libcvcp_u.so(", "")}
 
@@ -24,7 +24,7 @@ class Signals(DaemonTest):
         return daemon
 
     def send_coffee(self, daemon, size=0):
-        """A request of `size` bytes that runs the engine's function; nobody waits for the reply."""
+        """Sends a request of `size` bytes that calls the engine; doesn't wait for the reply."""
         text = request("coffee", {"func": "brew"})
         client = unix_client(daemon.path)
         self.addCleanup(client.close)
@@ -52,7 +52,7 @@ class Signals(DaemonTest):
                 self.assertIn(f'"logfile": "{daemon.log}", "backtrace":"', report)
                 in_report, in_log = STACKS.get(crash, STACK)
                 self.assertIn(in_report, report)
-                # Resolving has a limit of time. The innermost frame is printed last.
+                # Resolving names has a time limit. The innermost frame is printed last.
                 if "\n#0 " in daemon.log_text():
                     self.assertIn(in_log, daemon.log_text())
                 self.assertNotIn('Object ""', daemon.log_text())
@@ -92,9 +92,9 @@ class Signals(DaemonTest):
         daemon = self.at_work("--wd_hog_timeout", "1500")
         # The engine's pause ends with the first signal, as any wait in the server does.
         daemon.script("delay coffee 900000")
-        time.sleep(0.9)  # the watchdog judges nobody before his first heartbeat
+        time.sleep(0.9)  # the watchdog judges nobody before the first heartbeat
         self.send_coffee(daemon)
-        # The parent says so at the next heartbeat, before or after the server has made its report.
+        # The parent logs the hog at the next heartbeat, before or after the server has made its report.
         for text in ("HOG lasted ", "***Stack trace***"):
             self.assertTrue(daemon.wait_for_log(text, 30))
         [event] = daemon.result("events", {"type": "hog"})["events"]

@@ -7,9 +7,7 @@ from harness.daemon import BUILD
 from trial import hold
 
 SHIM = BUILD / "tests/libfail_nth.so"
-
-FIELDS = ("armed", "nth", "every", "and_on", "error", "delay_ms", "pid", "count", "hits")
-FORMAT = "=9i220s"
+LAYOUT = struct.Struct("=7i220s")  # armed, nth, every, error, delay_ms, count, hits, calls
 
 
 class FailingCalls:
@@ -17,25 +15,18 @@ class FailingCalls:
 
     def __init__(self, folder):
         hold(SHIM.exists(), f"no {SHIM}: build the target fail_nth")
-        self.path = folder / "failing-calls"
-        self.path.write_bytes(bytes(struct.calcsize(FORMAT)))
-        with open(self.path, "r+b") as file:
+        path = folder / "failing-calls"
+        path.write_bytes(bytes(LAYOUT.size))
+        with open(path, "r+b") as file:
             self.memory = mmap.mmap(file.fileno(), 0)
-        self.preload = {"preload": SHIM, "env": {"FAIL_STATE": str(self.path)}}
+        self.preload = {"preload": SHIM, "env": {"FAIL_STATE": str(path)}}
 
-    def arm(self, *calls, nth=1, every=0, and_on=0, error=errno.EIO, delay_ms=0, pid=0):
+    def arm(self, *calls, nth=1, every=0, error=errno.EIO, delay_ms=0):
         self.disarm()
-        names = f",{','.join(calls)},".encode()
-        struct.pack_into(FORMAT, self.memory, 0, 0, nth, every, and_on, error, delay_ms, pid, 0, 0, names)
-        self.put("armed", 1)
+        LAYOUT.pack_into(self.memory, 0, 0, nth, every, error, delay_ms, 0, 0, f",{','.join(calls)},".encode())
+        self.memory[0] = 1
 
     def disarm(self):
-        """Gives how many calls were hit since `arm`."""
-        self.put("armed", 0)
-        return self.get("hits")
-
-    def put(self, field, value):
-        struct.pack_into("=i", self.memory, 4 * FIELDS.index(field), value)
-
-    def get(self, field):
-        return struct.unpack_from("=i", self.memory, 4 * FIELDS.index(field))[0]
+        """Returns how many calls were hit since `arm`."""
+        self.memory[0] = 0
+        return LAYOUT.unpack_from(self.memory)[6]

@@ -1,4 +1,4 @@
-"""What docs/openrpc.json says of the methods, as requests: nothing here names a method or a parameter."""
+"""Requests made from docs/openrpc.json: nothing here names a method or a parameter."""
 import copy
 import json
 
@@ -8,7 +8,7 @@ METHODS = {m["name"]: m for m in json.loads((ROOT / "docs/openrpc.json").read_te
 
 
 def forms(schema):
-    """A schema without alternatives for each of its alternatives."""
+    """For each alternative of a schema, a schema without alternatives."""
     for choice in schema.get("oneOf", [{}]):
         form = {k: v for k, v in schema.items() if k != "oneOf"}
         form["properties"] = {**schema.get("properties", {}), **choice.get("properties", {})}
@@ -33,7 +33,7 @@ def parameters(method):
 
 
 def around(method, name):
-    """Valid values of all that must be there for the parameter to be read."""
+    """Valid values of all parameters that must be there for this one to be read."""
     known = parameters(method)
     values = {n: valid(p["schema"]) for n, p in known.items() if p["required"]}
     wanted = [name]
@@ -66,7 +66,7 @@ WRONG = [None, True, -1, 0, 1.5, 2 ** 32, 2 ** 64 - 1, 1e300, "", "%s%n", "lo", 
 
 
 def half_valid(random, method):
-    """Parameters of which most are right: right ones reach the method's depths."""
+    """Parameters, most of them right, since only those get far into the method."""
     values = {}
     for name, parameter in parameters(method).items():
         if parameter["required"] or random.random() < 0.6:

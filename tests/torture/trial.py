@@ -1,6 +1,7 @@
-"""What every case of scripts/torture stands on: a folder of its own, daemons in it, and the checks that must hold
-afterwards, whatever was done to them."""
+"""What the cases of scripts/torture share: a folder for each, daemons in it, and what must hold afterwards, whatever
+was done to them."""
 import collections
+import concurrent.futures
 import contextlib
 import itertools
 import json
@@ -8,9 +9,10 @@ import pathlib
 import re
 import shutil
 import tempfile
+import threading
 
 from harness import daemon as tested
-from harness.processes import children, eventually, session, state_of
+from harness.processes import children, descriptors, eventually, session, state_of
 
 LINE = re.compile(rb"^\[ *\d+\] - \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+ *- \(.*\) +- \[.{6}\]\[(ERROR|WARN |INFO |DEBUG)\] +- .*$")
 # Messages of many lines: what the server printed to stderr, stacks of hogs, and at debug level what clients said.
@@ -18,26 +20,25 @@ LONG = re.compile(rb"\((corvo_wd_stderr|corvo_hog_reporter|corvo_rpc_worker)\.cp
 STAMP = re.compile(r"\d{4}(_\d\d){5}")
 REPORTS = {"cvdump.json", "cv_hog_dump.txt"}
 
-
-class NotTried(Exception):
-    """What the case needs can't be had here; no fault of the daemon's."""
-
-
 CASES = []
 Case = collections.namedtuple("Case", "name short run")
+
+
+class NotTried(Exception):
+    """What the case needs can't be had here, which is no fault of the daemon's."""
 
 
 class Broken(AssertionError):
     """Something that must hold doesn't."""
 
 
-def case(name, *, short=True):
-    """Registers a function that tries one thing. It gets a `Trial` and returns what was seen, in a few words.
+def case(name, *values, short=True):
+    """Registers a function that tries one thing. It gets a `Trial` and the values, and returns what was seen, in short.
 
     short: also part of the short form that runs before a change lands.
     """
     def register(function):
-        CASES.append(Case(name, short, function))
+        CASES.append(Case(name, short, lambda trial: function(trial, *values)))
         return function
     return register
 
@@ -47,33 +48,63 @@ def hold(condition, text):
         raise Broken(text)
 
 
-def need(condition, text):
-    if not condition:
-        raise NotTried(text)
+@contextlib.contextmanager
+def meanwhile(act):
+    """Calls `act` over and over until the block is left; yields the growing list of what it returned."""
+    over, results = threading.Event(), []
+
+    def run():
+        while not over.is_set():
+            results.append(act())
+    with concurrent.futures.ThreadPoolExecutor(1) as pool:
+        running = pool.submit(run)
+        try:
+            yield results
+        finally:
+            over.set()
+        running.result()  # raises what `act` raised
 
 
 class Daemon(tested.Daemon):
     """The real daemon, and what must hold when a case is over."""
-    writes_failed = False  # by a case
+    writes_failed = False  # set by a case that makes them fail
 
     def said(self):
         """On stdout and stderr."""
         return (self.folder / "out").read_bytes() + (self.folder / "err").read_bytes()
 
+    def told(self):
+        """In its log and on its output."""
+        return (self.log.read_bytes() if self.log.is_file() else b"") + self.said()
+
+    def tail(self):
+        return self.said()[-300:].decode(errors="replace").replace("\n", " | ")
+
+    def hold_clean_end(self):
+        hold(self.end() == 0, "no clean end")
+
+    def hold_descriptors(self, most, seconds=20):
+        hold(eventually(lambda: descriptors(self.child()) <= most, seconds),
+             f"{descriptors(self.child())} descriptors instead of {most}")
+
+    def hold_other_child(self, old, seconds=30):
+        """Another server has taken the place of `old`, and answers."""
+        hold(eventually(lambda: state_of(old) is None, seconds), f"child {old} is still there")
+        hold(eventually(lambda: self.child() not in (old, self.pid), 30), "no reload")
+        hold(self.alive(30), "no answer after the reload")
+
     def check_log(self):
         """Every line is one of ours, or goes on with a message of many lines: nothing from outside has broken one."""
-        if not self.log.is_file():
-            return
         last = b""
-        for line in self.log.read_bytes().split(b"\n")[:-1]:
+        for line in self.log.read_bytes().split(b"\n")[:-1] if self.log.is_file() else []:
             if LINE.match(line):
                 last = line
             else:
                 hold(LONG.search(last), f"a malformed log line: {line[:120]!r}")
 
     def check_evidence(self):
-        """Complete or absent; but where writes were made to fail, a file may lack what they would have written. A log that is
-        no file, such as a pipe, leaves an empty copy."""
+        """A file is complete or absent, unless writes were made to fail. A log that is no file, such as a pipe, leaves
+        an empty copy."""
         folder = self.log.parent / "cvevents"
         for path in sorted(folder.rglob("*")):
             if path.is_dir():
@@ -94,7 +125,7 @@ class Daemon(tested.Daemon):
         hold(path.name != self.log.name or content.endswith(b"\n"), "a log that is cut among the evidence")
 
     def check_all(self):
-        """Ends it, and sees that nothing is left but what should be."""
+        """Ends it, and checks that nothing is left that shouldn't be."""
         self.check_zombies()
         self.end()
         hold(eventually(lambda: not session(self.pid), 5), f"processes stayed behind: {session(self.pid)}")
@@ -102,8 +133,7 @@ class Daemon(tested.Daemon):
         self.check_evidence()
 
     def check_zombies(self):
-        zombies = [p for p in children(self.pid) if state_of(p) == "Z"]
-        hold(eventually(lambda: not [p for p in children(self.pid) if state_of(p) == "Z"], 3), f"zombies {zombies}")
+        hold(eventually(lambda: not [p for p in children(self.pid) if state_of(p) == "Z"], 3), "zombies")
 
 
 class Trial:
@@ -115,21 +145,14 @@ class Trial:
         self.daemons = []
         self.numbers = itertools.count(1)  # threads may share a trial
 
-    def daemon(self, *args, ready=True, before=None, **more):
-        """before: is called with its folder before it starts."""
+    def daemon(self, *args, ready=True, **more):
         folder = self.folder / str(next(self.numbers))
         folder.mkdir()
-        if before:
-            before(folder)
         daemon = Daemon(folder, *args, **more)
         self.daemons.append(daemon)
         if ready:
-            hold(daemon.alive(20), f"no answer after the start: {self.tail(daemon)}")
+            hold(daemon.alive(20), f"no answer after the start: {daemon.tail()}")
         return daemon
-
-    @staticmethod
-    def tail(daemon):
-        return daemon.said()[-300:].decode(errors="replace").replace("\n", " | ")
 
     def __enter__(self):
         return self

@@ -16,21 +16,16 @@
 namespace corvo {
 namespace {
 
-TEST(Base64, TextsAndBytesCorrespond) {
+TEST(Base64, TextsAndBytesCorrespondUpToTheFirstForeignCharacter) {
     const std::pair<std::string, std::string> cases[] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFB\xFF\xBF", "+/+/"}};
     for (const auto& [bytes, text] : cases) {
         EXPECT_EQ(b64_encode(bytes), text);
-        EXPECT_EQ(b64_decode(text), bytes);
+        for (const std::string& more :
+             {std::string(), std::string("\nZm9v"), std::string("\0Zm9v", 5), std::string("\xE9")})
+            EXPECT_EQ(b64_decode(text + more), bytes) << text << more;
     }
-}
-
-TEST(Base64, DecodingStopsAtTheFirstForeignCharacter) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"Zm9v\nZm9v", "foo"}, {"Zm8=Zm9v", "fo"},
-        {"Zm9vZ", "foo"},      {"=", ""},
-        {"Zm9v\xE9", "foo"},   {std::string("Zm9v\0Zm9v", 9), "foo"}};
-    for (const auto& [text, bytes] : cases)
+    for (const auto& [text, bytes] : {std::pair{"Zm8=Zm9v", "fo"}, {"Zm9vZ", "foo"}, {"=", ""}})
         EXPECT_EQ(b64_decode(text), bytes) << text;
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
+#include <set>
 
 #include "infra/corvo_version.h"
 #include "server/watchdog/corvo_wd_server.h"
@@ -167,8 +168,7 @@ TEST_F(SigReport, SignalsBlockEachOtherAndFatalOnesHaveAStackOfTheirOwn) {
         EXPECT_TRUE(is_taken(signum));
         for (int masked : SigHandler::reg_sigs())
             EXPECT_TRUE(sigismember(&action.sa_mask, masked));
-        const bool fatal = signum == SIGSEGV || signum == SIGILL || signum == SIGABRT || signum == SIGFPE ||
-                           signum == SIGBUS || signum == SIGSYS;
+        const bool fatal = std::set{SIGSEGV, SIGILL, SIGABRT, SIGFPE, SIGBUS, SIGSYS}.contains(signum);
         EXPECT_EQ(action.sa_flags & (SA_ONSTACK | SA_RESTART | SA_NODEFER | SA_RESETHAND),
                   fatal ? SA_ONSTACK : 0);
     }

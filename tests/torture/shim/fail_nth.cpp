@@ -1,10 +1,8 @@
-// Preloaded into the daemon by scripts/torture: makes chosen calls into the C library fail, or wait, at
-// chosen moments.
+// scripts/torture preloads this into the daemon to make chosen calls into the C library fail, or wait.
 //
-// Which ones stands in a small file that the daemon's processes and the script map together (FAIL_STATE names
-// it), so that one running daemon can be put through many failures, and calls are counted over parent and
-// child. The same rules hold in here as in a signal handler: no heap, no stdio, errno untouched unless a call
-// fails.
+// The daemon's processes and the script share the rules through a small mapped file, which FAIL_STATE names.
+// So one running daemon can be put through many failures, and the calls of parent and child are counted
+// together. As in a signal handler, there is no heap and no stdio, and errno changes only where a call fails.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -14,7 +12,6 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/timerfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,12 +33,10 @@ namespace {
 /** The file's content; failing_calls.py knows the layout. */
 struct State {
     std::atomic<int32_t> armed;
-    int32_t nth;       // counted from 1
-    int32_t every;     // above 0: each so-manyth call, whatever `nth` says
-    int32_t and_on;    // all calls from the nth on
+    int32_t nth;       // the one call that is hit, counted from 1
+    int32_t every;     // above 0: every so-manyth call is hit, whatever `nth` says
     int32_t error;     // 0: the call goes through
     int32_t delay_ms;  // before the call fails or goes through
-    int32_t pid;       // above 0: calls of other processes don't count
     std::atomic<int32_t> count;
     std::atomic<int32_t> hits;
     char calls[220];  // ",name,name,"
@@ -50,19 +45,14 @@ struct State {
 State* map_state() {
     const char* path = std::getenv("FAIL_STATE");
     if (!path) return nullptr;
-    // The raw call: `open` is one of those that are counted.
-    const int fd = openat(AT_FDCWD, path, O_RDWR | O_CLOEXEC);
+    const int fd = open(path, O_RDWR | O_CLOEXEC);
     if (fd < 0) return nullptr;
     void* at = mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
     return at == MAP_FAILED ? nullptr : static_cast<State*>(at);
 }
 
-State* g_state = nullptr;
-
-__attribute__((constructor)) void prepare() {
-    g_state = map_state();
-}
+State* const g_state = map_state();
 
 bool is_listed(const char* name) {
     char key[32] = ",";
@@ -80,12 +70,8 @@ void pause_ms(int32_t ms) {
 /** Whether this call must fail; errno is set then. */
 bool fails(const char* name) {
     if (!g_state || !g_state->armed || !is_listed(name)) return false;
-    if (g_state->pid > 0 && g_state->pid != getpid()) return false;
     const int32_t n = ++g_state->count;
-    const bool hit = g_state->every > 0 ? n % g_state->every == 0
-                     : g_state->and_on  ? n >= g_state->nth
-                                        : n == g_state->nth;
-    if (!hit) return false;
+    if (g_state->every > 0 ? n % g_state->every != 0 : n != g_state->nth) return false;
     ++g_state->hits;
     const int saved_errno = errno;
     if (g_state->delay_ms > 0) pause_ms(g_state->delay_ms);
@@ -100,41 +86,45 @@ Fn next_of(const char* name) {
 
 }  // namespace
 
-// The real function is looked up at load time, as a first look-up from a signal handler would allocate.
-#define INTERPOSE(result, failure, name, parameters, arguments)                \
+// The real function is looked up at load time, as a first look-up from a signal handler would allocate. The
+// optional last argument comes first in the function.
+#define INTERPOSE(result, failure, name, parameters, arguments, ...)           \
     namespace {                                                                \
     using name##_fn = result(*) parameters;                                    \
     name##_fn real_##name = next_of<name##_fn>(#name);                         \
     }                                                                          \
     extern "C" __attribute__((visibility("default"))) result name parameters { \
+        __VA_ARGS__                                                            \
         if (fails(#name)) return failure;                                      \
         if (!real_##name) real_##name = next_of<name##_fn>(#name);             \
         return real_##name arguments;                                          \
     }                                                                          \
     static_assert(true)
 
-INTERPOSE(int, -1, accept, (int fd, sockaddr* address, socklen_t* length), (fd, address, length));
-INTERPOSE(int, -1, accept4, (int fd, sockaddr* address, socklen_t* length, int flags),
-          (fd, address, length, flags));
-INTERPOSE(int, -1, bind, (int fd, const sockaddr* address, socklen_t length), (fd, address, length));
-INTERPOSE(int, -1, listen, (int fd, int backlog), (fd, backlog));
+// `open` has its third parameter only where it creates a file.
+#define TAKE_MODE                                                                        \
+    va_list more;                                                                        \
+    va_start(more, flags);                                                               \
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0; \
+    va_end(more);
+
+INTERPOSE(int, -1, open, (const char* path, int flags, ...), (path, flags, mode), TAKE_MODE);
+INTERPOSE(int, -1, openat, (int at, const char* path, int flags, ...), (at, path, flags, mode), TAKE_MODE);
+INTERPOSE(int, -1, accept4, (int fd, sockaddr* from, socklen_t* len, int flags), (fd, from, len, flags));
+INTERPOSE(int, -1, bind, (int fd, const sockaddr* at, socklen_t len), (fd, at, len));
 INTERPOSE(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol));
 INTERPOSE(int, -1, socketpair, (int domain, int type, int protocol, int* fds), (domain, type, protocol, fds));
-INTERPOSE(int, -1, setsockopt, (int fd, int level, int option, const void* value, socklen_t length),
-          (fd, level, option, value, length));
+INTERPOSE(int, -1, setsockopt, (int fd, int level, int option, const void* value, socklen_t len),
+          (fd, level, option, value, len));
 INTERPOSE(int, -1, epoll_create1, (int flags), (flags));
 INTERPOSE(int, -1, epoll_ctl, (int epoll_fd, int op, int fd, epoll_event* event), (epoll_fd, op, fd, event));
-INTERPOSE(int, -1, epoll_wait, (int epoll_fd, epoll_event* events, int max, int timeout_ms),
-          (epoll_fd, events, max, timeout_ms));
-INTERPOSE(int, -1, timerfd_create, (int clock_id, int flags), (clock_id, flags));
-INTERPOSE(int, -1, timerfd_settime, (int fd, int flags, const itimerspec* value, itimerspec* old_value),
-          (fd, flags, value, old_value));
+INTERPOSE(int, -1, epoll_wait, (int fd, epoll_event* events, int max, int ms), (fd, events, max, ms));
 INTERPOSE(int, -1, pipe2, (int* ends, int flags), (ends, flags));
 INTERPOSE(pid_t, -1, fork, (), ());
 INTERPOSE(pid_t, -1, waitpid, (pid_t pid, int* status, int options), (pid, status, options));
-INTERPOSE(int, -1, mkdir, (const char* path, mode_t mode), (path, mode));
-INTERPOSE(int, -1, chmod, (const char* path, mode_t mode), (path, mode));
-INTERPOSE(int, -1, rename, (const char* from, const char* to), (from, to));
+INTERPOSE(int, -1, mkdirat, (int at, const char* path, mode_t mode), (at, path, mode));
+INTERPOSE(int, -1, renameat, (int from_at, const char* from, int to_at, const char* to),
+          (from_at, from, to_at, to));
 INTERPOSE(FILE*, nullptr, fopen, (const char* path, const char* mode), (path, mode));
 INTERPOSE(FILE*, nullptr, fopen64, (const char* path, const char* mode), (path, mode));
 INTERPOSE(FILE*, nullptr, fdopen, (int fd, const char* mode), (fd, mode));
@@ -142,35 +132,14 @@ INTERPOSE(int, EOF, fflush, (FILE * file), (file));
 INTERPOSE(ssize_t, -1, read, (int fd, void* data, size_t size), (fd, data, size));
 INTERPOSE(ssize_t, -1, write, (int fd, const void* data, size_t size), (fd, data, size));
 INTERPOSE(ssize_t, -1, recv, (int fd, void* data, size_t size, int flags), (fd, data, size, flags));
-INTERPOSE(ssize_t, -1, recvfrom,
-          (int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length),
-          (fd, data, size, flags, address, length));
+INTERPOSE(ssize_t, -1, recvfrom, (int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* len),
+          (fd, data, size, flags, from, len));
 INTERPOSE(ssize_t, -1, send, (int fd, const void* data, size_t size, int flags), (fd, data, size, flags));
 INTERPOSE(ssize_t, -1, sendto,
-          (int fd, const void* data, size_t size, int flags, const sockaddr* address, socklen_t length),
-          (fd, data, size, flags, address, length));
-INTERPOSE(int, -1, nanosleep, (const timespec* request, timespec* remaining), (request, remaining));
-INTERPOSE(int, -1, poll, (pollfd * fds, nfds_t count, int timeout_ms), (fds, count, timeout_ms));
-INTERPOSE(int, -1, ppoll, (pollfd * fds, nfds_t count, const timespec* timeout, const sigset_t* mask),
-          (fds, count, timeout, mask));
+          (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t len),
+          (fd, data, size, flags, to, len));
+INTERPOSE(int, -1, nanosleep, (const timespec* wanted, timespec* left), (wanted, left));
+INTERPOSE(int, -1, poll, (pollfd * fds, nfds_t count, int ms), (fds, count, ms));
+INTERPOSE(int, -1, ppoll, (pollfd * fds, nfds_t count, const timespec* limit, const sigset_t* mask),
+          (fds, count, limit, mask));
 INTERPOSE(void*, nullptr, dlopen, (const char* path, int flags), (path, flags));
-
-// A variable argument that is only there for a new file, hence by hand.
-#define INTERPOSE_OPEN(name)                                                                       \
-    namespace {                                                                                    \
-    using name##_fn = int (*)(const char*, int, ...);                                              \
-    name##_fn real_##name = next_of<name##_fn>(#name);                                             \
-    }                                                                                              \
-    extern "C" __attribute__((visibility("default"))) int name(const char* path, int flags, ...) { \
-        va_list arguments;                                                                         \
-        va_start(arguments, flags);                                                                \
-        const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;  \
-        va_end(arguments);                                                                         \
-        if (fails(#name)) return -1;                                                               \
-        if (!real_##name) real_##name = next_of<name##_fn>(#name);                                 \
-        return real_##name(path, flags, mode);                                                     \
-    }                                                                                              \
-    static_assert(true)
-
-INTERPOSE_OPEN(open);
-INTERPOSE_OPEN(open64);

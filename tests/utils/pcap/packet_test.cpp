@@ -72,7 +72,7 @@ const ValidFrame VALID_FRAMES[] = {
 struct BadFrame {
     const char* name;
     Bytes frame;
-    int version;  ///< that `GetIpVer` gives
+    int version;  ///< what `GetIpVer` returns
     uint32_t CFiaCounters::*in_ipv4_check;
     uint32_t CFiaCounters::*in_ipv6_check;
 };
