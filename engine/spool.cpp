@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <memory>
+#include <utility>
 
 #include "engine_error.h"
 
@@ -138,6 +139,7 @@ void Spool::load_position() {
         }
     }
     m_accepted = m_saved = m_read;
+    m_accepted_number = m_read_number;
     while (m_segments.front().first < m_read.segment)
         remove_oldest();
 }
@@ -198,9 +200,11 @@ bool Spool::append(std::string_view lines, uint64_t next) {
 }
 
 void Spool::drop_oldest() {
-    const uint64_t begin = std::max(m_segments[0].first, m_read_number);
-    if (m_segments[1].first > begin && m_read.segment <= m_segments[0].first)
-        m_dropped += m_segments[1].first - begin;
+    const uint64_t first = m_segments[0].first;
+    const uint64_t end = m_segments[1].first;
+    const auto count = [](uint64_t from, uint64_t to) { return to > from ? to - from : 0; };
+    m_orphans += count(std::max(first, m_accepted_number), std::min(end, m_read_number));
+    if (m_read.segment <= first) m_dropped += count(std::max(first, m_read_number), end);
     remove_oldest();
 }
 
@@ -266,8 +270,16 @@ bool Spool::read(size_t max_bytes, std::string& lines) {
     return !lines.empty();
 }
 
+void Spool::rewind() {
+    m_read = m_accepted;
+    m_read_number = m_accepted_number;
+    m_dropped += std::exchange(m_orphans, 0);
+}
+
 void Spool::accept() {
     m_accepted = m_read;
+    m_accepted_number = m_read_number;
+    m_orphans = 0;
     if (m_segments.empty()) return;
     const Segment& last = m_segments.back();
     const bool all = m_accepted == Position{last.first, last.size};

@@ -45,7 +45,7 @@ class Spool {
     /** What was read is no longer needed. */
     void accept();
     /** What was read is to be read again. */
-    void rewind() { m_read = m_accepted; }
+    void rewind();
     /**
      * Writes the note, if it isn't up to date: a crash repeats what was accepted since. False if that fails;
      * `error` says why.
@@ -95,6 +95,8 @@ class Spool {
     Position m_accepted;
     Position m_saved;
     uint64_t m_read_number = 0;  ///< one more than that of the last record read
+    uint64_t m_accepted_number = 0;
+    uint64_t m_orphans = 0;  ///< records read, not accepted, and removed meanwhile
     uint64_t m_dropped = 0;
     uint64_t m_rubbish = 0;
     std::string m_error;

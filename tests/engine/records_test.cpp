@@ -354,11 +354,14 @@ std::string lines_from(uint64_t first, uint64_t count) {
 TEST(Spool, GivesUpTheOldestForTheNewestAndCountsThem) {
     const test::TempDir dir;
     Spool spool(dir.path(), 80000);
-    for (uint64_t number = 1; number < 5000; number += 10)
+    std::string lines;
+    ASSERT_TRUE(spool.append(lines_from(1, 10), 11));
+    ASSERT_TRUE(spool.read(500, lines));  // on its way while the others come
+    for (uint64_t number = 11; number < 5000; number += 10)
         ASSERT_TRUE(spool.append(lines_from(number, 10), number + 10));
     EXPECT_LE(spool.waiting_bytes(), 80000u);
     EXPECT_GT(spool.waiting_bytes(), 60000u);
-    std::string lines;
+    spool.rewind();
     std::vector<uint64_t> numbers;
     while (spool.read(1000, lines)) {
         EXPECT_LE(lines.size(), 1000u);
