@@ -14,7 +14,7 @@ from harness.processes import CLONE_NEWNET, LIBC, checked, die_with_parent, even
 
 SERVER = "10.99.0.100"
 STATEMENTS = re.findall(r"```sql\n(.*?)```", (ROOT / "docs/fleet.md").read_text(), re.S)
-INSERT = re.search(r'"path": "(/\?query=INSERT.*?)"', (ROOT / "docs/fleet.md").read_text())[1]
+INSERT = re.search(r"--path '(/\?query=INSERT.*?)'", (ROOT / "docs/fleet.md").read_text())[1]
 CONFIGURATION = """<yandex><logger><level>warning</level><log>{0}/log</log><errorlog>{0}/errors</errorlog></logger>
 <http_port>8123</http_port><listen_host>{1}</listen_host><path>{0}/</path><tmp_path>{0}/tmp/</tmp_path>
 <users_config>{0}/users.xml</users_config><mark_cache_size>5368709120</mark_cache_size>
