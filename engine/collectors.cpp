@@ -23,7 +23,11 @@ std::string one_line(const Json::Value& value) {
 
 Collectors::Collectors()
     : m_collectors{
-          {"flows", flows_sample}, {"protocols", protocols_sample}, {"interfaces", interfaces_sample}} {}
+          {"flows", flows_sample},
+          {"protocols", protocols_sample},
+          {"interfaces", interfaces_sample},
+          {Records::COLLECTOR, records_sample, false},
+      } {}
 
 const Collectors::Collector& Collectors::find(const std::string& component) const {
     std::string known;
@@ -88,7 +92,7 @@ uint64_t Collectors::tick(uint64_t now_ms, const SampleSource& source,
                           const std::function<void(std::string)>& take) {
     uint64_t next_ms = now_ms + IDLE_MS;
     for (Collector& collector : m_collectors) {
-        if (!collector.enabled) continue;
+        if (!collector.enabled || !collector.exported) continue;
         if (now_ms >= collector.due_ms) {
             collector.due_ms += collector.interval_ms;
             // Missed samples aren't made up for.

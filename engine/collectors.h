@@ -1,6 +1,7 @@
 #pragma once
 // The collectors, by name: whether and how often each hands a sample to the exporter. A sample can be
-// requested at any time. The caller passes the time in.
+// requested at any time. The caller passes the time in. The collector of records is only listed here: it
+// exports by itself; see Records.
 
 #include <json/value.h>
 
@@ -28,6 +29,7 @@ class Collectors {
     void set_interval(const std::string& component, uint64_t interval_ms, uint64_t now_ms);
     Json::Value sample(const std::string& component, const SampleSource& source) const;
 
+    bool is_enabled(const std::string& component) const { return find(component).enabled; }
     /** Name, state and interval of each collector. */
     Json::Value list() const;
 
@@ -38,6 +40,7 @@ class Collectors {
     struct Collector {
         const char* name;
         Json::Value (*collect)(const SampleSource&);
+        bool exported = true;  ///< whether its samples are
         bool enabled = false;
         uint64_t interval_ms = 60000;
         uint64_t due_ms = 0;

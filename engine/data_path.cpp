@@ -17,6 +17,9 @@ constexpr int TICK_MS = 1000;
 /** While a pass over the flows is in progress. */
 constexpr int BUSY_TICK_MS = 50;
 constexpr uint32_t ENTRIES_PER_TICK = 16384;
+/** A tick also ends after this long: reporting a flow takes longer than forgetting it. */
+constexpr uint64_t LONGEST_TICK_MS = 10;
+constexpr uint32_t ENTRIES_PER_STEP = 1024;
 /** How many entries a packet without room for its flow may search for a flow to evict. */
 constexpr uint32_t ENTRIES_PER_LOOK = 64;
 /** Flows seen more recently than this aren't evicted. */
@@ -165,7 +168,7 @@ void DataPath::make_room(uint64_t now_ms) {
     Flow* idlest = nullptr;
     const auto look = [&](Flow& flow) {
         if (is_due(flow, now_ms))
-            forget(flow, m_aged);
+            visit(flow, now_ms);
         else if (!idlest || flow.last_seen_ms < idlest->last_seen_ms)
             idlest = &flow;
     };
@@ -174,14 +177,22 @@ void DataPath::make_room(uint64_t now_ms) {
     if (m_table.size() < m_table.max_flows()) return;
     if (!idlest || now_ms - idlest->last_seen_ms < EVICTABLE_AFTER_MS) return;
     if (m_kind == CAPTURE && !idlest->decided) give_up(*idlest);
-    forget(*idlest, m_evicted);
+    forget(*idlest, m_evicted, FlowWatcher::EVICTED);
 }
 
 bool DataPath::is_due(const Flow& flow, uint64_t now_ms) const {
     return m_kind == LIVE && now_ms - flow.last_seen_ms >= flow.aging_sec() * uint64_t{1000};
 }
 
-void DataPath::forget(Flow& flow, uint64_t& counter) {
+void DataPath::visit(Flow& flow, uint64_t now_ms) {
+    if (is_due(flow, now_ms))
+        forget(flow, m_aged, flow.is_closed() ? FlowWatcher::ENDED : FlowWatcher::IDLE);
+    else if (m_watcher && m_watcher->is_due(flow, now_ms))
+        m_watcher->report(flow, *m_classifier, FlowWatcher::ACTIVE);
+}
+
+void DataPath::forget(Flow& flow, uint64_t& counter, FlowWatcher::why_e why) {
+    if (m_watcher) m_watcher->report(flow, *m_classifier, why);
     if (!flow.decided) {
         m_undecided--;
         open_of(flow.verdict) -= flow.traffic();
@@ -254,10 +265,12 @@ int DataPath::tick() {
     uint64_t now_ms = m_clock();
     m_most_flows = std::max(m_most_flows, m_table.size());
     if (m_most_flows < WORTH_RELEASING || m_table.size() > m_most_flows / 4) m_busy_ms = now_ms;
-    const auto expire = [&](Flow& flow) {
-        if (is_due(flow, now_ms)) forget(flow, m_aged);
-    };
-    if (!m_table.go_round(ENTRIES_PER_TICK, expire)) return BUSY_TICK_MS;
+    bool at_end = false;
+    for (uint32_t done = 0; !at_end && done < ENTRIES_PER_TICK; done += ENTRIES_PER_STEP) {
+        if (m_clock() - now_ms >= LONGEST_TICK_MS) break;
+        at_end = m_table.go_round(ENTRIES_PER_STEP, [&](Flow& flow) { visit(flow, now_ms); });
+    }
+    if (!at_end) return BUSY_TICK_MS;
     if (now_ms - m_busy_ms >= RELEASE_AFTER_MS) release_memory();
     return TICK_MS;
 }
@@ -288,6 +301,9 @@ std::map<std::string, Counts> DataPath::counts_by_protocol() const {
 uint32_t DataPath::kill_all_flows() {
     uint32_t count = m_table.size();
     m_most_flows = std::max(m_most_flows, count);
+    for (uint32_t i = 0; m_watcher && i < m_table.entries(); i++) {
+        if (Flow* flow = m_table.at(i)) m_watcher->report(*flow, *m_classifier, FlowWatcher::STOPPED);
+    }
     m_table.clear();
     m_undecided = 0;
     m_unclassified_open = {};

@@ -15,6 +15,7 @@
 
 #include "classifiers.h"
 #include "flow_table.h"
+#include "flow_watcher.h"
 #include "frame.h"
 #include "monotonic.h"
 #include "packet_ring.h"
@@ -53,6 +54,9 @@ class DataPath {
 
     /** Gives up on undecided flows for at most `budget_ms`. True if none are left. */
     bool finish(uint64_t budget_ms);
+
+    /** From now on reports flows to `watcher`, which must outlive this path; null: to nobody. */
+    void watch(FlowWatcher* watcher) { m_watcher = watcher; }
 
     /** Forgets all flows and returns how many there were. */
     uint32_t kill_all_flows();
@@ -110,7 +114,8 @@ class DataPath {
     void make_room(uint64_t now_ms);
     bool is_due(const Flow& flow, uint64_t now_ms) const;
     void give_up(Flow& flow);
-    void forget(Flow& flow, uint64_t& counter);
+    void forget(Flow& flow, uint64_t& counter, FlowWatcher::why_e why);
+    void visit(Flow& flow, uint64_t now_ms);
     void release_memory();
     static void answer(const Outcome& outcome, api::pkt_& pkt);
     static void answer_extended(const Outcome& outcome, const Frame& frame, api::pkt_& pkt);
@@ -120,6 +125,7 @@ class DataPath {
     Classifiers& m_classifiers;
     std::unique_ptr<Classifier> m_classifier;
     FlowTable m_table;
+    FlowWatcher* m_watcher = nullptr;
     Traffic m_pushed;
     Traffic m_unclassified;
     Traffic m_unclassified_open;  ///< the part that may still get a class

@@ -19,8 +19,16 @@ constexpr uint64_t ROOM_AGAIN = 90;
 
 // The flow table lives in this process's own memory, so the configured shared memory isn't needed, and
 // neither is the address. The command table is for the methods, which this class doesn't know.
-Engine::Engine(const api::InitConfig&, const Options& options, ClockFn clock)
-    : m_clock(clock), m_interfaces(options.ring_bytes), m_captures(m_classifiers, clock) {}
+Engine::Engine(const api::InitConfig&, const Options& options, ClockFn clock, ClockFn time_of_day)
+    : m_clock(clock),
+      m_interfaces(options.ring_bytes),
+      m_records(options, clock, time_of_day),
+      m_captures(m_classifiers, clock) {}
+
+Engine::~Engine() {
+    if (m_path) m_path->data.kill_all_flows();
+    m_records.close();
+}
 
 // All packets come from the single calling thread, so one worker does the work of any number.
 void Engine::activate(const api::ActivateConfig& config) {
@@ -29,11 +37,14 @@ void Engine::activate(const api::ActivateConfig& config) {
     m_path = std::make_unique<NamedPath>(data_path_name(), ++m_instances, m_classifiers, config.max_flows,
                                          DataPath::LIVE, m_clock);
     m_path_due_ms = m_captures_due_ms = 0;
+    watch_flows();
 }
 
 void Engine::deactivate() {
-    const DataPath& live = path();
+    DataPath& live = path();
     m_interfaces.detach_all();
+    live.kill_all_flows();
+    m_records.flush();
     m_past_refused += live.errors(api::PKT_MAX_FLOWS_REACHED);
     m_past_evicted += live.evicted();
     m_path.reset();
@@ -79,6 +90,7 @@ int Engine::tick(std::string& problem) {
         m_exporter.add(std::move(sample));
     }));
     delay_ms = std::min(delay_ms, m_exporter.tick(now_ms));
+    delay_ms = std::min(delay_ms, m_records.tick(now_ms));
     problem = m_interfaces.take_problem();
     return static_cast<int>(delay_ms);
 }
@@ -121,6 +133,7 @@ void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool 
     DataPath& live = path();
     if (!CapturePaths::is_capture(dpaddr)) {
         live.push(pkts, extended);
+        m_records.flush();
         return;
     }
     NamedPath* known = m_captures.find(dpaddr);
@@ -154,8 +167,30 @@ std::vector<std::string> Engine::attached() const {
     return out;
 }
 
+void Engine::enable_collector(const std::string& component) {
+    if (component == Records::COLLECTOR) m_records.open();
+    m_collectors.enable(component, m_clock());
+    watch_flows();
+}
+
+void Engine::disable_collector(const std::string& component) {
+    m_collectors.disable(component);
+    if (component == Records::COLLECTOR) m_records.run_dry();
+    watch_flows();
+}
+
+void Engine::watch_flows() {
+    if (m_path) m_path->data.watch(m_collectors.is_enabled(Records::COLLECTOR) ? &m_records : nullptr);
+}
+
+void Engine::set_exporter(const api::ExporterConfig& config) {
+    m_exporter.configure(config);
+    m_records.send_to(config);
+}
+
 void Engine::set_collector_interval(const std::string& component, uint64_t interval_ms) {
     m_collectors.set_interval(component, interval_ms, m_clock());
+    if (component == Records::COLLECTOR) m_records.set_interval(interval_ms);
 }
 
 Json::Value Engine::sample(const std::string& component) {
@@ -178,7 +213,7 @@ Json::Value Engine::health(bool verbose) {
     values[Health::MEMORY] = resident_memory();
     values[Health::DROPS] = m_recent_drops.sum();
     values[Health::EVICTIONS] = m_recent_evictions.sum();
-    values[Health::EXPORT_FAILURES] = m_exporter.failures_in_a_row();
+    values[Health::EXPORT_FAILURES] = std::max(m_exporter.failures_in_a_row(), m_records.failures_in_a_row());
     return m_health.report(values, verbose);
 }
 

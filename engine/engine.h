@@ -16,14 +16,19 @@
 #include "interfaces.h"
 #include "named_path.h"
 #include "options.h"
+#include "records.h"
 
 namespace corvo::engine {
 
 class Engine {
  public:
-    explicit Engine(const api::InitConfig& config, const Options& options = {}, ClockFn clock = monotonic_ms);
+    /** `time_of_day`: microseconds since 1970. */
+    explicit Engine(const api::InitConfig& config, const Options& options = {}, ClockFn clock = monotonic_ms,
+                    ClockFn time_of_day = realtime_us);
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
+    /** Ends the records like `deactivate`. */
+    ~Engine();
 
     void activate(const api::ActivateConfig& config);
     /** Detaches the interfaces that are still attached. */
@@ -49,12 +54,12 @@ class Engine {
     void detach(const std::string& ifname);
     std::vector<std::string> attached() const;
 
-    void enable_collector(const std::string& component) { m_collectors.enable(component, m_clock()); }
-    void disable_collector(const std::string& component) { m_collectors.disable(component); }
+    void enable_collector(const std::string& component);
+    void disable_collector(const std::string& component);
     void set_collector_interval(const std::string& component, uint64_t interval_ms);
     Json::Value sample(const std::string& component);
     Json::Value collectors() const;
-    void set_exporter(const api::ExporterConfig& config) { m_exporter.configure(config); }
+    void set_exporter(const api::ExporterConfig& config);
 
     Json::Value health(bool verbose);
     Json::Value health_configuration() const { return m_health.configuration(); }
@@ -70,7 +75,8 @@ class Engine {
     static void check_address(const std::string& dpaddr);
     DataPath& path() const;
     DataPath* live_path() const { return m_path ? &m_path->data : nullptr; }
-    SampleSource source() const { return {live_path(), m_interfaces}; }
+    SampleSource source() const { return {live_path(), m_interfaces, m_records}; }
+    void watch_flows();
     void look_after(uint64_t now_ms);
     void watch_flow_table();
     uint64_t drops() const;
@@ -80,6 +86,7 @@ class Engine {
     Interfaces m_interfaces;
     Collectors m_collectors;
     Exporter m_exporter;
+    Records m_records;
     Health m_health;
     LastMinute m_recent_drops;
     LastMinute m_recent_evictions;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "backoff.h"
 #include "export_sink.h"
 
 namespace corvo::engine {
@@ -33,25 +34,20 @@ class Exporter {
 
     Json::Value describe() const;
     /** Consecutive failures since the last success. */
-    uint64_t failures_in_a_row() const { return m_state.failures_in_a_row; }
+    uint64_t failures_in_a_row() const { return m_state.backoff.failures_in_a_row(); }
 
  private:
     struct State {
         std::list<std::string> queue;  ///< oldest first; a text being sent stays in its place
         size_t bytes = 0;
         bool sending = false;  ///< the first text is being sent
-        uint64_t retry_at_ms = 0;
         uint64_t sent = 0;
-        uint64_t failed = 0;
         uint64_t dropped = 0;
-        uint64_t failures_in_a_row = 0;
-        bool down = false;  ///< the failure has been reported
-        std::string error;
+        Backoff backoff{{"export.failed", "export.back", "samples are exported again"}};
     };
 
     void drop(std::list<std::string>::iterator text);
     void settle(ExportSink::Outcome outcome, uint64_t now_ms);
-    void settle_failure(uint64_t now_ms);
 
     std::unique_ptr<ExportSink> m_sink;
     State m_state;

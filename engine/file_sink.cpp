@@ -7,6 +7,11 @@
 #include "engine_error.h"
 
 namespace corvo::engine {
+namespace {
+
+constexpr size_t MAX_REGULAR = 1 << 18;
+
+}  // namespace
 
 FileSink::FileSink(const std::string& path) : m_path(path) {
     if (path.empty()) throw Error("the exporter's file has no path");
@@ -35,6 +40,12 @@ ExportSink::Outcome FileSink::start(const std::string& text) {
     // Half a line would corrupt the next one too.
     if (written > 0 && regular && ftruncate(file.get(), before.st_size) < 0) m_error += reason(errno);
     return FAILED;
+}
+
+// A pipe takes small texts whole; what is too long for it would be cut.
+size_t FileSink::max_text() const {
+    struct stat now {};
+    return stat(m_path.c_str(), &now) == 0 && !S_ISREG(now.st_mode) ? PIPE_BUF - 1 : MAX_REGULAR;
 }
 
 void FileSink::describe(Json::Value& out) const {

@@ -1,5 +1,5 @@
 #pragma once
-// Appends samples to a file, one per line. The file is opened anew for each line, so one that was moved away,
+// Appends texts to a file, one per line. The file is opened anew for each text, so one that was moved away,
 // as by log rotation, is created again.
 
 #include <string>
@@ -16,6 +16,7 @@ class FileSink : public ExportSink {
 
     Outcome start(const std::string& text) override;
     Outcome poll() override { return FAILED; }  // nothing is ever pending
+    size_t max_text() const override;
     const std::string& error() const override { return m_error; }
     void describe(Json::Value& out) const override;
 

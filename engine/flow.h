@@ -105,10 +105,25 @@ struct FlowDetails {
     std::string attributes;  ///< see attributes.h
 };
 
+/** A flow's packets and bytes (whole frames) by sender: lower end, upper end. */
+struct FlowTraffic {
+    uint64_t packets[2] = {};
+    uint64_t bytes[2] = {};
+};
+
+/** What records have told of a flow that goes on. */
+struct FlowRecorded {
+    FlowTraffic traffic;
+    uint64_t first_number = 0;  ///< that of the flow's first record
+    uint64_t time_ms = 0;       ///< when the last one was made
+    uint64_t until_ms = 0;      ///< when the last packet in it was seen
+};
+
 struct Flow {
     FlowKey key;
     std::unique_ptr<ndpi_flow_struct, NdpiFlowDeleter> dissection;  ///< only until the verdict
     std::unique_ptr<FlowDetails> details;                           ///< may be set with the verdict
+    std::unique_ptr<FlowRecorded> recorded;                         ///< from its first record on
     uint64_t first_seen_ms = 0;
     uint64_t last_seen_ms = 0;
     uint64_t bytes[2] = {};    ///< by sender: lower end, upper end
@@ -124,13 +139,17 @@ struct Flow {
 
     uint64_t all_packets() const { return packets[0] + packets[1]; }
     uint64_t all_bytes() const { return bytes[0] + bytes[1]; }
+    FlowTraffic counted() const { return {{packets[0], packets[1]}, {bytes[0], bytes[1]}}; }
     Traffic traffic() const { return {all_packets(), all_bytes(), 1}; }
+
+    /** Both ends have closed the connection, or one has reset it. */
+    bool is_closed() const { return reset_seen || (fin_seen[0] && fin_seen[1]); }
 
     /** How long the flow may be idle before it is forgotten. */
     uint16_t aging_sec() const {
         switch (key.protocol()) {
             case PROTO_TCP:
-                return reset_seen || (fin_seen[0] && fin_seen[1]) ? 10 : 300;
+                return is_closed() ? 10 : 300;
             case PROTO_UDP:
                 return 60;
             default:

@@ -43,24 +43,36 @@ size_t text_bytes(std::string_view text) {
     return bytes;
 }
 
-class RowWriter {
+class JsonRow : public RowMembers {
  public:
-    void text(const char* key, std::string_view value) {
-        add(key, Json::Value(value.data(), value.data() + value.size()), text_bytes(value));
+    void text(const char* name, std::string_view value) override {
+        add(name, Json::Value(value.data(), value.data() + value.size()), text_bytes(value));
     }
-    void number(const char* key, uint64_t value) {
+    void number(const char* name, uint64_t value) override {
         size_t digits = 1;
         for (uint64_t rest = value; rest > 9; rest /= 10)
             digits++;
-        add(key, Json::Value(Json::UInt64{value}), digits);
+        add(name, Json::Value(Json::UInt64{value}), digits);
     }
-    void add(const char* key, Json::Value value, size_t bytes) {
-        m_row.json[Key(key)] = std::move(value);
-        m_row.bytes += std::string_view(key).size() + bytes + PER_MEMBER;
+    void flag(const char* name, bool value) override { add(name, value, 5); }
+    void texts(const char* name, const std::vector<std::string_view>& values) override {
+        Json::Value list(Json::arrayValue);
+        size_t bytes = 2;
+        for (const std::string_view value : values) {
+            bytes += text_bytes(value) + 3;
+            list.append(Json::Value(value.data(), value.data() + value.size()));
+        }
+        add(name, std::move(list), bytes);
     }
+    void seconds(const char* name, double value) { add(name, value, LONGEST_NUMBER); }
     Row take() { return std::move(m_row); }
 
  private:
+    void add(const char* name, Json::Value value, size_t bytes) {
+        m_row.json[Key(name)] = std::move(value);
+        m_row.bytes += std::string_view(name).size() + bytes + PER_MEMBER;
+    }
+
     Row m_row{Json::Value(Json::objectValue), 2};
 };
 
@@ -68,7 +80,7 @@ bool has_ports(uint8_t protocol) {
     return protocol == PROTO_TCP || protocol == PROTO_UDP || protocol == PROTO_UDPLITE;
 }
 
-void add_ends(const Flow& flow, RowWriter& row) {
+void add_ends(const Flow& flow, RowMembers& row) {
     const FlowKey& key = flow.key;
     const void* addresses[] = {key.lower_address(), key.upper_address()};
     const uint16_t ports[] = {key.lower_port(), key.upper_port()};
@@ -84,25 +96,25 @@ void add_ends(const Flow& flow, RowWriter& row) {
     if (key.vlan() != 0) row.number("vlan", key.vlan());
 }
 
-void add_traffic(const Flow& flow, RowWriter& row) {
-    row.number("packets", flow.all_packets());
-    row.number("bytes", flow.all_bytes());
-    row.number("packets_to_server", flow.packets[flow.client_is_upper]);
-    row.number("bytes_to_server", flow.bytes[flow.client_is_upper]);
+void add_traffic(const Flow& flow, const FlowTraffic& traffic, RowMembers& row) {
+    row.number("packets", traffic.packets[0] + traffic.packets[1]);
+    row.number("bytes", traffic.bytes[0] + traffic.bytes[1]);
+    row.number("packets_to_server", traffic.packets[flow.client_is_upper]);
+    row.number("bytes_to_server", traffic.bytes[flow.client_is_upper]);
 }
 
-void add_verdict(const Flow& flow, const Classifier& classifier, bool guess, RowWriter& row) {
+void add_verdict(const Flow& flow, const Classifier& classifier, bool guess, RowMembers& row) {
     const Verdict& verdict = flow.verdict;
     const bool known = verdict.cls() != 0 && (guess || !verdict.guessed);
     row.text("protocol", known ? std::string_view(verdict.entry->full) : UNCLASSIFIED);
     row.number("cls", known ? verdict.cls() : 0);
-    row.add("guessed", known && verdict.guessed, 5);
+    row.flag("guessed", known && verdict.guessed);
     if (!known) return;
     if (verdict.category != 0) row.text("category", classifier.category_name(verdict.category));
     row.text("confidence", Classifier::confidence_name(verdict.confidence));
 }
 
-void add_details(const Flow& flow, RowWriter& row) {
+void add_details(const Flow& flow, RowMembers& row) {
     const auto tell = [&row](std::string_view name, std::string_view value) {
         for (const auto& [attribute, member] : TOLD) {
             if (name == attribute) row.text(member, value);
@@ -119,14 +131,10 @@ void add_details(const Flow& flow, RowWriter& row) {
         risks = flow.details->risks;
     }
     if (risks == 0) return;
-    Json::Value names(Json::arrayValue);
-    size_t bytes = 2;
-    for (; risks != 0; risks &= risks - 1) {
-        const char* name = Classifier::risk_name(static_cast<unsigned>(std::countr_zero(risks)));
-        bytes += text_bytes(name) + 3;
-        names.append(name);
-    }
-    row.add("risks", std::move(names), bytes);
+    std::vector<std::string_view> names;
+    for (; risks != 0; risks &= risks - 1)
+        names.emplace_back(Classifier::risk_name(static_cast<unsigned>(std::countr_zero(risks))));
+    row.texts("risks", names);
 }
 
 }  // namespace
@@ -137,18 +145,23 @@ std::string address_text(uint8_t version, const void* address) {
     return text;
 }
 
-Row flow_row(const Flow& flow, const Classifier& classifier, const RowStyle& style) {
-    RowWriter row;
+void tell_flow(const Flow& flow, const FlowTraffic& traffic, const Classifier& classifier, bool guess,
+               RowMembers& row) {
     add_ends(flow, row);
-    add_traffic(flow, row);
-    add_verdict(flow, classifier, style.guess, row);
+    add_traffic(flow, traffic, row);
+    add_verdict(flow, classifier, guess, row);
     add_details(flow, row);
+}
+
+Row flow_row(const Flow& flow, const Classifier& classifier, const RowStyle& style) {
+    JsonRow row;
+    tell_flow(flow, flow.counted(), classifier, style.guess, row);
     if (style.times) {
         const auto seconds = [&](uint64_t time_ms) {
             return static_cast<double>(static_cast<int64_t>(time_ms) + style.realtime_ms) / 1000;
         };
-        row.add("first_seen", seconds(flow.first_seen_ms), LONGEST_NUMBER);
-        row.add("last_seen", seconds(flow.last_seen_ms), LONGEST_NUMBER);
+        row.seconds("first_seen", seconds(flow.first_seen_ms));
+        row.seconds("last_seen", seconds(flow.last_seen_ms));
     }
     return row.take();
 }

@@ -13,7 +13,14 @@ namespace corvo::engine {
 namespace {
 
 constexpr long CONNECT_TIMEOUT_MS = 5000;
-constexpr long TIMEOUT_MS = 10000;
+/** By payload. Records may be many, and the way to their receiver narrow. */
+struct Kind {
+    const char* content_type;
+    long timeout_ms;
+};
+constexpr Kind SAMPLE = {"Content-Type: application/json", 10000};
+constexpr Kind RECORDS = {"Content-Type: application/x-ndjson", 60000};
+
 constexpr size_t MAX_SERVER = 253;
 constexpr size_t MAX_PATH = 2048;
 
@@ -60,19 +67,21 @@ HttpSink::Global::Global() {
     if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw Error("libcurl can't be initialised");
 }
 
-HttpSink::HttpSink(const api::ExporterConfig& config) : m_config(config), m_url(url_of(config)) {
+HttpSink::HttpSink(const api::ExporterConfig& config, Payload payload)
+    : m_config(config), m_url(url_of(config)) {
+    const Kind& kind = payload == Payload::RECORDS ? RECORDS : SAMPLE;
     CurlGuard guard;
     m_multi.reset(curl_multi_init());
-    m_headers.reset(curl_slist_append(nullptr, "Content-Type: application/json"));
+    m_headers.reset(curl_slist_append(nullptr, kind.content_type));
     m_easy.reset(curl_easy_init());
     if (!m_multi || !m_headers || !m_easy || !curl_slist_append(m_headers.get(), "Expect:"))
         throw Error("libcurl can't be initialised");
-    set_up_request();
+    set_up_request(kind.timeout_ms);
 }
 
 // CURLOPT_NOSIGNAL stays off: curl blocks SIGPIPE while it works, and the timeouts of this libcurl need
 // no signal.
-void HttpSink::set_up_request() {
+void HttpSink::set_up_request(long timeout_ms) {
     CURL* easy = m_easy.get();
     bool ok = true;
     auto set = [&](auto option, auto value) { ok = ok && curl_easy_setopt(easy, option, value) == CURLE_OK; };
@@ -85,7 +94,7 @@ void HttpSink::set_up_request() {
     set(CURLOPT_ERRORBUFFER, m_curl_error);
     set(CURLOPT_OPENSOCKETFUNCTION, open_curl_socket);
     set(CURLOPT_CONNECTTIMEOUT_MS, CONNECT_TIMEOUT_MS);
-    set(CURLOPT_TIMEOUT_MS, TIMEOUT_MS);
+    set(CURLOPT_TIMEOUT_MS, timeout_ms);
     // In addition to the system's authorities. Programs that use OpenSSL honour this variable.
     const char* authorities = std::getenv("SSL_CERT_FILE");
     if (authorities && authorities[0]) set(CURLOPT_CAINFO, authorities);

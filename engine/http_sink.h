@@ -1,5 +1,5 @@
 #pragma once
-// Sends samples as the bodies of POST requests with libcurl, driven by `poll`. Connections are kept open
+// Sends texts as the bodies of POST requests with libcurl, driven by `poll`. Connections are kept open
 // between requests.
 
 #include <brumecpd/engine_api.h>
@@ -15,11 +15,12 @@ namespace corvo::engine {
 class HttpSink : public ExportSink {
  public:
     /** Throws Error if the server, port or path is invalid. Sends nothing yet. */
-    explicit HttpSink(const api::ExporterConfig& config);
+    HttpSink(const api::ExporterConfig& config, Payload payload);
     ~HttpSink() override;
 
     Outcome start(const std::string& text) override;
     Outcome poll() override;
+    size_t max_text() const override { return 1 << 20; }
     const std::string& error() const override { return m_error; }
     void describe(Json::Value& out) const override;
 
@@ -38,7 +39,7 @@ class HttpSink : public ExportSink {
         void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
     };
 
-    void set_up_request();
+    void set_up_request(long timeout_ms);
     Outcome settle(CURLcode result);
     void take_off();
 

@@ -37,7 +37,7 @@ constexpr Setting SETTINGS[] = {
     {"ring_bytes", &Options::ring_bytes, PacketRing::MIN_BYTES, PacketRing::MAX_BYTES},
     {"sensor", &Options::sensor, 1, 255},
     {"spool", &Options::spool, 0, PATH_MAX / 2},
-    {"spool_bytes", &Options::spool_bytes, 4 * MIB, MIB* MIB},
+    {"spool_bytes", &Options::spool_bytes, 8 * MIB, MIB* MIB},
 };
 
 std::string trimmed(std::string_view text) {

@@ -10,7 +10,7 @@ struct Options {
     uint64_t ring_bytes =
         4UL << 20;       ///< memory for the frames of one interface; see PacketRing for its limits
     std::string sensor;  ///< name of this machine in records; its host name by default
-    std::string spool;   ///< folder for records that couldn't be sent; none if empty
+    std::string spool;   ///< folder for records on their way; none if empty
     uint64_t spool_bytes = 256UL << 20;  ///< the most that they may take there
 
     /**

@@ -84,4 +84,10 @@ Json::Value interfaces_sample(const SampleSource& source) {
     return out;
 }
 
+Json::Value records_sample(const SampleSource& source) {
+    Json::Value out(Json::objectValue);
+    source.records.describe(out);
+    return out;
+}
+
 }  // namespace corvo::engine

@@ -6,6 +6,7 @@
 
 #include "data_path.h"
 #include "interfaces.h"
+#include "records.h"
 
 namespace corvo::engine {
 
@@ -13,11 +14,14 @@ namespace corvo::engine {
 struct SampleSource {
     const DataPath* path;  ///< null while there is no data path; its counts are then 0
     const Interfaces& interfaces;
+    const Records& records;
 };
 
 Json::Value flows_sample(const SampleSource& source);
 Json::Value protocols_sample(const SampleSource& source);
 Json::Value interfaces_sample(const SampleSource& source);
+/** How far the records are, not the records. */
+Json::Value records_sample(const SampleSource& source);
 
 Json::Value traffic_json(const Traffic& traffic);
 /** Packets that weren't classified, by cause. */

@@ -137,15 +137,16 @@ TEST_F(CollectorsTest, ExportsEachEnabledCollectorAtItsInterval) {
 TEST_F(CollectorsTest, ListsItsCollectorsAndRefusesOthers) {
     engine.enable_collector("interfaces");
     Json::Value list = engine.collectors()["collectables"];
-    ASSERT_EQ(list.size(), 3u);
+    ASSERT_EQ(list.size(), 4u);
     EXPECT_EQ(list[2].toStyledString(),
               test::parse(R"({"enabled":true,"interval":60000,"name":"interfaces"})").toStyledString());
     void (*const asks[])(Engine&) = {
         [](Engine& e) { e.enable_collector("x"); }, [](Engine& e) { e.disable_collector("x"); },
         [](Engine& e) { e.sample("x"); }, [](Engine& e) { e.set_collector_interval("x", 1000); }};
     for (const auto ask : asks)
-        EXPECT_EQ(error_of<Error>([&] { ask(engine); }),
-                  "there is no collector 'x', expecting one of 'flows', 'protocols', 'interfaces'");
+        EXPECT_EQ(
+            error_of<Error>([&] { ask(engine); }),
+            "there is no collector 'x', expecting one of 'flows', 'protocols', 'interfaces', 'records'");
     for (uint64_t interval : {0ul, 99ul, 86400001ul})
         EXPECT_EQ(error_of<Error>([&] { engine.set_collector_interval("flows", interval); }),
                   "the interval is " + std::to_string(interval) + " ms, expecting 100 to 86400000");

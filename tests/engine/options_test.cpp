@@ -26,15 +26,15 @@ TEST(Options, AWrongLineIsToldWithItsPlaceAndWhatIsAllowed) {
          "'f', line 1: no option 'rings', expecting one of ring_bytes, sensor, spool, spool_bytes"},
         {"sensor = # none", "'f', line 1: sensor must have from 1 to 255 bytes and no control characters"},
         {"spool = /a\tb", "'f', line 1: spool must have from 0 to 2048 bytes and no control characters"},
-        {"spool =\nspool_bytes = 4194303",
-         "'f', line 2: spool_bytes must be from 4194304 to 1099511627776, not '4194303'"},
+        {"spool =\nspool_bytes = 8388607",
+         "'f', line 2: spool_bytes must be from 8388608 to 1099511627776, not '8388607'"},
     };
     for (const auto& [text, failure] : CASES)
         EXPECT_EQ(test::error_of<Error>([&, text = text] { Options::parse(text, "f"); }), failure) << text;
     const Options all =
-        Options::parse("ring_bytes=300000\nsensor = gw 1\nspool=/s\nspool_bytes=5000000", "f");
+        Options::parse("ring_bytes=300000\nsensor = gw 1\nspool=/s\nspool_bytes=9000000", "f");
     EXPECT_EQ(std::tie(all.ring_bytes, all.sensor, all.spool, all.spool_bytes),
-              std::tuple(300000U, "gw 1", "/s", 5000000U));
+              std::tuple(300000U, "gw 1", "/s", 9000000U));
 }
 
 TEST(Options, AFileMayBeAbsentUnlessItIsNamed) {

@@ -58,7 +58,7 @@ class HttpReceiver {
     /** What came of a request that isn't whole. */
     const std::string& input() const { return m_input; }
 
-    int status = 200;
+    int status = 200;  ///< 0: the connection is cut instead
     std::vector<std::string> heads;
     std::vector<std::string> bodies;
 
@@ -72,6 +72,10 @@ class HttpReceiver {
         heads.push_back(m_input.substr(0, end));
         bodies.push_back(m_input.substr(end + 4, length));
         m_input.erase(0, end + 4 + length);
+        if (status == 0) {
+            m_connection = corvo::engine::OwnedFd();
+            return;
+        }
         std::string head = "HTTP/1.1 " + std::to_string(status) + " x\r\nContent-Length: 2\r\n\r\nok";
         if (write(m_connection.get(), head.data(), head.size()) < 0) throw std::runtime_error("no answer");
     }

@@ -1,5 +1,6 @@
 """Live traffic and the real daemon, in a network namespace of their own."""
 import fcntl
+import json
 import os
 import socket
 import struct
@@ -62,3 +63,25 @@ class Live(DaemonTest):
         daemon.result("collect", {"cmd": "enable", "component": "flows"})
         self.assertTrue(eventually(lambda: "export.failed" in [
             alert["name"] for alert in daemon.result("notifications", {"cmd": "alerts"})["notif"]["alerts"]]))
+
+    def test_records_that_no_receiver_has_taken_survive_a_killed_daemon(self):
+        config, out = self.folder / "conf", self.folder / "out"
+        config.write_text(f"spool = {self.folder}/spool\n")
+
+        def recording():
+            daemon = self.daemon("-a", engine=OURS, env={"BRUMECP_ENGINE_CONF": str(config)})
+            for params in ({"cmd": "set_interval", "interval": 100}, {"cmd": "enable"}):
+                daemon.result("collect", {**params, "component": "records"})
+            return daemon
+        killed = recording()
+        killed.result("push_pcap", {"type": "filename", "reset": False, "filename": str(self.captures / "sample.pcap")})
+
+        def end():
+            return killed.result("collect", {"cmd": "show", "component": "records"})["next"]
+        self.assertTrue(eventually(lambda: end() > 10), end())
+        made = end() - 1
+        killed.kill()
+        recording().result("collect", {"cmd": "set_exporter", "socket": {"type": "file", "path": str(out)}})
+        self.assertTrue(eventually(lambda: out.exists() and out.read_text().count("\n") >= made))
+        numbers = [json.loads(line)["number"] for line in out.read_text().splitlines()]
+        self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
