@@ -178,9 +178,9 @@ class Words(ProgramChecks, DaemonTest):
             self.assertEqual(program.end(signal.SIGINT), 128 + signal.SIGINT)
 
     def test_a_method_that_an_engine_brings_along_is_called_like_any_other(self):
-        daemon = self.daemon("-a", engine=ENGINES / "extender")
-        self.expect(["call", "extender.hello"], 0, has("yes"), socket=daemon.path)
-        self.expect(["cmds"], 0, has("extender.hello  (the engine's own)"), socket=daemon.path)
+        daemon = self.daemon("-a", engine=ENGINES / "closed")
+        self.expect(["call", "closed.all", f"dir={daemon.folder}"], 0, has("yes"), socket=daemon.path)
+        self.expect(["cmds"], 0, has("closed.all     (the engine's own)"), socket=daemon.path)
 
     def test_the_log_is_followed_until_ctrl_c(self):
         daemon = self.daemon()

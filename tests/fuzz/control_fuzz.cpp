@@ -15,6 +15,7 @@
 #include <filesystem>
 
 #include "engine.h"
+#include "engine/pushed.h"
 #include "engine_error.h"
 #include "fuzz/fuzz_input.h"
 #include "support/net_namespace.h"
@@ -26,12 +27,7 @@ namespace api = corvo::api;
 using corvo::engine::Collectors;
 using corvo::engine::Engine;
 using corvo::engine::Exporter;
-
-uint64_t g_now_ms = 0;
-
-uint64_t now_ms() {
-    return g_now_ms;
-}
+using test::g_now_ms;
 
 /** Where files may be written, and addresses be connected to: nobody listens there. */
 struct World {
@@ -141,7 +137,7 @@ class Session {
     }
 
     const World& m_world;
-    Engine m_engine{api::InitConfig(), {}, now_ms};
+    Engine m_engine{api::InitConfig(), {}, test::fake_clock};
     bool m_may_send = true;
 };
 

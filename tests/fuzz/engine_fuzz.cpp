@@ -14,15 +14,10 @@ namespace {
 
 using corvo::api::pkt_;
 using corvo::engine::DataPath;
+using test::g_now_ms;
 
 constexpr uint32_t MAX_FLOWS = 4;
 constexpr uint64_t HALF_MINUTE_MS = 30000;
-
-uint64_t g_now_ms = 0;
-
-uint64_t now_ms() {
-    return g_now_ms;
-}
 
 void run(DataPath& path, fuzz::Input& input) {
     const uint8_t flags = input.u8();
@@ -52,7 +47,7 @@ void run(DataPath& path, fuzz::Input& input) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Opening one costs more than a thousand inputs; it is emptied in between.
     static corvo::engine::Classifiers classifiers;
-    static DataPath path(classifiers, MAX_FLOWS, DataPath::LIVE, now_ms);
+    static DataPath path(classifiers, MAX_FLOWS, DataPath::LIVE, test::fake_clock);
     for (fuzz::Input input(data, size); !input.empty();)
         run(path, input);
     path.kill_all_flows();

@@ -21,10 +21,10 @@ class Session(DaemonTest):
     def test_an_engine_binds_to_the_daemon_and_brings_a_method_of_its_own(self):
         daemon = self.daemon()
         own = daemon.result("cmds")
-        for engine, method in (("extender", "extender.hello"), ("closed", "closed.all")):
-            daemon.result("load", load_params(ENGINES / engine))
-            self.assertIn(method, daemon.result("cmds"))
-            answer = daemon.result(method, {"dir": str(daemon.folder)})
+        for _ in range(2):
+            daemon.result("load", load_params(ENGINES / "closed"))
+            self.assertIn("closed.all", daemon.result("cmds"))
+            answer = daemon.result("closed.all", {"dir": str(daemon.folder)})
             self.assertTrue(answer)
             self.assertEqual({name: value for name, value in answer.items() if value is not True}, {})
             daemon.result("unload")
