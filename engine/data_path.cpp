@@ -165,8 +165,10 @@ Flow* DataPath::flow_of(const FlowKey& key, uint64_t now_ms) {
 }
 
 void DataPath::make_room(uint64_t now_ms) {
+    if (now_ms < m_full_until_ms) return;
     Flow* idlest = nullptr;
     const auto look = [&](Flow& flow) {
+        m_looked_at++;
         if (is_due(flow, now_ms))
             visit(flow, now_ms);
         else if (!idlest || flow.last_seen_ms < idlest->last_seen_ms)
@@ -174,10 +176,21 @@ void DataPath::make_room(uint64_t now_ms) {
     };
     // A search stops early at the end of a pass.
     if (m_table.go_round(ENTRIES_PER_LOOK, look)) m_table.go_round(ENTRIES_PER_LOOK, look);
-    if (m_table.size() < m_table.max_flows()) return;
-    if (!idlest || now_ms - idlest->last_seen_ms < EVICTABLE_AFTER_MS) return;
+    if (m_table.size() < m_table.max_flows()) return forget_looks();
+    if (idlest) m_idlest_ms = std::min(m_idlest_ms, idlest->last_seen_ms);
+    if (!idlest || now_ms - idlest->last_seen_ms < EVICTABLE_AFTER_MS) {
+        if (m_looked_at < m_table.size()) return;
+        m_full_until_ms = m_idlest_ms + EVICTABLE_AFTER_MS;
+        return forget_looks();
+    }
+    forget_looks();
     if (m_kind == CAPTURE && !idlest->decided) give_up(*idlest);
     forget(*idlest, m_evicted, FlowWatcher::EVICTED);
+}
+
+void DataPath::forget_looks() {
+    m_looked_at = 0;
+    m_idlest_ms = UINT64_MAX;
 }
 
 bool DataPath::is_due(const Flow& flow, uint64_t now_ms) const {
@@ -263,6 +276,7 @@ void DataPath::answer_extended(const Outcome& outcome, const Frame& frame, api::
 
 int DataPath::tick() {
     uint64_t now_ms = m_clock();
+    forget_looks();  // what this passes over wasn't looked at
     m_most_flows = std::max(m_most_flows, m_table.size());
     if (m_most_flows < WORTH_RELEASING || m_table.size() > m_most_flows / 4) m_busy_ms = now_ms;
     bool at_end = false;

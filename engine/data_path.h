@@ -112,6 +112,7 @@ class DataPath {
     Traffic& open_of(const Verdict& verdict);
     Flow* flow_of(const FlowKey& key, uint64_t now_ms);
     void make_room(uint64_t now_ms);
+    void forget_looks();
     bool is_due(const Flow& flow, uint64_t now_ms) const;
     void give_up(Flow& flow);
     void forget(Flow& flow, uint64_t& counter, FlowWatcher::why_e why);
@@ -136,6 +137,11 @@ class DataPath {
     std::array<uint64_t, api::PKT_IPV6_FRAG + 1> m_errors = {};  ///< by pkt_error_e
     uint32_t m_most_flows = 0;                                   ///< since memory was last returned
     uint64_t m_busy_ms = 0;  ///< when the flow count was last close to `m_most_flows`
+    // Searches for a flow to evict from a full table. Once all flows were looked at in vain, none needs to be
+    // looked at before the idlest of them may go: they can only become less idle.
+    uint64_t m_full_until_ms = 0;
+    uint32_t m_looked_at = 0;           ///< in a row, without a flow that may go
+    uint64_t m_idlest_ms = UINT64_MAX;  ///< the least `last_seen_ms` among them
     // Parallel to the packets of the current push; kept to reuse their memory.
     std::vector<Outcome> m_outcomes;
     std::vector<Frame> m_frames;  ///< a single shared one if only the class is wanted
