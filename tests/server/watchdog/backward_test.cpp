@@ -7,6 +7,7 @@
 #include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -76,6 +77,8 @@ int g_dump = -1;
 void save_stack(int, siginfo_t*, void* ucontext) {
     {
         const InterruptedHere here(ucontext);
+        const ucontext_t of_another{};
+        InterruptedHere{&of_another};  // a handler within the handler
         const SignalTrap trap;
         g_saved->save_bt();
         SigHandler::dump_traceback(g_dump);
