@@ -149,16 +149,16 @@ class Wire(ProgramChecks, DaemonTest):
         place, run = self.folder / "place", self.folder / "run"
         place.mkdir()
         run.mkdir()
-        with Program("--timeout", "1", "events", "-f", socket=str(place / "s"),
-                     env={"XDG_RUNTIME_DIR": str(run)}) as follower:
+        # Without a daemon at the start, it would end at once.
+        with Peer(place / "s") as first, Program("--timeout", "1", "events", "-f", socket=first.path,
+                                                 env={"XDG_RUNTIME_DIR": str(run)}) as follower:
             def goes_at(peer, request):
                 told = len(follower.err())
                 peer.serve_until(request)
                 peer.__exit__()
                 self.assertTrue(eventually(lambda: "waiting for it" in follower.err()[told:]))
                 self.assertEqual([*place.iterdir(), *run.iterdir()], [], request)
-            with Peer(place / "s") as peer:
-                goes_at(peer, SUBSCRIBES)
+            goes_at(first, SUBSCRIBES)
             with Peer(place / "s") as peer:
                 peer.serve_until(SUBSCRIBES)
                 self.assertTrue(follower.wait_for_err("; waiting\n"), "for one that is there, but silent")
