@@ -24,23 +24,11 @@ class RpcTableView {
     static bool has(const RpcCommandsTable& table, const RpcCommand* command, const std::string& method);
 };
 
-/** A command that can write the text of a long result itself, which a value would take many times as long
- * for. */
-class RpcTextCommand : public RpcCommand {
- public:
-    using RpcCommand::RpcCommand;
-
-    /** The JSON text of the last run's result. Empty if the result is in `res`. Valid once. */
-    std::string take_text() { return std::exchange(m_text, {}); }
-
- protected:
-    /** To be set last, by a run that succeeds and leaves no "result" in `res`: as FastWriter would write it.
-     */
-    void set_text(std::string&& text) { m_text = std::move(text); }
-
- private:
-    std::string m_text;
-};
+/**
+ * Where a command may leave the JSON text of a long result instead of "result" itself, which as a value would
+ * take many times as long. It must be what FastWriter would write, without the newline.
+ */
+inline constexpr const char* RESULT_TEXT = "result as text";
 
 /**
  * Member `name`, or the null value if the member or `params` itself is absent.

@@ -59,6 +59,18 @@ bool converts_to_string(const Json::Value& value) {
     return !value.isArray() && !value.isObject();
 }
 
+/** With its newline. Few results are null, so most aren't searched for a text. */
+std::string text_of_result(const Json::Value& out) {
+    const Json::Value& result = member_of(out, "result");
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (!result.isNull() || !member_of(out, RESULT_TEXT).getString(&begin, &end))
+        return json::write_line(result);
+    std::string text;
+    text.reserve(static_cast<size_t>(end - begin) + 1);
+    return text.append(begin, end).append(1, '\n');
+}
+
 /** Moves a member out of an object; null if there is none. */
 Json::Value take_member(Json::Value& value, const char* name) {
     Json::Value taken;
@@ -227,16 +239,8 @@ JsonRpcMethod::Outcome JsonRpcMethod::perform() {
     outcome.rc = static_cast<uint32_t>(m_command->run(m_method, m_params, outcome.out));
     if (outcome.rc != CMD_OK) return outcome;
     outcome.ms = monotonic_ms() - start_ms;
-    const Json::Value& result = member_of(outcome.out, "result");
-    // Few results are null, so most commands aren't asked.
-    if (auto* writer = result.isNull() ? dynamic_cast<RpcTextCommand*>(m_command) : nullptr)
-        outcome.plain = writer->take_text();
     if (!respond()) return outcome;
-    if (outcome.plain.empty()) {
-        outcome.plain = json::write_line(result);
-    } else {
-        outcome.plain += '\n';
-    }
+    outcome.plain = text_of_result(outcome.out);
     outcome.packed = pack(outcome.plain);
     return outcome;
 }

@@ -60,7 +60,7 @@ class PktList {
         if (m_text.back() != '[') m_text += ',';
         return m_text;
     }
-    std::string end() { return std::move(m_text += "]}"); }
+    const std::string& end() { return m_text += "]}"; }
 
  private:
     std::string m_text = "{\"pkts\":[";
@@ -68,9 +68,9 @@ class PktList {
 
 }  // namespace
 
-class RpcCmdPushPCAP : public RpcTextCommand {
+class RpcCmdPushPCAP : public RpcCommand {
  public:
-    RpcCmdPushPCAP() : RpcTextCommand("push_pcap") {}
+    RpcCmdPushPCAP() : RpcCommand("push_pcap") {}
 
  protected:
     int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
@@ -100,7 +100,8 @@ class RpcCmdPushPCAP : public RpcTextCommand {
             PktList pkts;
             engine.push_pcap(dpaddr, filename, reset, ns_id, extended,
                              [&](Engine::PktInfo&& info) { get_pktinfo(info, pkts.next()); });
-            return set_text(pkts.end());
+            res[RESULT_TEXT] = pkts.end();
+            return;
         }
         // Counted outside the document: a capture has millions of packets but few protocols.
         std::unordered_map<std::string, Json::Int> counts;
@@ -125,7 +126,8 @@ class RpcCmdPushPCAP : public RpcTextCommand {
         if (extended) {
             PktList pkts;
             get_pktinfo(info, pkts.next());
-            return set_text(pkts.end());
+            res[RESULT_TEXT] = pkts.end();
+            return;
         }
         Json::Value& result = res["result"];
         result["id"] = info.cls;
