@@ -1,15 +1,18 @@
 #include "server/corvo_server_command_line.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "infra/corvo_version.h"
+#include "support/temp_dir.h"
 #include "utils/trace_utils.h"
 
 namespace corvo::server {
@@ -119,6 +122,18 @@ TEST(CommandLine, NocoreSetsTheLimitForTheProcess) {
         return getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0 && limit.rlim_max == 0;
     };
     EXPECT_EXIT(_exit(core_limits_are_0() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(CommandLine, HelpIsLaidOutForTheWidthOfTheTerminal) {
+    auto print_help_on_stderr = [] {
+        setenv("COLUMNS", "80", 1);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        parse("--help");
+    };
+    std::string expected = test::read_file(HELP_TEXT);
+    const std::string place = "@kill_timeout@";
+    expected.replace(expected.find(place), place.size(), std::to_string(WDConf().kill_timeout_ms));
+    EXPECT_EXIT(print_help_on_stderr(), testing::ExitedWithCode(0), testing::StrEq(expected));
 }
 
 }  // namespace
