@@ -163,6 +163,7 @@ RAW = {
     "invalid UTF-8": b'"Zq7\xff\xfe\xc0\x80\xed\xa0\x80Zq7"',
     "lone surrogate": b'"Zq7\\ud800Zq7"',
     "deep nesting": b"[" * 20000 + b"]" * 20000,
+    "raw NUL": b'"Zq7\0Zq7"',
 }
 BROKEN_LINES = WORD + "\n[    1] - forged\r\n\n" + WORD
 
