@@ -26,7 +26,7 @@ class RpcTableView {
 
 /**
  * Where a command may leave the JSON text of a long result instead of "result" itself, which as a value would
- * take many times as long. It must be what FastWriter would write, without the newline.
+ * take many times as long. It must be what FastWriter would write, with its newline.
  */
 inline constexpr const char* RESULT_TEXT = "result as text";
 

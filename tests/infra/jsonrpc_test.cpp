@@ -168,6 +168,9 @@ class JsonRpc : public ::testing::Test {
  protected:
     JsonRpc() {
         auto echo = [](Scripted&, const Json::Value& params, Json::Value& res) { res["result"] = params; };
+        auto text = [](Scripted&, const Json::Value& params, Json::Value& res) {
+            res[RESULT_TEXT] = json::write_line(params);
+        };
         auto fail = [](Scripted&, const Json::Value& params, Json::Value& res) {
             if (params.isMember("why")) res["specific_err"] = params["why"];
             throw RpcCommandException("", params["rc"].asUInt());
@@ -176,9 +179,9 @@ class JsonRpc : public ::testing::Test {
             self.check_field_type(params, "port", RpcParser::TYPE_UINT32, res);
         };
         auto count = [this](Scripted&, const Json::Value&, Json::Value&) { ++m_calls; };
-        m_table.load_component(
-            make_component("", {new Scripted("echo", echo), new Scripted("fail", fail),
-                                new Scripted("count", count), new Scripted("strict", strict)}));
+        m_table.load_component(make_component(
+            "", {new Scripted("echo", echo), new Scripted("text", text), new Scripted("fail", fail),
+                 new Scripted("count", count), new Scripted("strict", strict)}));
     }
 
     /** The reply, with the time that the command took set to 0. */
@@ -306,17 +309,16 @@ TEST_F(JsonRpc, ANotificationRunsAndAParseErrorRunsNothing) {
 }
 
 TEST_F(JsonRpc, OnlyResultsAboveTheThresholdArePackedForThoseWhoAsk) {
-    const std::tuple<size_t, const char*, const char*> cases[] = {
-        // bytes of the result, newline included
-        {4096, R"(["lz4"])", "plain"},
-        {4097, R"(["gzip","lz4"])", "lz4"},
-        {4097, R"(["LZ4"])", "plain"},
-        {4097, "null", "plain"},
+    const std::tuple<const char*, size_t, const char*, const char*> cases[] = {
+        // the command leaves a value or a text; bytes of the result, newline included
+        {"echo", 4096, R"(["lz4"])", "plain"}, {"echo", 4097, R"(["gzip","lz4"])", "lz4"},
+        {"echo", 4097, R"(["LZ4"])", "plain"}, {"echo", 4097, "null", "plain"},
+        {"text", 4096, R"(["lz4"])", "plain"}, {"text", 4097, R"(["lz4"])", "lz4"},
     };
-    for (const auto& [size, accept, type] : cases) {
+    for (const auto& [method, size, accept, type] : cases) {
         const std::string text = "\"" + std::string(size - 3, 'a') + "\"";
         const std::string request =
-            call(R"("method":"echo","accept":)" + std::string(accept) + R"(,"params":)" + text);
+            call("\"method\":\"" + std::string(method) + "\",\"accept\":" + accept + ",\"params\":" + text);
         const std::string reply = serve(request);
         Json::Value root;
         ASSERT_TRUE(json::parse(reply, root));

@@ -59,16 +59,13 @@ bool converts_to_string(const Json::Value& value) {
     return !value.isArray() && !value.isObject();
 }
 
-/** With its newline. Few results are null, so most aren't searched for a text. */
-std::string text_of_result(const Json::Value& out) {
-    const Json::Value& result = member_of(out, "result");
+/** What the command left under RESULT_TEXT; empty if it left a result. */
+std::string_view text_of_result(const Json::Value& out) {
     const char* begin = nullptr;
     const char* end = nullptr;
-    if (!result.isNull() || !member_of(out, RESULT_TEXT).getString(&begin, &end))
-        return json::write_line(result);
-    std::string text;
-    text.reserve(static_cast<size_t>(end - begin) + 1);
-    return text.append(begin, end).append(1, '\n');
+    // Few results are null, so most aren't searched for a text.
+    if (!member_of(out, "result").isNull() || !member_of(out, RESULT_TEXT).getString(&begin, &end)) return {};
+    return {begin, static_cast<size_t>(end - begin)};
 }
 
 /** Moves a member out of an object; null if there is none. */
@@ -199,7 +196,7 @@ class JsonRpcMethod : public ParsedObject {
     struct Outcome;
 
     Outcome perform();
-    std::string pack(const std::string& plain) const;
+    std::string pack(std::string_view plain) const;
     void describe_success(Outcome& outcome, Json::Value& res) const;
     void describe_failure(const Outcome& outcome, Json::Value& res) const;
 
@@ -214,9 +211,12 @@ class JsonRpcMethod : public ParsedObject {
 struct JsonRpcMethod::Outcome {
     uint32_t rc = CMD_OK;
     uint64_t ms = 0;
-    Json::Value out;     ///< written by the command
-    std::string plain;   ///< text of the result, including the newline
-    std::string packed;  ///< its compressed form in base64; empty if the plain one is to be sent
+    Json::Value out;      ///< written by the command
+    std::string written;  ///< text of the result; empty if the command left that
+    std::string packed;   ///< its compressed form in base64; empty if the plain one is to be sent
+
+    /** Text of the result, including the newline. */
+    std::string_view plain() const { return written.empty() ? text_of_result(out) : written; }
 };
 
 JsonRpcMethod::JsonRpcMethod(Json::Value id, std::string method, RpcCommand* command, Json::Value params,
@@ -240,16 +240,17 @@ JsonRpcMethod::Outcome JsonRpcMethod::perform() {
     if (outcome.rc != CMD_OK) return outcome;
     outcome.ms = monotonic_ms() - start_ms;
     if (!respond()) return outcome;
-    outcome.plain = text_of_result(outcome.out);
-    outcome.packed = pack(outcome.plain);
+    if (text_of_result(outcome.out).empty())
+        outcome.written = json::write_line(member_of(outcome.out, "result"));
+    outcome.packed = pack(outcome.plain());
     return outcome;
 }
 
-std::string JsonRpcMethod::pack(const std::string& plain) const {
+std::string JsonRpcMethod::pack(std::string_view plain) const {
     if (plain.size() < MIN_SIZE_TO_PACK) return {};
     if (std::find(m_encodings.begin(), m_encodings.end(), "lz4") == m_encodings.end()) return {};
     std::string block;
-    if (corvo_zip_zip(plain, block, /*header=*/false) > 0) return b64_encode(block);
+    if (corvo_zip_zip(std::string(plain), block, /*header=*/false) > 0) return b64_encode(block);
     CORVO_LOG(ERROR, COMP, "Failed to compress IPC response (CP)");
     return {};
 }
@@ -275,27 +276,28 @@ void JsonRpcMethod::_execute_text(std::string& out) {
     // The result has already been written as text and is the last member in order, so the rest is put
     // around it.
     const bool packed = !outcome.packed.empty();
-    out.reserve(out.size() + (packed ? outcome.packed.size() : outcome.plain.size()) + 128);
-    out.append("{\"fmt\":{\"size\":").append(std::to_string(static_cast<Json::UInt>(outcome.plain.size())));
+    const std::string_view plain = outcome.plain();
+    out.reserve(out.size() + (packed ? outcome.packed.size() : plain.size()) + 128);
+    out.append("{\"fmt\":{\"size\":").append(std::to_string(static_cast<Json::UInt>(plain.size())));
     out.append(packed ? ",\"type\":\"lz4\"},\"id\":" : ",\"type\":\"plain\"},\"id\":");
     json::append(out, id());
     out.append(",\"jsonrpc\":\"2.0\",\"ms\":").append(std::to_string(outcome.ms)).append(",\"result\":");
     if (packed) {
         out.append("\"").append(outcome.packed).append("\"}");
     } else {
-        out.append(outcome.plain, 0, outcome.plain.size() - 1).append("}");
+        out.append(plain.substr(0, plain.size() - 1)).append("}");
     }
 }
 
 void JsonRpcMethod::describe_success(Outcome& outcome, Json::Value& res) const {
-    res["fmt"]["size"] = static_cast<Json::UInt>(outcome.plain.size());
+    res["fmt"]["size"] = static_cast<Json::UInt>(outcome.plain().size());
     res["ms"] = static_cast<Json::UInt64>(outcome.ms);
     if (!outcome.packed.empty()) {
         res["result"] = outcome.packed;
         res["fmt"]["type"] = "lz4";
     } else {
         Json::Value& result = res["result"] = take_member(outcome.out, "result");
-        if (result.isNull()) json::parse(outcome.plain, result);
+        if (result.isNull()) json::parse(std::string(text_of_result(outcome.out)), result);
         res["fmt"]["type"] = "plain";
     }
 }

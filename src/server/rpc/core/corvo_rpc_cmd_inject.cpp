@@ -60,7 +60,7 @@ class PktList {
         if (m_text.back() != '[') m_text += ',';
         return m_text;
     }
-    const std::string& end() { return m_text += "]}"; }
+    const std::string& end() { return m_text += "]}\n"; }
 
  private:
     std::string m_text = "{\"pkts\":[";
