@@ -150,7 +150,7 @@ def damaged(trial, part, damage):
 for where, inside in (("log folder", ""), ("cvevents", "cvevents")):
     for text in DAMAGES:
         case(f"{where} {text}: at the start, while it runs, put right", inside, text,
-             short=bool(inside) and "link" in text)(damaged)
+             short=(where, text) in (("log folder", "deleted"), ("cvevents", "a link to nowhere in its place")))(damaged)
 
 
 # --- logs that are slow ------------------------------------------------------------------------------------
