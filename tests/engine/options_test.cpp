@@ -23,18 +23,19 @@ TEST(Options, AWrongLineIsToldWithItsPlaceAndWhatIsAllowed) {
         {"ring_bytes = -1", "'f', line 1: " + range + "'-1'"},
         {"ring_bytes", "'f', line 1: expecting 'ring_bytes = VALUE', not 'ring_bytes'"},
         {"rings = 5",
-         "'f', line 1: no option 'rings', expecting one of ring_bytes, sensor, spool, spool_bytes"},
+         "'f', line 1: no option 'rings', expecting one of ring_bytes, sensor, spool, spool_bytes, workers"},
         {"sensor = # none", "'f', line 1: sensor must have from 1 to 255 bytes and no control characters"},
         {"spool = /a\tb", "'f', line 1: spool must have from 0 to 2048 bytes and no control characters"},
         {"spool =\nspool_bytes = 8388607",
          "'f', line 2: spool_bytes must be from 8388608 to 1099511627776, not '8388607'"},
+        {"workers = 129", "'f', line 1: workers must be from 1 to 128, not '129'"},
     };
     for (const auto& [text, failure] : CASES)
         EXPECT_EQ(test::error_of<Error>([&, text = text] { Options::parse(text, "f"); }), failure) << text;
     const Options all =
-        Options::parse("ring_bytes=300000\nsensor = gw 1\nspool=/s\nspool_bytes=9000000", "f");
-    EXPECT_EQ(std::tie(all.ring_bytes, all.sensor, all.spool, all.spool_bytes),
-              std::tuple(300000U, "gw 1", "/s", 9000000U));
+        Options::parse("ring_bytes=300000\nsensor = gw 1\nspool=/s\nspool_bytes=9000000\nworkers=3", "f");
+    EXPECT_EQ(std::tie(all.ring_bytes, all.sensor, all.spool, all.spool_bytes, all.workers),
+              std::tuple(300000U, "gw 1", "/s", 9000000U, 3U));
 }
 
 TEST(Options, AFileMayBeAbsentUnlessItIsNamed) {

@@ -2,10 +2,13 @@
 import fcntl
 import json
 import os
+import pathlib
+import signal
 import socket
 import struct
+import unittest
 
-from harness.case import OURS, DaemonTest
+from harness.case import OURS, SANITIZED, DaemonTest
 from harness.processes import CLONE_NEWNET, LIBC, checked, eventually, unshare
 
 SIOCGIFFLAGS, SIOCSIFFLAGS, IFF_UP = 0x8913, 0x8914, 1
@@ -85,3 +88,18 @@ class Live(DaemonTest):
         self.assertTrue(eventually(lambda: out.exists() and out.read_text().count("\n") >= made))
         numbers = [json.loads(line)["number"] for line in out.read_text().splitlines()]
         self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
+
+    @unittest.skipIf(SANITIZED, "the sanitizer reports crashes in its own way")
+    def test_a_worker_that_crashes_leaves_its_own_stack(self):
+        config = self.folder / "conf"
+        config.write_text("workers = 2\n")
+        daemon = self.daemon("-a", engine=OURS, watchdog=True, env={"BRUMECP_ENGINE_CONF": str(config)})
+        server = daemon.next_child()
+        tasks = {(task / "comm").read_text().strip(): int(task.name)
+                 for task in pathlib.Path(f"/proc/{server}/task").iterdir()}
+        checked(LIBC.tgkill(server, tasks["dp-worker-2"], signal.SIGSEGV))
+        self.assertEqual(daemon.wait_exit(60), 1)
+        report, = daemon.folder.glob("cvevents/**/cvdump.json")
+        self.assertIn("libcvcp_u.so(", report.read_text())
+        if "\n#0 " in daemon.log_text():  # resolving names has a time limit
+            self.assertRegex(daemon.log_text(), r'worker\.cpp", line \d+, in work\n')
