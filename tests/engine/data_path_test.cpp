@@ -31,7 +31,7 @@ class DataPathTest : public testing::Test {
     }
 
     Classifiers classifiers;
-    DataPath path{classifiers, UINT32_MAX, DataPath::LIVE, fake_clock};  // a limit takes no memory
+    DataPath path{classifiers, UINT32_MAX, DataPath::LIVE, fake_clock};  // the limit itself costs no memory
 };
 
 Bytes datagram(uint16_t port) {
@@ -48,7 +48,7 @@ TEST_F(DataPathTest, ClassifiesTheEarlierPacketsOfAFlowInTheSameBatchOnly) {
         EXPECT_EQ(pkt.protocol, "HTTP");
 }
 
-// The server's address is known to nDPI, but the name that is told later is another service's.
+// nDPI knows the server's address, but the name that comes later belongs to another service.
 TEST_F(DataPathTest, ReachesOneVerdictWhoeverAsks) {
     const std::tuple<const char*, const char*, const char*> cases[] = {
         {"8.8.8.8", "dns.google", "TLS.DoH_DoT"}, {"52.94.0.1", "www.waze.com", "TLS.Waze"}};
@@ -74,7 +74,7 @@ TEST_F(DataPathTest, ReachesOneVerdictWhoeverAsks) {
 TEST_F(DataPathTest, TellsVlansApartInCapturesOnlyAndDirectionsNowhere) {
     DataPath capture(classifiers, 100, DataPath::CAPTURE, fake_clock);
     for (DataPath* either : {&path, &capture}) {
-        for (int vlan : {-1, 0, 7, 8, 0xe007}) {  // a priority is no other number
+        for (int vlan : {-1, 0, 7, 8, 0xe007}) {  // a priority isn't part of the number
             const test::Path there{"10.0.0.1", "10.0.0.1", 4000, 53, vlan};
             for (const test::Path& path : {there, there.reversed()})
                 push_to(*either, {test::udp_frame(path, Bytes(60, 0x31))});
@@ -137,7 +137,7 @@ TEST_F(DataPathTest, ReturnsMemoryWhenMostFlowsHaveBeenGoneForAMinute) {
         EXPECT_EQ(large.flow_count(), 0u);
     };
     push_to(large, {datagram(1)});  // takes a classifier, and the memory for it
-    malloc_trim(0);                 // of what other tests have left
+    malloc_trim(0);                 // what other tests have freed
     const uint64_t before = resident_memory();
     come_and_go();
     g_now_ms += 59000;

@@ -1,4 +1,4 @@
-// The whole engine: captures, collectors, and real traffic in a network namespace that nobody else has.
+// The whole engine: collectors, captures, and real traffic in a network namespace of its own.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
@@ -241,7 +241,7 @@ class LiveTest : public EngineTest {
         if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
         activate();
     }
-    /** Frames are told of a few milliseconds after they came, together. */
+    /** Frames are reported together, a few milliseconds after they arrive. */
     bool readable(int timeout_ms = 0) const {
         pollfd waiting{engine.event_fd(), POLLIN, 0};
         return poll(&waiting, 1, timeout_ms) == 1;

@@ -33,12 +33,12 @@ class ExporterTest : public testing::Test {
     ExporterTest() { test::take_notices(); }
     ~ExporterTest() override { unsetenv("SSL_CERT_FILE"); }
 
-    /** Has this process trust it. */
+    /** Makes this process trust its certificate. */
     static void trust(const test::TlsFront& front) {
         setenv("SSL_CERT_FILE", front.certificate().c_str(), 1);
     }
     uint64_t count(const char* what) const { return exporter.describe()[what].asUInt64(); }
-    /** Until so many texts were sent or failed. */
+    /** Runs until this many texts have been sent or have failed. */
     void run(uint64_t outcomes) {
         for (int i = 0; i < 1000 && count("sent") + count("failed") < outcomes; i++) {
             exporter.tick(now_ms);
@@ -137,7 +137,7 @@ TEST_F(ExporterTest, TriesAgainAfterGrowingPausesAndTellsOnceEachWay) {
     EXPECT_EQ(count("sent"), 1u);
     EXPECT_EQ(exporter.failures_in_a_row(), 0u);
     EXPECT_THAT(test::take_notices(), ElementsAre("engine export.back 1: samples are exported again"));
-    // What the receiver doesn't want isn't tried again.
+    // What the receiver rejects isn't sent again.
     exporter.add("bad");
     receiver.status = 400;
     run(9);

@@ -83,7 +83,7 @@ TEST_F(EngineApi, LeavesTheProcessWhenItIsClosed) {
     push(pushed);
     EXPECT_EQ(pushed.pkts[0].protocol, "TLS");
     std::string err;
-    // With a transfer of a name that is being looked up under way.
+    // A transfer is under way, its host name still being looked up.
     CALL(collect_set_exporter)({"localhost", "/", 9, corvo::api::EXPORTER_HTTP}, err);
     CALL(collector_set_interval)("flows", 100, err);
     CALL(collector_enable)("flows", err);

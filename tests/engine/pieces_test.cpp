@@ -52,7 +52,7 @@ Bytes tagged(Bytes frame, const Bytes& tag) {
     return frame;
 }
 
-/** The packet of a frame in another one. */
+/** The frame's packet inside another packet. */
 Bytes in_ip(const Bytes& frame, const Path& outer = V4) {
     return test::ip_frame(outer, frame[14] >> 4 == 4 ? 4 : 41, {frame.begin() + 14, frame.end()});
 }
@@ -140,8 +140,8 @@ TEST(FlowTable, FindsEveryFlowThroughGrowthAndRemoval) {
     }
 }
 
-// Who chooses addresses and ports must not be able to choose slots: keys that differ in few bits, in two
-// words at once too, spread as those that have nothing to do with each other.
+// Whoever chooses addresses and ports must not be able to choose slots: keys that differ in a few bits, even
+// in two words at once, spread like unrelated ones.
 TEST(KeyedHash, SpreadsStructuredKeys) {
     const KeyedHash hash;
     std::set<uint32_t> hashes;
@@ -160,10 +160,10 @@ TEST(KeyedHash, SpreadsStructuredKeys) {
         slots.insert(value % KEYS);
     }
     EXPECT_GT(hashes.size(), KEYS - 8);
-    EXPECT_GT(slots.size(), KEYS / 2) << "63 % are taken by chance";
+    EXPECT_GT(slots.size(), KEYS / 2) << "random keys take 63 %";
 }
 
-// The hash's own vectors come with a key that isn't ours; that different seeds differ is what matters.
+// The published test vectors use another key; what matters is that the seed makes a difference.
 TEST(KeyedHash, DependsOnItsSeed) {
     EXPECT_NE(KeyedHash()(FlowKey().words), KeyedHash()(FlowKey().words));
 }

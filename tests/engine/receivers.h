@@ -52,7 +52,7 @@ class HttpReceiver {
         answer();
     }
 
-    /** What came of a request that isn't whole. */
+    /** The part that has come of an unfinished request. */
     const std::string& input() const { return m_input; }
 
     int status = 200;  ///< 0: the connection is cut instead
@@ -84,8 +84,8 @@ class HttpReceiver {
 };
 
 /**
- * Speaks TLS: socat, which hands what it decrypts to a port of the test's own. For one connection, with a
- * certificate for "localhost" that nobody vouches for but itself.
+ * A TLS server for one connection: socat, which passes what it decrypts on to a port of the test. Its
+ * certificate, for "localhost", is self-signed.
  */
 class TlsFront {
  public:
@@ -123,7 +123,7 @@ class TlsFront {
     std::unique_ptr<FILE, int (*)(FILE*)> m_notes{nullptr, pclose};
 };
 
-/** Leaves the process this much of a resource while it lives. */
+/** While it lives, the process has only this much of a resource. */
 class ShortOf {
  public:
     ShortOf(__rlimit_resource resource, rlim_t left) : m_resource(resource) {

@@ -35,7 +35,7 @@ std::vector<Json::Value> parse_lines(const std::string& text) {
     return out;
 }
 
-/** The last record's number, if each is one more than that before; else 0. */
+/** The last number if all count up from `first` without a gap, otherwise 0. */
 uint64_t end_of_row(const std::vector<Json::Value>& records, uint64_t first = 1) {
     for (const Json::Value& record : records)
         if (record["number"].asUInt64() != first++) return 0;
@@ -71,7 +71,7 @@ class RecordsTest : public testing::Test {
         engine->push("", pushed.pkts, false);
     }
     void push(const char* sample) { push(test::sample_flow(sample).frames); }
-    /** Flows of one packet each; then lets them end. */
+    /** Pushes flows of one packet each and lets them end. */
     void end_flows(uint16_t first_port, uint16_t count) {
         for (uint16_t i = 0; i < count; i++)
             push({datagram(static_cast<uint16_t>(first_port + i))});
@@ -83,7 +83,7 @@ class RecordsTest : public testing::Test {
         engine->tick(problem);
         EXPECT_EQ(problem, "");
     }
-    /** Until so many records were sent, or so many more batches weren't taken. */
+    /** Runs until this many records have been sent in all, and this many more batches have failed. */
     void serve(uint64_t sent, uint64_t failed = 0) {
         failed += state()["failed"].asUInt64();
         for (int i = 0;
@@ -99,7 +99,7 @@ class RecordsTest : public testing::Test {
             all += body + "\n";
         return parse_lines(all);
     }
-    /** What came to the file in the next second. */
+    /** The records in the file, a second later. */
     std::vector<Json::Value> out() {
         tick(1000);
         return parse_lines(test::read_file(dir.file("out")));
