@@ -97,7 +97,7 @@ UNBELIEVABLE = (
 
 
 SENT = (
-    (["echo", "5"], {"message": "5"}),
+    (["call", "echo", "message=5"], {"message": "5"}),
     (["mt", "--depth", "255"], {"depth": 255}),
     (["load", "--type", "auto"], {"shm": {"type": "auto"}}),
     (["health", "configure", '{"a":[1]}'], {"cmd": "configure", "json": {"a": [1]}}),
