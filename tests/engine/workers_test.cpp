@@ -226,5 +226,36 @@ TEST(LiveWorkers, ShareAnInterfaceByFlowAndUseItAgainWhenItIsBack) {
         << "the lane stayed a worker's";
 }
 
+TEST(LiveWorkers, CaptureFromAnInterfaceThatWasRemovedAndHasComeBack) {
+    const test::NetNamespace net;
+    if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
+    // Each end greets the other as soon as it is up.
+    const auto add = [] {
+        return system("ip link add a type veth peer name b && ip link set a up && ip link set b up") == 0;
+    };
+    for (const uint16_t workers : {1, 3}) {
+        Engine engine{{}};
+        std::string problem;
+        Json::Value now;
+        const auto has_become = [&](bool up, int packets) {
+            return eventually([&] {
+                engine.tick(problem);
+                now = engine.sample("interfaces")["interfaces"][0];
+                return now["up"] == up && now["packets"].asInt() > packets;
+            });
+        };
+        engine.activate({1000, workers, false});
+        ASSERT_TRUE(add());
+        engine.attach("a");
+        ASSERT_TRUE(has_become(true, 0));
+        ASSERT_EQ(system("ip link del a"), 0);
+        ASSERT_TRUE(has_become(false, 0));
+        const int seen = now["packets"].asInt();
+        ASSERT_TRUE(add());
+        EXPECT_TRUE(has_become(true, seen)) << workers << " workers: " << now;
+        ASSERT_EQ(system("ip link del a"), 0);
+    }
+}
+
 }  // namespace
 }  // namespace corvo::engine
