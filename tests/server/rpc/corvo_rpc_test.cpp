@@ -5,13 +5,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <future>
 #include <memory>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "infra/corvo_scheduler.h"
 #include "server/rpc/corvo_rpc_server.h"
@@ -52,7 +50,7 @@ class RpcFixture : public testing::Test {
 
 class UnixRpc : public RpcFixture {
  protected:
-    /** From a socket that is bound to nothing, or to a name of at most 108 bytes. */
+    /** Sends from a socket without a name, or with one of at most 108 bytes. */
     UniqueFd send_from(const std::string& name) {
         UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         sockaddr_un own = {AF_UNIX, {}}, to = {AF_UNIX, {}};
@@ -128,38 +126,22 @@ class TcpRpc : public RpcFixture {
 
     TcpRpc() { listen("127.0.0.1", port); }
 
-    /** Reads while the server writes. */
-    std::string receive_all(const Client& client) {
-        std::string all;
-        std::vector<char> chunk(1 << 18);
-        bool open = true;
-        test::eventually([&] {
+    /** Does what blocks while the server serves. */
+    template <typename Work>
+    auto while_served(Work work) {
+        auto result = std::async(std::launch::async, work);
+        while (result.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+            sched.wait(1);
             sched.step();
-            ssize_t len;
-            while ((len = recv(client.fd(), chunk.data(), chunk.size(), MSG_DONTWAIT)) > 0)
-                all.append(chunk.data(), static_cast<size_t>(len));
-            open = len < 0 && errno == EAGAIN;
-            return !open;
-        });
-        EXPECT_FALSE(open);
-        return all;
+        }
+        return result.get();
     }
-    /** So many bytes, as fast as they are taken; false if the connection ends before. */
+    std::string receive_all(const Client& client) {
+        return while_served([&] { return client.receive_all(); });
+    }
+    /** Sends so many bytes; false if the connection ends before. */
     bool send_while_served(const Client& client, size_t count) {
-        const std::string chunk(1 << 20, 'r');
-        bool open = true;
-        // So much takes its time on a busy machine.
-        test::eventually(
-            [&] {
-                const ssize_t len = send(client.fd(), chunk.data(), std::min(count, chunk.size()),
-                                         MSG_DONTWAIT | MSG_NOSIGNAL);
-                if (len > 0) count -= static_cast<size_t>(len);
-                open = len > 0 || errno == EAGAIN;
-                sched.step();
-                return !open || count == 0;
-            },
-            60000);
-        return open && count == 0;
+        return while_served([&] { return client.send(std::string(count, 'r')); });
     }
     bool send_and_settle(const Client& client, const std::string& bytes) {
         return client.send(bytes) && settle();
