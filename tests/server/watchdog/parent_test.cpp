@@ -75,7 +75,7 @@ TEST(ChildExit, IsJudgedByStopThenWatchdogThenStatus) {
     }
 }
 
-/** What is said behind the banner, or all of it where there's none. */
+/** What is said after the banner, or everything if there is none. */
 std::string told(int status, bool put_down) {
     std::string text;
     bool in_banner = false;
@@ -101,7 +101,7 @@ TEST(ChildExit, IsToldLineByLine) {
               "e:Terminated by signal [Aborted]\ne:Core dump created\n");
 }
 
-/** Delays of a child that dies as soon as it has been started. */
+/** The delays for a child that dies as soon as it has started. */
 std::vector<uint32_t> delays(const WDConf& conf, size_t count, int64_t now = 100) {
     ReloadBackoff backoff;
     std::vector<uint32_t> found;
