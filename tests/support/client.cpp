@@ -80,7 +80,8 @@ bool TcpClient::send(const std::string& bytes) const {
 
 std::string TcpClient::receive_all() const {
     std::string all, chunk(1 << 18, '\0');
-    while (readable(fd(), 10000)) {
+    const auto end = clock::now() + std::chrono::seconds(10);
+    while (clock::now() < end && readable(fd(), 10000)) {
         const ssize_t size = recv(fd(), chunk.data(), chunk.size(), 0);
         if (size <= 0) return all;
         all.append(chunk, 0, static_cast<size_t>(size));

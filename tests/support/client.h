@@ -1,5 +1,5 @@
 #pragma once
-// Clients of the daemon's two transports, and waiting without sleeping blindly.
+// Clients of the daemon's two transports, and waiting for conditions.
 
 #include <json/value.h>
 
@@ -38,7 +38,7 @@ class TcpClient {
     /** Throws std::runtime_error if it can't connect. */
     explicit TcpClient(uint16_t port);
     bool send(const std::string& bytes) const;
-    /** All that comes until the connection ends. Throws std::runtime_error if it stays open. */
+    /** All that comes until the connection ends. Throws std::runtime_error if it doesn't in ten seconds. */
     std::string receive_all() const;
     void reset_on_close() const;
     int fd() const { return m_fd.get(); }
