@@ -33,7 +33,7 @@ TEST(Channel, AMessageOfAnySizeComesOutWhole) {
 }
 
 TEST(Channel, AFullOrBrokenSocketIsToldAtOnceAndWithoutASignal) {
-    // Only a stream tells its reader that the other end has gone without reading everything.
+    // Unlike a SOCK_SEQPACKET one, a datagram socket doesn't tell its reader that the peer has gone.
     for (const int type : {SOCK_DGRAM, SOCK_SEQPACKET}) {
         int fds[2];
         ASSERT_EQ(socketpair(AF_UNIX, type, 0, fds), 0);

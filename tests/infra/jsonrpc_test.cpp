@@ -1,4 +1,4 @@
-// Requests, from their text over the table of commands to the reply.
+// Requests: from their text through the table of commands to the reply.
 #include <gtest/gtest.h>
 #include <lz4.h>
 
@@ -17,7 +17,7 @@
 namespace corvo {
 namespace {
 
-/** A command whose body is given by the test. */
+/** A command whose body the test provides. */
 class Scripted : public RpcCommand {
  public:
     using Body = std::function<void(Scripted& self, const Json::Value& params, Json::Value& res)>;

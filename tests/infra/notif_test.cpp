@@ -41,7 +41,7 @@ std::string received(const test::UnixClient& client) {
     return text;
 }
 
-/** The hub is one for the process: each test starts with nothing stored. */
+/** The process has one hub, which each test clears first. */
 class Notifications : public testing::Test {
  protected:
     void SetUp() override {
@@ -121,7 +121,7 @@ TEST_F(Notifications, SubscribersThatDoNotTakeAnEventKeepItFromNobodyElse) {
     while (!received(healthy).empty()) {
     }
     const std::string overrun = "Failed notifing '" + slow.path() + "' - [Resource temporarily unavailable]";
-    long raised = 4;  // by the additions
+    long raised = 4;  // by adding the four
     for (; raised < 10000 && log.count(overrun) < 4; ++raised) {
         notify(INFO_KIND, "%ld", raised);
         EXPECT_EQ(json::write(stored()[stored().size() - 1]), received(healthy));

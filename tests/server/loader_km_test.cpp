@@ -193,7 +193,7 @@ TEST(RunningKernel, FilesAreReadWholeAndRefusalsTellTheirReason) {
     EXPECT_EQ(text, "before");
     EXPECT_TRUE(kernel->read_proc("/proc/self/status", text));
     EXPECT_THAT(text, StartsWith("Name:"));
-    // Neither succeeds anywhere: the one is no module, the other isn't loaded.
+    // Neither can succeed: the one is no module, the other isn't loaded.
     EXPECT_NE(kernel->init_module(image, ""), 0);
     EXPECT_NE(kernel->delete_module("brumecpd_no_such_module"), 0);
 }

@@ -1,4 +1,4 @@
-// The engine that is loaded, driven against the scripted library.
+// Engines: loaded, run and unloaded, with the scripted library.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -62,7 +62,7 @@ class LoaderTest : public testing::Test {
     EngineUS m_engine;
 };
 
-// The other operations are tried in every state by the test of the methods' document.
+// The test of the methods' document tries the other operations in every state.
 TEST_F(LoaderTest, InterfacesAndAVersionAreThereOnceADataPathIsActive) {
     for (const auto state : {STATE_UNLOADED, STATE_LOADED, STATE_ACTIVE, STATE_ATTACHED}) {
         SCOPED_TRACE(engine_state_to_str(state));
@@ -101,7 +101,7 @@ TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
         {"scripted", "return get_evfd -1\nfail deinit too", "engine gave no valid event descriptor (-1)",
          true},
     };
-    bring_up(STATE_LOADED);  // the poller's own descriptor comes with its first event
+    bring_up(STATE_LOADED);  // the poller opens a descriptor of its own for the first event
     m_engine.cleanup();
     calls();
     const size_t descriptors = test::open_descriptors();
@@ -124,7 +124,7 @@ TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
         m_engine.cleanup();
         calls();
     }
-    // To open it would wait for its writer.
+    // Opening a pipe would wait for its writer.
     ASSERT_EQ(mkfifo(m_dir.file("libcvcp_u.so").c_str(), 0600), 0);
     EXPECT_THAT(error_of([&] { m_engine.load_engine(m_dir.path(), {}); }), HasSubstr("Not a regular file"));
 }

@@ -33,7 +33,7 @@ class RpcFixture : public testing::Test {
         sched.add(server, EVENT_STATE_READ, 0);
     }
 
-    /** Serves until nothing is ready any more; false when that never comes to an end. */
+    /** Serves until nothing is ready any more; false if that doesn't end. */
     bool settle() {
         for (int i = 0; i < 2000; ++i) {
             if (!sched.wait(20)) return true;
@@ -126,7 +126,7 @@ class TcpRpc : public RpcFixture {
 
     TcpRpc() { listen("127.0.0.1", port); }
 
-    /** Does what blocks while the server serves. */
+    /** Runs what blocks in a thread while the server serves. */
     template <typename Work>
     auto while_served(Work work) {
         auto result = std::async(std::launch::async, work);
@@ -139,7 +139,7 @@ class TcpRpc : public RpcFixture {
     std::string receive_all(const Client& client) {
         return while_served([&] { return client.receive_all(); });
     }
-    /** Sends so many bytes; false if the connection ends before. */
+    /** Sends `count` bytes; false if the connection ends before. */
     bool send_while_served(const Client& client, size_t count) {
         return while_served([&] { return client.send(std::string(count, 'r')); });
     }
@@ -184,7 +184,7 @@ TEST_F(TcpRpc, APeerThatLeavesDuringItsRequestIsForgotten) {
 }
 
 TEST_F(TcpRpc, ASlowReaderHoldsNobodyElseAndGetsItsWholeReply) {
-    // A sending side that is closed stays raised in the poller, so the second one could wake us for ever.
+    // The poller keeps reporting that a peer has closed its sending side, which must not keep us busy.
     for (bool half_closed : {false, true}) {
         Client slow(port);
         padding = MORE_THAN_SOCKETS_HOLD;

@@ -237,7 +237,7 @@ TEST(Evidence, NothingIsWrittenWhereAStrangerHasLaidATrap) {
     fs::create_directory(events);
     for (const char* name : {"cvdump.json", "cv_hog_dump.txt", ".cveventsdummy"})
         fs::create_symlink(victim, events + name);
-    // Links in a folder of ours lead nowhere.
+    // Links in our own folder aren't followed.
     get_sig_handler()->init(events.c_str(), log);
     SigHandler::write_sig_report(SIGSEGV, nullptr);
     get_sig_handler()->on_hog_signal();
@@ -258,7 +258,7 @@ TEST(Evidence, NothingIsWrittenWhereAStrangerHasLaidATrap) {
     create_events_dir(events);
     EXPECT_TRUE(fs::is_empty(dir.file("elsewhere")));
 
-    // The log itself: a link of somebody else's, in a folder that is his, too.
+    // The log itself: a stranger's link isn't followed in a folder that is open to all.
     fs::create_symlink("victim", dir.file("trap"));
     ASSERT_EQ(lchown(dir.file("trap").c_str(), STRANGER, STRANGER), 0);
     for (const bool shared : {true, false}) {

@@ -67,7 +67,7 @@ TEST(Info, ARecordStopsAtTheFirstPieceThatDoesNotFitAndTellsWhatItUsed) {
     EXPECT_STREQ(InfoEngine::eng_state_to_str(4), "unknown state");
 }
 
-/** The server's handler gets all its signals and writes into the test's own folder. */
+/** The server's handler takes its signals and writes into a folder of the test. */
 class SigReport : public testing::Test {
  public:
     SigReport() {
