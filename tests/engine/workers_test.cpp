@@ -231,7 +231,9 @@ TEST(LiveWorkers, CaptureFromAnInterfaceThatWasRemovedAndHasComeBack) {
     if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
     // Each end greets the other as soon as it is up.
     const auto add = [] {
-        return system("ip link add a type veth peer name b && ip link set a up && ip link set b up") == 0;
+        return system(
+                   "ip link add tap type veth peer name feed && ip link set tap up && ip link set feed up") ==
+               0;
     };
     for (const uint16_t workers : {1, 3}) {
         Engine engine{{}};
@@ -246,14 +248,14 @@ TEST(LiveWorkers, CaptureFromAnInterfaceThatWasRemovedAndHasComeBack) {
         };
         engine.activate({1000, workers, false});
         ASSERT_TRUE(add());
-        engine.attach("a");
+        engine.attach("tap");
         ASSERT_TRUE(has_become(true, 0));
-        ASSERT_EQ(system("ip link del a"), 0);
+        ASSERT_EQ(system("ip link del tap"), 0);
         ASSERT_TRUE(has_become(false, 0));
         const int seen = now["packets"].asInt();
         ASSERT_TRUE(add());
-        EXPECT_TRUE(has_become(true, seen)) << workers << " workers: " << now;
-        ASSERT_EQ(system("ip link del a"), 0);
+        EXPECT_TRUE(has_become(true, seen)) << workers << " workers: " << now.toStyledString();
+        ASSERT_EQ(system("ip link del tap"), 0);
     }
 }
 
