@@ -23,9 +23,9 @@ def eventually(done, seconds=10, step=0.005):
 
 
 def stat_of(pid):
-    """Its state, parent, process group and session, as texts; None once it is reaped."""
+    """Its fields from the state on, as texts; None once it is reaped."""
     try:
-        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[:4]
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
     except OSError:
         return None
 
@@ -46,7 +46,7 @@ def children(pid):
 
 def session(pid):
     """What runs in the session that this process began, orphans included."""
-    return [p for p, (state, _, _, sid) in processes().items() if sid == str(pid) and state not in "ZX"]
+    return [p for p, stat in processes().items() if stat[3] == str(pid) and stat[0] not in "ZX"]
 
 
 def state_of(pid):

@@ -21,6 +21,8 @@ CONFIGURATION = """<yandex><logger><level>warning</level><log>{0}/log</log><erro
 <default_profile>default</default_profile><default_database>default</default_database></yandex>"""
 USERS = """<yandex><profiles><default></default></profiles><quotas><default></default></quotas><users><default><password/>
 <networks><ip>::/0</ip></networks><profile>default</profile><quota>default</quota></default></users></yandex>"""
+
+
 def run(*command):
     subprocess.run([str(word) for word in command], check=True)
 
@@ -32,7 +34,7 @@ def own_network():
 
 @contextlib.contextmanager
 def network_of(pid):
-    """Where its sockets are seen, those of datagrams without a path included."""
+    """In a process's network namespace, where alone it can answer the abstract sockets of clients."""
     home, there = (os.open(f"/proc/{process}/ns/net", os.O_RDONLY) for process in ("self", pid))
     try:
         checked(LIBC.setns(there, CLONE_NEWNET))
