@@ -7,6 +7,7 @@ import time
 
 import methods
 from harness.case import OURS, SANITIZED, SCRIPTED
+from harness.frames import udp, write_pcap
 from harness.processes import descriptors, kib
 from harness.rpc import request
 from trial import case, hold, meanwhile
@@ -93,3 +94,32 @@ for over_tcp in (False, True):
 @case("half-valid requests of all methods")
 def short_soak(trial):
     return soak(trial, 8 if trial.short else 60)
+
+
+# --- a gateway ------------------------------------------------------------------------------------------------
+HASTE = """if (id == CLOCK_MONOTONIC && rc == 0) {
+        t->tv_sec = t->tv_sec * 1440 + t->tv_nsec / 694445;
+        t->tv_nsec = t->tv_nsec % 694445 * 1440;
+    }"""
+
+
+@case("48 hours of flows that come, go idle and are recorded, in two minutes of a fast clock", short=False)
+def gateway(trial):
+    config, capture, rng = trial.folder / "conf", trial.folder / "x.pcap", random.Random(48)
+    config.write_text(f"spool = {trial.folder}/spool\nspool_bytes = 8388608\n")
+    daemon = trial.daemon("-a", "-v", "error", "--wd_no_hog", engine=OURS, preload=trial.clock(HASTE),
+                          env={"BRUMECP_ENGINE_CONF": str(config)})
+    for params in ({"cmd": "set_exporter", "socket": {"type": "file", "path": "/dev/null"}}, {"cmd": "enable"}):
+        daemon.result("collect", {**params, "component": "records"})
+
+    def push(until):
+        while time.monotonic() < until:
+            write_pcap(capture, [udp(bytes(30), port, 53) for port in rng.sample(range(1024, 65536), 200)])
+            for path in (capture, trial.captures / "sample.pcap"):
+                daemon.result("push_pcap", {"type": "filename", "filename": str(path), "reset": False})
+    seen = stays_flat(daemon, 120, push, 4096)
+    hours = daemon.result("status")["uptime"] // 3600
+    aged, sent = (daemon.result("collect", {"cmd": "show", "component": component})[member]
+                  for component, member in (("flows", "aged"), ("records", "sent")))
+    hold(hours >= 47 and aged > 50000 and sent > 50000, f"{hours} hours, {aged} flows aged, {sent} records sent")
+    return f"{hours} hours, {aged} flows went idle, {sent} records were sent; {seen}"
