@@ -63,7 +63,7 @@ def random_ends(trial):
     found = len(daemon.evidence())
     hold(crashes // 2 < found <= crashes, f"{found} folders of evidence for {crashes} ends")
     hold(all((folder / "log").is_file() for folder in daemon.evidence()), "evidence without a log")
-    hold(daemon.call("status")["result"]["state"] == "activated", "not activated")
+    hold(daemon.result("status")["state"] == "activated", "not activated")
     return f"{rounds} rounds, {len(replies)} replies meanwhile, {found} folders of evidence"
 
 
@@ -121,5 +121,5 @@ def wall_clock(trial):
     daemon.hold_other_child(child)
     hold(len({line[10:14] for line in log.splitlines()}) > 1, "the clock doesn't jump")
     hold(len(daemon.evidence()) == 1, "no evidence")
-    hold(daemon.call("status")["result"]["uptime"] < 60, "a wrong uptime")
+    hold(daemon.result("status")["uptime"] < 60, "a wrong uptime")
     return f"{len(replies)} replies; no hog, uptime and reload as ever"

@@ -17,11 +17,11 @@ def forms(schema):
 
 
 def with_text(value, text):
-    """The value with the text in place of each string in it, and as a further name in each object, one at a time."""
+    """The value with the text in place of each string in it, and of each object's members, one at a time."""
     if isinstance(value, str):
         yield text
     if isinstance(value, dict):
-        yield {**value, text: text}
+        yield {text: text}
         for name, inner in value.items():
             yield from ({**value, name: spoilt} for spoilt in with_text(inner, text))
 
