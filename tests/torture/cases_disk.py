@@ -62,11 +62,12 @@ def serve(daemon, count, seconds=1):
 @case("disk fills up under log and evidence: start, crash, reload, room again")
 def full_disk(trial):
     disk = small_disk(trial)
-    daemon = start(trial, disk / "log", "-v", "debug")
+    daemon = start(trial, disk / "log")
     filler = disk / "filler"
     with contextlib.suppress(OSError):
         filler.write_bytes(bytes(1 << 20))
-    serve(daemon, 100)
+    for _ in range(100):
+        daemon.result("echo", {"message": "a line of more than there is room for"})
     crash(daemon)
     filler.unlink()
     serve(daemon, 3)
