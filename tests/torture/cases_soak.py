@@ -87,14 +87,9 @@ def soak(trial, seconds, tcp=False, active=False):
     return f"{sum(asked)} requests, {seen}"
 
 
-for over_tcp in (False, True):
-    case(f"half-valid requests that leave our engine active, while captures are pushed, over {'TCP' if over_tcp else 'Unix'}",
-         over_tcp)(lambda trial, tcp: soak(trial, 8 if trial.short else 60, tcp, True))
-
-
-@case("half-valid requests of all methods")
-def short_soak(trial):
-    return soak(trial, 8 if trial.short else 60)
+for text, *how in (("of all methods",), ("that leave our engine active, while captures are pushed, over Unix", False, True),
+                   ("that leave our engine active, while captures are pushed, over TCP", True, True)):
+    case(f"half-valid requests {text}", *how)(lambda trial, *values: soak(trial, 8 if trial.short else 60, *values))
 
 
 # --- a gateway ------------------------------------------------------------------------------------------------
