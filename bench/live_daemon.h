@@ -18,13 +18,15 @@ namespace bench {
 
 class LiveDaemon {
  public:
-    /** Throws std::runtime_error if it doesn't answer. */
-    explicit LiveDaemon(const std::string& ifname) {
+    /** `workers`: of the engine. Throws std::runtime_error if it doesn't answer. */
+    explicit LiveDaemon(const std::string& ifname, int64_t workers = 1) {
+        const std::string config = m_dir.write("conf", "workers = " + std::to_string(workers));
         std::filesystem::create_directory(m_dir.file("bin"));
         std::filesystem::create_directory_symlink(BENCH_SHIPPED_ENGINE, m_dir.file("lib"));
         m_pid = fork();
         if (m_pid == 0) {
             const std::string log = m_dir.file("log"), work = m_dir.file("bin");
+            setenv("BRUMECP_ENGINE_CONF", config.c_str(), 1);
             dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
             if (chdir(work.c_str()) == 0)
                 execl(BENCH_DAEMON, "brumecpd", "-m", "us", "-s", socket_path().c_str(), "-l", log.c_str(),

@@ -1,9 +1,12 @@
 #pragma once
-// How a failing destination is retried: after increasing pauses. The first failure and the next success are
-// raised as notifications.
+// How a failing destination is retried: after increasing pauses. The first failure and the next success
+// become notifications, which only the engine's calling thread may raise.
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "notice.h"
 
 namespace corvo::engine {
 
@@ -23,6 +26,8 @@ class Backoff {
 
     void failed(const std::string& error, uint64_t now_ms);
     void succeeded();
+    /** Raises what has become due since the last call. */
+    void raise_notices();
 
     /** How long to wait before the next try, ms. */
     uint64_t wait_ms(uint64_t now_ms) const { return now_ms < m_retry_at_ms ? m_retry_at_ms - now_ms : 0; }
@@ -38,6 +43,7 @@ class Backoff {
     uint64_t m_failures = 0;
     uint64_t m_in_a_row = 0;
     std::string m_error;
+    std::vector<Notice> m_notices;
 };
 
 }  // namespace corvo::engine

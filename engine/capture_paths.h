@@ -25,7 +25,7 @@ class CapturePaths {
     /** Returns null if there is none. Counts as a use. */
     NamedPath* find(const std::string& dpaddr);
     /** Creates the path if it doesn't exist; throws Error if there are MAX_PATHS already. */
-    NamedPath& open(const std::string& dpaddr, uint64_t instance);
+    NamedPath& open(const std::string& dpaddr, uint64_t instance, unsigned shards = 1);
     /** Does nothing if there is none. Its flows are freed gradually. */
     void close(const std::string& dpaddr);
     void close_all();

@@ -12,24 +12,32 @@
 
 namespace corvo::engine {
 
+/** Sockets of one interface, among which the kernel deals its frames: both directions of a flow to the same.
+ */
+struct FanoutGroup {
+    unsigned index = 0;  ///< that of the interface; 0 while there is no group
+    uint16_t id = 0;
+};
+
 class CaptureSocket {
  public:
     /**
-     * `ring_bytes`: see PacketRing. Throws Error if the interface doesn't exist, can't be opened, or doesn't
-     * carry Ethernet frames.
+     * `ring_bytes`: see PacketRing. `group`, which must outlive this, is null for all of the interface's
+     * frames. Throws Error if the interface doesn't exist, can't be opened, or doesn't carry Ethernet frames.
      */
-    CaptureSocket(const std::string& ifname, size_t ring_bytes);
+    CaptureSocket(const std::string& ifname, size_t ring_bytes, FanoutGroup* group);
 
-    int fd() const { return m_fd.get(); }
+    /** Changes with `refresh`. */
+    int fd() const { return m_source.fd.get(); }
     const std::string& name() const { return m_name; }
 
     /** Returns the number of frames set, at most `max`; they are valid until the next call. Never blocks. */
     unsigned receive(CapturedFrame* frames, unsigned max);
     /**
      * Call once a second. Asks the kernel for its drop count, and starts using an interface again that was
-     * down, or that was removed and has come back.
+     * down, or that was removed and has come back. True if there is a new descriptor.
      */
-    void refresh();
+    bool refresh();
 
     uint64_t packets() const { return m_packets; }
     uint64_t bytes() const { return m_bytes; }
@@ -42,14 +50,21 @@ class CaptureSocket {
     std::string take_problem() { return std::exchange(m_problem, {}); }
 
  private:
-    void bind_to(unsigned index);
+    struct Source {
+        OwnedFd fd;
+        std::unique_ptr<PacketRing> ring;
+    };
+
+    Source open(unsigned index) const;
+    void join_group(int fd, unsigned index, bool loopback) const;
     void look_for_error();
     short flags() const;
 
     std::string m_name;
-    OwnedFd m_fd;
-    std::unique_ptr<PacketRing> m_ring;
-    unsigned m_index = 0;
+    size_t m_ring_bytes;
+    FanoutGroup* m_group;
+    unsigned m_index;
+    Source m_source;
     bool m_up = true;
     uint64_t m_packets = 0;
     uint64_t m_bytes = 0;

@@ -1,7 +1,9 @@
 #pragma once
-// Where data paths get their classifiers. Making one takes some ten milliseconds, so a spare is kept.
+// Where data paths get their classifiers. Making one takes some ten milliseconds, so a spare is kept. Workers
+// may share this.
 
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "classifier.h"
@@ -15,11 +17,16 @@ class Classifiers {
      * as Classifier's constructor.
      */
     std::unique_ptr<Classifier> take() {
+        const std::lock_guard lock(m_mutex);
         return m_spare ? std::move(m_spare) : std::make_unique<Classifier>();
     }
-    bool has_spare() const { return m_spare != nullptr; }
+    bool has_spare() const {
+        const std::lock_guard lock(m_mutex);
+        return m_spare != nullptr;
+    }
     /** Makes a spare if there is none. Throws what Classifier's constructor throws. */
     void restock() {
+        const std::lock_guard lock(m_mutex);
         if (!m_spare) m_spare = std::make_unique<Classifier>();
     }
     /**
@@ -27,12 +34,14 @@ class Classifiers {
      * its flows may be left.
      */
     void give_back(std::unique_ptr<Classifier> used) {
+        const std::lock_guard lock(m_mutex);
         if (m_spare || !used || !used->is_clean()) return;
         used->forget_protocols();
         m_spare = std::move(used);
     }
 
  private:
+    mutable std::mutex m_mutex;
     std::unique_ptr<Classifier> m_spare;
 };
 

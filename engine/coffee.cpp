@@ -11,22 +11,22 @@ constexpr uint32_t DEFAULT_DUMP = 100;
 /** The daemon serves nothing else while it writes a dump. */
 constexpr uint32_t MAX_DUMP = 10000;
 
-std::string help(DataPath*, const Args&);
+std::string help(Shards*, const Args&);
 
-std::string remove_all_links(DataPath* path, const Args&) {
+std::string remove_all_links(Shards* path, const Args&) {
     if (path) path->remove_all_links();
     return "all links removed";
 }
 
-std::string kill_all_flows(DataPath* path, const Args&) {
+std::string kill_all_flows(Shards* path, const Args&) {
     return std::to_string(path ? path->kill_all_flows() : 0) + " flows removed";
 }
 
-std::string count(DataPath* path, const Args&) {
+std::string count(Shards* path, const Args&) {
     return std::to_string(path ? path->flow_count() : 0);
 }
 
-std::string dump(DataPath* path, const Args& args) {
+std::string dump(Shards* path, const Args& args) {
     uint32_t limit = args.empty() ? DEFAULT_DUMP : args[0];
     if (limit > MAX_DUMP) {
         throw Error("the limit of dp.ft.dump is " + std::to_string(limit) + ", expecting at most " +
@@ -38,7 +38,7 @@ std::string dump(DataPath* path, const Args& args) {
 struct Function {
     const char* name;
     size_t max_args;
-    std::string (*run)(DataPath*, const Args&);
+    std::string (*run)(Shards*, const Args&);
     const char* usage;
 };
 constexpr Function FUNCTIONS[] = {
@@ -49,7 +49,7 @@ constexpr Function FUNCTIONS[] = {
     {"dp.veld.sui_lut_remove_all_links", 0, remove_all_links, "forget what was learned about hosts"},
 };
 
-std::string help(DataPath*, const Args&) {
+std::string help(Shards*, const Args&) {
     std::string out;
     for (const Function& function : FUNCTIONS) {
         out.append(function.name).append(": ").append(function.usage).append("\n");
@@ -59,7 +59,7 @@ std::string help(DataPath*, const Args&) {
 
 }  // namespace
 
-std::string run_coffee(DataPath* path, const std::string& func, const std::vector<uint32_t>& args) {
+std::string run_coffee(Shards* path, const std::string& func, const std::vector<uint32_t>& args) {
     for (const Function& function : FUNCTIONS) {
         if (func != function.name) continue;
         if (args.size() > function.max_args) {

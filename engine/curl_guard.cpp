@@ -30,19 +30,12 @@ void for_each_descriptor(Visit visit) {
 
 CurlGuard::CurlGuard() {
     for_each_descriptor([&](int fd) { m_before.insert(fd); });
-    sigset_t all;
-    sigfillset(&all);
-    // Faults are still reported where they occur.
-    for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
-        sigdelset(&all, fault);
-    pthread_sigmask(SIG_BLOCK, &all, &m_signals);
 }
 
 CurlGuard::~CurlGuard() {
     for_each_descriptor([&](int fd) {
         if (!m_before.count(fd)) fcntl(fd, F_SETFD, FD_CLOEXEC);
     });
-    pthread_sigmask(SIG_SETMASK, &m_signals, nullptr);
 }
 
 void keep_curl_library() {

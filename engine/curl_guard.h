@@ -2,10 +2,10 @@
 // Keeps libcurl's side effects away from the process in which we are a guest.
 
 #include <curl/curl.h>
-#include <pthread.h>
 
-#include <csignal>
 #include <set>
+
+#include "blocked_signals.h"
 
 namespace corvo::engine {
 
@@ -22,8 +22,8 @@ class CurlGuard {
     ~CurlGuard();
 
  private:
-    sigset_t m_signals;
     std::set<int> m_before;
+    const BlockedSignals m_no_signals;
 };
 
 /** Keeps libcurl loaded. Its lookup threads may outlive the engine, and their code must not be unmapped. */

@@ -62,7 +62,7 @@ DataPath::~DataPath() {
 
 void DataPath::push(std::vector<api::pkt_>& pkts, bool extended) {
     const uint64_t now_ms = m_clock();
-    if (!m_classifier) m_classifier = m_classifiers.take();
+    prepare();
     m_outcomes.resize(pkts.size());
     m_frames.resize(extended ? pkts.size() : 1);
     m_pushed.packets += pkts.size();
@@ -77,9 +77,30 @@ void DataPath::push(std::vector<api::pkt_>& pkts, bool extended) {
     }
 }
 
+void DataPath::push(std::vector<api::pkt_>& pkts, const Deal& deal, unsigned shard, bool extended) {
+    const uint64_t now_ms = m_clock();
+    m_outcomes.resize(pkts.size());
+    for (size_t i = 0; i < pkts.size(); i++) {
+        if (deal[i].shard != shard) continue;
+        m_pushed += {1, pkts[i].len, 0};
+        const Frame& frame = deal[i].frame;
+        m_outcomes[i] = frame.error != api::PKT_OK ? failed(frame.error)
+                                                   : handle(frame, deal[i].key, pkts[i].len, now_ms);
+    }
+    for (size_t i = 0; i < pkts.size(); i++) {
+        if (deal[i].shard != shard) continue;
+        answer(m_outcomes[i], pkts[i]);
+        if (extended) answer_extended(m_outcomes[i], deal[i].frame, pkts[i]);
+    }
+}
+
+void DataPath::prepare() {
+    if (!m_classifier) m_classifier = m_classifiers.take();
+}
+
 void DataPath::observe(const CapturedFrame* frames, size_t count) {
     const uint64_t now_ms = m_clock();
-    if (!m_classifier && count > 0) m_classifier = m_classifiers.take();
+    if (count > 0) prepare();
     Frame frame;
     for (size_t i = 0; i < count; i++)
         handle({frames[i].data, frames[i].len, frames[i].wire_len, 0}, frame, now_ms);
@@ -88,12 +109,16 @@ void DataPath::observe(const CapturedFrame* frames, size_t count) {
 DataPath::Outcome DataPath::handle(const Input& input, Frame& frame, uint64_t now_ms) {
     frame = decode_frame(input.data, input.len);
     if (frame.error != api::PKT_OK) return failed(frame.error);
-    const DirectedKey directed = key_of(frame, input.ns_id, m_kind == CAPTURE ? frame.vlan : 0);
+    return handle(frame, key_of_frame(frame, input.ns_id), input.wire_len, now_ms);
+}
+
+DataPath::Outcome DataPath::handle(const Frame& frame, const DirectedKey& directed, uint32_t wire_len,
+                                   uint64_t now_ms) {
     Flow* flow = nullptr;
     try {
         flow = flow_of(directed.key, now_ms);
         if (!flow) return failed(api::PKT_MAX_FLOWS_REACHED);
-        count(*flow, directed.from_upper, input.wire_len, now_ms);
+        count(*flow, directed.from_upper, wire_len, now_ms);
         if (frame.tcp_flags & TCP_FIN) flow->fin_seen[directed.from_upper] = true;
         if (frame.tcp_flags & TCP_RST) flow->reset_seen = true;
         if (!flow->decided) let_decide(*flow, [&] { m_classifier->inspect(*flow, frame, now_ms); });

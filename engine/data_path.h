@@ -22,6 +22,14 @@
 
 namespace corvo::engine {
 
+/** What a push's packets are, and the shard that each is for; see Shards. */
+struct DealtPacket {
+    Frame frame;
+    DirectedKey key;  ///< only if the frame has no error
+    unsigned shard = 0;
+};
+using Deal = std::vector<DealtPacket>;
+
 class DataPath {
  public:
     enum kind_e {
@@ -42,6 +50,13 @@ class DataPath {
      * std::bad_alloc. Throws Error if no classifier can be made.
      */
     void push(std::vector<api::pkt_>& pkts, bool extended);
+    /** The same for those that are dealt to `shard`, after `prepare`. Leaves the others alone. */
+    void push(std::vector<api::pkt_>& pkts, const Deal& deal, unsigned shard, bool extended);
+    /** Takes the classifier, unless there is one. Throws Error if none can be made. */
+    void prepare();
+    DirectedKey key_of_frame(const Frame& frame, uint32_t ns_id) const {
+        return key_of(frame, ns_id, m_kind == CAPTURE ? frame.vlan : 0);
+    }
 
     /** Processes captured frames like pushed packets in name space 0, but returns no results. */
     void observe(const CapturedFrame* frames, size_t count);
@@ -70,6 +85,8 @@ class DataPath {
     kind_e kind() const { return m_kind; }
     uint32_t flow_count() const { return m_table.size(); }
     const FlowTable& table() const { return m_table; }
+    /** Number of flows ever added. */
+    uint64_t created() const { return m_table.created(); }
     /** Null before the first packet. */
     const Classifier* classifier() const { return m_classifier.get(); }
     /** Packets and bytes received by `push`; `flows` is unused. */
@@ -103,6 +120,7 @@ class DataPath {
     };
 
     Outcome handle(const Input& input, Frame& frame, uint64_t now_ms);
+    Outcome handle(const Frame& frame, const DirectedKey& directed, uint32_t wire_len, uint64_t now_ms);
     Outcome failed(api::pkt_error_e error, Flow* flow = nullptr);
     void count(Flow& flow, bool from_upper, uint32_t wire_len, uint64_t now_ms);
     template <typename Decide>

@@ -21,28 +21,55 @@ constexpr uint64_t ROOM_AGAIN = 90;
 // neither is the address. The command table is for the methods, which this class doesn't know.
 Engine::Engine(const api::InitConfig&, const Options& options, ClockFn clock, ClockFn time_of_day)
     : m_clock(clock),
+      m_default_workers(static_cast<unsigned>(options.workers)),
       m_interfaces(options.ring_bytes),
       m_records(options, clock, time_of_day),
       m_captures(m_classifiers, clock) {}
 
 Engine::~Engine() {
+    m_workers.reset();
     if (m_path) m_path->data.kill_all_flows();
     m_records.close();
 }
 
-// All packets come from the single calling thread, so one worker does the work of any number.
 void Engine::activate(const api::ActivateConfig& config) {
     if (m_path) throw Error("the data path is already active");
     m_classifiers.restock();  // for whoever needs the first one
+    const unsigned workers = config.dp_workers > 1 ? config.dp_workers : m_default_workers;
     m_path = std::make_unique<NamedPath>(data_path_name(), ++m_instances, m_classifiers, config.max_flows,
-                                         DataPath::LIVE, m_clock);
+                                         workers, DataPath::LIVE, m_clock);
     m_path_due_ms = m_captures_due_ms = 0;
     watch_flows();
+    try {
+        start_workers(m_path->data.count());
+    } catch (...) {
+        m_path.reset();
+        throw;
+    }
+}
+
+void Engine::start_workers(unsigned count) {
+    if (count == 1) return;
+    m_interfaces.make_worker_lanes(count);
+    try {
+        m_workers = std::make_unique<Workers>(m_interfaces, m_path->data);
+    } catch (...) {
+        m_interfaces.make_worker_lanes(0);
+        throw;
+    }
+}
+
+void Engine::end_workers() {
+    if (!m_workers) return;
+    m_workers->end();
+    m_workers.reset();
 }
 
 void Engine::deactivate() {
-    DataPath& live = path();
+    Shards& live = path();
+    end_workers();
     m_interfaces.detach_all();
+    m_interfaces.make_worker_lanes(0);
     live.kill_all_flows();
     m_records.flush();
     m_past_refused += live.errors(api::PKT_MAX_FLOWS_REACHED);
@@ -53,7 +80,7 @@ void Engine::deactivate() {
     m_told = ROOM;
 }
 
-DataPath& Engine::path() const {
+Shards& Engine::path() const {
     if (!m_path) throw Error("the data path isn't active");
     return m_path->data;
 }
@@ -75,24 +102,34 @@ void Engine::close(const std::string& dpaddr) {
 }
 
 int Engine::tick(std::string& problem) {
-    uint64_t now_ms = m_clock();
-    if (m_path) m_interfaces.poll(m_path->data);
+    const uint64_t now_ms = m_clock();
+    uint64_t delay_ms = tick_live(now_ms, problem);
+    if (now_ms >= m_captures_due_ms) m_captures_due_ms = now_ms + m_captures.tick(now_ms);
+    delay_ms = std::min(delay_ms, m_captures_due_ms - now_ms);
+    delay_ms = std::min(delay_ms, m_exporter.tick(now_ms));
+    delay_ms = std::min(delay_ms, m_records.tick(now_ms));
+    return static_cast<int>(delay_ms);
+}
+
+// Workers capture and forget idle flows by themselves. The pause waits for those that are at it: one that
+// hangs shows in the calling thread, which is supervised.
+uint64_t Engine::tick_live(uint64_t now_ms, std::string& problem) {
+    const Workers::Pause pause = this->pause();
+    if (m_path && !m_workers) m_interfaces.own_lane().poll(m_path->data.at(0));
     // Captured frames cause far more ticks than these jobs need.
     if (m_path && now_ms >= m_path_due_ms) {
         m_path->lists.tick(now_ms);
-        m_path_due_ms = now_ms + static_cast<uint64_t>(m_path->data.tick());
+        m_path_due_ms =
+            now_ms + (m_workers ? LOOK_AFTER_MS : static_cast<uint64_t>(m_path->data.at(0).tick()));
     }
-    if (now_ms >= m_captures_due_ms) m_captures_due_ms = now_ms + m_captures.tick(now_ms);
     if (now_ms >= m_look_after_due_ms) look_after(now_ms);
-    uint64_t delay_ms = std::min(m_look_after_due_ms, m_captures_due_ms) - now_ms;
+    uint64_t delay_ms = m_look_after_due_ms - now_ms;
     if (m_path) delay_ms = std::min(delay_ms, m_path_due_ms - now_ms);
-    delay_ms = std::min(delay_ms, m_collectors.tick(now_ms, source(), [this](std::string sample) {
+    problem = m_interfaces.take_problem();
+    if (problem.empty() && m_workers) problem = m_workers->take_problem();
+    return std::min(delay_ms, m_collectors.tick(now_ms, source(), [this](std::string sample) {
         m_exporter.add(std::move(sample));
     }));
-    delay_ms = std::min(delay_ms, m_exporter.tick(now_ms));
-    delay_ms = std::min(delay_ms, m_records.tick(now_ms));
-    problem = m_interfaces.take_problem();
-    return static_cast<int>(delay_ms);
 }
 
 void Engine::look_after(uint64_t now_ms) {
@@ -104,7 +141,7 @@ void Engine::look_after(uint64_t now_ms) {
 }
 
 void Engine::watch_flow_table() {
-    const DataPath& live = path();
+    const Shards& live = path();
     const uint64_t refused = live.errors(api::PKT_MAX_FLOWS_REACHED);
     const bool refusing = refused > std::exchange(m_refused, refused);
     const bool evicting = live.evicted() > std::exchange(m_evicted, live.evicted());
@@ -112,7 +149,7 @@ void Engine::watch_flow_table() {
     if (now > m_told) {
         m_told = now;
         raise_notice("flow_table.full", notif::SEV_WARN,
-                     "all " + std::to_string(live.table().max_flows()) + " flows are in use, " +
+                     "all " + std::to_string(live.max_flows()) + " flows are in use, " +
                          (refusing ? "new ones are refused" : "the longest idle make room"));
     } else if (now == ROOM && flow_table_use(&live) < ROOM_AGAIN) {
         m_told = ROOM;
@@ -130,40 +167,47 @@ uint64_t Engine::evictions() const {
 
 void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended) {
     check_address(dpaddr);
-    DataPath& live = path();
+    Shards& live = path();
     if (!CapturePaths::is_capture(dpaddr)) {
+        const Workers::Pause pause = this->pause();
         live.push(pkts, extended);
         m_records.flush();
         return;
     }
     NamedPath* known = m_captures.find(dpaddr);
-    NamedPath& capture = known ? *known : m_captures.open(dpaddr, ++m_instances);
-    capture.data.push(pkts, extended);
+    NamedPath& capture = known ? *known : m_captures.open(dpaddr, ++m_instances, live.count());
+    capture.data.push(pkts, extended, m_workers.get());
 }
 
 // A reset arrives before the first push to a capture's data path, when there is nothing to reset yet.
 std::string Engine::coffee(const std::string& dpaddr, const std::string& func,
                            const std::vector<uint32_t>& args) {
     check_address(dpaddr);
-    if (!CapturePaths::is_capture(dpaddr)) return run_coffee(live_path(), func, args);
+    if (!CapturePaths::is_capture(dpaddr)) {
+        const Workers::Pause pause = this->pause();
+        return run_coffee(live_path(), func, args);
+    }
     NamedPath* capture = m_captures.find(dpaddr);
     return run_coffee(capture ? &capture->data : nullptr, func, args);
 }
 
 void Engine::attach(const std::string& ifname) {
     path();
+    const Workers::Pause pause = this->pause();
     m_interfaces.attach(ifname);
 }
 
 void Engine::detach(const std::string& ifname) {
     path();
+    const Workers::Pause pause = this->pause();
     m_interfaces.detach(ifname);
 }
 
 std::vector<std::string> Engine::attached() const {
+    const Workers::Pause pause = this->pause();
     std::vector<std::string> out;
-    for (const auto& socket : m_interfaces.attached())
-        out.push_back(socket->name());
+    for (const Interfaces::Counters& interface : m_interfaces.attached())
+        out.push_back(interface.name);
     return out;
 }
 
@@ -180,6 +224,7 @@ void Engine::disable_collector(const std::string& component) {
 }
 
 void Engine::watch_flows() {
+    const Workers::Pause pause = this->pause();
     if (m_path) m_path->data.watch(m_collectors.is_enabled(Records::COLLECTOR) ? &m_records : nullptr);
 }
 
@@ -194,6 +239,7 @@ void Engine::set_collector_interval(const std::string& component, uint64_t inter
 }
 
 Json::Value Engine::sample(const std::string& component) {
+    const Workers::Pause pause = this->pause();
     m_interfaces.refresh();
     return m_collectors.sample(component, source());
 }
@@ -206,6 +252,7 @@ Json::Value Engine::collectors() const {
 }
 
 Json::Value Engine::health(bool verbose) {
+    const Workers::Pause pause = this->pause();
     m_recent_drops.update(m_clock(), drops());
     m_recent_evictions.update(m_clock(), evictions());
     Health::Values values;

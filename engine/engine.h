@@ -17,6 +17,7 @@
 #include "named_path.h"
 #include "options.h"
 #include "records.h"
+#include "workers.h"
 
 namespace corvo::engine {
 
@@ -30,8 +31,12 @@ class Engine {
     /** Ends the records like `deactivate`. */
     ~Engine();
 
+    /** With more than one worker, each has a thread, a share of the flow table, and one of the traffic. */
     void activate(const api::ActivateConfig& config);
-    /** Detaches the interfaces that are still attached. */
+    /**
+     * Detaches the interfaces that are still attached. Throws Error if a worker doesn't end within a second;
+     * may be tried again.
+     */
     void deactivate();
     /**
      * Returns the delay until the next call, ms. `problem` reports a new problem once; the tick has succeeded
@@ -40,6 +45,9 @@ class Engine {
     int tick(std::string& problem);
     /** Becomes readable when a tick is wanted at once; open as long as the engine lives. */
     int event_fd() const { return m_interfaces.event_fd(); }
+
+    /** Keeps workers from live traffic. Hold it while working on a path that `path_of` has returned. */
+    Workers::Pause pause() const { return m_workers ? m_workers->pause() : Workers::Pause(); }
 
     // A data path is addressed as "dp0", as "" (any), or as a capture's "capture:NAME".
     void push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended);
@@ -73,9 +81,12 @@ class Engine {
     enum fullness_e { ROOM, EVICTING, REFUSING };
 
     static void check_address(const std::string& dpaddr);
-    DataPath& path() const;
-    DataPath* live_path() const { return m_path ? &m_path->data : nullptr; }
+    Shards& path() const;
+    Shards* live_path() const { return m_path ? &m_path->data : nullptr; }
     SampleSource source() const { return {live_path(), m_interfaces, m_records}; }
+    void start_workers(unsigned count);
+    void end_workers();
+    uint64_t tick_live(uint64_t now_ms, std::string& problem);
     void watch_flows();
     void look_after(uint64_t now_ms);
     void watch_flow_table();
@@ -83,6 +94,7 @@ class Engine {
     uint64_t evictions() const;
 
     ClockFn m_clock;
+    unsigned m_default_workers;
     Interfaces m_interfaces;
     Collectors m_collectors;
     Exporter m_exporter;
@@ -102,6 +114,7 @@ class Engine {
     uint64_t m_past_refused = 0;  ///< refused packets of earlier data paths
     uint64_t m_past_evicted = 0;
     fullness_e m_told = ROOM;
+    std::unique_ptr<Workers> m_workers;  ///< null if the calling thread is the only one
 };
 
 }  // namespace corvo::engine

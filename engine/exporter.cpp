@@ -40,6 +40,12 @@ void Exporter::drop(std::list<std::string>::iterator text) {
 }
 
 uint64_t Exporter::tick(uint64_t now_ms) {
+    const uint64_t delay_ms = send(now_ms);
+    m_state.backoff.raise_notices();
+    return delay_ms;
+}
+
+uint64_t Exporter::send(uint64_t now_ms) {
     State& state = m_state;
     for (size_t i = 0; i < MAX_QUEUED && !state.queue.empty(); i++) {
         const uint64_t wait_ms = state.backoff.wait_ms(now_ms);

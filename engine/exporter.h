@@ -46,6 +46,7 @@ class Exporter {
         Backoff backoff{{"export.failed", "export.back", "samples are exported again"}};
     };
 
+    uint64_t send(uint64_t now_ms);
     void drop(std::list<std::string>::iterator text);
     void settle(ExportSink::Outcome outcome, uint64_t now_ms);
 

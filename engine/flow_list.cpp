@@ -15,12 +15,21 @@ namespace {
 /** Entries between two clock reads. */
 constexpr uint32_t ENTRIES_PER_MOMENT = 256;
 
-/** Calls `visit` with the index and the flow of each entry from `at` on. True at the end of the table. */
+/** One of a path's entries, and how far it has been read. */
+struct Place {
+    unsigned shard = 0;
+    uint32_t entry = 0;
+};
+
+/** Calls `visit` with the place and the flow of each entry from `at` on. True at the end of the tables. */
 template <typename Visit>
-bool for_each_flow(const FlowTable& table, uint32_t& at, const Budget& budget, Visit visit) {
-    for (; at < table.entries(); at++) {
-        if (at % ENTRIES_PER_MOMENT == 0 && budget.spent()) return false;
-        if (const Flow* flow = table.at(at)) visit(at, *flow);
+bool for_each_flow(const Shards& path, Place& at, const Budget& budget, Visit visit) {
+    for (; at.shard < path.count(); at = {at.shard + 1, 0}) {
+        const FlowTable& table = path.at(at.shard).table();
+        for (; at.entry < table.entries(); at.entry++) {
+            if (at.entry % ENTRIES_PER_MOMENT == 0 && budget.spent()) return false;
+            if (const Flow* flow = table.at(at.entry)) visit(at, *flow);
+        }
     }
     return true;
 }
@@ -32,22 +41,24 @@ int64_t realtime_ms() {
 
 class ListOfFlows : public FlowList {
  public:
-    ListOfFlows(const DataPath& path, const FlowQuery& query, ClockFn clock)
+    ListOfFlows(const Shards& path, const FlowQuery& query, ClockFn clock)
         : m_path(path), m_query(query), m_clock(clock) {}
 
     const char* member() const override { return "flows"; }
 
     bool collect(const Budget& budget) override {
-        return for_each_flow(m_path.table(), m_at, budget, [this](uint32_t index, const Flow& flow) {
-            if (m_query.matches(flow)) m_ranking.add({rank(flow), index, flow.hash});
+        return for_each_flow(m_path, m_at, budget, [this](const Place& place, const Flow& flow) {
+            if (!m_query.matches(flow)) return;
+            m_ranking.add({rank(flow), place.entry * m_path.count() + place.shard, flow.hash});
         });
     }
 
     std::optional<Row> row(const Ranked& item) const override {
-        const Flow* flow = m_path.table().at(item.index);
+        const DataPath& shard = m_path.at(item.index % m_path.count());
+        const Flow* flow = shard.table().at(item.index / m_path.count());
         if (!flow || flow->hash != item.hash) return std::nullopt;
         const bool live = m_path.kind() == DataPath::LIVE;
-        return flow_row(*flow, *m_path.classifier(),
+        return flow_row(*flow, *shard.classifier(),
                         {m_query.guess, live, live ? realtime_ms() - static_cast<int64_t>(m_clock()) : 0});
     }
 
@@ -63,26 +74,26 @@ class ListOfFlows : public FlowList {
         }
     }
 
-    const DataPath& m_path;
+    const Shards& m_path;
     FlowQuery m_query;
     ClockFn m_clock;
-    uint32_t m_at = 0;
+    Place m_at;
 };
 
 class ListOfHosts : public FlowList {
  public:
-    explicit ListOfHosts(const DataPath& path) : m_path(path) {}
+    explicit ListOfHosts(const Shards& path) : m_path(path) {}
 
     const char* member() const override { return "hosts"; }
 
     bool collect(const Budget& budget) override {
-        const auto add_both = [this](uint32_t, const Flow& flow) {
+        const auto add_both = [this](const Place&, const Flow& flow) {
             const FlowKey& key = flow.key;
             const bool alone = key.words[0] == key.words[2] && key.words[1] == key.words[3];
             add({key.words[0], key.words[1], key.version()}, flow);
             if (!alone) add({key.words[2], key.words[3], key.version()}, flow);
         };
-        if (!for_each_flow(m_path.table(), m_at, budget, add_both)) return false;
+        if (!for_each_flow(m_path, m_at, budget, add_both)) return false;
         m_known.clear();
         for (; m_ranked < m_hosts.size(); m_ranked++)
             m_ranking.add({m_hosts[m_ranked].traffic.bytes, m_ranked, 0});
@@ -121,10 +132,10 @@ class ListOfHosts : public FlowList {
         m_hosts[known->second].traffic += flow.traffic();
     }
 
-    const DataPath& m_path;
+    const Shards& m_path;
     std::unordered_map<Address, uint32_t, Hash> m_known;  ///< index in `m_hosts`
     std::vector<Host> m_hosts;
-    uint32_t m_at = 0;
+    Place m_at;
     uint32_t m_ranked = 0;
 };
 
@@ -166,11 +177,11 @@ FlowQuery::Address parse_address(const std::string& text) {
     throw Error("invalid IPv4 / IPv6 address '" + text + "'");
 }
 
-std::unique_ptr<FlowList> make_flow_list(const DataPath& path, const FlowQuery& query, ClockFn clock) {
+std::unique_ptr<FlowList> make_flow_list(const Shards& path, const FlowQuery& query, ClockFn clock) {
     return std::make_unique<ListOfFlows>(path, query, clock);
 }
 
-std::unique_ptr<FlowList> make_host_list(const DataPath& path) {
+std::unique_ptr<FlowList> make_host_list(const Shards& path) {
     return std::make_unique<ListOfHosts>(path);
 }
 

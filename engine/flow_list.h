@@ -33,7 +33,7 @@ class FlowList {
     bool m_collected = false;
 };
 
-std::unique_ptr<FlowList> make_flow_list(const DataPath& path, const FlowQuery& query, ClockFn clock);
-std::unique_ptr<FlowList> make_host_list(const DataPath& path);
+std::unique_ptr<FlowList> make_flow_list(const Shards& path, const FlowQuery& query, ClockFn clock);
+std::unique_ptr<FlowList> make_host_list(const Shards& path);
 
 }  // namespace corvo::engine

@@ -25,7 +25,7 @@ std::pair<uint64_t, size_t> parse_cursor(const std::string& text) {
 
 }  // namespace
 
-FlowLists::FlowLists(const DataPath& path, uint64_t first_id, ClockFn clock)
+FlowLists::FlowLists(const Shards& path, uint64_t first_id, ClockFn clock)
     : m_path(path), m_clock(clock), m_next_id(first_id) {}
 FlowLists::~FlowLists() = default;
 

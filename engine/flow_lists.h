@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
-#include "data_path.h"
 #include "ranking.h"
+#include "shards.h"
 
 namespace corvo::engine {
 
@@ -47,7 +47,7 @@ class FlowLists {
     static constexpr uint64_t KEEP_MS = 60000;
 
     /** `first_id`: cursors of other paths must have smaller numbers, or far larger ones. */
-    FlowLists(const DataPath& path, uint64_t first_id, ClockFn clock);
+    FlowLists(const Shards& path, uint64_t first_id, ClockFn clock);
     ~FlowLists();
 
     // Each returns an object with the rows under "flows" or "hosts", "total" once it is known, and "cursor"
@@ -70,7 +70,7 @@ class FlowLists {
     Json::Value begin(std::unique_ptr<FlowList> list, uint32_t limit);
     Json::Value page(std::list<Entry>::iterator entry, size_t position, uint32_t limit);
 
-    const DataPath& m_path;
+    const Shards& m_path;
     ClockFn m_clock;
     uint64_t m_next_id;
     std::list<Entry> m_lists;  ///< most recently used last

@@ -130,6 +130,7 @@ class FlowCommand : public RpcCommand {
     int _run(const std::string&, const Json::Value& params, Json::Value& res) override {
         try {
             Parameters parameters(*this, params, res);
+            const Workers::Pause pause = m_engine.pause();
             res["result"] = m_method.work(parameters, m_engine);
         } catch (const std::exception& e) {  // includes failed checks, which count as failed commands
             generate_execute_err(res, e.what());

@@ -14,15 +14,15 @@ struct Sum {
     Traffic traffic;
     uint64_t guessed = 0;
     uint32_t cls = 0;
-    uint16_t category = 0;
+    const char* category = nullptr;
 };
 
 /** By name; two pairs of master and application may share one. */
-std::map<std::string, Sum> sums_of(const DataPath& path, bool guess) {
+std::map<std::string, Sum> sums_of(const Shards& path, bool guess) {
     std::map<std::string, Sum> out;
     Traffic unclassified = path.unclassified();
-    if (path.classifier()) {
-        path.classifier()->for_each_protocol([&](const ProtocolEntry& entry) {
+    path.for_each_classifier([&](const Classifier& classifier) {
+        classifier.for_each_protocol([&](const ProtocolEntry& entry) {
             Traffic traffic = entry.traffic;
             if (!guess) {
                 traffic -= entry.guessed;
@@ -33,33 +33,33 @@ std::map<std::string, Sum> sums_of(const DataPath& path, bool guess) {
             sum.traffic += traffic;
             sum.guessed += guess ? entry.guessed.flows : 0;
             sum.cls = entry.cls;
-            sum.category = entry.category;
+            if (entry.category != 0) sum.category = classifier.category_name(entry.category);
         });
-    }
+    });
     if (unclassified.packets > 0) out[UNCLASSIFIED].traffic = unclassified;
     return out;
 }
 
-Json::Value json_of(const Sum& sum, const Classifier* classifier) {
+Json::Value json_of(const Sum& sum) {
     Json::Value out = traffic_json(sum.traffic);
     out["cls"] = sum.cls;
     if (sum.cls == 0) return out;
     out["guessed"] = Json::UInt64{sum.guessed};
-    if (sum.category != 0) out["category"] = classifier->category_name(sum.category);
+    if (sum.category) out["category"] = sum.category;
     return out;
 }
 
 }  // namespace
 
 Json::Value summarize(NamedPath& path, bool finish, bool guess) {
-    DataPath& data = path.data;
+    Shards& data = path.data;
     Json::Value out(Json::objectValue);
     out["complete"] = !finish || data.finish(FINISH_MS);
     out["dpaddr"] = path.name;
     out["instance"] = Json::UInt64{path.instance};
     Json::Value& protocols = out["protocols"] = Json::objectValue;
     for (const auto& [name, sum] : sums_of(data, guess))
-        protocols[name] = json_of(sum, data.classifier());
+        protocols[name] = json_of(sum);
     out["pushed"]["packets"] = Json::UInt64{data.pushed().packets};
     out["pushed"]["bytes"] = Json::UInt64{data.pushed().bytes};
     out["flows"] = data.flow_count();

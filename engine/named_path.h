@@ -5,23 +5,23 @@
 #include <string>
 #include <utility>
 
-#include "data_path.h"
 #include "flow_lists.h"
+#include "shards.h"
 
 namespace corvo::engine {
 
 struct NamedPath {
     /** `instance` is unique among all paths ever created, starting at 1. */
     NamedPath(std::string path_name, uint64_t path_instance, Classifiers& classifiers, uint32_t max_flows,
-              DataPath::kind_e kind, ClockFn clock)
+              unsigned shards, DataPath::kind_e kind, ClockFn clock)
         : name(std::move(path_name)),
           instance(path_instance),
-          data(classifiers, max_flows, kind, clock),
+          data(classifiers, max_flows, shards, kind, clock),
           lists(data, path_instance << 24, clock) {}
 
     const std::string name;
     const uint64_t instance;
-    DataPath data;
+    Shards data;
     FlowLists lists;
     uint64_t used_ms = 0;  ///< when it was last named in a call
 };

@@ -7,6 +7,12 @@
 
 namespace corvo::engine {
 
+struct Notice {
+    const char* name;  ///< a literal
+    notif::Severity severity;
+    std::string text;
+};
+
 /** Raises a notification if there is a hub; never fails. */
 inline void raise_notice(const char* name, notif::Severity severity, const std::string& text) noexcept {
     if (!notif::__notify) return;

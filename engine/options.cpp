@@ -38,6 +38,7 @@ constexpr Setting SETTINGS[] = {
     {"sensor", &Options::sensor, 1, 255},
     {"spool", &Options::spool, 0, PATH_MAX / 2},
     {"spool_bytes", &Options::spool_bytes, 8 * MIB, MIB* MIB},
+    {"workers", &Options::workers, 1, 128},
 };
 
 std::string trimmed(std::string_view text) {

@@ -12,6 +12,7 @@ struct Options {
     std::string sensor;  ///< name of this machine in records; its host name by default
     std::string spool;   ///< folder for records on their way; none if empty
     uint64_t spool_bytes = 256UL << 20;  ///< the most that they may take there
+    uint64_t workers = 1;                ///< of the data path, where `activate` doesn't ask for more than one
 
     /**
      * Reads `libcvcp_u.conf` in the library's folder, or what BRUMECP_ENGINE_CONF names. Only the former may

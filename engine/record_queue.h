@@ -53,7 +53,7 @@ class RecordQueue {
     /** What was found in the spool and isn't a record, lines. */
     uint64_t rubbish() const { return m_spool ? m_spool->rubbish() : 0; }
     /** Of the disk. */
-    const Backoff& trouble() const { return m_trouble; }
+    Backoff& trouble() { return m_trouble; }
 
  private:
     void write_memory(uint64_t now_ms);

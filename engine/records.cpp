@@ -57,6 +57,7 @@ Records::Records(const Options& options, ClockFn clock, ClockFn time_of_day)
 }
 
 void Records::open() {
+    const std::lock_guard lock(m_mutex);
     m_running_dry = false;
     if (m_queue) return;
     m_queue = std::make_unique<RecordQueue>(m_options.spool, m_options.spool_bytes, m_next_number);
@@ -71,6 +72,7 @@ void Records::open() {
 
 // The old sink stops sending before the batch it refers to is sent again.
 void Records::send_to(const api::ExporterConfig& config) {
+    const std::lock_guard lock(m_mutex);
     m_config = config;
     m_sink.reset();
     if (!m_batch.empty()) m_queue->put_back(m_batch);
@@ -87,6 +89,7 @@ bool Records::is_due(const Flow& flow, uint64_t now_ms) const {
 }
 
 void Records::report(Flow& flow, const Classifier& classifier, why_e why) noexcept {
+    const std::lock_guard lock(m_mutex);
     if (!m_queue) return;
     try {
         make(flow, classifier, why);
@@ -117,16 +120,29 @@ void Records::make(Flow& flow, const Classifier& classifier, why_e why) {
 }
 
 void Records::flush() {
+    const std::lock_guard lock(m_mutex);
+    write();
+    raise_notices();
+}
+
+void Records::write() {
     if (m_queue) m_queue->flush(m_clock());
 }
 
+void Records::raise_notices() {
+    m_delivery.raise_notices();
+    if (m_queue) m_queue->trouble().raise_notices();
+}
+
 uint64_t Records::tick(uint64_t now_ms) {
+    const std::lock_guard lock(m_mutex);
     if (!m_queue) return IDLE_MS;
     if (now_ms >= m_clock_due_ms) look_at_clock(now_ms);
     m_queue->flush(now_ms);
     const uint64_t delay_ms = send(now_ms);
     tell_losses();
-    if (m_running_dry && m_batch.empty() && m_queue->waiting_bytes() == 0) close();
+    raise_notices();
+    if (m_running_dry && m_batch.empty() && m_queue->waiting_bytes() == 0) end();
     return delay_ms;
 }
 
@@ -199,7 +215,11 @@ bool Records::fill(uint64_t now_ms) {
 }
 
 void Records::close() noexcept {
-    if (!m_queue) return;
+    const std::lock_guard lock(m_mutex);
+    if (m_queue) end();
+}
+
+void Records::end() {
     try {
         finish();
     } catch (const std::exception&) {
@@ -212,7 +232,7 @@ void Records::close() noexcept {
 }
 
 void Records::finish() {
-    flush();
+    write();
     const bool may_wait = !m_queue->has_spool() && m_config.type != api::EXPORTER_NONE;
     for (uint64_t naps = may_wait ? LAST_CHANCE_MS / NAP_MS : 0; m_queue->waiting_bytes() > 0; naps--) {
         m_batch_due_ms = 0;
@@ -224,6 +244,7 @@ void Records::finish() {
     if (!m_batch.empty()) m_queue->put_back(m_batch);
     m_queue->close(m_clock());
     tell_losses();
+    raise_notices();
     m_next_number = m_queue->next_number();
     m_past_sent += m_queue->sent();
     m_past_lost += m_queue->lost();
@@ -231,6 +252,7 @@ void Records::finish() {
 }
 
 void Records::describe(Json::Value& out) const {
+    const std::lock_guard lock(m_mutex);
     out["sensor"] = m_sensor;
     out["run"] = m_run;
     out["next"] = Json::UInt64{m_queue ? m_queue->next_number() : m_next_number};

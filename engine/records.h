@@ -1,11 +1,13 @@
 #pragma once
 // The collector "records": what a data path reports of its flows becomes records, which are queued and sent
-// to the exporter's destination in batches, in order, until it has taken them.
+// to the exporter's destination in batches, in order, until it has taken them. Workers report by themselves.
 
 #include <json/value.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "backoff.h"
@@ -30,7 +32,10 @@ class Records : public FlowWatcher {
     /** Opens the queue. Throws Error if the spool can't be used. Does nothing if it's open. */
     void open();
     /** No more records come: ends the queue when all are sent. */
-    void run_dry() { m_running_dry = true; }
+    void run_dry() {
+        const std::lock_guard lock(m_mutex);
+        m_running_dry = true;
+    }
     /** Of the records of a flow that goes on. */
     void set_interval(uint64_t interval_ms) { m_interval_ms = interval_ms; }
     /** From now on sends to this destination, also what the last one hasn't taken. */
@@ -46,11 +51,18 @@ class Records : public FlowWatcher {
     /** Ends the queue. Without a spool, the destination has a second to take what is left. */
     void close() noexcept;
 
-    uint64_t failures_in_a_row() const { return m_delivery.failures_in_a_row(); }
+    uint64_t failures_in_a_row() const {
+        const std::lock_guard lock(m_mutex);
+        return m_delivery.failures_in_a_row();
+    }
     /** Adds the collector's sample to `out`. */
     void describe(Json::Value& out) const;
 
  private:
+    // All of these need the lock.
+    void write();
+    void raise_notices();
+    void end();
     void make(Flow& flow, const Classifier& classifier, why_e why);
     int64_t time_us(uint64_t time_ms) const { return static_cast<int64_t>(time_ms) * 1000 + m_offset_us; }
     int64_t current_offset_us() const;
@@ -61,10 +73,11 @@ class Records : public FlowWatcher {
     void settle(ExportSink::Outcome outcome, uint64_t now_ms);
     void finish();
 
+    mutable std::mutex m_mutex;
     const Options m_options;
     ClockFn m_clock;
     ClockFn m_time_of_day;
-    uint64_t m_interval_ms = 60000;
+    std::atomic<uint64_t> m_interval_ms = 60000;
     int64_t m_offset_us = 0;  ///< from the clock to the time of day
     uint64_t m_clock_due_ms = 0;
     std::string m_sensor;

@@ -29,24 +29,24 @@ Json::Value traffic_json(const Traffic& traffic) {
     return out;
 }
 
-Json::Value errors_json(const DataPath* path) {
+Json::Value errors_json(const Shards* path) {
     Json::Value out(Json::objectValue);
     for (const auto& [error, name] : ERRORS)
         out[name] = number(path ? path->errors(error) : 0);
     return out;
 }
 
-uint64_t flow_table_use(const DataPath* path) {
-    return path ? uint64_t{path->table().size()} * 100 / path->table().max_flows() : 0;
+uint64_t flow_table_use(const Shards* path) {
+    return path ? uint64_t{path->flow_count()} * 100 / path->max_flows() : 0;
 }
 
 Json::Value flows_sample(const SampleSource& source) {
-    const DataPath* path = source.path;
+    const Shards* path = source.path;
     Json::Value out(Json::objectValue);
     out["use"] = number(flow_table_use(path));
-    out["active"] = path ? path->table().size() : 0;
-    out["max"] = path ? path->table().max_flows() : 0;
-    out["created"] = number(path ? path->table().created() : 0);
+    out["active"] = path ? path->flow_count() : 0;
+    out["max"] = path ? path->max_flows() : 0;
+    out["created"] = number(path ? path->created() : 0);
     out["aged"] = number(path ? path->aged() : 0);
     out["evicted"] = number(path ? path->evicted() : 0);
     out["unclassified"] = number(path ? path->unclassified().flows : 0);
@@ -68,14 +68,14 @@ Json::Value protocols_sample(const SampleSource& source) {
 Json::Value interfaces_sample(const SampleSource& source) {
     Json::Value out(Json::objectValue);
     Json::Value& list = out["interfaces"] = Json::arrayValue;
-    for (const auto& socket : source.interfaces.attached()) {
+    for (const Interfaces::Counters& interface : source.interfaces.attached()) {
         Json::Value one(Json::objectValue);
-        one["name"] = socket->name();
-        one["packets"] = number(socket->packets());
-        one["bytes"] = number(socket->bytes());
-        one["drops"] = number(socket->drops());
-        one["up"] = socket->up();
-        one["downs"] = number(socket->downs());
+        one["name"] = interface.name;
+        one["packets"] = number(interface.packets);
+        one["bytes"] = number(interface.bytes);
+        one["drops"] = number(interface.drops);
+        one["up"] = interface.up;
+        one["downs"] = number(interface.downs);
         list.append(std::move(one));
     }
     Json::Value& pushed = out["pushed"] = Json::objectValue;

@@ -4,15 +4,15 @@
 
 #include <json/value.h>
 
-#include "data_path.h"
 #include "interfaces.h"
 #include "records.h"
+#include "shards.h"
 
 namespace corvo::engine {
 
 /** Source of the counters. */
 struct SampleSource {
-    const DataPath* path;  ///< null while there is no data path; its counts are then 0
+    const Shards* path;  ///< null while there is no data path; its counts are then 0
     const Interfaces& interfaces;
     const Records& records;
 };
@@ -25,9 +25,9 @@ Json::Value records_sample(const SampleSource& source);
 
 Json::Value traffic_json(const Traffic& traffic);
 /** Packets that weren't classified, by cause. */
-Json::Value errors_json(const DataPath* path);
+Json::Value errors_json(const Shards* path);
 
 /** Flow table use in percent, rounded down. */
-uint64_t flow_table_use(const DataPath* path);
+uint64_t flow_table_use(const Shards* path);
 
 }  // namespace corvo::engine

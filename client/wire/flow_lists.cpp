@@ -19,10 +19,25 @@ std::string obstacle(const Ask& ask, const Json::Value& status, const List& list
     return state == LOADED ? "the engine isn't active" : "";
 }
 
+namespace {
+
+/** The engine may have been deactivated or unloaded since it was looked at: then that is the refusal's text.
+ */
+Json::Value ask_page(const Ask& ask, const List& list, const Json::Value& params) {
+    try {
+        return ask(list.method, params);
+    } catch (const ErrorReply& e) {
+        const std::string reason = obstacle(ask, ask("status", Json::Value()), list);
+        throw reason.empty() ? e : ErrorReply(e.code(), reason);
+    }
+}
+
+}  // namespace
+
 void read(const Ask& ask, const List& list, Json::Value params, const Take& take) {
     if (!params.isMember("limit")) params["limit"] = PAGE;
     for (;;) {
-        const Json::Value page = ask(list.method, params);
+        const Json::Value page = ask_page(ask, list, params);
         const Json::Value& rows = member_of(page, list.member);
         if (!rows.isArray()) throw Failure(std::string("the answer of '") + list.method + "' is no list");
         for (const Json::Value& row : rows)

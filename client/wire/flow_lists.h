@@ -29,7 +29,10 @@ using Take = std::function<bool(const Json::Value& row)>;
  * refusal is an error in its log. `status` is the daemon's, just asked for. Throws like `ask`.
  */
 std::string obstacle(const Ask& ask, const Json::Value& status, const List& list);
-/** Asks for page after page. Throws like `ask`, Failure for a reply that is no list, Interrupted. */
+/**
+ * Asks for page after page. Throws like `ask`, but a refusal that an obstacle explains has that obstacle as
+ * its text; Failure for a reply that is no list; Interrupted.
+ */
 void read(const Ask& ask, const List& list, Json::Value params, const Take& take);
 /** Asks the daemon, within its timeout for each page. */
 Ask asker(Daemon& daemon);

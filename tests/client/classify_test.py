@@ -8,7 +8,7 @@ import struct
 import time
 
 from harness import frames
-from harness.case import OURS, DaemonTest, load_params
+from harness.case import OURS, DaemonTest
 from harness.daemon import ENGINES
 from harness.processes import eventually
 from harness.program import ANY, Lacks, Program, ProgramChecks, brumectl, has
@@ -16,16 +16,16 @@ from harness.program import ANY, Lacks, Program, ProgramChecks, brumectl, has
 SIXTY = ("--timeout", "60")
 NANOSECONDS = 0xa1b23c4d
 NULL, LOOP, PPP, PPP_SERIAL, HDLC, PPP_WITH_DIR, COOKED, COOKED2, RAW, WIFI = 0, 108, 9, 50, 104, 204, 113, 276, 101, 105
-# What comes before the IP header, by link type.
-LINKED = ((RAW, ""), (NULL, "00000002"), (LOOP, "00000002"), (COOKED, "00000000000000000000000000000800"),
-          (COOKED2, "0800000000000000000000000000000000000000"), (PPP, "0021"), (PPP, "ff0321"), (PPP_SERIAL, "ff030021"),
-          (PPP_WITH_DIR, "00ff030021"), (HDLC, "0f000800"))
+# What comes before the IP header, by link type, and how much of a frame has to be there.
+LINKED = ((RAW, "", 1), (NULL, "00000002", 5), (LOOP, "00000002", 5), (COOKED, "00000000000000000000000000000800", 16),
+          (COOKED2, "0800000000000000000000000000000000000000", 20), (PPP, "0021", 2), (PPP, "ff0321", 4),
+          (PPP_SERIAL, "ff030021", 4), (PPP_WITH_DIR, "00ff030021", 5), (HDLC, "0f000800", 4))
 TAGS = ("810000070800", "81000007810000080800", "88a80007810000080800", "910000070800", "88641100000100000021",
         "884700001140", "88470000104000002140", "0040aaaa030000000800")
 
 
 def open_files(pid):
-    """What its descriptors stand for, and their sizes."""
+    """The files that it has open, and their sizes."""
     found = {}
     for fd in os.listdir(f"/proc/{pid}/fd"):
         path = f"/proc/{pid}/fd/{fd}"
@@ -39,18 +39,13 @@ class Classify(ProgramChecks, DaemonTest):
 
     def setUp(self):
         super().setUp()
-        self.it = self.daemon(engine=OURS)
-        self.it.result("load", load_params())
-        self.activate()
+        self.it = self.daemon("-a", engine=OURS)
         self.temp = self.folder / "tmp"
         self.temp.mkdir(0o700)
         self.more = {"socket": self.it.path, "env": {"TMPDIR": str(self.temp)}}
 
     def tearDown(self):
         self.assertEqual(os.listdir(self.temp), [], "temporary files stay behind")
-
-    def activate(self):
-        self.it.result("activate", {"resources": {"max_flows": 1000}})
 
     def says(self, words, *outcome, **more):
         self.expect([*SIXTY, "classify", *words], *outcome, **{**self.more, **more})
@@ -69,7 +64,7 @@ class Classify(ProgramChecks, DaemonTest):
         return frames.read_pcap(self.captures / f"{name}.pcap")
 
     def long_flow(self, size):
-        """One that is closed in the end, as HTTP that goes on and on."""
+        """So many packets of HTTP; the last of them close it."""
         flow = self.flow("http")
         return (flow + flow[3:-3] * (size // len(flow[3:-3]) + 1))[:size]
 
@@ -85,7 +80,7 @@ class Classify(ProgramChecks, DaemonTest):
         cut = frames.pcap(http, keep=100)
         packed = gzip.compress(classic.read_bytes())
         for content in (frames.pcap(http), frames.erf(http), frames.pcap(http, NANOSECONDS), cut, frames.pcapng(http), packed,
-                        *(linked(*how) for how in LINKED)):
+                        *(linked(link, head) for link, head, _ in LINKED)):
             found = self.document(self.file("other", content))
             for part in ("protocols", "total"):
                 self.assertEqual(found[part], expected[part], content[:48])
@@ -98,6 +93,12 @@ class Classify(ProgramChecks, DaemonTest):
             found = self.document(self.file("tagged", linked(1, head)))
             self.assertEqual(found["protocols"]["HTTP"]["packets"], len(http), head)
             self.assertEqual(found["total"]["bytes"], expected["total"]["bytes"] + len(http) * (len(head) // 2 - 14), head)
+
+    def test_frames_that_end_within_their_headers_are_told(self):
+        for link, head, needed in (*LINKED, (1, "00000000000100000000000288a800078100000888641100000100000021", 30)):
+            frame = bytes.fromhex(head) + self.flow("http")[0][14:]
+            cut = self.file("cut", frames.pcap([frame[:size] for size in range(len(frame))], link=link))
+            self.assertEqual(self.document(cut)["not_decoded"]["reasons"]["headers cut short"], needed, head)
 
     def test_what_is_no_packet_is_told_by_its_reason(self):
         lldp = frames.ether(bytes(46), 0x88cc)
@@ -128,7 +129,7 @@ class Classify(ProgramChecks, DaemonTest):
             self.assertEqual(found["total"]["flows"], 1, how)
 
     def test_runs_at_the_same_time_and_live_traffic_dont_see_each_other(self):
-        long = self.long_flow(100000)  # so that they do run at the same time
+        long = self.long_flow(100000)  # long enough for the two to overlap
         paths = [self.file("a", frames.pcap(long)), self.file("b", frames.pcap(long + self.flow("sample")))]
         self.it.result("push_pcap", {"type": "filename", "reset": False, "filename": str(paths[1])})
         live = self.it.result("flows.summary")
@@ -160,7 +161,7 @@ class Classify(ProgramChecks, DaemonTest):
                 self.assertEqual(program.out() + program.err(), "")
         with half_fed() as (program, pipe):
             self.it.result("deactivate")
-            self.activate()
+            self.it.result("activate", {"resources": {"max_flows": 1000}})
             with contextlib.suppress(BrokenPipeError):
                 pipe.write(content[len(content) // 2:])
             pipe.close()

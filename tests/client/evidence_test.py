@@ -1,21 +1,27 @@
 """`evidence` on what a daemon, or somebody else, has left in a folder."""
+import json
 import os
 
 from harness.case import DaemonTest
 from harness.program import ANY, ProgramChecks, brumectl, has
 
-STAMP = "2024_01_31_12_00_0"
+STAMP = "2024_01_31_12_00_00"
 CRASH = ('{ "signal": "Segmentation fault", "time": 1700000000, "uptime": 5, "version": "1.0", "process": { "pid": 7 }, '
          '"logfile": "/l", "backtrace":"./brumecpd(_ZN5corvo4stopEi+0x1c)[0x55]\n/lib/li"b\\c.so(+0x2)[0x7f]\n"}')
+FRAMES = (("./bin/brumecpd(_ZN5corvo4stopEi+0x1c)[0x55]", "corvo::stop(int)+0x1c  brumecpd"),
+          ("? /lib/libc.so.6(+0x2724a)[0x7f]", "? (+0x2724a)  libc.so.6"),
+          ("a(_Zbroken+0x1)[0x2]", "_Zbroken+0x1  a"), ("[0x7f]", "[0x7f]"), ("a)([", "a)(["))
+STALL = json.dumps({"type": "hog", "backtrace": "-HOG DETECTED:\ntime: 1700000000\nbacktrace: \n"
+                    + "\n".join(frame for frame, _ in FRAMES)})
 ODD = r'{"signal":"\u001b[2J","logfile":"/a b","engine":{"path":"\u001b"},"backtrace":""}'
 
 
 class EvidenceWord(ProgramChecks, DaemonTest):
     def event(self, outer, file, content, number=0):
-        folder = self.folder / outer / f"{STAMP}{number}"
-        folder.mkdir(parents=True)
-        (folder / file).write_text(content)
-        return folder.parent
+        path = self.folder / outer / f"2024_01_31_12_{number // 60:02}_{number % 60:02}" / file
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(content)
+        return self.folder / outer
 
     def test_what_somebody_else_has_arranged_is_shown_without_harm(self):
         missing = has("report    missing: cvdump.json\n")
@@ -25,14 +31,44 @@ class EvidenceWord(ProgramChecks, DaemonTest):
                 ("a b\x1b[2J", "", has("$'a b\\x1b[2J'  0 B"), 1),
                 ("cvdump.json", ODD, (has("signal    \\x1b[2J\n"), has("'/a b'\n")), 0),
                 ("cv_hog_dump.txt", "time: 5\n", (has("cause     stall\n"), missing), 1),
-                ("cvdump.json", CRASH, (has("cause     crash\n"), has(f"/cv \\'events\\'\\x1b[2J/{STAMP}0'\n")), 0),
+                ("cvdump.json", CRASH, (
+                    has(f"/cv \\'events\\'\\x1b[2J/{STAMP}'\n"), has("cause     crash\nsignal    SIGSEGV\nversion   1.0\n"),
+                    has("process   7\n"), has("\n#0   corvo::stop(int)+0x1c  brumecpd\n#1   (+0x2)  li\"b\\c.so\n")), 0),
+                ("cvdump.json", STALL, (has("cause     stall\n"), has("time      2023-11-1"), has("\n\n" + "".join(
+                    f"#{i}   {shown}\n" for i, (_, shown) in enumerate(FRAMES)))), 0),
                 ("cvdump.json", "", has("cause     unknown\n"), 1))):
             folder = self.event(f"{number}/cv 'events'\x1b[2J", file, content)
-            self.expect(["evidence", "show", STAMP + "0", "--dir", folder], 0, shown)
-            self.assertEqual(brumectl("--json", "evidence", "show", STAMP + "0", "--dir", folder)[0], json_status, content)
+            self.expect(["evidence", "show", STAMP, "--dir", folder], 0, shown)
+            self.assertEqual(brumectl("--json", "evidence", "show", STAMP, "--dir", folder)[0], json_status, content)
+
+    def test_a_report_that_was_cut_within_its_stack_is_read_so_far(self):
+        for size in range(len(CRASH)):
+            folder = self.event("cut", "cvdump.json", CRASH[:size], size)
+        found = json.loads(brumectl("--json", "evidence", "ls", "--dir", folder)[1])
+        stack = CRASH.index("./brumecpd")
+        self.assertEqual([event["signal"] for event in found], [""] * stack + ["SIGSEGV"] * (len(CRASH) - stack))
+
+    def test_only_what_has_an_events_shape_is_removed_and_nothing_is_read_through_a_link(self):
+        for number, *files in ((0, "cvdump.json", "log", "cvconfig.json"), (1, "log"), (2, "log", "notes"),
+                               (3, "log", "deeper/log"), (5, "log")):
+            for file in files:
+                events = self.event("events", file, CRASH, number)
+        precious = self.event("events/outside", "precious", CRASH) / STAMP
+        self.event("events/2024_01_31", "log", CRASH)
+        (events / f"{STAMP[:-1]}4").symlink_to(precious)
+        (events / f"{STAMP[:-1]}5/cvdump.json").symlink_to(precious / "precious")
+        found = json.loads(brumectl("--json", "evidence", "ls", "--dir", events)[1])
+        self.assertEqual([(event["name"][-1], event["cause"]) for event in found], [
+            ("0", "crash"), ("1", "killed"), ("2", "killed"), ("3", "killed"), ("5", "unknown")])
+        for name in (f"{STAMP[:-1]}4", "../events/outside"):
+            self.expect(["evidence", "show", name, "--dir", events], 1, "", has(f"there's no '{name}'"))
+        before = set(events.rglob("*"))
+        self.expect(["evidence", "prune", "--keep", "0", "--dir", events], 1, has("\n2 removed from "), has("left alone"))
+        gone = {path.relative_to(events).parts[0] for path in before - set(events.rglob("*"))}
+        self.assertEqual(gone, {STAMP, f"{STAMP[:-1]}1"})
 
     def test_the_oldest_go_until_the_limits_are_kept(self):
-        """Five events of 1 KiB each, but the latest, which has 2 KiB."""
+        """Of five events of 1 KiB, the latest with 2 KiB."""
         for number, (limits, status, kept, *complaint) in enumerate((
                 ("--max-size 6K", 0, "01234"),
                 ("--max-size 6143", 0, "1234"),
@@ -69,4 +105,4 @@ class EvidenceWord(ProgramChecks, DaemonTest):
         folder = daemon.log.parent / "cvevents"
         self.expect(["evidence", "show", "--dir", folder], 0, has("server received 'shutdown' request"))
         self.expect(["evidence", "prune", "--keep", "0", "--dir", folder], 0, f"0 removed from {folder}\n")
-        self.expect(["evidence", "show", STAMP + "0", "--dir", folder], 1, "", has(STAMP + "0"))
+        self.expect(["evidence", "show", STAMP, "--dir", folder], 1, "", has(STAMP))

@@ -1,6 +1,7 @@
 // Which records come of looks at flows: the pieces of `flows --ipfix` that are pure.
 #include <gtest/gtest.h>
 
+#include "client/failure.h"
 #include "client/flows/flow_records.h"
 #include "support/client.h"
 
@@ -88,6 +89,26 @@ TEST(FlowRecords, EachTellsWhatWasAddedSinceThePreviousOne) {
         records.look([&](const char*, const Json::Value&) { return listed(step); },
                      {BEGIN_SEC + step.now_sec, BEGIN_SEC});
     EXPECT_EQ(text_of(records.rest()), "3/2 1 4;");
+}
+
+/** What `flow_lists::read` throws for a refused list while `status` is the daemon's. */
+std::string refusal(const char* status) {
+    const auto ask = [status](const std::string& method, const Json::Value&) {
+        if (method == "flows.list") throw ErrorReply(-32603, "refused");
+        return parse(method == "status" ? status : R"(["flows.list"])");
+    };
+    try {
+        flow_lists::read(ask, flow_lists::FLOWS, Json::Value(), [](const Json::Value&) { return true; });
+    } catch (const ErrorReply& e) {
+        return e.what();
+    }
+    return "";
+}
+
+TEST(FlowLists, AnEngineThatEndedMeanwhileIsTheReason) {
+    EXPECT_EQ(refusal(R"({"state":"deactivated"})"), "the engine isn't active");
+    EXPECT_EQ(refusal(R"({"state":"not loaded"})"), "no engine is loaded");
+    EXPECT_EQ(refusal(R"({"state":"activated"})"), "refused");
 }
 
 }  // namespace

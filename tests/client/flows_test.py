@@ -47,6 +47,8 @@ class Flows(ProgramChecks, DaemonTest):
                 (["--max-age", "600"], lambda f: True), (["--min-age", "600"], lambda f: False)):
             with self.subTest(words):
                 self.assertEqual(self.listed(*words), [f for f in everything if wanted(f)])
+        for name, ns in (("sample", 0), ("dns", 7)):  # or some would age away on a slow machine
+            self.push(name, ns=ns)
         for order, key in (("bytes", lambda f: -f["bytes"]), ("packets", lambda f: -f["packets"]),
                            ("age", lambda f: f["ns_id"]), ("idle", lambda f: f["ns_id"]),
                            ("protocol", lambda f: f["protocol"]), ("name", lambda f: f.get("sni", f.get("host", "~")))):

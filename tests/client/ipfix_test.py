@@ -1,5 +1,6 @@
 """`brumectl flows --ipfix`: records of live flows, as a collector receives them."""
 import contextlib
+import io
 import shutil
 import signal
 import socket
@@ -18,8 +19,9 @@ START, END, BYTES, PACKETS, APP, PROTOCOL, REASON, NAME, HOST, DESCRIPTION = 152
 REVERSE, SNI = 29305 << 16, 35632 << 16 | 188
 NDPI, IDLE, ENDED = 22, 1, 3
 
+
 class Receiver:
-    """Its end of a session: `records` are of flows, `names` of applications."""
+    """The collector's end of a session: `records` are of flows, `names` of applications."""
 
     def __init__(self):
         self.records, self.names, self.messages, self.templates, self.counted = [], {}, [], {}, 0
@@ -28,39 +30,32 @@ class Receiver:
         version, size, _, sequence, domain = struct.unpack_from(">HHIII", message)
         assert (version, size, sequence, domain) == (10, len(message), self.counted, 0), "not the next message"
         self.messages.append(message)
-        at = 16
-        while at < len(message):
-            kind, size = struct.unpack_from(">HH", message, at)
-            self.take_set(kind, message[at + 4:at + size])
-            at += size
-
-    def take_set(self, kind, content):
-        while content:
-            if kind < 256:
-                content = self.take_template(kind, content)
-                continue
-            record = []
-            for element, size in self.templates[kind]:
-                if size == 65535:
-                    size, content = content[0], content[1:]
-                record.append((element, content[:size]))
-                content = content[size:]
-            self.counted += 1
-            if len(record) == 4:  # the number again, name, description
-                self.names[record[0][1]] = tuple(text.rstrip(b"\0").decode() for _, text in record[2:])
-            else:
-                self.records.append({e: v if e in (APP, NAME, HOST, SNI) else int.from_bytes(v) for e, v in record})
+        sets = io.BytesIO(message[16:])
+        while head := sets.read(4):
+            kind, size = struct.unpack(">HH", head)
+            content = io.BytesIO(sets.read(size - 4))
+            while content.tell() < size - 4:
+                if kind < 256:
+                    self.take_template(kind, content)
+                else:
+                    self.take_record(self.templates[kind], content)
 
     def take_template(self, kind, content):
-        number, count = struct.unpack_from(">HH", content)
-        content, elements = content[4 + 2 * (kind == 3):], []
+        number, count = struct.unpack(">HH", content.read(4))
+        content.read(2 * (kind == 3))
+        self.templates[number] = []
         for _ in range(count):
-            element, size = struct.unpack_from(">HH", content)
-            enterprise = int.from_bytes(content[4:8]) if element & 0x8000 else 0
-            elements.append((enterprise << 16 | element & 0x7fff, size))
-            content = content[8 if enterprise else 4:]
-        self.templates[number] = elements
-        return content
+            element, size = struct.unpack(">HH", content.read(4))
+            enterprise = int.from_bytes(content.read(4)) if element & 0x8000 else 0
+            self.templates[number].append((enterprise << 16 | element & 0x7fff, size))
+
+    def take_record(self, template, content):
+        record = {element: content.read(size if size < 65535 else content.read(1)[0]) for element, size in template}
+        self.counted += 1
+        if DESCRIPTION in record:
+            self.names[record[APP]] = tuple(record[e].rstrip(b"\0").decode() for e in (NAME, DESCRIPTION))
+        else:
+            self.records.append({e: v if e in (APP, NAME, HOST, SNI) else int.from_bytes(v) for e, v in record.items()})
 
 
 @unittest.skipUnless(build_option("BRUMECPD_IPFIX") and build_option("FIXBUF_FOUND"), "built without libfixbuf")
@@ -73,7 +68,7 @@ class Ipfix(ProgramChecks, DaemonTest):
         return Program("flows", "--ipfix", f"127.0.0.1:{self.port}", "-d", "0.1", *words, socket=self.it.path)
 
     def come_and_go(self):
-        """Flows that nobody has seen before the exporter's start, and that end at once."""
+        """Makes flows that are new to the exporter, and ends them after a look."""
         self.pushed += 1
         self.it.result("push_pcap", {"type": "filename", "filename": str(self.captures / "sample.pcap"), "reset": False,
                                      "ns_id": self.pushed})

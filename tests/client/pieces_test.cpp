@@ -3,98 +3,42 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <CLI/CLI.hpp>
+#include <sstream>
+
+#include "client/check/daemon_user.h"
+#include "client/classify/file_reader.h"
+#include "client/classify/pace.h"
+#include "client/classify/piece.h"
+#include "client/classify/tally.h"
 #include "client/failure.h"
 #include "client/program.h"
 #include "client/shell/split.h"
-#include "client/text/fields.h"
+#include "client/text/method_table.h"
 #include "client/text/render.h"
+#include "client/text/wrap.h"
 #include "client/wire/address.h"
 #include "client/wire/daemon_log.h"
 #include "client/words/completion.h"
+#include "client/words/examples.h"
+#include "client/words/help.h"
+#include "client/words/line_complaints.h"
 #include "client/words/views.h"
-#include "infra/json/corvo_json.h"
+#include "support/client.h"
+#include "support/temp_dir.h"
+#include "tools/captures/frame_builder.h"
 
 namespace brumectl {
 namespace {
 
-using testing::ElementsAre;
+using test::parse;
+using testing::Each;
 using testing::HasSubstr;
-
-using Words = std::vector<std::string>;
-
-Json::Value parse(const std::string& text) {
-    Json::Value value;
-    EXPECT_TRUE(corvo::json::parse(text, value)) << text;
-    return value;
-}
-
-TEST(Fields, WhatIsMissingIsImpliedWhereOnlyOneThingCanBeMeant) {
-    const struct {
-        const char* method;
-        const char* given;
-        const char* completed;  ///< or the complaint
-    } CASES[] = {
-        {"push_pcap", R"({"filename":"x"})", R"({"filename":"x","reset":false,"type":"filename"})"},
-        {"push_pcap", R"({"buffer":"AA=="})", R"({"buffer":"AA==","reset":false,"type":"buffer"})"},
-        {"push_pcap", "{}", "'type' is missing: filename, buffer"},
-        {"events", "null", R"({"type":"hog"})"},
-        {"activate", "null", "'resources.max_flows' is missing"},
-        {"load", R"({"shm":{"type":"devmem","size":1}})", "'shm.addr' is missing"},
-        {"load", R"({"shm":{"type":"auto"}})", R"({"shm":{"type":"auto"}})"},
-        {"notifications", R"({"cmd":"socket","op":"add"})", "'socket' is missing"},
-        {"notifications", R"({"cmd":"log"})", R"({"cmd":"log"})"},
-    };
-    for (const auto& c : CASES) {
-        Json::Value params = parse(c.given);
-        std::string got;
-        try {
-            complete(*MethodTable::get().find(c.method), params);
-            got = corvo::json::write(params);
-        } catch (const Usage& e) {
-            got = e.what();
-        }
-        EXPECT_EQ(got, c.completed) << c.method << " " << c.given;
-    }
-}
-
-TEST(Fields, ATextBecomesWhatItsParameterTakesOrIsRefused) {
-    const struct {
-        const char* method;
-        const char* path;
-        const char* text;
-        const char* value;  ///< null: refused
-    } CASES[] = {
-        {"echo", "message", "5", R"("5")"},
-        {"mt", "depth", "255", "255"},
-        {"mt", "depth", "256", nullptr},
-        {"mt", "depth", "-1", nullptr},
-        {"mt", "depth", "5x", nullptr},
-        {"collect", "interval", "18446744073709551615", "18446744073709551615"},
-        {"collect", "socket.type", "file", R"("file")"},
-        {"collect", "socket.type", "files", nullptr},
-        {"push_pcap", "reset", "yes", nullptr},
-        {"health", "json", R"({"a":[1]})", R"({"a":[1]})"},
-        {"health", "json", "[1]", nullptr},
-        {"health", "json", "{} 5", nullptr},
-    };
-    for (const auto& c : CASES) {
-        const std::vector<Field> fields = fields_of(*MethodTable::get().find(c.method));
-        const Field* field = find_field(fields, c.path);
-        ASSERT_NE(field, nullptr) << c.path;
-        if (c.value == nullptr)
-            EXPECT_THROW(value_of(*field, c.text), Usage) << c.path << " " << c.text;
-        else
-            EXPECT_EQ(corvo::json::write(value_of(*field, c.text)), c.value);
-    }
-}
-
-TEST(Fields, AValueIsJsonOnlyIfAllOfItIs) {
-    for (const char* text : {"10.0.0.1", "2026-11-24", "12ab", R"("a" b)", "1//a", "{}x", "tru"})
-        EXPECT_EQ(guess_value(nullptr, text), text);
-    EXPECT_EQ(guess_value(nullptr, " 5 "), 5);
-    EXPECT_EQ(guess_value(nullptr, R"({"a":[1]})"), parse(R"({"a":[1]})"));
-}
+using testing::Not;
 
 TEST(Address, WhatListensIsAPortAFileOrUnclear) {
     const auto parsed = [](Address (*parse)(const std::string&), const char* text) -> std::string {
@@ -131,16 +75,6 @@ TEST(Address, WhatListensIsAPortAFileOrUnclear) {
     EXPECT_EQ(parsed(Address::of_path, "127.0.0.1:1"), "127.0.0.1:1");
 }
 
-TEST(Split, QuotesAndBackslashesKeepBlanksAndAnOpenOneIsRefused) {
-    EXPECT_THAT(split_words(R"(a 'b "c' "d\"e\n" f\ g '' # h 'i)"),
-                ElementsAre("a", "b \"c", "d\"e\\n", "f g", ""));
-    EXPECT_THAT(split_words(" \t\r"), ElementsAre());
-    EXPECT_THAT(split_words("a#b"), ElementsAre("a#b"));
-    for (const char* line : {"'a", "\"a", "a\\"})
-        EXPECT_THROW(split_words(line), Usage) << line;
-    EXPECT_THAT(split_unfinished("log "), ElementsAre("log", ""));
-}
-
 TEST(LogFollow, NewLinesAreFoundBehindThoseThatWereSeen) {
     constexpr size_t NONE = std::string::npos;
     EXPECT_EQ(first_new_line({"a", "b"}, {"a", "b", "c"}), 2U);
@@ -166,7 +100,7 @@ TEST(Views, NoResultWhateverItsShapeStopsAView) {
         "{\"events\":[1,{\"engine\":2,\"backtrace\":{}},{\"backtrace\":\"\\u001b\"}]}",
         "{\"notif\":{\"log\":[1,{\"ts\":-1,\"sev\":[]},{\"sev\":\"\\u001b\",\"desc\":\"\\u001b\"}]}}",
         "{\"notif\":{\"alerts\":[1,{\"name\":\"\\u001b\"}]}}"};
-    Words methods = MethodTable::get().names();
+    std::vector<std::string> methods = MethodTable::get().names();
     methods.push_back("engine.own");
     for (const std::string& method : methods)
         for (const char* result : RESULTS) {
@@ -220,42 +154,135 @@ TEST(Terminal, WhatATerminalObeysOrDoesntShowIsEscaped) {
         EXPECT_EQ(harmless(text), shown);
 }
 
-TEST(Completion, WhatCanStandNextIsKnownWhereverItStands) {
-    const Program program;
+TEST(WhoReads, WhatTheModesLetThemAndNothingBelowAClosedFolder) {
+    const test::TempDir dir;
+    const std::string file = dir.write("file", "");
+    const uid_t us = geteuid(), other = us + 1;
+    const gid_t group = getegid(), other_group = group + 1;
     const struct {
-        Words before;
-        const char* prefix;
-        const char* found;  ///< "FILES" where a file's name may stand
+        mode_t folder, file;
+        uid_t user;
+        std::vector<gid_t> groups;
+        const char* hindrance;
     } CASES[] = {
-        {{}, "sta", "status"},
-        {{}, "man", ""},
-        {{"--timeout", "5"}, "ech", "echo"},
-        {{"--timeout=5"}, "ech", "echo"},
-        {{"--timeout"}, "", ""},
-        {{"log", "--level"}, "w", "warn"},
-        {{"log"}, "--level=w", "--level=warn"},
-        {{"log", "--"}, "--level=w", ""},
-        {{"collect"}, "s", "set_exporter set_interval show"},
-        {{"collect", "ls", "x"}, "", ""},
-        {{"activate"}, "--max", "--max_flows"},
-        {{"activate", "--max_flows"}, "", ""},
-        {{"call"}, "push", "push_pcap"},
-        {{"events", "--sev"}, "", "error info warn"},
-        {{"evidence"}, "", "ls prune show"},
-        {{"coffee"}, "dp.veld", "dp.veld.sui_lut_remove_all_links"},
-        {{"coffee", "-s", "/nonexistent", "f"}, "", ""},
-        {{"classify", "a.pcap"}, "", "FILES"},
-        {{"load"}, "--path=", "FILES"},
-        {{"load"}, "--nothing=", ""},
-        {{"collect", "show"}, "", ""},
+        {0700, 0400, us, {other_group}, ""},
+        {0700, 0044, us, {group}, "can't read "},
+        {0701, 0604, other, {other_group}, ""},
+        {0755, 0604, other, {other_group, group}, "can't read "},
+        {0710, 0640, other, {other_group, group}, ""},
+        {0701, 0640, other, {other_group}, "can't read "},
+        {0750, 0644, other, {other_group}, "can't enter "},
     };
     for (const auto& c : CASES) {
-        const Completion got = complete(program.app(), {.address = "/nonexistent"}, c.before, c.prefix);
-        std::string found = got.files ? "FILES" : "";
-        for (const Candidate& one : got.candidates)
-            found += (found.empty() ? "" : " ") + one.text;
-        EXPECT_EQ(found, c.found) << testing::PrintToString(c.before) << " " << c.prefix;
+        ASSERT_EQ(chmod(file.c_str(), c.file) + chmod(dir.path().c_str(), c.folder), 0);
+        const FileReader reader{c.user, c.groups};
+        EXPECT_EQ(reader.may_open(file), *c.hindrance == '\0') << std::oct << c.folder << " " << c.file;
+        const check::DaemonUser user{"", c.user, c.groups};
+        const std::string found = user.hindrance(file);
+        EXPECT_EQ(found.substr(0, found.find('/')), c.user == 0 ? "" : c.hindrance) << found;
     }
+    const FileReader capable{other, {other_group}, true};
+    EXPECT_TRUE(capable.may_open(file));
+    EXPECT_FALSE(FileReader::everybody().may_open(file));
+    chmod(dir.path().c_str(), 0711);
+    EXPECT_TRUE(FileReader::everybody().may_open(file));
+
+    EXPECT_FALSE(check::DaemonUser::of_process(getpid()));
+    prctl(PR_SET_NAME, "brumecpd");
+    EXPECT_EQ(check::DaemonUser::of_process(getpid())->uid, geteuid());
+}
+
+TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {
+    using namespace test;
+    const Path path{.from = "10.0.0.1", .to = "10.0.0.2", .from_port = 1000, .to_port = 53};
+    Piece piece;
+    for (const Bytes& bytes :
+         {udp_frame(path, from_text("one")), udp_frame(path.reversed(), from_text("two2")),
+          ether_frame(ETHER_ARP, ByteWriter().fill(46))})
+        piece.add(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    const Json::Value answers = parse(R"([{"src":"9.9.9.9:1","dst":"10.0.0.1:1000","len":46}, 5,
+        {"src":"10.0.0.2:53","dst":"10.0.0.1:1000","len":46}])");
+    EXPECT_EQ(piece.align(answers), 2U);
+    EXPECT_EQ(piece.frames()[0].answer, nullptr);
+    EXPECT_EQ(piece.frames()[1].answer, &answers[2]);
+    EXPECT_FALSE(piece.frames()[2].is_ip);
+}
+
+TEST(Course, StepsGrowWithTheTimeAndNoTimeIsTooFar) {
+    Course course;
+    course.add("A", 1000, 1);
+    course.add("A", 1191, 2);
+    EXPECT_EQ(course.steps(), 192U);
+    course.add("A", 1192, 4);
+    EXPECT_EQ(course.step_usec(), 2U);
+    EXPECT_EQ(course.protocols().at("A")[95], 2U);
+    EXPECT_EQ(course.protocols().at("A")[96], 4U);
+    course.add("A", 0, 8);
+    course.add("A", UINT64_MAX, 16);
+    EXPECT_EQ(course.protocols().at("A")[0], 15U);
+    EXPECT_EQ(course.protocols().at("A")[course.steps() - 1], 16U);
+}
+
+TEST(Pace, PiecesGrowByTwiceAtMostAndShrinkAtOnce) {
+    Pace pace(1000, 20000);
+    pace.took(1000, 0.5);
+    EXPECT_EQ(pace.frames(), 2000U);
+    pace.took(2000, 80);
+    EXPECT_EQ(pace.frames(), 200U);
+    pace.took(200, 1e9);
+    EXPECT_EQ(pace.frames(), Pace::LEAST);
+}
+
+/** Every word with its name as `help` takes it; the whole program comes first. */
+std::vector<std::pair<std::string, const CLI::App*>> all_words(const CLI::App& app,
+                                                               const std::string& path = "") {
+    std::vector<std::pair<std::string, const CLI::App*>> found{{path, &app}};
+    for (const CLI::App* word : words_of(app)) {
+        const auto inner = all_words(*word, path + (path.empty() ? "" : " ") + word->get_name());
+        found.insert(found.end(), inner.begin(), inner.end());
+    }
+    return found;
+}
+
+TEST(Help, EachWordHasTwoExamplesThatCanBeTyped) {
+    const Program words;
+    for (const auto& [path, word] : all_words(words.app())) {
+        const std::vector<Example> examples = examples_of(path);
+        EXPECT_EQ(examples.size(), 2U) << path;
+        for (const Example& example : examples) {
+            Program program;
+            struct Understood {};  // before anything is done
+            const_cast<CLI::App&>(program.app()).parse_complete_callback([] { throw Understood(); });
+            EXPECT_THROW(program.run(split_words(example.line)), Understood) << example.line;
+            const std::string named = typed_name(innermost(program.app()), true);
+            EXPECT_EQ(named.rfind(path, 0), 0U) << example.line;
+        }
+    }
+}
+
+TEST(Help, ItFitsTheTerminalInPlainSignsAndTellsOfEachOptionMoreThanItsName) {
+    // Nobody has chosen a locale here: it is "C".
+    constexpr size_t WIDTH = 50;
+    const Program program;
+    for (const auto& [path, word] : all_words(program.app())) {
+        std::istringstream lines(help_text(*word, {WIDTH, false}));
+        for (std::string line; std::getline(lines, line);) {
+            const size_t words = split_unfinished(line.substr(0, line.find('\''))).size();
+            EXPECT_TRUE(line.size() <= WIDTH || line.rfind("  brumectl ", 0) == 0 || words < 4) << line;
+            EXPECT_THAT(line, Each(testing::AllOf(Not('`'), testing::Ge(' '), testing::Lt('\x7f')))) << path;
+        }
+        for (const CLI::Option* option : word->get_options()) {
+            const std::string text = option->get_description();
+            EXPECT_TRUE(text.size() > 6 && text != option->get_single_name())
+                << path << ": " << option->get_name();
+        }
+    }
+}
+
+TEST(Help, EntriesHangAndParagraphsFlow) {
+    EXPECT_EQ(
+        reflowed("One two three four,\nfive.\n\n  term  what it\n        is\n  other  more of it\n", 16),
+        "One two three\nfour, five.\n\n  term  what it\n        is\n  other  more of\n         it\n");
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ class Shell(ProgramChecks, DaemonTest):
                 (0, ANY, "", "# nothing\n\necho 'a b'\nping"),
                 (1, ANY, has("line 2 failed"), "ping\nmt\nshutdown\n"),
                 (2, ANY, has("(did you mean 'ping'?)"), "pnig\nshutdown\n"),
-                (2, ANY, has("left open"), "echo 'open\nshutdown\n"),
+                *((2, ANY, has("left open"), f"echo {end}\nshutdown\n") for end in ("'open", '"open', "open\\")),
                 (3, ANY, has("line 1 failed"), "-s /nonexistent ping\nshutdown\n"),
                 (2, ANY, has("this is the shell already"), "--json shell\nshutdown\n"),
                 (0, (has("Usage: quit"), has("  evidence ls\n")), "", "help quit\nevidence ?\n quit # now\nshutdown\n"),

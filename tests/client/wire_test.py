@@ -2,6 +2,7 @@
 import contextlib
 import json
 import os
+import re
 import signal
 import socket
 
@@ -13,33 +14,30 @@ from harness.rpc import free_port
 SUBSCRIBES = '"op":"add"'
 
 
-class Peer:
+class Peer(socket.socket):
     """A socket where the daemon's would be."""
 
     def __init__(self, path):
+        super().__init__(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.path = str(path)
-        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.socket.bind(self.path)
-        self.socket.settimeout(20)
+        self.bind(self.path)
+        self.settimeout(20)
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.socket.close()
+    def close(self):
+        super().close()
         with contextlib.suppress(OSError):
             os.unlink(self.path)
 
     def receive(self):
-        message, self.sender = self.socket.recvfrom(65536)
+        message, self.sender = self.recvfrom(65536)
         return message.decode()
 
     def answer(self, text):
         with contextlib.suppress(OSError):  # who asked may have given up
-            self.socket.sendto(text.encode(), self.sender)
+            self.sendto(text.encode(), self.sender)
 
     def answer_next(self, text):
-        """Gives it to the next request, which it returns."""
+        """Answers the next request and returns it."""
         request = self.receive()
         self.answer(text)
         return request
@@ -68,6 +66,7 @@ def packed(size, base64):
 
 
 SILENT = result({"log": []})
+LOAD = '[{"jsonrpc":"2.0","id":1,"method":"load"}]'
 BUILDS = (
     ([build_log("optimized")], "standalone daemon, as the one at"),
     ([build_log("debug, asan, slave")], "daemon in slave mode, as the one at"),
@@ -97,26 +96,50 @@ UNBELIEVABLE = (
 )
 
 
+SENT = (
+    (["call", "echo", "message=5"], {"message": "5"}),
+    (["mt", "--depth", "255"], {"depth": 255}),
+    (["load", "--type", "auto"], {"shm": {"type": "auto"}}),
+    (["health", "configure", '{"a":[1]}'], {"cmd": "configure", "json": {"a": [1]}}),
+    (["call", "health", "cmd=show", "verbose=yes"], {"cmd": "show", "verbose": "yes"}),
+    # No JSON, or not all of it.
+    (["call", "x", "a=10.0.0.1", "b=2026-11-24", "c=12ab", 'd="a" b', "e=1//a", "f={}x", "g=tru"],
+     {"a": "10.0.0.1", "b": "2026-11-24", "c": "12ab", "d": '"a" b', "e": "1//a", "f": "{}x", "g": "tru"}),
+    (["call", "x", "a= 5 ", 'b.c={"a":[1]}'], {"a": 5, "b": {"c": {"a": [1]}}}),
+    (["shell"], {"message": ""}, "echo ''"),
+    (["shell"], {"a": 'b "c', "d": 'e"f\\n', "g": "h i", "k": "l#m"},
+     r"""call x a='b "c'  d="e\"f\n" """ "\tg=h\\ i k=l#m # n 'o"),
+)
+
+
 class Wire(ProgramChecks, DaemonTest):
     def peer(self):
         peer = Peer(self.folder / "s")
-        self.addCleanup(peer.__exit__)
+        self.addCleanup(peer.close)
         return peer
 
     def test_a_daemon_that_ends_with_the_request_in_hand_is_missed_long_before_the_timeout(self):
         with self.peer() as peer, Program("--timeout", "60", "ping", socket=peer.path) as program:
             self.assertIn("ping", peer.receive())
-            peer.__exit__()
+            peer.close()
             self.assertEqual(program.wait(), 3, program.err())
 
     def test_a_daemon_is_asked_for_its_build_and_one_that_doesnt_tell_is_taken_for_the_packaged_one(self):
         for replies, build in BUILDS:
-            with self.subTest(replies), self.peer() as peer, Program("check", "-", socket=peer.path, input="[]") as program:
-                for reply in [result({}), *replies]:  # the first to `status`
+            with self.subTest(replies), self.peer() as peer, Program("check", "-", socket=peer.path, input=LOAD) as program:
+                for reply in [result({}), *replies]:  # the first is for `status`
                     peer.answer_next(reply)
-                self.assertEqual(program.wait(), 0)
+                status = program.wait()
                 self.assertIn("Judged for a ", program.err())
                 self.assertIn(build, program.err())
+                bare = "for bare metal" in program.err()
+                refused = "load: 'shm.type' is refused by a daemon for bare metal" in program.out()
+                self.assertEqual((status, refused), (bare, bare))
+
+    def test_what_is_typed_is_sent_as_what_the_method_takes(self):
+        for words, params, *script in SENT:
+            with self.subTest(words), self.peer() as peer, Program(*words, socket=peer.path, input="".join(script)):
+                self.assertEqual(json.loads(peer.receive())["params"], params)
 
     def test_a_reply_that_cant_be_believed_is_an_error_that_says_why(self):
         for reply, complaint in UNBELIEVABLE:
@@ -155,7 +178,7 @@ class Wire(ProgramChecks, DaemonTest):
             def goes_at(peer, request):
                 told = len(follower.err())
                 peer.serve_until(request)
-                peer.__exit__()
+                peer.close()
                 self.assertTrue(eventually(lambda: "waiting for it" in follower.err()[told:]))
                 self.assertEqual([*place.iterdir(), *run.iterdir()], [], request)
             goes_at(first, SUBSCRIBES)
@@ -174,11 +197,37 @@ class Wire(ProgramChecks, DaemonTest):
             self.assertEqual(follower.end(signal.SIGINT), 128 + signal.SIGINT)
             self.assertEqual(os.listdir(run), [])
 
+    def test_a_followers_socket_hears_the_daemons_user_alone_and_gives_nothing_away(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can send as somebody else")
+        run, user = self.folder / "run", 65534
+        run.mkdir()
+        self.folder.chmod(0o711)
+        with self.peer() as peer:
+            os.chown(peer.path, user, -1)
+            with Program("events", "-f", socket=peer.path, env={"XDG_RUNTIME_DIR": str(run)}) as follower:
+                peer.serve_until(SUBSCRIBES)
+                own, = run.iterdir()
+                self.assertEqual(own.stat().st_mode & 0o7777, 0o622)
+                self.assertEqual(own.stat().st_uid, 0, "its owner could be changed by name alone")
+                for sender, event in ((user, 1), (1234, 2), (0, 2)):
+                    def send():
+                        os.setresuid(*[sender] * 3)
+                        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as s:
+                            notice = {"id": event, "sev": "info", "name": f"from {sender}"}
+                            s.sendto(json.dumps(notice).encode(), str(own))
+                    self.assertTrue(permitted(send), sender)
+                peer.answer(result({}))
+                peer.answer_next(result({"notif": {"log": []}}))
+                self.assertTrue(follower.wait_for_out("from 0\n"))
+                self.assertEqual(re.findall("from [0-9]+", follower.out()), [f"from {user}", "from 0"])
+
     def test_a_push_that_succeeded_does_so_though_the_daemon_goes_before_the_remarks(self):
         with self.peer() as peer, Program("push_pcap", "--buffer", "AA==", socket=peer.path) as program:
             peer.answer_next(refusal("no such method"))
-            peer.answer_next(result({"total": 0}))
-            peer.__exit__()
+            request = json.loads(peer.answer_next(result({"total": 0})))
+            peer.close()
+            self.assertEqual(request["params"], {"type": "buffer", "buffer": "AA==", "reset": False})
             self.assertEqual((program.wait(), program.err()), (0, ""))
 
     def test_silence_and_absence_have_statuses_of_their_own(self):
@@ -194,9 +243,9 @@ class Wire(ProgramChecks, DaemonTest):
     def test_a_request_that_no_datagram_holds_is_never_sent(self):
         peer = self.peer()
         self.expect(["echo", "x" * 61000], 1, "", has("a Unix socket takes 60000"), socket=peer.path)
-        peer.socket.setblocking(False)
+        peer.setblocking(False)
         with self.assertRaises(BlockingIOError):
-            peer.socket.recv(1)
+            peer.recv(1)
 
     def test_a_connection_that_ends_too_early_is_an_error(self):
         for piece in (b"", b'{"jsonrpc":"2.0","id":1,"resu'):

@@ -32,6 +32,15 @@ WRONG = (
     (["collect", "set_interval", "x", "--interval", "0"], "'interval' must be from 1 to 4294967295"),
     (["events", "--sev", "bad"], "'--sev' must be one of info, warn, error, not 'bad'"),
     (["echo"], "'message' is missing"),
+    (["push_pcap"], "'type' is missing: filename, buffer"),
+    (["load", "--type", "devmem", "--size", "1"], "'shm.addr' is missing"),
+    (["notifications", "socket", "add"], "'socket' is missing"),
+    (["mt", "--depth", "256"], "'depth' must be from 0 to 255, not '256'"),
+    (["mt", "--depth", "-1"], "'depth' must be from 0 to 255, not '-1'"),
+    (["mt", "--depth", "5x"], "'depth' must be from 0 to 255, not '5x'"),
+    (["collect", "set_exporter", "--type", "files"], "none, not 'files' (did you mean 'file'?)"),
+    (["health", "configure", "[1]"], "'json' must be a JSON object, not '[1]'"),
+    (["health", "configure", "{} 5"], "'json' must be a JSON object, not '{} 5'"),
     (["evidence"], "'evidence' needs a command: ls, show, prune"),
     (["evidence", "prune", "--keep", "-1"], "'--keep' must be from 0"),
     (["help", "statsu"], "unknown command 'statsu' (did you mean 'status'?)"),
@@ -186,7 +195,7 @@ class Words(ProgramChecks, DaemonTest):
         daemon = self.daemon()
         with Program("log", "-f", "-n", "1", socket=daemon.path) as follower:
             self.assertTrue(follower.wait_for_out("Waiting for messages"))
-            # The method's own answer ends before a line that is as long as the second.
+            # The reply of `log` stops short of a line as long as the second.
             for text in ("first of them", "x" * 9000, "last of them"):
                 daemon.result("echo", {"message": text})
                 self.assertTrue(follower.wait_for_out(text))
@@ -223,6 +232,33 @@ class ShellCompletion(ProgramChecks, DaemonTest):
         without_engine = self.daemon()
         self.complete("collect show ", "", without_engine)
         self.assertNotIn("ERROR", daemon.log_text() + without_engine.log_text(), "Tab asks nothing wrong")
+
+    def test_what_can_stand_next_is_known_wherever_it_stands(self):
+        for line, found in (
+                ("sta", "status"),
+                ("man", ""),
+                ("--timeout 5 ech", "echo"),
+                ("--timeout=5 ech", "echo"),
+                ("--timeout ", ""),
+                ("log --level w", "warn"),
+                ("log --level=w", "--level=warn"),
+                ("log -- --level=w", ""),
+                ("collect s", "set_exporter set_interval show"),
+                ("collect ls x ", ""),
+                ("activate --max", "--max_flows"),
+                ("activate --max_flows ", ""),
+                ("call push", "push_pcap"),
+                ("events --sev ", "error info warn"),
+                ("evidence ", "ls prune show"),
+                ("coffee dp.veld", "dp.veld.sui_lut_remove_all_links"),
+                ("coffee -s /nonexistent f", ""),
+                ("classify a.pcap ", "FILES"),
+                ("load --path=", "FILES"),
+                ("load --nothing=", ""),
+                ("collect show ", "")):
+            status, out, _ = brumectl("complete", f"--line=brumectl {line}", socket="/nonexistent")
+            names = " ".join(candidate.partition("\t")[0] for candidate in out.splitlines())
+            self.assertEqual("FILES" if status == 1 else names, found, line)
 
     def test_completed_functions_are_those_of_our_engine(self):
         daemon = self.daemon("-a", engine=OURS)

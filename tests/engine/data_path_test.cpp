@@ -3,12 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <unistd.h>
-
-#include <fstream>
 
 #include "engine/pushed.h"
-#include "engine_error.h"
+#include "health.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
@@ -24,30 +21,24 @@ using testing::HasSubstr;
 
 class DataPathTest : public testing::Test {
  protected:
-    Pushed push(const std::vector<Bytes>& frames, bool extended = false, uint32_t ns_id = 0) {
-        Pushed pushed(frames, ns_id);
+    static Pushed push_to(DataPath& path, const std::vector<Bytes>& frames, bool extended = false) {
+        Pushed pushed(frames);
         path.push(pushed.pkts, extended);
         return pushed;
     }
-    Pushed push_sample(const char* name, bool extended = false, uint32_t ns_id = 0) {
-        return push(test::sample_flow(name).frames, extended, ns_id);
+    Pushed push(const std::vector<Bytes>& frames, bool extended = false) {
+        return push_to(path, frames, extended);
     }
 
     Classifiers classifiers;
-    DataPath path{classifiers, 1000, DataPath::LIVE, fake_clock};
+    DataPath path{classifiers, UINT32_MAX, DataPath::LIVE, fake_clock};  // the limit itself costs no memory
 };
 
-TEST_F(DataPathTest, RecognisesEverySampleAsOneFlow) {
-    for (const test::SampleFlow& sample : test::sample_flows()) {
-        path.kill_all_flows();
-        Pushed pushed = push(sample.frames);
-        EXPECT_EQ(path.flow_count(), 1u) << sample.name;
-        EXPECT_EQ(pushed.pkts.back().protocol, sample.protocol) << sample.name;
-        EXPECT_NE(pushed.pkts.back().cls, 0u) << sample.name;
-    }
+Bytes datagram(uint16_t port) {
+    return test::udp_frame({"10.0.0.1", "10.0.0.2", port, 9}, Bytes(60, 0x31));
 }
 
-TEST_F(DataPathTest, GivesTheClassOfAFlowToItsEarlierPacketsOfTheBatchOnly) {
+TEST_F(DataPathTest, ClassifiesTheEarlierPacketsOfAFlowInTheSameBatchOnly) {
     const std::vector<Bytes>& frames = test::sample_flow("http").frames;
     Pushed syn = push({frames[0]});
     EXPECT_EQ(syn.pkts[0].cls, 0u);
@@ -57,8 +48,8 @@ TEST_F(DataPathTest, GivesTheClassOfAFlowToItsEarlierPacketsOfTheBatchOnly) {
         EXPECT_EQ(pkt.protocol, "HTTP");
 }
 
-// The server's address is known to nDPI, but the name that is told later is another service's.
-TEST_F(DataPathTest, GivesOneVerdictWhoeverAsks) {
+// nDPI knows the server's address, but the name that comes later belongs to another service.
+TEST_F(DataPathTest, ReachesOneVerdictWhoeverAsks) {
     const std::tuple<const char*, const char*, const char*> cases[] = {
         {"8.8.8.8", "dns.google", "TLS.DoH_DoT"}, {"52.94.0.1", "www.waze.com", "TLS.Waze"}};
     for (const auto& [address, name, protocol] : cases) {
@@ -70,23 +61,23 @@ TEST_F(DataPathTest, GivesOneVerdictWhoeverAsks) {
             path.kill_all_flows();
             EXPECT_EQ(push(frames, extended).pkts.back().protocol, protocol) << extended;
         }
-        path.kill_all_flows();
-        const uint64_t before = path.counts_by_protocol()[protocol].settled.packets;
+        DataPath observing(classifiers, 9, DataPath::LIVE, fake_clock);
         for (const Bytes& frame : frames) {
             const CapturedFrame captured{frame.data(), static_cast<uint16_t>(frame.size())};
-            path.observe(&captured, 1);
+            observing.observe(&captured, 1);
         }
-        path.kill_all_flows();
-        EXPECT_EQ(path.counts_by_protocol()[protocol].settled.packets - before, frames.size());
+        observing.kill_all_flows();
+        EXPECT_EQ(observing.counts_by_protocol()[protocol].settled.packets, frames.size());
     }
 }
 
-TEST_F(DataPathTest, TellsVlansApartInCapturesOnly) {
+TEST_F(DataPathTest, TellsVlansApartInCapturesOnlyAndDirectionsNowhere) {
     DataPath capture(classifiers, 100, DataPath::CAPTURE, fake_clock);
     for (DataPath* either : {&path, &capture}) {
-        for (int vlan : {-1, 0, 7, 8, 0xe007}) {  // a priority is no other number
-            Pushed pushed({test::udp_frame({"10.0.0.1", "10.0.0.2", 4000, 53, vlan}, Bytes(60, 0x31))});
-            either->push(pushed.pkts, false);
+        for (int vlan : {-1, 0, 7, 8, 0xe007}) {  // a priority isn't part of the number
+            const test::Path there{"10.0.0.1", "10.0.0.1", 4000, 53, vlan};
+            for (const test::Path& path : {there, there.reversed()})
+                push_to(*either, {test::udp_frame(path, Bytes(60, 0x31))});
         }
     }
     EXPECT_EQ(path.flow_count(), 1u);
@@ -98,9 +89,7 @@ TEST_F(DataPathTest, ForgetsTheLongestIdleOfAFullTableButNothingOfThisSecond) {
         DataPath small(classifiers, 3, kind, fake_clock);
         const auto arrives = [&small](uint16_t port, uint64_t later_ms) {
             g_now_ms += later_ms;
-            Pushed pushed({test::udp_frame({"10.0.0.1", "10.0.0.2", port, 9}, Bytes(60, 0x31))});
-            small.push(pushed.pkts, false);
-            return pushed.pkts[0].error == api::PKT_OK;
+            return push_to(small, {datagram(port)}).pkts[0].error == api::PKT_OK;
         };
         for (uint16_t port : {1, 2, 3, 1})
             EXPECT_TRUE(arrives(port, 500));
@@ -116,31 +105,6 @@ TEST_F(DataPathTest, ForgetsTheLongestIdleOfAFullTableButNothingOfThisSecond) {
         EXPECT_TRUE(arrives(6, 61000));
         EXPECT_EQ(small.aged() > 0, kind == DataPath::LIVE) << "time passes otherwise in a capture";
     }
-}
-
-TEST_F(DataPathTest, WithoutRoomMarksPacketsOfNewFlowsOnly) {
-    DataPath small(classifiers, 2, DataPath::LIVE, fake_clock);
-    std::vector<Bytes> frames;
-    for (const char* name : {"dns", "ntp", "icmp", "dns"})
-        frames.push_back(test::sample_flow(name).frames[0]);
-    Pushed pushed(frames);
-    small.push(pushed.pkts, false);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(pushed.pkts[i].error, i == 2 ? api::PKT_MAX_FLOWS_REACHED : api::PKT_OK) << i;
-    EXPECT_EQ(pushed.pkts[2].cls, 0u);
-    EXPECT_EQ(pushed.pkts[3].protocol, "DNS");
-
-    g_now_ms += 60000;  // idle flows make room even before the tick
-    Pushed icmp(test::sample_flow("icmp").frames);
-    small.push(icmp.pkts, false);
-    EXPECT_EQ(icmp.pkts[0].protocol, "ICMP");
-}
-
-TEST_F(DataPathTest, TakesMemoryForFlowsAndNotForTheirLimit) {
-    DataPath huge(classifiers, UINT32_MAX, DataPath::LIVE, fake_clock);
-    Pushed pushed(test::sample_flow("dns").frames);
-    huge.push(pushed.pkts, false);
-    EXPECT_EQ(pushed.pkts[0].protocol, "DNS");
 }
 
 TEST_F(DataPathTest, ForgetsAFlowWhenItsOwnTimeIsOver) {
@@ -163,36 +127,26 @@ TEST_F(DataPathTest, ForgetsAFlowWhenItsOwnTimeIsOver) {
 }
 
 #ifndef __SANITIZE_ADDRESS__  // whose allocator keeps what was freed
-size_t resident_kib() {
-    size_t total = 0;
-    size_t resident = 0;
-    std::ifstream("/proc/self/statm") >> total >> resident;
-    return resident * static_cast<size_t>(getpagesize()) / 1024;
-}
-
-TEST_F(DataPathTest, GivesMemoryBackWhenMostFlowsHaveBeenGoneForAMinute) {
+TEST_F(DataPathTest, ReturnsMemoryWhenMostFlowsHaveBeenGoneForAMinute) {
     DataPath large(classifiers, 16384, DataPath::LIVE, fake_clock);
     const auto come_and_go = [&large] {
-        for (uint16_t port = 1; port < 16384; port++) {
-            Pushed pushed({test::udp_frame({"10.0.0.1", "10.0.0.2", port, 9}, Bytes(60, 0x31))});
-            large.push(pushed.pkts, false);
-        }
+        for (uint16_t port = 1; port < 16384; port++)
+            push_to(large, {datagram(port)});
         g_now_ms += 60000;
         large.tick();
         EXPECT_EQ(large.flow_count(), 0u);
     };
-    Pushed first(test::sample_flow("dns").frames);
-    large.push(first.pkts, false);  // takes a classifier, and the memory for it
-    malloc_trim(0);                 // of what other tests have left
-    const size_t before_kib = resident_kib();
+    push_to(large, {datagram(1)});  // takes a classifier, and the memory for it
+    malloc_trim(0);                 // what other tests have freed
+    const uint64_t before = resident_memory();
     come_and_go();
     g_now_ms += 59000;
     large.tick();
-    EXPECT_GT(resident_kib(), before_kib + 6000) << "they might come back";
+    EXPECT_GT(resident_memory(), before + (6 << 20)) << "they might come back";
     come_and_go();
     g_now_ms += 60000;
     large.tick();
-    EXPECT_LT(resident_kib(), before_kib + 3000);
+    EXPECT_LT(resident_memory(), before + (3 << 20));
 }
 #endif
 
@@ -218,7 +172,7 @@ TEST_F(DataPathTest, TellsMoreWhenAskedForMore) {
     };
     for (const auto& [sample, layers, attribute] : cases) {
         path.kill_all_flows();
-        for (const api::pkt_& pkt : push_sample(sample, true).pkts) {
+        for (const api::pkt_& pkt : push(test::sample_flow(sample).frames, true).pkts) {
             EXPECT_EQ(pkt.tph, layers) << sample;
             EXPECT_EQ(pkt.visibility, 100) << sample;
             EXPECT_EQ(pkt.cat.size(), 1u) << sample;
@@ -226,7 +180,7 @@ TEST_F(DataPathTest, TellsMoreWhenAskedForMore) {
                 EXPECT_THAT(pkt.attr, Contains(attribute)) << sample;
             }
         }
-        api::pkt_ plain = push_sample(sample).pkts[0];
+        api::pkt_ plain = push(test::sample_flow(sample).frames).pkts[0];
         EXPECT_TRUE(plain.tph.empty() && plain.cat.empty() && plain.attr.empty()) << sample;
     }
 }

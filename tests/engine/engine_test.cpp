@@ -1,24 +1,22 @@
-// The whole engine: captures, collectors, and real traffic in a network namespace that nobody else has.
+// The whole engine: collectors, captures, and real traffic in a network namespace of its own.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
 #include <poll.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <fstream>
+#include <map>
 
 #include "capture_paths.h"
 #include "engine.h"
 #include "engine/pushed.h"
+#include "engine/receivers.h"
 #include "engine_error.h"
-#include "flow_summary.h"
+#include "samples.h"
 #include "support/client.h"
 #include "support/error_of.h"
 #include "support/net_namespace.h"
-#include "support/temp_dir.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
@@ -55,82 +53,65 @@ class EngineTest : public testing::Test {
 using CollectorsTest = EngineTest;
 using Captures = EngineTest;
 
-TEST_F(CollectorsTest, CountsWhatWasPushedUnderTheProtocolItTurnedOutToBe) {
+TEST_F(CollectorsTest, CountEachPacketOnceAsOpenUntilItsFlowIsDecidedAndThenForever) {
     activate();
-    const auto& http = test::sample_flow("http").frames;
-    Pushed syn({http[0]});
-    engine.push("", syn.pkts, false);
-    EXPECT_EQ(engine.sample("protocols")["open"]["unclassified"]["flows"], 1u);
-    Pushed rest({http.begin() + 1, http.end()});
-    engine.push("", rest.pkts, false);
-    push("dns");
-    push("dns");
-    uint64_t bytes = 0;
-    for (const test::Bytes& frame : http)
-        bytes += frame.size();
-    const size_t dns = test::sample_flow("dns").frames.size();
-
-    Json::Value protocols = engine.sample("protocols")["protocols"];
-    EXPECT_THAT(protocols.getMemberNames(), ElementsAre("DNS", "HTTP"));
-    EXPECT_EQ(protocols["HTTP"]["packets"], Json::UInt64{http.size()});
-    EXPECT_EQ(protocols["HTTP"]["bytes"], Json::UInt64{bytes});
-    EXPECT_EQ(protocols["HTTP"]["flows"], 1u);
-    EXPECT_EQ(protocols["DNS"]["packets"], Json::UInt64{2 * dns});
-    EXPECT_EQ(protocols["DNS"]["flows"], 1u);
-    EXPECT_EQ(engine.sample("interfaces")["pushed"]["packets"], Json::UInt64{http.size() + 2 * dns});
-
-    tick(61000);  // the flows go, what they brought stays
-    EXPECT_EQ(engine.sample("protocols")["protocols"], protocols);
-    Json::Value flows = engine.sample("flows");
-    EXPECT_EQ(flows["created"], 2u);
-    EXPECT_EQ(flows["aged"], 2u);
-    EXPECT_EQ(flows["active"], 0u);
-    EXPECT_EQ(flows["max"], 100u);
-    EXPECT_EQ(flows["unclassified"], 0u);
-}
-
-TEST_F(CollectorsTest, CountsByProtocolOnlyGrowAndHoldEveryPacketInTheEnd) {
-    activate();
-    Json::Value before(Json::objectValue);
-    uint64_t pushed = 0;
-    for (const test::SampleFlow& flow : test::sample_flows())
+    std::map<std::string, Traffic> expected;
+    std::map<std::string, Counts> before;
+    Json::UInt64 pushed = 0;
+    for (const test::SampleFlow& flow : test::sample_flows()) {
+        expected[flow.protocol] += {0, 0, 1};
         for (const test::Bytes& frame : flow.frames) {
+            expected[flow.protocol] += {1, frame.size(), 0};
             Pushed one({frame});
             engine.push("", one.pkts, false);
-            pushed++;
-            const Json::Value now = engine.sample("protocols")["protocols"];
-            for (const std::string& name : before.getMemberNames())
-                for (const char* member : {"packets", "bytes", "flows"})
-                    EXPECT_GE(now[name][member].asUInt64(), before[name][member].asUInt64()) << name;
-            before = now;
+            uint64_t counted = 0;
+            const auto counts = engine.path_of("").data.counts_by_protocol();
+            for (const auto& [name, now] : counts) {
+                const Traffic &settled = now.settled, &was = before[name].settled;
+                EXPECT_TRUE(settled.packets >= was.packets && settled.bytes >= was.bytes &&
+                            settled.flows >= was.flows)
+                    << name;
+                counted += settled.packets + now.open.packets;
+            }
+            EXPECT_EQ(counted, ++pushed) << flow.name;
+            before = counts;
         }
-    tick(301000);
-    const Json::Value ended = engine.sample("protocols");
-    EXPECT_EQ(ended["open"], Json::Value(Json::objectValue));
-    for (const Json::Value& protocol : ended["protocols"])
-        pushed -= protocol["packets"].asUInt64();
-    EXPECT_EQ(pushed, 0u);
+    }
+    tick(301000);  // the flows go, what they brought stays
+    Json::Value protocols;
+    for (const auto& [name, traffic] : expected)
+        protocols[name] = traffic_json(traffic);
+    EXPECT_EQ(engine.sample("protocols")["protocols"], protocols);
+    EXPECT_EQ(engine.sample("protocols")["open"], Json::Value(Json::objectValue));
+    EXPECT_EQ(engine.sample("interfaces")["pushed"]["packets"], pushed);
+    const Json::UInt64 flows = test::sample_flows().size();
+    const std::pair<const char*, Json::UInt64> counts[] = {
+        {"created", flows}, {"aged", flows}, {"active", 0}, {"max", 100}, {"unclassified", 0}};
+    for (const auto& [member, count] : counts)
+        EXPECT_EQ(engine.sample("flows")[member], count) << member;
 }
 
 TEST_F(CollectorsTest, ExportsEachEnabledCollectorAtItsInterval) {
-    test::TempDir dir;
+    const test::TempDir dir;
+    const auto exported = [&](uint64_t later_ms) {
+        tick(later_ms);
+        const std::string lines = test::read_file(dir.file("out"));
+        return std::count(lines.begin(), lines.end(), '\n');
+    };
     engine.set_exporter({"", dir.file("out"), 0, api::EXPORTER_FILE});
     engine.set_collector_interval("flows", 300);
     engine.set_collector_interval("protocols", 700);
     engine.enable_collector("flows");
     engine.enable_collector("protocols");
     EXPECT_EQ(tick(), 300);
-    tick(299);
-    EXPECT_EQ(test::read_file(dir.file("out")), "");
-    tick(1);
-    tick(1);
+    EXPECT_EQ(exported(299), 0);
+    EXPECT_EQ(exported(1), 1);
     EXPECT_THAT(test::read_file(dir.file("out")), HasSubstr("\"collector\":\"flows\""));
-    tick(399);
-    tick(10000);  // late: one sample, not many
+    EXPECT_EQ(exported(1), 1);
+    EXPECT_EQ(exported(399), 3);
+    EXPECT_EQ(exported(10000), 5) << "late: one sample, not many";
     engine.disable_collector("flows");
-    tick(500);
-    std::string lines = test::read_file(dir.file("out"));
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 5);
+    EXPECT_EQ(exported(500), 5);
     EXPECT_EQ(engine.collectors()["exporter"]["sent"], 5u);
 }
 
@@ -154,50 +135,28 @@ TEST_F(CollectorsTest, ListsItsCollectorsAndRefusesOthers) {
 
 TEST_F(CollectorsTest, TellsOfAFullFlowTableOnceUntilThereIsRoomAgain) {
     activate(1);
-    push("dns");
-    tick(1000);
-    push("ntp");  // makes the other one go
-    tick(1000);
-    const std::string evicting =
-        "engine flow_table.full 2: all 1 flows are in use, the longest idle make room";
-    EXPECT_THAT(test::take_notices(), ElementsAre(evicting));
-    push("ntp");
-    push("dns");
-    tick(1000);
-    push("ntp");
-    tick(1000);
-    const std::string refusing = "engine flow_table.full 2: all 1 flows are in use, new ones are refused";
-    EXPECT_THAT(test::take_notices(), ElementsAre(refusing));
-    Json::Value health = engine.health(true)["items"];
+    const auto notices_after = [this](const std::vector<const char*>& samples) {
+        for (const char* sample : samples)
+            push(sample);
+        tick(1000);
+        return test::take_notices();
+    };
+    const std::string full = "engine flow_table.full 2: all 1 flows are in use, ";
+    EXPECT_THAT(notices_after({"dns"}), IsEmpty());
+    EXPECT_THAT(notices_after({"ntp"}), ElementsAre(full + "the longest idle make room"));
+    EXPECT_THAT(notices_after({"ntp", "dns"}), ElementsAre(full + "new ones are refused"));
+    EXPECT_THAT(notices_after({"ntp", "dns"}), IsEmpty());
+    const Json::Value health = engine.health(true)["items"];
     EXPECT_EQ(health["flow_table"]["state"], "bad");
-    EXPECT_EQ(health["drops"]["value"], Json::UInt64{test::sample_flow("dns").frames.size()});
+    EXPECT_EQ(health["drops"]["value"], Json::UInt64{2 * test::sample_flow("dns").frames.size()});
     EXPECT_EQ(health["evictions"]["value"], 1u);
     EXPECT_GT(health["memory"]["value"].asUInt64(), 1u << 20);
     EXPECT_EQ(engine.sample("flows")["errors"]["table_full"], health["drops"]["value"]);
     EXPECT_EQ(engine.sample("flows")["evicted"], 1u);
     tick(60000);
-    tick(1000);
+    EXPECT_THAT(notices_after({}), IsEmpty());
     EXPECT_EQ(engine.health(false)["items"]["flow_table"], "ok");
-    push("dns");
-    push("ntp");
-    tick(1000);
-    EXPECT_THAT(test::take_notices(), ElementsAre(refusing));
-}
-
-TEST_F(Captures, ShareNothingWithLiveTrafficNorWithEachOther) {
-    activate();
-    const std::pair<const char*, const char*> pushes[] = {
-        {"dns", ""}, {"ntp", "dp0"}, {"dns", "capture:a"}, {"http", "capture:b"}, {"dns", "capture:b"}};
-    for (const auto& [sample, dpaddr] : pushes)
-        push(sample, dpaddr);
-    engine.coffee("capture:a", "dp.ft.sui_ft_kill_all_flows", {});
-    EXPECT_EQ(count("dp0") + count("capture:a") + count("capture:b"), "202");
-    EXPECT_EQ(engine.sample("flows")["created"], 2u) << "collectors are of live traffic";
-    EXPECT_EQ(engine.sample("protocols")["protocols"].size(), 2u);
-    EXPECT_EQ(engine.sample("interfaces")["pushed"]["packets"],
-              summarize(engine.path_of(""), false, true)["pushed"]["packets"]);
-    engine.coffee("", "dp.ft.sui_ft_kill_all_flows", {});
-    EXPECT_EQ(count("capture:b"), "2");
+    EXPECT_THAT(notices_after({"dns", "ntp"}), ElementsAre(full + "new ones are refused"));
 }
 
 TEST_F(Captures, EndWhenClosedUnusedOrDeactivated) {
@@ -282,7 +241,7 @@ class LiveTest : public EngineTest {
         if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
         activate();
     }
-    /** Frames are told of a few milliseconds after they came, together. */
+    /** Frames are reported together, a few milliseconds after they arrive. */
     bool readable(int timeout_ms = 0) const {
         pollfd waiting{engine.event_fd(), POLLIN, 0};
         return poll(&waiting, 1, timeout_ms) == 1;
@@ -369,14 +328,10 @@ TEST_F(LiveTest, RefusesWhatCannotBeAttachedOrDetached) {
 
 TEST_F(LiveTest, MakesDoWithASmallerRingWhereMemoryIsShort) {
     const OwnedFd socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
-    rlimit before{};
-    getrlimit(RLIMIT_AS, &before);
     size_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
-    const rlimit little{pages * static_cast<size_t>(getpagesize()) + (5UL << 19), before.rlim_max};
-    setrlimit(RLIMIT_AS, &little);
+    const test::ShortOf memory(RLIMIT_AS, pages * static_cast<size_t>(getpagesize()) + (5UL << 19));
     const PacketRing ring(socket.get(), 4UL << 20);
-    setrlimit(RLIMIT_AS, &before);
     EXPECT_EQ(ring.bytes(), 2UL << 20);
 }
 

@@ -5,13 +5,13 @@
 #include <brumecpd/engine_rpc.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <json/reader.h>
 
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "engine/pushed.h"
+#include "support/client.h"
 
 // Each function's own type, so that a call through the library is checked like a direct one.
 #define CALL(name) reinterpret_cast<decltype(&corvo_api_cp_##name)>(symbol("corvo_api_cp_" #name))
@@ -44,12 +44,11 @@ class EngineLibrary : public testing::Test {
     }
     /** The result of one of the library's methods, or the error's text. */
     Json::Value ask(const std::string& method, const std::string& params = "{}") {
-        Json::Value parsed;
         Json::Value out;
-        Json::Reader().parse(params, parsed);
         corvo::RpcCommand* command = m_table.lookup(method);
         if (!command) return "no method";
-        return command->run(method, parsed, out) == corvo::CMD_OK ? out["result"] : out["specific_err"];
+        return command->run(method, parse(params), out) == corvo::CMD_OK ? out["result"]
+                                                                         : out["specific_err"];
     }
     std::vector<std::string> loaded_methods() {
         std::vector<std::string> out;

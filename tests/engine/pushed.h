@@ -12,7 +12,7 @@
 
 namespace test {
 
-/** Frames as the records that an engine is handed. Each has memory of exactly its own length. */
+/** Frames in the form in which an engine is handed them, each in memory of exactly its own length. */
 class Pushed {
  public:
     explicit Pushed(const std::vector<Bytes>& frames, uint32_t ns_id = 0) {
@@ -39,7 +39,7 @@ inline uint64_t fake_clock() {
     return g_now_ms;
 }
 
-/** What the engine notified of since the last call, each as "feature name severity: text". */
+/** What the engine has notified since the last call, each as "feature name severity: text". */
 std::vector<std::string> take_notices();
 
 /** Two peers that nDPI remembers. */

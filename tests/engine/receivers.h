@@ -1,25 +1,24 @@
 #pragma once
-// Peers that the exporter sends to.
+// Peers that the exporter sends to, and what may run short meanwhile.
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "owned_fd.h"
 #include "support/temp_dir.h"
-#include "utils/unique_file.h"
 
 namespace test {
 
@@ -27,9 +26,7 @@ namespace test {
 class HttpReceiver {
  public:
     HttpReceiver() : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
         socklen_t size = sizeof address;
         auto* generic = reinterpret_cast<sockaddr*>(&address);
         if (bind(m_listener.get(), generic, size) < 0 || listen(m_listener.get(), 5) < 0 ||
@@ -55,7 +52,7 @@ class HttpReceiver {
         answer();
     }
 
-    /** What came of a request that isn't whole. */
+    /** The part that has come of an unfinished request. */
     const std::string& input() const { return m_input; }
 
     int status = 200;  ///< 0: the connection is cut instead
@@ -87,54 +84,61 @@ class HttpReceiver {
 };
 
 /**
- * Speaks TLS: socat, which hands what it decrypts to a port of the test's own. For one connection, with a
- * certificate for "localhost" that nobody vouches for but itself.
+ * A TLS server for one connection: socat, which passes what it decrypts on to a port of the test. Its
+ * certificate, for "localhost", is self-signed.
  */
 class TlsFront {
  public:
     explicit TlsFront(uint16_t clear_port) {
-        const std::string key = m_dir.file("key");
-        const std::string make =
-            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj "
-            "/CN=localhost "
-            "-addext subjectAltName=DNS:localhost -keyout '" +
-            key + "' -out '" + certificate() + "' 2>/dev/null";
-        if (std::system(make.c_str()) != 0) throw std::runtime_error("openssl made no certificate");
-        const std::string listen =
-            "OPENSSL-LISTEN:0,pf=ip4,bind=127.0.0.1,verify=0,cert=" + certificate() + ",key=" + key;
-        const std::string forward = "TCP4:127.0.0.1:" + std::to_string(clear_port);
-        int notes[2];
-        if (pipe2(notes, O_CLOEXEC) < 0) throw std::runtime_error("no pipe");
-        m_pid = fork();
-        if (m_pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(notes[1], STDERR_FILENO);
-            execlp("socat", "socat", "-d", "-d", listen.c_str(), forward.c_str(), nullptr);
-            _exit(127);
-        }
-        close(notes[1]);
-        m_notes.reset(fdopen(notes[0], "r"));
+        const std::string pem = certificate();
+        const std::string command =
+            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
+            "-subj /CN=localhost -addext subjectAltName=DNS:localhost -keyout " +
+            pem + " -out " + pem +
+            " 2>/dev/null && "
+            "echo $$ && exec setpriv --pdeathsig KILL socat -d -d "
+            "OPENSSL-LISTEN:0,pf=ip4,bind=127.0.0.1,verify=0,cert=" +
+            pem + " TCP4:127.0.0.1:" + std::to_string(clear_port) + " 2>&1";
+        m_notes.reset(popen(command.c_str(), "re"));
         char line[512];
-        while (m_port == 0 && std::fgets(line, sizeof line, m_notes.get()))
+        while (m_port == 0 && std::fgets(line, sizeof line, m_notes.get())) {
+            if (m_pid == 0) m_pid = std::atoi(line);
             if (const char* at = strstr(line, "listening on AF=2 127.0.0.1:"))
                 m_port = static_cast<uint16_t>(std::atoi(at + 28));
-        if (m_port == 0) throw std::runtime_error("socat doesn't listen");
+        }
+        if (m_port == 0) throw std::runtime_error("openssl made no certificate, or socat doesn't listen");
     }
     TlsFront(const TlsFront&) = delete;
     TlsFront& operator=(const TlsFront&) = delete;
-    ~TlsFront() {
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, nullptr, 0);
-    }
+    ~TlsFront() { kill(m_pid, SIGKILL); }
 
     uint16_t port() const { return m_port; }
     std::string certificate() const { return m_dir.file("certificate"); }
 
  private:
     const TempDir m_dir;
-    pid_t m_pid = -1;
-    corvo::UniqueFile m_notes;  ///< what socat says, until the end: it must not write into a closed pipe
+    pid_t m_pid = 0;
     uint16_t m_port = 0;
+    /** What socat says, until the end: it must not write into a closed pipe. */
+    std::unique_ptr<FILE, int (*)(FILE*)> m_notes{nullptr, pclose};
+};
+
+/** While it lives, the process has only this much of a resource. */
+class ShortOf {
+ public:
+    ShortOf(__rlimit_resource resource, rlim_t left) : m_resource(resource) {
+        std::signal(SIGXFSZ, SIG_IGN);  // a write that is too long shall fail, not kill
+        getrlimit(resource, &m_before);
+        const rlimit little{left, m_before.rlim_max};
+        setrlimit(resource, &little);
+    }
+    ShortOf(const ShortOf&) = delete;
+    ShortOf& operator=(const ShortOf&) = delete;
+    ~ShortOf() { setrlimit(m_resource, &m_before); }
+
+ private:
+    const __rlimit_resource m_resource;
+    rlimit m_before{};
 };
 
 }  // namespace test

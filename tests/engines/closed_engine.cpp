@@ -1,26 +1,216 @@
-// An engine that was built without the sources: it calls all that the daemon promises to a library, each by
-// the name and with the layout of its own declarations. Its method `closed.all` tells which families of
-// functions worked.
+// What the daemon promises to libraries that were built elsewhere: the names in promised_names.txt, and here
+// what such a library has compiled in. Places, values and signatures are checked when this file is compiled,
+// everything else by the method `closed.all`, which says for each check whether it holds.
 
+#include <brumecpd/engine_api.h>
+#include <dlfcn.h>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <sys/timerfd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <utility>
 
-#include "engines/closed_api.h"
-
-namespace {
+#include "infra/corvo_notif_hub.h"
+#include "infra/corvo_rpc_command.h"
+#include "infra/corvo_scheduler.h"
+#include "infra/corvo_socket_channel.h"
+#include "infra/corvo_zip.h"
+#include "infra/exports/corvo_malloc.h"
+#include "infra/exports/corvo_mt.h"
 
 using namespace corvo;
+using namespace corvo::Logger;
+using std::string;
+using Text = const string&;
 
-int g_evfd = -1;
-RpcCommandsTable* g_cmds = nullptr;
+// The shims under their C++ names: their header, which isn't included, declares the C names.
+int cv_timerfd_create(int, int), cv_timerfd_settime(int, int, const itimerspec*, itimerspec*),
+    cv_nanosleep(const timespec*, timespec*), cv_socket(int, int, int),
+    cv_bind(int, const sockaddr*, unsigned int), cv_listen(int, int),
+    cv_connect(int, const sockaddr*, unsigned int), cv_socketpair(int, int, int, int*), cv_close(int),
+    cv_epoll_create1(int), cv_epoll_ctl(int, int, int, epoll_event*),
+    cv_epoll_wait(int, epoll_event*, int, int), cv_poll(pollfd*, unsigned long, int),
+    cv_set_sock_send_qsize(int, unsigned int), cv_get_sock_send_qsize(int, unsigned int&);
+long cv_send(int, const void*, unsigned int, int), cv_recv(int, void*, unsigned int, int);
 
-bool system_calls(Text) {
+// --- places of members
+
+/** Where members of these types begin if they lie in this order. The last place is the size of the whole. */
+template <class... Members>
+constexpr auto places() {
+    constexpr size_t sizes[] = {sizeof(Members)..., 0};
+    constexpr size_t alignments[] = {alignof(Members)..., std::max({alignof(Members)...})};
+    std::array<size_t, std::size(sizes)> begins{};
+    size_t at = 0;
+    for (size_t i = 0; i < begins.size(); at += sizes[i++])
+        begins[i] = at = (at + alignments[i] - 1) / alignments[i] * alignments[i];
+    return begins;
+}
+
+template <class Whole, class... Members>
+constexpr bool lie_at(const size_t (&begins)[sizeof...(Members)]) {
+    const auto expected = places<Members...>();
+    return std::equal(std::begin(begins), std::end(begins), expected.begin()) &&
+           expected.back() == sizeof(Whole);
+}
+
+using Table = void*;
+using Callback = std::function<void()>;
+using List = std::vector<int>;
+using Map = std::unordered_map<string, int>;
+using Shared = std::shared_ptr<int>;
+using Pair = SocketChannelPair;
+using api::InitConfig;
+using notif::Filter;
+using notif::Severity;
+using notif::Subscriber;
+using Note = notif::Event;
+
+static_assert(lie_at<EventRC, uint32_t, uint32_t, EventState>(
+    {offsetof(EventRC, action), offsetof(EventRC, timeout_ms), offsetof(EventRC, state)}));
+static_assert(lie_at<Event, Table, int, List>({0, offsetof(Event, m_fd), offsetof(Event, m_completion_cbs)}));
+static_assert(lie_at<Task, Table, uint64_t, int32_t>({0, offsetof(Task, m_when),
+                                                      offsetof(Task, m_hog_timeout_ms)}));
+static_assert(lie_at<SocketChannel, Event, Callback, unsigned, string>({0, offsetof(SocketChannel, m_handler),
+                                                                        offsetof(SocketChannel, m_timeout_ms),
+                                                                        offsetof(SocketChannel, m_name)}));
+static_assert(lie_at<Pair, Shared, Shared>({offsetof(Pair, m_first), offsetof(Pair, m_second)}));
+static_assert(lie_at<CStrRef, const char*, string>({offsetof(CStrRef, m_text), offsetof(CStrRef, m_owned)}));
+static_assert(lie_at<LoggerInstance, Table, logger_level_e, FILE*, string, Map>(
+    {0, offsetof(LoggerInstance, m_level), offsetof(LoggerInstance, m_file),
+     offsetof(LoggerInstance, m_filename), offsetof(LoggerInstance, m_comps)}));
+static_assert(lie_at<Note, Table, uint64_t, string, string, Severity, string, int64_t>(
+    {0, offsetof(Note, id), offsetof(Note, feature), offsetof(Note, name), offsetof(Note, severity),
+     offsetof(Note, desc), offsetof(Note, ts)}));
+static_assert(lie_at<Filter, string, string, Severity>({offsetof(Filter, feature), offsetof(Filter, name),
+                                                        offsetof(Filter, severity)}));
+static_assert(lie_at<Subscriber, Table, Filter, uint64_t>({0, offsetof(Subscriber, m_filter),
+                                                           offsetof(Subscriber, m_hits)}));
+static_assert(lie_at<RpcCommandException, std::runtime_error, uint32_t>({0, offsetof(RpcCommandException,
+                                                                                     m_rc)}));
+static_assert(lie_at<RpcCommand, Table, string>({0, offsetof(RpcCommand, m_name)}));
+static_assert(lie_at<RpcComponent, string, List>({offsetof(RpcComponent, m_name),
+                                                  offsetof(RpcComponent, m_commands)}));
+static_assert(lie_at<InitConfig, uint32_t, string, uint32_t, uint32_t, string, void*>(
+    {offsetof(InitConfig, shm_type), offsetof(InitConfig, shm_dev), offsetof(InitConfig, shm_addr),
+     offsetof(InitConfig, shm_size), offsetof(InitConfig, cp_addr), offsetof(InitConfig, cmds)}));
+
+// Libraries may have a scheduler, a hub or a table of their own, and set aside no more than this.
+constexpr size_t POLLER_SIZE = places<int, Map, std::multiset<std::pair<int, EventExpireReason>>>().back();
+static_assert(sizeof(EventPoller) <= POLLER_SIZE &&
+              sizeof(Scheduler) <=
+                  sizeof(std::multiset<int>) + POLLER_SIZE + places<int, Callback, void*>().back() &&
+              sizeof(notif::Notif) <= sizeof(List) &&
+              sizeof(RpcCommandsTable) <= places<List, Map, bool>().back() &&
+              sizeof(corvo_mt_client_) == 112 && sizeof(cvmalloc_stats_) == 12);
+
+// --- values
+
+static_assert(EVENT_STATE_NONE == 0 && EVENT_STATE_READ == 2 && EVENT_STATE_WRITE == 3 &&
+              EVENT_STATE_READ_WRITE == 4 && EVENT_EXPIRE_READY == 0 && EVENT_EXPIRE_TIMEOUT == 1 &&
+              EventRC::ACTION_REARM == 0 && EventRC::ACTION_DONE == 1 && Scheduler::SCHED_EVENT_STOP == 0);
+static_assert(CHANNEL_OK == 0 && CHANNEL_SEND_AGAIN == 1 && CHANNEL_RECV_AGAIN == 2 && CHANNEL_TIMEOUT == 3);
+static_assert(QUIET == 0 && ERROR == 1 && WARN == 2 && INFO == 3 && DEBUG == 4 && INHERITED == 5 &&
+              LOGGER_CONSOLE == 0 && LOGGER_SYSLOG == 1);
+static_assert(notif::SEV_ANY == 0 && notif::SEV_INFO == 1 && notif::SEV_WARN == 2 && notif::SEV_SEVERE == 3);
+static_assert(RpcParser::TYPE_BYTE == 0 && RpcParser::TYPE_STRING == 8 && RpcParser::TYPE_ARRAY == 10);
+
+// --- virtual functions: a library's own classes have them with these signatures and in this order
+
+namespace own {
+
+struct Event : corvo::Event {
+    string get_name() const override;
+    EventRC do_work(const EventExpireReason&) override;
+    virtual void next();
+};
+struct Task : corvo::Task {
+    int execute() override { return -1; }
+    string get_name() const override { return "own"; }
+    int64_t hog_timeout_ms() const override { return 0; }
+    virtual void next() {}
+};
+struct Channel : SocketChannel {
+    string get_name() const override;
+    EventRC do_work(const EventExpireReason&) override;
+    state_e push(Text) const override, pop(string&, int) const override;
+    void set_handler(handler_cb) override;
+    handler_cb get_handler() override;
+    long _send(int, Text) const override, _recv(int, string&) const override;
+    state_e _poll(int, int) const override;
+    virtual void next();
+};
+struct Logger : LoggerInstance {
+    void log(const char*, int, Text, const char*, logger_level_e, va_list) override;
+    void history(std::vector<string>&, unsigned) override;
+    void set_verbosity(logger_level_e) override, set_verbosity(logger_level_e, Text) override;
+    void reset_verbosity(logger_level_e) override;
+    const char* get_verbosity() override;
+    logger_level_e get_comp_verb(Text) override;
+    std::unordered_map<string, logger_level_e> get_verbosity_comps() override;
+    string get_log_filename() override;
+    void write(const char*, va_list, bool) override, flush() override;
+    virtual void next();
+};
+struct Subscriber : notif::Subscriber {
+    int execute_(const notif::Event&) override;
+    string uid() const override;
+    virtual void next();
+};
+struct Command : RpcCommand {
+    int _run(Text, const Json::Value&, Json::Value&) override;
+    virtual void next();
+};
+
+}  // namespace own
+
+/** Whether these virtual functions come in this order right after the destructor. */
+template <class... Functions>
+bool follow(Functions... functions) {
+    uintptr_t slots[sizeof...(functions)], expected = 2 * sizeof(void*), *slot = slots;
+    // By the ABI, such a pointer begins with the function's place in the table; on some machines, plus one.
+    (std::memcpy(slot++, &functions, sizeof *slot), ...);
+    return std::all_of(std::begin(slots), std::end(slots), [&](uintptr_t place) {
+        return (place & ~uintptr_t{1}) == std::exchange(expected, expected + sizeof(void*));
+    });
+}
+
+Json::Value virtual_functions() {
+    using L = own::Logger;
+    using C = own::Channel;
+    return follow(&own::Event::get_name, &own::Event::do_work, &own::Event::next) &&
+           follow(&own::Task::execute, &own::Task::get_name, &own::Task::hog_timeout_ms, &own::Task::next) &&
+           follow(&C::get_name, &C::do_work, &C::push, &C::pop, &C::set_handler, &C::get_handler, &C::_send,
+                  &C::_recv, &C::_poll, &C::next) &&
+           follow(&L::log, &L::history, static_cast<void (L::*)(logger_level_e)>(&L::set_verbosity),
+                  static_cast<void (L::*)(logger_level_e, Text)>(&L::set_verbosity), &L::reset_verbosity,
+                  &L::get_verbosity, &L::get_comp_verb, &L::get_verbosity_comps, &L::get_log_filename,
+                  &L::write, &L::flush, &L::next) &&
+           follow(&own::Subscriber::execute_, &own::Subscriber::uid, &own::Subscriber::next) &&
+           follow(&own::Command::_run, &own::Command::next);
+}
+
+// --- functions
+
+/** True, or a text with the names that the daemon doesn't export. */
+Json::Value names() {
+    void* const daemon = dlopen(nullptr, RTLD_LAZY);
+    string missing;
+    std::ifstream promised(PROMISED_NAMES);
+    for (string name; promised >> name;)
+        if (!dlsym(daemon, name.c_str())) missing += " " + name;
+    dlclose(daemon);
+    return promised.eof() && missing.empty() ? Json::Value(true) : Json::Value("missing:" + missing);
+}
+
+Json::Value system_calls() {
     int fds[5] = {-1, -1, cv_epoll_create1(0), cv_timerfd_create(CLOCK_MONOTONIC, 0),
                   cv_socket(AF_UNIX, SOCK_STREAM, 0)};
     epoll_event event{EPOLLIN, {}};
@@ -40,331 +230,56 @@ bool system_calls(Text) {
     return std::all_of(fds, fds + 5, [](int fd) { return cv_close(fd) == 0; }) && ok;
 }
 
-bool memory_and_locks(Text) {
+/** Nothing else calls these. */
+Json::Value functions_for_libraries() {
     void* grown = cvrealloc(cvmalloc(8), 16);
     auto* zeroed = static_cast<char*>(cvcalloc(2, 4));
     auto* large = static_cast<char*>(cvcalloc_large(8));
     cvmalloc_stats_ stats{};
-    bool ok = grown && zeroed[7] == 0 && large[7] == 0 && cvmalloc_stats(&stats) == 0 &&
-              stats.total >= stats.used && cvmalloc_trim(0) >= 0;
+    const bool memory = grown && zeroed[7] == 0 && large[7] == 0 && cvmalloc_stats(&stats) == 0 &&
+                        stats.heap_size >= stats.used && cvmalloc_trim(0) >= 0;
     cvfree(grown);
     cvfree(zeroed);
     cvfree_large(large, 8);
 
-    pthread_mutex_t mutex;
-    corvo_lock_init(&mutex);
-    corvo_lock_lock(&mutex);
-    corvo_lock_lock(&mutex);
-    corvo_lock_unlock(&mutex);
-    corvo_lock_unlock(&mutex);
-    return ok && pthread_mutex_destroy(&mutex) == 0;
-}
-
-bool memory_tracer(Text) {
     corvo_mt_client_ client{"?"};
-    corvo_mt_resume(1);
-    corvo_mt_ext_on_malloc(1, 1, nullptr);
-    corvo_mt_ext_on_free(1, 1, nullptr);
-    corvo_mt_ext_track(nullptr, 1);
-    corvo_mt_ext_untrack(nullptr, 1);
-    return !corvo_mt_supported() && corvo_mt_get(1, &client) == -EOPNOTSUPP && client.bytes[0] == 0 &&
-           corvo_mt_register_client("c") == -1 && corvo_mt_set_active_client(1) == 0 &&
-           corvo_mt_get_active_client() == -1 && corvo_mt_pause() == -1 && corvo_mt_ext_align_size(7) == 7;
-}
+    const bool tracer = !corvo_mt_supported() && corvo_mt_get(1, &client) == -EOPNOTSUPP &&
+                        client.opaque[0] == 0 && corvo_mt_register_client("c") == -1 &&
+                        corvo_mt_set_active_client(1) == 0 && corvo_mt_get_active_client() == -1 &&
+                        corvo_mt_pause() == -1 && corvo_mt_ext_align_size(7) == 7;
 
-bool compression(Text) {
-    const std::string text(100, 'a');
-    char *packed = nullptr, *raw = nullptr, *plain = nullptr;
-    const int size = corvo_zip_zip(text.data(), 100, &packed),
-              raw_size = corvo_zip_zip_raw(text.data(), 100, &raw);
-    std::string container, none;
-    bool ok = size == raw_size + 8 && corvo_zip_zip(text, container, true) == size &&
-              container == std::string(packed, size) && corvo_zip_is_zipped(packed, size) &&
-              corvo_zip_unzip(packed, size, &plain) == 100 && std::string(plain, 100) == text &&
-              !rpc::RpcZip::is_compressed(container) && rpc::RpcZip::compress(text, none) == 0 &&
-              rpc::RpcZip::uncompress(container, none) == 0;
-    for (char* buffer : {packed, raw, plain})
-        corvo_zip_destroy(buffer);
-
-    char encoded[8], decoded[8];
-    return ok && b64_elen(2) == 5 && b64_encode(encoded, "ab", 2) == 5 && b64_encode("ab", 2U) == encoded &&
-           b64_encode(std::string("ab")) == "YWI=" && b64_dlen(encoded) >= 3 &&
-           b64_decode(decoded, encoded) == 2 && b64_decode(std::string("YWI=")) == decoded &&
-           basis_64[1] == 'B' && pr2six['B'] == 1;
-}
-
-bool version_and_server(Text) {
-    using V = Version;
-    server::Server& server = *server::Server::g_ptr;
-    std::vector<std::string> methods;
-    server.get_rpc_cmds(methods);
-    std::string reply;
-    server.handle_rpc_request(R"({"jsonrpc":"2.0","id":1,"method":"closed.none"})", reply);
-    // As bytes: what is a bool can't be wrong, and nobody would look at it.
-    for (const bool* flag :
-         {&V::g_is_dev_image, &V::g_bare_metal, &V::g_have_dw, &V::g_in_slave_mode, &V::g_is_optimized})
-        if (*reinterpret_cast<const unsigned char*>(flag) > 1) return false;
-    return std::string("dev @ ") + V::g_gitsha == V::g_version && V::g_sanitizer < 3 &&
-           server.get_uptime() >= 0 && server.file_exists("/dev/null") &&
-           server.exitcause_to_str(3) == std::string("received signal SIGTERM") &&
-           std::count(methods.begin(), methods.end(), "closed.all") == 1 &&
-           reply.find("not registered") != std::string::npos;
-}
-
-/** Takes one count and ends at the next. */
-struct Counter : corvo::Event {
-    Counter() { m_fd = eventfd(1, EFD_CLOEXEC | EFD_SEMAPHORE); }
-    ~Counter() override { cv_close(m_fd); }
-    std::string get_name() const override { return "counter"; }
-    EventRC do_work(const EventExpireReason& reason) override {
-        eventfd_t count = 0;
-        if (reason == EVENT_EXPIRE_READY) eventfd_read(m_fd, &count);
-        eventfd_write(m_fd, 1);
-        const EventRC again[] = {resched(EVENT_STATE_READ), resched(EVENT_STATE_READ, 1), resched(1)};
-        return ++runs < 3 ? again[runs] : done();
-    }
-    int runs = 0;
-};
-
-struct Stopper : Task {
-    explicit Stopper(Scheduler& scheduler) : sched(scheduler) {}
-    int execute() override {
-        if (++runs == 20) sched.stop(3);
-        return 1;
-    }
-    std::string get_name() const override { return "stopper"; }
-    Scheduler& sched;
-    int runs = 0;
-};
-
-bool events_and_tasks(Text) {
-    auto event = std::make_shared<Counter>();
-    EventPoller poller;
-    poller.init();
-    poller.add(event, EVENT_STATE_READ, 0);
-    bool ok = poller.exists(event.get()) && poller.wait(0);
-    poller.OSPoll(0);
-    poller.remove_expired(event->m_fd);
-    ok = ok && poller.handle_pending_events(0) && event->runs == 1 && poller.remove(event.get());
-    poller.clear();
-
-    Scheduler sched;
-    auto task = std::make_shared<Stopper>(sched), other = std::make_shared<Stopper>(sched);
-    int cause = 0;
-    sched.register_to_scheduler_event(Scheduler::SCHED_EVENT_STOP, [&](int told) { cause = told; });
-    sched.add(std::shared_ptr<Task>(task), 0);
-    const std::shared_ptr<Task> second = other;
-    sched.add(second, 1000);
-    sched.add(event, EVENT_STATE_READ, 0);
-    Json::Value stats;
-    sched.stats(stats);
-    ok = ok && stats["tasks"]["tasks"].size() == 3 && sched.exists(task.get()) &&
-         sched.has_task(other.get()) && sched.exists(event.get()) && sched.remove(other.get()) &&
-         task->hog_timeout_ms() == 300 && sched.step() == 0 && Scheduler::now() >= task->m_when - 1 &&
-         sched.wait(1) && sched.handle_pending_events(0) && sched.run() == 3 && cause == 3;
-    sched.clear();
-    return ok && event->runs == 3 && task->runs == 20 && !sched.remove(event.get());
-}
-
-bool channels(Text) {
-    const SocketChannelPair pair("pair");
-    std::string got;
-    bool ok = pair.first->get_name() == "pair" && pair.first->push("hello") == CHANNEL_OK &&
-              pair.second->pop(got, 100) == CHANNEL_OK && got == "hello" &&
-              pair.second->pop(got, 0) == CHANNEL_RECV_AGAIN &&
-              pair.second->_poll(pair.second->m_fd, 0) == CHANNEL_TIMEOUT;
-    const auto own = std::make_unique<SocketChannel>("own", pair.second->m_fd, handler_cb(), 7);
-    SocketChannel& channel = *own;
-    channel.set_handler([](state_e, Text in, std::string& out) { out = in + "!"; });
-    ok = ok && channel.get_handler() && pair.first->_send(pair.first->m_fd, "again") == 5 &&
-         channel.do_work(EVENT_EXPIRE_READY).timeout_ms == 7;
-    return ok && pair.first->_recv(pair.first->m_fd, got) == 6 && got == "again!";
-}
-
-struct Memory : Logger::LoggerInstance {
-    using LoggerInstance::LoggerInstance;
-    void write(const char* fmt, va_list args, bool) override {
-        char line[256];
-        vsnprintf(line, sizeof line, fmt, args);
-        text += line;
-    }
-    void flush() override {}
-    std::string text;
-};
-
-void vlog(const char* fmt, ...) {
-    va_list args;
-    va_start(args, fmt);
-    Logger::vlog("file", 1, Logger::WARN, "closed", fmt, args);
-    va_end(args);
-}
-
-/** Puts others into the place of the daemon's own logger: first one of ours, then one of its own making. */
-bool logger(Text dir) {
-    using namespace Logger;
-    const std::string daemons = get_log_filename(), file = dir + "/closed.log";
-    std::vector<std::string> lines;
-    clear_log_file(file);
-    Memory memory(INFO, file);
-    set_logger(&memory);
-    xlog("file", 1, ERROR, "closed", std::string("text %d"), 5);
-    vlog("again %d", 6);
-    history(lines, 1);
-    bool ok = get_logger() == &memory && memory.text.find("Text 5") != std::string::npos &&
-              lines.size() == 1 && lines[0].ends_with("Again 6") && memory.m_level == INFO &&
-              memory.m_filename == file && memory.m_comps.count("closed") == 1;
-
-    open_logger(LOGGER_CONSOLE, INFO, file);
-    LoggerInstance& current = *get_logger();
-    ok = ok && current.get_verbosity() == std::string("INFO ") && current.get_log_filename() == file &&
-         current.level_to_str(WARN) == std::string("WARN ") && current.pred(INFO, "closed");
-    current.set_verbosity(ERROR);
-    current.set_verbosity(DEBUG, "closed");
-    ok = ok && pred(DEBUG, "closed") && !pred(WARN, "other") && current.get_comp_verb("closed") == DEBUG &&
-         current.get_verbosity_comps()["other"] == INHERITED;
-    current.reset_verbosity(QUIET);
-    current.history(lines, 2);
-    current.flush();
-    ok = ok && !pred(ERROR, "closed") && lines.size() == 3;
-    close_logger();
-    ok = ok && get_log_filename().empty();
-    open_logger(LOGGER_CONSOLE, INFO, daemons);
-    return ok;
-}
-
-struct Listener : notif::Subscriber {
-    Listener(std::string& heard) : Subscriber({"*", "a", notif::SEV_WARN}), m_heard(heard) {}
-    int execute_(const notif::Event& event) override {
-        m_heard += event.desc;
-        return 0;
-    }
-    std::string uid() const override { return "listener"; }
-    std::string& m_heard;
-};
-
-bool notifications(Text) {
-    std::string heard;
-    const uint64_t before = notif::Event::g_id;
-    Json::Value json, params, res;
-    params["cmd"] = "log";
-    notif::__notify("closed", "event", notif::SEV_SEVERE, "text");
-    notif::__ops(params, res);
-    const Json::Value& log = res["notif"]["log"];
-    const notif::Event event("closed", "a", notif::SEV_WARN, "heard");
-    event.to_json(json);
-    notif::Notif hub;
-    hub.subscribe(std::make_unique<Listener>(heard));
-    hub.notify(event);
-    hub.notify({"closed", "b", notif::SEV_WARN, "not"});
-    hub.unsubscribe("listener");
-    return notif::Event::g_id == before + 3 && log[log.size() - 1]["desc"] == "text" &&
-           json["id"] == Json::UInt64(event.id) && json["sev"] == "warn" && heard == "heard";
-}
-
-/** Fails as its parameters say. */
-struct Failing : RpcCommand {
-    Failing() : RpcCommand("failing") {}
-    int _run(Text, const Json::Value& params, Json::Value& res) override {
-        if (params == "execute") generate_execute_err(res, "text");
-        if (params == "internal") generate_internal_err(res, "text");
-        return 6;
-    }
-};
-
-template <class Work>
-bool fails(uint32_t rc, Work work) {
-    Json::Value res;
-    try {
-        work(res);
-    } catch (const RpcCommandException& e) {
-        return e.m_rc == rc && res["specific_err"] == e.what();
-    }
-    return false;
-}
-
-bool commands(Text dir) {
-    Failing command;
-    Json::Value params, res;
-    params["f"] = "word";
-    params["list"].append("word");
-    static const char* const WORD = "word";
-    bool ok = command.type_to_str(RpcParser::TYPE_ARRAY) == std::string("array") &&
-              command.json_type_to_name(params) == std::string("object") &&
-              command.parse_string(params, "f", res) == "word" &&
-              command.parse_choice<const char*>(params, "f", {"no", WORD}, res) == WORD;
-    command.check_field_type(params, "f", RpcParser::TYPE_STRING, res);
-    command.check_field_type(params["list"], 0, RpcParser::TYPE_STRING, res);
-    command.validate_path(dir, res);
-    command.validate_file("/proc/self/stat", res);
-    command.validate_ip("::1", res);
-    ok = ok &&
-         fails(
-             1,
-             [&](Json::Value& r) { command.check_field_type(params["list"], 1, RpcParser::TYPE_BYTE, r); }) &&
-         fails(1,
-               [&](Json::Value& r) { command.check_field_type_common(5, "f", RpcParser::TYPE_STRING, r); }) &&
-         fails(1, [&](Json::Value& r) { command.generate_parse_err(r, "text"); }) &&
-         fails(2, [&](Json::Value& r) { command.generate_parser_execute_err(r, "text"); }) &&
-         fails(4,
-               [](Json::Value& r) {
-                   r["specific_err"] = "again";
-                   throw RpcCommandException("again", 4);
-               }) &&
-         command.run("m", "execute", res) == 2 && command.run("m", "internal", res) == 3 &&
-         command.run("m", "", res) == 6;
-    try {
-        command.check_field_type("text", "f", RpcParser::TYPE_BYTE, res);
-        ok = false;
-    } catch (const Exception& e) {
-        ok = ok && e.what() == std::string("internal parsing error") &&
-             Exception("a").what() == std::string("a") &&
-             Exception("a", ENOENT).what() == std::string("a : No such file or directory");
-    }
-
-    RpcCommandsTable table;
-    table.init("", 0, 0);
-    auto component = std::make_unique<RpcComponent>("c");
-    component->add(new Failing);
-    std::vector<std::string> keys;
-    table.load_component(component.get());
-    table.query(keys);
-    ok = ok && keys == std::vector<std::string>{"c.failing"} && table.lookup("c.failing") &&
-         table.lookup_component("c") == component.get();
-    table.unload_component("c");
-    table.load_component(new RpcComponent(""));
-    table.reset();
-    return ok && !table.lookup("c.failing");
+    Scheduler scheduler;
+    const auto task = std::make_shared<own::Task>();
+    scheduler.add(std::shared_ptr<Task>(task), 1000);
+    SocketChannel channel(
+        "own", 1, [](state_e, Text, string&) {}, 0);
+    return memory && tracer && scheduler.has_task(task.get()) && channel.get_handler() &&
+           !rpc::RpcZip::is_compressed("");
 }
 
 const struct {
     const char* family;
-    bool (*works)(Text dir);
+    Json::Value (*holds)();
 } FAMILIES[] = {
+    {"names", names},
+    {"virtual functions", virtual_functions},
     {"system calls", system_calls},
-    {"memory and locks", memory_and_locks},
-    {"memory tracer", memory_tracer},
-    {"compression", compression},
-    {"version and server", version_and_server},
-    {"events and tasks", events_and_tasks},
-    {"channels", channels},
-    {"logger", logger},
-    {"notifications", notifications},
-    {"commands", commands},
+    {"functions for libraries", functions_for_libraries},
 };
 
 struct All : RpcCommand {
     All() : RpcCommand("all") {}
-    int _run(Text, const Json::Value& params, Json::Value& res) override {
-        for (const auto& [family, works] : FAMILIES)
-            res["result"][family] = works(parse_string(params, "dir", res));
-        return 0;
+    int _run(Text, const Json::Value&, Json::Value& res) override {
+        for (const auto& [family, holds] : FAMILIES)
+            res["result"][family] = holds();
+        return CMD_OK;
     }
 };
 
-}  // namespace
+extern int g_evfd;
+RpcCommandsTable* g_cmds = nullptr;
 
-extern "C" {
-[[gnu::visibility("default")]] void corvo_api_cp_init(const api::InitConfig& config, std::string&) {
+void corvo_api_cp_init(const InitConfig& config, string&) {
     g_cmds = config.cmds;
     auto component = std::make_unique<RpcComponent>("closed");
     component->add(new All);
@@ -372,13 +287,8 @@ extern "C" {
     g_evfd = eventfd(0, EFD_CLOEXEC);
 }
 
-[[gnu::visibility("default")]] void corvo_api_cp_deinit(std::string&) {
+void corvo_api_cp_deinit(string&) {
     const std::unique_ptr<RpcComponent> component(g_cmds->lookup_component("closed"));
     g_cmds->unload_component("closed");
     cv_close(g_evfd);
-}
-
-[[gnu::visibility("default")]] void corvo_api_cp_get_evfd(int& fd, std::string&) {
-    fd = g_evfd;
-}
 }

@@ -35,7 +35,7 @@ struct State {
 };
 State g_state;
 
-/** Cuts at blanks. */
+/** Splits at blanks. */
 std::vector<std::string> split_words(const std::string& text) {
     std::istringstream words(text);
     std::vector<std::string> out;
@@ -44,47 +44,19 @@ std::vector<std::string> split_words(const std::string& text) {
     return out;
 }
 
-/** The lines of the script as they are at this moment; without a readable file there are none. */
-class Script {
- public:
-    Script() {
-        const char* path = getenv("TEST_ENGINE_SCRIPT");
-        std::ifstream file(path ? path : "");
-        for (std::string line; std::getline(file, line);) {
-            std::istringstream words(line);
-            std::string verb, function;
-            words >> verb >> function >> std::ws;
-            std::getline(words, m_rests[verb + " " + function]);
-        }
-    }
-    /** It is none of the next call's. */
-    static void remove() { unlink(getenv("TEST_ENGINE_SCRIPT")); }
-    /** The rest of the last line "verb function ...", null if there is none. */
-    const std::string* rest(const std::string& verb, const std::string& function) const {
-        const auto found = m_rests.find(verb + " " + function);
-        return found == m_rests.end() ? nullptr : &found->second;
-    }
-
- private:
-    std::map<std::string, std::string> m_rests;
-};
-
 void make_readable() {
     const uint64_t one = 1;
     if (g_state.evfd >= 0 && write(g_state.evfd, &one, sizeof one) < 0) abort();
 }
 
-void log_call(const std::string& name, const std::string& args) {
-    const char* path = getenv("TEST_ENGINE_LOG");
-    if (!path) return;
-    const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0) return;
-    const std::string line = args.empty() ? name + "\n" : name + " " + args + "\n";
-    [[maybe_unused]] const ssize_t written = write(fd, line.data(), line.size());
-    close(fd);
+std::string to_text(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value);
 }
 
 volatile bool g_deeper = true;
+volatile int* volatile g_nowhere = nullptr;
 
 void overflow_stack() {
     volatile char frame[4096];
@@ -93,7 +65,7 @@ void overflow_stack() {
     frame[1] = frame[0];  // no tail call
 }
 
-/** Ends the process by the C library's own check, which finds the end of the heap overwritten. */
+/** Overwrites the end of the heap, and makes the C library check it, which aborts. */
 void corrupt_heap() {
     char* volatile last = nullptr;
     for (int i = 0; i < 20; ++i)
@@ -103,7 +75,7 @@ void corrupt_heap() {
         last = static_cast<char*>(malloc(100000));
 }
 
-/** The same while the heap's lock is held: the C library takes no locks until there was a thread. */
+/** The same with the heap locked. The C library takes no locks before there was a second thread. */
 void crash_in_locked_heap() {
     pthread_t thread;
     pthread_create(
@@ -112,7 +84,7 @@ void crash_in_locked_heap() {
     corrupt_heap();
 }
 
-/** Memory that is used and never given back, and descriptors that nobody closes. */
+/** Leaks memory that is really used, and descriptors. */
 void leak(int descriptors) {
     constexpr size_t SIZE = 8 << 20;
     void* memory = mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -134,79 +106,77 @@ void close_from(int first, int last) {
 
 struct Crash {
     const char* kind;
-    void (*run)();  ///< may return: then the call goes on
+    void (*run)(const std::string& argument);  ///< may return: then the call goes on
 };
 constexpr Crash CRASHES[] = {
-    {"segv", [] { raise(SIGSEGV); }},
-    {"ill", [] { raise(SIGILL); }},
-    {"fpe", [] { raise(SIGFPE); }},
-    {"bus", [] { raise(SIGBUS); }},
-    {"sys", [] { raise(SIGSYS); }},
-    {"null",
-     [] {
-         volatile int* volatile nowhere = nullptr;
-         *nowhere = 1;
-     }},
-    {"overflow", overflow_stack},
-    {"heap", corrupt_heap},
-    {"inmalloc", crash_in_locked_heap},
-    {"throw_int", [] { throw 1; }},
-    {"abort", abort},
-    {"leak", [] { leak(50); }},
-    {"greed", [] { leak(INT_MAX); }},
-    {"flood", flood},
-    {"close", [] { close_from(3, 1023); }},
-    {"close_std", [] { close_from(0, 2); }},
+    {"abort", [](auto&) { abort(); }},
+    {"segv", [](auto&) { raise(SIGSEGV); }},
+    {"ill", [](auto&) { raise(SIGILL); }},
+    {"fpe", [](auto&) { raise(SIGFPE); }},
+    {"bus", [](auto&) { raise(SIGBUS); }},
+    {"sys", [](auto&) { raise(SIGSYS); }},
+    {"null", [](auto&) { *g_nowhere = 1; }},
+    {"overflow", [](auto&) { overflow_stack(); }},
+    {"heap", [](auto&) { corrupt_heap(); }},
+    {"inmalloc", [](auto&) { crash_in_locked_heap(); }},
+    {"throw", [](auto& text) { throw std::runtime_error(text.empty() ? "scripted exception" : text); }},
+    {"throw_int", [](auto&) { throw 1; }},
+    {"exit", [](auto& status) { _exit(std::stoi(status)); }},
+    {"leave", [](auto& status) { exit(std::stoi(status)); }},
+    {"leak", [](auto&) { leak(50); }},
+    {"greed", [](auto&) { leak(INT_MAX); }},
+    {"flood", [](auto&) { flood(); }},
+    {"close", [](auto&) { close_from(3, 1023); }},
+    {"close_std", [](auto&) { close_from(0, 2); }},
     {"hang",
-     [] {
+     [](auto&) {
          while (true)
              pause();
      }},
 };
 
 void crash(const std::string& how) {
-    const std::vector<std::string> words = split_words(how);
-    const std::string kind = words.empty() ? "abort" : words[0];
-    const int number = words.size() > 1 ? atoi(words[1].c_str()) : 1;
-    if (kind == "exit") _exit(number);
-    if (kind == "leave") exit(number);
-    if (kind == "throw")
-        throw std::runtime_error(words.size() > 1 ? how.substr(kind.size() + 1) : "scripted exception");
-    const auto* known =
-        std::find_if(std::begin(CRASHES), std::end(CRASHES), [&](const Crash& c) { return kind == c.kind; });
-    known == std::end(CRASHES) ? abort() : known->run();
+    const size_t end = std::min(how.size(), how.find(' '));
+    for (const Crash& crash : CRASHES)
+        if (how.substr(0, end) == crash.kind) return crash.run(how.substr(std::min(how.size(), end + 1)));
+    abort();
 }
 
-Json::Value nonsense_value() {
+void spoil(Json::Value& out) {
     Json::Value deep(HOSTILE);
     for (int i = 0; i < 300; ++i) {
         Json::Value outer(Json::arrayValue);
         outer.append(std::move(deep));
         deep = std::move(outer);
     }
-    Json::Value out;
+    out = Json::Value();
     out["deep"] = deep;
     out["nan"] = std::numeric_limits<double>::quiet_NaN();
     out["infinity"] = std::numeric_limits<double>::infinity();
     out[HOSTILE] = HOSTILE;
-    return out;
 }
 
-std::vector<std::string> nonsense_list() {
-    return {std::string(100000, 'x'), HOSTILE, "", std::string("a\0b", 3), "line\nbreak"};
+void spoil(std::vector<std::string>& out) {
+    out = {std::string(100000, 'x'), HOSTILE, "", std::string("a\0b", 3), "line\nbreak"};
 }
 
-std::string nonsense_text() {
-    return std::string(100000, '\xff') + std::string("\0\n", 2) + HOSTILE;
+void spoil(std::string& out) {
+    out = std::string(100000, '\xff') + std::string("\0\n", 2) + HOSTILE;
 }
 
-void make_nonsense_of(std::vector<corvo::api::pkt_>& pkts) {
+/** A file is always readable, and epoll takes none. */
+void spoil(int& fd) {
+    fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+}
+
+void spoil(std::vector<corvo::api::pkt_>& pkts) {
     for (auto& pkt : pkts) {
         pkt.cls = UINT32_MAX;
         pkt.protocol = HOSTILE;
         pkt.error = static_cast<corvo::api::pkt_error_e>(999);
         pkt.cat.assign(100, {65535, 65535});
-        pkt.tph = pkt.attr = nonsense_list();
+        spoil(pkt.tph);
+        spoil(pkt.attr);
         pkt.data = nullptr;
         pkt.len = 65535;
     }
@@ -216,50 +186,62 @@ void make_nonsense_of(std::vector<corvo::api::pkt_>& pkts) {
 /** The start of every function: logs the call and does what the script says about it. */
 class Call {
  public:
-    Call(const std::string& name, std::string& err, const std::string& args = "") {
-        log_call(name, args);
-        if (m_script.rest("once", name)) Script::remove();
-        m_nonsense = m_script.rest("nonsense", name) != nullptr;
-        if (m_script.rest("signal", name)) make_readable();
-        if (const auto* text = m_script.rest("stderr", name)) dprintf(STDERR_FILENO, "%s\n", text->c_str());
-        if (const auto* ms = m_script.rest("delay", name)) usleep(1000 * std::stoi(*ms));
-        if (const auto* how = m_script.rest("crash", name)) crash(*how);
-        if (const auto* text = m_script.rest("fail", name)) err = *text;
+    template <class... Args>
+    Call(std::string name, std::string& err, const Args&... args) : m_name(std::move(name)) {
+        read_script();
+        if (const char* path = getenv("TEST_ENGINE_LOG"))
+            ((std::ofstream(path, std::ios::app) << m_name << (sizeof...(args) ? " " : "")) << ... << args)
+                << '\n';
+        if (line("once")) unlink(getenv("TEST_ENGINE_SCRIPT"));  // the next call must not see it
+        if (line("signal")) make_readable();
+        if (const auto* text = line("stderr")) dprintf(STDERR_FILENO, "%s\n", text->c_str());
+        if (const auto* ms = line("delay")) usleep(1000 * std::stoi(*ms));
+        if (const auto* how = line("crash")) crash(*how);
+        if (const auto* text = line("fail")) err = *text;
         m_failed = !err.empty();
     }
 
+    /** The rest of the last line of the script that begins with these two words; null if there is none. */
+    const std::string* line(const std::string& verb, std::string function = "") const {
+        const auto found = m_lines.find(verb + " " + (function.empty() ? m_name : function));
+        return found == m_lines.end() ? nullptr : &found->second;
+    }
     bool failed() const { return m_failed; }
-    /** Whether what it gives back is to be nonsense. */
-    bool nonsense() const { return m_nonsense; }
-    const Script& script() const { return m_script; }
-    const std::string* value(const std::string& name) const { return m_script.rest("return", name); }
+    bool nonsense() const { return line("nonsense"); }
+    /** What the script says after the verb, or the default. */
+    std::string scripted(const std::string& verb, const std::string& otherwise) const {
+        const auto* text = line(verb);
+        return text ? *text : otherwise;
+    }
+    /** Sets what the function returns, unless the call fails. */
+    template <class Value>
+    void give(Value& out, const Value& usual) const {
+        if (m_failed) return;
+        out = usual;
+        if (nonsense()) spoil(out);
+    }
+    void give(Json::Value& out, const char* otherwise) const {
+        Json::Value usual;
+        Json::Reader().parse(scripted("return", otherwise), usual);
+        give(out, usual);
+    }
 
  private:
-    Script m_script;
+    /** As it is at this moment; without a readable file it is empty. */
+    void read_script() {
+        const char* path = getenv("TEST_ENGINE_SCRIPT");
+        std::ifstream file(path ? path : "");
+        for (std::string line; std::getline(file, line);) {
+            std::istringstream words(line);
+            std::string verb, function;
+            words >> verb >> function >> std::ws;
+            std::getline(words, m_lines[verb + " " + function]);
+        }
+    }
+    std::string m_name;
+    std::map<std::string, std::string> m_lines;
     bool m_failed = false;
-    bool m_nonsense = false;
 };
-
-/** Fills `out` with the scripted JSON text, or with the default one. */
-void answer_json(const Call& call, const std::string& name, const char* otherwise, Json::Value& out) {
-    if (call.failed()) return;
-    const auto* text = call.value(name);
-    Json::Reader().parse(text ? *text : otherwise, out);
-    if (call.nonsense()) out = nonsense_value();
-}
-
-std::string to_text(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
-
-template <typename... Args>
-std::string text(const Args&... args) {
-    std::ostringstream out;
-    (out << ... << args);
-    return out.str();
-}
 
 void classify(corvo::api::pkt_& pkt, const std::vector<std::string>& classes, bool extended) {
     const size_t pair = 2 * (g_state.packets++ % (classes.size() / 2));
@@ -277,29 +259,27 @@ void classify(corvo::api::pkt_& pkt, const std::vector<std::string>& classes, bo
 }  // namespace
 
 void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string& err) {
-    const Call call(
-        "init", err,
-        text("shm_type=", config.shm_type, " shm_dev=", config.shm_dev, " shm_addr=", config.shm_addr,
-             " shm_size=", config.shm_size, " cp_addr=", config.cp_addr, " cmds=", config.cmds ? 1 : 0));
+    const Call call("init", err, "shm_type=", config.shm_type, " shm_dev=", config.shm_dev,
+                    " shm_addr=", config.shm_addr, " shm_size=", config.shm_size, " cp_addr=", config.cp_addr,
+                    " cmds=", config.cmds ? 1 : 0);
     if (call.failed()) return;
     g_state = State();
     g_state.evfd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
 
 void corvo_api_cp_deinit(std::string& err) {
-    const Call call("deinit", err);
+    Call("deinit", err);
     if (g_state.evfd >= 0) close(g_state.evfd);
     g_state = State();
 }
 
 void corvo_api_cp_activate(const corvo::api::ActivateConfig& config, std::string& err) {
-    const Call call("activate", err,
-                    text("max_flows=", config.max_flows, " dp_workers=", config.dp_workers,
-                         " writable_shm=", config.writable_shm));
+    Call("activate", err, "max_flows=", config.max_flows, " dp_workers=", config.dp_workers,
+         " writable_shm=", config.writable_shm);
 }
 
 void corvo_api_cp_deactivate(std::string& err) {
-    const Call call("deactivate", err);
+    Call("deactivate", err);
 }
 
 int corvo_api_cp_tick(std::string& err) {
@@ -307,17 +287,12 @@ int corvo_api_cp_tick(std::string& err) {
     if (g_state.evfd >= 0) [[maybe_unused]]
         const ssize_t n = read(g_state.evfd, &count, sizeof count);
     const Call call("tick", err);
-    const auto* delay = call.value("tick");
-    if (call.nonsense()) return INT_MIN;
-    return delay ? std::stoi(*delay) : 1000;
+    return call.nonsense() ? INT_MIN : std::stoi(call.scripted("return", "1000"));
 }
 
 void corvo_api_cp_get_evfd(int& fd, std::string& err) {
-    const Call call("get_evfd", err, text(fd));
-    const auto* scripted = call.value("get_evfd");
-    if (!call.failed()) fd = scripted ? std::stoi(*scripted) : g_state.evfd;
-    // A file is always readable, and epoll takes none.
-    if (call.nonsense()) fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    const Call call("get_evfd", err, fd);
+    call.give(fd, std::stoi(call.scripted("return", std::to_string(g_state.evfd))));
 }
 
 void corvo_api_cp_push_pkts(const std::string& dpaddr, std::vector<corvo::api::pkt_>& pkts, std::string& err,
@@ -325,15 +300,13 @@ void corvo_api_cp_push_pkts(const std::string& dpaddr, std::vector<corvo::api::p
     size_t bytes = 0;
     for (const auto& pkt : pkts)
         bytes += pkt.len;
-    const Call call("push_pkts", err,
-                    text("dpaddr=", dpaddr, " pkts=", pkts.size(), " bytes=", bytes,
-                         " ns_id=", pkts.empty() ? 0 : pkts[0].ns_id, " extended=", extended));
+    const Call call("push_pkts", err, "dpaddr=", dpaddr, " pkts=", pkts.size(), " bytes=", bytes,
+                    " ns_id=", pkts.empty() ? 0 : pkts[0].ns_id, " extended=", extended);
     if (call.failed()) return;
-    const auto* scripted = call.script().rest("class", "push_pkts");
-    const std::vector<std::string> classes = split_words(scripted ? *scripted : "1 bench");
+    const std::vector<std::string> classes = split_words(call.scripted("class", "1 bench"));
     for (auto& pkt : pkts)
         classify(pkt, classes, extended);
-    if (call.nonsense()) make_nonsense_of(pkts);
+    if (call.nonsense()) spoil(pkts);
 }
 
 void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
@@ -341,82 +314,70 @@ void corvo_api_cp_coffee(const std::string& dpaddr, const std::string& func,
     std::string numbers;
     for (const uint32_t arg : args)
         numbers += (numbers.empty() ? "" : ",") + std::to_string(arg);
-    const Call call("coffee", err, text("dpaddr=", dpaddr, " func=", func, " args=", numbers));
-    const auto* scripted = call.value("coffee");
-    if (!call.failed()) result = scripted ? *scripted : "done " + func;
-    if (call.nonsense()) result = nonsense_text();
+    const Call call("coffee", err, "dpaddr=", dpaddr, " func=", func, " args=", numbers);
+    call.give(result, call.scripted("return", "done " + func));
 }
 
 void corvo_api_cp_get_version(Json::Value& out, std::string& err) {
-    const Call call("get_version", err);
-    answer_json(call, "get_version", R"({"version":"scripted"})", out);
+    Call("get_version", err).give(out, R"({"version":"scripted"})");
 }
 
 void corvo_api_cp_get_dps(std::vector<std::string>& out, std::string& err) {
-    const Call call("get_dps", err);
-    if (!call.failed()) out = {"dp0"};
-    if (call.nonsense()) out = nonsense_list();
+    Call("get_dps", err).give(out, {"dp0"});
 }
 
 void corvo_api_cp_intf_attach(const std::string& ifname, std::string& err) {
     const Call call("intf_attach", err, ifname);
-    if (!call.failed()) g_state.interfaces.push_back(ifname);
-    if (call.nonsense()) g_state.interfaces = nonsense_list();
+    auto names = g_state.interfaces;
+    names.push_back(ifname);
+    call.give(g_state.interfaces, names);
 }
 
 void corvo_api_cp_intf_detach(const std::string& ifname, std::string& err) {
     const Call call("intf_detach", err, ifname);
-    auto& names = g_state.interfaces;
-    if (!call.failed() && !call.nonsense())
-        names.erase(std::remove(names.begin(), names.end(), ifname), names.end());
+    if (!call.failed() && !call.nonsense()) std::erase(g_state.interfaces, ifname);
 }
 
 void corvo_api_cp_intf_get(std::vector<std::string>& out, std::string& err) {
     const Call call("intf_get", err);
-    const auto* scripted = call.script().rest("list", "intf");
-    if (!call.failed()) out = scripted ? split_words(*scripted) : g_state.interfaces;
-    if (call.nonsense()) out = nonsense_list();
+    const auto* listed = call.line("list", "intf");
+    call.give(out, listed ? split_words(*listed) : g_state.interfaces);
 }
 
 void corvo_api_cp_collector_enable(const std::string& component, std::string& err) {
-    const Call call("collector_enable", err, component);
+    Call("collector_enable", err, component);
 }
 
 void corvo_api_cp_collector_disable(const std::string& component, std::string& err) {
-    const Call call("collector_disable", err, component);
+    Call("collector_disable", err, component);
 }
 
 void corvo_api_cp_collector_set_interval(const std::string& component, uint64_t interval, std::string& err) {
-    const Call call("collector_set_interval", err, text(component, " ", interval));
+    Call("collector_set_interval", err, component, " ", interval);
 }
 
 void corvo_api_cp_get_collectors(Json::Value& out, std::string& err) {
-    const Call call("get_collectors", err);
-    answer_json(call, "get_collectors", R"({"collectables":["flows","memory"],"exporter":{"type":"none"}})",
-                out);
+    Call("get_collectors", err)
+        .give(out, R"({"collectables":["flows","memory"],"exporter":{"type":"none"}})");
 }
 
 void corvo_api_cp_collector_get_sample(const std::string& component, Json::Value& out, std::string& err) {
-    const Call call("collector_get_sample", err, component);
-    answer_json(call, "collector_get_sample", R"({"flows":3})", out);
+    Call("collector_get_sample", err, component).give(out, R"({"flows":3})");
 }
 
 void corvo_api_cp_collect_set_exporter(const corvo::api::ExporterConfig& config, std::string& err) {
-    const Call call(
-        "collect_set_exporter", err,
-        text("type=", config.type, " server=", config.server, " port=", config.port, " path=", config.path));
+    Call("collect_set_exporter", err, "type=", config.type, " server=", config.server, " port=", config.port,
+         " path=", config.path);
 }
 
 void corvo_api_cp_health_get(Json::Value& out, bool verbose, std::string& err) {
-    const Call call("health_get", err, text("verbose=", verbose));
-    answer_json(call, "health_get", R"({"healthy":true})", out);
+    Call("health_get", err, "verbose=", verbose).give(out, R"({"healthy":true})");
 }
 
 void corvo_api_cp_health_conf_get(Json::Value& out, std::string& err) {
-    const Call call("health_conf_get", err);
-    answer_json(call, "health_conf_get", R"({"period":10})", out);
+    Call("health_conf_get", err).give(out, R"({"period":10})");
 }
 
 void corvo_api_cp_health_conf_set(const Json::Value& conf, std::string& err) {
-    const Call call("health_conf_set", err, to_text(conf));
+    Call("health_conf_set", err, to_text(conf));
 }

@@ -1,5 +1,5 @@
-// A capture file, read by the reader of each format, written and read back. First byte: how often pcap is
-// read in a loop.
+// A capture file, read by each format's reader, written and read back. First byte: how often the pcap reader
+// loops.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-/** A file without a disk. Each opening has a position of its own. */
+/** A file in memory. Each time it is opened, reading starts at its front. */
 class MemoryFile {
  public:
     void write(const std::string& content) {
@@ -38,7 +38,7 @@ std::vector<std::string> frames_of(Reader& reader) {
     return frames;
 }
 
-/** What is read of a file and written with `Writer` has to come back the same. */
+/** Frames that are read from a file and written with `Writer` must read back the same. */
 template <typename Reader, typename Writer>
 void read_and_write_back(const MemoryFile& file) {
     static MemoryFile copy;

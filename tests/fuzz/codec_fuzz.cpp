@@ -1,5 +1,4 @@
-// Base64, the LZ4 container, and messages as a client takes them apart: each with bytes from outside, and
-// there and back.
+// Base64, the LZ4 container, and messages as a client parses them: arbitrary bytes, and round trips.
 
 #include <cassert>
 #include <vector>
@@ -24,7 +23,7 @@ void base64(const std::string& text) {
     assert(static_cast<size_t>(written) == encoded.size() && b64_encode(text) == encoded.data());
 }
 
-/** The plain text of a container; empty, too, if it isn't one. */
+/** The plain text of a container; empty if it isn't one. */
 std::string unzip(const std::string& text) {
     char* plain = nullptr;
     const int size = corvo_zip_unzip(text.data(), static_cast<unsigned>(text.size()), &plain);

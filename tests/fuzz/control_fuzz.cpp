@@ -1,9 +1,9 @@
-// What operators tell our engine besides traffic: exporter, health thresholds, collectors. An input is a list
-// of lines, each a letter and what it works on; time stands still but for ticks.
+// What operators configure in our engine: exporter, health thresholds, collectors. An input is a list of
+// lines, each a letter and its argument. Time passes only in ticks.
 //
-// `h` JSON of a health configuration; `x` exporter: its type's digit, then port, server and path between
-// tabulators; `+` and `-` a collector's name, to enable and disable it; `i` its interval, a tabulator and its
-// name; `s` a sample of it; `t` a tick, so many milliseconds after the last.
+// `h`: a health configuration as JSON; `x`: an exporter's type as a digit, then port, server and path, with
+// tabs between them; `+`, `-` and `s`: a collector to enable, disable and sample; `i`: an interval, a tab and
+// a collector; `t`: a tick, this many milliseconds after the last one.
 
 #include <arpa/inet.h>
 #include <json/reader.h>
@@ -29,7 +29,7 @@ using corvo::engine::Engine;
 using corvo::engine::Exporter;
 using test::g_now_ms;
 
-/** Where files may be written, and addresses be connected to: nobody listens there. */
+/** A folder to write files in, and a network where nobody listens. */
 struct World {
     World() {
         [[maybe_unused]] const int rc = chdir(dir.path().c_str());
@@ -43,7 +43,7 @@ uint64_t number(const std::string& text) {
     return std::strtoull(text.c_str(), nullptr, 10);
 }
 
-/** Whether the engine does it; it refuses in one way only. */
+/** Whether the engine accepts it. An Error is the only way to refuse. */
 template <typename Work>
 bool accepted(Work work) {
     try {
@@ -119,7 +119,7 @@ class Session {
         const Json::Value after = m_engine.collectors()["exporter"];
         assert(taken ? after["path"].asString() == config.path || config.type == api::EXPORTER_NONE
                      : after == before);
-        // Names would be looked up, in a thread.
+        // A name would be looked up in a thread.
         in6_addr ignored;
         const bool is_address = inet_pton(AF_INET, config.server.c_str(), &ignored) == 1 ||
                                 inet_pton(AF_INET6, config.server.c_str(), &ignored) == 1;

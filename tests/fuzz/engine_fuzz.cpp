@@ -1,8 +1,8 @@
 // Frames through our engine's data path, with room for few flows. An input is a list of pushes.
 //
-// A push: a byte whose bits say whether it is extended (1), whether flows are forgotten first (2) and in
-// which half minute after the last one it comes (the upper four bits); a byte for the name space; then
-// frames, each behind its length of two bytes, until a length of 0.
+// A push: a byte whose bits say whether it is extended (1), whether flows are forgotten first (2) and how
+// many half minutes after the last push it comes (the upper four bits); a byte for the name space; then
+// frames, each preceded by its length in two bytes, until a length of 0.
 
 #include <cassert>
 
@@ -45,7 +45,7 @@ void run(DataPath& path, fuzz::Input& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    // Opening one costs more than a thousand inputs; it is emptied in between.
+    // Creating one costs more than running a thousand inputs, so it is emptied in between instead.
     static corvo::engine::Classifiers classifiers;
     static DataPath path(classifiers, MAX_FLOWS, DataPath::LIVE, test::fake_clock);
     for (fuzz::Input input(data, size); !input.empty();)

@@ -7,7 +7,7 @@
 
 namespace {
 
-/** Everything that can be asked of a frame. */
+/** Calls every accessor. */
 void ask(const corvo::CCapPkt& pkt) {
     [[maybe_unused]] const volatile int sum =
         pkt.GetIpVer() + pkt.GetProtocol() + pkt.IsSYN() + pkt.IsFIN() + pkt.IsRST();
@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     corvo::CFiaCounters counters;
     pkt.IsValidIpv4Packet(&counters);
     ask(pkt);
-    pkt.IsValidIpv6Packet(&counters);  // doesn't look at the version, so both may hold
+    pkt.IsValidIpv6Packet(&counters);  // ignores the version, so both may hold
     ask(pkt);
 
     const std::unique_ptr<corvo::CCapPkt> copy = pkt.clone();
@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool valid_after = copy->parse();
     check_headers(*copy, valid_after);
     ask(*copy);
-    // Too long a frame isn't converted, and stays what it was.
+    // A frame that is too long isn't converted and stays as it was.
     if (valid && version == 4) assert(valid_after);
     return 0;
 }

@@ -1,8 +1,8 @@
 // TCP framing in slices of any size: a connection's worker reads a request in pieces and sends a reply that
 // the socket can't take at once.
 //
-// First byte: how often the reply repeats the request. Then slices: a length byte, 0 for the peer's end, and
-// as many bytes.
+// First byte: how often the reply repeats the request. Then slices, each a length byte and as many bytes; a
+// length of 0 means that the peer shuts down its side.
 
 #include <sys/socket.h>
 
@@ -18,7 +18,7 @@ namespace {
 using corvo::EventRC;
 using corvo::UniqueFd;
 
-/** One end of a pair of sockets in the place of an accepted connection. */
+/** One end of a socket pair in place of an accepted connection. */
 struct PairTransport : corvo::rpc::RpcTransportTCP {
     explicit PairTransport(int fd) : RpcTransportTCP("127.0.0.1", 0) { m_fd = fd; }
 };

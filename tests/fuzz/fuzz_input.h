@@ -1,6 +1,6 @@
 #pragma once
-// An input of a fuzz target, taken apart from its front. Reading behind the end gives zeros and empty texts,
-// so that any input means something.
+// An input of a fuzz target, consumed from its front. Reading past the end yields zeros and empty texts, so
+// that every input is valid.
 
 #include <algorithm>
 #include <cstddef>
@@ -33,7 +33,7 @@ class Input {
         return out;
     }
     std::string rest() { return text(m_left); }
-    /** Up to the next byte of this value, which is dropped. */
+    /** Up to the next byte with this value, which is dropped. */
     std::string until(uint8_t end) {
         std::string out = text(static_cast<size_t>(std::find(m_data, m_data + m_left, end) - m_data));
         u8();

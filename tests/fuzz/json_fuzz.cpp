@@ -1,5 +1,5 @@
-// JSON: our reader and writer beside the library's; what a client sees must not tell which of them did it. An
-// input holds texts, each up to a byte of 0x1e.
+// Our JSON reader and writer, compared with the library's: a client must not be able to tell which of them
+// was used. An input is a list of texts, separated by 0x1e.
 
 #include <json/reader.h>
 #include <json/writer.h>

@@ -1,6 +1,6 @@
-// Runs a fuzz target over kept inputs, without a fuzzer: every file of the folders given, and the files
-// given. Each name is printed before its input runs, so that a crash names its file. Each input runs, too,
-// cut off at every length and with each of its bytes changed.
+// Runs a fuzz target on kept inputs, without a fuzzer: the given files, and all files of the given folders.
+// Each name is printed before its input runs, so that a crash can be told to its file. Each input also runs
+// cut off at every length, and with each of its bytes changed.
 
 #include <algorithm>
 #include <cstddef>
@@ -18,14 +18,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** In memory of exactly the input's size: a sanitizer sees the first byte that is read behind it. */
+/** In memory of exactly the input's size, so that a sanitizer notices even one byte read past its end. */
 void run(const char* bytes, size_t size) {
     const std::vector<uint8_t> input(bytes, bytes + size);
     LLVMFuzzerTestOneInput(input.data(), input.size());
 }
 
 void replay(const fs::path& path) {
-    // On the error stream: targets may give the standard output away.
+    // Not on the standard output, which targets may redirect.
     std::fprintf(stderr, "%s\n", path.c_str());
     std::ifstream file(path, std::ios::binary);
     std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
@@ -46,7 +46,7 @@ void replay(const fs::path& path) {
 int main(int argc, char** argv) {
     std::set<fs::path> inputs;
     for (const char* const* arg = argv + 1; arg != argv + argc; ++arg) {
-        const fs::path path = fs::absolute(*arg);  // targets may go to a folder of their own
+        const fs::path path = fs::absolute(*arg);  // targets may change the working directory
         if (fs::is_directory(path))
             inputs.insert(fs::directory_iterator(path), {});
         else

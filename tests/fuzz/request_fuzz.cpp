@@ -1,8 +1,8 @@
-// The text of a request to the text of its reply, through every method of the real command table.
+// From a request's text to its reply's text, through every method of the real command table.
 //
-// First byte: the engine beforehand, by its value modulo 3: '0' active, '1' not loaded, '2' loaded. Second
-// byte: from 'a' on it picks a method by its place in the sorted table, and what follows is the text of its
-// params; anything below makes what follows the whole request.
+// First byte, modulo 3: the engine's state beforehand: '0' active, '1' not loaded, '2' loaded. Second byte:
+// from 'a' on it picks a method by its place in the sorted table, and the rest is the text of its params;
+// below 'a', the rest is the whole request.
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -25,7 +25,7 @@ namespace {
 
 using corvo::server::Engine;
 
-/** Runs a command of the table with its parameters changed, where they could reach out of the test. */
+/** Changes the parameters of a command before it runs, where they could reach outside the test. */
 class ConfinedCommand : public corvo::RpcCommand {
  public:
     using Change = void (*)(Json::Value& params);
@@ -45,7 +45,7 @@ class ConfinedCommand : public corvo::RpcCommand {
     Change m_change;
 };
 
-/** A name in the current folder. */
+/** Turns a path into a name in the current folder. */
 void flatten(Json::Value& params, const char* member) {
     if (!params.isObject() || !params[member].isString()) return;
     std::string path = params[member].asString();
@@ -60,18 +60,18 @@ struct Confined : corvo::RpcComponent {
         };
         confine("push_pcap", [](Json::Value& params) { flatten(params, "filename"); });
         confine("notifications", [](Json::Value& params) { flatten(params, "socket"); });
-        // A short name for the one library that there is.
+        // A short name for the only library.
         confine("load", [](Json::Value& params) {
             if (params.isObject() && params["path"] == "inert") params["path"] = FUZZ_INERT_ENGINE;
         });
-        // The one method whose parameters of a wrong kind end the server, and are meant to.
+        // The only method that ends the server when its parameters are of the wrong type, and is meant to.
         confine("echo", [](Json::Value& params) {
             if (!params.isObject()) params = Json::Value();
         });
     }
 };
 
-/** Answers requests, and has neither socket nor process of its own. */
+/** Answers requests without a socket or process of its own. */
 class EmbeddedServer : public corvo::server::Server {
  public:
     static corvo::server::Options options() {
@@ -105,8 +105,7 @@ class EmbeddedServer : public corvo::server::Server {
     }
 };
 
-/** What all inputs share: a folder with two captures, and the library, which stays open for its counters'
- * sake. */
+/** Shared by all inputs: a folder with two captures, and the library, kept open to keep its counters. */
 struct World {
     World() {
         [[maybe_unused]] const int rc = chdir(dir.path().c_str());
@@ -119,7 +118,7 @@ struct World {
     test::TempDir dir;
 };
 
-/** The hub belongs to the process: an input must not hear of the one before. */
+/** The hub belongs to the process: nothing may be left for the next input. */
 void forget_notifications() {
     const auto ask = [](const char* cmd, const char* op, const Json::Value& socket = {}) {
         Json::Value request, answer;

@@ -1,4 +1,4 @@
-// Requests, from their text over the table of commands to the reply.
+// Requests: from their text through the table of commands to the reply.
 #include <gtest/gtest.h>
 #include <lz4.h>
 
@@ -17,7 +17,7 @@
 namespace corvo {
 namespace {
 
-/** A command whose body is given by the test. */
+/** A command whose body the test provides. */
 class Scripted : public RpcCommand {
  public:
     using Body = std::function<void(Scripted& self, const Json::Value& params, Json::Value& res)>;
@@ -33,7 +33,7 @@ class Scripted : public RpcCommand {
     Body m_body;
 };
 
-/** For `load_component`, which takes it. */
+/** `load_component` takes ownership of the result. */
 RpcComponent* make_component(const std::string& name, std::initializer_list<RpcCommand*> commands) {
     auto* made = new RpcComponent(name);
     for (RpcCommand* command : commands)
@@ -41,16 +41,7 @@ RpcComponent* make_component(const std::string& name, std::initializer_list<RpcC
     return made;
 }
 
-struct Outcome {
-    uint32_t rc;
-    std::string text;  ///< explanation
-
-    bool operator==(const Outcome&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& os, const Outcome& o) {
-    return os << o.rc << " " << o.text;
-}
+using Outcome = std::pair<uint32_t, std::string>;  ///< the code and the explanation
 
 Outcome run(const Scripted::Body& body, const std::string& params) {
     Scripted command("x", body);
@@ -132,9 +123,9 @@ TEST(RpcParser, AnArrayElementIsNamedByItsPosition) {
         for (int i = 0; i < 4; ++i)
             self.check_field_type(params, i, RpcParser::TYPE_BYTE, res);
     };
-    EXPECT_EQ(run(check, "[1,2,true,4]").text,
+    EXPECT_EQ(run(check, "[1,2,true,4]").second,
               "error at offset: 5 - 'array element: 3 ' is 'boolean', expecting 'byte'");
-    EXPECT_EQ(run(check, "[1,2,3]").text, "field 'array element: 4 ' is missing");
+    EXPECT_EQ(run(check, "[1,2,3]").second, "field 'array element: 4 ' is missing");
 }
 
 TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
@@ -143,7 +134,7 @@ TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
     auto choose = [&](Scripted& self, const Json::Value& params, Json::Value& res) {
         got = self.parse_choice<const char*>(params, "op", {add, "delete"}, res);
     };
-    EXPECT_EQ(run(choose, R"({"op":"add"})").rc, CMD_OK);
+    EXPECT_EQ(run(choose, R"({"op":"add"})").first, CMD_OK);
     EXPECT_EQ(got, add);
     const Outcome refused{CMD_BAD_PARAMS, "field 'op' can only be one of ['add' ,'delete']"};
     for (const char* params : {R"({"op":"ad"})", R"({"op":"add\u0000"})", R"({"op":[]})", R"({"op":1})"}) {
@@ -160,10 +151,10 @@ TEST(RpcCommand, FailuresBecomeItsResult) {
     const Scripted::Body misuse = [](Scripted&, const Json::Value& params, Json::Value&) {
         static_cast<void>(params["f"]["g"]);
     };
-    EXPECT_EQ(run(misuse, R"({"f":"text"})").rc, CMD_INTERNAL_ERR);
+    EXPECT_EQ(run(misuse, R"({"f":"text"})").first, CMD_INTERNAL_ERR);
 }
 
-/** A server's table: echo, fail (with a result and an explanation by its parameters) and a counter. */
+/** A table of commands; "fail" takes its result and its explanation from its parameters. */
 class JsonRpc : public ::testing::Test {
  protected:
     JsonRpc() {
@@ -187,7 +178,7 @@ class JsonRpc : public ::testing::Test {
     /** The reply, with the time that the command took set to 0. */
     std::string serve(const std::string& msg) { return untimed(ReqParser(msg, m_table).execute()); }
 
-    /** The same by way of values: each element's response, written as one. */
+    /** The same through values: the responses of all elements, written as one text. */
     std::string serve_by_value(const std::string& msg) {
         ReqParser::Objects objects;
         ReqParser(msg, m_table).parse(objects);

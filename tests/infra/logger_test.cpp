@@ -81,25 +81,22 @@ TEST(Logger, AComponentsOwnLevelGoesBeforeTheGlobalOne) {
     EXPECT_FALSE(pred(INFO, "rpc"));
 }
 
-TEST(Logger, HistoryGivesTheLastLinesOldestFirst) {
-    test::TempDir dir;
-    CaptureLogger log(INFO, dir.write("log", "1\n2\n\n4\n5"));
-    const std::vector<std::string> all = {"1", "2", "", "4", "5"};
-    for (unsigned lines : {0u, 1u, 2u, 10u, UINT_MAX}) {
-        std::vector<std::string> out{"kept"}, expected{"kept"};
-        expected.insert(expected.end(), all.end() - std::min(lines, 5u), all.end());
+TEST(Logger, HistoryIsTheLastLinesOldestFirstAndEndsAtALineThatItsBufferCannotHold) {
+    const std::string longest(8095, 'x');
+    const std::tuple<std::string, unsigned, std::vector<std::string>> cases[] = {
+        {"1\n2\n\n4\n5", 0, {"kept"}},
+        {"1\n2\n\n4\n5", 2, {"kept", "4", "5"}},
+        {"1\n2\n\n4\n5", 10, {"kept", "1", "2", "", "4", "5"}},
+        {"1\n2\n\n4\n5\n", UINT_MAX, {"kept", "1", "2", "", "4", "5"}},
+        {longest + "\n" + longest + "x\nnever seen\n", 10, {"kept", longest}},
+    };
+    for (const auto& [content, lines, expected] : cases) {
+        test::TempDir dir;
+        CaptureLogger log(INFO, dir.write("log", content));
+        std::vector<std::string> out{"kept"};
         history(out, lines);
         EXPECT_EQ(expected, out) << lines;
     }
-}
-
-TEST(Logger, HistoryEndsAtALineThatItsBufferCannotHold) {
-    test::TempDir dir;
-    const std::string longest(8095, 'x');
-    CaptureLogger log(INFO, dir.write("log", longest + "\n" + longest + "x\nnever seen\n"));
-    std::vector<std::string> out;
-    history(out, 10);
-    EXPECT_THAT(out, ElementsAre(longest));
 }
 
 TEST(Logger, AFileHasHistoryHoweverBigAndLateItIs) {

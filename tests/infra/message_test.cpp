@@ -1,4 +1,4 @@
-// What a library unpacks and takes apart.
+// Containers that libraries unpack, and messages that they take apart.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,7 +9,7 @@
 namespace corvo {
 namespace {
 
-/** Result, and what was unpacked. */
+/** The result and what was unpacked. */
 std::pair<int, std::string> unzip(const std::string& in) {
     char* out = nullptr;
     const int len = corvo_zip_unzip(in.data(), static_cast<unsigned>(in.size()), &out);

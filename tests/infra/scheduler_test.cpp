@@ -23,7 +23,7 @@
 namespace corvo {
 namespace {
 
-/** On a counter of the kernel: readable once it was raised, writable unless it is full. */
+/** On an eventfd: readable once it is raised, writable unless it is full. */
 class FdEvent : public Event {
  public:
     using work = std::function<EventRC(FdEvent&, EventExpireReason)>;
@@ -54,7 +54,7 @@ class FdEvent : public Event {
 
 class PollerTest : public testing::Test {
  protected:
-    /** The poller's share of it is the last one when the result is dropped. */
+    /** Once the result is dropped, only the poller owns the event. */
     std::shared_ptr<FdEvent> add(EventState state, uint32_t timeout_ms, FdEvent::work work = {}) {
         auto ev = std::make_shared<FdEvent>(std::move(work));
         poller.add(ev, state, timeout_ms);

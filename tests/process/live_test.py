@@ -1,10 +1,13 @@
 """Live traffic and the real daemon, in a network namespace of their own."""
 import fcntl
+import pathlib
+import signal
 import socket
 import struct
+import unittest
 
-from harness.case import OURS, DaemonTest
-from harness.processes import CLONE_NEWNET, eventually, unshare
+from harness.case import OURS, SANITIZED, DaemonTest
+from harness.processes import CLONE_NEWNET, LIBC, checked, eventually, unshare
 
 SIOCGIFFLAGS, SIOCSIFFLAGS, IFF_UP = 0x8913, 0x8914, 1
 DNS_QUERY = bytes.fromhex("123401000001000000000000") + b"\x07example\x03com\0" + bytes.fromhex("00010001")
@@ -19,7 +22,7 @@ def set_loopback(up):
 class Live(DaemonTest):
     def test_traffic_of_an_attached_interface_is_counted_exported_and_watched(self):
         try:
-            unshare(CLONE_NEWNET)  # for good: this process runs no other test
+            unshare(CLONE_NEWNET)  # for good: no other test here needs a network
         except OSError as e:
             self.skipTest(f"no network namespace: {e.strerror}")
         set_loopback(True)
@@ -52,3 +55,18 @@ class Live(DaemonTest):
         set_loopback(False)
         self.assertTrue(daemon.wait_for_log("Engine error 'interface 'lo' can't be captured from: Network is down'"))
         self.assertEqual(daemon.end(), 0)
+
+    @unittest.skipIf(SANITIZED, "the sanitizer reports crashes in its own way")
+    def test_a_worker_that_crashes_leaves_its_own_stack(self):
+        config = self.folder / "conf"
+        config.write_text("workers = 2\n")
+        daemon = self.daemon("-a", engine=OURS, watchdog=True, env={"BRUMECP_ENGINE_CONF": str(config)})
+        server = daemon.next_child()
+        tasks = {(task / "comm").read_text().strip(): int(task.name)
+                 for task in pathlib.Path(f"/proc/{server}/task").iterdir()}
+        checked(LIBC.tgkill(server, tasks["dp-worker-2"], signal.SIGSEGV))
+        self.assertEqual(daemon.wait_exit(60), 1)
+        report, = daemon.folder.glob("cvevents/**/cvdump.json")
+        self.assertIn("libcvcp_u.so(", report.read_text())
+        if "\n#0 " in daemon.log_text():  # resolving names has a time limit
+            self.assertRegex(daemon.log_text(), r'worker\.cpp", line \d+, in work\n')

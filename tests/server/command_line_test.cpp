@@ -6,8 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <iterator>
-#include <sstream>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -18,15 +17,11 @@
 namespace corvo::server {
 namespace {
 
-/** The mode that every command line needs is given already; the others stand with blanks between them. */
-Options parse(const std::string& options) {
-    std::vector<std::string> words = {"/usr/sbin/brumecpd", "--mode=us"};
-    std::istringstream in(options);
-    std::copy(std::istream_iterator<std::string>(in), {}, std::back_inserter(words));
-    std::vector<const char*> argv;
-    argv.reserve(words.size());
-    for (const std::string& word : words)
-        argv.push_back(word.c_str());
+/** Options are separated by blanks; the mode, which is required, is there already. */
+Options parse(std::string options) {
+    std::vector<const char*> argv = {"/usr/sbin/brumecpd", "--mode=us"};
+    for (const char* word = strtok(options.data(), " "); word; word = strtok(nullptr, " "))
+        argv.push_back(word);
     return parse_command_line(static_cast<int>(argv.size()), argv.data());
 }
 

@@ -28,13 +28,13 @@ bool hog_signal_waits() {
     return sigismember(&blocked, SIGUSR1) == 1;
 }
 
-/** A kernel that keeps what is asked of it. A file that isn't in `proc` can't be opened. */
+/** Records what is asked of the kernel. A file that isn't in `proc` can't be opened. */
 struct ScriptedKernel : KernelModules {
     std::map<std::string, std::string> proc;
     int image_errno = 0;
     int init_errno = 0;
     int delete_errno = 0;
-    std::vector<std::string> calls;  ///< an "!" behind it: the hog's signal could interrupt it
+    std::vector<std::string> calls;  ///< ends in "!" if the hog signal could have interrupted it
 
     bool read_proc(const std::string& path, std::string& out) override {
         if (!proc.contains(path)) return false;
@@ -61,7 +61,7 @@ struct ScriptedKernel : KernelModules {
     }
 };
 
-/** An engine with a kernel of its own and a folder in which its library is. */
+/** An engine with its own kernel and a folder that holds its library. */
 struct Rig {
     explicit Rig(bool slave_mode, const char* modules) : engine(sched, take_kernel(), slave_mode) {
         std::filesystem::create_symlink(TEST_ENGINES_DIR "/scripted/libcvcp_u.so", dir.file("libcvcp_k.so"));
@@ -76,7 +76,7 @@ struct Rig {
         kernel = made.get();
         return made;
     }
-    /** The text with which a load or an unload fails, empty if it doesn't. */
+    /** The text of the failure of a load or an unload; empty if it succeeds. */
     std::string load_failure(const std::string& path) {
         return test::error_of([&] { engine.load_engine(path, {}); });
     }
@@ -168,7 +168,7 @@ TEST(KernelEngine, AnUnloadTakesOutWhatIsOursAndAlwaysClosesTheLibrary) {
     }
 }
 
-TEST(KernelEngine, MemoryTracesAreReadWhereTheModuleGivesThem) {
+TEST(KernelEngine, MemoryTracesAreReadWhereTheModuleProvidesThem) {
     constexpr uint64_t MINUS_THREE = std::numeric_limits<uint64_t>::max() - 2;
     Rig rig(true, PRESENT);
     rig.kernel->proc["/proc/brume_lm_ft_mt"] = "flows 12\n\n  lonely \n\t keys  -3 7 \r\nwords many\n";
@@ -193,7 +193,7 @@ TEST(RunningKernel, FilesAreReadWholeAndRefusalsTellTheirReason) {
     EXPECT_EQ(text, "before");
     EXPECT_TRUE(kernel->read_proc("/proc/self/status", text));
     EXPECT_THAT(text, StartsWith("Name:"));
-    // Neither succeeds anywhere: the one is no module, the other isn't loaded.
+    // Neither can succeed: the one is no module, the other isn't loaded.
     EXPECT_NE(kernel->init_module(image, ""), 0);
     EXPECT_NE(kernel->delete_module("brumecpd_no_such_module"), 0);
 }

@@ -1,4 +1,4 @@
-// The engine that is loaded, driven against the scripted library.
+// Engines: loaded, run and unloaded, with the scripted library.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -27,6 +27,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
+using enum Engine::state_e;
 
 class LoaderTest : public testing::Test {
  public:
@@ -41,17 +42,17 @@ class LoaderTest : public testing::Test {
 
     static std::string engine_dir(const std::string& name) { return TEST_ENGINES_DIR "/" + name; }
     void script(const std::string& text) { m_dir.write("script", text); }
-    /** The library's calls since the last question, one a line. */
+    /** The calls that the library has received since the last look, one per line. */
     std::string calls() {
         std::string text = test::read_file(m_dir.file("calls"));
         m_dir.write("calls", "");
         return text;
     }
-    /** Loaded, active, and with "eth0" attached, as far as `state` asks for. */
+    /** Loads, activates and attaches "eth0", as far as `state` needs it. */
     void bring_up(Engine::state_e state) {
-        if (state >= Engine::STATE_LOADED) m_engine.load_engine(engine_dir("scripted"), {});
-        if (state >= Engine::STATE_ACTIVE) m_engine.activate({});
-        if (state >= Engine::STATE_ATTACHED) m_engine.attach("eth0");
+        if (state >= STATE_LOADED) m_engine.load_engine(engine_dir("scripted"), {});
+        if (state >= STATE_ACTIVE) m_engine.activate({});
+        if (state >= STATE_ATTACHED) m_engine.attach("eth0");
         calls();
     }
 
@@ -61,40 +62,31 @@ class LoaderTest : public testing::Test {
     EngineUS m_engine;
 };
 
-constexpr auto UNLOADED = Engine::STATE_UNLOADED;
-constexpr auto LOADED = Engine::STATE_LOADED;
-constexpr auto ACTIVE = Engine::STATE_ACTIVE;
-constexpr auto ATTACHED = Engine::STATE_ATTACHED;
-
-// The other operations are tried in every state by the test of the methods' document.
+// The test of the methods' document tries the other operations in every state.
 TEST_F(LoaderTest, InterfacesAndAVersionAreThereOnceADataPathIsActive) {
-    for (const auto state : {UNLOADED, LOADED, ACTIVE, ATTACHED}) {
+    for (const auto state : {STATE_UNLOADED, STATE_LOADED, STATE_ACTIVE, STATE_ATTACHED}) {
         SCOPED_TRACE(engine_state_to_str(state));
         bring_up(state);
-        const bool active = state >= ACTIVE;
+        const bool active = state >= STATE_ACTIVE;
         const char* refusal = active ? "" : "corvo is not active";
         Json::Value version;
         std::vector<std::string> interfaces;
         EXPECT_EQ(error_of([&] { m_engine.get_interfaces(interfaces); }), "");
         EXPECT_EQ(error_of([&] { m_engine.get_version(version); }), active ? "" : "corvo is not loaded");
         EXPECT_EQ(error_of([&] { m_engine.detach("eth0"); }), refusal);
-        EXPECT_EQ(m_engine.state(), std::min(state, ACTIVE));
+        EXPECT_EQ(m_engine.state(), std::min(state, STATE_ACTIVE));
         EXPECT_EQ(error_of([&] { m_engine.attach("eth1"); }), refusal);
-        EXPECT_EQ(m_engine.state(), active ? ATTACHED : state);
+        EXPECT_EQ(m_engine.state(), active ? STATE_ATTACHED : state);
         EXPECT_EQ(error_of([&] { m_engine.detach_all(); }), refusal);
-        EXPECT_EQ(m_engine.state(), std::min(state, ACTIVE));
+        EXPECT_EQ(m_engine.state(), std::min(state, STATE_ACTIVE));
         m_engine.cleanup();
-        EXPECT_EQ(m_engine.state(), UNLOADED);
+        EXPECT_EQ(m_engine.state(), STATE_UNLOADED);
     }
 }
 
 TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
-    const struct {
-        const char* name;
-        const char* script;
-        const char* failure;
-        bool deinit_expected;
-    } libraries[] = {
+    const std::tuple<const char*, const char*, const char*, bool> libraries[] = {
+        // library, its script; how the load fails, whether the library is told to end
         {"absent", "", "failed loading Corvo CP dynamic library: ", false},
         {"not_a_library", "", "failed loading Corvo CP dynamic library: ", false},
         {"without_activate", "", "failed loading symbol 'corvo_api_cp_activate': ", false},
@@ -109,30 +101,30 @@ TEST_F(LoaderTest, AFailedLoadLeavesNothingAndTheNextOneSucceeds) {
         {"scripted", "return get_evfd -1\nfail deinit too", "engine gave no valid event descriptor (-1)",
          true},
     };
-    bring_up(LOADED);  // the poller's own descriptor comes with its first event
+    bring_up(STATE_LOADED);  // the poller opens a descriptor of its own for the first event
     m_engine.cleanup();
     calls();
     const size_t descriptors = test::open_descriptors();
-    for (const auto& library : libraries) {
-        SCOPED_TRACE(std::string(library.name) + " " + library.script);
-        script(library.script);
-        EXPECT_THAT(error_of([&] { m_engine.load_engine(engine_dir(library.name), {}); }),
-                    StartsWith(library.failure));
-        EXPECT_EQ(m_engine.state(), UNLOADED);
+    for (const auto& [name, text, failure, deinit_expected] : libraries) {
+        SCOPED_TRACE(std::string(name) + " " + text);
+        script(text);
+        EXPECT_THAT(error_of([&, dir = engine_dir(name)] { m_engine.load_engine(dir, {}); }),
+                    StartsWith(failure));
+        EXPECT_EQ(m_engine.state(), STATE_UNLOADED);
         EXPECT_EQ(m_engine.get_engine_path_int(), "");
         EXPECT_EQ(test::open_descriptors(), descriptors);
         EXPECT_THAT(test::read_file("/proc/self/maps"), Not(HasSubstr("libcvcp_u.so")));
         Json::Value stats;
         m_sched.stats(stats);
         EXPECT_EQ(stats["tasks"]["tasks"].size(), 1u) << "the scheduler's own task";
-        EXPECT_EQ(calls().find("deinit") != std::string::npos, library.deinit_expected);
+        EXPECT_EQ(calls().find("deinit") != std::string::npos, deinit_expected);
 
         script("");
-        bring_up(ACTIVE);
+        bring_up(STATE_ACTIVE);
         m_engine.cleanup();
         calls();
     }
-    // To open it would wait for its writer.
+    // Opening a pipe would wait for its writer.
     ASSERT_EQ(mkfifo(m_dir.file("libcvcp_u.so").c_str(), 0600), 0);
     EXPECT_THAT(error_of([&] { m_engine.load_engine(m_dir.path(), {}); }), HasSubstr("Not a regular file"));
 }
@@ -148,55 +140,52 @@ void object(Engine::state_e) {
 TEST_F(LoaderTest, CallbacksSeeLoadActivateDeactivateAndUnloadOnce) {
     g_seen.clear();
     m_engine.register_state_cb(remember);
-    bring_up(ATTACHED);
+    bring_up(STATE_ATTACHED);
     m_engine.cleanup();
-    EXPECT_THAT(g_seen, ElementsAre(LOADED, ACTIVE, LOADED, UNLOADED));
+    EXPECT_THAT(g_seen, ElementsAre(STATE_LOADED, STATE_ACTIVE, STATE_LOADED, STATE_UNLOADED));
 
     m_engine.unregister_state_cb(remember);
     m_engine.unregister_state_cb(remember);
     EXPECT_EQ(m_log.count("Unregistering state change callback failed - Callback not found"), 1);
-    bring_up(LOADED);
+    bring_up(STATE_LOADED);
     EXPECT_EQ(g_seen.size(), 4u);
 }
 
 TEST_F(LoaderTest, AFailingCallbackHidesNoChangeFromTheOthersAndUndoesALoad) {
     g_seen.clear();
-    bring_up(LOADED);
+    bring_up(STATE_LOADED);
     m_engine.register_state_cb(object);
     m_engine.register_state_cb(remember);
     EXPECT_EQ(error_of([&] { m_engine.activate({}); }), "callback objects");
-    EXPECT_EQ(m_engine.state(), ACTIVE);
-    EXPECT_THAT(g_seen, ElementsAre(ACTIVE));
+    EXPECT_EQ(m_engine.state(), STATE_ACTIVE);
+    EXPECT_THAT(g_seen, ElementsAre(STATE_ACTIVE));
     m_engine.unregister_state_cb(object);
     m_engine.cleanup();
 
     m_engine.register_state_cb(object);
-    EXPECT_EQ(error_of([&] { bring_up(LOADED); }), "callback objects");
-    EXPECT_EQ(m_engine.state(), UNLOADED);
+    EXPECT_EQ(error_of([&] { bring_up(STATE_LOADED); }), "callback objects");
+    EXPECT_EQ(m_engine.state(), STATE_UNLOADED);
     m_engine.unregister_state_cb(object);
 }
 
 TEST_F(LoaderTest, AFailureOfTheEngineReachesTheCallerUnchangedAndStopsAllButAnUnload) {
-    const struct {
-        const char* script;
-        Engine::state_e state, state_after;
-        void (*run)(Engine&);
-    } cases[] = {
-        {"fail activate", LOADED, LOADED, [](Engine& e) { e.activate({}); }},
-        {"fail intf_attach", ACTIVE, ACTIVE, [](Engine& e) { e.attach("eth0"); }},
-        {"fail intf_detach", ATTACHED, ATTACHED, [](Engine& e) { e.detach("eth0"); }},
-        {"fail intf_get", ATTACHED, ATTACHED, [](Engine& e) { e.detach("eth0"); }},
-        {"fail intf_detach", ATTACHED, ATTACHED, [](Engine& e) { e.cleanup(); }},
-        {"fail deactivate", ACTIVE, ACTIVE, [](Engine& e) { e.deactivate(); }},
-        {"fail coffee", LOADED, LOADED, [](Engine& e) { e.coffee("", "f", {}); }},
-        {"fail deinit", LOADED, UNLOADED, [](Engine& e) { e.unload_engine(); }},
+    const std::tuple<const char*, Engine::state_e, Engine::state_e, void (*)(Engine&)> cases[] = {
+        // what fails, the states before and after, the call
+        {"fail activate", STATE_LOADED, STATE_LOADED, [](Engine& e) { e.activate({}); }},
+        {"fail intf_attach", STATE_ACTIVE, STATE_ACTIVE, [](Engine& e) { e.attach("eth0"); }},
+        {"fail intf_detach", STATE_ATTACHED, STATE_ATTACHED, [](Engine& e) { e.detach("eth0"); }},
+        {"fail intf_get", STATE_ATTACHED, STATE_ATTACHED, [](Engine& e) { e.detach("eth0"); }},
+        {"fail intf_detach", STATE_ATTACHED, STATE_ATTACHED, [](Engine& e) { e.cleanup(); }},
+        {"fail deactivate", STATE_ACTIVE, STATE_ACTIVE, [](Engine& e) { e.deactivate(); }},
+        {"fail coffee", STATE_LOADED, STATE_LOADED, [](Engine& e) { e.coffee("", "f", {}); }},
+        {"fail deinit", STATE_LOADED, STATE_UNLOADED, [](Engine& e) { e.unload_engine(); }},
     };
-    for (const auto& item : cases) {
-        SCOPED_TRACE(item.script);
-        bring_up(item.state);
-        script(std::string(item.script) + " 5% of %n lost");
-        EXPECT_EQ(error_of([&] { item.run(m_engine); }), "5% of %n lost");
-        EXPECT_EQ(m_engine.state(), item.state_after);
+    for (const auto& [what, before, after, run] : cases) {
+        SCOPED_TRACE(what);
+        bring_up(before);
+        script(std::string(what) + " 5% of %n lost");
+        EXPECT_EQ(error_of([&, run = run] { run(m_engine); }), "5% of %n lost");
+        EXPECT_EQ(m_engine.state(), after);
         script("");
         m_engine.cleanup();
         EXPECT_THAT(test::read_file("/proc/self/maps"), Not(HasSubstr("libcvcp_u.so")));
@@ -204,28 +193,28 @@ TEST_F(LoaderTest, AFailureOfTheEngineReachesTheCallerUnchangedAndStopsAllButAnU
 }
 
 TEST_F(LoaderTest, OnlyADetachOfTheLastInterfaceDetaches) {
-    bring_up(ATTACHED);
+    bring_up(STATE_ATTACHED);
     m_engine.attach("eth1");
     m_engine.detach("eth0");
-    EXPECT_EQ(m_engine.state(), ATTACHED);
+    EXPECT_EQ(m_engine.state(), STATE_ATTACHED);
     m_engine.detach("eth1");
-    EXPECT_EQ(m_engine.state(), ACTIVE);
+    EXPECT_EQ(m_engine.state(), STATE_ACTIVE);
 
     m_engine.attach("eth0");
     script("list intf eth0");
     m_engine.detach_all();
-    EXPECT_EQ(m_engine.state(), ACTIVE) << "whatever the engine lists";
+    EXPECT_EQ(m_engine.state(), STATE_ACTIVE) << "whatever the engine lists";
     EXPECT_EQ(m_log.count("[WARN ]"), 1);
     calls();
     script("list intf eth0\nfail intf_detach 100% stuck");
     m_engine.deactivate();
-    EXPECT_EQ(m_engine.state(), LOADED);
+    EXPECT_EQ(m_engine.state(), STATE_LOADED);
     EXPECT_EQ(calls(), "intf_get\nintf_detach eth0\ndeactivate\n");
     EXPECT_EQ(m_log.count("100% stuck"), 1);
 }
 
 TEST_F(LoaderTest, TheTicksResultIsTheDelayEvenWhenItFailedUnlessItThrew) {
-    bring_up(LOADED);
+    bring_up(STATE_LOADED);
     EngineTask task(&m_engine);
     for (auto [text, delay_ms] : {std::pair{"return tick -5", 1000},
                                   {"return tick 0", 0},
@@ -267,7 +256,7 @@ test::Bytes make_frame(size_t size) {
 
 class InjectTest : public LoaderTest {
  public:
-    InjectTest() { bring_up(Engine::STATE_ACTIVE); }
+    InjectTest() { bring_up(STATE_ACTIVE); }
 
     std::string capture(const std::vector<test::Bytes>& frames) {
         test::write_pcap(m_dir.file("in.pcap"), frames);

@@ -1,5 +1,5 @@
 #pragma once
-// Takes the place of the program's logger while it lives and keeps what is logged.
+// Replaces the program's logger while it lives, and keeps what is logged.
 
 #include <algorithm>
 #include <functional>

@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstring>
@@ -20,18 +19,13 @@ namespace {
 using clock = std::chrono::steady_clock;
 
 sockaddr_un unix_address(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    sockaddr_un address{AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     return address;
 }
 
 sockaddr_in loopback(uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
+    return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
 bool readable(int fd, int timeout_ms) {
@@ -55,64 +49,58 @@ UnixClient::UnixClient(std::string server_path)
       m_server(std::move(server_path)),
       m_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un own = unix_address(m_path);
-    if (m_fd < 0 || bind(m_fd, reinterpret_cast<sockaddr*>(&own), sizeof(own)) != 0)
+    if (bind(m_fd.get(), reinterpret_cast<sockaddr*>(&own), sizeof(own)) != 0)
         throw std::runtime_error("client socket: " + std::string(strerror(errno)));
-}
-
-UnixClient::~UnixClient() {
-    close(m_fd);
 }
 
 bool UnixClient::send(const std::string& text) const {
     sockaddr_un server = unix_address(m_server);
-    return sendto(m_fd, text.data(), text.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&server),
+    return sendto(m_fd.get(), text.data(), text.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&server),
                   sizeof(server)) == static_cast<ssize_t>(text.size());
 }
 
 bool UnixClient::receive(std::string& text, int timeout_ms) const {
-    if (!readable(m_fd, timeout_ms)) return false;
-    ssize_t size = recv(m_fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
+    if (!readable(m_fd.get(), timeout_ms)) return false;
+    ssize_t size = recv(m_fd.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC);
     if (size < 0) return false;
     text.resize(static_cast<size_t>(size));
-    return recv(m_fd, text.data(), text.size(), 0) == size;
+    return recv(m_fd.get(), text.data(), text.size(), 0) == size;
 }
 
 TcpClient::TcpClient(uint16_t port) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address = loopback(port);
-    if (connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-        int err = errno;
-        close(m_fd);
-        throw std::runtime_error("connect: " + std::string(strerror(err)));
-    }
-}
-
-TcpClient::~TcpClient() {
-    close(m_fd);
+    if (connect(fd(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
+        throw std::runtime_error("connect: " + std::string(strerror(errno)));
 }
 
 bool TcpClient::send(const std::string& bytes) const {
-    size_t sent = 0;
-    while (sent < bytes.size()) {
-        ssize_t n = ::send(m_fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0) return false;
-        sent += static_cast<size_t>(n);
+    // The socket blocks: this returns when all is sent.
+    return ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+std::string TcpClient::receive_all() const {
+    std::string all, chunk(1 << 18, '\0');
+    const auto end = clock::now() + std::chrono::seconds(10);
+    while (clock::now() < end && readable(fd(), 10000)) {
+        const ssize_t size = recv(fd(), chunk.data(), chunk.size(), 0);
+        if (size <= 0) return all;
+        all.append(chunk, 0, static_cast<size_t>(size));
     }
-    return true;
+    throw std::runtime_error("the connection stays open");
 }
 
 void TcpClient::reset_on_close() const {
     linger abort_it{1, 0};
-    setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &abort_it, sizeof(abort_it));
+    setsockopt(fd(), SOL_SOCKET, SO_LINGER, &abort_it, sizeof(abort_it));
 }
 
 uint16_t free_port() {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const corvo::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof(address);
-    bool ok = bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-              getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-    close(fd);
-    if (!ok) throw std::runtime_error("no free port");
+    if (bind(fd.get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        throw std::runtime_error("no free port");
     return ntohs(address.sin_port);
 }
 

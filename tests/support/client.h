@@ -1,5 +1,5 @@
 #pragma once
-// Clients of the daemon's two transports, and waiting without sleeping blindly.
+// Clients of the daemon's two transports, and waiting for conditions.
 
 #include <json/value.h>
 
@@ -8,23 +8,20 @@
 #include <string>
 
 #include "support/temp_dir.h"
+#include "utils/unique_fd.h"
 
 namespace test {
 
-/** Asks `done` again and again until it holds or the time is over; gives its last answer. */
+/** Asks `done` again and again until it holds or the time is over. Returns its last answer. */
 bool eventually(const std::function<bool()>& done, int timeout_ms = 10000);
 
-/** A client with a bound address of its own, speaking datagrams to one server. */
+/** A client with an address of its own that exchanges datagrams with one server. */
 class UnixClient {
  public:
     explicit UnixClient(std::string server_path);
-    UnixClient(const UnixClient&) = delete;
-    UnixClient& operator=(const UnixClient&) = delete;
-    ~UnixClient();
-
-    /** False when nobody listens there. */
+    /** False if nobody listens there. */
     bool send(const std::string& text) const;
-    /** The next datagram; false after the time-out. */
+    /** The next datagram; false if none comes in time. */
     bool receive(std::string& text, int timeout_ms = 10000) const;
     const std::string& path() const { return m_path; }
 
@@ -32,32 +29,30 @@ class UnixClient {
     TempDir m_dir;
     std::string m_path;
     std::string m_server;
-    int m_fd;
+    corvo::UniqueFd m_fd;
 };
 
 /** One connection. */
 class TcpClient {
  public:
-    /** @throws std::runtime_error when it can't connect */
+    /** Throws std::runtime_error if it can't connect. */
     explicit TcpClient(uint16_t port);
-    TcpClient(const TcpClient&) = delete;
-    TcpClient& operator=(const TcpClient&) = delete;
-    ~TcpClient();
-
     bool send(const std::string& bytes) const;
+    /** All that comes until the connection ends. Throws std::runtime_error if it doesn't in ten seconds. */
+    std::string receive_all() const;
     void reset_on_close() const;
-    int fd() const { return m_fd; }
+    int fd() const { return m_fd.get(); }
 
  private:
-    int m_fd;
+    corvo::UniqueFd m_fd;
 };
 
 /** A TCP port on the loopback interface that is free at this moment. */
 uint16_t free_port();
 
-/** How many this process has. */
+/** How many descriptors this process has. */
 size_t open_descriptors();
-/** Throws std::runtime_error. */
+/** Throws std::runtime_error if it isn't JSON. */
 Json::Value parse(const std::string& text);
 
 }  // namespace test

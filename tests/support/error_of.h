@@ -1,5 +1,5 @@
 #pragma once
-// The text with which work fails, to be compared with the expected one.
+// The text of a failure, to be compared with the expected one.
 
 #include <string>
 

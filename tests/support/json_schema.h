@@ -5,9 +5,7 @@
 
 namespace test {
 
-/** Numbers below 0 have no place in these schemas. @throws std::logic_error for an unknown keyword */
+/** Negative numbers have no place in these schemas. Throws std::logic_error for an unknown keyword. */
 bool validates(const Json::Value& schema, const Json::Value& value);
-/** Whether an array holds the value. */
-bool contains(const Json::Value& list, const Json::Value& value);
 
 }  // namespace test

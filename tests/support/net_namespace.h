@@ -5,16 +5,18 @@
 #include <cstdint>
 #include <vector>
 
+#include "utils/unique_fd.h"
+
 namespace test {
 
 class NetNamespace {
  public:
-    /** Moves this thread, and what it starts, into a new one. Without the permission `entered` is false. */
+    /** Moves this thread, and what it starts, into a new one. `entered` is false if that isn't permitted. */
     NetNamespace();
-    NetNamespace(const NetNamespace&) = delete;
-    NetNamespace& operator=(const NetNamespace&) = delete;
     /** Moves back. */
     ~NetNamespace();
+    NetNamespace(const NetNamespace&) = delete;
+    NetNamespace& operator=(const NetNamespace&) = delete;
 
     bool entered() const { return m_entered; }
     static void set_loopback(bool up);
@@ -22,7 +24,7 @@ class NetNamespace {
     static void send_datagrams(uint16_t port, const std::vector<unsigned char>& payload, int count = 1);
 
  private:
-    int m_home;
+    corvo::UniqueFd m_home;
     bool m_entered;
 };
 

@@ -1,5 +1,5 @@
 #pragma once
-// A folder that is gone, with all that is in it, when the test ends.
+// A folder that is removed, with all that is in it, when the test ends.
 
 #include <string>
 
@@ -14,7 +14,7 @@ class TempDir {
 
     const std::string& path() const { return m_path; }
     std::string file(const std::string& name) const { return m_path + "/" + name; }
-    /** Writes a file and gives its path. */
+    /** Writes a file and returns its path. */
     std::string write(const std::string& name, const std::string& content) const;
 
  private:

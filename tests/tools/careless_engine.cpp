@@ -1,5 +1,4 @@
-// The life of an engine that hides a method of the daemon, and leaves methods, a descriptor and a thread
-// behind.
+// An engine that hides a method of the daemon, and leaves methods, a descriptor and a thread behind.
 
 #include <brumecpd/engine_api.h>
 #include <brumecpd/engine_rpc.h>
@@ -7,9 +6,9 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-namespace {
+extern int g_evfd;
 
-int g_evfd = -1;
+namespace {
 
 struct Left : corvo::RpcCommand {
     using RpcCommand::RpcCommand;
@@ -30,7 +29,3 @@ void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string&) {
 }
 
 void corvo_api_cp_deinit(std::string&) {}
-
-void corvo_api_cp_get_evfd(int& fd, std::string&) {
-    fd = g_evfd;
-}

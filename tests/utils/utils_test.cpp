@@ -29,7 +29,7 @@ TEST(Base64, TextsAndBytesCorrespondUpToTheFirstForeignCharacter) {
         EXPECT_EQ(b64_decode(text), bytes) << text;
 }
 
-// In a child of its own, since the standard descriptors of a test belong to its runner.
+// In a child, since the standard descriptors of a test belong to its runner.
 TEST(LiftFd, NeverLeavesADescriptorAmongTheStandardOnes) {
     auto lifts = [] {
         close(0);
@@ -57,7 +57,7 @@ TEST(URIParser, KeepsWhatWasFoundBeforeTheFirstFault) {
             {"tcp://host:", false, "tcp", "host", 0, IPV4},
             {"tcp://host:0", false, "tcp", "host", 0, NAME},
             {"tcp://host:65535", false, "tcp", "host", 65535, NAME},
-            // Numbers that modulo 32 or 64 bits are port 80.
+            // Cut to 32 or 64 bits, these are port 80.
             {"tcp://host:4294967376", false, "tcp", "host", 0, IPV4},
             {"tcp://host:-18446744073709551536", false, "tcp", "host", 0, IPV4},
             {"tcp://host:18446744073709551696", false, "tcp", "host", 0, IPV4},
@@ -131,7 +131,7 @@ TEST(MemUtils, FiguresOfTheProcessAgreeWithEachOther) {
 TEST(MemUtils, FindsAMappingByItsFirstAndItsLastByte) {
     const size_t page = sysconf(_SC_PAGESIZE);
     auto* block = static_cast<char*>(mmap(nullptr, 3 * page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    // A hole on both sides keeps neighbours from being merged with it or found in its place.
+    // Holes on both sides, so that no neighbour is merged with it or found in its place.
     char* middle = block + page;
     ASSERT_EQ(munmap(block, page) + munmap(middle + page, page), 0);
     MemUtils::MemMap found{};

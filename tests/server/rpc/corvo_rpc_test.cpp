@@ -5,13 +5,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <future>
 #include <memory>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "infra/corvo_scheduler.h"
 #include "server/rpc/corvo_rpc_server.h"
@@ -35,7 +33,7 @@ class RpcFixture : public testing::Test {
         sched.add(server, EVENT_STATE_READ, 0);
     }
 
-    /** Serves until nothing is ready any more; false when that never comes to an end. */
+    /** Serves until nothing is ready any more; false if that doesn't end. */
     bool settle() {
         for (int i = 0; i < 2000; ++i) {
             if (!sched.wait(20)) return true;
@@ -52,7 +50,7 @@ class RpcFixture : public testing::Test {
 
 class UnixRpc : public RpcFixture {
  protected:
-    /** From a socket that is bound to nothing, or to a name of at most 108 bytes. */
+    /** Sends from a socket without a name, or with one of at most 108 bytes. */
     UniqueFd send_from(const std::string& name) {
         UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         sockaddr_un own = {AF_UNIX, {}}, to = {AF_UNIX, {}};
@@ -128,38 +126,22 @@ class TcpRpc : public RpcFixture {
 
     TcpRpc() { listen("127.0.0.1", port); }
 
-    /** Reads while the server writes. */
-    std::string receive_all(const Client& client) {
-        std::string all;
-        std::vector<char> chunk(1 << 18);
-        bool open = true;
-        test::eventually([&] {
+    /** Runs what blocks in a thread while the server serves. */
+    template <typename Work>
+    auto while_served(Work work) {
+        auto result = std::async(std::launch::async, work);
+        while (result.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+            sched.wait(1);
             sched.step();
-            ssize_t len;
-            while ((len = recv(client.fd(), chunk.data(), chunk.size(), MSG_DONTWAIT)) > 0)
-                all.append(chunk.data(), static_cast<size_t>(len));
-            open = len < 0 && errno == EAGAIN;
-            return !open;
-        });
-        EXPECT_FALSE(open);
-        return all;
+        }
+        return result.get();
     }
-    /** So many bytes, as fast as they are taken; false if the connection ends before. */
+    std::string receive_all(const Client& client) {
+        return while_served([&] { return client.receive_all(); });
+    }
+    /** Sends `count` bytes; false if the connection ends before. */
     bool send_while_served(const Client& client, size_t count) {
-        const std::string chunk(1 << 20, 'r');
-        bool open = true;
-        // So much takes its time on a busy machine.
-        test::eventually(
-            [&] {
-                const ssize_t len = send(client.fd(), chunk.data(), std::min(count, chunk.size()),
-                                         MSG_DONTWAIT | MSG_NOSIGNAL);
-                if (len > 0) count -= static_cast<size_t>(len);
-                open = len > 0 || errno == EAGAIN;
-                sched.step();
-                return !open || count == 0;
-            },
-            60000);
-        return open && count == 0;
+        return while_served([&] { return client.send(std::string(count, 'r')); });
     }
     bool send_and_settle(const Client& client, const std::string& bytes) {
         return client.send(bytes) && settle();
@@ -202,7 +184,7 @@ TEST_F(TcpRpc, APeerThatLeavesDuringItsRequestIsForgotten) {
 }
 
 TEST_F(TcpRpc, ASlowReaderHoldsNobodyElseAndGetsItsWholeReply) {
-    // A sending side that is closed stays raised in the poller, so the second one could wake us for ever.
+    // The poller keeps reporting that a peer has closed its sending side, which must not keep us busy.
     for (bool half_closed : {false, true}) {
         Client slow(port);
         padding = MORE_THAN_SOCKETS_HOLD;

@@ -19,7 +19,7 @@
 #include "server/watchdog/signal_trap.h"
 #include "support/temp_dir.h"
 
-/** Has no unwind tables, as the functions of many C libraries, isn't exported, and crashes. */
+/** Crashes. Like functions of many C libraries, it has no unwind tables and isn't exported. */
 extern "C" void crash_without_tables();
 #if defined(__arm__)
 asm(R"(.text; .thumb; .syntax unified; .type crash_without_tables, %function; .globl crash_without_tables
@@ -36,7 +36,7 @@ crash_without_tables: pushq %rbx; movl $0, 0; popq %rbx; ret
 
 namespace test {
 
-/** Calls itself until the stack is that deep. Not in an unnamed namespace: its name is looked for. */
+/** Calls itself until the stack is that deep. Not in an unnamed namespace: tests look for its name. */
 [[gnu::noinline]] void at_depth(int depth, const std::function<void()>& work) {
     if (depth == 0)
         work();

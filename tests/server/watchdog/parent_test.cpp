@@ -75,7 +75,7 @@ TEST(ChildExit, IsJudgedByStopThenWatchdogThenStatus) {
     }
 }
 
-/** What is said behind the banner, or all of it where there's none. */
+/** What is said after the banner, or everything if there is none. */
 std::string told(int status, bool put_down) {
     std::string text;
     bool in_banner = false;
@@ -101,7 +101,7 @@ TEST(ChildExit, IsToldLineByLine) {
               "e:Terminated by signal [Aborted]\ne:Core dump created\n");
 }
 
-/** Delays of a child that dies as soon as it has been started. */
+/** The delays for a child that dies as soon as it has started. */
 std::vector<uint32_t> delays(const WDConf& conf, size_t count, int64_t now = 100) {
     ReloadBackoff backoff;
     std::vector<uint32_t> found;
@@ -237,7 +237,7 @@ TEST(Evidence, NothingIsWrittenWhereAStrangerHasLaidATrap) {
     fs::create_directory(events);
     for (const char* name : {"cvdump.json", "cv_hog_dump.txt", ".cveventsdummy"})
         fs::create_symlink(victim, events + name);
-    // Links in a folder of ours lead nowhere.
+    // Links in our own folder aren't followed.
     get_sig_handler()->init(events.c_str(), log);
     SigHandler::write_sig_report(SIGSEGV, nullptr);
     get_sig_handler()->on_hog_signal();
@@ -258,7 +258,7 @@ TEST(Evidence, NothingIsWrittenWhereAStrangerHasLaidATrap) {
     create_events_dir(events);
     EXPECT_TRUE(fs::is_empty(dir.file("elsewhere")));
 
-    // The log itself: a link of somebody else's, in a folder that is his, too.
+    // The log itself: a stranger's link isn't followed in a folder that is open to all.
     fs::create_symlink("victim", dir.file("trap"));
     ASSERT_EQ(lchown(dir.file("trap").c_str(), STRANGER, STRANGER), 0);
     for (const bool shared : {true, false}) {

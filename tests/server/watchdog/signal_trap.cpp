@@ -25,30 +25,21 @@ volatile bool g_armed = false;
 }  // namespace
 
 #if BRUMECPD_SANITIZER == 0
-// The program's own functions come before the C library's, also for calls from libraries.
+// The program's own functions take precedence over the C library's, even in calls from libraries.
 extern "C" {
 
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void __libc_free(void*);
-
-void* malloc(size_t size) {
-    forbidden("malloc");
-    return __libc_malloc(size);
-}
-void* calloc(size_t count, size_t size) {
-    forbidden("calloc");
-    return __libc_calloc(count, size);
-}
-void* realloc(void* p, size_t size) {
-    forbidden("realloc");
-    return __libc_realloc(p, size);
-}
-void free(void* p) {
-    forbidden("free");
-    __libc_free(p);
-}
+// `dlsym` may use the heap itself, so the heap's functions go by their other names.
+#define TRAPPED_HEAP(result, name, parameters, arguments) \
+    result __libc_##name parameters;                      \
+    result name parameters {                              \
+        forbidden(#name);                                 \
+        return __libc_##name arguments;                   \
+    }
+TRAPPED_HEAP(void*, malloc, (size_t size), (size))
+TRAPPED_HEAP(void*, calloc, (size_t count, size_t size), (count, size))
+TRAPPED_HEAP(void*, realloc, (void* p, size_t size), (p, size))
+TRAPPED_HEAP(void, free, (void* p), (p))
+#undef TRAPPED_HEAP
 
 #define TRAPPED(result, name, parameters, arguments)                                          \
     result name parameters {                                                                  \

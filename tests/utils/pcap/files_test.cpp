@@ -44,7 +44,7 @@ struct Record {
     unsigned char flags = 0;
 };
 
-/** An ERF record as long as it says, at least its header. The frame's bytes count up from 0. */
+/** An ERF record of `rlen` bytes, or its header if that is less. The frame's bytes count up from 0. */
 std::string bytes_of(const Record& record) {
     test::ByteWriter writer;
     for (int i = 0; i < 8; i++)

@@ -115,7 +115,7 @@ TEST(CapPkt, BadFramesAreRefusedAndCountedByReason) {
         CCapPkt pkt = packet(bad.frame);
         EXPECT_EQ(pkt.GetIpVer(), bad.version);
         EXPECT_FALSE(pkt.parse());
-        // The header's place is told even where the header is no good.
+        // The position of an invalid header is known all the same.
         const auto failed = bad.version == 4   ? bad.in_ipv4_check
                             : bad.version == 6 ? bad.in_ipv6_check
                                                : NON_IP;
@@ -137,7 +137,7 @@ TEST(CapPkt, OddButValidFramesAreCounted) {
     CFiaCounters counters;
     EXPECT_TRUE(packet(udp(broadcast)).IsValidIpv4Packet(&counters));
     EXPECT_TRUE(packet(changed(udp(v4()), 22, 1)).IsValidIpv4Packet(&counters));
-    // Too short for the addresses that are looked at, and its sum is of nothing.
+    // Too short to hold the addresses, and its checksum covers nothing.
     EXPECT_TRUE(packet(changed(changed(cut(udp(v4()), 20), 14, 0x40), 17, 0)).IsValidIpv4Packet(&counters));
     EXPECT_EQ(counters.vlan, 1U);
     EXPECT_EQ(counters.broadcast, 1U);

@@ -1,12 +1,34 @@
-// The 19 functions of an engine that does nothing. Together with inert_life.cpp it is the base of the broken
-// libraries: each differs from a whole one by one compile definition.
+// The engine that does nothing. The broken libraries differ from it by one compile definition: INIT_ERROR,
+// the text with which init fails; EVFD, what is given for a descriptor; or another name for a function. Other
+// engines are linked with it and define what is weak here.
 
 #include <brumecpd/engine_api.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#ifndef INIT_ERROR
+#define INIT_ERROR ""
+#endif
+#ifndef EVFD
+#define EVFD g_evfd
+#endif
 
 using Json::Value;
 using std::string;
 using std::vector;
 
+int g_evfd = -1;
+
+[[gnu::weak]] void corvo_api_cp_init(const corvo::api::InitConfig&, string& err) {
+    err = INIT_ERROR;
+    if (err.empty()) g_evfd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+[[gnu::weak]] void corvo_api_cp_deinit(string&) {
+    close(g_evfd);
+}
+void corvo_api_cp_get_evfd(int& fd, string&) {
+    fd = EVFD;
+}
 void corvo_api_cp_activate(const corvo::api::ActivateConfig&, string&) {}
 void corvo_api_cp_deactivate(string&) {}
 int corvo_api_cp_tick(string&) {
@@ -18,7 +40,8 @@ void corvo_api_cp_push_pkts(const string&, vector<corvo::api::pkt_>& pkts, strin
         pkt.protocol = "bench";
     }
 }
-void corvo_api_cp_coffee(const string&, const string&, const vector<uint32_t>&, string&, string&) {}
+[[gnu::weak]] void corvo_api_cp_coffee(const string&, const string&, const vector<uint32_t>&, string&,
+                                       string&) {}
 void corvo_api_cp_get_version(Value&, string&) {}
 void corvo_api_cp_get_dps(vector<string>&, string&) {}
 void corvo_api_cp_intf_attach(const string&, string&) {}

@@ -1,0 +1,45 @@
+#pragma once
+// What one thread captures: a socket of each interface. Waiting frames make the lane's event descriptor
+// readable; `poll` hands them to a data path, a limited number at a time.
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture_socket.h"
+#include "data_path.h"
+#include "owned_fd.h"
+
+namespace corvo::engine {
+
+class CaptureLane {
+ public:
+    /** Throws Error if the event descriptor can't be created. */
+    CaptureLane();
+
+    /** Readable while frames or status changes of an interface are waiting. */
+    int event_fd() const { return m_epoll.get(); }
+
+    /** Throws Error if the event descriptor can't take it, or std::bad_alloc; it isn't added then. */
+    void add(std::unique_ptr<CaptureSocket> socket);
+    /** Does nothing if there is none. */
+    void remove(const std::string& ifname);
+    /** Null if there is none. */
+    CaptureSocket* find(const std::string& ifname) const;
+
+    /** Hands over some of the waiting frames. If any remain, the event descriptor stays readable. */
+    void poll(DataPath& path);
+    /** Call once a second; see CaptureSocket. */
+    void refresh();
+
+    const std::vector<std::unique_ptr<CaptureSocket>>& sockets() const { return m_sockets; }
+
+ private:
+    void await(const CaptureSocket& socket) const;
+
+    OwnedFd m_epoll;
+    std::vector<std::unique_ptr<CaptureSocket>> m_sockets;
+    size_t m_first = 0;  ///< index of the socket that goes first next time
+};
+
+}  // namespace corvo::engine

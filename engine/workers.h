@@ -1,0 +1,43 @@
+#pragma once
+// All workers of an active data path, as its calling thread sees them.
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "worker.h"
+
+namespace corvo::engine {
+
+class Interfaces;
+class Shards;
+
+class Workers {
+ public:
+    /** Our turn with all live traffic, while it exists. */
+    using Pause = std::vector<std::unique_lock<TurnLock>>;
+
+    /**
+     * One for each shard, capturing from the lane of the same number. Both must outlive this. Throws Error if
+     * one can't be started, and none is then.
+     */
+    Workers(Interfaces& interfaces, Shards& shards);
+
+    /** Waits until each has ended its turn: a worker that hangs holds up whoever calls this. */
+    Pause pause();
+    /**
+     * Has the worker of each number do the part of that number; the calling thread does the first. Throws
+     * what one of them throws, when all are done.
+     */
+    void run(const std::vector<unsigned>& parts, const Worker::Job& job);
+    /** During a pause. Empty if there is none. */
+    std::string take_problem();
+    /** Throws Error if some haven't ended within a second; may be tried again. */
+    void end();
+
+ private:
+    std::vector<std::unique_ptr<Worker>> m_workers;
+};
+
+}  // namespace corvo::engine

@@ -1,0 +1,261 @@
+// Several workers: what they share out, and what holds them up. With the real clock, as they read it by
+// themselves.
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <future>
+#include <set>
+
+#include "engine.h"
+#include "engine/pushed.h"
+#include "engine_error.h"
+#include "flow_summary.h"
+#include "support/error_of.h"
+#include "support/net_namespace.h"
+#include "tools/captures/sample_flows.h"
+
+namespace corvo::engine {
+namespace {
+
+using std::chrono::milliseconds;
+using test::error_of;
+using test::Pushed;
+
+template <typename Condition>
+bool eventually(Condition is_met) {
+    for (int i = 0; i < 1000; i++, usleep(10000))
+        if (is_met()) return true;
+    return false;
+}
+
+/** What an engine with so many workers makes of all sample flows, pushed to a path, as one text. */
+std::string outcome(uint16_t workers, const std::string& dpaddr) {
+    Engine engine{{}};
+    engine.activate({1000, workers, false});
+    std::string out;
+    for (const test::SampleFlow& flow : test::sample_flows()) {
+        Pushed pushed(flow.frames);
+        engine.push(dpaddr, pushed.pkts, true);
+        for (const api::pkt_& pkt : pushed.pkts) {
+            out += pkt.protocol + " " + std::to_string(pkt.cls) + " " + std::to_string(pkt.error);
+            for (const std::string& attribute : pkt.attr)
+                out += " " + attribute;
+            out += "\n";
+        }
+    }
+    NamedPath& path = engine.path_of(dpaddr);
+    out += summarize(path, dpaddr != "", true).toStyledString();
+    std::set<std::string> rows;
+    for (const Json::Value& page : {path.lists.flows({}, 1000)["flows"], path.lists.hosts(1000)["hosts"]})
+        for (Json::Value row : page) {
+            row.removeMember("first_seen");
+            row.removeMember("last_seen");
+            rows.insert(row.toStyledString());
+        }
+    for (const std::string& row : rows)
+        out += row;
+    for (const char* sample : {"flows", "protocols", "interfaces"}) {
+        Json::Value counted = engine.sample(sample);
+        counted.removeMember("time");
+        out += counted.toStyledString();
+    }
+    const std::string dump = engine.coffee(dpaddr, "dp.ft.dump", {});
+    out += std::to_string(std::count(dump.begin(), dump.end(), '\n'));
+    return out + engine.coffee(dpaddr, "dp.ft.sui_ft_kill_all_flows", {}) +
+           engine.coffee(dpaddr, "dp.ft.count", {});
+}
+
+TEST(Workers, GiveTheSameAnswersTogetherAsOneAlone) {
+    for (const char* dpaddr : {"", "capture:a"}) {
+        const std::string alone = outcome(1, dpaddr);
+        EXPECT_THAT(alone, testing::HasSubstr("16 flows removed"));
+        for (const uint16_t workers : {0, 2, 5})
+            EXPECT_EQ(outcome(workers, dpaddr), alone) << workers << " workers, path '" << dpaddr << "'";
+    }
+}
+
+TEST(Workers, AreAsManyAsThereAreFlowsAndShareTheTable) {
+    Engine engine{{}};
+    for (const auto& [flows, workers] : {std::pair(3, 128), std::pair(200, 40), std::pair(100, 3)}) {
+        engine.activate({static_cast<uint32_t>(flows), static_cast<uint16_t>(workers), false});
+        EXPECT_EQ(engine.sample("flows")["max"].asInt(), flows);
+        for (const test::SampleFlow& flow : test::sample_flows()) {
+            Pushed pushed(flow.frames);
+            engine.push("", pushed.pkts, false);
+        }
+        EXPECT_GE(engine.sample("flows")["active"].asInt(), std::min(flows, 15))
+            << "a share is empty or too small";
+        engine.deactivate();
+    }
+}
+
+/** Two workers with a data path of theirs, whose flows are reported to us. */
+class WorkersOfOurs : public testing::Test, protected FlowWatcher {
+ protected:
+    WorkersOfOurs() {
+        interfaces.make_worker_lanes(2);
+        workers = std::make_unique<Workers>(interfaces, shards);
+    }
+    void report(Flow&, const Classifier&, why_e) noexcept override {}
+    bool is_due(const Flow&, uint64_t) const override {
+        asked = true;
+        released.wait(false);
+        return false;
+    }
+    void hang() {
+        const Workers::Pause pause = workers->pause();
+        Pushed dns(test::sample_flow("dns").frames);
+        shards.watch(this);
+        shards.push(dns.pkts, false);
+    }
+
+    mutable std::atomic<bool> asked = false;
+    std::atomic<bool> released = false;
+    Interfaces interfaces{PacketRing::MIN_BYTES};
+    Classifiers classifiers;
+    Shards shards{classifiers, 100, 2, DataPath::LIVE, monotonic_ms};
+    std::unique_ptr<Workers> workers;
+};
+
+TEST_F(WorkersOfOurs, ThatHangHoldUpWhoNeedsThemAndAreNamed) {
+    hang();
+    ASSERT_TRUE(eventually([this] { return asked.load(); }));
+    auto pause = std::async(std::launch::async, [this] { workers->pause(); });
+    EXPECT_EQ(pause.wait_for(milliseconds(50)), std::future_status::timeout);
+    EXPECT_THAT(error_of<Error>([this] { workers->end(); }),
+                testing::MatchesRegex("not all workers end within a second, these don't: [12]"));
+    released = true;
+    released.notify_all();
+    pause.get();
+    EXPECT_EQ(error_of<Error>([this] { workers->end(); }), "");
+}
+
+TEST_F(WorkersOfOurs, DoJobsOnThreadsThatTakeNoSignalButForTheirFaults) {
+    struct Found {
+        pthread_t thread = pthread_self();
+        sigset_t blocked;
+        stack_t stack;
+    };
+    Found found[2];
+    for (int round = 0; round < 3; round++) {
+        workers->run({0, 1}, [&found](unsigned part) {
+            found[part] = Found();
+            pthread_sigmask(SIG_SETMASK, nullptr, &found[part].blocked);
+            sigaltstack(nullptr, &found[part].stack);
+        });
+        usleep(2000);  // they fall asleep
+    }
+    EXPECT_TRUE(pthread_equal(found[0].thread, pthread_self()));
+    EXPECT_FALSE(pthread_equal(found[1].thread, pthread_self()));
+    EXPECT_FALSE(found[1].stack.ss_flags & SS_DISABLE);
+    for (const auto& [signal, blocked] :
+         {std::pair(SIGTERM, 1), std::pair(SIGUSR1, 1), std::pair(SIGSEGV, 0)})
+        EXPECT_EQ(sigismember(&found[1].blocked, signal), blocked) << signal;
+    const auto fail = [this](unsigned which) {
+        return error_of<Error>([&] {
+            workers->run({0, 1}, [which](unsigned part) {
+                if (part == which) throw Error("part " + std::to_string(part));
+            });
+        });
+    };
+    EXPECT_EQ(fail(0) + fail(1) + fail(2), "part 0part 1");
+}
+
+/** A socket of 127.0.0.1 with a port of its own. */
+class Peer {
+ public:
+    Peer() : m_fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof m_address;
+        bind(m_fd.get(), reinterpret_cast<sockaddr*>(&m_address), size);
+        getsockname(m_fd.get(), reinterpret_cast<sockaddr*>(&m_address), &size);
+    }
+    void send(const Peer& to, const std::string& text) const {
+        sendto(m_fd.get(), text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&to.m_address),
+               sizeof to.m_address);
+    }
+
+ private:
+    OwnedFd m_fd;
+    sockaddr_in m_address{};
+};
+
+TEST(LiveWorkers, ShareAnInterfaceByFlowAndUseItAgainWhenItIsBack) {
+    const test::NetNamespace net;
+    if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
+    constexpr int FLOWS = 60;
+    Engine engine{{}};
+    std::string problem;
+    engine.activate({1000, 3, false});
+    engine.attach("lo");
+    EXPECT_EQ(error_of<Error>([&] { engine.attach("lo"); }), "interface 'lo' is already attached");
+    const auto packets = [&] { return engine.sample("interfaces")["interfaces"][0]["packets"].asInt(); };
+    Peer clients[FLOWS];
+    Peer server;
+    for (int round = 1; round <= 2; round++) {
+        for (const Peer& client : clients) {
+            client.send(server, "ask");
+            server.send(client, "answer");
+        }
+        ASSERT_TRUE(eventually([&] { return packets() >= round * 2 * FLOWS; })) << packets();
+        EXPECT_EQ(packets(), round * 2 * FLOWS) << "some were seen by two";
+        EXPECT_EQ(engine.sample("flows")["created"].asInt(), FLOWS) << "a flow's directions were torn apart";
+        if (round == 2) break;
+        net.set_loopback(false);
+        ASSERT_TRUE(eventually([&] { return engine.tick(problem), !problem.empty(); }));
+        EXPECT_EQ(problem, "interface 'lo' can't be captured from: Network is down");
+        engine.tick(problem);
+        EXPECT_EQ(problem, "") << "told by each worker";
+        net.set_loopback(true);
+        EXPECT_EQ(engine.sample("interfaces")["interfaces"][0]["up"], true);
+    }
+    engine.detach("lo");
+    engine.attach("lo");
+    EXPECT_EQ(packets(), 0);
+    engine.deactivate();
+    EXPECT_THAT(engine.attached(), testing::IsEmpty());
+    engine.activate({1000, 1, false});
+    engine.attach("lo");
+    clients[0].send(server, "ask");
+    ASSERT_TRUE(eventually([&] { return engine.tick(problem), packets() == 1; }))
+        << "the lane stayed a worker's";
+}
+
+TEST(LiveWorkers, CaptureFromAnInterfaceThatWasRemovedAndHasComeBack) {
+    const test::NetNamespace net;
+    if (!net.entered()) GTEST_SKIP() << "no network namespace: " << strerror(errno);
+    // Each end greets the other as soon as it is up.
+    const auto add = [] {
+        return system("ip link add a type veth peer name b && ip link set a up && ip link set b up") == 0;
+    };
+    for (const uint16_t workers : {1, 3}) {
+        Engine engine{{}};
+        std::string problem;
+        Json::Value now;
+        const auto has_become = [&](bool up, int packets) {
+            return eventually([&] {
+                engine.tick(problem);
+                now = engine.sample("interfaces")["interfaces"][0];
+                return now["up"] == up && now["packets"].asInt() > packets;
+            });
+        };
+        engine.activate({1000, workers, false});
+        ASSERT_TRUE(add());
+        engine.attach("a");
+        ASSERT_TRUE(has_become(true, 0));
+        ASSERT_EQ(system("ip link del a"), 0);
+        ASSERT_TRUE(has_become(false, 0));
+        const int seen = now["packets"].asInt();
+        ASSERT_TRUE(add());
+        EXPECT_TRUE(has_become(true, seen)) << workers << " workers: " << now;
+        ASSERT_EQ(system("ip link del a"), 0);
+    }
+}
+
+}  // namespace
+}  // namespace corvo::engine
