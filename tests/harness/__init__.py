@@ -1,1 +1,1 @@
-"""The whole program under test: processes, sockets, engines. tests/process, tests/client and scripts/torture use it."""
+"""The whole programs under test: processes, sockets, engines. Tests in Python and scripts/torture use it."""

@@ -23,6 +23,7 @@ def load_params(engine=None):
 class DaemonTest(unittest.TestCase):
     """Provides a test with a folder and daemons, which end with it."""
     maxDiff = None
+    make = Daemon
 
     def setUp(self):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="brumecpd-"))
@@ -30,9 +31,8 @@ class DaemonTest(unittest.TestCase):
         self.daemons = []
 
     def daemon(self, *args, ready=True, tcp=False, watchdog=False, **more):
-        folder = self.folder / str(len(self.daemons))
-        folder.mkdir()
-        daemon = Daemon(folder, *args, tcp=free_port() if tcp else 0, watchdog=watchdog, **more)
+        folder = tempfile.mkdtemp(dir=self.folder)
+        daemon = self.make(folder, *args, tcp=free_port() if tcp else 0, watchdog=watchdog, **more)
         self.daemons.append(daemon)
         self.addCleanup(daemon.kill)
         if ready:
@@ -46,7 +46,8 @@ class DaemonTest(unittest.TestCase):
     @functools.cached_property
     def captures(self):
         """A folder of sample.pcap and a file for each of its flows, such as dns.pcap."""
-        subprocess.run([*EMULATOR, BUILD / "tools/make_sample_captures", self.folder / "captures"], check=True)
+        subprocess.run([*EMULATOR, BUILD / "tools/make_sample_captures", self.folder / "captures"], check=True,
+                       stdout=subprocess.DEVNULL)
         return self.folder / "captures"
 
     def assertInOrder(self, texts, whole):

@@ -26,7 +26,7 @@ def build_option(name):
 
 
 class Daemon:
-    """In `folder`/bin, its log `folder`/log, its Unix socket `folder`/s unless tcp is a port. It begins a session."""
+    """Runs in `folder`/bin, logs to `folder`/log, listens at `folder`/s or the port `tcp`, leads a session of its own."""
 
     def __init__(self, folder, *args, tcp=0, engine=None, env=None, watchdog=True, preload=None, setup=None, log=None,
                  mode="us", files=None):

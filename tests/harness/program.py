@@ -19,7 +19,7 @@ BRUMECTL = BUILD / "bin/brumectl"
 
 
 class Program:
-    """Runs until it ends, or the block that it is used in."""
+    """Runs until it ends or the `with` block does."""
 
     def __init__(self, *words, socket="", input="", env=None, setup=None, terminal=False, stdout=None):
         """terminal: all three streams are one; `type` writes to it, `out` reads it. stdout: a descriptor instead of a file.
@@ -64,7 +64,7 @@ class Program:
         self.folder.cleanup()
 
     def wait(self, seconds=30):
-        """Its exit status; 128 and the signal's number if one ended it."""
+        """Its exit status; 128 plus the signal's number if a signal ended it."""
         assert eventually(lambda: (self.out(), self.process.poll())[1] is not None, seconds), \
             f"brumectl doesn't end; it said: {self.out()}{self.err()}"
         status = self.process.returncode
@@ -89,11 +89,11 @@ class Program:
         return "" if self.terminal is not None else self.paths["err"].read_bytes().decode(errors="surrogateescape")
 
     def type(self, keys):
-        """At a terminal."""
+        """Only at a terminal."""
         os.write(self.terminal, keys.encode())
 
     def wait_for_out(self, text, start=0):
-        """Behind the first characters."""
+        """After the first `start` characters."""
         return eventually(lambda: text in self.out()[start:])
 
     def wait_for_err(self, text):
@@ -120,7 +120,7 @@ class ProgramChecks:
     """For a test case: what is typed, and what must come of it."""
 
     def assertSays(self, expected, said, what):
-        """Expected is the whole text, or a pattern in it, or several of those; one with `lacks` in front may not be there."""
+        """Expected is the whole text, or a pattern in it, or a text that it `Lacks`, or several of those."""
         for part in expected if isinstance(expected, (tuple, list)) else [expected]:
             if isinstance(part, str):
                 self.assertEqual(said, part, what)
@@ -130,7 +130,7 @@ class ProgramChecks:
                 self.assertRegex(said, part, what)
 
     def expect(self, words, status=0, out=ANY, err="", **more):
-        """Nor may anything be written that controls a terminal."""
+        """Also checks that nothing it prints controls a terminal."""
         result = brumectl(*words, **more)
         with self.subTest(words=words):
             self.assertEqual(result[0], status, result)
@@ -141,7 +141,7 @@ class ProgramChecks:
 
 
 def has(text):
-    """A text that stands somewhere."""
+    """The text, anywhere."""
     return re.compile(re.escape(text))
 
 
@@ -150,7 +150,7 @@ def starts(text):
 
 
 class Lacks:
-    """A text that stands nowhere."""
+    """A text that must not occur."""
 
     def __init__(self, text):
         self.text = text

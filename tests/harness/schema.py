@@ -23,7 +23,7 @@ def validates(schema, value):
         return False
     if "enum" in schema and value not in schema["enum"]:
         return False
-    if not schema.get("minimum", value) <= value <= schema.get("maximum", value) if is_of_type(value, "integer") else False:
+    if is_of_type(value, "integer") and not schema.get("minimum", value) <= value <= schema.get("maximum", value):
         return False
     if "oneOf" in schema and sum(validates(variant, value) for variant in schema["oneOf"]) != 1:
         return False

@@ -29,11 +29,10 @@ crash_once() {
     kill_server SEGV
     eventually evidence_has 1 cvdump.json
 }
-# An engine that does what the given line says; stdin: its environment.
+# An engine that does what the given lines say.
 scripted() {
     echo "$1" >/run/script
-    drop_in <<<"[Service]
-Environment=TEST_ENGINE_SCRIPT=/run/script $(cat)"
+    drop_in <<<$'[Service]\nEnvironment=TEST_ENGINE_SCRIPT=/run/script'
     cat >"$scripted" <<JSON
 [{"jsonrpc":"2.0","id":1,"method":"load","params":{"path":"$here/engine"}},
  {"jsonrpc":"2.0","id":2,"method":"activate","params":{"resources":{"max_flows":10}}}]

@@ -3,7 +3,8 @@ import os
 import signal
 
 from harness.case import BARE_METAL, SCRIPTED, SLAVE, DaemonTest, load_params
-from harness.processes import eventually, gone, kill
+from harness.daemon import ENGINES
+from harness.processes import kill
 
 CAUSE = "CP shutdown - cause: "
 
@@ -35,11 +36,6 @@ class Lifecycle(DaemonTest):
                 self.assertIn(text, daemon.log_text())
                 self.assertIn(CAUSE + "fatal error detected", daemon.log_text())
 
-    def test_a_bad_command_line_ends_with_status_two(self):
-        daemon = self.daemon("--attach", "lo", ready=False)
-        self.assertEqual(daemon.wait_exit(), 2)
-        self.assertIn("brumecpd: error: '--attach' is supported only with '--activate'\n", daemon.err())
-
     def test_kernel_mode_is_told_and_has_shared_memory_of_its_own(self):
         daemon = self.daemon(mode="km", engine=SCRIPTED)
         self.assertIn("Configured in: 'kernel mode'", daemon.log_text())
@@ -47,7 +43,19 @@ class Lifecycle(DaemonTest):
         self.assertEqual(daemon.failure("load", {"shm": {"type": "devmem"}}),
                          "devmem SHM configuration is not supported on kernel mode")
 
-    def test_a_stop_signal_during_the_automatic_start_ends_the_daemon_by_the_ordinary_road(self):
+    def test_an_engine_binds_to_the_daemon_and_brings_a_method_of_its_own(self):
+        daemon = self.daemon()
+        own = daemon.result("cmds")
+        for _ in range(2):
+            daemon.result("load", load_params(ENGINES / "closed"))
+            self.assertIn("closed.all", daemon.result("cmds"))
+            answer = daemon.result("closed.all", {"dir": str(daemon.folder)})
+            self.assertTrue(answer)
+            self.assertEqual({name: value for name, value in answer.items() if value is not True}, {})
+            daemon.result("unload")
+            self.assertEqual(daemon.result("cmds"), own)
+
+    def test_a_stop_signal_during_the_automatic_start_ends_the_daemon_in_order(self):
         daemon = self.scripted("-a", script="delay init 700\n", ready=False)
         self.assertTrue(daemon.wait_for_log("Loading corvo engine"))
         daemon.signal(signal.SIGTERM)
@@ -63,21 +71,24 @@ class Lifecycle(DaemonTest):
         self.assertFalse(os.path.exists(daemon.path))
         self.assertInOrder(["intf_detach if0", "intf_detach if1", "deactivate", "deinit"], "\n".join(daemon.engine_calls()))
 
-    def test_a_daemon_leaves_the_standard_descriptors_closed_and_logs_to_its_file(self):
-        starter = self.daemon("-d", ready=False)
-        self.assertEqual(starter.wait_exit(), 0)
-        self.assertTrue(starter.wait_for_log("Waiting for messages"))
-        self.assertIn("Starting server as a daemon", starter.log_text())
-        pid = starter.result("status")["pid"]
-        self.addCleanup(kill, pid, signal.SIGKILL)
-        standard = [f"/proc/{pid}/fd/{fd}" for fd in range(3)]
-        self.assertEqual([fd for fd in standard if os.path.lexists(fd)], [])
-        # A library must not get one of these numbers for a file of its own.
-        starter.result("load", load_params(SCRIPTED))
-        self.assertEqual([os.readlink(fd) for fd in standard], ["/dev/null"] * 3)
-        kill(pid, signal.SIGTERM)
-        self.assertTrue(eventually(lambda: gone(pid)))
-        self.assertIn("received signal SIGTERM", starter.log_text())
+    def test_a_daemon_has_closed_the_standard_descriptors_but_the_pipe_to_its_parent(self):
+        for watchdog in (False, True):
+            starter = self.daemon("-d", watchdog=watchdog, ready=False)
+            self.assertEqual(starter.wait_exit(), 0)
+            self.assertTrue(starter.wait_for_log("Waiting for messages"))
+            self.assertIn("Starting server as a daemon", starter.log_text())
+            pid = starter.result("status")["pid"]
+            self.addCleanup(kill, pid, signal.SIGKILL)
+
+            def standard(pid=pid):
+                links = [f"/proc/{pid}/fd/{fd}" for fd in range(3)]
+                return [os.readlink(link).partition(":")[0] for link in links if os.path.lexists(link)]
+            self.assertEqual(standard(), ["pipe"] * watchdog)
+            # A library must not get one of these numbers for a file of its own.
+            starter.result("load", load_params(SCRIPTED))
+            self.assertEqual(standard(), ["/dev/null", "/dev/null", "pipe" if watchdog else "/dev/null"])
+            kill(pid, signal.SIGKILL if watchdog else signal.SIGTERM)
+            self.assertTrue(starter.wait_for_log("Restarting brumecpd is disabled" if watchdog else "received signal SIGTERM"))
 
 
 class ConfigFile(DaemonTest):
@@ -107,11 +118,6 @@ class ConfigFile(DaemonTest):
                     self.assertTrue(daemon.wait_for_log(text), f"{text}\n{daemon.log_text()}")
                 self.assertNotIn("Never", daemon.log_text())
                 self.assertNotIn("- never", daemon.log_text())
-
-    def test_one_that_is_missing_costs_a_line_and_no_more(self):
-        daemon = self.daemon("-c", "not/there")
-        self.assertTrue(daemon.wait_for_log("[server][ERROR] - Failed to read config file: not/there"))
-        self.assertEqual(daemon.end(), 0)
 
     def test_the_default_one_is_played_when_it_stands_in_the_working_directory(self):
         daemon = self.daemon(files={".cvconfig": '[{"jsonrpc":"2.0","id":1,"method":"shutdown"}]'}, ready=False)

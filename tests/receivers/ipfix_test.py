@@ -19,7 +19,7 @@ class Nfdump(DaemonTest):
                 Program("flows", "--ipfix", f"127.0.0.1:{port}", "--for-nfdump", "-d", "0.2", socket=daemon.path) as exporter:
             self.addCleanup(collector.kill)
             self.assertTrue(eventually(lambda: "Startup" in (self.folder / "nfcapd").read_text(errors="replace")))
-            self.await_look(daemon, 1)  # what is there before isn't told
+            self.await_look(daemon, 1)  # flows that are there before it aren't exported
             daemon.result("push_pcap", {"type": "filename", "reset": False, "filename": str(self.captures / "sample.pcap")})
             flows = daemon.result("flows.list", {"dpaddr": "dp0"})["flows"]
             self.await_look(daemon, 3)
@@ -32,6 +32,6 @@ class Nfdump(DaemonTest):
         self.assertEqual(names, wanted, (self.folder / "nfcapd").read_text(errors="replace"))
 
     def await_look(self, daemon, more):
-        """The exporter asks for flows so many times from now on."""
+        """Waits until the exporter has asked for flows so many times more."""
         before = daemon.log_text().count("flows.list")
         self.assertTrue(eventually(lambda: daemon.log_text().count("flows.list") >= before + more))

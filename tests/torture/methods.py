@@ -16,50 +16,14 @@ def forms(schema):
         yield form
 
 
-def valid(schema):
-    if "enum" in schema:
-        return schema["enum"][0]
-    if "default" in schema:
-        return schema["default"]
-    kind = schema.get("type", "object")
-    if kind == "object":
-        form = next(forms(schema))
-        return {name: valid(form["properties"][name]) for name in form["required"]}
-    return {"string": "lo", "integer": max(1, schema.get("minimum", 1)), "boolean": False, "array": []}[kind]
-
-
-def parameters(method):
-    return {p["name"]: p for p in METHODS[method]["params"]}
-
-
-def around(method, name):
-    """Valid values of all parameters that must be there for this one to be read."""
-    known = parameters(method)
-    values = {n: valid(p["schema"]) for n, p in known.items() if p["required"]}
-    wanted = [name]
-    for n in wanted:
-        for other, choices in known[n].get("x-required-when", {}).items():
-            values[other] = choices[0]
-            wanted.append(other)
-    return values
-
-
-def text_places():
-    """(method, name of the place, function from a text to params) for each text that a client may give."""
-    for method in METHODS:
-        for name, parameter in parameters(method).items():
-            schema = parameter["schema"]
-            base = around(method, name)
-            if schema.get("type") == "string":
-                yield method, name, lambda text, b=base, n=name: {**b, n: text}
-            elif schema.get("type") == "object":
-                yield method, f"{name}.{{}}", lambda text, b=base, n=name: {**b, n: {text: text}}
-                for form in forms(schema):
-                    whole = {p: valid(form["properties"][p]) for p in form["required"]}
-                    for inner, s in form["properties"].items():
-                        if s.get("type") == "string":
-                            yield method, f"{name}.{inner}", lambda text, b=base, n=name, i=inner, w=whole: {
-                                **b, n: {**w, i: text}}
+def with_text(value, text):
+    """The value with the text in place of each string in it, and of each object's members, one at a time."""
+    if isinstance(value, str):
+        yield text
+    if isinstance(value, dict):
+        yield {text: text}
+        for name, inner in value.items():
+            yield from ({**value, name: spoilt} for spoilt in with_text(inner, text))
 
 
 WRONG = [None, True, -1, 0, 1.5, 2 ** 32, 2 ** 64 - 1, 1e300, "", "%s%n", "lo", [], [1, "x"], {}, {"type": "x"}, "A" * 3000]
@@ -67,11 +31,8 @@ WRONG = [None, True, -1, 0, 1.5, 2 ** 32, 2 ** 64 - 1, 1e300, "", "%s%n", "lo", 
 
 def half_valid(random, method):
     """Parameters, most of them right, since only those get far into the method."""
-    values = {}
-    for name, parameter in parameters(method).items():
-        if parameter["required"] or random.random() < 0.6:
-            values[name] = half_valid_value(random, parameter["schema"])
-    return values
+    return {parameter["name"]: half_valid_value(random, parameter["schema"]) for parameter in METHODS[method]["params"]
+            if parameter["required"] or random.random() < 0.6}
 
 
 def half_valid_value(random, schema):

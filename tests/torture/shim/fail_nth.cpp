@@ -9,24 +9,16 @@
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/mman.h>
-#include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-
-// Defined below under their plain names; a macro of the large-file interface would rename them.
-#undef open
-#undef fopen
 
 namespace {
 
@@ -79,37 +71,24 @@ bool fails(const char* name) {
     return g_state->error != 0;
 }
 
-template <typename Fn>
-Fn next_of(const char* name) {
-    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
-// The real function is looked up at load time, as a first look-up from a signal handler would allocate. The
-// optional last argument comes first in the function.
-#define INTERPOSE(result, failure, name, parameters, arguments, ...)           \
-    namespace {                                                                \
-    using name##_fn = result(*) parameters;                                    \
-    name##_fn real_##name = next_of<name##_fn>(#name);                         \
-    }                                                                          \
-    extern "C" __attribute__((visibility("default"))) result name parameters { \
-        __VA_ARGS__                                                            \
-        if (fails(#name)) return failure;                                      \
-        if (!real_##name) real_##name = next_of<name##_fn>(#name);             \
-        return real_##name arguments;                                          \
-    }                                                                          \
+// The hook has the C library's name only in the symbol table, so that neither its declarations nor its macros
+// are in the way. The real function is looked up at load time, as a first look-up from a signal handler would
+// allocate.
+#define INTERPOSE(result, failure, name, parameters, arguments)                                          \
+    extern "C" __attribute__((visibility("default"))) result name##_hook parameters __asm__(#name);      \
+    static auto* real_##name = reinterpret_cast<result(*) parameters>(dlsym(RTLD_NEXT, #name));          \
+    result name##_hook parameters {                                                                      \
+        if (fails(#name)) return failure;                                                                \
+        if (!real_##name) real_##name = reinterpret_cast<result(*) parameters>(dlsym(RTLD_NEXT, #name)); \
+        return real_##name arguments;                                                                    \
+    }                                                                                                    \
     static_assert(true)
 
-// `open` has its third parameter only where it creates a file.
-#define TAKE_MODE                                                                        \
-    va_list more;                                                                        \
-    va_start(more, flags);                                                               \
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0; \
-    va_end(more);
-
-INTERPOSE(int, -1, open, (const char* path, int flags, ...), (path, flags, mode), TAKE_MODE);
-INTERPOSE(int, -1, openat, (int at, const char* path, int flags, ...), (at, path, flags, mode), TAKE_MODE);
+// Whether or not a mode is passed, it is where a third parameter would be.
+INTERPOSE(int, -1, open, (const char* path, int flags, mode_t mode), (path, flags, mode));
+INTERPOSE(int, -1, openat, (int at, const char* path, int flags, mode_t mode), (at, path, flags, mode));
 INTERPOSE(int, -1, accept4, (int fd, sockaddr* from, socklen_t* len, int flags), (fd, from, len, flags));
 INTERPOSE(int, -1, bind, (int fd, const sockaddr* at, socklen_t len), (fd, at, len));
 INTERPOSE(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol));
