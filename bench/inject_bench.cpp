@@ -57,7 +57,7 @@ class Capture {
     test::TempDir m_dir;
 };
 
-void push(benchmark::State& state, const char* library, bool extended, const char* dpaddr, uint16_t workers) {
+void push_pcap(benchmark::State& state, const char* library, bool extended) {
     if (!std::filesystem::exists(std::string(library) + "/libcvcp_u.so")) {
         state.SkipWithError("this engine has not been built");
         return;
@@ -72,11 +72,10 @@ void push(benchmark::State& state, const char* library, bool extended, const cha
         engine.load_engine(library, init);
         corvo::api::ActivateConfig activate;
         activate.max_flows = 16384;
-        activate.dp_workers = workers;
         engine.activate(activate);
         for (auto _ : state) {
             std::unordered_map<std::string, int> counts;
-            engine.push_pcap(dpaddr, capture.path(), true, 0, extended,
+            engine.push_pcap("", capture.path(), true, 0, extended,
                              [&](Engine::PktInfo&& info) { ++counts[info.protocol]; });
             benchmark::DoNotOptimize(counts);
         }
@@ -90,15 +89,6 @@ void push(benchmark::State& state, const char* library, bool extended, const cha
                 Counter::kIs1000);
 }
 
-void push_pcap(benchmark::State& state, const char* library, bool extended) {
-    push(state, library, extended, "", 1);
-}
-
-/** To a data path of its own, whose packets workers share. */
-void push_capture(benchmark::State& state) {
-    push(state, BENCH_SHIPPED_ENGINE, false, "capture:bench", static_cast<uint16_t>(state.range(1)));
-}
-
 void sizes(benchmark::internal::Benchmark* bench) {
     bench->ArgName("frames")->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 }
@@ -106,11 +96,5 @@ BENCHMARK_CAPTURE(push_pcap, inert, BENCH_INERT_ENGINE, false)->Apply(sizes);
 BENCHMARK_CAPTURE(push_pcap, inert_extended, BENCH_INERT_ENGINE, true)->Apply(sizes);
 BENCHMARK_CAPTURE(push_pcap, shipped, BENCH_SHIPPED_ENGINE, false)->Apply(sizes);
 BENCHMARK_CAPTURE(push_pcap, shipped_extended, BENCH_SHIPPED_ENGINE, true)->Apply(sizes);
-BENCHMARK(push_capture)
-    ->ArgNames({"frames", "workers"})
-    ->ArgsProduct({{1000000}, {1, 2}})
-    ->Unit(benchmark::kMillisecond)
-    ->MeasureProcessCPUTime()
-    ->UseRealTime();
 
 }  // namespace

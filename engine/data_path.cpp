@@ -82,6 +82,7 @@ void DataPath::push(std::vector<api::pkt_>& pkts, const Deal& deal, unsigned sha
     m_outcomes.resize(pkts.size());
     for (size_t i = 0; i < pkts.size(); i++) {
         if (deal[i].shard != shard) continue;
+        prepare();
         m_pushed += {1, pkts[i].len, 0};
         const Frame& frame = deal[i].frame;
         m_outcomes[i] = frame.error != api::PKT_OK ? failed(frame.error)

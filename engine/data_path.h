@@ -50,10 +50,8 @@ class DataPath {
      * std::bad_alloc. Throws Error if no classifier can be made.
      */
     void push(std::vector<api::pkt_>& pkts, bool extended);
-    /** The same for those that are dealt to `shard`, after `prepare`. Leaves the others alone. */
+    /** The same for those that are dealt to `shard`. Leaves the others alone. */
     void push(std::vector<api::pkt_>& pkts, const Deal& deal, unsigned shard, bool extended);
-    /** Takes the classifier, unless there is one. Throws Error if none can be made. */
-    void prepare();
     DirectedKey key_of_frame(const Frame& frame, uint32_t ns_id) const {
         return key_of(frame, ns_id, m_kind == CAPTURE ? frame.vlan : 0);
     }
@@ -119,6 +117,7 @@ class DataPath {
         uint32_t ns_id;
     };
 
+    void prepare();
     Outcome handle(const Input& input, Frame& frame, uint64_t now_ms);
     Outcome handle(const Frame& frame, const DirectedKey& directed, uint32_t wire_len, uint64_t now_ms);
     Outcome failed(api::pkt_error_e error, Flow* flow = nullptr);

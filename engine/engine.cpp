@@ -175,8 +175,8 @@ void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool 
         return;
     }
     NamedPath* known = m_captures.find(dpaddr);
-    NamedPath& capture = known ? *known : m_captures.open(dpaddr, ++m_instances, live.count());
-    capture.data.push(pkts, extended, m_workers.get());
+    NamedPath& capture = known ? *known : m_captures.open(dpaddr, ++m_instances);
+    capture.data.push(pkts, extended);
 }
 
 // A reset arrives before the first push to a capture's data path, when there is nothing to reset yet.

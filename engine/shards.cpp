@@ -1,15 +1,9 @@
 #include "shards.h"
 
 #include <algorithm>
-#include <utility>
-
-#include "workers.h"
 
 namespace corvo::engine {
 namespace {
-
-/** With fewer packets, waking a worker takes longer than its share of the work. */
-constexpr size_t WORTH_SHARING = 8;
 
 /** Not random, so that what a classifier learns from earlier flows is the same each time. */
 uint64_t hash_of(const FlowKey& key) {
@@ -33,30 +27,22 @@ Shards::Shards(Classifiers& classifiers, uint32_t max_flows, unsigned count, Dat
     }
 }
 
-void Shards::push(std::vector<api::pkt_>& pkts, bool extended, Workers* workers) {
+void Shards::push(std::vector<api::pkt_>& pkts, bool extended) {
     if (count() == 1) return m_shards[0]->push(pkts, extended);
     deal(pkts);
-    for (const unsigned shard : m_dealt_to)
-        m_shards[shard]->prepare();
-    const auto process = [&](unsigned shard) { m_shards[shard]->push(pkts, m_deal, shard, extended); };
-    if (workers && pkts.size() >= WORTH_SHARING) return workers->run(m_dealt_to, process);
-    for (const unsigned shard : m_dealt_to)
-        process(shard);
+    for (unsigned shard = 0; shard < count(); shard++)
+        m_shards[shard]->push(pkts, m_deal, shard, extended);
 }
 
 void Shards::deal(const std::vector<api::pkt_>& pkts) {
     m_deal.resize(pkts.size());
-    m_dealt_to.clear();
-    m_has_share.assign(count(), 0);
     for (size_t i = 0; i < pkts.size(); i++) {
         DealtPacket& packet = m_deal[i];
         packet.frame = decode_frame(pkts[i].data, pkts[i].len);
         packet.shard = 0;
-        if (packet.frame.error == api::PKT_OK) {
-            packet.key = m_shards[0]->key_of_frame(packet.frame, pkts[i].ns_id);
-            packet.shard = static_cast<unsigned>(hash_of(packet.key.key) % count());
-        }
-        if (!std::exchange(m_has_share[packet.shard], 1)) m_dealt_to.push_back(packet.shard);
+        if (packet.frame.error != api::PKT_OK) continue;
+        packet.key = m_shards[0]->key_of_frame(packet.frame, pkts[i].ns_id);
+        packet.shard = static_cast<unsigned>(hash_of(packet.key.key) % count());
     }
 }
 

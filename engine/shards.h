@@ -15,8 +15,6 @@
 
 namespace corvo::engine {
 
-class Workers;
-
 class Shards {
  public:
     /**
@@ -30,11 +28,8 @@ class Shards {
     DataPath& at(unsigned shard) { return *m_shards[shard]; }
     const DataPath& at(unsigned shard) const { return *m_shards[shard]; }
 
-    /**
-     * Like DataPath::push. The packets are dealt by flow; `workers` process their own shares. Null: the
-     * calling thread does it all.
-     */
-    void push(std::vector<api::pkt_>& pkts, bool extended, Workers* workers = nullptr);
+    /** Like DataPath::push, with the packets dealt by flow. */
+    void push(std::vector<api::pkt_>& pkts, bool extended);
 
     // What all shards do, or have in sum; see DataPath.
     bool finish(uint64_t budget_ms);
@@ -75,10 +70,7 @@ class Shards {
 
     std::vector<std::unique_ptr<DataPath>> m_shards;
     uint32_t m_max_flows;
-    // Of the current push; kept to reuse their memory.
-    Deal m_deal;
-    std::vector<unsigned> m_dealt_to;  ///< shards with a share, each once
-    std::vector<uint8_t> m_has_share;  ///< by shard
+    Deal m_deal;  ///< of the current push; kept to reuse its memory
 };
 
 }  // namespace corvo::engine

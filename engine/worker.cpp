@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <system_error>
-#include <utility>
 
 #include "alternate_stack.h"
 #include "blocked_signals.h"
@@ -18,33 +17,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/**
- * Jobs come in quick succession, and waking a thread takes longer than many of them. So for a moment, both
- * sides wait for each other without sleeping, where there are processors for both.
- */
-constexpr auto WAIT_AWAKE = std::chrono::microseconds(20);
-constexpr int CHECKS_PER_MOMENT = 32;
 /** Before traffic is looked at again that couldn't be worked on. */
 constexpr uint64_t REST_MS = 1000;
-
-void relax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__arm__) || defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
-
-template <typename Condition>
-bool wait_awake(Condition is_met) {
-    static const bool is_worthwhile = std::thread::hardware_concurrency() > 1;
-    const auto end = steady_clock::now() + WAIT_AWAKE;
-    do {
-        for (int i = 0; i < CHECKS_PER_MOMENT; i++, relax())
-            if (is_met()) return true;
-    } while (is_worthwhile && steady_clock::now() < end);
-    return false;
-}
 
 }  // namespace
 
@@ -65,24 +39,9 @@ Worker::~Worker() {
     m_thread.join();
 }
 
-void Worker::start(const Job& job, unsigned part) {
-    m_job = &job;
-    m_part = part;
-    m_given++;
-    if (m_asleep) wake();
-}
-
-std::exception_ptr Worker::finish() {
-    const uint32_t given = m_given;
-    if (!wait_awake([&] { return m_done == given; }))
-        for (uint32_t done = m_done; done != given; done = m_done)
-            m_done.wait(done);
-    return std::exchange(m_failure, nullptr);
-}
-
 void Worker::ask_to_end() {
     m_ending = true;
-    wake();
+    eventfd_write(m_wake.get(), 1);
 }
 
 bool Worker::ends_by(steady_clock::time_point time) {
@@ -90,33 +49,15 @@ bool Worker::ends_by(steady_clock::time_point time) {
     return m_end.wait_until(lock, time, [this] { return m_has_ended; });
 }
 
-void Worker::wake() const {
-    eventfd_write(m_wake.get(), 1);
-}
-
 void Worker::work() {
     const AlternateStack stack;
     while (!m_ending) {
-        while (do_job())
-            wait_awake([this] { return m_given != m_done; });
         serve();
         sleep();
     }
     const std::lock_guard lock(m_end_mutex);
     m_has_ended = true;
     m_end.notify_all();
-}
-
-bool Worker::do_job() {
-    if (m_given == m_done) return false;
-    try {
-        (*m_job)(m_part);
-    } catch (...) {
-        m_failure = std::current_exception();
-    }
-    m_done++;
-    m_done.notify_one();
-    return true;
 }
 
 void Worker::serve() {
@@ -134,17 +75,11 @@ void Worker::serve() {
 }
 
 void Worker::sleep() {
-    m_asleep = true;
-    if (m_given == m_done && !m_ending) {
-        const uint64_t now_ms = monotonic_ms();
-        const bool rests = now_ms < m_rest_until_ms;
-        const uint64_t due_ms = rests ? m_rest_until_ms : m_tick_due_ms;
-        pollfd fds[] = {{m_wake.get(), POLLIN, 0}, {rests ? -1 : m_lane.event_fd(), POLLIN, 0}};
-        poll(fds, std::size(fds), static_cast<int>(std::max(due_ms, now_ms) - now_ms));
-    }
-    m_asleep = false;
-    eventfd_t count = 0;
-    eventfd_read(m_wake.get(), &count);
+    const uint64_t now_ms = monotonic_ms();
+    const bool rests = now_ms < m_rest_until_ms;
+    const uint64_t due_ms = rests ? m_rest_until_ms : m_tick_due_ms;
+    pollfd fds[] = {{m_wake.get(), POLLIN, 0}, {rests ? -1 : m_lane.event_fd(), POLLIN, 0}};
+    poll(fds, std::size(fds), static_cast<int>(std::max(due_ms, now_ms) - now_ms));
 }
 
 }  // namespace corvo::engine

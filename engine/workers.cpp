@@ -1,7 +1,6 @@
 #include "workers.h"
 
 #include <chrono>
-#include <span>
 
 #include "engine_error.h"
 #include "interfaces.h"
@@ -26,24 +25,6 @@ Workers::Pause Workers::pause() {
     for (const auto& worker : m_workers)
         out.emplace_back(worker->turn());
     return out;
-}
-
-void Workers::run(const std::vector<unsigned>& parts, const Worker::Job& job) {
-    if (parts.empty()) return;
-    const std::span<const unsigned> others(parts.begin() + 1, parts.end());
-    for (const unsigned part : others)
-        m_workers[part]->start(job, part);
-    std::exception_ptr failure;
-    try {
-        job(parts.front());
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    for (const unsigned part : others) {
-        const std::exception_ptr other = m_workers[part]->finish();
-        if (!failure) failure = other;
-    }
-    if (failure) std::rethrow_exception(failure);
 }
 
 std::string Workers::take_problem() {

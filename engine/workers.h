@@ -26,11 +26,6 @@ class Workers {
 
     /** Waits until each has ended its turn: a worker that hangs holds up whoever calls this. */
     Pause pause();
-    /**
-     * Has the worker of each number do the part of that number; the calling thread does the first. Throws
-     * what one of them throws, when all are done.
-     */
-    void run(const std::vector<unsigned>& parts, const Worker::Job& job);
     /** During a pause. Empty if there is none. */
     std::string take_problem();
     /** Throws Error if some haven't ended within a second; may be tried again. */

@@ -102,6 +102,8 @@ class WorkersOfOurs : public testing::Test, protected FlowWatcher {
     }
     void report(Flow&, const Classifier&, why_e) noexcept override {}
     bool is_due(const Flow&, uint64_t) const override {
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        sigaltstack(nullptr, &stack);
         asked = true;
         released.wait(false);
         return false;
@@ -113,6 +115,8 @@ class WorkersOfOurs : public testing::Test, protected FlowWatcher {
         shards.push(dns.pkts, false);
     }
 
+    mutable sigset_t blocked;
+    mutable stack_t stack;
     mutable std::atomic<bool> asked = false;
     std::atomic<bool> released = false;
     Interfaces interfaces{PacketRing::MIN_BYTES};
@@ -134,35 +138,15 @@ TEST_F(WorkersOfOurs, ThatHangHoldUpWhoNeedsThemAndAreNamed) {
     EXPECT_EQ(error_of<Error>([this] { workers->end(); }), "");
 }
 
-TEST_F(WorkersOfOurs, DoJobsOnThreadsThatTakeNoSignalButForTheirFaults) {
-    struct Found {
-        pthread_t thread = pthread_self();
-        sigset_t blocked;
-        stack_t stack;
-    };
-    Found found[2];
-    for (int round = 0; round < 3; round++) {
-        workers->run({0, 1}, [&found](unsigned part) {
-            found[part] = Found();
-            pthread_sigmask(SIG_SETMASK, nullptr, &found[part].blocked);
-            sigaltstack(nullptr, &found[part].stack);
-        });
-        usleep(2000);  // they fall asleep
-    }
-    EXPECT_TRUE(pthread_equal(found[0].thread, pthread_self()));
-    EXPECT_FALSE(pthread_equal(found[1].thread, pthread_self()));
-    EXPECT_FALSE(found[1].stack.ss_flags & SS_DISABLE);
-    for (const auto& [signal, blocked] :
+TEST_F(WorkersOfOurs, TakeNoSignalsButForTheirFaultsAndThoseOnAStackOfTheirOwn) {
+    released = true;
+    hang();
+    ASSERT_TRUE(eventually([this] { return asked.load(); }));
+    workers->end();
+    EXPECT_FALSE(stack.ss_flags & SS_DISABLE);
+    for (const auto& [signal, is_blocked] :
          {std::pair(SIGTERM, 1), std::pair(SIGUSR1, 1), std::pair(SIGSEGV, 0)})
-        EXPECT_EQ(sigismember(&found[1].blocked, signal), blocked) << signal;
-    const auto fail = [this](unsigned which) {
-        return error_of<Error>([&] {
-            workers->run({0, 1}, [which](unsigned part) {
-                if (part == which) throw Error("part " + std::to_string(part));
-            });
-        });
-    };
-    EXPECT_EQ(fail(0) + fail(1) + fail(2), "part 0part 1");
+        EXPECT_EQ(sigismember(&blocked, signal), is_blocked) << signal;
 }
 
 /** A socket of 127.0.0.1 with a port of its own. */
