@@ -118,16 +118,6 @@ TEST(RpcParser, FieldsPathsAndAddressesAreVerified) {
         EXPECT_EQ(run(check, std::string("{\"f\":") + value + "}"), outcome) << value;
 }
 
-TEST(RpcParser, AnArrayElementIsNamedByItsPosition) {
-    const Scripted::Body check = [](Scripted& self, const Json::Value& params, Json::Value& res) {
-        for (int i = 0; i < 4; ++i)
-            self.check_field_type(params, i, RpcParser::TYPE_BYTE, res);
-    };
-    EXPECT_EQ(run(check, "[1,2,true,4]").second,
-              "error at offset: 5 - 'array element: 3 ' is 'boolean', expecting 'byte'");
-    EXPECT_EQ(run(check, "[1,2,3]").second, "field 'array element: 4 ' is missing");
-}
-
 TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
     static const char* const add = "add";
     const char* got = nullptr;
