@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <regex>
 #include <string>
 #include <utility>
 
@@ -118,16 +119,6 @@ TEST(RpcParser, FieldsPathsAndAddressesAreVerified) {
         EXPECT_EQ(run(check, std::string("{\"f\":") + value + "}"), outcome) << value;
 }
 
-TEST(RpcParser, AnArrayElementIsNamedByItsPosition) {
-    const Scripted::Body check = [](Scripted& self, const Json::Value& params, Json::Value& res) {
-        for (int i = 0; i < 4; ++i)
-            self.check_field_type(params, i, RpcParser::TYPE_BYTE, res);
-    };
-    EXPECT_EQ(run(check, "[1,2,true,4]").second,
-              "error at offset: 5 - 'array element: 3 ' is 'boolean', expecting 'byte'");
-    EXPECT_EQ(run(check, "[1,2,3]").second, "field 'array element: 4 ' is missing");
-}
-
 TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
     static const char* const add = "add";
     const char* got = nullptr;
@@ -188,13 +179,9 @@ class JsonRpc : public ::testing::Test {
         return untimed(json::write_line(objects.size() == 1 ? reply[0] : reply));
     }
 
-    static std::string untimed(std::string reply) {
-        const std::string member = "\"ms\":";
-        for (size_t at = 0; (at = reply.find(member, at)) != std::string::npos;) {
-            at += member.size();
-            reply.replace(at, reply.find_first_not_of("0123456789", at) - at, "0");
-        }
-        return reply;
+    static std::string untimed(const std::string& reply) {
+        static const std::regex ms("\"ms\":[0-9]+");
+        return std::regex_replace(reply, ms, "\"ms\":0");
     }
 
     RpcCommandsTable m_table;

@@ -2,10 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -62,7 +60,7 @@ class LoaderTest : public testing::Test {
     EngineUS m_engine;
 };
 
-// The test of the methods' document tries the other operations in every state.
+// tests/process/methods_test.py tries the other operations in every state.
 TEST_F(LoaderTest, InterfacesAndAVersionAreThereOnceADataPathIsActive) {
     for (const auto state : {STATE_UNLOADED, STATE_LOADED, STATE_ACTIVE, STATE_ATTACHED}) {
         SCOPED_TRACE(engine_state_to_str(state));
@@ -316,10 +314,8 @@ TEST_F(InjectTest, AnEngineThatFailsEndsThePush) {
 
 TEST_F(InjectTest, AFileWithoutFramesIsEmptyAndOneThatIsNoFileIsRefused) {
     EXPECT_THAT(push(m_dir.write("zero", "")), IsEmpty());
-    const std::string pipe = m_dir.file("pipe");
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const std::string& path : {m_dir.write("text", "this is no capture of anything"), m_dir.path(),
-                                    m_dir.file("zero") + '\0' + "x", pipe}) {
+    for (const std::string& path :
+         {m_dir.write("text", "this is no capture of anything"), m_dir.file("zero") + '\0' + "x"}) {
         const std::string text = "Unable to read '" + path + "' - not found or wrong format";
         EXPECT_EQ(error_of([&] { push(path); }), text.c_str());  // what a client sees ends at a NUL
     }

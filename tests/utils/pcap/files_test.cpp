@@ -56,11 +56,7 @@ std::string bytes_of(const Record& record) {
     return {bytes.begin(), bytes.end()};
 }
 
-struct Frame {
-    uint64_t time_usec;
-    Bytes bytes;
-    bool operator==(const Frame&) const = default;
-};
+using Frame = std::pair<uint64_t, Bytes>;  ///< microseconds and bytes
 using Sizes = std::vector<size_t>;
 
 class CaptureFile : public testing::Test {
@@ -81,7 +77,7 @@ class CaptureFile : public testing::Test {
         Sizes result;
         testing::internal::CaptureStdout();
         for (const Frame& frame : read_all(m_dir.write("x", content)))
-            result.push_back(frame.bytes.size());
+            result.push_back(frame.second.size());
         m_printed = testing::internal::GetCapturedStdout();
         return result;
     }
@@ -111,7 +107,7 @@ TEST_F(CaptureFile, WhatIsWrittenIsReadBack) {
     const std::vector<Frame> erf = read_all(m_dir.file("erf"));
     ASSERT_EQ(erf.size(), frames.size());
     for (size_t i = 0; i < frames.size(); i++)
-        EXPECT_EQ(erf[i].bytes, frames[i]);
+        EXPECT_EQ(erf[i].second, frames[i]);
 }
 
 TEST_F(Pcap, RecordsEndWhereTheirHeadersSay) {

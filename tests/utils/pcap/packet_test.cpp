@@ -44,14 +44,8 @@ const Ends V4 = {"10.1.0.2:4000", "192.168.255.1:80"};
 const Ends V6 = {"fd00:1:0:0:0:0:0:2,4000", "fe80:0:0:0:0:0:0:ab,53"};
 const Ends V6_NO_PORTS = {"fd00:1:0:0:0:0:0:2,0", "fe80:0:0:0:0:0:0:ab,0"};
 
-struct ValidFrame {
-    const char* name;
-    Bytes frame;
-    int l3, l4, protocol;
-    Ends ends;
-};
-
-const ValidFrame VALID_FRAMES[] = {
+const std::tuple<const char*, Bytes, int, int, int, Ends> VALID_FRAMES[] = {
+    // frame, places of its headers, protocol, ends
     {"TCP", tcp(v4()), 14, 34, 6, V4},
     {"VLAN", tcp(v4(7)), 18, 38, 6, V4},
     {"options", udp(v4(-1, 3)), 14, 46, 17, V4},
@@ -69,18 +63,11 @@ const ValidFrame VALID_FRAMES[] = {
     {"extensions use payload up", ip_frame(v6(-1, {0, 60}), IP_UDP, {}), 14, 54, 59, V6_NO_PORTS},
 };
 
-struct BadFrame {
-    const char* name;
-    Bytes frame;
-    int version;  ///< what `GetIpVer` returns
-    uint32_t CFiaCounters::*in_ipv4_check;
-    uint32_t CFiaCounters::*in_ipv6_check;
-};
+using Counter = uint32_t CFiaCounters::*;
+constexpr Counter SHORT = &CFiaCounters::short_pkt, NON_IP = &CFiaCounters::non_ip;
 
-constexpr auto SHORT = &CFiaCounters::short_pkt;
-constexpr auto NON_IP = &CFiaCounters::non_ip;
-
-const BadFrame BAD_FRAMES[] = {
+const std::tuple<const char*, Bytes, int, Counter, Counter> BAD_FRAMES[] = {
+    // frame, its version, what counts it in the check for IPv4 and in the one for IPv6
     {"nothing", {}, 0, SHORT, SHORT},
     {"19 bytes", cut(udp(v4()), 19), 0, SHORT, SHORT},
     {"20 bytes", cut(udp(v4()), 20), 4, SHORT, SHORT},
@@ -98,35 +85,33 @@ const BadFrame BAD_FRAMES[] = {
 }  // namespace
 
 TEST(CapPkt, HeadersAreFoundAndDescribed) {
-    for (const ValidFrame& expected : VALID_FRAMES) {
-        SCOPED_TRACE(expected.name);
-        CCapPkt pkt = packet(expected.frame);
+    for (const auto& [name, frame, l3, l4, protocol, ends] : VALID_FRAMES) {
+        SCOPED_TRACE(name);
+        CCapPkt pkt = packet(frame);
         ASSERT_TRUE(pkt.parse());
-        EXPECT_EQ(pkt.l3 - pkt.GetPktBuffer(), expected.l3);
-        EXPECT_EQ(pkt.l4 - pkt.GetPktBuffer(), expected.l4);
-        EXPECT_EQ(pkt.GetProtocol(), expected.protocol);
-        EXPECT_EQ(Ends(pkt.GetSrcAddr(), pkt.GetDstAddr()), expected.ends);
+        const unsigned char* start = pkt.GetPktBuffer();
+        EXPECT_EQ(std::tuple(pkt.l3 - start, pkt.l4 - start, pkt.GetProtocol()),
+                  std::tuple(l3, l4, protocol));
+        EXPECT_EQ(Ends(pkt.GetSrcAddr(), pkt.GetDstAddr()), ends);
     }
 }
 
 TEST(CapPkt, BadFramesAreRefusedAndCountedByReason) {
-    for (const BadFrame& bad : BAD_FRAMES) {
-        SCOPED_TRACE(bad.name);
-        CCapPkt pkt = packet(bad.frame);
-        EXPECT_EQ(pkt.GetIpVer(), bad.version);
+    for (const auto& [name, frame, version, in_ipv4_check, in_ipv6_check] : BAD_FRAMES) {
+        SCOPED_TRACE(name);
+        CCapPkt pkt = packet(frame);
+        EXPECT_EQ(pkt.GetIpVer(), version);
         EXPECT_FALSE(pkt.parse());
         // The position of an invalid header is known all the same.
-        const auto failed = bad.version == 4   ? bad.in_ipv4_check
-                            : bad.version == 6 ? bad.in_ipv6_check
-                                               : NON_IP;
+        const Counter failed = version == 4 ? in_ipv4_check : version == 6 ? in_ipv6_check : NON_IP;
         EXPECT_EQ(pkt.l3 == nullptr, failed == NON_IP);
         EXPECT_EQ(pkt.l4, nullptr);
         CFiaCounters ipv4, ipv6;
         EXPECT_FALSE(pkt.IsValidIpv4Packet(&ipv4));
-        EXPECT_EQ(ipv4.*bad.in_ipv4_check, 1U);
-        EXPECT_EQ(pkt.IsValidIpv6Packet(&ipv6), bad.in_ipv6_check == nullptr);
-        if (bad.in_ipv6_check) {
-            EXPECT_EQ(ipv6.*bad.in_ipv6_check, 1U);
+        EXPECT_EQ(ipv4.*in_ipv4_check, 1U);
+        EXPECT_EQ(pkt.IsValidIpv6Packet(&ipv6), !in_ipv6_check);
+        if (in_ipv6_check) {
+            EXPECT_EQ(ipv6.*in_ipv6_check, 1U);
         }
     }
 }
