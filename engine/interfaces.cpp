@@ -84,15 +84,11 @@ uint64_t Interfaces::drops() const {
     return sum;
 }
 
-// All sockets of an interface have the same problem, which is told once.
+// All sockets of an interface have the same problem, but not all are looked at by the same time.
 std::string Interfaces::take_problem() {
     for (const auto& first : m_lanes[0]->sockets()) {
-        std::string out;
-        for (CaptureLane* lane : m_lanes) {
-            std::string problem = lane->find(first->name())->take_problem();
-            if (out.empty()) out = std::move(problem);
-        }
-        if (!out.empty()) return out;
+        std::string problem = first->take_problem();
+        if (!problem.empty()) return problem;
     }
     return {};
 }

@@ -63,8 +63,10 @@ std::string outcome(uint16_t workers, const std::string& dpaddr) {
         counted.removeMember("time");
         out += counted.toStyledString();
     }
-    const std::string dump = engine.coffee(dpaddr, "dp.ft.dump", {});
-    out += std::to_string(std::count(dump.begin(), dump.end(), '\n'));
+    for (const uint32_t limit : {5, 100}) {
+        const std::string dump = engine.coffee(dpaddr, "dp.ft.dump", {limit});
+        out += std::to_string(std::count(dump.begin(), dump.end(), '\n')) + " ";
+    }
     return out + engine.coffee(dpaddr, "dp.ft.sui_ft_kill_all_flows", {}) +
            engine.coffee(dpaddr, "dp.ft.count", {});
 }
@@ -79,18 +81,20 @@ TEST(Workers, GiveTheSameAnswersTogetherAsOneAlone) {
 }
 
 TEST(Workers, AreAsManyAsThereAreFlowsAndShareTheTable) {
-    Engine engine{{}};
-    for (const auto& [flows, workers] : {std::pair(3, 128), std::pair(200, 40), std::pair(100, 3)}) {
-        engine.activate({static_cast<uint32_t>(flows), static_cast<uint16_t>(workers), false});
-        EXPECT_EQ(engine.sample("flows")["max"].asInt(), flows);
-        for (const test::SampleFlow& flow : test::sample_flows()) {
-            Pushed pushed(flow.frames);
-            engine.push("", pushed.pkts, false);
-        }
-        EXPECT_GE(engine.sample("flows")["active"].asInt(), std::min(flows, 15))
-            << "a share is empty or too small";
-        engine.deactivate();
+    Classifiers classifiers;
+    for (const auto& [flows, workers, shards] : {std::tuple(3U, 128U, 3U), std::tuple(200U, 40U, 40U),
+                                                 std::tuple(100U, 3U, 3U), std::tuple(9U, 0U, 1U)}) {
+        const Shards shared(classifiers, flows, workers, DataPath::LIVE, monotonic_ms);
+        EXPECT_EQ(shared.count(), shards);
+        uint32_t room = 0;
+        for (unsigned i = 0; i < shared.count(); i++)
+            room += shared.at(i).table().max_flows();
+        EXPECT_EQ(room, flows);
     }
+    Engine engine{{}};
+    engine.activate({1000, 128, false});
+    EXPECT_EQ(engine.sample("flows")["max"].asInt(), 1000);
+    engine.deactivate();
 }
 
 /** Two workers with a data path of theirs, whose flows are reported to us. */
