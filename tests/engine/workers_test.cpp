@@ -14,6 +14,7 @@
 #include "engine/pushed.h"
 #include "engine_error.h"
 #include "flow_summary.h"
+#include "support/client.h"
 #include "support/error_of.h"
 #include "support/net_namespace.h"
 #include "tools/captures/sample_flows.h"
@@ -23,14 +24,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using test::error_of;
+using test::eventually;
 using test::Pushed;
-
-template <typename Condition>
-bool eventually(Condition is_met) {
-    for (int i = 0; i < 1000; i++, usleep(10000))
-        if (is_met()) return true;
-    return false;
-}
 
 /** What an engine with so many workers makes of all sample flows, pushed to a path, as one text. */
 std::string outcome(uint16_t workers, const std::string& dpaddr) {
