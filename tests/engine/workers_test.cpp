@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -186,39 +187,50 @@ TEST(LiveWorkers, ShareAnInterfaceByFlowAndUseItAgainWhenItIsBack) {
     constexpr int FLOWS = 60;
     Engine engine{{}};
     std::string problem;
-    engine.activate({1000, 3, false});
-    engine.attach("lo");
-    EXPECT_EQ(error_of<Error>([&] { engine.attach("lo"); }), "interface 'lo' is already attached");
-    const auto packets = [&] { return engine.sample("interfaces")["interfaces"][0]["packets"].asInt(); };
+    const auto lo = [&] {
+        engine.tick(problem);
+        return engine.sample("interfaces")["interfaces"][0];
+    };
+    const auto packets = [&] { return lo()["packets"].asInt(); };
+    const auto readable = [&engine](int timeout_ms) {
+        pollfd waiting{engine.event_fd(), POLLIN, 0};
+        return poll(&waiting, 1, timeout_ms) == 1;
+    };
     Peer clients[FLOWS];
     Peer server;
-    for (int round = 1; round <= 2; round++) {
-        for (const Peer& client : clients) {
-            client.send(server, "ask");
-            server.send(client, "answer");
+    for (const uint16_t workers : {3, 1}) {
+        SCOPED_TRACE(workers);
+        engine.activate({1000, workers, false});
+        engine.attach("lo");
+        EXPECT_EQ(error_of<Error>([&] { engine.attach("lo"); }), "interface 'lo' is already attached");
+        for (int round = 1; round <= 2; round++) {
+            for (const Peer& client : clients) {
+                client.send(server, "ask");
+                server.send(client, "answer");
+            }
+            EXPECT_TRUE(workers > 1 || readable(10000)) << "nobody else would take them";
+            ASSERT_TRUE(eventually([&] { return packets() >= round * 2 * FLOWS; })) << packets();
+            EXPECT_EQ(packets(), round * 2 * FLOWS) << "some were seen by two";
+            EXPECT_EQ(engine.sample("flows")["created"].asInt(), FLOWS)
+                << "a flow's directions were torn apart";
+            if (round == 2) break;
+            net.set_loopback(false);
+            ASSERT_TRUE(eventually([&] { return engine.tick(problem), !problem.empty(); }));
+            EXPECT_EQ(problem, "interface 'lo' can't be captured from: Network is down");
+            engine.tick(problem);
+            EXPECT_EQ(problem, "") << "told by each worker";
+            ASSERT_TRUE(eventually([&] { return lo()["up"] == false; }));
+            EXPECT_EQ(lo()["downs"], 1u);
+            EXPECT_FALSE(readable(0)) << "keeps the daemon busy";
+            net.set_loopback(true);
+            ASSERT_TRUE(eventually([&] { return lo()["up"] == true; }));
         }
-        ASSERT_TRUE(eventually([&] { return packets() >= round * 2 * FLOWS; })) << packets();
-        EXPECT_EQ(packets(), round * 2 * FLOWS) << "some were seen by two";
-        EXPECT_EQ(engine.sample("flows")["created"].asInt(), FLOWS) << "a flow's directions were torn apart";
-        if (round == 2) break;
-        net.set_loopback(false);
-        ASSERT_TRUE(eventually([&] { return engine.tick(problem), !problem.empty(); }));
-        EXPECT_EQ(problem, "interface 'lo' can't be captured from: Network is down");
-        engine.tick(problem);
-        EXPECT_EQ(problem, "") << "told by each worker";
-        net.set_loopback(true);
-        EXPECT_EQ(engine.sample("interfaces")["interfaces"][0]["up"], true);
+        engine.detach("lo");
+        engine.attach("lo");
+        EXPECT_EQ(packets(), 0);
+        engine.deactivate();
+        EXPECT_THAT(engine.attached(), testing::IsEmpty());
     }
-    engine.detach("lo");
-    engine.attach("lo");
-    EXPECT_EQ(packets(), 0);
-    engine.deactivate();
-    EXPECT_THAT(engine.attached(), testing::IsEmpty());
-    engine.activate({1000, 1, false});
-    engine.attach("lo");
-    clients[0].send(server, "ask");
-    ASSERT_TRUE(eventually([&] { return engine.tick(problem), packets() == 1; }))
-        << "the lane stayed a worker's";
 }
 
 TEST(LiveWorkers, CaptureFromAnInterfaceThatWasRemovedAndHasComeBack) {
