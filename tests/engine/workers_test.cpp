@@ -168,8 +168,9 @@ class Peer {
         m_address.sin_family = AF_INET;
         m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof m_address;
-        bind(m_fd.get(), reinterpret_cast<sockaddr*>(&m_address), size);
-        getsockname(m_fd.get(), reinterpret_cast<sockaddr*>(&m_address), &size);
+        auto* generic = reinterpret_cast<sockaddr*>(&m_address);
+        if (bind(m_fd.get(), generic, size) < 0 || getsockname(m_fd.get(), generic, &size) < 0)
+            throw Error("no port");
     }
     void send(const Peer& to, const std::string& text) const {
         sendto(m_fd.get(), text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&to.m_address),
