@@ -288,27 +288,6 @@ TEST_F(LiveTest, CountsWhatFoundNoRoomInTheKernel) {
     EXPECT_EQ(engine.health(true)["items"]["drops"]["value"], Json::UInt64{drops});
 }
 
-TEST_F(LiveTest, TellsOnceWhenAnInterfaceGoesDownAndUsesItAgainWhenItIsUp) {
-    engine.attach("lo");
-    net.set_loopback(false);
-    EXPECT_TRUE(readable());
-    std::string problem;
-    engine.tick(problem);
-    EXPECT_EQ(problem, "interface 'lo' can't be captured from: Network is down");
-    EXPECT_FALSE(readable());
-    tick();
-    EXPECT_EQ(loopback()["up"], false);
-    EXPECT_EQ(loopback()["downs"], 1u);
-    net.set_loopback(true);
-    g_now_ms += 1000;
-    tick();
-    EXPECT_EQ(loopback()["up"], true);
-    net.send_datagrams(53, dns_query());
-    EXPECT_TRUE(has_frames());
-    tick();
-    EXPECT_EQ(loopback()["packets"], 1u);
-}
-
 TEST_F(LiveTest, RefusesWhatCannotBeAttachedOrDetached) {
     const auto attach = [this](const std::string& name) {
         return error_of<Error>([&] { engine.attach(name); });

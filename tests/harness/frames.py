@@ -13,8 +13,8 @@ def ipv4(protocol, payload, src=(10, 0, 0, 1), dst=(10, 0, 0, 2)):
                  + payload)
 
 
-def udp(payload, sport=1000, dport=80):
-    return ipv4(17, struct.pack(">HHHH", sport, dport, 8 + len(payload), 0) + payload)
+def udp(payload, sport=1000, dport=80, **ends):
+    return ipv4(17, struct.pack(">HHHH", sport, dport, 8 + len(payload), 0) + payload, **ends)
 
 
 def udp_flows(count):

@@ -1,5 +1,5 @@
-"""The part of JSON Schema that docs/openrpc.json uses."""
-TYPES = {"object": dict, "array": list, "string": str, "boolean": bool, "integer": int}
+"""The part of JSON Schema that docs/openrpc.json and the engine's description of its methods use."""
+TYPES = {"object": dict, "array": list, "string": str, "boolean": bool, "integer": int, "number": (int, float)}
 KEYWORDS = {"additionalProperties", "default", "description", "enum", "format", "items", "maximum", "maxItems", "minimum",
             "oneOf", "properties", "required", "type"}
 
