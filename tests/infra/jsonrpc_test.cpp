@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <regex>
 #include <string>
 #include <utility>
 
@@ -179,9 +178,13 @@ class JsonRpc : public ::testing::Test {
         return untimed(json::write_line(objects.size() == 1 ? reply[0] : reply));
     }
 
-    static std::string untimed(const std::string& reply) {
-        static const std::regex ms("\"ms\":[0-9]+");
-        return std::regex_replace(reply, ms, "\"ms\":0");
+    static std::string untimed(std::string reply) {
+        const std::string member = "\"ms\":";
+        for (size_t at = 0; (at = reply.find(member, at)) != std::string::npos;) {
+            at += member.size();
+            reply.replace(at, reply.find_first_not_of("0123456789", at) - at, "0");
+        }
+        return reply;
     }
 
     RpcCommandsTable m_table;
