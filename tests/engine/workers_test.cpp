@@ -28,6 +28,27 @@ using test::error_of;
 using test::eventually;
 using test::Pushed;
 
+/** All that a path tells of its flows and hosts at once, sorted, without times. */
+std::string reports_of(NamedPath& path) {
+    std::string out = summarize(path, false, true).toStyledString();
+    std::set<std::string> rows;
+    for (const char* member : {"flows", "hosts"}) {
+        const bool hosts = member == std::string("hosts");
+        Json::Value page = hosts ? path.lists.hosts(1000) : path.lists.flows({}, 1000);
+        for (;; page = path.lists.next(member, page["cursor"].asString(), 1000)) {
+            for (Json::Value& row : page[member]) {
+                row.removeMember("first_seen");
+                row.removeMember("last_seen");
+                rows.insert(row.toStyledString());
+            }
+            if (!page.isMember("cursor")) break;
+        }
+    }
+    for (const std::string& row : rows)
+        out += row;
+    return out;
+}
+
 /** What an engine with so many workers makes of all sample flows, pushed to a path, as one text. */
 std::string outcome(uint16_t workers, const std::string& dpaddr) {
     Engine engine{{}};
@@ -43,17 +64,10 @@ std::string outcome(uint16_t workers, const std::string& dpaddr) {
             out += "\n";
         }
     }
-    NamedPath& path = engine.path_of(dpaddr);
-    out += summarize(path, dpaddr != "", true).toStyledString();
-    std::set<std::string> rows;
-    for (const Json::Value& page : {path.lists.flows({}, 1000)["flows"], path.lists.hosts(1000)["hosts"]})
-        for (Json::Value row : page) {
-            row.removeMember("first_seen");
-            row.removeMember("last_seen");
-            rows.insert(row.toStyledString());
-        }
-    for (const std::string& row : rows)
-        out += row;
+    {
+        const Workers::Pause pause = engine.pause();
+        out += reports_of(engine.path_of(dpaddr));
+    }
     for (const char* sample : {"flows", "protocols", "interfaces"}) {
         Json::Value counted = engine.sample(sample);
         counted.removeMember("time");

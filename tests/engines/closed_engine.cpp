@@ -45,9 +45,10 @@ long cv_send(int, const void*, unsigned int, int), cv_recv(int, void*, unsigned 
 /** Where members of these types begin if they lie in this order. The last place is the size of the whole. */
 template <class... Members>
 constexpr auto places() {
-    constexpr size_t sizes[] = {sizeof(Members)..., 0};
-    constexpr size_t alignments[] = {alignof(Members)..., std::max({alignof(Members)...})};
-    std::array<size_t, std::size(sizes)> begins{};
+    using Sizes = std::array<size_t, sizeof...(Members) + 1>;
+    const Sizes sizes = {sizeof(Members)..., 0};
+    const Sizes alignments = {alignof(Members)..., std::max({alignof(Members)...})};
+    Sizes begins{};
     size_t at = 0;
     for (size_t i = 0; i < begins.size(); at += sizes[i++])
         begins[i] = at = (at + alignments[i] - 1) / alignments[i] * alignments[i];
@@ -83,7 +84,7 @@ static_assert(lie_at<SocketChannel, Event, Callback, unsigned, string>({0, offse
                                                                         offsetof(SocketChannel, m_name)}));
 static_assert(lie_at<Pair, Shared, Shared>({offsetof(Pair, m_first), offsetof(Pair, m_second)}));
 static_assert(lie_at<CStrRef, const char*, string>({offsetof(CStrRef, m_text), offsetof(CStrRef, m_owned)}));
-static_assert(lie_at<LoggerInstance, Table, logger_level_e, FILE*, string, Map>(
+static_assert(lie_at<LoggerInstance, Table, logger_level_e, void*, string, Map>(
     {0, offsetof(LoggerInstance, m_level), offsetof(LoggerInstance, m_file),
      offsetof(LoggerInstance, m_filename), offsetof(LoggerInstance, m_comps)}));
 static_assert(lie_at<Note, Table, uint64_t, string, string, Severity, string, int64_t>(

@@ -268,7 +268,7 @@ void corvo_api_cp_init(const corvo::api::InitConfig& config, std::string& err) {
 }
 
 void corvo_api_cp_deinit(std::string& err) {
-    Call("deinit", err);
+    const Call call("deinit", err);
     if (g_state.evfd >= 0) close(g_state.evfd);
     g_state = State();
 }

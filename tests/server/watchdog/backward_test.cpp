@@ -78,7 +78,9 @@ void save_stack(int, siginfo_t*, void* ucontext) {
     {
         const InterruptedHere here(ucontext);
         const ucontext_t of_another{};
-        InterruptedHere{&of_another};  // a handler within the handler
+        {
+            const InterruptedHere within(&of_another);  // a handler within the handler
+        }
         const SignalTrap trap;
         g_saved->save_bt();
         SigHandler::dump_traceback(g_dump);
