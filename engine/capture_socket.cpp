@@ -16,8 +16,7 @@
 namespace corvo::engine {
 namespace {
 
-/** PACKET_IGNORE_OUTGOING for a whole group. Linux before 6.2 ignores it; loopback's frames are seen twice
- * there. */
+// PACKET_IGNORE_OUTGOING for a whole group. Linux before 6.2 ignores it: loopback's frames come twice.
 constexpr unsigned FANOUT_IGNORE_OUTGOING = 0x4000;
 
 Error failure(const std::string& ifname, int error) {

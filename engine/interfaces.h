@@ -15,8 +15,7 @@ namespace corvo::engine {
 
 class Interfaces {
  public:
-    /** `ring_bytes`: for each interface, see PacketRing. Throws Error if an event descriptor can't be
-     * created. */
+    /** `ring_bytes`: for each interface, see PacketRing. Throws Error if there is no event descriptor. */
     explicit Interfaces(size_t ring_bytes);
     Interfaces(const Interfaces&) = delete;
     Interfaces& operator=(const Interfaces&) = delete;
