@@ -64,12 +64,13 @@ void DataPath::push(std::vector<api::pkt_>& pkts, bool extended) {
     const uint64_t now_ms = m_clock();
     prepare();
     m_outcomes.resize(pkts.size());
-    m_frames.resize(extended ? pkts.size() : 1);
+    if (extended) m_frames.resize(pkts.size());
     m_pushed.packets += pkts.size();
     for (size_t i = 0; i < pkts.size(); i++) {
         m_pushed.bytes += pkts[i].len;
-        m_outcomes[i] = handle({pkts[i].data, pkts[i].len, pkts[i].len, pkts[i].ns_id},
-                               m_frames[extended ? i : 0], now_ms);
+        const Frame frame = decode_frame(pkts[i].data, pkts[i].len);
+        m_outcomes[i] = handle(frame, pkts[i].ns_id, pkts[i].len, now_ms);
+        if (extended) m_frames[i] = frame;
     }
     for (size_t i = 0; i < pkts.size(); i++) {
         answer(m_outcomes[i], pkts[i]);
@@ -102,15 +103,13 @@ void DataPath::prepare() {
 void DataPath::observe(const CapturedFrame* frames, size_t count) {
     const uint64_t now_ms = m_clock();
     if (count > 0) prepare();
-    Frame frame;
     for (size_t i = 0; i < count; i++)
-        handle({frames[i].data, frames[i].len, frames[i].wire_len, 0}, frame, now_ms);
+        handle(decode_frame(frames[i].data, frames[i].len), 0, frames[i].wire_len, now_ms);
 }
 
-DataPath::Outcome DataPath::handle(const Input& input, Frame& frame, uint64_t now_ms) {
-    frame = decode_frame(input.data, input.len);
+DataPath::Outcome DataPath::handle(const Frame& frame, uint32_t ns_id, uint32_t wire_len, uint64_t now_ms) {
     if (frame.error != api::PKT_OK) return failed(frame.error);
-    return handle(frame, key_of_frame(frame, input.ns_id), input.wire_len, now_ms);
+    return handle(frame, key_of_frame(frame, ns_id), wire_len, now_ms);
 }
 
 DataPath::Outcome DataPath::handle(const Frame& frame, const DirectedKey& directed, uint32_t wire_len,
@@ -150,11 +149,6 @@ void DataPath::count(Flow& flow, bool from_upper, uint32_t wire_len, uint64_t no
 
 Traffic& DataPath::open_of(const Verdict& verdict) {
     return verdict.entry ? verdict.entry->open : m_unclassified_open;
-}
-
-void DataPath::add_traffic(const Verdict& verdict, const Traffic& traffic) {
-    (verdict.entry ? verdict.entry->traffic : m_unclassified) += traffic;
-    if (verdict.entry && verdict.guessed) verdict.entry->guessed += traffic;
 }
 
 void DataPath::take_traffic(const Verdict& verdict, const Traffic& traffic) {

@@ -110,21 +110,18 @@ class DataPath {
         api::pkt_error_e error = api::PKT_OK;
     };
 
-    struct Input {
-        const uint8_t* data;
-        uint16_t len;
-        uint32_t wire_len;
-        uint32_t ns_id;
-    };
-
     void prepare();
-    Outcome handle(const Input& input, Frame& frame, uint64_t now_ms);
+    Outcome handle(const Frame& frame, uint32_t ns_id, uint32_t wire_len, uint64_t now_ms);
     Outcome handle(const Frame& frame, const DirectedKey& directed, uint32_t wire_len, uint64_t now_ms);
     Outcome failed(api::pkt_error_e error, Flow* flow = nullptr);
     void count(Flow& flow, bool from_upper, uint32_t wire_len, uint64_t now_ms);
     template <typename Decide>
     void let_decide(Flow& flow, Decide decide);
-    void add_traffic(const Verdict& verdict, const Traffic& traffic);
+    // Inline, as is all that each frame needs and that is small: counts then stay in registers.
+    void add_traffic(const Verdict& verdict, const Traffic& traffic) {
+        (verdict.entry ? verdict.entry->traffic : m_unclassified) += traffic;
+        if (verdict.entry && verdict.guessed) verdict.entry->guessed += traffic;
+    }
     void take_traffic(const Verdict& verdict, const Traffic& traffic);
     Traffic& open_of(const Verdict& verdict);
     Flow* flow_of(const FlowKey& key, uint64_t now_ms);
@@ -161,7 +158,7 @@ class DataPath {
     uint64_t m_idlest_ms = UINT64_MAX;  ///< the least `last_seen_ms` among them
     // Parallel to the packets of the current push; kept to reuse their memory.
     std::vector<Outcome> m_outcomes;
-    std::vector<Frame> m_frames;  ///< a single shared one if only the class is wanted
+    std::vector<Frame> m_frames;  ///< only for extended answers
 };
 
 }  // namespace corvo::engine

@@ -20,12 +20,7 @@ struct FlowKey {
     /** lower end's address (2), upper end's (2), ports and name space, protocol, version and VLAN */
     uint64_t words[6] = {};
 
-    bool operator==(const FlowKey& other) const {
-        uint64_t differs = 0;
-        for (int i = 0; i < 6; i++)
-            differs |= words[i] ^ other.words[i];
-        return differs == 0;
-    }
+    bool operator==(const FlowKey&) const = default;
     uint32_t ns_id() const { return static_cast<uint32_t>(words[4]); }
     uint16_t lower_port() const { return static_cast<uint16_t>(words[4] >> 48); }
     uint16_t upper_port() const { return static_cast<uint16_t>(words[4] >> 32); }

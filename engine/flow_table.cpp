@@ -8,37 +8,49 @@ namespace {
 
 constexpr size_t FIRST_SLOTS = 1024;
 
-/** Loads an address so that the bytes keep their order in memory. */
-void load_address(const uint8_t* from, uint8_t version, uint64_t to[2]) {
-    to[0] = to[1] = 0;
-    if (version == 4)
-        std::memcpy(to, from, 4);
-    else
-        std::memcpy(to, from, 16);
+constexpr bool LOW_BYTE_FIRST = std::endian::native == std::endian::little;
+
+struct Address {
+    uint64_t first, second;
+};
+
+/**
+ * Loads an address so that the bytes keep their order in memory. The words stay in registers: the processor
+ * waits where a word is read that was just written in parts.
+ */
+Address load_address(const uint8_t* from, uint8_t version) {
+    if (version == 4) {
+        uint32_t word = 0;
+        std::memcpy(&word, from, sizeof word);
+        return {LOW_BYTE_FIRST ? word : uint64_t{word} << 32, 0};
+    }
+    Address out;
+    std::memcpy(&out.first, from, sizeof out.first);
+    std::memcpy(&out.second, from + sizeof out.first, sizeof out.second);
+    return out;
 }
 
 /** Both addresses occupy the first four bytes of their word in memory. */
 uint64_t pack_ipv4(uint64_t lower, uint64_t upper) {
-    return std::endian::native == std::endian::little ? lower | upper << 32 : lower >> 32 | upper;
+    return LOW_BYTE_FIRST ? lower | upper << 32 : lower >> 32 | upper;
 }
 
 }  // namespace
 
 DirectedKey key_of(const Frame& frame, uint32_t ns_id, uint16_t vlan) {
-    uint64_t src[2];
-    uint64_t dst[2];
-    load_address(frame.src, frame.version, src);
-    load_address(frame.dst, frame.version, dst);
-    bool from_upper = src[0] != dst[0]   ? src[0] > dst[0]
-                      : src[1] != dst[1] ? src[1] > dst[1]
-                                         : frame.src_port > frame.dst_port;
-    const uint64_t* lower = from_upper ? dst : src;
-    const uint64_t* upper = from_upper ? src : dst;
+    const Address src = load_address(frame.src, frame.version);
+    const Address dst = load_address(frame.dst, frame.version);
+    const bool from_upper = src.first != dst.first     ? src.first > dst.first
+                            : src.second != dst.second ? src.second > dst.second
+                                                       : frame.src_port > frame.dst_port;
+    const Address lower = from_upper ? dst : src;
+    const Address upper = from_upper ? src : dst;
     uint64_t lower_port = from_upper ? frame.dst_port : frame.src_port;
     uint64_t upper_port = from_upper ? frame.src_port : frame.dst_port;
-    return {{{lower[0], lower[1], upper[0], upper[1], lower_port << 48 | upper_port << 32 | ns_id,
-              uint64_t{vlan} << 16 | static_cast<uint64_t>(frame.version) << 8 | frame.protocol}},
-            from_upper};
+    return {
+        {{lower.first, lower.second, upper.first, upper.second, lower_port << 48 | upper_port << 32 | ns_id,
+          uint64_t{vlan} << 16 | static_cast<uint64_t>(frame.version) << 8 | frame.protocol}},
+        from_upper};
 }
 
 // Two IPv4 addresses fit in one word. The last word tells the IP versions apart.
@@ -59,7 +71,7 @@ Flow* FlowTable::find(const FlowKey& key, uint32_t hash) const {
 }
 
 Flow* FlowTable::find_or_add(const FlowKey& key) {
-    uint32_t hash = hash_of(key);
+    const uint32_t hash = hash_of(key);
     if (Flow* known = find(key, hash)) return known;
     if (m_size >= m_max_flows) return nullptr;
     if ((m_size + size_t{1}) * 4 > m_slots.size() * 3) grow_index();
