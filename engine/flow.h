@@ -33,6 +33,17 @@ struct FlowKey {
     const void* upper_address() const { return &words[2]; }
 };
 
+/** The same in each process; what must not be predictable uses KeyedHash. */
+inline uint32_t plain_hash(const FlowKey& key) {
+    constexpr uint64_t FACTORS[] = {0x9e3779b97f4a7c15, 0xc2b2ae3d27d4eb4f, 0x165667b19e3779f9,
+                                    0xd6e8feb86659fd93, 0xff51afd7ed558ccd, 0xa0761d6478bd642f};
+    uint64_t sum = 0;
+#pragma GCC unroll 6
+    for (int i = 0; i < 6; i++)
+        sum += key.words[i] * FACTORS[i];
+    return static_cast<uint32_t>((sum ^ sum >> 29) * 0xbf58476d1ce4e5b9 >> 32);
+}
+
 struct DirectedKey {
     FlowKey key;
     bool from_upper = false;  ///< the packet was sent by the key's upper end

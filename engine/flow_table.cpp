@@ -71,6 +71,14 @@ Flow* FlowTable::find(const FlowKey& key, uint32_t hash) const {
 }
 
 Flow* FlowTable::find_or_add(const FlowKey& key) {
+    const uint32_t hash = plain_hash(key);
+    if (Flow* recent = m_recent.find(hash, key)) return recent;
+    Flow* flow = find_or_add_by_index(key);
+    if (flow) m_recent.keep(hash, *flow);
+    return flow;
+}
+
+Flow* FlowTable::find_or_add_by_index(const FlowKey& key) {
     const uint32_t hash = hash_of(key);
     if (Flow* known = find(key, hash)) return known;
     if (m_size >= m_max_flows) return nullptr;
@@ -139,6 +147,7 @@ uint32_t FlowTable::unlink(const Flow& flow) {
 void FlowTable::clear() {
     m_slots = std::vector<Slot>();
     m_chunks = std::vector<std::unique_ptr<Flow[]>>();
+    m_recent.forget_all();
     m_size = m_opened = m_cursor = 0;
     m_first_free = NONE;
 }

@@ -9,6 +9,7 @@
 
 #include "flow.h"
 #include "keyed_hash.h"
+#include "recent_flows.h"
 
 namespace corvo::engine {
 
@@ -65,6 +66,7 @@ class FlowTable {
     };
 
     Flow& entry(uint32_t index) const { return m_chunks[index / CHUNK][index % CHUNK]; }
+    Flow* find_or_add_by_index(const FlowKey& key);
     uint32_t hash_of(const FlowKey& key) const;
     Flow* find(const FlowKey& key, uint32_t hash) const;
     size_t mask() const { return m_slots.size() - 1; }
@@ -79,6 +81,7 @@ class FlowTable {
     uint32_t m_first_free = NONE;
     uint32_t m_cursor = 0;
     KeyedHash m_hash;
+    RecentFlows m_recent;
     std::vector<std::unique_ptr<Flow[]>> m_chunks;
     std::vector<Slot> m_slots;  ///< a power of two, at most 3/4 full
 };

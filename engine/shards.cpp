@@ -3,20 +3,6 @@
 #include <algorithm>
 
 namespace corvo::engine {
-namespace {
-
-/** Not random, so that what a classifier learns from earlier flows is the same each time. */
-uint64_t hash_of(const FlowKey& key) {
-    uint64_t hash = 0;
-    for (const uint64_t word : key.words) {
-        hash = (hash ^ word) * 0x9e3779b97f4a7c15u;
-        hash ^= hash >> 32;
-    }
-    return hash;
-}
-
-}  // namespace
-
 Shards::Shards(Classifiers& classifiers, uint32_t max_flows, unsigned count, DataPath::kind_e kind,
                ClockFn clock)
     : m_max_flows(max_flows) {
@@ -42,7 +28,7 @@ void Shards::deal(const std::vector<api::pkt_>& pkts) {
         packet.shard = 0;
         if (packet.frame.error != api::PKT_OK) continue;
         packet.key = m_shards[0]->key_of_frame(packet.frame, pkts[i].ns_id);
-        packet.shard = static_cast<unsigned>(hash_of(packet.key.key) % count());
+        packet.shard = plain_hash(packet.key.key) % count();
     }
 }
 
