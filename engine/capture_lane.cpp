@@ -1,28 +1,43 @@
 #include "capture_lane.h"
 
 #include <sys/epoll.h>
+#include <sys/timerfd.h>
 
 #include <algorithm>
 
 #include "engine_error.h"
+#include "monotonic.h"
 
 namespace corvo::engine {
 namespace {
 
-/** A millisecond or two of work, so that the main loop isn't held up for longer. */
-constexpr unsigned FRAMES_PER_POLL = 512;
+/** So that neither the main loop nor who waits for a worker's turn is held up for longer. */
+constexpr uint64_t LONGEST_POLL_MS = 2;
+constexpr unsigned FRAMES_PER_POLL = 2048;
 constexpr unsigned FRAMES_PER_TURN = 64;
+/** From this many frames in one go on, the next ones are left to gather. */
+constexpr unsigned WORTH_RESTING = 128;
+constexpr uint64_t LONGEST_REST_US = 1000;
+/** Faster than frames are written to memory: no ring may fill during a rest. */
+constexpr uint64_t BYTES_PER_US = 4096;
+
+int control(int epoll, int operation, int fd, uint32_t events) {
+    epoll_event event{};
+    event.events = events;
+    return epoll_ctl(epoll, operation, fd, &event);
+}
 
 }  // namespace
 
-CaptureLane::CaptureLane() : m_epoll(epoll_create1(EPOLL_CLOEXEC)) {
-    if (!m_epoll) throw Error("no event descriptor" + reason(errno));
+CaptureLane::CaptureLane()
+    : m_epoll(epoll_create1(EPOLL_CLOEXEC)),
+      m_timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
+    if (!m_epoll || !m_timer || control(m_epoll.get(), EPOLL_CTL_ADD, m_timer.get(), EPOLLIN) < 0)
+        throw Error("no event descriptor" + reason(errno));
 }
 
 void CaptureLane::await(const CaptureSocket& socket) const {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    if (epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, socket.fd(), &event) < 0)
+    if (control(m_epoll.get(), EPOLL_CTL_ADD, socket.fd(), EPOLLIN) < 0)
         throw Error("can't wait for interface " + quoted(socket.name()) + reason(errno));
 }
 
@@ -46,15 +61,36 @@ CaptureSocket* CaptureLane::find(const std::string& ifname) const {
 // One batch from each in turn, so that a busy interface doesn't starve the others.
 void CaptureLane::poll(DataPath& path) {
     CapturedFrame frames[FRAMES_PER_TURN];
+    const uint64_t end_ms = monotonic_ms() + LONGEST_POLL_MS;
     unsigned handled = 0;
     unsigned idle = 0;
-    while (idle < m_sockets.size() && handled < FRAMES_PER_POLL) {
+    while (idle < m_sockets.size() && handled < FRAMES_PER_POLL && monotonic_ms() < end_ms) {
         m_first = (m_first + 1) % m_sockets.size();
         unsigned count = m_sockets[m_first]->receive(frames, FRAMES_PER_TURN);
         path.observe(frames, count);
         handled += count;
         idle = count == 0 ? idle + 1 : 0;
     }
+    pace(idle == m_sockets.size() && handled >= WORTH_RESTING);
+}
+
+// Errors end a rest early: they can't be masked.
+void CaptureLane::pace(bool rest) {
+    if (!rest && !m_resting) return;
+    if (rest != m_resting)
+        for (const auto& socket : m_sockets)
+            control(m_epoll.get(), EPOLL_CTL_MOD, socket->fd(), rest ? 0U : EPOLLIN);
+    itimerspec end{};
+    if (rest) end.it_value.tv_nsec = static_cast<long>(rest_us() * 1000);
+    timerfd_settime(m_timer.get(), 0, &end, nullptr);
+    m_resting = rest;
+}
+
+uint64_t CaptureLane::rest_us() const {
+    uint64_t us = LONGEST_REST_US;
+    for (const auto& socket : m_sockets)
+        us = std::min(us, socket->ring_bytes() / BYTES_PER_US);
+    return us;
 }
 
 void CaptureLane::refresh() {

@@ -1,6 +1,7 @@
 #pragma once
 // What one thread captures: a socket of each interface. Waiting frames make the lane's event descriptor
-// readable; `poll` hands them to a data path, a limited number at a time.
+// readable; `poll` hands them to a data path, a limited number at a time. While frames come fast, they are
+// left to gather for up to a millisecond: waking up costs as much as some dozens of frames.
 
 #include <memory>
 #include <string>
@@ -36,9 +37,13 @@ class CaptureLane {
 
  private:
     void await(const CaptureSocket& socket) const;
+    void pace(bool rest);
+    uint64_t rest_us() const;
 
     OwnedFd m_epoll;
+    OwnedFd m_timer;  ///< ends the rest
     std::vector<std::unique_ptr<CaptureSocket>> m_sockets;
+    bool m_resting = false;
     size_t m_first = 0;  ///< index of the socket that goes first next time
 };
 

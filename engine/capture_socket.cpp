@@ -88,7 +88,8 @@ void CaptureSocket::join_group(int fd, unsigned index, bool loopback) const {
 
 unsigned CaptureSocket::receive(CapturedFrame* frames, unsigned max) {
     const unsigned count = m_source.ring->take(frames, max);
-    if (count == 0) look_for_error();
+    if (count == 0 && m_was_idle) look_for_error();
+    m_was_idle = count == 0;
     m_packets += count;
     for (unsigned i = 0; i < count; i++)
         m_bytes += frames[i].wire_len;

@@ -43,6 +43,8 @@ class CaptureSocket {
     uint64_t bytes() const { return m_bytes; }
     /** Frames the kernel had no room for, as of the last `refresh`. */
     uint64_t drops() const { return m_drops; }
+    /** Memory for frames that wait. */
+    size_t ring_bytes() const { return m_source.ring->bytes(); }
     bool up() const { return m_up; }
     /** How many times the interface went down. */
     uint64_t downs() const { return m_downs; }
@@ -66,6 +68,7 @@ class CaptureSocket {
     unsigned m_index;
     Source m_source;
     bool m_up = true;
+    bool m_was_idle = true;  ///< no frame last time: only then is an error looked for, which wakes us up too
     uint64_t m_packets = 0;
     uint64_t m_bytes = 0;
     uint64_t m_drops = 0;
