@@ -25,6 +25,16 @@ constexpr unsigned RETIRE_MS = 10;
 constexpr unsigned FRAME_BYTES = 2048;
 constexpr unsigned LEAST_BLOCKS = 4;
 
+/**
+ * Frames come from memory that another processor has written. So the headers of one further on are asked for
+ * early; where it is, is a guess from the length of this one.
+ */
+void fetch_ahead(const uint8_t* frame, uint32_t length) {
+    constexpr unsigned FRAMES = 4, LINE = 64, LINES = 3;
+    for (unsigned i = 0; i < LINES; i++)
+        __builtin_prefetch(frame + FRAMES * length + i * LINE);
+}
+
 [[noreturn]] void fail(int error) {
     throw std::system_error(error, std::generic_category());
 }
@@ -91,6 +101,7 @@ unsigned PacketRing::take(CapturedFrame* frames, unsigned max) {
     const unsigned count = std::min(m_left, max);
     for (unsigned i = 0; i < count; i++) {
         const auto* at = reinterpret_cast<const uint8_t*>(m_next);
+        fetch_ahead(at, m_next->tp_next_offset);
         const uint32_t captured = std::min<uint32_t>(m_next->tp_snaplen, UINT16_MAX);
         frames[i] = {at + m_next->tp_mac, static_cast<uint16_t>(captured), m_next->tp_len};
         m_next = reinterpret_cast<const tpacket3_hdr*>(at + m_next->tp_next_offset);
