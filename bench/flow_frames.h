@@ -1,6 +1,7 @@
 #pragma once
 // Frames of as many flows as a benchmark asks for: each a DNS query from a different client.
 
+#include <algorithm>
 #include <cstdint>
 
 #include "tools/captures/sample_flows.h"
@@ -18,6 +19,13 @@ class FlowFrame {
         m_bytes[IP_SOURCE + 1] = static_cast<uint8_t>(flow >> 16);
         m_bytes[IP_SOURCE + 2] = static_cast<uint8_t>(flow >> 8);
         m_bytes[IP_SOURCE + 3] = static_cast<uint8_t>(flow);
+    }
+    /** Makes it one that no protocol's dissector accepts: all of them look at it, as often as they may. */
+    void make_unknown() {
+        constexpr size_t PORTS = 34;
+        constexpr size_t PAYLOAD = 42;
+        std::fill(m_bytes.begin() + PORTS, m_bytes.begin() + PORTS + 4, uint8_t{0xb7});
+        std::fill(m_bytes.begin() + PAYLOAD, m_bytes.end(), uint8_t{0xa9});
     }
     uint8_t* data() { return m_bytes.data(); }
     size_t size() const { return m_bytes.size(); }

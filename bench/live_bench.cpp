@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -19,6 +20,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "bench/flow_frames.h"
 #include "bench/live_daemon.h"
@@ -73,6 +75,11 @@ class Sender {
                 std::this_thread::sleep_until(start + std::chrono::microseconds(sent * 1000000ULL / rate));
         }
         return std::chrono::duration<double>(Clock::now() - start).count();
+    }
+
+    void make_unknown() {
+        for (bench::FlowFrame& frame : m_frames)
+            frame.make_unknown();
     }
 
     static constexpr uint32_t BATCH = 64;
@@ -132,12 +139,53 @@ void capture(benchmark::State& state) {
     // Raises the priority of sender and daemon, so that lost frames are the daemon's fault and not
     // other work's.
     setpriority(PRIO_PROCESS, 0, -19);
-    const bench::LiveDaemon daemon("tap", state.range(3));
+    const bench::LiveDaemon daemon("tap", "workers = " + std::to_string(state.range(3)));
     for (auto _ : state) {  // one iteration: a daemon's counters start at 0
         const double cpu_before = cpu_sec(daemon.pid());
         const double sending_sec = send(state);
         const Counts counts = settled(daemon, FRAMES);
         report(state, counts, sending_sec, cpu_sec(daemon.pid()) - cpu_before);
+    }
+}
+
+/** When the process fell idle, to a millisecond. Asking it would hold it up. */
+Clock::time_point end_of_work(pid_t pid) {
+    constexpr double WORKS = 0.2e-3;
+    Clock::time_point end = Clock::now();
+    double used = cpu_sec(pid);
+    for (int idle = 0; idle < 20; idle++) {
+        poll(nullptr, 0, 1);
+        const double now = cpu_sec(pid);
+        if (now - std::exchange(used, now) < WORKS) continue;
+        end = Clock::now();
+        idle = 0;
+    }
+    return end;
+}
+
+/**
+ * What is waiting in the rings of a daemon that was held is worked off with all CPUs to itself: how work
+ * spreads over workers, without a sender that takes a CPU from them. The reported time is that of the wall.
+ */
+void drain(benchmark::State& state) {
+    const test::NetNamespace net;
+    if (!have_wire(net)) return state.SkipWithError("no network namespace with a pair of virtual interfaces");
+    setpriority(PRIO_PROCESS, 0, -19);
+    const bench::LiveDaemon daemon(
+        "tap", "workers = " + std::to_string(state.range(1)) + "\nring_bytes = " + std::to_string(256 << 20));
+    for (auto _ : state) {
+        kill(daemon.pid(), SIGSTOP);
+        Sender sender("feed");
+        if (state.range(2)) sender.make_unknown();
+        sender.send(static_cast<uint32_t>(state.range(0)), 0, Sender::BATCH);
+        const double cpu_before = cpu_sec(daemon.pid());
+        const auto start = Clock::now();
+        kill(daemon.pid(), SIGCONT);
+        const double sec = std::chrono::duration<double>(end_of_work(daemon.pid()) - start).count();
+        if (counts_of(daemon).received != FRAMES) throw std::runtime_error("not all is worked off");
+        state.SetIterationTime(sec);
+        state.counters["per_frame"] = sec / FRAMES;
+        state.counters["per_frame_of_cpu"] = (cpu_sec(daemon.pid()) - cpu_before) / FRAMES;
     }
 }
 
@@ -180,5 +228,11 @@ void by_two(benchmark::internal::Benchmark* bench) {
 }
 BENCHMARK(capture)->Apply(alone)->Apply(by_two);
 BENCHMARK(floor)->Apply(alone);
+BENCHMARK(drain)
+    ->ArgNames({"flows", "workers", "unknown"})
+    ->ArgsProduct({{100, 15000}, {1, 2}, {0, 1}})
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -18,9 +18,9 @@ namespace bench {
 
 class LiveDaemon {
  public:
-    /** `workers`: of the engine. Throws std::runtime_error if it doesn't answer. */
-    explicit LiveDaemon(const std::string& ifname, int64_t workers = 1) {
-        const std::string config = m_dir.write("conf", "workers = " + std::to_string(workers));
+    /** `options`: of the engine. Throws std::runtime_error if it doesn't answer. */
+    LiveDaemon(const std::string& ifname, const std::string& options) {
+        const std::string config = m_dir.write("conf", options);
         std::filesystem::create_directory(m_dir.file("bin"));
         std::filesystem::create_directory_symlink(BENCH_SHIPPED_ENGINE, m_dir.file("lib"));
         m_pid = fork();
