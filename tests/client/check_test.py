@@ -2,7 +2,7 @@
 import json
 import re
 
-from harness.case import BARE_METAL, SCRIPTED, SLAVE, DaemonTest
+from harness.case import BARE_METAL, SLAVE, DaemonTest
 from harness.daemon import ENGINES
 from harness.program import ANY, Lacks, ProgramChecks, brumectl, has
 

@@ -101,9 +101,14 @@ class Words(ProgramChecks, DaemonTest):
                 (["call", "echo", "-"], *ok, "", '{"message":\n"from stdin"}\n'),
                 (["call", "echo", "-"], 2, "", has("\nUsage: "), "[]"),
                 (["log", "-n", "09"], 0, tuple(map(has, ("- [status %s]", "- --not an option", "- help", "from stdin")))),
-                (["log", "--level", "debug", "--comp", "rpc"], *ok),
-                (["log", "--levels"], 0, has("rpc:      DEBUG")),
+                (["log", "--level", "debug", "--comp", "new%s"], *ok),
+                (["log", "--level", "warn", "--comp", "default"], *ok),
+                (["echo", "unheard"], *ok),
+                (["log", "--levels"], 0, (has("default:  WARN"), has("new%s:    DEBUG"), has("server"))),
                 (["log", "--level", "info", "--reset"], *ok),
+                (["log", "-n", "9"], 0, (has("'new%s' verbosity was changed to level debug"), Lacks("unheard"), has(
+                    "'default' verbosity was changed to level info, other components' verbosity removed"))),
+                (["log", "--levels"], 0, (has("default:  INFO"), Lacks("DEBUG"))),
                 (["notifications", "log"], 0, has("core.server.up")),
                 (["notifications", "alerts", "--sev", "error"], 0, "no alerts\n"),
                 (["notifications", "socket", "add", "/tmp/x", "--json"], 0, has('"result":{}')),
@@ -149,7 +154,7 @@ class Words(ProgramChecks, DaemonTest):
 
     def test_a_reader_who_leaves_later_is_noticed_without_a_complaint(self):
         daemon = self.daemon("-a", engine=OURS)
-        for words in (["events", "-f"], ["log", "-f"], ["top", "-b"]):
+        for words in (["events", "-f"], ["log", "-f"], ["top", "-b"], ["flows", "-f"]):
             reader, writer = os.pipe()
             with self.subTest(words), Program(*words, socket=daemon.path, stdout=writer) as program:
                 os.close(writer)

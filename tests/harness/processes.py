@@ -10,7 +10,7 @@ import time
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 PR_SET_PDEATHSIG = 1
-CLONE_NEWNS, CLONE_NEWTIME, CLONE_NEWNET = 0x20000, 0x80, 0x40000000
+CLONE_NEWTIME, CLONE_NEWNET = 0x80, 0x40000000
 
 
 def eventually(done, seconds=10, step=0.005):
@@ -99,11 +99,6 @@ def checked(result):
 
 def unshare(flags):
     checked(LIBC.unshare(flags))
-
-
-def mount(source, target, kind=None, flags=0, data=None):
-    as_bytes = [None if text is None else os.fsencode(text) for text in (source, target, kind, data)]
-    checked(LIBC.mount(*as_bytes[:3], flags, as_bytes[3]))
 
 
 def starting_at(monotonic_ms):

@@ -87,11 +87,6 @@ class Commands(DaemonTest):
             self.assertEqual(self.it.wait_exit(), 0)
         self.assertIn("cause: unknown error", self.it.log_text())
 
-    def test_a_message_is_echoed_into_the_log_as_it_is(self):
-        self.assertEqual(self.result("echo", {"message": "at 100% %n"}), {})
-        self.assertTrue(self.it.wait_for_log("at 100% %n"))
-        self.assertEqual(self.result("events", {"type": "hog"}), {"events": []})
-
     def test_load_hands_the_engine_its_configuration(self):
         for params, call in LOADS:
             with self.subTest(params):
@@ -209,17 +204,3 @@ class Commands(DaemonTest):
         self.assertEqual(last_lines(), ["last but one", "last"])
         if not SANITIZED:  # a sanitizer keeps what was freed
             self.assertLess(kib(self.it.pid, "VmHWM"), before_kib + 4096)
-
-    def test_levels_are_set_for_one_component_or_for_all(self):
-        def verbosity(**params):
-            return self.result("log", {"type": "verbosity", "verbosity": params}).get("verbosity")
-        verbosity(cmd="set", level="debug", comp="new%s")
-        self.assertTrue(self.it.wait_for_log("'new%s' verbosity was changed to level debug"))
-        verbosity(cmd="set", level="warn", comp="default")
-        levels = verbosity(cmd="get")
-        self.assertEqual(levels["comp"], {"default": "WARN", "new%s": "DEBUG"})
-        self.assertLessEqual({"new%s", "rpc"}, set(levels["comps"]))
-        verbosity(cmd="reset", level="info")
-        self.assertEqual(verbosity(cmd="get")["comp"], {"default": "INFO"})
-        self.assertTrue(self.it.wait_for_log(
-            "'default' verbosity was changed to level info, other components' verbosity removed"))

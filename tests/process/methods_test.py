@@ -137,16 +137,17 @@ class Methods(DaemonTest):
             self.assertIn(f"'{name}' has size bigger than", self.refusal(method, root))
 
     # --- in each state of the engine
-    def check_examples(self, state):
-        self.enter(state)
-        for method, example in examples():
-            with self.subTest(f"{method['name']}, {example['name']}"):
-                self.check_example(method, example, state)
-            # A method that changes the engine's state leaves a daemon that the next example can't use.
-            gone = method["name"] == "shutdown" and self.it.wait_exit() == 0
-            if gone or self.it.result("status")["state"] != state:
-                self.it.kill()
-                self.enter(state)
+    def test_every_example_is_answered_as_the_document_says_in_each_state(self):
+        for state in ("not loaded", "deactivated", "activated", "activated (attached)"):
+            self.enter(state)
+            for method, example in examples():
+                with self.subTest(f"{method['name']}, {example['name']}", state=state):
+                    self.check_example(method, example, state)
+                # A method that changes the engine's state leaves a daemon that the next example can't use.
+                gone = method["name"] == "shutdown" and self.it.wait_exit() == 0
+                if gone or self.it.result("status")["state"] != state:
+                    self.it.kill()
+                    self.enter(state)
 
     def check_example(self, method, example, state):
         params = params_of(example)
@@ -164,15 +165,3 @@ class Methods(DaemonTest):
         self.assertIn("result", reply)
         if not example.get("x-varies"):
             self.assertEqual(reply["result"], example["result"]["value"])
-
-    def test_every_example_is_answered_as_the_document_says_when_not_loaded(self):
-        self.check_examples("not loaded")
-
-    def test_every_example_is_answered_as_the_document_says_when_deactivated(self):
-        self.check_examples("deactivated")
-
-    def test_every_example_is_answered_as_the_document_says_when_activated(self):
-        self.check_examples("activated")
-
-    def test_every_example_is_answered_as_the_document_says_when_attached(self):
-        self.check_examples("activated (attached)")

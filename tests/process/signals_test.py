@@ -60,19 +60,15 @@ class Signals(DaemonTest):
                 self.assertIn(f"Printing stack trace due to received signal '{description}'", daemon.log_text())
                 self.assertIn(f"Terminated by signal [{description}]", daemon.log_text())
 
-    def test_a_stack_is_printed_on_request_and_the_server_goes_on(self):
-        daemon = self.at_work()
+    def test_a_stack_is_printed_on_request_and_an_orderly_stop_leaves_its_cause_and_no_half_of_a_long_path(self):
+        engine = self.folder / ("x" * 87)
+        engine.symlink_to(SCRIPTED)
+        daemon = self.at_work(engine=engine)
         for signum in (signal.SIGUSR2, signal.SIGPIPE):
             kill(daemon.next_child(), signum)
         self.assertTrue(daemon.wait_for_log("Printing stack trace due to received signal 'ASSERT'"))
         self.assertTrue(daemon.wait_for_log("Stack trace (most recent call last)"))
         self.assertEqual(daemon.result("status")["state"], "activated")
-        self.assertEqual(daemon.end(), 0)
-
-    def test_an_orderly_stop_leaves_its_cause_and_no_half_of_a_long_path(self):
-        engine = self.folder / ("x" * 87)
-        engine.symlink_to(SCRIPTED)
-        daemon = self.at_work(engine=engine)
         self.assertEqual(daemon.end(), 0)
         self.assertIn("CP shutdown - cause: received signal SIGTERM", daemon.log_text())
         [report] = self.reports(daemon)

@@ -1,26 +1,18 @@
 """brumecp-engine-check on sound libraries, on each kind of broken one, and on the example, built as its author would
 build it."""
 import os
-import pathlib
 import re
 import resource
 import shutil
 import subprocess
-import tempfile
-import unittest
 
-from harness.case import SANITIZED
+from harness.case import SANITIZED, DaemonTest
 from harness.daemon import BUILD, ENGINES, OURS, ROOT, SCRIPTED
 
 CHECK = BUILD / "bin/brumecp-engine-check"
 
 
-class EngineTool(unittest.TestCase):
-    maxDiff = None
-
-    def setUp(self):
-        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(prefix="brumecpd-")))
-
+class EngineTool(DaemonTest):
     def run_tool(self, *words, cwd=None, **env):
         """Its status, and all that it printed."""
         ended = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",

@@ -1,37 +1,19 @@
 """Clients that do everything wrong, many at once."""
 import contextlib
 import json
+import resource
 import socket
-import struct
-import time
 
 import methods
 from harness.case import OURS, SANITIZED, SCRIPTED
+from harness.daemon import ENGINES
 from harness.processes import descriptors, kib
 from harness.rpc import request, unix_client
-from trial import LINE, case, hold
-
-RESET = struct.pack("ii", 1, 0)
-PING = request("ping") + b"\n"
+from trial import case, hold
 
 
 def connect(daemon):
     return socket.create_connection(("127.0.0.1", daemon.tcp), timeout=30)
-
-
-@case("1000 TCP connections that are reset at once")
-def reset(trial):
-    daemon = trial.daemon(tcp=True)
-    before = descriptors(daemon.child())
-    for i in range(1000):
-        if i % 8 == 7:  # the backlog takes ten; whoever finds it full waits a second until the SYN is repeated
-            time.sleep(0.003)
-        with connect(daemon) as s:
-            s.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
-            s.sendall((b"", PING[:-5], PING)[i % 3])
-    hold(daemon.alive(), "no answer")
-    daemon.hold_descriptors(before)
-    return "nothing, half a line, a whole line before it: all descriptors back"
 
 
 # --- readers that don't read ---------------------------------------------------------------------------------
@@ -72,8 +54,27 @@ def unread_unix(trial):
     return f"{lost} lost, each with a line in the log; others are answered"
 
 
+@case("64 descriptors and 200 idle connections")
+def idle_connections(trial):
+    daemon = trial.daemon("-a", tcp=True, engine=ENGINES / "inert",
+                          setup=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (64, 64)))
+    before = descriptors(daemon.child())
+    with contextlib.ExitStack() as idle:
+        for i in range(200):
+            idle.enter_context(connect(daemon))
+            if i % 20 == 0:
+                hold("result" in daemon.call("status", seconds=10), f"no answer beside {i} idle connections")
+        hold(descriptors(daemon.child()) <= before + 32, "more are kept than half of the descriptors")
+        for method, params in (("deactivate", None), ("unload", None), ("load", None), ("log", {"type": "log"})):
+            daemon.result(method, params)
+    hold(daemon.alive(), "no answer after they left")
+    hold(daemon.log_text().count("connections are taken") == 1, "the bound is told more or less than once")
+    return "new requests go before idle connections"
+
+
 # --- hostile texts -------------------------------------------------------------------------------------------
 WORD = "Zq7"  # marks a text, so that it is found in a reply or a line
+FORGED = "[    1] - forged"
 TEXTS = {
     "printf": WORD + "%s%n%x%1000000d%*c%%%" + WORD,
     "NUL": WORD + "\0after" + WORD,
@@ -82,6 +83,7 @@ TEXTS = {
     "quotes": WORD + "\"'\\/<>&`$(reboot)" + WORD,
     "Unicode": WORD + "\u00e9\u20ac\U0001f600\u202e\ufeff" + WORD,
     "path": WORD + "/../" * 2000 + WORD,
+    "line breaks": f"{WORD}\n{FORGED}\r\n{WORD}",
 }
 # As raw JSON, since no writer would write them.
 RAW = {
@@ -90,7 +92,6 @@ RAW = {
     "deep nesting": b"[" * 20000 + b"]" * 20000,
     "raw NUL": b'"Zq7\0Zq7"',
 }
-BROKEN_LINES = WORD + "\n[    1] - forged\r\n\n" + WORD
 
 
 def states(trial):
@@ -136,6 +137,7 @@ def check_hostile(daemon, kind, place, message, text):
 def hostile(trial):
     sent = echoed = 0
     for daemon in states(trial):
+        daemon.broken_lines = (FORGED.encode(), WORD.encode())
         for kind, text in TEXTS.items():
             for place, message in requests_with(text):
                 encoded = json.dumps(message, ensure_ascii=False).encode()
@@ -150,19 +152,4 @@ def hostile(trial):
                 check_hostile(daemon, kind, place, encoded, None)
                 sent += 1
         hold(daemon.alive(), "no answer")
-    return f"{sent} requests, {echoed} texts came back whole; whole lines in the log"
-
-
-@case("line breaks in every text that a client can give")
-def line_breaks(trial):
-    """The log writes texts as they are, so such a text becomes several lines. There may be no other strange ones."""
-    daemon = trial.daemon()
-    for place, message in requests_with(BROKEN_LINES):
-        check_hostile(daemon, "line breaks", place, json.dumps(message).encode(), BROKEN_LINES)
-    daemon.hold_clean_end()
-    own = {b"", *(piece.strip() for piece in BROKEN_LINES.encode().split(b"\n"))}
-    strange = [line for line in daemon.log.read_bytes().split(b"\n")[:-1] if not LINE.match(line)]
-    for line in strange:
-        hold(line.strip() in own or line.startswith(WORD.encode()), f"a malformed line: {line[:120]!r}")
-    daemon.check_log = lambda: None
-    return f"back unchanged; {len(strange)} lines of the log are pieces of them"
+    return f"{sent} requests, {echoed} texts came back whole; whole lines in the log, unless a text breaks them"

@@ -168,15 +168,15 @@ PUSHING = [("push_pcap", {"type": "filename", "filename": "", "reset": True})]
 PHASES = {
     "start": (once(start),
               "socket bind setsockopt epoll_create1 epoll_ctl socketpair pipe2 fork open openat fopen fopen64 fdopen "
-              "mkdirat dlopen", "bind epoll_ctl fork open mkdirat dlopen"),
+              "mkdirat dlopen", "bind epoll_ctl fork pipe2 open mkdirat dlopen"),
     "requests": (serving(REQUESTS), "recvfrom sendto epoll_ctl epoll_wait open fopen64 read",
                  "recvfrom sendto epoll_ctl"),
-    "requests over TCP": (serving(REQUESTS, tcp=True), "accept4 epoll_ctl recv send", "accept4 epoll_ctl"),
+    "requests over TCP": (serving(REQUESTS, tcp=True), "accept4 epoll_ctl recv send", "accept4 epoll_ctl recv send"),
     "unload and load": (serving(RELOADING), "dlopen epoll_create1 epoll_ctl", "dlopen epoll_ctl"),
     "push": (serving(PUSHING), "open fdopen epoll_ctl sendto", "open"),
     "reload": (once(reload, "--wd_reload"),
                "fork pipe2 open openat fopen write mkdirat renameat read socket bind epoll_ctl dlopen ppoll",
-               "fork renameat"),
+               "fork mkdirat write renameat"),
     "stop": (once(stop), "open write epoll_ctl read", "open"),
 }
 for name, (phase_of, calls, short) in PHASES.items():

@@ -1,4 +1,4 @@
-"""The other end of shim/fail_nth.cpp: tells a running daemon which calls into the C library fail, or wait, and when."""
+"""The other end of shim/fail_nth.cpp: tells a running daemon which calls into the C library fail, and when."""
 import errno
 import mmap
 import struct
@@ -7,7 +7,7 @@ from harness.daemon import BUILD
 from trial import hold
 
 SHIM = BUILD / "tests/libfail_nth.so"
-LAYOUT = struct.Struct("=7i220s")  # armed, nth, every, error, delay_ms, count, hits, calls
+LAYOUT = struct.Struct("=6i220s")  # armed, nth, every, error, count, hits, calls
 
 
 class FailingCalls:
@@ -21,12 +21,12 @@ class FailingCalls:
             self.memory = mmap.mmap(file.fileno(), 0)
         self.preload = {"preload": SHIM, "env": {"FAIL_STATE": str(path)}}
 
-    def arm(self, *calls, nth=1, every=0, error=errno.EIO, delay_ms=0):
+    def arm(self, *calls, nth=1, every=0, error=errno.EIO):
         self.disarm()
-        LAYOUT.pack_into(self.memory, 0, 0, nth, every, error, delay_ms, 0, 0, f",{','.join(calls)},".encode())
+        LAYOUT.pack_into(self.memory, 0, 0, nth, every, error, 0, 0, f",{','.join(calls)},".encode())
         self.memory[0] = 1
 
     def disarm(self):
         """Returns how many calls were hit since `arm`."""
         self.memory[0] = 0
-        return LAYOUT.unpack_from(self.memory)[6]
+        return LAYOUT.unpack_from(self.memory)[5]

@@ -1,4 +1,4 @@
-// scripts/torture preloads this into the daemon to make chosen calls into the C library fail, or wait.
+// scripts/torture preloads this into the daemon to make chosen calls into the C library fail.
 //
 // The daemon's processes and the script share the rules through a small mapped file, which FAIL_STATE names.
 // So one running daemon can be put through many failures, and the calls of parent and child are counted
@@ -25,10 +25,9 @@ namespace {
 /** The file's content; failing_calls.py knows the layout. */
 struct State {
     std::atomic<int32_t> armed;
-    int32_t nth;       // the one call that is hit, counted from 1
-    int32_t every;     // above 0: every so-manyth call is hit, whatever `nth` says
-    int32_t error;     // 0: the call goes through
-    int32_t delay_ms;  // before the call fails or goes through
+    int32_t nth;    // the one call that is hit, counted from 1
+    int32_t every;  // above 0: every so-manyth call is hit, whatever `nth` says
+    int32_t error;
     std::atomic<int32_t> count;
     std::atomic<int32_t> hits;
     char calls[220];  // ",name,name,"
@@ -53,22 +52,14 @@ bool is_listed(const char* name) {
     return std::strstr(g_state->calls, key) != nullptr;
 }
 
-void pause_ms(int32_t ms) {
-    timespec left = {ms / 1000, ms % 1000 * 1000000L};
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
-    }
-}
-
 /** Whether this call must fail; errno is set then. */
 bool fails(const char* name) {
     if (!g_state || !g_state->armed || !is_listed(name)) return false;
     const int32_t n = ++g_state->count;
     if (g_state->every > 0 ? n % g_state->every != 0 : n != g_state->nth) return false;
     ++g_state->hits;
-    const int saved_errno = errno;
-    if (g_state->delay_ms > 0) pause_ms(g_state->delay_ms);
-    errno = g_state->error != 0 ? g_state->error : saved_errno;
-    return g_state->error != 0;
+    errno = g_state->error;
+    return true;
 }
 
 }  // namespace
@@ -107,7 +98,6 @@ INTERPOSE(int, -1, renameat, (int from_at, const char* from, int to_at, const ch
 INTERPOSE(FILE*, nullptr, fopen, (const char* path, const char* mode), (path, mode));
 INTERPOSE(FILE*, nullptr, fopen64, (const char* path, const char* mode), (path, mode));
 INTERPOSE(FILE*, nullptr, fdopen, (int fd, const char* mode), (fd, mode));
-INTERPOSE(int, EOF, fflush, (FILE * file), (file));
 INTERPOSE(ssize_t, -1, read, (int fd, void* data, size_t size), (fd, data, size));
 INTERPOSE(ssize_t, -1, write, (int fd, const void* data, size_t size), (fd, data, size));
 INTERPOSE(ssize_t, -1, recv, (int fd, void* data, size_t size, int flags), (fd, data, size, flags));
