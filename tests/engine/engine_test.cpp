@@ -14,9 +14,10 @@
 #include "engine/receivers.h"
 #include "engine_error.h"
 #include "samples.h"
-#include "support/client.h"
 #include "support/error_of.h"
 #include "support/net_namespace.h"
+#include "support/client.h"
+#include "support/temp_dir.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
@@ -159,7 +160,8 @@ TEST_F(CollectorsTest, TellsOfAFullFlowTableOnceUntilThereIsRoomAgain) {
     EXPECT_THAT(notices_after({"dns", "ntp"}), ElementsAre(full + "new ones are refused"));
 }
 
-TEST_F(Captures, EndWhenClosedUnusedOrDeactivated) {
+// tests/process/flow_methods_test.py closes them.
+TEST_F(Captures, EndWhenUnusedOrDeactivated) {
     activate();
     const auto gone = [this] { return error_of<Error>([&] { engine.path_of("capture:a"); }); };
     const auto idle = [this](uint64_t later_ms) {
@@ -182,11 +184,7 @@ TEST_F(Captures, EndWhenClosedUnusedOrDeactivated) {
     EXPECT_EQ(gone(), text);
     push("dns", "capture:a");
     EXPECT_NE(engine.path_of("capture:a").instance, first);
-    engine.close("capture:a");
-    EXPECT_EQ(gone(), text);
-    push("dns", "capture:a");
     engine.deactivate();
-    EXPECT_EQ(gone(), "the data path isn't active");
     activate();
     EXPECT_EQ(gone(), text);
 }
@@ -256,24 +254,18 @@ TEST_F(LiveTest, SeesEachPacketOnceAndABoundedNumberPerTick) {
     engine.attach("lo");
     EXPECT_FALSE(readable());
     const test::Bytes query = dns_query();
-    net.send_datagrams(53, query);
-    EXPECT_TRUE(has_frames());
-    tick();
-    EXPECT_FALSE(has_frames());
-    EXPECT_EQ(engine.sample("protocols")["open"]["DNS"]["bytes"], Json::UInt64{query.size() + 42});
-    EXPECT_EQ(loopback()["packets"], 1u);
-    EXPECT_EQ(loopback()["bytes"], Json::UInt64{query.size() + 42});
-    EXPECT_THAT(engine.coffee("", "dp.ft.dump", {}), HasSubstr("ns 0 udp 127.0.0.1:"));
-
     net.send_datagrams(53, query, 1500);
     tick();
-    EXPECT_LT(loopback()["packets"].asUInt64(), 1501u);
+    EXPECT_LT(loopback()["packets"].asUInt64(), 1000u);
     EXPECT_TRUE(has_frames());
     int ticks = 1;
     for (; has_frames() && ticks < 100; ticks++)
         tick();
-    EXPECT_EQ(loopback()["packets"].asUInt64() + loopback()["drops"].asUInt64(), 1501u);
+    const uint64_t packets = loopback()["packets"].asUInt64();
+    EXPECT_EQ(packets + loopback()["drops"].asUInt64(), 1500u);
     EXPECT_LT(ticks, 10);
+    EXPECT_EQ(loopback()["bytes"].asUInt64(), packets * (query.size() + 42));
+    EXPECT_THAT(engine.coffee("", "dp.ft.dump", {}), HasSubstr("ns 0 udp 127.0.0.1:"));
 }
 
 TEST_F(LiveTest, CountsWhatFoundNoRoomInTheKernel) {
