@@ -32,6 +32,7 @@ class Watchdog(DaemonTest):
             with self.subTest(name):
                 daemon = self.supervised("-c", "conf", "--nocore", files={"conf": "[]"})
                 server = daemon.next_child()
+                self.assertRegex(pathlib.Path(f"/proc/{server}/limits").read_text(), r"core file size +0 +0 ")
                 # More last words than the parent reads at a time, all there before it sees the end.
                 daemon.signal(signal.SIGSTOP)
                 pipe = stderr_of(server)
@@ -155,7 +156,7 @@ class Watchdog(DaemonTest):
                 daemon = self.supervised("--wd_reload", log=log)
                 self.assertEqual(daemon.result("status")["logfile"], logfile)
                 server = daemon.next_child()
-                kill(server, signal.SIGABRT)
+                kill(server, signal.SIGKILL)
                 daemon.next_child(server)
                 self.assertTrue(daemon.alive())
                 self.assertEqual(daemon.end(), 0)
