@@ -14,9 +14,9 @@
 #include "engine/receivers.h"
 #include "engine_error.h"
 #include "samples.h"
+#include "support/client.h"
 #include "support/error_of.h"
 #include "support/net_namespace.h"
-#include "support/client.h"
 #include "support/temp_dir.h"
 #include "tools/captures/sample_flows.h"
 

@@ -15,8 +15,8 @@
 #include "health.h"
 #include "options.h"
 #include "ranking.h"
-#include "support/error_of.h"
 #include "support/client.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
 #include "tools/captures/frame_builder.h"
 

@@ -13,8 +13,8 @@
 #include "engine/pushed.h"
 #include "engine/receivers.h"
 #include "engine_error.h"
-#include "support/error_of.h"
 #include "support/client.h"
+#include "support/error_of.h"
 #include "support/temp_dir.h"
 #include "tools/captures/sample_flows.h"
 

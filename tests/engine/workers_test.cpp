@@ -15,9 +15,9 @@
 #include "engine/pushed.h"
 #include "engine_error.h"
 #include "flow_summary.h"
+#include "support/client.h"
 #include "support/error_of.h"
 #include "support/net_namespace.h"
-#include "support/client.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
