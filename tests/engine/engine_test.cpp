@@ -17,6 +17,7 @@
 #include "support/client.h"
 #include "support/error_of.h"
 #include "support/net_namespace.h"
+#include "support/temp_dir.h"
 #include "tools/captures/sample_flows.h"
 
 namespace corvo::engine {
@@ -159,7 +160,8 @@ TEST_F(CollectorsTest, TellsOfAFullFlowTableOnceUntilThereIsRoomAgain) {
     EXPECT_THAT(notices_after({"dns", "ntp"}), ElementsAre(full + "new ones are refused"));
 }
 
-TEST_F(Captures, EndWhenClosedUnusedOrDeactivated) {
+// tests/process/flow_methods_test.py closes them.
+TEST_F(Captures, EndWhenUnusedOrDeactivated) {
     activate();
     const auto gone = [this] { return error_of<Error>([&] { engine.path_of("capture:a"); }); };
     const auto idle = [this](uint64_t later_ms) {
@@ -182,11 +184,7 @@ TEST_F(Captures, EndWhenClosedUnusedOrDeactivated) {
     EXPECT_EQ(gone(), text);
     push("dns", "capture:a");
     EXPECT_NE(engine.path_of("capture:a").instance, first);
-    engine.close("capture:a");
-    EXPECT_EQ(gone(), text);
-    push("dns", "capture:a");
     engine.deactivate();
-    EXPECT_EQ(gone(), "the data path isn't active");
     activate();
     EXPECT_EQ(gone(), text);
 }
@@ -256,16 +254,7 @@ TEST_F(LiveTest, SeesEachPacketOnceAndABoundedNumberPerTick) {
     engine.attach("lo");
     EXPECT_FALSE(readable());
     const test::Bytes query = dns_query();
-    net.send_datagrams(53, query);
-    EXPECT_TRUE(has_frames());
-    tick();
-    EXPECT_FALSE(has_frames());
-    EXPECT_EQ(engine.sample("protocols")["open"]["DNS"]["bytes"], Json::UInt64{query.size() + 42});
-    EXPECT_EQ(loopback()["packets"], 1u);
-    EXPECT_EQ(loopback()["bytes"], Json::UInt64{query.size() + 42});
-    EXPECT_THAT(engine.coffee("", "dp.ft.dump", {}), HasSubstr("ns 0 udp 127.0.0.1:"));
-
-    unsigned sent = 1;
+    unsigned sent = 0;
     for (const unsigned burst : {6000U, 1500U, 1U}) {  // after many it rests, and must notice the next
         net.send_datagrams(53, query, burst);
         sent += burst;
@@ -276,6 +265,8 @@ TEST_F(LiveTest, SeesEachPacketOnceAndABoundedNumberPerTick) {
         EXPECT_EQ(loopback()["packets"].asUInt64() + loopback()["drops"].asUInt64(), sent);
         EXPECT_FALSE(has_frames());
     }
+    EXPECT_EQ(loopback()["bytes"].asUInt64(), loopback()["packets"].asUInt64() * (query.size() + 42));
+    EXPECT_THAT(engine.coffee("", "dp.ft.dump", {}), HasSubstr("ns 0 udp 127.0.0.1:"));
 }
 
 TEST_F(LiveTest, CountsWhatFoundNoRoomInTheKernel) {

@@ -9,16 +9,12 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "owned_fd.h"
-#include "support/temp_dir.h"
 
 namespace test {
 
@@ -81,46 +77,6 @@ class HttpReceiver {
     corvo::engine::OwnedFd m_connection;
     uint16_t m_port;
     std::string m_input;
-};
-
-/**
- * A TLS server for one connection: socat, which passes what it decrypts on to a port of the test. Its
- * certificate, for "localhost", is self-signed.
- */
-class TlsFront {
- public:
-    explicit TlsFront(uint16_t clear_port) {
-        const std::string pem = certificate();
-        const std::string command =
-            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
-            "-subj /CN=localhost -addext subjectAltName=DNS:localhost -keyout " +
-            pem + " -out " + pem +
-            " 2>/dev/null && "
-            "echo $$ && exec setpriv --pdeathsig KILL socat -d -d "
-            "OPENSSL-LISTEN:0,pf=ip4,bind=127.0.0.1,verify=0,cert=" +
-            pem + " TCP4:127.0.0.1:" + std::to_string(clear_port) + " 2>&1";
-        m_notes.reset(popen(command.c_str(), "re"));
-        char line[512];
-        while (m_port == 0 && std::fgets(line, sizeof line, m_notes.get())) {
-            if (m_pid == 0) m_pid = std::atoi(line);
-            if (const char* at = strstr(line, "listening on AF=2 127.0.0.1:"))
-                m_port = static_cast<uint16_t>(std::atoi(at + 28));
-        }
-        if (m_port == 0) throw std::runtime_error("openssl made no certificate, or socat doesn't listen");
-    }
-    TlsFront(const TlsFront&) = delete;
-    TlsFront& operator=(const TlsFront&) = delete;
-    ~TlsFront() { kill(m_pid, SIGKILL); }
-
-    uint16_t port() const { return m_port; }
-    std::string certificate() const { return m_dir.file("certificate"); }
-
- private:
-    const TempDir m_dir;
-    pid_t m_pid = 0;
-    uint16_t m_port = 0;
-    /** What socat says, until the end: it must not write into a closed pipe. */
-    std::unique_ptr<FILE, int (*)(FILE*)> m_notes{nullptr, pclose};
 };
 
 /** While it lives, the process has only this much of a resource. */

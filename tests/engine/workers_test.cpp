@@ -205,7 +205,6 @@ TEST(LiveWorkers, ShareAnInterfaceByFlowAndUseItAgainWhenItIsBack) {
         SCOPED_TRACE(workers);
         engine.activate({1000, workers, false});
         engine.attach("lo");
-        EXPECT_EQ(error_of<Error>([&] { engine.attach("lo"); }), "interface 'lo' is already attached");
         for (int round = 1; round <= 2; round++) {
             for (const Peer& client : clients) {
                 client.send(server, "ask");

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fstream>
 #include <utility>
@@ -215,19 +216,24 @@ Json::Value system_calls() {
     int fds[5] = {-1, -1, cv_epoll_create1(0), cv_timerfd_create(CLOCK_MONOTONIC, 0),
                   cv_socket(AF_UNIX, SOCK_STREAM, 0)};
     epoll_event event{EPOLLIN, {}};
-    const itimerspec once{{}, {0, 1}};
+    const itimerspec hour{{}, {3600, 0}}, soon{{}, {0, 1}};
+    itimerspec before{};
     const sockaddr any{AF_UNIX, ""}, nobody{AF_UNSPEC, ""};
     char byte = 0;
     unsigned size = 0;
     bool ok = cv_socketpair(AF_UNIX, SOCK_DGRAM, 0, fds) == 0;
-    pollfd waiting{fds[0], POLLIN, 0};
+    pollfd waiting{fds[0], POLLIN, 0}, expired{fds[3], POLLIN, 0};
     ok = ok && cv_epoll_ctl(fds[2], EPOLL_CTL_ADD, fds[0], &event) == 0 && cv_send(fds[1], "x", 1, 0) == 1 &&
          cv_poll(&waiting, 1, 0) == 1 && cv_epoll_wait(fds[2], &event, 1, 0) == 1 &&
-         cv_recv(fds[0], &byte, 1, 0) == 1 && cv_timerfd_settime(fds[3], 0, &once, nullptr) == 0 &&
-         cv_nanosleep(&once.it_value, nullptr) == 0 && cv_bind(fds[4], &any, sizeof any.sa_family) == 0 &&
-         cv_listen(fds[4], 1) == 0 && cv_connect(fds[1], &nobody, sizeof nobody) == 0 &&
-         cv_set_sock_send_qsize(fds[0], 4096) == 0 && cv_get_sock_send_qsize(fds[0], size) == 0 &&
-         size >= 4096;
+         cv_recv(fds[0], &byte, 1, 0) == 1 && cv_timerfd_settime(fds[3], 0, &hour, nullptr) == 0 &&
+         cv_timerfd_settime(fds[3], 0, &soon, &before) == 0 && before.it_value.tv_sec > 3500 &&
+         cv_poll(&expired, 1, 10000) == 1 && cv_nanosleep(&soon.it_value, nullptr) == 0 &&
+         cv_bind(fds[4], &any, sizeof any.sa_family) == 0 && cv_listen(fds[4], 1) == 0 &&
+         cv_connect(fds[1], &nobody, sizeof nobody) == 0 && cv_set_sock_send_qsize(fds[0], 16384) == 0 &&
+         cv_get_sock_send_qsize(fds[0], size) == 0 &&
+         size == 32768;  // the kernel tells twice what was asked for
+    ok = ok && cv_set_sock_send_qsize(fds[0], INT_MAX) == -1 && errno == EFBIG &&
+         cv_set_sock_send_qsize(-1, 1) == -1 && errno == EBADF;
     return std::all_of(fds, fds + 5, [](int fd) { return cv_close(fd) == 0; }) && ok;
 }
 

@@ -110,11 +110,7 @@ struct Crash {
 };
 constexpr Crash CRASHES[] = {
     {"abort", [](auto&) { abort(); }},
-    {"segv", [](auto&) { raise(SIGSEGV); }},
-    {"ill", [](auto&) { raise(SIGILL); }},
-    {"fpe", [](auto&) { raise(SIGFPE); }},
-    {"bus", [](auto&) { raise(SIGBUS); }},
-    {"sys", [](auto&) { raise(SIGSYS); }},
+    {"raise", [](auto& signum) { raise(std::stoi(signum)); }},
     {"null", [](auto&) { *g_nowhere = 1; }},
     {"overflow", [](auto&) { overflow_stack(); }},
     {"heap", [](auto&) { corrupt_heap(); }},

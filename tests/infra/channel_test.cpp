@@ -1,17 +1,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <csignal>
-#include <ctime>
 
 #include "infra/corvo_socket_channel.h"
 #include "infra/exports/corvo_lock.h"
-#include "infra/exports/corvo_shims.h"
 #include "utils/clock.h"
 #include "utils/unique_fd.h"
 
@@ -119,40 +115,7 @@ TEST(Channel, APairTakesItsDescriptorsWithItAndNoProgramThatIsStartedInheritsThe
         EXPECT_EQ(fcntl(fd, F_GETFD), -1);
 }
 
-TEST(Shims, ASendBufferThatTheKernelCutsIsAnError) {
-    const UniqueFd fd(cv_socket(AF_UNIX, SOCK_DGRAM, 0));
-    EXPECT_EQ(0, cv_set_sock_send_qsize(fd.get(), 16384));
-    unsigned int size = 0;
-    EXPECT_EQ(0, cv_get_sock_send_qsize(fd.get(), size));
-    EXPECT_EQ(32768u, size) << "the kernel reports twice the size that was asked for";
-
-    errno = 0;
-    EXPECT_EQ(-1, cv_set_sock_send_qsize(fd.get(), INT_MAX));
-    EXPECT_EQ(EFBIG, errno);
-    EXPECT_EQ(-1, cv_set_sock_send_qsize(-1, 1));
-    EXPECT_EQ(EBADF, errno);
-}
-
-TEST(Shims, TimesAreOfTheRecordsThatClosedLibrariesHave) {
-    struct Time {
-        long sec;
-        long nsec;
-    };
-    struct Timer {
-        Time interval;
-        Time value;
-    } hour{{0, 0}, {3600, 0}}, soon{{0, 0}, {0, 1}}, before{};
-    const Time moment{0, 1};
-    const auto timer = [](Timer& record) { return reinterpret_cast<itimerspec*>(&record); };
-    const UniqueFd fd(cv_timerfd_create(CLOCK_MONOTONIC, 0));
-    EXPECT_EQ(0, cv_timerfd_settime(fd.get(), 0, timer(hour), nullptr));
-    EXPECT_EQ(0, cv_timerfd_settime(fd.get(), 0, timer(soon), timer(before)));
-    EXPECT_NEAR(3600, before.value.sec, 60);
-    pollfd expired{fd.get(), POLLIN, 0};
-    EXPECT_EQ(1, cv_poll(&expired, 1, 10000));
-    EXPECT_EQ(0, cv_nanosleep(reinterpret_cast<const timespec*>(&moment), nullptr));
-}
-
+// tests/engines/closed_engine.cpp calls the other functions as a library does.
 TEST(Shims, ALockIsRecursiveAndIgnoresNull) {
     pthread_mutex_t m;
     for (pthread_mutex_t* lock : {static_cast<pthread_mutex_t*>(nullptr), &m}) {

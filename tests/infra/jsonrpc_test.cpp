@@ -83,7 +83,7 @@ Scripted::Body is_valid(void (RpcParser::*validate)(const std::string&, Json::Va
     return [=](Scripted& self, const Json::Value&, Json::Value& res) { (self.*validate)(text, res); };
 }
 
-TEST(RpcParser, FieldsPathsAndAddressesAreVerified) {
+TEST(RpcParser, FieldsPathsAndAddressesAreVerifiedAndFailuresAreToldByCode) {
     using P = RpcParser;
     test::TempDir dir;
     const std::string file = dir.write("f", "x"), hidden = dir.path() + std::string("\0x", 2);
@@ -93,6 +93,7 @@ TEST(RpcParser, FieldsPathsAndAddressesAreVerified) {
         return Outcome{CMD_BAD_PARAMS, "error at offset: 5 - 'f' " + how};
     };
     const auto failed = [](const std::string& text) { return Outcome{CMD_EXEC_FAILED, text}; };
+    const auto internal = [](const std::string& text) { return Outcome{CMD_INTERNAL_ERR, text}; };
     const std::tuple<const char*, Scripted::Body, Outcome> cases[] = {
         {"5.0", field_is(P::TYPE_BYTE), ok},
         {"256", field_is(P::TYPE_BYTE), bad("has size bigger than uint8.")},
@@ -113,6 +114,8 @@ TEST(RpcParser, FieldsPathsAndAddressesAreVerified) {
          failed("file '/no' is not a valid file or does not exists")},
         {"0", is_valid(&P::validate_ip, "fe80::1"), ok},
         {"0", is_valid(&P::validate_ip, "10.0.0"), failed("invalid IPv4 / IPv6 address '10.0.0'")},
+        {"0", [](auto& self, auto&, auto& res) { self.generate_internal_err(res, "odd"); }, internal("odd")},
+        {"0", [](auto&, auto&, auto&) { Json::throwLogicError("misuse"); }, internal("misuse")},
     };
     for (const auto& [value, check, outcome] : cases)
         EXPECT_EQ(run(check, std::string("{\"f\":") + value + "}"), outcome) << value;
@@ -131,17 +134,6 @@ TEST(RpcParser, AChoiceComesBackAsThePointerOfTheList) {
         EXPECT_EQ(run(choose, params), refused) << params;
     }
     EXPECT_EQ(run(choose, "null"), (Outcome{CMD_BAD_PARAMS, "field 'op' is missing"}));
-}
-
-TEST(RpcCommand, FailuresBecomeItsResult) {
-    const Scripted::Body internal = [](Scripted& self, const Json::Value&, Json::Value& res) {
-        self.generate_internal_err(res, "odd");
-    };
-    EXPECT_EQ(run(internal, "{}"), (Outcome{CMD_INTERNAL_ERR, "odd"}));
-    const Scripted::Body misuse = [](Scripted&, const Json::Value& params, Json::Value&) {
-        static_cast<void>(params["f"]["g"]);
-    };
-    EXPECT_EQ(run(misuse, R"({"f":"text"})").first, CMD_INTERNAL_ERR);
 }
 
 /** A table of commands; "fail" takes its result and its explanation from its parameters. */

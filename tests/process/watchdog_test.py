@@ -23,13 +23,16 @@ class Watchdog(DaemonTest):
         return self.daemon(*args, watchdog=True, **more)
 
     def test_an_abnormal_end_is_reported_and_its_evidence_gathered(self):
-        for signum, name, gathered in ((signal.SIGKILL, "Killed", ["cvconfig.json", "log"]),
-                                       (signal.SIGSEGV, "Segmentation fault", ["cvconfig.json", "cvdump.json", "log"])):
+        killed = ("[INFO ] - Detailed report was not created due to brutal kill of process\n",)
+        for signum, name, gathered, more in (
+                (signal.SIGKILL, "Killed", ["cvconfig.json", "log"], killed),
+                (signal.SIGSEGV, "Segmentation fault", ["cvconfig.json", "cvdump.json", "log"], ())):
             if SANITIZED and signum == signal.SIGSEGV:
                 continue  # the sanitizer turns that into an exit
             with self.subTest(name):
-                daemon = self.supervised("-c", "conf", files={"conf": "[]"})
+                daemon = self.supervised("-c", "conf", "--nocore", files={"conf": "[]"})
                 server = daemon.next_child()
+                self.assertRegex(pathlib.Path(f"/proc/{server}/limits").read_text(), r"core file size +0 +0 ")
                 # More last words than the parent reads at a time, all there before it sees the end.
                 daemon.signal(signal.SIGSTOP)
                 pipe = stderr_of(server)
@@ -45,9 +48,9 @@ class Watchdog(DaemonTest):
                 self.assertEqual(sorted(os.listdir(event)), gathered)
                 self.assertEqual(len(os.listdir(event.parent)), 2, "itself and a dummy")
                 self.assertEqual(event.stat().st_mode & 0o7037, 0)
-                log = (event / "log").read_text()
-                for text in ("    PROCESS TERMINATION OCCURRED    ", "Exit code: 0", f"Terminated by signal [{name}]"):
-                    self.assertIn(text, log)
+                self.assertInOrder(["[ERROR] -     PROCESS TERMINATION OCCURRED    \n", "[ERROR] - Exit code: 0\n",
+                                    f"[ERROR] - Terminated by signal [{name}]\n", "[ERROR] - Core dump not created\n", *more],
+                                   (event / "log").read_text())
 
     def test_a_stop_of_the_parent_stops_the_server_at_any_moment(self):
         for early in (False, True):
@@ -59,7 +62,7 @@ class Watchdog(DaemonTest):
                     self.assertEqual(daemon.wait_exit(8 * PATIENCE), 0, "a stop that got lost costs ten seconds")
                     log = daemon.log_text()
                     for text in (f"Stopped by {name}, passing to child", f"CP shutdown - cause: received signal {name}",
-                                 "Process terminated normally"):
+                                 "[INFO ] - Process terminated normally\n"):
                         self.assertIn(text, log)
                     self.assertNotIn("TERMINATION OCCURRED", log)
                     self.assertEqual(daemon.evidence(), [])
@@ -75,8 +78,8 @@ class Watchdog(DaemonTest):
         for server in servers:
             kill(server, signal.SIGCONT)
         self.assertEqual(daemon.wait_exit(), 1)
-        self.assertIn("Process killed by watchdog since not responding", daemon.log_text())
-        self.assertIn("Terminated by signal [Aborted]", daemon.log_text())
+        self.assertInOrder(["[ERROR] - Process killed by watchdog since not responding (HOG details may still exist)\n",
+                            "Terminated by signal [Aborted]"], daemon.log_text())
         self.assertTrue((daemon.evidence()[-1] / "cvdump.json").exists())
         self.assertEqual(spared.end(), 0)
         self.assertIn("Hog detection disabled", spared.log_text())
@@ -142,7 +145,7 @@ class Watchdog(DaemonTest):
         full = self.folder / "full"
         full.symlink_to("/dev/full")
         for log, logfile, said in ((full, str(full), ()), (pathlib.Path("/nowhere/log"), "", (
-                "Failed creating a log file: '/nowhere/log'", "Creating dir for events '"))):
+                "Failed creating a log file: '/nowhere/log'", "Creating dir for events '", "Couldn't open signal dump file\n"))):
             with self.subTest(log=log):
                 daemon = self.supervised("--wd_reload", log=log)
                 self.assertEqual(daemon.result("status")["logfile"], logfile)

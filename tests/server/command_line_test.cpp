@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -91,15 +90,6 @@ TEST(CommandLine, RefusesWhatDoesNotFitTogetherAndNumbersThatWouldWrap) {
     const char* no_mode[] = {"brumecpd"};
     EXPECT_EXIT(parse_command_line(1, no_mode), testing::ExitedWithCode(2),
                 "brumecpd: error: please specify run mode \\(either 'us' or 'km'\\)\n$");
-}
-
-TEST(CommandLine, NocoreSetsTheLimitForTheProcess) {
-    auto core_limits_are_0 = [] {
-        parse("--nocore");
-        rlimit limit{};
-        return getrlimit(RLIMIT_CORE, &limit) == 0 && limit.rlim_cur == 0 && limit.rlim_max == 0;
-    };
-    EXPECT_EXIT(_exit(core_limits_are_0() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(CommandLine, HelpIsLaidOutForTheWidthOfTheTerminal) {

@@ -1,8 +1,6 @@
 #include "support/client.h"
 
-#include <arpa/inet.h>
 #include <json/reader.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -22,15 +20,6 @@ sockaddr_un unix_address(const std::string& path) {
     sockaddr_un address{AF_UNIX, {}};
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     return address;
-}
-
-sockaddr_in loopback(uint16_t port) {
-    return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-}
-
-bool readable(int fd, int timeout_ms) {
-    pollfd p{fd, POLLIN, 0};
-    return poll(&p, 1, timeout_ms) > 0;
 }
 
 }  // namespace
@@ -60,48 +49,12 @@ bool UnixClient::send(const std::string& text) const {
 }
 
 bool UnixClient::receive(std::string& text, int timeout_ms) const {
-    if (!readable(m_fd.get(), timeout_ms)) return false;
+    pollfd waiting{m_fd.get(), POLLIN, 0};
+    if (poll(&waiting, 1, timeout_ms) <= 0) return false;
     ssize_t size = recv(m_fd.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC);
     if (size < 0) return false;
     text.resize(static_cast<size_t>(size));
     return recv(m_fd.get(), text.data(), text.size(), 0) == size;
-}
-
-TcpClient::TcpClient(uint16_t port) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address = loopback(port);
-    if (connect(fd(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
-        throw std::runtime_error("connect: " + std::string(strerror(errno)));
-}
-
-bool TcpClient::send(const std::string& bytes) const {
-    // The socket blocks: this returns when all is sent.
-    return ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
-}
-
-std::string TcpClient::receive_all() const {
-    std::string all, chunk(1 << 18, '\0');
-    const auto end = clock::now() + std::chrono::seconds(10);
-    while (clock::now() < end && readable(fd(), 10000)) {
-        const ssize_t size = recv(fd(), chunk.data(), chunk.size(), 0);
-        if (size <= 0) return all;
-        all.append(chunk, 0, static_cast<size_t>(size));
-    }
-    throw std::runtime_error("the connection stays open");
-}
-
-void TcpClient::reset_on_close() const {
-    linger abort_it{1, 0};
-    setsockopt(fd(), SOL_SOCKET, SO_LINGER, &abort_it, sizeof(abort_it));
-}
-
-uint16_t free_port() {
-    const corvo::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof(address);
-    if (bind(fd.get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-        getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
-        throw std::runtime_error("no free port");
-    return ntohs(address.sin_port);
 }
 
 size_t open_descriptors() {

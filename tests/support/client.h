@@ -1,5 +1,5 @@
 #pragma once
-// Clients of the daemon's two transports, and waiting for conditions.
+// A client of the daemon's datagrams, and waiting for conditions.
 
 #include <json/value.h>
 
@@ -31,24 +31,6 @@ class UnixClient {
     std::string m_server;
     corvo::UniqueFd m_fd;
 };
-
-/** One connection. */
-class TcpClient {
- public:
-    /** Throws std::runtime_error if it can't connect. */
-    explicit TcpClient(uint16_t port);
-    bool send(const std::string& bytes) const;
-    /** All that comes until the connection ends. Throws std::runtime_error if it doesn't in ten seconds. */
-    std::string receive_all() const;
-    void reset_on_close() const;
-    int fd() const { return m_fd.get(); }
-
- private:
-    corvo::UniqueFd m_fd;
-};
-
-/** A TCP port on the loopback interface that is free at this moment. */
-uint16_t free_port();
 
 /** How many descriptors this process has. */
 size_t open_descriptors();

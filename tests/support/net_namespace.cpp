@@ -2,14 +2,13 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
 namespace test {
 namespace {
@@ -35,12 +34,7 @@ NetNamespace::~NetNamespace() {
 }
 
 void NetNamespace::set_loopback(bool up) {
-    const corvo::UniqueFd fd = datagram_socket();
-    ifreq request{};
-    std::strcpy(request.ifr_name, "lo");
-    require(ioctl(fd.get(), SIOCGIFFLAGS, &request) == 0, "reading the flags of lo");
-    request.ifr_flags = static_cast<short>(up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP);
-    require(ioctl(fd.get(), SIOCSIFFLAGS, &request) == 0, "setting the flags of lo");
+    require(system(up ? "ip link set lo up" : "ip link set lo down") == 0, "ip link");
 }
 
 void NetNamespace::send_datagrams(uint16_t port, const std::vector<unsigned char>& payload, int count) {

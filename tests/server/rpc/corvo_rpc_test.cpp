@@ -1,10 +1,12 @@
 // Both transports, in a scheduler that the test turns by hand.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <future>
@@ -15,6 +17,7 @@
 #include "server/rpc/corvo_rpc_server.h"
 #include "server/rpc/corvo_rpc_transport_tcp.h"
 #include "support/client.h"
+#include "support/temp_dir.h"
 #include "utils/unique_fd.h"
 
 namespace corvo {
@@ -70,12 +73,11 @@ class UnixRpc : public RpcFixture {
 TEST_F(UnixRpc, ASenderThatCannotBeAnsweredStopsNothing) {
     listen(path);
     send_from("");
-    { EXPECT_TRUE(test::UnixClient(path).send("gone before its reply")); }
+    send_from(dir.file("gone before its reply"));
     padding = 300000;  // more than the usual send buffer holds
-    const test::UnixClient next(path);
-    std::string reply;
-    EXPECT_TRUE(next.send("next") && settle() && next.receive(reply, 0));
-    EXPECT_EQ(reply.size(), padding + 7);
+    const UniqueFd next = send_from(dir.file("next"));
+    EXPECT_TRUE(settle());
+    EXPECT_EQ(recv(next.get(), nullptr, 0, MSG_TRUNC | MSG_DONTWAIT), static_cast<ssize_t>(padding + 4));
     EXPECT_EQ(handled, 3);
     EXPECT_EQ(server->do_work(EVENT_EXPIRE_READY).action, EventRC::ACTION_REARM)
         << "a wake-up without a datagram";
@@ -120,11 +122,40 @@ TEST_F(UnixRpc, ReplacesAStaleFileOpensItToAllAndRemovesItAtTheEnd) {
     }
 }
 
+/** One TCP connection. Its socket blocks. */
+class Client {
+ public:
+    explicit Client(const sockaddr_in& server) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        EXPECT_EQ(connect(fd(), reinterpret_cast<const sockaddr*>(&server), sizeof server), 0);
+        const timeval patience{10, 0};
+        setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
+    bool send(const std::string& bytes) const {
+        return ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    }
+    /** All that comes until the connection ends. */
+    std::string receive_all() const {
+        std::string all, chunk(1 << 18, '\0');
+        ssize_t size = 0;
+        while (all.size() < TOO_MUCH && (size = recv(fd(), chunk.data(), chunk.size(), 0)) > 0)
+            all.append(chunk, 0, static_cast<size_t>(size));
+        EXPECT_TRUE(size == 0 || (size < 0 && errno == ECONNRESET)) << "the connection stays open";
+        return all;
+    }
+    int fd() const { return m_fd.get(); }
+
+ private:
+    static constexpr size_t TOO_MUCH = 64 << 20;
+    UniqueFd m_fd;
+};
+
 class TcpRpc : public RpcFixture {
  protected:
-    using Client = test::TcpClient;
-
-    TcpRpc() { listen("127.0.0.1", port); }
+    TcpRpc() {
+        listen("127.0.0.1", uint16_t{0});
+        socklen_t size = sizeof address;
+        getsockname(server->fd(), reinterpret_cast<sockaddr*>(&address), &size);
+    }
 
     /** Runs what blocks in a thread while the server serves. */
     template <typename Work>
@@ -147,12 +178,12 @@ class TcpRpc : public RpcFixture {
         return client.send(bytes) && settle();
     }
 
-    uint16_t port = test::free_port();
+    sockaddr_in address{};
     static constexpr size_t MORE_THAN_SOCKETS_HOLD = 24 << 20;
 };
 
 TEST_F(TcpRpc, ARequestInPiecesGetsOneReplyAndTheConnectionCloses) {
-    Client client(port);
+    Client client(address);
     for (const char* piece : {"a", "b", "c"})
         EXPECT_TRUE(send_and_settle(client, piece));
     EXPECT_EQ(send(client.fd(), "u", 1, MSG_OOB), 1) << "an urgent byte is read like any other";
@@ -163,7 +194,7 @@ TEST_F(TcpRpc, ARequestInPiecesGetsOneReplyAndTheConnectionCloses) {
 }
 
 TEST_F(TcpRpc, ARequestThatFillsItsReadIsServedBeforeThePeersEndCounts) {
-    Client client(port);
+    Client client(address);
     std::string request = std::string(16383, 'r') + "\n";
     EXPECT_TRUE(client.send(request));
     shutdown(client.fd(), SHUT_WR);
@@ -174,9 +205,10 @@ TEST_F(TcpRpc, APeerThatLeavesDuringItsRequestIsForgotten) {
     EXPECT_TRUE(settle());
     size_t before = test::open_descriptors();
     for (bool reset : {false, true}) {
-        Client client(port);
+        Client client(address);
         EXPECT_TRUE(send_and_settle(client, "half"));
-        if (reset) client.reset_on_close();
+        const linger abort_it{reset, 0};
+        setsockopt(client.fd(), SOL_SOCKET, SO_LINGER, &abort_it, sizeof abort_it);
     }
     EXPECT_TRUE(settle());
     EXPECT_EQ(test::open_descriptors(), before);
@@ -186,15 +218,16 @@ TEST_F(TcpRpc, APeerThatLeavesDuringItsRequestIsForgotten) {
 TEST_F(TcpRpc, ASlowReaderHoldsNobodyElseAndGetsItsWholeReply) {
     // The poller keeps reporting that a peer has closed its sending side, which must not keep us busy.
     for (bool half_closed : {false, true}) {
-        Client slow(port);
+        Client slow(address);
         padding = MORE_THAN_SOCKETS_HOLD;
         EXPECT_TRUE(slow.send("slow\n"));
         if (half_closed) shutdown(slow.fd(), SHUT_WR);
         EXPECT_TRUE(settle());
         padding = 0;
-        Client quick(port);
+        Client quick(address);
         EXPECT_TRUE(send_and_settle(quick, "quick\n"));
         EXPECT_EQ(receive_all(quick), "re:quick\n");
+        EXPECT_NE(slow.send("unread"), half_closed) << "closing on that would cut the reply";
 
         std::string reply = receive_all(slow);
         EXPECT_EQ(reply.size(), 8 + MORE_THAN_SOCKETS_HOLD + 1);
@@ -204,10 +237,10 @@ TEST_F(TcpRpc, ASlowReaderHoldsNobodyElseAndGetsItsWholeReply) {
 
 TEST_F(TcpRpc, AtTheBoundANewcomerTakesThePlaceOfTheOneThatWaitedLongest) {
     server->set_bounds(2, 0, RPCServer::MAX_HELD_BYTES);
-    Client oldest(port);
+    Client oldest(address);
     EXPECT_TRUE(send_and_settle(oldest, "half"));
-    Client silent(port);
-    Client newcomer(port);
+    Client silent(address);
+    Client newcomer(address);
     EXPECT_TRUE(send_and_settle(newcomer, "new\n"));
     EXPECT_EQ(receive_all(newcomer), "re:new\n");
     EXPECT_EQ(receive_all(oldest), "");
@@ -220,11 +253,11 @@ TEST_F(TcpRpc, AReaderThatStandsStillGivesWayOnceItHasDoneSoForTooLong) {
         SCOPED_TRACE(patience_ms);
         server->set_bounds(1, patience_ms, RPCServer::MAX_HELD_BYTES);
         const bool patient = patience_ms > 50;
-        Client slow(port);
+        Client slow(address);
         padding = MORE_THAN_SOCKETS_HOLD;
         EXPECT_TRUE(send_and_settle(slow, "slow\n"));
         padding = 0;
-        Client next(port);
+        Client next(address);
         EXPECT_TRUE(send_and_settle(next, "next\n"));
         if (patient) {
             EXPECT_FALSE(sched.exists(server.get()));
@@ -240,7 +273,7 @@ TEST_F(TcpRpc, AReaderThatStandsStillGivesWayOnceItHasDoneSoForTooLong) {
 
 TEST_F(TcpRpc, TheLargestUnfinishedRequestGoesWhereAllTogetherTakeTooMuchMemory) {
     server->set_bounds(8, 1000, 7 << 20);
-    Client small(port), large(port), last(port);
+    Client small(address), large(address), last(address);
     for (const auto& [client, mib] : {std::pair{&small, 2}, {&large, 3}, {&last, 2}}) {
         EXPECT_TRUE(send_while_served(*client, static_cast<size_t>(mib) << 20));
         EXPECT_TRUE(settle());
@@ -253,7 +286,7 @@ TEST_F(TcpRpc, TheLargestUnfinishedRequestGoesWhereAllTogetherTakeTooMuchMemory)
 }
 
 TEST_F(TcpRpc, ALineThatNeverEndsIsRefusedAtTheLimit) {
-    Client client(port);
+    Client client(address);
     send_while_served(client, rpc::RpcTransportTCP::MAX_MSG_SIZE + 1);
     EXPECT_EQ(receive_all(client),
               R"({"error":{"code":-32603,"message":"request size exceeds the maximum allowed size: )" +
