@@ -4,6 +4,8 @@
 #include <sys/timerfd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <utility>
 
 #include "engine_error.h"
 #include "monotonic.h"
@@ -15,11 +17,17 @@ namespace {
 constexpr uint64_t LONGEST_POLL_MS = 2;
 constexpr unsigned FRAMES_PER_POLL = 2048;
 constexpr unsigned FRAMES_PER_TURN = 64;
-/** From this many frames in one go on, the next ones are left to gather. */
-constexpr unsigned WORTH_RESTING = 128;
+/** Wake-ups that a rest must save. */
+constexpr uint64_t WORTH_RESTING = 2;
 constexpr uint64_t LONGEST_REST_US = 1000;
 /** Faster than frames are written to memory: no ring may fill during a rest. */
 constexpr uint64_t BYTES_PER_US = 4096;
+
+uint64_t now_us() {
+    return static_cast<uint64_t>(
+        duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
+            .count());
+}
 
 int control(int epoll, int operation, int fd, uint32_t events) {
     epoll_event event{};
@@ -62,6 +70,7 @@ CaptureSocket* CaptureLane::find(const std::string& ifname) const {
 void CaptureLane::poll(DataPath& path) {
     CapturedFrame frames[FRAMES_PER_TURN];
     const uint64_t end_ms = monotonic_ms() + LONGEST_POLL_MS;
+    const uint64_t opened = blocks_opened();
     unsigned handled = 0;
     unsigned idle = 0;
     while (idle < m_sockets.size() && handled < FRAMES_PER_POLL && monotonic_ms() < end_ms) {
@@ -71,7 +80,26 @@ void CaptureLane::poll(DataPath& path) {
         handled += count;
         idle = count == 0 ? idle + 1 : 0;
     }
-    pace(idle == m_sockets.size() && handled >= WORTH_RESTING);
+    pace(is_worth_resting(blocks_opened() - opened) && idle == m_sockets.size());
+}
+
+uint64_t CaptureLane::blocks_opened() const {
+    uint64_t sum = 0;
+    for (const auto& socket : m_sockets)
+        sum += socket->ring().blocks_opened();
+    return sum;
+}
+
+bool CaptureLane::is_worth_resting(uint64_t blocks) {
+    const uint64_t polled_us = std::exchange(m_polled_us, now_us());
+    return blocks * rest_us() > WORTH_RESTING * (m_polled_us - polled_us);
+}
+
+uint64_t CaptureLane::rest_us() const {
+    uint64_t us = LONGEST_REST_US;
+    for (const auto& socket : m_sockets)
+        us = std::min(us, socket->ring().bytes() / BYTES_PER_US);
+    return us;
 }
 
 // Errors end a rest early: they can't be masked.
@@ -84,13 +112,6 @@ void CaptureLane::pace(bool rest) {
     if (rest) end.it_value.tv_nsec = static_cast<long>(rest_us() * 1000);
     timerfd_settime(m_timer.get(), 0, &end, nullptr);
     m_resting = rest;
-}
-
-uint64_t CaptureLane::rest_us() const {
-    uint64_t us = LONGEST_REST_US;
-    for (const auto& socket : m_sockets)
-        us = std::min(us, socket->ring_bytes() / BYTES_PER_US);
-    return us;
 }
 
 void CaptureLane::refresh() {

@@ -1,7 +1,7 @@
 #pragma once
 // What one thread captures: a socket of each interface. Waiting frames make the lane's event descriptor
-// readable; `poll` hands them to a data path, a limited number at a time. While frames come fast, they are
-// left to gather for up to a millisecond: waking up costs as much as some dozens of frames.
+// readable; `poll` hands them to a data path, a limited number at a time. While they come so fast that they
+// would wake us up more often, they are left to gather for up to a millisecond.
 
 #include <memory>
 #include <string>
@@ -37,14 +37,17 @@ class CaptureLane {
 
  private:
     void await(const CaptureSocket& socket) const;
-    void pace(bool rest);
+    uint64_t blocks_opened() const;
     uint64_t rest_us() const;
+    bool is_worth_resting(uint64_t blocks);
+    void pace(bool rest);
 
     OwnedFd m_epoll;
     OwnedFd m_timer;  ///< ends the rest
     std::vector<std::unique_ptr<CaptureSocket>> m_sockets;
     bool m_resting = false;
-    size_t m_first = 0;  ///< index of the socket that goes first next time
+    uint64_t m_polled_us = 0;  ///< when the last poll ended
+    size_t m_first = 0;        ///< index of the socket that goes first next time
 };
 
 }  // namespace corvo::engine

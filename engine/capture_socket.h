@@ -43,8 +43,8 @@ class CaptureSocket {
     uint64_t bytes() const { return m_bytes; }
     /** Frames the kernel had no room for, as of the last `refresh`. */
     uint64_t drops() const { return m_drops; }
-    /** Memory for frames that wait. */
-    size_t ring_bytes() const { return m_source.ring->bytes(); }
+    /** Begins anew with a new descriptor. */
+    const PacketRing& ring() const { return *m_source.ring; }
     bool up() const { return m_up; }
     /** How many times the interface went down. */
     uint64_t downs() const { return m_downs; }

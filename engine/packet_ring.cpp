@@ -83,6 +83,7 @@ bool PacketRing::open_block() {
     // What the kernel wrote before it gave the block away must not be read before the flag.
     if (!(std::atomic_ref(head.block_status).load(std::memory_order_acquire) & TP_STATUS_USER)) return false;
     m_is_open = true;
+    m_opened++;
     m_left = head.num_pkts;
     m_next =
         reinterpret_cast<const tpacket3_hdr*>(reinterpret_cast<uint8_t*>(block()) + head.offset_to_first_pkt);

@@ -34,6 +34,9 @@ class PacketRing {
     /** What it got. */
     size_t bytes() const { return m_block_size * m_blocks; }
 
+    /** Blocks that the kernel has handed over so far; each may have woken us up. */
+    uint64_t blocks_opened() const { return m_opened; }
+
     /** Returns the number of frames set, at most `max`. They are valid until the next call. Never blocks. */
     unsigned take(CapturedFrame* frames, unsigned max);
 
@@ -45,7 +48,8 @@ class PacketRing {
     uint8_t* m_memory = nullptr;
     size_t m_block_size;
     unsigned m_blocks;
-    unsigned m_current = 0;                ///< the block being read, or the next to be
+    unsigned m_current = 0;  ///< the block being read, or the next to be
+    uint64_t m_opened = 0;
     bool m_is_open = false;                ///< the current block is ours
     unsigned m_left = 0;                   ///< frames in the current block that haven't been taken
     const tpacket3_hdr* m_next = nullptr;  ///< the first of them
