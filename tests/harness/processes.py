@@ -10,7 +10,7 @@ import time
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 PR_SET_PDEATHSIG = 1
-CLONE_NEWTIME, CLONE_NEWNET = 0x80, 0x40000000
+CLONE_NEWNS, CLONE_NEWTIME, CLONE_NEWNET = 0x20000, 0x80, 0x40000000
 
 
 def eventually(done, seconds=10, step=0.005):

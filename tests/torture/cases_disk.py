@@ -1,11 +1,14 @@
-"""Folders that vanish, and calls that are interrupted. Supervision and service go on; a line or a file of evidence may be
-lost, never a half of one."""
+"""A disk that is full, folders that vanish, and calls that are interrupted. Supervision and service go on; a line or a file
+of evidence may be lost, never a half of one."""
+import contextlib
 import errno
 import shutil
 import signal
+import subprocess
 
 from failing_calls import FailingCalls
 from harness.daemon import ENGINES
+from harness.processes import CLONE_NEWNS, unshare
 from harness.rpc import request
 from trial import case, hold
 
@@ -20,6 +23,34 @@ def crash(daemon):
     first = daemon.child()
     daemon.signal(signal.SIGSEGV, first)
     daemon.hold_other_child(first)
+
+
+# --- disks -------------------------------------------------------------------------------------------------
+@case("disk fills up under log and evidence: requests, crash, reload, room again")
+def full_disk(trial):
+    disk = trial.folder / "disk"
+    disk.mkdir()
+    try:
+        unshare(CLONE_NEWNS)  # only this process and its children see it
+    except OSError as e:
+        trial.skipTest(f"no mount namespace: {e.strerror}")
+    for words in (["--make-rprivate", "/"], ["-t", "tmpfs", "-o", "size=64k", "none", disk]):
+        subprocess.run(["mount", *words], check=True)
+    trial.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+    daemon = start(trial, log=disk / "log")
+    filler = disk / "filler"
+    with contextlib.suppress(OSError):
+        filler.write_bytes(bytes(1 << 20))
+    for _ in range(100):
+        daemon.result("echo", {"message": "a line of more than there is room for"})
+    crash(daemon)
+    filler.unlink()
+    hold(daemon.alive(), "no answer once there is room")
+    daemon.check_log()
+    for old in daemon.evidence():
+        shutil.rmtree(old)  # gathered when there was no room
+    daemon.hold_clean_end()
+    return "serves on, reloads; its log consists of whole lines"
 
 
 # --- folders ---------------------------------------------------------------------------------------------
