@@ -127,6 +127,17 @@ TEST_F(ExporterTest, KeepsTheNewestWhileNobodyListens) {
     EXPECT_EQ(count("queued"), 2u);
     exporter.add(std::string(Exporter::MAX_QUEUED_BYTES + 1, 'x'));
     EXPECT_EQ(count("queued"), 2u);
+
+    const std::string under_way(900000, 'x');
+    exporter.configure(http_to(receiver.port()));
+    exporter.add(under_way);
+    exporter.tick(now_ms);
+    for (size_t i = 0; i < Exporter::MAX_QUEUED; i++)
+        exporter.add(std::to_string(i));
+    run(Exporter::MAX_QUEUED);
+    ASSERT_EQ(receiver.bodies.size(), Exporter::MAX_QUEUED);
+    EXPECT_TRUE(receiver.bodies[0] == under_way);
+    EXPECT_EQ(receiver.bodies[1], "1");
 }
 
 TEST_F(ExporterTest, GivesUpWhatIsUnderWayWhenItGetsAnotherDestination) {

@@ -55,6 +55,7 @@ TEST(EngineApi, RefusesWhatComesOutOfOrderAndLeavesTheProcessInTheEnd) {
     EXPECT_EQ(push("dp0"), "");
     EXPECT_EQ(push(""), "");
     EXPECT_EQ(tls.pkts[0].protocol, "TLS");
+    EXPECT_THAT(tls.pkts[0].tph, testing::Contains("tls"));
 
     Json::Value version;
     std::vector<std::string> names;

@@ -109,6 +109,10 @@ class FlowMethods(DaemonTest):
         self.push(frames.udp_flows(9))  # in their places
         self.assertEqual(self.all(cursor=cursor), [])
         self.refused("flows.hosts", {"dpaddr": "capture:a", "cursor": cursor}, ended)  # of another kind
+        for others in (3, 1):  # four are kept, whichever were used last
+            for _ in range(others):
+                self.ask("flows.list")
+            self.assertEqual(self.all(cursor=cursor), [])
         for _ in range(4):
             self.ask("flows.list")
         self.refused("flows.list", {"dpaddr": "capture:a", "cursor": cursor}, ended)
