@@ -30,8 +30,8 @@ constexpr unsigned LEAST_BLOCKS = 4;
  * early; where it is, is a guess from the length of this one.
  */
 void fetch_ahead(const uint8_t* frame, uint32_t length) {
-    constexpr unsigned FRAMES = 4, LINE = 64, LINES = 3;
-    for (unsigned i = 0; i < LINES; i++)
+    constexpr size_t FRAMES = 4, LINE = 64, LINES = 3;
+    for (size_t i = 0; i < LINES; i++)
         __builtin_prefetch(frame + FRAMES * length + i * LINE);
 }
 
