@@ -55,9 +55,10 @@ void CaptureLane::add(std::unique_ptr<CaptureSocket> socket) {
     m_sockets.push_back(std::move(socket));
 }
 
-// Closing takes it out of the epoll set.
+// Closing takes it out of the epoll set. Without sockets nobody polls any more, so the rest ends here.
 void CaptureLane::remove(const std::string& ifname) {
     std::erase_if(m_sockets, [&](const auto& socket) { return socket->name() == ifname; });
+    if (m_sockets.empty()) pace(false);
 }
 
 CaptureSocket* CaptureLane::find(const std::string& ifname) const {

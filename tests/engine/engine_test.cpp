@@ -267,6 +267,11 @@ TEST_F(LiveTest, SeesEachPacketOnceAndABoundedNumberPerTick) {
     }
     EXPECT_EQ(loopback()["bytes"].asUInt64(), loopback()["packets"].asUInt64() * (query.size() + 42));
     EXPECT_THAT(engine.coffee("", "dp.ft.dump", {}), HasSubstr("ns 0 udp 127.0.0.1:"));
+    net.send_datagrams(53, query, 3000);
+    tick();
+    tick();
+    engine.deactivate();
+    EXPECT_FALSE(has_frames()) << "a rest that nobody ends keeps the daemon busy";
 }
 
 TEST_F(LiveTest, CountsWhatFoundNoRoomInTheKernel) {
