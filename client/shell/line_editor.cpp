@@ -64,6 +64,8 @@ LineEditor::~LineEditor() {
 bool LineEditor::next(std::string& line) {
     m_signum = 0;
     el_resize(m_editor);
+    // Before the prompt: a Ctrl-D that the terminal takes in its own mode never reaches the editor.
+    el_set(m_editor, EL_PREP_TERM, 1);
     int length = 0;
     const char* text = el_gets(m_editor, &length);
     if (m_signum != 0) {
