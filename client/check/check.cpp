@@ -33,7 +33,7 @@ constexpr int MAX_ASKING_MS = 2000;
 /** What a running daemon says about where the configurations will be used. */
 struct Place {
     check::JudgedBuild build = check::JudgedBuild::packaged();
-    std::optional<check::DaemonUser> user = check::DaemonUser::of_service();
+    std::optional<FileReader> user = check::service_user();
 };
 
 Place ask_place(Context& context, const check::ToldBuild& told) {
@@ -43,7 +43,7 @@ Place ask_place(Context& context, const check::ToldBuild& told) {
         daemon->set_timeout_ms(std::min(context.timeout_ms(), MAX_ASKING_MS));
         const auto pid = static_cast<pid_t>(count_of(member_of(daemon->call("status"), "pid")));
         if (on_this_machine(daemon->address()))
-            if (auto user = check::DaemonUser::of_process(pid)) place.user = user;
+            if (auto user = FileReader::of_process(pid)) place.user = user;
         if (!told.any()) place.build = check::JudgedBuild::asked(*daemon);
     } catch (const Usage&) {
         throw;
@@ -54,12 +54,11 @@ Place ask_place(Context& context, const check::ToldBuild& told) {
     return place;
 }
 
-void check_user(const std::optional<check::DaemonUser>& user, const std::string& path,
-                check::Report& report) {
-    const std::string hindrance = user && path != "-" ? user->hindrance(path) : "";
+void check_user(const std::optional<FileReader>& user, const std::string& path, check::Report& report) {
+    const std::string hindrance = user && path != "-" ? check::hindrance(*user, path) : "";
     if (!hindrance.empty())
         report.add(check::WARNING, 0,
-                   "the daemon runs as " + user->name + ", who " + hindrance +
+                   "the daemon runs as " + check::name_of(*user->user) + ", who " + hindrance +
                        ": given this file with -c, it logs that and starts without it");
 }
 

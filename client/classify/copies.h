@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "client/classify/file_reader.h"
 #include "client/text/temp_file.h"
+#include "client/wire/file_reader.h"
 #include "utils/unique_fd.h"
 
 namespace brumectl {

@@ -11,7 +11,6 @@
 #include <sstream>
 
 #include "client/check/daemon_user.h"
-#include "client/classify/file_reader.h"
 #include "client/classify/pace.h"
 #include "client/classify/piece.h"
 #include "client/classify/tally.h"
@@ -23,6 +22,7 @@
 #include "client/text/wrap.h"
 #include "client/wire/address.h"
 #include "client/wire/daemon_log.h"
+#include "client/wire/file_reader.h"
 #include "client/words/completion.h"
 #include "client/words/examples.h"
 #include "client/words/help.h"
@@ -177,9 +177,8 @@ TEST(WhoReads, WhatTheModesLetThemAndNothingBelowAClosedFolder) {
         ASSERT_EQ(chmod(file.c_str(), c.file) + chmod(dir.path().c_str(), c.folder), 0);
         const FileReader reader{c.user, c.groups};
         EXPECT_EQ(reader.may_open(file), *c.hindrance == '\0') << std::oct << c.folder << " " << c.file;
-        const check::DaemonUser user{"", c.user, c.groups};
-        const std::string found = user.hindrance(file);
-        EXPECT_EQ(found.substr(0, found.find('/')), c.user == 0 ? "" : c.hindrance) << found;
+        const std::string found = check::hindrance(reader, file);
+        EXPECT_EQ(found.substr(0, found.find('/')), c.hindrance) << found;
     }
     const FileReader capable{other, {other_group}, true};
     EXPECT_TRUE(capable.may_open(file));
@@ -187,9 +186,9 @@ TEST(WhoReads, WhatTheModesLetThemAndNothingBelowAClosedFolder) {
     chmod(dir.path().c_str(), 0711);
     EXPECT_TRUE(FileReader::everybody().may_open(file));
 
-    EXPECT_FALSE(check::DaemonUser::of_process(getpid()));
+    EXPECT_FALSE(FileReader::of_process(getpid()));
     prctl(PR_SET_NAME, "brumecpd");
-    EXPECT_EQ(check::DaemonUser::of_process(getpid())->uid, geteuid());
+    EXPECT_EQ(FileReader::of_process(getpid())->user, geteuid());
 }
 
 TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {

@@ -1,6 +1,5 @@
-#include "client/classify/file_reader.h"
+#include "client/wire/file_reader.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -41,8 +40,17 @@ std::string process_namespace(const std::string& process) {
     return std::filesystem::read_symlink("/proc/" + process + "/ns/pid", ignored).string();
 }
 
-/** Empty if there is no such process or it isn't a daemon: a container uses other process numbers. */
-std::optional<FileReader> of_process(uint64_t pid) {
+pid_t pid_of(Daemon& daemon) {
+    try {
+        return static_cast<pid_t>(count_of(member_of(daemon.call("status"), "pid")));
+    } catch (const ErrorReply&) {
+        return 0;  // a problem of the engine; what follows can do without
+    }
+}
+
+}  // namespace
+
+std::optional<FileReader> FileReader::of_process(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/status");
     FileReader reader;
     bool is_daemon = false;
@@ -65,16 +73,6 @@ std::optional<FileReader> of_process(uint64_t pid) {
     return reader;
 }
 
-uint64_t pid_of(Daemon& daemon) {
-    try {
-        return count_of(member_of(daemon.call("status"), "pid"));
-    } catch (const ErrorReply&) {
-        return 0;  // a problem of the engine; what follows can do without
-    }
-}
-
-}  // namespace
-
 std::optional<FileReader> FileReader::of_daemon(Daemon& daemon) {
     const Address& address = daemon.address();
     if (!on_this_machine(address)) return std::nullopt;
@@ -95,20 +93,21 @@ bool FileReader::sees_processes_as_we_do(Daemon& daemon) {
            space == process_namespace("self") && rights == status_line("self", "CapPrm:");
 }
 
-bool FileReader::may(const std::string& path, mode_t right) const {
-    struct stat file = {};
-    if (stat(path.c_str(), &file) != 0) return false;
+bool FileReader::may(const struct stat& file, mode_t right) const {
     if (passes_modes) return true;
     if (user == file.st_uid) return (file.st_mode & right << 6) != 0;
     const bool is_in_group = std::find(groups.begin(), groups.end(), file.st_gid) != groups.end();
     return (file.st_mode & (is_in_group ? right << 3 : right)) != 0;
 }
 
-bool FileReader::may_open(const std::string& path) const {
-    if (!may("/", S_IXOTH)) return false;
-    for (size_t at = path.find('/', 1); at != std::string::npos; at = path.find('/', at + 1))
-        if (!may(path.substr(0, at), S_IXOTH)) return false;
-    return may(path, S_IROTH);
+std::optional<FileReader::Barrier> FileReader::barrier(const std::string& path) const {
+    for (size_t end = 1; end != std::string::npos; end = path.find('/', end + 1)) {
+        Barrier folder{path.substr(0, end), true, {}};
+        if (stat(folder.path.c_str(), &folder.info) != 0 || !may(folder.info, S_IXOTH)) return folder;
+    }
+    Barrier file{path, false, {}};
+    if (stat(path.c_str(), &file.info) != 0 || !may(file.info, S_IROTH)) return file;
+    return std::nullopt;
 }
 
 }  // namespace brumectl
