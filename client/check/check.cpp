@@ -181,10 +181,8 @@ void add_check(CLI::App& app, Context& context) {
     CLI::App* word = app.add_subcommand("check", "Check start-up configurations for mistakes");
     word->footer(
         "Works without a daemon. If one answers, the check is for its build: in slave mode, where a host "
-        "system "
-        "owns the data path, it refuses more than a standalone one. Otherwise the check is for the daemon "
-        "that "
-        "this program was packaged with.");
+        "system owns the data path, it refuses more than a standalone one. Otherwise the check is for the "
+        "daemon that this program was packaged with.");
     word->add_option("file", options->files, "Configuration files; - is standard input")
         ->type_name("FILE")
         ->required();

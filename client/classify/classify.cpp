@@ -22,12 +22,11 @@ namespace brumectl {
 namespace {
 
 constexpr const char* FOOTER =
-    "Reads pcap and pcapng files of Ethernet, raw IP, Linux cooked, loopback, PPP and Cisco HDLC links, "
-    "also\n"
-    "gzipped, and ERF files. The engine gets the packets in pieces, on a data path of their own, separate\n"
-    "from live traffic and other captures. With --dpaddr or --no-reset, or if the engine has no such paths,\n"
-    "it gets them on a shared path. Then flows can't be listed, and each packet counts as what its flow was\n"
-    "classified as at that moment.\n"
+    "Reads pcap and pcapng files of Ethernet, raw IP, Linux cooked, loopback, PPP and Cisco HDLC links,\n"
+    "also gzipped, and ERF files. The engine gets the packets in pieces, on a data path of their own,\n"
+    "separate from live traffic and other captures. With --dpaddr or --no-reset, or if the engine has no\n"
+    "such paths, it gets them on a shared path. Then flows can't be listed, and each packet counts as what\n"
+    "its flow was classified as at that moment.\n"
     "\n"
     "If the daemon runs as another user, the pieces are passed in a temporary file in $TMPDIR (/tmp). Apart\n"
     "from the daemon's group, nobody can read it who couldn't read the capture; if that group can't be set,\n"

@@ -24,14 +24,12 @@ using flows::Moment;
 
 constexpr const char* FOOTER =
     "Lists the flows of live traffic (data path \"dp0\"); the engine must have the method flows.list. For a\n"
-    "capture's flows, see classify. Ages are by this machine's clock. --host takes an address, a network "
-    "such\n"
-    "as 10.0.0.0/8, or a name that clients asked for: example.org also matches www.example.org. --protocol\n"
-    "takes a full name, such as TLS.Google, a part of one, or unclassified.\n"
+    "capture's flows, see classify. Ages are by this machine's clock. --host takes an address, a network\n"
+    "such as 10.0.0.0/8, or a name that clients asked for: example.org also matches www.example.org.\n"
+    "--protocol takes a full name, such as TLS.Google, a part of one, or unclassified.\n"
     "\n"
-    "With -f, each list follows the one before. + marks a flow that is new in it, - one that has ended or "
-    "no\n"
-    "longer matches or, with -n, is no longer among those shown.\n"
+    "With -f, each list follows the one before. + marks a flow that is new in it, - one that has ended or\n"
+    "no longer matches or, with -n, is no longer among those shown.\n"
     "\n"
     "With --json, each flow is a line, as in flows.list. With -f, it also has\n"
     "  at            when it was listed, seconds since 1970\n"
@@ -40,9 +38,8 @@ constexpr const char* FOOTER =
     "\n"
     "With --ipfix, a flow that has ended, and each minute one that goes on, becomes an IPFIX record of what\n"
     "was added since its last one: both directions, the application's number and name (RFC 6759), HTTP host\n"
-    "and TLS server name. Traffic before the start isn't included. While the collector is away, up to "
-    "100,000\n"
-    "records are kept. --delay must be shorter than the time that the engine keeps an ended flow.";
+    "and TLS server name. Traffic before the start isn't included. While the collector is away, up to\n"
+    "100,000 records are kept. --delay must be shorter than the time that the engine keeps an ended flow.";
 
 struct FlowsOptions {
     FlowQuery query = {};

@@ -213,9 +213,8 @@ void add_reload(CLI::App& app, Context& context) {
         app.add_subcommand("reload", "Replace the engine; restore the old one if the new one fails");
     word->footer(
         "Deactivates, unloads, loads, activates and attaches again, with the same interfaces, flow table "
-        "size, "
-        "collectors, exporter and health configuration, as far as the daemon shows them. Flows are lost. Use "
-        "options for what it doesn't show; they also apply to the old engine if it is restored.");
+        "size, collectors, exporter and health configuration, as far as the daemon shows them. Flows are "
+        "lost. Use options for what it doesn't show; they also apply to the old engine if it is restored.");
     word->add_option("path", options->path, "Folder of the new engine (default: the present one's)")
         ->type_name("PATH");
     word->add_option("--back", options->back,

@@ -159,8 +159,7 @@ void add_wait(CLI::App& app, Context& context) {
     CLI::App* wait_word = app.add_subcommand("wait", "Wait for the daemon, or for a state of its engine");
     wait_word->footer(
         "Waits for at most --timeout, by default 10 seconds. Then it fails with status 4 and prints what it "
-        "saw "
-        "last and the last error in the log.");
+        "saw last and the last error in the log.");
     const std::string choices = CLI::detail::join(goal_words(), "|");
     wait_word->add_option("--for", *word, "What to wait for (default: answering); a later state counts, too")
         ->type_name(choices);

@@ -88,8 +88,7 @@ void add_metrics(CLI::App& app, Context& context) {
         ->check(not_empty());
     word->footer(
         "A scrape takes at most --timeout, and never more than 5 seconds. If the daemon hasn't answered by "
-        "then, "
-        "brumecpd_up is 0 and a comment says why.");
+        "then, brumecpd_up is 0 and a comment says why.");
     word->callback([&context, where] {
         if (where->empty()) return print_once(context);
         serve(context, *where);

@@ -43,8 +43,7 @@ void add_help_words(CLI::App& app, Context& context) {
         if (*name == '?') word->group("");
         word->footer(
             "COMMAND help, COMMAND ? and COMMAND --help show the same. To pass the word help as a value, put "
-            "-- "
-            "before it; echo and coffee take it as it is.");
+            "-- before it; echo and coffee take it as it is.");
         word->add_option("words", *path, "The command, and one of its own commands")->type_name("COMMAND");
         word->callback([&app, &context, path] { print_help(app, context, *path); });
     }

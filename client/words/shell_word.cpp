@@ -86,8 +86,7 @@ void add_shell(CLI::App& app, Context& context) {
     CLI::App* word = app.add_subcommand("shell", "Read commands line by line, with history and completion");
     word->footer(
         "Ctrl-C discards the line or interrupts a running command; quit, exit and Ctrl-D leave. Input that "
-        "isn't "
-        "a terminal is a script: it stops at the first line that fails, with that line's exit status.");
+        "isn't a terminal is a script: it stops at the first line that fails, with that line's exit status.");
     word->callback([&context] {
         Options options = context.options();
         if (options.in_shell) throw Usage("this is the shell already");
