@@ -27,6 +27,9 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
 else()
     target_compile_options(brumecpd_flags INTERFACE -fno-omit-frame-pointer)
 endif()
+if(BRUMECPD_LINES_ONLY)
+    target_compile_options(brumecpd_flags INTERFACE -g1)
+endif()
 # Templates and inline statics must not become process-wide unique symbols: they would pin a library that
 # the daemon wants to close and replace.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
