@@ -37,7 +37,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 if(BRUMECPD_SANITIZER STREQUAL "address")
-    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
+    # More optimisation takes half as long again to compile, and merges stack frames.
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -O1)
     add_link_options(-fsanitize=address,undefined)
 elseif(BRUMECPD_SANITIZER STREQUAL "thread")
     add_compile_options(-fsanitize=thread)
