@@ -189,6 +189,8 @@ TEST(WhoReads, WhatTheModesLetThemAndNothingBelowAClosedFolder) {
     EXPECT_FALSE(FileReader::of_process(getpid()));
     prctl(PR_SET_NAME, "brumecpd");
     EXPECT_EQ(FileReader::of_process(getpid())->user, geteuid());
+    chmod(file.c_str(), 0);
+    EXPECT_EQ(FileReader::of_process(getpid())->passes_modes, access(file.c_str(), R_OK) == 0);
 }
 
 TEST(Piece, AnswersFindTheirFramesAndStraysAreCounted) {
