@@ -149,10 +149,10 @@ bool EventFollower::still_subscribed() {
 }
 
 void EventFollower::lose(const std::string& why) {
-    if (!m_waiting) m_context.complain(why + "; waiting for it");
-    m_waiting = true;
     if (m_subscription) m_subscription->forget();
     drop_all();
+    if (!m_waiting) m_context.complain(why + "; waiting for it");
+    m_waiting = true;
 }
 
 void EventFollower::drop_all() {

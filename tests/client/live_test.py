@@ -60,7 +60,8 @@ class LiveWords(ProgramChecks, DaemonTest):
             self.assertTrue(follower.wait_for_err("waiting for it"))
             self.assertEqual(self.sockets(), [])
             self.assertEqual(follower.end(signal.SIGINT), 128 + signal.SIGINT)
-            self.assertEqual(follower.out(), "", "no warnings, no events")
+            others = [line for line in follower.out().splitlines() if "sched.hog" not in line]
+            self.assertEqual(others, [], "no warnings but that the machine is slow")
 
     def test_over_tcp_a_followers_socket_is_in_the_folder_for_temporary_files_or_it_is_said_why_not(self):
         daemon = self.daemon(tcp=True)
