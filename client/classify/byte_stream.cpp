@@ -179,8 +179,15 @@ ByteStream ByteStream::open(const std::string& path, const std::function<void()>
         out.file = stream_of(std::move(unpacker));
     }
     if (!out.file) throw Failure("out of memory");
-    setvbuf(out.file.get(), nullptr, _IOFBF, BUFFER_BYTES);
+    out.buffer = give_buffer(out.file.get());
     return out;
+}
+
+// Without a buffer from us, the C library doesn't heed the size.
+std::unique_ptr<char[]> give_buffer(FILE* file) {
+    auto buffer = std::make_unique_for_overwrite<char[]>(BUFFER_BYTES);
+    setvbuf(file, buffer.get(), _IOFBF, BUFFER_BYTES);
+    return buffer;
 }
 
 }  // namespace brumectl

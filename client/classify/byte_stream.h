@@ -3,14 +3,20 @@
 // stream for libpcap. Ctrl-C ends waiting for a pipe.
 
 #include <cstdint>
+#include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "utils/unique_file.h"
 
 namespace brumectl {
 
+/** For the stream of a capture, which otherwise reads a few KiB at a time. It must outlive the stream. */
+std::unique_ptr<char[]> give_buffer(FILE* file);
+
 struct ByteStream {
+    std::unique_ptr<char[]> buffer = {};  ///< of `file`, which it must outlive
     corvo::UniqueFile file = {};
     std::string path = {};  ///< for opening it again from the start; empty if that isn't possible
     uint64_t size = 0;      ///< as stored, compressed or not; 0 if unknown

@@ -54,8 +54,9 @@ class Filter {
 
 class PcapSource : public CaptureSource {
  public:
-    PcapSource(Pcap pcap, const std::string& filter, uint64_t size)
-        : m_pcap(std::move(pcap)),
+    PcapSource(std::unique_ptr<char[]> buffer, Pcap pcap, const std::string& filter, uint64_t size)
+        : m_buffer(std::move(buffer)),
+          m_pcap(std::move(pcap)),
           m_link(pcap_datalink(m_pcap.get())),
           m_filter(m_pcap.get(), filter),
           m_size(size) {}
@@ -88,6 +89,7 @@ class PcapSource : public CaptureSource {
     }
 
  private:
+    std::unique_ptr<char[]> m_buffer;
     Pcap m_pcap;
     int m_link;
     Filter m_filter;
@@ -103,15 +105,18 @@ class ErfSource : public CaptureSource {
      */
     static std::unique_ptr<ErfSource> open(const std::string& path, const std::string& filter) {
         corvo::FilePtr file = corvo::open_to_read(path.c_str());
+        if (!file) return nullptr;
+        std::unique_ptr<char[]> buffer = give_buffer(file.get());
         corvo::wtap context{.file = file.get()};
-        if (!file || corvo::measure(file.get()) < SMALLEST_RECORD) return nullptr;
+        if (corvo::measure(file.get()) < SMALLEST_RECORD) return nullptr;
         int ignored = 0;
         if (corvo::erf_open(&context, &ignored) != 1) return nullptr;
-        return std::make_unique<ErfSource>(std::move(file), filter);
+        return std::make_unique<ErfSource>(std::move(buffer), std::move(file), filter);
     }
 
-    ErfSource(corvo::FilePtr file, const std::string& filter)
-        : m_file(std::move(file)),
+    ErfSource(std::unique_ptr<char[]> buffer, corvo::FilePtr file, const std::string& filter)
+        : m_buffer(std::move(buffer)),
+          m_file(std::move(file)),
           m_size(corvo::measure(m_file.get())),
           m_context{.file = m_file.get()},
           m_dead(pcap_open_dead(DLT_EN10MB, corvo::CCapPkt::kMaxFrame)),
@@ -157,6 +162,7 @@ class ErfSource : public CaptureSource {
         return end == ErfRecord::WHOLE;
     }
 
+    std::unique_ptr<char[]> m_buffer;
     corvo::FilePtr m_file;
     int64_t m_size;
     corvo::wtap m_context;
@@ -187,7 +193,7 @@ std::unique_ptr<CaptureSource> CaptureSource::open(const std::string& path, cons
         throw Failure("frames of link type " + std::to_string(link) +
                       (name ? std::string(" (") + name + ")" : "") + " can't be read");
     }
-    return std::make_unique<PcapSource>(std::move(pcap), setup.filter, stream.size);
+    return std::make_unique<PcapSource>(std::move(stream.buffer), std::move(pcap), setup.filter, stream.size);
 }
 
 }  // namespace brumectl
