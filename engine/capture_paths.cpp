@@ -48,14 +48,14 @@ NamedPath* CapturePaths::find(const std::string& dpaddr) {
     return path->get();
 }
 
-NamedPath& CapturePaths::open(const std::string& dpaddr, uint64_t instance) {
+NamedPath& CapturePaths::open(const std::string& dpaddr, uint64_t instance, unsigned shards) {
     check_name(dpaddr);
     if (m_paths.size() == MAX_PATHS) {
         throw Error(
             std::to_string(MAX_PATHS) +
             " captures are being classified, the most that can be at once; try again when one has ended");
     }
-    m_paths.push_back(std::make_unique<NamedPath>(dpaddr, instance, m_classifiers, MAX_FLOWS, 1,
+    m_paths.push_back(std::make_unique<NamedPath>(dpaddr, instance, m_classifiers, MAX_FLOWS, shards,
                                                   DataPath::CAPTURE, m_clock));
     m_wants_spare = true;
     m_used_ms = m_paths.back()->used_ms = m_clock();

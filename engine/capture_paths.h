@@ -1,7 +1,6 @@
 #pragma once
-// The data paths of captures. Each is created by the first push to it and shares nothing with the others.
-// They aren't dealt to workers: handing a push's few packets to another processor and back takes longer than
-// classifying them.
+// The data paths of captures. Each is created by `flows.open` or the first push to it, and shares nothing
+// with the others.
 
 #include <cstdint>
 #include <memory>
@@ -26,8 +25,8 @@ class CapturePaths {
     // These throw Error if the name isn't valid.
     /** Returns null if there is none. Counts as a use. */
     NamedPath* find(const std::string& dpaddr);
-    /** Creates the path if it doesn't exist; throws Error if there are MAX_PATHS already. */
-    NamedPath& open(const std::string& dpaddr, uint64_t instance);
+    /** Creates a path that doesn't exist; throws Error if there are MAX_PATHS already. */
+    NamedPath& open(const std::string& dpaddr, uint64_t instance, unsigned shards = 1);
     /** Does nothing if there is none. Its flows are freed gradually. */
     void close(const std::string& dpaddr);
     void close_all();

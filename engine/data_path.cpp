@@ -100,6 +100,17 @@ void DataPath::prepare() {
     if (!m_classifier) m_classifier = m_classifiers.take();
 }
 
+void DataPath::take(const unsigned char* data, uint16_t len, uint32_t ns_id, uint64_t now_ms) noexcept {
+    m_pushed += {1, len, 0};
+    try {
+        prepare();
+    } catch (const std::exception&) {
+        failed(api::PKT_NO_MEM);
+        return;
+    }
+    handle(decode_frame(data, len), ns_id, len, now_ms);
+}
+
 void DataPath::observe(const CapturedFrame* frames, size_t count) {
     const uint64_t now_ms = m_clock();
     if (count > 0) prepare();

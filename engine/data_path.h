@@ -52,6 +52,11 @@ class DataPath {
     void push(std::vector<api::pkt_>& pkts, bool extended);
     /** The same for those that are dealt to `shard`. Leaves the others alone. */
     void push(std::vector<api::pkt_>& pkts, const Deal& deal, unsigned shard, bool extended);
+    /**
+     * Processes one packet, which is counted like a pushed one, but returns nothing about it. If no
+     * classifier can be made, it counts as PKT_NO_MEM.
+     */
+    void take(const unsigned char* data, uint16_t len, uint32_t ns_id, uint64_t now_ms) noexcept;
     DirectedKey key_of_frame(const Frame& frame, uint32_t ns_id) const {
         return key_of(frame, ns_id, m_kind == CAPTURE ? frame.vlan : 0);
     }

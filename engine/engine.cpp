@@ -94,6 +94,15 @@ NamedPath& Engine::path_of(const std::string& dpaddr) {
                 ": it comes with the first push to it, and ends when it is closed or unused for a minute");
 }
 
+NamedPath& Engine::open(const std::string& dpaddr, bool answers) {
+    check_address(dpaddr);
+    path();
+    if (!CapturePaths::is_capture(dpaddr))
+        throw Error("data path '" + data_path_name() + "' can't be opened, only that of a capture");
+    if (m_captures.find(dpaddr)) throw Error("there is a data path " + quoted(dpaddr) + " already");
+    return m_captures.open(dpaddr, ++m_instances, answers || !m_workers ? 1 : m_workers->count());
+}
+
 void Engine::close(const std::string& dpaddr) {
     NamedPath& closed = path_of(dpaddr);
     if (&closed == m_path.get())
@@ -104,6 +113,7 @@ void Engine::close(const std::string& dpaddr) {
 int Engine::tick(std::string& problem) {
     const uint64_t now_ms = m_clock();
     uint64_t delay_ms = tick_live(now_ms, problem);
+    // Since its pause, no worker has a packet for a path that may end now.
     if (now_ms >= m_captures_due_ms) m_captures_due_ms = now_ms + m_captures.tick(now_ms);
     delay_ms = std::min(delay_ms, m_captures_due_ms - now_ms);
     delay_ms = std::min(delay_ms, m_exporter.tick(now_ms));
@@ -176,6 +186,7 @@ void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool 
     }
     NamedPath* known = m_captures.find(dpaddr);
     NamedPath& capture = known ? *known : m_captures.open(dpaddr, ++m_instances);
+    if (capture.data.count() > 1) return m_workers->deal(capture.data, pkts);
     capture.data.push(pkts, extended);
 }
 
@@ -183,10 +194,8 @@ void Engine::push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool 
 std::string Engine::coffee(const std::string& dpaddr, const std::string& func,
                            const std::vector<uint32_t>& args) {
     check_address(dpaddr);
-    if (!CapturePaths::is_capture(dpaddr)) {
-        const Workers::Pause pause = this->pause();
-        return run_coffee(live_path(), func, args);
-    }
+    const Workers::Pause pause = this->pause();
+    if (!CapturePaths::is_capture(dpaddr)) return run_coffee(live_path(), func, args);
     NamedPath* capture = m_captures.find(dpaddr);
     return run_coffee(capture ? &capture->data : nullptr, func, args);
 }

@@ -53,6 +53,11 @@ class Engine {
     void push(const std::string& dpaddr, std::vector<api::pkt_>& pkts, bool extended);
     std::string coffee(const std::string& dpaddr, const std::string& func, const std::vector<uint32_t>& args);
 
+    /**
+     * Creates a capture's data path. Unless `answers` are needed, workers classify what is pushed to it, and
+     * pushes return at once, as if nothing had got a class.
+     */
+    NamedPath& open(const std::string& dpaddr, bool answers);
     /** Throws Error if it doesn't exist. */
     NamedPath& path_of(const std::string& dpaddr);
     /** Ends a capture's data path; other paths can't be closed. */

@@ -102,6 +102,13 @@ Json::Value hosts(Parameters& params, Engine& engine) {
     return cursor.empty() ? lists.hosts(limit) : lists.next("hosts", cursor, limit);
 }
 
+Json::Value open(Parameters& params, Engine& engine) {
+    const std::string dpaddr = params.needed_text("dpaddr");
+    Json::Value out;
+    out["instance"] = Json::UInt64(engine.open(dpaddr, params.flag("answers", true)).instance);
+    return out;
+}
+
 Json::Value close(Parameters& params, Engine& engine) {
     engine.close(params.needed_text("dpaddr"));
     return Json::objectValue;
@@ -118,7 +125,8 @@ struct Method {
     Json::Value (*work)(Parameters&, Engine&);
 };
 constexpr Method METHODS[] = {
-    {"summary", summary}, {"list", list}, {"hosts", hosts}, {"close", close}, {"describe", describe},
+    {"summary", summary}, {"list", list},   {"hosts", hosts},
+    {"open", open},       {"close", close}, {"describe", describe},
 };
 
 class FlowCommand : public RpcCommand {

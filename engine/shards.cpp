@@ -28,7 +28,7 @@ void Shards::deal(const std::vector<api::pkt_>& pkts) {
         packet.shard = 0;
         if (packet.frame.error != api::PKT_OK) continue;
         packet.key = m_shards[0]->key_of_frame(packet.frame, pkts[i].ns_id);
-        packet.shard = plain_hash(packet.key.key) % count();
+        packet.shard = shard_of(packet.key);
     }
 }
 

@@ -28,6 +28,11 @@ class Shards {
     DataPath& at(unsigned shard) { return *m_shards[shard]; }
     const DataPath& at(unsigned shard) const { return *m_shards[shard]; }
 
+    /** Which shard has the packet's flow. Only for paths with several. */
+    unsigned shard_of(const api::pkt_& pkt) const {
+        const Frame frame = decode_frame(pkt.data, pkt.len);
+        return frame.error == api::PKT_OK ? shard_of(m_shards[0]->key_of_frame(frame, pkt.ns_id)) : 0;
+    }
     /** Like DataPath::push, with the packets dealt by flow. */
     void push(std::vector<api::pkt_>& pkts, bool extended);
 
@@ -66,6 +71,7 @@ class Shards {
             out += ((*shard).*count)();
         return out;
     }
+    unsigned shard_of(const DirectedKey& key) const { return plain_hash(key.key) % count(); }
     void deal(const std::vector<api::pkt_>& pkts);
 
     std::vector<std::unique_ptr<DataPath>> m_shards;

@@ -17,13 +17,19 @@ namespace {
 
 using std::chrono::steady_clock;
 
+/** What is processed of a backlog during one turn. */
+constexpr size_t BYTES_PER_TURN = 64UL << 10;
 /** Before traffic is looked at again that couldn't be worked on. */
 constexpr uint64_t REST_MS = 1000;
 
 }  // namespace
 
-Worker::Worker(const std::string& name, CaptureLane& lane, DataPath& path)
-    : m_lane(lane), m_path(path), m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+Worker::Worker(const std::string& name, CaptureLane& lane, DataPath& path, size_t backlog_bytes)
+    : m_lane(lane),
+      m_path(path),
+      m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      m_backlog(backlog_bytes),
+      m_worth_waking(backlog_bytes / 16) {
     if (!m_wake) throw Error("no event descriptor for a worker" + reason(errno));
     const BlockedSignals none;
     try {
@@ -37,6 +43,20 @@ Worker::Worker(const std::string& name, CaptureLane& lane, DataPath& path)
 Worker::~Worker() {
     ask_to_end();
     m_thread.join();
+}
+
+void Worker::leave(DataPath& path, const api::pkt_& pkt) {
+    while (!m_backlog.add(path, pkt)) {
+        see_to_them();
+        const std::lock_guard lock(m_turn);
+        m_backlog.work_off(BYTES_PER_TURN, monotonic_ms());
+    }
+}
+
+void Worker::see_to_them() {
+    m_backlog.publish();
+    if (m_backlog.waiting() >= m_worth_waking && m_asleep && m_asleep.exchange(false))
+        eventfd_write(m_wake.get(), 1);
 }
 
 void Worker::ask_to_end() {
@@ -53,7 +73,7 @@ void Worker::work() {
     const AlternateStack stack;
     while (!m_ending) {
         serve();
-        sleep();
+        if (m_backlog.waiting() == 0) sleep();
     }
     const std::lock_guard lock(m_end_mutex);
     m_has_ended = true;
@@ -64,6 +84,7 @@ void Worker::serve() {
     m_turn.lock_politely();
     const std::lock_guard lock(m_turn, std::adopt_lock);
     const uint64_t now_ms = monotonic_ms();
+    m_backlog.work_off(BYTES_PER_TURN, now_ms);
     if (now_ms < m_rest_until_ms) return;
     try {
         m_lane.poll(m_path);
@@ -75,11 +96,19 @@ void Worker::serve() {
 }
 
 void Worker::sleep() {
+    m_asleep = true;
+    if (m_backlog.waiting() < m_worth_waking && !m_ending) await();
+    m_asleep = false;
+}
+
+void Worker::await() {
     const uint64_t now_ms = monotonic_ms();
     const bool rests = now_ms < m_rest_until_ms;
     const uint64_t due_ms = rests ? m_rest_until_ms : m_tick_due_ms;
     pollfd fds[] = {{m_wake.get(), POLLIN, 0}, {rests ? -1 : m_lane.event_fd(), POLLIN, 0}};
     poll(fds, std::size(fds), static_cast<int>(std::max(due_ms, now_ms) - now_ms));
+    eventfd_t count = 0;
+    if (fds[0].revents != 0) eventfd_read(m_wake.get(), &count);
 }
 
 }  // namespace corvo::engine

@@ -1,5 +1,6 @@
 #pragma once
-// One thread of the data path: it captures, classifies and forgets its share of live traffic by itself.
+// One thread of the data path: it captures, classifies and forgets its share of live traffic by itself, and
+// classifies the packets of captures that are left to it.
 
 #include <atomic>
 #include <chrono>
@@ -10,8 +11,10 @@
 #include <thread>
 #include <utility>
 
+#include "backlog.h"
 #include "capture_lane.h"
 #include "data_path.h"
+#include "monotonic.h"
 #include "owned_fd.h"
 #include "turn_lock.h"
 
@@ -21,15 +24,25 @@ class Worker {
  public:
     /**
      * Starts a thread with this name, of at most 15 bytes. `lane` and `path` must outlive this; nobody may
-     * touch them without `turn`. Throws Error if there can't be a thread.
+     * touch them without `turn`. `backlog_bytes`: see Backlog. Throws Error if there can't be a thread.
      */
-    Worker(const std::string& name, CaptureLane& lane, DataPath& path);
+    Worker(const std::string& name, CaptureLane& lane, DataPath& path, size_t backlog_bytes);
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
     /** Waits for the end, however long it takes. */
     ~Worker();
 
     TurnLock& turn() { return m_turn; }
+
+    /**
+     * Leaves a packet to it, for `path`, which nobody may touch until `catch_up`. If too many are waiting,
+     * some are processed here. Throws std::bad_alloc.
+     */
+    void leave(DataPath& path, const api::pkt_& pkt);
+    /** Call after some have been left. */
+    void see_to_them();
+    /** Only during our turn: processes what is still waiting. */
+    void catch_up() { m_backlog.work_off(m_backlog.size(), monotonic_ms()); }
 
     void ask_to_end();
     /** Whether it has ended by then. */
@@ -41,11 +54,15 @@ class Worker {
     void work();
     void serve();
     void sleep();
+    void await();
 
     CaptureLane& m_lane;
     DataPath& m_path;
-    OwnedFd m_wake;  ///< readable when it is to end
+    OwnedFd m_wake;  ///< readable when packets are waiting, or it is to end
     TurnLock m_turn;
+    Backlog m_backlog;
+    const size_t m_worth_waking;  ///< what has to wait before a worker is woken, which takes long itself
+    std::atomic<bool> m_asleep = false;
     std::string m_problem;
     uint64_t m_rest_until_ms = 0;  ///< after a problem
     uint64_t m_tick_due_ms = 0;

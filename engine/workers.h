@@ -1,6 +1,8 @@
 #pragma once
 // All workers of an active data path, as its calling thread sees them.
 
+#include <brumecpd/engine_api.h>
+
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,8 +26,17 @@ class Workers {
      */
     Workers(Interfaces& interfaces, Shards& shards);
 
-    /** Waits until each has ended its turn: a worker that hangs holds up whoever calls this. */
+    /**
+     * Waits until each has ended its turn: a worker that hangs holds up whoever calls this. No packet is
+     * waiting for one then, nor afterwards until the next `deal`.
+     */
     Pause pause();
+    unsigned count() const { return static_cast<unsigned>(m_workers.size()); }
+    /**
+     * Leaves the packets to them, for a path with a shard for each. Their output fields stay as they are.
+     * Throws std::bad_alloc.
+     */
+    void deal(Shards& path, const std::vector<api::pkt_>& pkts);
     /** During a pause. Empty if there is none. */
     std::string take_problem();
     /** Throws Error if some haven't ended within a second; may be tried again. */

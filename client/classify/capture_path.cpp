@@ -16,6 +16,7 @@ namespace brumectl {
 namespace {
 
 constexpr int CLOSE_TIMEOUT_MS = 1000;
+constexpr int NO_SUCH_METHOD = -32601;
 
 std::string new_name() {
     uint64_t random = 0;
@@ -71,8 +72,19 @@ Json::Value CapturePath::ask_summary(bool finish) {
     return summary;
 }
 
+void CapturePath::open() {
+    m_may_exist = true;
+    Json::Value params = this->params();
+    params["answers"] = false;
+    try {
+        m_instance = count_of(member_of(m_daemon.call("flows.open", params), "instance"));
+    } catch (const ErrorReply& e) {
+        if (e.code() != NO_SUCH_METHOD) throw;
+    }
+}
+
 void CapturePath::check() {
-    ask_summary(false);
+    if (m_instance == 0) ask_summary(false);
 }
 
 void CapturePath::keep() {

@@ -25,12 +25,17 @@ class CapturePath {
     ~CapturePath();
 
     const std::string& name() const { return m_name; }
+    /**
+     * Creates the path before the first push, whose packets then need no answers. An engine that can't leaves
+     * it to that push. Throws like Daemon::call.
+     */
+    void open();
     /** Call before each push: the first one creates the path, even if it then fails. */
     void pushed() { m_may_exist = true; }
     bool may_exist() const { return m_may_exist; }
     /**
-     * Checks that this same path has received all packets so far. Throws Failure if it was another; also
-     * like Daemon::call.
+     * Checks that this same path has received all packets so far, unless `finish` will. Throws Failure if it
+     * was another; also like Daemon::call.
      */
     void check();
     /** Keeps the path from expiring; errors show up with the next request. */

@@ -55,11 +55,11 @@ class Filter {
 class PcapSource : public CaptureSource {
  public:
     PcapSource(std::unique_ptr<char[]> buffer, Pcap pcap, const std::string& filter, uint64_t size)
-        : m_buffer(std::move(buffer)),
+        : CaptureSource(size),
+          m_buffer(std::move(buffer)),
           m_pcap(std::move(pcap)),
           m_link(pcap_datalink(m_pcap.get())),
-          m_filter(m_pcap.get(), filter),
-          m_size(size) {}
+          m_filter(m_pcap.get(), filter) {}
 
     int link() const override { return m_link; }
 
@@ -93,7 +93,6 @@ class PcapSource : public CaptureSource {
     Pcap m_pcap;
     int m_link;
     Filter m_filter;
-    uint64_t m_size;
     uint32_t m_read = 0;
 };
 
@@ -115,9 +114,9 @@ class ErfSource : public CaptureSource {
     }
 
     ErfSource(std::unique_ptr<char[]> buffer, corvo::FilePtr file, const std::string& filter)
-        : m_buffer(std::move(buffer)),
+        : CaptureSource(static_cast<uint64_t>(corvo::measure(file.get()))),
+          m_buffer(std::move(buffer)),
           m_file(std::move(file)),
-          m_size(corvo::measure(m_file.get())),
           m_context{.file = m_file.get()},
           m_dead(pcap_open_dead(DLT_EN10MB, corvo::CCapPkt::kMaxFrame)),
           m_filter(m_dead.get(), filter) {}
@@ -164,7 +163,6 @@ class ErfSource : public CaptureSource {
 
     std::unique_ptr<char[]> m_buffer;
     corvo::FilePtr m_file;
-    int64_t m_size;
     corvo::wtap m_context;
     corvo::CCapPkt m_packet;
     Pcap m_dead;

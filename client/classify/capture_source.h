@@ -29,7 +29,7 @@ class CaptureSource {
      * Throws Failure for a file that can't be read, Usage for a bad filter, Interrupted.
      */
     static std::unique_ptr<CaptureSource> open(const std::string& path, const Setup& setup);
-    CaptureSource() = default;
+    explicit CaptureSource(uint64_t size) : m_size(size) {}
     CaptureSource(const CaptureSource&) = delete;
     CaptureSource& operator=(const CaptureSource&) = delete;
     virtual ~CaptureSource() = default;
@@ -38,12 +38,15 @@ class CaptureSource {
     virtual bool next(RawFrame& frame) = 0;
     /** The frames' link type, a DLT_ value of libpcap. */
     virtual int link() const = 0;
+    /** As stored, bytes; 0 if unknown. */
+    uint64_t size() const { return m_size; }
     /** Fraction of the file that has been read, 0 to 1; 0 if unknown. */
     virtual double progress() const = 0;
     /** Why the frames ended before the file did; empty if they didn't. */
     const std::string& damage() const { return m_damage; }
 
  protected:
+    const uint64_t m_size;
     std::string m_damage;
 };
 

@@ -23,6 +23,8 @@ namespace {
 
 /** Also limits what the daemon keeps of a piece while it works on it. */
 constexpr uint64_t MOST_BYTES = 4UL * 1024 * 1024;
+/** From this size on, a capture repays that each of the engine's workers gets ready for it. */
+constexpr uint64_t WORTH_SHARING = 64UL * 1024 * 1024;
 constexpr size_t FIRST_FRAMES = 1000, MOST_FRAMES = 20000;
 /** A reply with all packets has to fit in a datagram of 8 MiB; a packet takes about 450 bytes there. */
 constexpr size_t FIRST_PACKETS = 200, MOST_PACKETS = 2000;
@@ -80,6 +82,7 @@ class Classifier::Work {
                                                                                     if (m_own) m_own->keep();
                                                                                 }});
         m_copies.prepare(path);
+        m_is_shared = !m_options.packets && (source->size() == 0 || source->size() >= WORTH_SHARING);
         push_all(*source);
         sum_up();
         if (!source->damage().empty())
@@ -146,6 +149,7 @@ class Classifier::Work {
         params["extended"] = m_options.packets;
         params["ns_id"] = m_options.ns_id;
         params["dpaddr"] = m_own ? m_own->name() : m_options.dpaddr;
+        if (m_own && m_is_shared && m_result.pieces == 0) m_own->open();
         if (m_own) m_own->pushed();
         for (;;) {
             params["filename"] = m_copies.path();
@@ -222,6 +226,7 @@ class Classifier::Work {
     PieceWriter m_writer;
     Piece m_piece;  ///< only with `packets`
     std::optional<CapturePath> m_own = {};
+    bool m_is_shared = false;  ///< the engine's workers may share the frames, as they need no answers
     EthernetFrame m_frame;
     std::map<uint32_t, Volume> m_left_out;
     Volume m_sent;

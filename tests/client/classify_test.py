@@ -128,6 +128,26 @@ class Classify(ProgramChecks, DaemonTest):
             self.assertEqual(found["protocols"]["HTTP"]["packets"], 5000, how)
             self.assertEqual(found["total"]["flows"], 1, how)
 
+    def test_workers_make_no_difference(self):
+        with_two = self.daemon("-a", engine=OURS, env={"BRUMECP_ENGINE_CONF": str(self.file("conf", b"workers = 2\n"))})
+        pipe, content = self.file("pipe"), frames.pcap([*self.long_flow(5000), *self.flow("sample")])
+        os.mkfifo(pipe, 0o600)
+
+        def found(it, *how):
+            with Program("--json", "classify", *how, pipe, **{**self.more, "socket": it.path}) as program:
+                pipe.write_bytes(content)  # of unknown size, so that they share it
+                self.assertEqual(program.wait(), 0, program.err())
+                return json.loads(program.out())["files"][0]
+        for how in ([], ["--flows", "--hosts"], ["--packets"]):
+            self.assertEqual({**found(with_two, *how), "pieces": 0}, {**found(self.it, *how), "pieces": 0}, how)
+        for answers, total in ((True, 2), (False, 0)):
+            path = {"dpaddr": f"capture:{answers}"}
+            with_two.result("flows.open", {"answers": answers, **path})
+            pushed = with_two.result("push_pcap", {"type": "filename", "filename": str(self.captures / "dns.pcap"),
+                                                   "reset": False, **path})
+            self.assertEqual(pushed["total"], total)
+            self.assertEqual(with_two.result("flows.summary", path)["protocols"]["DNS"]["packets"], 2)
+
     def test_runs_at_the_same_time_and_live_traffic_dont_see_each_other(self):
         long = self.long_flow(100000)  # long enough for the two to overlap
         paths = [self.file("a", frames.pcap(long)), self.file("b", frames.pcap(long + self.flow("sample")))]

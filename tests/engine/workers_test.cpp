@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <future>
+#include <random>
 #include <set>
 
 #include "engine.h"
@@ -49,14 +50,19 @@ std::string reports_of(NamedPath& path) {
     return out;
 }
 
-/** What an engine with so many workers makes of all sample flows, pushed to a path, as one text. */
-std::string outcome(uint16_t workers, const std::string& dpaddr) {
+/**
+ * What an engine with so many workers makes of all sample flows, pushed to a path, as one text. `answers`:
+ * with that of each packet.
+ */
+std::string outcome(uint16_t workers, const std::string& dpaddr, bool answers) {
     Engine engine{{}};
     engine.activate({1000, workers, false});
+    if (!answers || (workers == 2 && !dpaddr.empty())) engine.open(dpaddr, answers);
     std::string out;
     for (const test::SampleFlow& flow : test::sample_flows()) {
         Pushed pushed(flow.frames);
         engine.push(dpaddr, pushed.pkts, true);
+        if (!answers) continue;
         for (const api::pkt_& pkt : pushed.pkts) {
             out += pkt.protocol + " " + std::to_string(pkt.cls) + " " + std::to_string(pkt.error);
             for (const std::string& attribute : pkt.attr)
@@ -82,12 +88,77 @@ std::string outcome(uint16_t workers, const std::string& dpaddr) {
 }
 
 TEST(Workers, GiveTheSameAnswersTogetherAsOneAlone) {
-    for (const char* dpaddr : {"", "capture:a"}) {
-        const std::string alone = outcome(1, dpaddr);
+    for (const auto& [dpaddr, answers] : {std::pair("", true), {"capture:a", true}, {"capture:a", false}}) {
+        const std::string alone = outcome(1, dpaddr, answers);
         EXPECT_THAT(alone, testing::HasSubstr("16 flows removed"));
         for (const uint16_t workers : {0, 2, 5})
-            EXPECT_EQ(outcome(workers, dpaddr), alone) << workers << " workers, path '" << dpaddr << "'";
+            EXPECT_EQ(outcome(workers, dpaddr, answers), alone)
+                << workers << " workers, path '" << dpaddr << "'";
     }
+}
+
+/** Packets of 400 conversations, `round` by `round`; few are alike in size. */
+Pushed conversations(int round) {
+    Pushed out({});
+    for (int i = 0; i < 400; i++) {
+        const test::Path path{"10.0.0.1", "10.0.1.1", static_cast<uint16_t>(5000 + i), 9};
+        out.add(test::udp_frame(round % 2 ? path.reversed() : path, test::Bytes((7 * i + round) % 1400)), 3);
+    }
+    return out;
+}
+
+TEST(Workers, MissNoneOfThePacketsThatTheyAreLeft) {
+    std::string alone;
+    for (const uint16_t workers : {1, 2, 3}) {
+        Engine engine{{}};
+        engine.activate({1000, workers, false});
+        engine.open("capture:a", false);
+        for (int round = 0; round < 60; round++) {  // twice the size of all backlogs
+            Pushed pushed = conversations(round);
+            engine.push("capture:a", pushed.pkts, true);
+        }
+        const std::string reports = (engine.pause(), reports_of(engine.path_of("capture:a")));
+        if (workers == 1) alone = reports;
+        EXPECT_EQ(reports, alone) << workers << " workers";
+        EXPECT_THAT(reports, testing::HasSubstr("\"packets\" : 24000"));
+        Pushed pushed = conversations(0);
+        const auto kill = [&] { return engine.coffee("capture:a", "dp.ft.sui_ft_kill_all_flows", {}); };
+        for (int i = 0; i < 2; i++) {
+            EXPECT_EQ(kill(), "400 flows removed");
+            engine.push("capture:a", pushed.pkts, false);
+        }
+        engine.deactivate();  // while they are waiting
+    }
+}
+
+TEST(Backlog, KeepsPacketsInOrderHoweverItWraps) {
+    Classifiers classifiers;
+    DataPath direct(classifiers, 1000, DataPath::CAPTURE, test::fake_clock);
+    DataPath delayed(classifiers, 1000, DataPath::CAPTURE, test::fake_clock);
+    Backlog backlog(Backlog::LEAST_BYTES);
+    std::mt19937 random(1);
+    test::g_now_ms = 1;
+    int refused = 0;
+    for (int round = 0; round < 40; round++) {
+        Pushed pushed = conversations(round);
+        pushed.add(test::Bytes(round % 3 ? 65535 : 0));
+        direct.push(pushed.pkts, false);
+        for (const api::pkt_& pkt : pushed.pkts) {
+            for (; !backlog.add(delayed, pkt); refused++) {
+                backlog.publish();
+                backlog.work_off(random() % 100000, 1);
+            }
+        }
+    }
+    EXPECT_GT(refused, 20);
+    backlog.work_off(backlog.size(), 1);
+    EXPECT_LT(delayed.pushed().packets, direct.pushed().packets) << "not yet published";
+    backlog.publish();
+    backlog.work_off(backlog.size(), 1);
+    EXPECT_EQ(backlog.waiting(), 0u);
+    EXPECT_EQ(delayed.pushed().bytes, direct.pushed().bytes);
+    EXPECT_EQ(delayed.dump(1000), direct.dump(1000));
+    EXPECT_EQ(delayed.errors(api::PKT_NON_IP), direct.errors(api::PKT_NON_IP));
 }
 
 TEST(Workers, AreAsManyAsThereAreFlowsAndShareTheTable) {
