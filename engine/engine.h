@@ -46,7 +46,7 @@ class Engine {
     /** Becomes readable when a tick is wanted at once; open as long as the engine lives. */
     int event_fd() const { return m_interfaces.event_fd(); }
 
-    /** Keeps workers from live traffic. Hold it while working on a path that `path_of` has returned. */
+    /** Keeps workers from all flows. Hold it while working on a path that `path_of` has returned. */
     Workers::Pause pause() const { return m_workers ? m_workers->pause() : Workers::Pause(); }
 
     // A data path is addressed as "dp0", as "" (any), or as a capture's "capture:NAME".
