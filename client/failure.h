@@ -58,8 +58,10 @@ class Usage : public Failure {
 /** The daemon replied with an error. The text is its `specific_err`, or else its general message. */
 class ErrorReply : public Failure {
  public:
+    static constexpr int METHOD_NOT_FOUND = -32601;
+
     ErrorReply(int code, const std::string& text) : Failure(text), m_code(code) {}
-    /** The JSON-RPC code, such as -32601 for an unknown method. */
+    /** The JSON-RPC code, such as METHOD_NOT_FOUND. */
     int code() const { return m_code; }
 
  private:

@@ -16,7 +16,6 @@ namespace brumectl {
 namespace {
 
 constexpr int CLOSE_TIMEOUT_MS = 1000;
-constexpr int NO_SUCH_METHOD = -32601;
 
 std::string new_name() {
     uint64_t random = 0;
@@ -79,7 +78,7 @@ void CapturePath::open() {
     try {
         m_instance = count_of(member_of(m_daemon.call("flows.open", params), "instance"));
     } catch (const ErrorReply& e) {
-        if (e.code() != NO_SUCH_METHOD) throw;
+        if (e.code() != ErrorReply::METHOD_NOT_FOUND) throw;
     }
 }
 

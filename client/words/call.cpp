@@ -17,8 +17,6 @@ namespace {
 /** More than any transport of the daemon accepts. */
 constexpr size_t MAX_INPUT_BYTES = 64UL * 1024 * 1024;
 
-constexpr int METHOD_NOT_FOUND = -32601;
-
 Json::Value object_of(const std::string& text) {
     Json::Value params;
     std::string error;
@@ -65,7 +63,7 @@ void call(Context& context, const std::string& method, const std::vector<std::st
     try {
         ask_and_show(context, method, params);
     } catch (const ErrorReply& e) {
-        if (e.code() != METHOD_NOT_FOUND) throw;
+        if (e.code() != ErrorReply::METHOD_NOT_FOUND) throw;
         throw ErrorReply(e.code(), e.what() + did_you_mean(method, MethodTable::get().names()));
     }
 }
