@@ -55,8 +55,7 @@ void Worker::leave(DataPath& path, const api::pkt_& pkt) {
 
 void Worker::see_to_them() {
     m_backlog.publish();
-    if (m_backlog.waiting() >= m_worth_waking && m_asleep && m_asleep.exchange(false))
-        eventfd_write(m_wake.get(), 1);
+    if (waiting() >= m_worth_waking && m_asleep && m_asleep.exchange(false)) eventfd_write(m_wake.get(), 1);
 }
 
 void Worker::ask_to_end() {
@@ -73,7 +72,7 @@ void Worker::work() {
     const AlternateStack stack;
     while (!m_ending) {
         serve();
-        if (m_backlog.waiting() == 0) sleep();
+        if (waiting() == 0) sleep();
     }
     const std::lock_guard lock(m_end_mutex);
     m_has_ended = true;
@@ -97,7 +96,7 @@ void Worker::serve() {
 
 void Worker::sleep() {
     m_asleep = true;
-    if (m_backlog.waiting() < m_worth_waking && !m_ending) await();
+    if (waiting() < m_worth_waking && !m_ending) await();
     m_asleep = false;
 }
 

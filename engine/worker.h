@@ -41,6 +41,8 @@ class Worker {
     void leave(DataPath& path, const api::pkt_& pkt);
     /** Call after some have been left. */
     void see_to_them();
+    /** Bytes of what it has been left and hasn't processed. */
+    size_t waiting() const { return m_backlog.waiting(); }
     /** Only during our turn: processes what is still waiting. */
     void catch_up() { m_backlog.work_off(m_backlog.size(), monotonic_ms()); }
 

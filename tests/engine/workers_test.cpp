@@ -131,6 +131,21 @@ TEST(Workers, MissNoneOfThePacketsThatTheyAreLeft) {
     }
 }
 
+TEST(Workers, ProcessByThemselvesWhatIsWorthWakingThem) {
+    Classifiers classifiers;
+    DataPath live(classifiers, 100);
+    DataPath capture(classifiers, 1000, DataPath::CAPTURE);
+    CaptureLane lane;
+    Worker worker("dp-worker-1", lane, live, Backlog::LEAST_BYTES);
+    const Pushed pushed = conversations(0);  // more than there is room for
+    for (int round = 0; round < 3; round++) {
+        for (const api::pkt_& pkt : pushed.pkts)
+            worker.leave(capture, pkt);
+        worker.see_to_them();
+        EXPECT_TRUE(eventually([&] { return worker.waiting() == 0; })) << worker.waiting();
+    }
+}
+
 TEST(Backlog, KeepsPacketsInOrderHoweverItWraps) {
     Classifiers classifiers;
     DataPath direct(classifiers, 1000, DataPath::CAPTURE, test::fake_clock);
